@@ -1,0 +1,29 @@
+# Test programs with GoogleTest.
+#
+# vorel_test(NAME [SLOW] SOURCES ... LIBS ...)  one program for one subject; SLOW ones run with ./test --slow.
+# vorel_test_folders(PREFIX LIBS ...)           one program for each folder below, of its *.cpp files.
+find_package(GTest REQUIRED)
+
+function(vorel_test name)
+  cmake_parse_arguments(ARG "SLOW" "" "SOURCES;LIBS" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_include_directories(${name} PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
+  target_link_libraries(${name} PRIVATE ${ARG_LIBS} GTest::gtest GTest::gtest_main)
+  target_compile_definitions(${name} PRIVATE VOREL_SOURCE_DIR="${CMAKE_SOURCE_DIR}" VOREL_BINARY_DIR="${CMAKE_BINARY_DIR}")
+  add_test(NAME ${name} COMMAND ${name} --gtest_brief=1)
+  set_tests_properties(${name} PROPERTIES TIMEOUT 300)
+  if(ARG_SLOW)
+    set_tests_properties(${name} PROPERTIES LABELS slow)
+  endif()
+endfunction()
+
+function(vorel_test_folders prefix)
+  cmake_parse_arguments(ARG "" "" "LIBS" ${ARGN})
+  file(GLOB folders CONFIGURE_DEPENDS LIST_DIRECTORIES true RELATIVE ${CMAKE_CURRENT_SOURCE_DIR} ${CMAKE_CURRENT_SOURCE_DIR}/*)
+  foreach(folder ${folders})
+    file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/*.cpp)
+    if(sources)
+      vorel_test(${prefix}_${folder} SOURCES ${sources} LIBS ${ARG_LIBS})
+    endif()
+  endforeach()
+endfunction()

@@ -1,0 +1,14 @@
+# Warnings are errors, for every target of ours.
+add_library(vorel_options INTERFACE)
+target_compile_features(vorel_options INTERFACE cxx_std_20)
+target_compile_options(vorel_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wconversion -Werror
+  # Logs name source files as they stand in the tree, whatever machine built them.
+  -ffile-prefix-map=${CMAKE_SOURCE_DIR}/=
+  -fvisibility=hidden -fvisibility-inlines-hidden)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  # Interfaces have protected, non-virtual destructors on purpose; their classes are final or destroyed by Release.
+  target_compile_options(vorel_options INTERFACE -Wno-delete-non-abstract-non-virtual-dtor)
+endif()
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)

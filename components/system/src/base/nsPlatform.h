@@ -1,0 +1,34 @@
+// What the library needs of a machine: one port for each subject, gathered here.
+//
+// A method of a port reads one fact or does one action, in our own words, units and result codes. Everything that
+// decides, orders, retries, caches, compares, defaults or notifies stands above it. Out parameters are written on
+// success only.
+#pragma once
+
+#include <memory>
+
+class nsPlatformClock;
+class nsPlatformDirectoryChanges;
+class nsPlatformFiles;
+class nsPlatformFonts;
+class nsPlatformHost;
+class nsPlatformNetwork;
+class nsPlatformRegistry;
+class nsPlatformTimeZones;
+class nsPlatformVolumes;
+class nsPlatformWatchdog;
+
+/// Made once, by the module, and given to constructors.
+struct nsPlatform {
+  std::shared_ptr<nsPlatformVolumes> mVolumes;
+  std::shared_ptr<nsPlatformNetwork> mNetwork;
+  std::shared_ptr<nsPlatformRegistry> mRegistry;
+  std::shared_ptr<nsPlatformClock> mClock;
+  std::shared_ptr<nsPlatformTimeZones> mTimeZones;
+  std::shared_ptr<nsPlatformFonts> mFonts;
+  std::shared_ptr<nsPlatformWatchdog> mWatchdog;
+  std::shared_ptr<nsPlatformHost> mHost;
+  std::shared_ptr<nsPlatformDirectoryChanges> mDirectoryChanges;
+  std::shared_ptr<nsPlatformFiles> mFiles;
+};
+using nsPlatformRef = std::shared_ptr<const nsPlatform>;

@@ -1,0 +1,51 @@
+// Weak references that may be taken and turned strong while the referent dies on another thread.
+#pragma once
+
+#include <mutex>
+
+#include "nsCOMPtr.h"
+#include "nsIWeakReference.h"
+#include "nsISupportsWeakReference.h"
+#include "nsImplements.h"
+
+class nsThreadSafeSupportsWeakReference;
+
+/// The weak reference of one object. Its monitor guards both the referent's count and the pointer to it, so a
+/// count that reaches zero and a QueryReferent can't cross. Any thread; may outlive the referent.
+class nsThreadSafeWeakReference final : public nsImplements<nsThreadSafeWeakReference, nsIWeakReference> {
+ public:
+  explicit nsThreadSafeWeakReference(nsThreadSafeSupportsWeakReference* aReferent) : mReferent(aReferent) {}
+
+  /// A strong reference to the referent, by the asked interface. NS_ERROR_NULL_POINTER once it has died.
+  nsresult QueryReferent(const nsIID& aIID, void** aResult) override;
+
+ private:
+  friend class nsThreadSafeSupportsWeakReference;
+  ~nsThreadSafeWeakReference() override = default;
+
+  std::atomic<nsThreadSafeSupportsWeakReference*> mReferent;
+  // Reentrant: QueryReferent queries the referent while it holds it, and that adds a reference.
+  std::recursive_mutex mMonitor;
+};
+
+/// Base of objects that can be weakly referenced across threads; supplies their count. A class that derives from
+/// it and from other interfaces forwards AddRef and Release to this one, and answers nsISupportsWeakReference
+/// only if its own QueryInterface says so.
+class nsThreadSafeSupportsWeakReference : public nsISupportsWeakReference {
+ public:
+  nsThreadSafeSupportsWeakReference();
+  nsThreadSafeSupportsWeakReference(const nsThreadSafeSupportsWeakReference&) = delete;
+  nsThreadSafeSupportsWeakReference& operator=(const nsThreadSafeSupportsWeakReference&) = delete;
+
+  nsrefcnt AddRef() override;
+  nsrefcnt Release() override;
+  /// NS_ERROR_NULL_POINTER for a null out pointer.
+  nsresult GetWeakReference(nsIWeakReference** aInstancePtr) override;
+
+ protected:
+  virtual ~nsThreadSafeSupportsWeakReference() = default;
+
+ private:
+  int32_t mRefCnt = 0;
+  nsCOMPtr<nsThreadSafeWeakReference> mProxy;
+};

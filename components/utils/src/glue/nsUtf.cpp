@@ -1,0 +1,116 @@
+#include "nsUtf.h"
+
+#include <cstdint>
+
+namespace vorel {
+
+namespace {
+
+constexpr char32_t kReplacement = 0xFFFD;
+constexpr char32_t kMalformed = 0xFFFFFFFF;
+
+// Reads one character and moves *aIndex behind it; behind the longest valid beginning of a malformed one.
+char32_t DecodeUtf8(std::string_view aText, size_t* aIndex) {
+  const auto byte = [&](size_t aAt) { return static_cast<uint8_t>(aText[aAt]); };
+  const uint8_t lead = byte((*aIndex)++);
+  if (lead < 0x80) return lead;
+  size_t more;
+  uint8_t low = 0x80, high = 0xBF;  // of the second byte: no overlong forms, no surrogates, nothing above 10FFFF
+  char32_t value;
+  if (lead >= 0xC2 && lead <= 0xDF) {
+    more = 1;
+    value = lead & 0x1Fu;
+  } else if (lead >= 0xE0 && lead <= 0xEF) {
+    more = 2;
+    value = lead & 0x0Fu;
+    if (lead == 0xE0) low = 0xA0;
+    if (lead == 0xED) high = 0x9F;
+  } else if (lead >= 0xF0 && lead <= 0xF4) {
+    more = 3;
+    value = lead & 0x07u;
+    if (lead == 0xF0) low = 0x90;
+    if (lead == 0xF4) high = 0x8F;
+  } else {
+    return kMalformed;
+  }
+  for (; more; --more, low = 0x80, high = 0xBF) {
+    if (*aIndex >= aText.size() || byte(*aIndex) < low || byte(*aIndex) > high) return kMalformed;
+    value = value << 6 | (byte((*aIndex)++) & 0x3Fu);
+  }
+  return value;
+}
+
+void AppendUtf8(std::string& aOut, char32_t aChar) {
+  const auto put = [&](char32_t aByte) { aOut += static_cast<char>(aByte); };
+  if (aChar < 0x80) {
+    put(aChar);
+  } else if (aChar < 0x800) {
+    put(0xC0 | aChar >> 6);
+    put(0x80 | (aChar & 0x3F));
+  } else if (aChar < 0x10000) {
+    put(0xE0 | aChar >> 12);
+    put(0x80 | (aChar >> 6 & 0x3F));
+    put(0x80 | (aChar & 0x3F));
+  } else {
+    put(0xF0 | aChar >> 18);
+    put(0x80 | (aChar >> 12 & 0x3F));
+    put(0x80 | (aChar >> 6 & 0x3F));
+    put(0x80 | (aChar & 0x3F));
+  }
+}
+
+}  // namespace
+
+std::u16string Utf8ToUtf16(std::string_view aText) {
+  std::u16string out;
+  out.reserve(aText.size());
+  for (size_t i = 0; i < aText.size();) {
+    char32_t c = DecodeUtf8(aText, &i);
+    if (c == kMalformed) c = kReplacement;
+    if (c < 0x10000) {
+      out += static_cast<char16_t>(c);
+    } else {
+      out += static_cast<char16_t>(0xD800 + ((c - 0x10000) >> 10));
+      out += static_cast<char16_t>(0xDC00 + ((c - 0x10000) & 0x3FF));
+    }
+  }
+  return out;
+}
+
+std::string Utf16ToUtf8(std::u16string_view aText) {
+  std::string out;
+  out.reserve(aText.size());
+  for (size_t i = 0; i < aText.size(); ++i) {
+    char32_t c = aText[i];
+    if (c >= 0xD800 && c <= 0xDFFF) {
+      if (c <= 0xDBFF && i + 1 < aText.size() && aText[i + 1] >= 0xDC00 && aText[i + 1] <= 0xDFFF)
+        c = 0x10000 + ((c - 0xD800) << 10) + (aText[++i] - 0xDC00u);
+      else
+        c = kReplacement;
+    }
+    AppendUtf8(out, c);
+  }
+  return out;
+}
+
+std::u16string AsciiToUtf16(std::string_view aText) {
+  std::u16string out;
+  out.reserve(aText.size());
+  for (const char c : aText) out += static_cast<uint8_t>(c) < 0x80 ? static_cast<char16_t>(c) : char16_t{kReplacement};
+  return out;
+}
+
+std::string Utf16ToAscii(std::u16string_view aText) {
+  std::string out;
+  out.reserve(aText.size());
+  for (const char16_t c : aText) out += c < 0x80 ? static_cast<char>(c) : '?';
+  return out;
+}
+
+bool IsUtf8(std::string_view aText) {
+  for (size_t i = 0; i < aText.size();)
+    if (DecodeUtf8(aText, &i) == kMalformed) return false;
+  return true;
+}
+
+}  // namespace vorel

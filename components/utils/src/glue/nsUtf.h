@@ -1,0 +1,20 @@
+// Conversion between UTF-8 and UTF-16. Total: every input has an output, and what is malformed becomes U+FFFD.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace vorel {
+
+/// A malformed sequence gives one U+FFFD for its longest valid beginning, so that no text after it is lost.
+std::u16string Utf8ToUtf16(std::string_view aText);
+/// A surrogate without a partner gives U+FFFD.
+std::string Utf16ToUtf8(std::u16string_view aText);
+/// Bytes above 127 give U+FFFD.
+std::u16string AsciiToUtf16(std::string_view aText);
+/// Units above 127 give "?".
+std::string Utf16ToAscii(std::u16string_view aText);
+/// True for text that Utf8ToUtf16 takes over without a replacement character of its own.
+bool IsUtf8(std::string_view aText);
+
+}  // namespace vorel
