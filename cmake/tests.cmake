@@ -2,7 +2,16 @@
 #
 # vorel_test(NAME [SLOW] SOURCES ... LIBS ...)  one program for one subject; SLOW ones run with ./test --slow.
 # vorel_test_folders(PREFIX LIBS ...)           one program for each folder below, of its *.cpp files.
+# vorel_threads(NAME...)                        test programs that run under ThreadSanitizer too.
 find_package(GTest REQUIRED)
+add_custom_target(thread_tests)
+
+function(vorel_threads)
+  foreach(name ${ARGN})
+    set_property(TEST ${name} APPEND PROPERTY LABELS threads)
+    add_dependencies(thread_tests ${name})
+  endforeach()
+endfunction()
 
 function(vorel_test name)
   cmake_parse_arguments(ARG "SLOW" "" "SOURCES;LIBS" ${ARGN})

@@ -1,0 +1,46 @@
+# Sourced by run and test: installs what packages.txt lists and configures a build. Everything it says goes to
+# standard error, so that the output of run can be piped.
+
+say() { printf 'vorel: %s\n' "$*" >&2; }
+fail() { say "$*"; exit 1; }
+
+# Installs missing packages, and nothing when the list has been dealt with before.
+install_packages() {
+  local list=$root/packages.txt stamp=$root/build/.packages missing
+  cmp -s "$list" "$stamp" && return
+  command -v dpkg-query >/dev/null || fail "this needs Debian 12 (or a system with its packages): install the packages of packages.txt by hand, then copy packages.txt to build/.packages."
+  missing=$(comm -23 <(sort "$list") <(dpkg-query -W -f '${Package} ${db:Status-Status}\n' 2>/dev/null | awk '$2=="installed"{print $1}' | sort -u))
+  if [ -n "$missing" ]; then
+    local as_root=()
+    if [ "$(id -u)" != 0 ]; then
+      command -v sudo >/dev/null || fail "packages are missing; run this once as root, or install sudo:" $missing
+      as_root=(sudo)
+    fi
+    say "installing $(wc -w <<<"$missing") packages:" $missing
+    export DEBIAN_FRONTEND=noninteractive
+    "${as_root[@]}" apt-get -q update >&2 || fail "apt-get update failed: check the network and the package sources."
+    "${as_root[@]}" apt-get -q install -y --no-install-recommends $missing >&2 || fail "the packages above could not be installed."
+  fi
+  mkdir -p "$root/build" && cp "$list" "$stamp"
+}
+
+# build PRESET [TARGET...]: configures on first use, then builds what changed. Quiet when nothing did.
+build() {
+  local preset=$1 dir=$root/build/$1 log
+  shift
+  log=$dir/build.log
+  mkdir -p "$dir"
+  if [ ! -f "$dir/build.ninja" ]; then
+    say "configuring ($preset)"
+    (cd "$root" && cmake --preset "$preset" >"$log" 2>&1) || { cat "$log" >&2; fail "configuring failed."; }
+  fi
+  if ! ninja -C "$dir" -n "$@" 2>/dev/null | grep -q 'no work to do'; then
+    say "building ($preset): some minutes the first time"
+    if [ -t 2 ]; then
+      ninja -C "$dir" "$@" >&2 || fail "the build failed."
+    else
+      # One line a step is too much for a log: the last lines tell what went wrong.
+      ninja -C "$dir" "$@" >"$log" 2>&1 || { grep -E -A12 'FAILED|error' "$log" | head -80 >&2; fail "the build failed; the whole of it is in build/${dir##*/}/build.log."; }
+    fi
+  fi
+}
