@@ -75,6 +75,7 @@ class nsTString : public vorel::detail::StringApi<Char>::Container {
     Assign(aText);
     return *this;
   }
+  nsTString& operator=(const Char* aText) { return *this = View(aText); }
   ~nsTString() { Api::Finish(*this); }
 
   void Assign(View aText) { NS_Assign(*this, aText); }

@@ -1,0 +1,50 @@
+// The manager: start-up, and the discovery that fills the registry.
+#pragma once
+
+#include "nsPlatform.h"
+#include "nsSystemManagerGeneric.h"
+
+class nsIFile;
+class nsIPrefBranch;
+class nsISystemAdapterStorage;
+class nsSystemAdapterStorage;
+
+/// "@vorel/system/systemmanager;1". Main thread, but for what the base says of other threads.
+class nsSystemManager final : public nsSystemManagerGeneric {
+ public:
+  static const nsClassInfoRecord kClassInfo;
+
+  explicit nsSystemManager(nsPlatformRef aPlatform);
+
+  /// nsISystemManager, nsIObserver, nsIClassInfo. Not nsISupportsWeakReference, although the base
+  /// could.
+  nsresult QueryInterface(const nsIID& aIID, void** aResult) override;
+  /// The network for nsISystemAdapterIP.
+  nsresult RefreshAdapters(const nsIID& aIID) override;
+  /// "app-startup", "profile-after-change", "xul-window-registered", "network:link-status-changed",
+  /// and what the base does. The result is that of the step that the topic starts.
+  nsresult Observe(nsISupports* aSubject, const char* aTopic, const char16_t* aData) override;
+
+  /// Goes through the whole machine, in a fixed order. Called once a process; nothing guards
+  /// against a second call. The first failing step of those that may not fail ends it, keeping
+  /// everything done so far.
+  nsresult Init();
+
+  /// Calls AddAdapterForDriveLetter for each letter that the machine has, from A on. NS_OK, always.
+  nsresult ExploreVolumes();
+  /// Makes an adapter of a removable volume, or of a fixed one behind USB, publishes it, and makes
+  /// the bindings of the five profiles for external storage. NS_OK, and nothing done, for volumes
+  /// of other kinds and for a letter without a volume; NS_ERROR_FAILURE for a fixed volume behind
+  /// another bus, or one that cannot be opened. A failure after publishing leaves the adapter
+  /// published, with the bindings made so far.
+  nsresult AddAdapterForDriveLetter(char aLetter);
+  /// The adapter whose directory is the root of that drive; null, and success, when there is none.
+  nsresult GetAdapterForDriveLetter(char aLetter, nsISystemAdapterStorage** aAdapter);
+
+ private:
+  ~nsSystemManager() override;
+
+  nsresult InitNetwork();
+
+  nsPlatformRef mPlatform;
+};
