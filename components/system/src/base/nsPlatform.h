@@ -32,3 +32,6 @@ struct nsPlatform {
   std::shared_ptr<nsPlatformFiles> mFiles;
 };
 using nsPlatformRef = std::shared_ptr<const nsPlatform>;
+
+/// The machine that the process runs on. The backend that is built defines it: each port of it is a line there.
+nsPlatformRef NS_NewNativePlatform();

@@ -1,0 +1,6 @@
+#include "nsPlatform.h"
+
+nsPlatformRef NS_NewNativePlatform() {
+  auto platform = std::make_shared<nsPlatform>();
+  return platform;
+}
