@@ -1,0 +1,24 @@
+// The watcher that script constructs: new FileSystemWatcher({rootPath, listener}).
+#pragma once
+
+#include "nsISystemFileSystemWatcher.h"
+
+/// What script sees of a watcher; adds nothing to it. The constructor takes one object:
+///
+///   rootPath   string, required: the root, a URL, absolute or relative to the document
+///   listener   object: implements nsISystemFileSystemListener, and ...2 if it wants moves
+///   recursive  boolean: taken and without effect, all watchers are recursive
+///   document   object: a document in place of the script's own
+///
+/// Without a listener StartWatching succeeds and does nothing. The watch ends with the document.
+/// Main thread only.
+class nsIFileSystemWatcher : public nsISystemFileSystemWatcher {
+ public:
+  using Self = nsIFileSystemWatcher;
+  using Base = nsISystemFileSystemWatcher;
+  static constexpr std::string_view kName = "nsIFileSystemWatcher";
+  static constexpr nsIID kIID = "8caca6ae-20f1-4a0a-bdc6-109160a991cb"_iid;
+
+ protected:
+  ~nsIFileSystemWatcher() = default;
+};

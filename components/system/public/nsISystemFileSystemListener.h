@@ -1,0 +1,37 @@
+// Hears of what changes in a watched directory.
+#pragma once
+
+#include "nsXPCOMTypes.h"
+
+/// Paths are relative to the root of the watch, use "/", and have no leading "/". A directory's
+/// path ends in "/". Called on the thread that started the watch; results are ignored.
+///
+/// One report is one difference between two looks at the disk, so that several writes may come as
+/// one change, and a file that came and went between two looks is never heard of.
+///
+/// From within OnWatcherStarted and OnWatcherStopped, no watch on the same root may be started or
+/// stopped through the shared service: it holds its lock across these two calls.
+class nsISystemFileSystemListener : public nsISupports {
+ public:
+  using Self = nsISystemFileSystemListener;
+  using Base = nsISupports;
+  static constexpr std::string_view kName = "nsISystemFileSystemListener";
+  static constexpr nsIID kIID = "26fcdd71-f6d6-485b-9c02-2a3f27ec69b4"_iid;
+
+  /// The watch stands; what changes from now on is reported.
+  virtual nsresult OnWatcherStarted() = 0;
+  /// The watch has ended.
+  virtual nsresult OnWatcherStopped() = 0;
+  /// Code 0 with the watched path: the root does not exist. Code 2 with an empty text: the picture
+  /// of the directory failed. The watch does not stand.
+  virtual nsresult OnWatcherError(uint32_t aCode, const nsAString& aText) = 0;
+  /// A file was written to, or something came into, left or got another name in a directory.
+  virtual nsresult OnFileSystemChanged(const nsAString& aPath) = 0;
+  /// Of a directory, everything below it is reported first, the deepest first.
+  virtual nsresult OnFileSystemRemoved(const nsAString& aPath) = 0;
+  /// Of a directory, everything that it already holds is reported first.
+  virtual nsresult OnFileSystemAdded(const nsAString& aPath) = 0;
+
+ protected:
+  ~nsISystemFileSystemListener() = default;
+};

@@ -1,0 +1,85 @@
+// The port of directory changes: names of what has changed below a root, as an asynchronous read.
+//
+// The shape is that of an overlapped read of a directory's changes: the read is issued, its
+// completion is delivered as a call on the issuing thread while that waits, and what changes
+// between two reads is kept for the next. A name says where to look and never what happened there.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string_view>
+
+#include "nsXPCOMStrings.h"
+
+/// What a completed read leaves in the buffer: one record after another. Integers are in the
+/// machine's byte order, records start at multiples of 4.
+///
+/// Names are relative to the root and have the platform's separators. The last component may be
+/// ".": the directory itself is to be looked at.
+struct nsPlatformChangeRecord {
+  uint32_t mNextEntryOffset;  ///< From the start of this record to the next; 0 on the last.
+  uint32_t mAction;           ///< Not to be read.
+  uint32_t mFileNameLength;   ///< In bytes.
+  // The name follows, UTF-16, not closed by a zero.
+
+  static constexpr uint32_t kSize = 12;
+};
+
+/// One directory that may be watched, and the thread that waits for it.
+///
+/// A reader guarantees: it does no work on files on the thread that waits; nothing is lost between
+/// two reads; every directory below the root in which something changed after Open is named, with
+/// names that are already out of date by then; directories that appear or move are watched before
+/// they are named. Names may come more than once and for no reason. When it can't keep this up, it
+/// completes with a failure or with 0 bytes, and delivers no more.
+class nsPlatformDirectoryReader {
+ public:
+  /// Called in Wait. A failure, or 0 bytes: the chain of reads is broken, another read would fail
+  /// or never complete.
+  class Completion {
+   public:
+    virtual void OnReadCompleted(nsresult aResult, uint32_t aBytes) = 0;
+
+   protected:
+    ~Completion() = default;
+  };
+
+  /// Closes the root. No thread may be waiting any more.
+  virtual ~nsPlatformDirectoryReader() = default;
+
+  /// Starts to watch; any thread. Links below the root are not followed, a root that is one is.
+  /// NS_ERROR_ALREADY_INITIALIZED when it is open, NS_ERROR_FILE_NOT_FOUND,
+  /// NS_ERROR_FILE_NOT_DIRECTORY, NS_ERROR_FILE_ACCESS_DENIED, NS_ERROR_FAILURE when the system can
+  /// watch no more.
+  virtual nsresult Open(const nsAString& aRoot) = 0;
+  virtual bool IsOpen() const = 0;
+  /// Ends the watch; a read that was issued does not complete. The thread that waits, or any when
+  /// none does. Nothing happens without an open root.
+  virtual void Close() = 0;
+
+  /// Issues a read. aBuffer, aligned to 4, and aCompletion must last until it has completed or the
+  /// root is closed; the buffer is written to in Wait only. aNotifyFilter is made of the constants
+  /// below. One read at a time: NS_ERROR_IN_PROGRESS. NS_ERROR_NOT_INITIALIZED without an open
+  /// root.
+  virtual nsresult Read(uint8_t* aBuffer, uint32_t aSize, bool aWatchSubtree,
+                        uint32_t aNotifyFilter, Completion* aCompletion) = 0;
+
+  /// Blocks until Wake has been called, or a read has completed and its completion has returned.
+  /// The thread that issues the reads.
+  virtual void Wait() = 0;
+  /// Ends one Wait, this one or the next; further calls before that have no effect. Any thread.
+  virtual void Wake() = 0;
+
+  static constexpr uint32_t kNotifyFileName = 0x1;
+  static constexpr uint32_t kNotifyDirName = 0x2;
+  static constexpr uint32_t kNotifyLastWrite = 0x10;
+  static constexpr uint32_t kNotifyCreation = 0x40;
+};
+
+class nsPlatformDirectoryChanges {
+ public:
+  virtual ~nsPlatformDirectoryChanges() = default;
+
+  /// A reader without an open root. Any thread.
+  virtual std::unique_ptr<nsPlatformDirectoryReader> NewReader() = 0;
+};
