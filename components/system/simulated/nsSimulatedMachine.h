@@ -6,9 +6,22 @@
 // section table of nsSimulatedMachineFile.cpp.
 #pragma once
 
+#include <chrono>
+#include <deque>
+#include <functional>
+#include <optional>
+#include <vector>
+
 #include "nsPlatform.h"
 #include "nsSimulatedCalls.h"
 #include "nsSimulatedVolumes.h"
+
+/// A step of the machine's script.
+struct nsSimulatedChange {
+  std::chrono::milliseconds mAfter{
+      0};  ///< Since the step before, or since the machine was switched on.
+  std::vector<std::function<void()>> mActions;  ///< What then happens, at once and in this order.
+};
 
 /// Facts are set through the members, before or while the library runs on the machine, from any
 /// thread. A new machine has nothing in it: no volume, no interface.
@@ -19,6 +32,18 @@ class nsSimulatedMachine {
   /// What the library is given. It may outlive the machine object.
   nsPlatformRef Platform() const;
 
+  /// The script of changes to come. The machine has no clock of its own: whoever runs it waits, on
+  /// real or on virtual time, as long as UntilNextChange says, and then applies the change. Not for
+  /// several threads at a time.
+  void AddChange(nsSimulatedChange aChange) { mChanges.push_back(std::move(aChange)); }
+  /// Nothing when no change is left.
+  std::optional<std::chrono::milliseconds> UntilNextChange() const;
+  /// Does nothing when no change is left.
+  void ApplyNextChange();
+
   const nsSimulatedCallsRef mCalls;
   const std::shared_ptr<nsSimulatedVolumes> mVolumes;
+
+ private:
+  std::deque<nsSimulatedChange> mChanges;
 };

@@ -2,6 +2,76 @@
 
 #include <utility>
 
+namespace {
+
+char ReadLetter(const nsMachineValue& aValue) {
+  const std::string& text = aValue.AsString();
+  if (text.size() != 1 || text[0] < 'A' || text[0] > 'Z')
+    aValue.Fail("must be a letter from A to Z");
+  return text[0];
+}
+
+uint32_t ReadKind(const nsMachineValue& aValue) {
+  using Volumes = nsPlatformVolumes;
+  return aValue.AsOneOf<uint32_t>({{"removable", Volumes::kDriveRemovable},
+                                   {"fixed", Volumes::kDriveFixed},
+                                   {"network", Volumes::kDriveRemote},
+                                   {"optical", Volumes::kDriveCdRom},
+                                   {"memory", Volumes::kDriveRamDisk},
+                                   {"unknown", Volumes::kDriveUnknown}});
+}
+
+std::optional<uint8_t> ReadBus(const nsMachineValue& aValue) {
+  using Volumes = nsPlatformVolumes;
+  return aValue.AsOneOf<std::optional<uint8_t>>({{"none", std::nullopt},
+                                                 {"unknown", Volumes::kBusUnknown},
+                                                 {"scsi", Volumes::kBusScsi},
+                                                 {"atapi", Volumes::kBusAtapi},
+                                                 {"ata", Volumes::kBusAta},
+                                                 {"firewire", Volumes::kBusFireWire},
+                                                 {"fibre", Volumes::kBusFibre},
+                                                 {"usb", Volumes::kBusUsb},
+                                                 {"raid", Volumes::kBusRaid},
+                                                 {"iscsi", Volumes::kBusIScsi},
+                                                 {"sas", Volumes::kBusSas},
+                                                 {"sata", Volumes::kBusSata},
+                                                 {"sd", Volumes::kBusSd},
+                                                 {"mmc", Volumes::kBusMmc},
+                                                 {"virtual", Volumes::kBusVirtual},
+                                                 {"file", Volumes::kBusFileBackedVirtual},
+                                                 {"nvme", Volumes::kBusNvme}});
+}
+
+using LettersAndVolumes = std::vector<std::pair<char, nsSimulatedVolume>>;
+
+LettersAndVolumes ReadVolumes(const nsMachineValue& aValue) {
+  LettersAndVolumes volumes;
+  for (const nsMachineValue& element : aValue.AsArray())
+    element.AsObject([&](nsMachineObject& aObject) {
+      const nsMachineValue& letterValue = aObject.Required("letter");
+      const char letter = ReadLetter(letterValue);
+      for (const auto& [other, volume] : volumes)
+        if (other == letter) letterValue.Fail(std::string("the letter ") + letter + " is taken");
+      nsSimulatedVolume volume;
+      volume.mKind = ReadKind(aObject.Required("kind"));
+      volume.mBus = ReadBus(aObject.Required("bus"));
+      if (const auto* root = aObject.Optional("root")) volume.mRoot = root->AsPath();
+      if (const auto* medium = aObject.Optional("medium")) volume.mMedium = medium->AsBoolean();
+      auto& information = volume.mInformation;
+      if (const auto* label = aObject.Optional("label")) information.mLabel = label->AsString();
+      if (const auto* serial = aObject.Optional("serialNumber"))
+        information.mSerialNumber = serial->AsInteger<uint32_t>();
+      if (const auto* length = aObject.Optional("maximumComponentLength"))
+        information.mMaximumComponentLength = length->AsInteger<uint32_t>();
+      if (const auto* name = aObject.Optional("fileSystem"))
+        information.mFileSystemName = name->AsString();
+      volumes.emplace_back(letter, std::move(volume));
+    });
+  return volumes;
+}
+
+}  // namespace
+
 nsSimulatedVolumes::nsSimulatedVolumes(nsSimulatedCallsRef aCalls)
     : nsSimulatedPort(std::move(aCalls), "Volumes") {}
 
@@ -22,6 +92,24 @@ void nsSimulatedVolumes::Insert(char aLetter, nsSimulatedVolume aVolume) {
 void nsSimulatedVolumes::Remove(char aLetter) {
   const std::lock_guard lock(mLock);
   if (Drive* drive = Find(aLetter)) drive->mVolume.reset();
+}
+
+void nsSimulatedVolumes::ReadFacts(const nsMachineValue& aValue) {
+  for (auto& [letter, volume] : ReadVolumes(aValue)) Insert(letter, std::move(volume));
+}
+
+std::function<void()> nsSimulatedVolumes::ReadChange(const nsMachineValue& aValue) {
+  std::vector<char> gone;
+  LettersAndVolumes come;
+  aValue.AsObject([&](nsMachineObject& aObject) {
+    if (const nsMachineValue* letters = aObject.Optional("remove"))
+      for (const nsMachineValue& letter : letters->AsArray()) gone.push_back(ReadLetter(letter));
+    if (const nsMachineValue* volumes = aObject.Optional("insert")) come = ReadVolumes(*volumes);
+  });
+  return [this, gone, come] {
+    for (const char letter : gone) Remove(letter);
+    for (const auto& [letter, volume] : come) Insert(letter, volume);
+  };
 }
 
 nsresult nsSimulatedVolumes::ReadDriveMask(uint32_t* aMask) {

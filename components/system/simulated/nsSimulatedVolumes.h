@@ -1,8 +1,10 @@
 #pragma once
 
 #include <array>
+#include <functional>
 #include <optional>
 
+#include "nsMachineValue.h"
 #include "nsPlatformVolumes.h"
 #include "nsSimulatedCalls.h"
 
@@ -25,6 +27,11 @@ class nsSimulatedVolumes final : public nsPlatformVolumes, public nsSimulatedPor
   void Insert(char aLetter, nsSimulatedVolume aVolume = {});
   /// The letter has no volume from now on.
   void Remove(char aLetter);
+
+  /// An array of drives, as docs/machine-file.md tells. Throws nsMachineFileError.
+  void ReadFacts(const nsMachineValue& aValue);
+  /// An object of "insert" and "remove": what the function that is given back does.
+  std::function<void()> ReadChange(const nsMachineValue& aValue);
 
   nsresult ReadDriveMask(uint32_t* aMask) override;
   nsresult ReadDriveKind(char aLetter, uint32_t* aKind) override;

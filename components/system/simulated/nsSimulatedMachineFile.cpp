@@ -1,0 +1,90 @@
+#include "nsSimulatedMachineFile.h"
+
+#include <cstdio>
+
+#include "nsMachineValue.h"
+
+namespace {
+
+// The sections of a machine file. Each is read by the port whose facts it holds, and so is its part
+// of a change.
+struct Section {
+  const char* mName;
+  void (*mReadFacts)(const nsMachineValue&, nsSimulatedMachine&);
+  std::function<void()> (*mReadChange)(const nsMachineValue&, nsSimulatedMachine&);
+};
+
+template <auto Member>
+constexpr Section MakeSection(const char* aName) {
+  return {aName,
+          [](const nsMachineValue& aValue, nsSimulatedMachine& aMachine) {
+            (aMachine.*Member)->ReadFacts(aValue);
+          },
+          [](const nsMachineValue& aValue, nsSimulatedMachine& aMachine) {
+            return (aMachine.*Member)->ReadChange(aValue);
+          }};
+}
+
+constexpr Section kSections[] = {
+    MakeSection<&nsSimulatedMachine::mVolumes>("volumes"),
+};
+
+void ReadChange(nsMachineObject& aObject, nsSimulatedMachine& aMachine) {
+  nsSimulatedChange change;
+  change.mAfter = std::chrono::milliseconds(
+      static_cast<int64_t>(aObject.Required("after").AsNumber(0, 1e6) * 1000));
+  for (const Section& section : kSections)
+    if (const nsMachineValue* value = aObject.Optional(section.mName))
+      change.mActions.push_back(section.mReadChange(*value, aMachine));
+  if (change.mActions.empty()) aObject.Fail("this change changes nothing");
+  aMachine.AddChange(std::move(change));
+}
+
+void ReadMachine(nsMachineObject& aObject, nsSimulatedMachine& aMachine) {
+  if (const nsMachineValue* comment = aObject.Optional("comment")) (void)comment->AsString();
+  for (const Section& section : kSections)
+    if (const nsMachineValue* value = aObject.Optional(section.mName))
+      section.mReadFacts(*value, aMachine);
+  if (const nsMachineValue* changes = aObject.Optional("changes"))
+    for (const nsMachineValue& change : changes->AsArray())
+      change.AsObject([&](nsMachineObject& aFields) { ReadChange(aFields, aMachine); });
+}
+
+bool ReadFile(const std::string& aPath, std::string& aText) {
+  const std::unique_ptr<FILE, int (*)(FILE*)> file(fopen(aPath.c_str(), "rb"), fclose);
+  if (!file) return false;
+  char buffer[16384];
+  while (const size_t length = fread(buffer, 1, sizeof buffer, file.get()))
+    aText.append(buffer, length);
+  return !ferror(file.get());
+}
+
+}  // namespace
+
+nsresult NS_ReadMachineText(std::string_view aText, const std::string& aName,
+                            const std::string& aDirectory,
+                            std::unique_ptr<nsSimulatedMachine>* aMachine, std::string* aMessage) {
+  try {
+    auto machine = std::make_unique<nsSimulatedMachine>();
+    nsMachineValue::Parse(aText, aDirectory).AsObject([&](nsMachineObject& aObject) {
+      ReadMachine(aObject, *machine);
+    });
+    *aMachine = std::move(machine);
+    return NS_OK;
+  } catch (const nsMachineFileError& error) {
+    *aMessage = aName + ":" + std::to_string(error.mLine) + ": " + error.what();
+    return NS_ERROR_FILE_CORRUPTED;
+  }
+}
+
+nsresult NS_ReadMachineFile(const std::string& aPath, std::unique_ptr<nsSimulatedMachine>* aMachine,
+                            std::string* aMessage) {
+  std::string text;
+  if (!ReadFile(aPath, text)) {
+    *aMessage = aPath + ": this file can't be read";
+    return NS_ERROR_FILE_NOT_FOUND;
+  }
+  const size_t slash = aPath.rfind('/');
+  const std::string directory = slash == aPath.npos ? "." : aPath.substr(0, slash);
+  return NS_ReadMachineText(text, aPath, directory, aMachine, aMessage);
+}

@@ -1,0 +1,192 @@
+// Machine files: what they describe, and what is said of wrong ones.
+#include "nsSimulatedMachineFile.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <set>
+
+namespace {
+
+using Volumes = nsPlatformVolumes;
+
+std::unique_ptr<nsSimulatedMachine> Read(std::string_view aText) {
+  std::unique_ptr<nsSimulatedMachine> machine;
+  std::string message;
+  EXPECT_EQ(NS_ReadMachineText(aText, "m.json", "/machines", &machine, &message), NS_OK) << message;
+  return machine;
+}
+
+std::string MessageFor(std::string_view aText) {
+  std::unique_ptr<nsSimulatedMachine> machine;
+  std::string message;
+  EXPECT_EQ(NS_ReadMachineText(aText, "m.json", "/", &machine, &message), NS_ERROR_FILE_CORRUPTED);
+  EXPECT_FALSE(machine);
+  return message;
+}
+
+constexpr std::string_view kStick = R"({
+  "comment": "one stick",
+  "volumes": [
+    {"letter": "E", "kind": "removable", "bus": "usb", "root": "stick",
+     "label": "CONTENT", "serialNumber": 4294967295, "maximumComponentLength": 255, "fileSystem": "vfat"}
+  ],
+  "changes": [
+    {"after": 2.5, "volumes": {"remove": ["E"]}},
+    {"after": 1, "volumes": {"insert": [{"letter": "F", "kind": "fixed", "bus": "none"}]}}
+  ]
+}
+)";
+
+TEST(MachineFile, FactsOfTheFileAreMissing) {
+  auto machine = Read(kStick);
+  ASSERT_TRUE(machine);
+  nsPlatformVolumes& volumes = *machine->Platform()->mVolumes;
+  uint32_t mask = 0, kind = 0;
+  EXPECT_EQ(volumes.ReadDriveMask(&mask), NS_OK);
+  EXPECT_EQ(mask, 1u << 4);
+  EXPECT_EQ(volumes.ReadDriveKind('E', &kind), NS_OK);
+  EXPECT_EQ(kind, 2u);
+  Volumes::VolumeInformation information;
+  ASSERT_EQ(volumes.ReadVolumeInformation('E', &information), NS_OK);
+  EXPECT_EQ(information.mLabel, "CONTENT");
+  EXPECT_EQ(information.mSerialNumber, 0xFFFFFFFFu);
+  std::string root;
+  EXPECT_EQ(volumes.ReadRootDirectory('E', &root), NS_OK);
+  EXPECT_EQ(root, "/machines/stick") << "a relative path starts at the file";
+}
+
+TEST(MachineFile, ChangesComeTooEarlyOrInTheWrongOrder) {
+  using std::chrono::milliseconds;
+  auto machine = Read(kStick);
+  ASSERT_TRUE(machine);
+  uint32_t mask = 0;
+  ASSERT_EQ(machine->UntilNextChange(), milliseconds(2500));
+  machine->ApplyNextChange();
+  EXPECT_EQ(machine->mVolumes->ReadDriveMask(&mask), NS_OK);
+  EXPECT_EQ(mask, 0u);
+  ASSERT_EQ(machine->UntilNextChange(), milliseconds(1000));
+  machine->ApplyNextChange();
+  EXPECT_EQ(machine->mVolumes->ReadDriveMask(&mask), NS_OK);
+  EXPECT_EQ(mask, 1u << 5);
+  EXPECT_FALSE(machine->UntilNextChange());
+  machine->ApplyNextChange();
+}
+
+TEST(MachineFile, MessageNamesTheWrongLineOrReason) {
+  struct {
+    const char* mText;
+    const char* mMessage;
+  } const cases[] = {
+      {"",
+       "m.json:1: syntax error while parsing value - unexpected end of input; expected '[', '{', "
+       "or a literal"},
+      {"[]", "m.json:1: must be an object"},
+      {"{\n\"volumes\": [],\n\n\"volume\": []}", "m.json:4: unknown key \"volume\""},
+      {"{\"volumes\": [],\n\"volumes\": []}",
+       "m.json:2: the key \"volumes\" stands here a second time, first in line 1"},
+      // A number is the one token that the parser can only end by looking beyond it.
+      {"{\"volumes\":\n5\n\n}", "m.json:2: must be an array"},
+      {"{\"comment\":\n\ntrue\n}", "m.json:3: must be a text"},
+      {"{\"volumes\": [\n{\"letter\": \"E\",\n\"kind\": \"removable\"}]}",
+       "m.json:2: the key \"bus\" is missing"},
+      {"{\"volumes\": [{\"letter\": \"e\",\n\"kind\": \"fixed\", \"bus\": \"usb\"}]}",
+       "m.json:1: must be a letter from A to Z"},
+      {"{\"volumes\": [{\"letter\": \"E\",\n\"kind\":\n\"floppy\", \"bus\": \"usb\"}]}",
+       "m.json:3: \"floppy\" is none of \"removable\", \"fixed\", \"network\", \"optical\", "
+       "\"memory\", \"unknown\""},
+      {"{\"volumes\": [{\"letter\": \"E\", \"kind\": \"fixed\", \"bus\": "
+       "\"usb\",\n\"serialNumber\": 4294967296}]}",
+       "m.json:2: must be an integer from 0 to 4294967295"},
+      {"{\"volumes\": [{\"letter\": \"E\", \"kind\": \"fixed\", \"bus\": \"usb\", "
+       "\"serialNumber\": 1.5}]}",
+       "m.json:1: must be an integer from 0 to 4294967295"},
+      {"{\"volumes\": [{\"letter\": \"E\", \"kind\": \"fixed\", \"bus\": \"usb\"},\n"
+       "{\"letter\": \"E\", \"kind\": \"fixed\", \"bus\": \"usb\"}]}",
+       "m.json:2: the letter E is taken"},
+      {"{\"changes\": [\n{\"after\": 1}]}", "m.json:2: this change changes nothing"},
+      {"{\"changes\": [\n{\"after\":\n-1, \"volumes\": {}}]}",
+       "m.json:3: must be a number from 0 to 1e+06"},
+      {"{\"volumes\": [],\n}\n",
+       "m.json:2: syntax error while parsing object key - unexpected '}'; expected string literal"},
+      {"{}\n\nx",
+       "m.json:3: syntax error while parsing value - invalid literal; last read: "
+       "'{}<U+000A><U+000A>x'; expected end of input"},
+  };
+  for (const auto& testCase : cases) EXPECT_EQ(MessageFor(testCase.mText), testCase.mMessage);
+}
+
+TEST(MachineFile, ExampleDoesNotReadOrLacksAKind) {
+  std::unique_ptr<nsSimulatedMachine> machine;
+  std::string message;
+  ASSERT_EQ(NS_ReadMachineFile(VOREL_SOURCE_DIR "/app/machines/kiosk.json", &machine, &message),
+            NS_OK)
+      << message;
+  std::set<uint32_t> kinds;
+  for (char letter = 'A'; letter <= 'Z'; ++letter) {
+    uint32_t kind = 99;
+    EXPECT_EQ(machine->mVolumes->ReadDriveKind(letter, &kind), NS_OK);
+    kinds.insert(kind);
+  }
+  EXPECT_EQ(kinds, (std::set<uint32_t>{Volumes::kDriveNoRootDirectory, Volumes::kDriveRemovable,
+                                       Volumes::kDriveFixed, Volumes::kDriveRemote,
+                                       Volumes::kDriveCdRom}));
+}
+
+TEST(MachineFile, DeepNestingOverrunsTheStack) {
+  EXPECT_EQ(MessageFor(std::string(1000000, '[')), "m.json:1: nested too deeply");
+}
+
+TEST(MachineFile, UnreadableFileIsAnEmptyMachine) {
+  std::unique_ptr<nsSimulatedMachine> machine;
+  std::string message;
+  EXPECT_EQ(NS_ReadMachineFile("/nowhere/m.json", &machine, &message), NS_ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(message, "/nowhere/m.json: this file can't be read");
+  EXPECT_EQ(NS_ReadMachineFile("/", &machine, &message), NS_ERROR_FILE_NOT_FOUND) << "a directory";
+  EXPECT_FALSE(machine);
+}
+
+// Mutations of a good file: whatever comes out is a machine or a message with a line of the text.
+TEST(MachineFile, HostileBytesCrashTheReader) {
+  std::mt19937 random(20);
+  const auto below = [&](size_t aEnd) {
+    return std::uniform_int_distribution<size_t>(0, aEnd - 1)(random);
+  };
+  int machines = 0, messages = 0;
+  for (int i = 0; i < 20000; ++i) {
+    std::string text(kStick);
+    for (size_t changes = 1 + below(4); changes > 0; --changes) {
+      const size_t at = below(text.size());
+      switch (below(4)) {
+        case 0:
+          text[at] = static_cast<char>(below(256));
+          break;
+        case 1:
+          text.erase(at, 1 + below(20));
+          break;
+        case 2:
+          text.insert(at, text.substr(below(text.size()), below(40)));
+          break;
+        default:
+          text.insert(at, 1, "{}[]\",:\\0-e\n"[below(12)]);
+          break;
+      }
+    }
+    std::unique_ptr<nsSimulatedMachine> machine;
+    std::string message;
+    if (NS_SUCCEEDED(NS_ReadMachineText(text, "m.json", "/", &machine, &message))) {
+      ++machines;
+      EXPECT_TRUE(machine);
+      continue;
+    }
+    ++messages;
+    unsigned line = 0;
+    ASSERT_EQ(sscanf(message.c_str(), "m.json:%u: ", &line), 1) << message;
+    ASSERT_GE(line, 1u);
+    ASSERT_LE(line, 1 + static_cast<unsigned>(std::count(text.begin(), text.end(), '\n')));
+  }
+  EXPECT_GT(machines, 100);
+  EXPECT_GT(messages, 1000);
+}
+
+}  // namespace
