@@ -160,7 +160,7 @@ const nsClassInfoRecord nsTimer::kClassInfo = {NS_ClassInterfaces<nsITimer>, nul
                                                nsIClassInfo::THREADSAFE,
                                                "5ff24248-1dd2-11b2-8427-fbab44f29bc8"_iid};
 
-nsTimer::nsTimer() : mLink(std::make_shared<Link>(this)), mTarget(nsThread::CurrentOrNew()) {}
+nsTimer::nsTimer() : mLink(std::make_shared<Link>(Link{this})), mTarget(nsThread::CurrentOrNew()) {}
 
 nsTimer::~nsTimer() {
   const std::lock_guard lock(nsTimers::get().mMutex);

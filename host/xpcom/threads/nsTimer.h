@@ -26,6 +26,7 @@ class nsTimers {
   using Deadlines = std::multimap<int64_t, nsTimer*>;  // equal times keep the order of arming
 
   static nsTimers& get();
+  ~nsTimers() { Shutdown(); }
 
   /// Timers can be armed from now on. Main thread.
   void Start();
