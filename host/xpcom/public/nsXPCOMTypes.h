@@ -9,7 +9,6 @@
 class nsITimer;
 class nsIInputStream;
 class nsIOutputStream;
-class nsWrapperCache;
 
 struct PRThread;
 struct PRFileDesc;
@@ -17,7 +16,6 @@ struct PRLibrary;
 
 struct JSContext;
 class JSObject;
-class JSString;
 class JSFreeOp;
 
 /// A script value as it crosses interfaces: the engine's 8 bytes, not to be looked into. It is rooted by

@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "nsImplements.h"
-#include "nsTimer.h"
 
 nsThreadManager& nsThreadManager::get() {
   static nsThreadManager sManager;
@@ -17,7 +16,6 @@ nsresult nsThreadManager::Init() {
   mMain->Adopt();
   mMainThread = mMain.get();
   mRunning = true;
-  nsTimers::get().Start();
   return NS_OK;
 }
 
@@ -27,7 +25,6 @@ void nsThreadManager::Shutdown() {
     if (!mRunning) return;
     mRunning = false;
   }
-  nsTimers::get().Shutdown();
   // What runs meanwhile can't make threads, but may shut some down itself.
   while (true) {
     nsCOMPtr<nsThread> thread;

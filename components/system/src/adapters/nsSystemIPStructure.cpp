@@ -1,0 +1,165 @@
+#include "nsSystemIPStructure.h"
+
+#include <algorithm>
+#include <memory>
+
+#include "nsAddressText.h"
+#include "nsDebug.h"
+#include "nsXPCOM.h"
+
+namespace {
+struct Free {
+  void operator()(void* aMemory) const { NS_Free(aMemory); }
+};
+using OwnedBytes = std::unique_ptr<uint8_t, Free>;
+
+nsresult RefuseArguments(uint32_t aArgc) { return aArgc == 0 ? NS_OK : NS_ERROR_FAILURE; }
+}  // namespace
+
+nsresult nsAddressBytes::GetBytes(uint32_t* aCount, uint8_t** aBytes) const {
+  if (mLength == 0) return NS_ERROR_FAILURE;
+  // Four bytes for each byte of the address: callers were promised that much room.
+  auto* bytes = static_cast<uint8_t*>(NS_Alloc(size_t{4} * mLength));
+  if (!bytes) return NS_ERROR_OUT_OF_MEMORY;
+  std::copy_n(mBytes.begin(), mLength, bytes);
+  *aCount = mLength;
+  *aBytes = bytes;
+  return NS_OK;
+}
+
+nsresult nsAddressBytes::SetBytes(uint32_t aCount, const uint8_t* aBytes) {
+  if (!aBytes) return NS_ERROR_INVALID_ARG;
+  if (aCount != mLength) return NS_ERROR_FAILURE;
+  std::copy_n(aBytes, aCount, mBytes.begin());
+  return NS_OK;
+}
+
+nsresult nsAddressBytes::Equals(nsISystemIPStructure* aOther, bool* aEqual) const {
+  uint32_t count = 0;
+  uint8_t* bytes = nullptr;
+  if (!aOther || NS_FAILED(aOther->GetBytes(&count, &bytes))) {
+    *aEqual = false;
+    return NS_OK;
+  }
+  const OwnedBytes owned(bytes);
+  *aEqual = std::ranges::equal(Address(), std::span(bytes, count));
+  return NS_OK;
+}
+
+void nsAddressBytes::Assign(std::span<const uint8_t> aBytes) {
+  mLength = static_cast<uint32_t>(aBytes.size());
+  if (mBytes.size() < aBytes.size()) mBytes.resize(aBytes.size());
+  std::ranges::copy(aBytes, mBytes.begin());
+}
+
+const nsClassInfoRecord nsSystemIPv4Structure::kClassInfo{
+    NS_ClassInterfaces<nsISystemIPStructure, nsISystemIPv4Structure>,
+    NS_NamedHelper<"SystemIPv4Structure">, nsIClassInfo::DOM_OBJECT,
+    "44be1a59-69ba-401e-aa66-ee1e5142d685"_iid};
+
+std::string nsSystemIPv4Structure::Format() {
+  return vorel::address::FormatIPv4(mBytes.First<kLength>());
+}
+
+nsresult nsSystemIPv4Structure::Parse(std::string_view aText) {
+  return vorel::address::ParseIPv4(aText, mBytes.First<kLength>());
+}
+
+nsresult nsSystemIPv4Structure::Initialize(nsISupports*, JSContext*, JSObject*, uint32_t, jsval*) {
+  return NS_OK;
+}
+
+const nsClassInfoRecord nsSystemIPv6Structure::kClassInfo{
+    NS_ClassInterfaces<nsISystemIPStructure, nsISystemIPv6Structure>,
+    NS_NamedHelper<"SystemIPv6Structure">, nsIClassInfo::DOM_OBJECT,
+    "fb3dbf4f-d33f-49a0-9b48-45d3d3f5d3dd"_iid};
+
+std::string nsSystemIPv6Structure::Format() {
+  return vorel::address::FormatIPv6(mBytes.First<kLength>());
+}
+
+nsresult nsSystemIPv6Structure::Parse(std::string_view aText) {
+  return vorel::address::ParseIPv6(aText, mBytes.First<kLength>());
+}
+
+nsresult nsSystemIPv6Structure::Initialize(nsISupports*, JSContext*, JSObject*, uint32_t aArgc,
+                                           jsval*) {
+  return RefuseArguments(aArgc);
+}
+
+const nsClassInfoRecord nsSystemMACStructure::kClassInfo{
+    NS_ClassInterfaces<nsISystemIPStructure, nsISystemMACStructure>,
+    NS_NamedHelper<"SystemMACStructure">, nsIClassInfo::DOM_OBJECT,
+    "2348063c-bd53-4d5d-974e-90e20dc9c54d"_iid};
+
+std::string nsSystemMACStructure::Format() { return vorel::address::FormatMAC(mBytes.Address()); }
+
+nsresult nsSystemMACStructure::Parse(std::string_view aText) {
+  std::vector<uint8_t> bytes;
+  if (const nsresult rv = vorel::address::ParseMAC(aText, &bytes); NS_FAILED(rv)) return rv;
+  mBytes.Assign(bytes);
+  return NS_OK;
+}
+
+nsresult nsSystemMACStructure::Initialize(nsISupports*, JSContext*, JSObject*, uint32_t aArgc,
+                                          jsval*) {
+  return RefuseArguments(aArgc);
+}
+
+const nsClassInfoRecord nsSystemIPAddress::kClassInfo{
+    NS_ClassInterfaces<nsISystemIPAddress>, NS_NamedHelper<"SystemIPAddress">,
+    nsIClassInfo::DOM_OBJECT, "8d0a6f6c-6b0d-4f0e-9a37-3f4a3c5b7e21"_iid};
+
+nsresult nsSystemIPAddress::GetAddress(nsISystemIPStructure** aAddress) {
+  nsCOMPtr(mAddress).forget(aAddress);
+  return NS_OK;
+}
+
+nsresult nsSystemIPAddress::SetAddress(nsISystemIPStructure* aAddress) {
+  mAddress = aAddress;
+  return NS_OK;
+}
+
+nsresult nsSystemIPAddress::GetPrefixLength(uint8_t* aPrefixLength) {
+  *aPrefixLength = mPrefixLength;
+  return NS_OK;
+}
+
+nsresult nsSystemIPAddress::SetPrefixLength(uint8_t aPrefixLength) {
+  mPrefixLength = aPrefixLength;
+  return NS_OK;
+}
+
+nsresult nsSystemIPAddress::GetMask(nsISystemIPStructure** aMask) {
+  const auto mask = MakeRefCounted<nsSystemIPv4Structure>();
+  std::array<uint8_t, 4> bytes{};
+  for (unsigned bit = 0; bit < std::min<unsigned>(mPrefixLength, 32); ++bit)
+    bytes[bit / 8] = static_cast<uint8_t>(bytes[bit / 8] | 0x80u >> bit % 8);
+  const nsresult rv = mask->SetBytes(bytes.size(), bytes.data());
+  NS_ENSURE_SUCCESS(rv, rv);
+  nsCOMPtr<nsISystemIPStructure>(mask).forget(aMask);
+  return NS_OK;
+}
+
+nsresult nsSystemIPAddress::SetMask(nsISystemIPStructure* aMask) {
+  if (!aMask) return NS_ERROR_NULL_POINTER;
+  uint32_t count = 0;
+  uint8_t* bytes = nullptr;
+  const nsresult rv = aMask->GetBytes(&count, &bytes);
+  NS_ENSURE_SUCCESS(rv, rv);
+  const OwnedBytes owned(bytes);
+  uint32_t bits = 0;
+  while (bits < count * 8 && (bytes[bits / 8] & 0x80u >> bits % 8)) ++bits;
+  mPrefixLength = static_cast<uint8_t>(bits);
+  return NS_OK;
+}
+
+nsresult nsSystemIPAddress::GetPrefixOrigin(uint16_t* aPrefixOrigin) {
+  *aPrefixOrigin = mPrefixOrigin;
+  return NS_OK;
+}
+
+nsresult nsSystemIPAddress::Initialize(nsISupports*, JSContext*, JSObject*, uint32_t aArgc,
+                                       jsval*) {
+  return RefuseArguments(aArgc);
+}

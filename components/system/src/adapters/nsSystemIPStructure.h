@@ -1,0 +1,193 @@
+// Addresses as values: IPv4, IPv6, MAC, and an address with its prefix length.
+#pragma once
+
+#include <array>
+#include <span>
+#include <vector>
+
+#include "nsIJSNativeInitializer.h"
+#include "nsISystemIPAddress.h"
+#include "nsISystemIPv4Structure.h"
+#include "nsISystemIPv6Structure.h"
+#include "nsISystemMACStructure.h"
+#include "nsImplements.h"
+#include "nsString.h"
+
+/// A byte buffer of which mLength bytes are the address. It never gets shorter than the class's own
+/// length, so that the accessors of single bytes always find theirs.
+class nsAddressBytes {
+ public:
+  explicit nsAddressBytes(uint32_t aLength) : mLength(aLength), mBytes(aLength) {}
+
+  nsresult GetBytes(uint32_t* aCount, uint8_t** aBytes) const;
+  nsresult SetBytes(uint32_t aCount, const uint8_t* aBytes);
+  nsresult Equals(nsISystemIPStructure* aOther, bool* aEqual) const;
+  /// Takes another length. Bytes behind it keep what they held.
+  void Assign(std::span<const uint8_t> aBytes);
+
+  std::span<const uint8_t> Address() const { return {mBytes.data(), mLength}; }
+  template <size_t N>
+  std::span<uint8_t, N> First() {
+    return std::span<uint8_t, N>(mBytes.data(), N);
+  }
+  uint8_t& operator[](size_t aIndex) { return mBytes[aIndex]; }
+
+ private:
+  uint32_t mLength;
+  std::vector<uint8_t> mBytes;
+};
+
+/// What the three plain values share. Class gives kLength, and the text form by Format and Parse.
+template <class Class, class Interface>
+class nsSystemIPStructure : public nsImplements<Class, Interface, nsIJSNativeInitializer> {
+ public:
+  nsresult GetString(nsACString& aString) override {
+    NS_Assign(aString, static_cast<Class*>(this)->Format());
+    return NS_OK;
+  }
+  nsresult SetString(const nsACString& aString) override {
+    return static_cast<Class*>(this)->Parse(NS_View(aString));
+  }
+  nsresult GetBytes(uint32_t* aCount, uint8_t** aBytes) override {
+    return mBytes.GetBytes(aCount, aBytes);
+  }
+  nsresult SetBytes(uint32_t aCount, const uint8_t* aBytes) override {
+    return mBytes.SetBytes(aCount, aBytes);
+  }
+  nsresult Clone(nsISystemIPStructure** aClone) override {
+    const auto clone = MakeRefCounted<Class>();
+    clone->mBytes = mBytes;
+    nsCOMPtr<nsISystemIPStructure>(clone).forget(aClone);
+    return NS_OK;
+  }
+  nsresult Equals(nsISystemIPStructure* aOther, bool* aEqual) override {
+    return mBytes.Equals(aOther, aEqual);
+  }
+
+ protected:
+  nsSystemIPStructure() : mBytes(Class::kLength) {}
+  ~nsSystemIPStructure() override = default;
+  nsAddressBytes mBytes;
+};
+
+// One accessor pair for a byte of the address.
+#define VOREL_ADDRESS_BYTE(aIndex)                    \
+  nsresult GetByte##aIndex(uint8_t* aByte) override { \
+    *aByte = this->mBytes[aIndex];                    \
+    return NS_OK;                                     \
+  }                                                   \
+  nsresult SetByte##aIndex(uint8_t aByte) override {  \
+    this->mBytes[aIndex] = aByte;                     \
+    return NS_OK;                                     \
+  }
+
+class nsSystemIPv4Structure final
+    : public nsSystemIPStructure<nsSystemIPv4Structure, nsISystemIPv4Structure> {
+ public:
+  static constexpr uint32_t kLength = 4;
+  static const nsClassInfoRecord kClassInfo;
+
+  VOREL_ADDRESS_BYTE(0)
+  VOREL_ADDRESS_BYTE(1)
+  VOREL_ADDRESS_BYTE(2)
+  VOREL_ADDRESS_BYTE(3)
+  std::string Format();
+  nsresult Parse(std::string_view aText);
+  /// Takes and ignores any arguments of the script constructor.
+  nsresult Initialize(nsISupports* aOwner, JSContext* aCx, JSObject* aObject, uint32_t aArgc,
+                      jsval* aArgv) override;
+
+ private:
+  ~nsSystemIPv4Structure() override = default;
+};
+
+class nsSystemIPv6Structure final
+    : public nsSystemIPStructure<nsSystemIPv6Structure, nsISystemIPv6Structure> {
+ public:
+  static constexpr uint32_t kLength = 16;
+  static const nsClassInfoRecord kClassInfo;
+
+  VOREL_ADDRESS_BYTE(0)
+  VOREL_ADDRESS_BYTE(1)
+  VOREL_ADDRESS_BYTE(2)
+  VOREL_ADDRESS_BYTE(3)
+  VOREL_ADDRESS_BYTE(4)
+  VOREL_ADDRESS_BYTE(5)
+  VOREL_ADDRESS_BYTE(6)
+  VOREL_ADDRESS_BYTE(7)
+  VOREL_ADDRESS_BYTE(8)
+  VOREL_ADDRESS_BYTE(9)
+  VOREL_ADDRESS_BYTE(10)
+  VOREL_ADDRESS_BYTE(11)
+  VOREL_ADDRESS_BYTE(12)
+  VOREL_ADDRESS_BYTE(13)
+  VOREL_ADDRESS_BYTE(14)
+  VOREL_ADDRESS_BYTE(15)
+  std::string Format();
+  nsresult Parse(std::string_view aText);
+  /// NS_ERROR_FAILURE with arguments.
+  nsresult Initialize(nsISupports* aOwner, JSContext* aCx, JSObject* aObject, uint32_t aArgc,
+                      jsval* aArgv) override;
+
+ private:
+  ~nsSystemIPv6Structure() override = default;
+};
+
+class nsSystemMACStructure final
+    : public nsSystemIPStructure<nsSystemMACStructure, nsISystemMACStructure> {
+ public:
+  static constexpr uint32_t kLength = 6;
+  static const nsClassInfoRecord kClassInfo;
+
+  VOREL_ADDRESS_BYTE(0)
+  VOREL_ADDRESS_BYTE(1)
+  VOREL_ADDRESS_BYTE(2)
+  VOREL_ADDRESS_BYTE(3)
+  VOREL_ADDRESS_BYTE(4)
+  VOREL_ADDRESS_BYTE(5)
+  std::string Format();
+  nsresult Parse(std::string_view aText);
+  /// NS_ERROR_FAILURE with arguments.
+  nsresult Initialize(nsISupports* aOwner, JSContext* aCx, JSObject* aObject, uint32_t aArgc,
+                      jsval* aArgv) override;
+
+ private:
+  ~nsSystemMACStructure() override = default;
+};
+
+#undef VOREL_ADDRESS_BYTE
+
+class nsSystemIPAddress final
+    : public nsImplements<nsSystemIPAddress, nsISystemIPAddress, nsIJSNativeInitializer> {
+ public:
+  static const nsClassInfoRecord kClassInfo;
+
+  nsresult GetAddress(nsISystemIPStructure** aAddress) override;
+  nsresult SetAddress(nsISystemIPStructure* aAddress) override;
+  nsresult GetPrefixLength(uint8_t* aPrefixLength) override;
+  nsresult SetPrefixLength(uint8_t aPrefixLength) override;
+  nsresult GetMask(nsISystemIPStructure** aMask) override;
+  nsresult SetMask(nsISystemIPStructure* aMask) override;
+  nsresult GetPrefixOrigin(uint16_t* aPrefixOrigin) override;
+  nsresult SetPrefixOrigin(uint16_t) override { return NS_ERROR_NOT_IMPLEMENTED; }
+  nsresult GetSuffixOrigin(uint32_t*) override { return NS_ERROR_NOT_IMPLEMENTED; }
+  nsresult SetSuffixOrigin(uint32_t) override { return NS_ERROR_NOT_IMPLEMENTED; }
+  nsresult GetValidLifetime(uint64_t*) override { return NS_ERROR_NOT_IMPLEMENTED; }
+  nsresult SetValidLifetime(uint64_t) override { return NS_ERROR_NOT_IMPLEMENTED; }
+  nsresult GetPreferredLifetime(uint64_t*) override { return NS_ERROR_NOT_IMPLEMENTED; }
+  nsresult SetPreferredLifetime(uint64_t) override { return NS_ERROR_NOT_IMPLEMENTED; }
+  nsresult GetLeaseLifetime(uint64_t*) override { return NS_ERROR_NOT_IMPLEMENTED; }
+  nsresult SetLeaseLifetime(uint64_t) override { return NS_ERROR_NOT_IMPLEMENTED; }
+  nsresult GetDadState(uint32_t*) override { return NS_ERROR_NOT_IMPLEMENTED; }
+  nsresult SetDadState(uint32_t) override { return NS_ERROR_NOT_IMPLEMENTED; }
+  /// NS_ERROR_FAILURE with arguments.
+  nsresult Initialize(nsISupports* aOwner, JSContext* aCx, JSObject* aObject, uint32_t aArgc,
+                      jsval* aArgv) override;
+
+ private:
+  ~nsSystemIPAddress() override = default;
+
+  nsCOMPtr<nsISystemIPStructure> mAddress;
+  uint8_t mPrefixLength = 0;
+  uint16_t mPrefixOrigin = 1;
+};
