@@ -9,6 +9,7 @@
 class nsITimer;
 class nsIInputStream;
 class nsIOutputStream;
+class nsWrapperCache;
 
 struct PRThread;
 struct PRFileDesc;
@@ -16,6 +17,7 @@ struct PRLibrary;
 
 struct JSContext;
 class JSObject;
+class JSString;
 class JSFreeOp;
 
 /// A script value as it crosses interfaces: the engine's 8 bytes, not to be looked into. It is rooted by

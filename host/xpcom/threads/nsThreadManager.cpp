@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "nsImplements.h"
+#include "nsTimer.h"
 
 nsThreadManager& nsThreadManager::get() {
   static nsThreadManager sManager;
@@ -16,6 +17,7 @@ nsresult nsThreadManager::Init() {
   mMain->Adopt();
   mMainThread = mMain.get();
   mRunning = true;
+  nsTimers::get().Start();
   return NS_OK;
 }
 
@@ -25,6 +27,7 @@ void nsThreadManager::Shutdown() {
     if (!mRunning) return;
     mRunning = false;
   }
+  nsTimers::get().Shutdown();
   // What runs meanwhile can't make threads, but may shut some down itself.
   while (true) {
     nsCOMPtr<nsThread> thread;

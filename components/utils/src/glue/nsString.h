@@ -106,11 +106,19 @@ using nsString_external = nsString;
 /// A string that is a view of text which outlives it: for in parameters.
 class nsDependentString : public nsStringContainer {
  public:
-  explicit nsDependentString(std::u16string_view aText) {
+  explicit nsDependentString(std::u16string_view aText = {}) { Init(aText); }
+  ~nsDependentString() { NS_StringContainerFinish(*this); }
+  /// Becomes a view of other text.
+  void Rebind(std::u16string_view aText) {
+    NS_StringContainerFinish(*this);
+    Init(aText);
+  }
+
+ private:
+  void Init(std::u16string_view aText) {
     (void)NS_StringContainerInit2(*this, aText.data(), static_cast<uint32_t>(aText.size()),
                                   NS_STRING_CONTAINER_INIT_DEPEND | NS_STRING_CONTAINER_INIT_SUBSTRING);
   }
-  ~nsDependentString() { NS_StringContainerFinish(*this); }
 };
 class nsDependentCString : public nsCStringContainer {
  public:

@@ -1,0 +1,81 @@
+// Runs applications written in script.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "nsError.h"
+
+struct nsScriptInterface;
+
+/// What an application finds in its environment.
+struct nsScriptOptions {
+  /// The global `arguments`.
+  std::vector<std::string> mArguments;
+  /// The application's file: what relative addresses and imports are resolved against. Empty: the
+  /// working directory.
+  std::string mFile;
+  /// The heap of scripts, in bytes. A script that wants more gets an exception, "out of memory".
+  uint32_t mHeapLimit = 256u << 20;
+};
+
+/// The script engine with one environment: one global object, which the application and the
+/// components written in script share.
+///
+/// At most one at a time in a process, on the main thread, which all of its operations belong to.
+/// Made once the component manager is up and before the profile is announced, so that manifests may
+/// name components in script. It takes leave of the engine when the host sends
+/// "xpcom-shutdown-threads", or when it is destroyed, whichever comes first: requests of the
+/// document's load group are cancelled, objects of script that compiled code still holds turn into
+/// shells that answer NS_ERROR_NOT_AVAILABLE, and references that script held are released.
+class nsScriptHost {
+ public:
+  /// Adds tables of interfaces to those of the platform, which are always there. The tables must
+  /// live for ever. To be called before the first Create; a table that is added twice is added
+  /// once.
+  static void AddInterfaces(std::span<const nsScriptInterface* const> aInterfaces);
+  /// The TypeScript declarations of all tables and of the environment.
+  static std::string PrintTypes();
+
+  /// Null when the engine can't be started; *aError then says why.
+  static std::unique_ptr<nsScriptHost> Create(const nsScriptOptions& aOptions, std::string* aError);
+  nsScriptHost(const nsScriptHost&) = delete;
+  nsScriptHost& operator=(const nsScriptHost&) = delete;
+  ~nsScriptHost();
+
+  /// Runs a file to its end, as a module when its name ends in ".mjs". NS_ERROR_FAILURE when it
+  /// can't be read or compiled, or when it throws: the error is then reported (file, line, text,
+  /// stack) on standard error.
+  nsresult RunFile(const std::string& aFile);
+
+  /// Runs a text. *aResult, where given, is what its last expression is, as a person would like to
+  /// read it; empty for undefined. Errors as RunFile; aName stands in their place of a file.
+  nsresult Evaluate(std::string_view aText, const char* aName, std::string* aResult);
+
+  /// Runs events until script calls quit(), or until nothing could call script any more: no timer,
+  /// no pending job, and no object of script in the hands of compiled code (a listener, an
+  /// observer). Returns the status for the process: what was given to quit(), otherwise 1 after an
+  /// error that nobody caught, otherwise 0.
+  int RunUntilDone();
+
+  /// True once script has called quit(); scripts that are still running stop at that call.
+  bool HasQuit() const;
+  /// As if script had called quit(). May be called before RunUntilDone, and inside it.
+  void Quit(int aStatus);
+
+  /// Members that may follow a text like "systemManager.ad": whole names, sorted, without
+  /// duplicates. *aStart is where in the text the name begins. No getter of an accessor is called.
+  std::vector<std::string> Complete(std::string_view aText, size_t* aStart);
+  /// True when a text is a beginning that lacks its end, so that a shell should read another line.
+  bool IsIncomplete(std::string_view aText);
+
+  /// To be called when the system's time zone has changed: Date sees the new one from then on.
+  static void TimeZoneChanged();
+
+ private:
+  nsScriptHost();
+};

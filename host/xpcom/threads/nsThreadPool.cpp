@@ -1,0 +1,112 @@
+#include "nsThreadPool.h"
+
+#include <pthread.h>
+
+#include <chrono>
+
+#include "nsIObserverService.h"
+#include "nsServices.h"
+#include "nsThread.h"
+
+namespace {
+
+constexpr std::chrono::seconds kIdleTime{5};
+thread_local const nsWorkerThreads* tPool = nullptr;
+
+}  // namespace
+
+nsresult nsWorkerThreads::Put(nsIRunnable* aEvent) {
+  Threads ended;
+  {
+    const std::lock_guard lock(mMutex);
+    if (mClosed) return NS_ERROR_UNEXPECTED;
+    ended.swap(mEnded);
+    if (mIdle <= mEvents.size() && mThreads.size() < mLimit) {
+      mThreads.emplace_back();
+      try {
+        mThreads.back() = std::thread(&nsWorkerThreads::Main, this, std::prev(mThreads.end()));
+      } catch (const std::system_error&) {
+        mThreads.pop_back();
+        if (mThreads.empty()) return NS_ERROR_OUT_OF_MEMORY;
+      }
+    }
+    mEvents.emplace_back(aEvent);
+    mChanged.notify_one();
+  }
+  for (std::thread& each : ended) each.join();  // they are at their last instructions
+  return NS_OK;
+}
+
+bool nsWorkerThreads::IsOnOne() const { return tPool == this; }
+
+void nsWorkerThreads::Main(Threads::iterator aSelf) {
+  pthread_setname_np(pthread_self(), mName);
+  tPool = this;
+  std::unique_lock lock(mMutex);
+  while (true) {
+    ++mIdle;
+    mChanged.wait_for(lock, kIdleTime, [this] { return !mEvents.empty() || mClosed; });
+    --mIdle;
+    if (mEvents.empty()) break;
+    auto event = std::move(mEvents.front());
+    mEvents.pop_front();
+    lock.unlock();
+    (void)event->Run();
+    event = nullptr;
+    lock.lock();
+  }
+  mEnded.splice(mEnded.end(), mThreads, aSelf);
+  if (mThreads.empty() && mCloser) mCloser->Wake(&mAllEnded);
+}
+
+void nsWorkerThreads::Shutdown() {
+  {
+    const std::lock_guard lock(mMutex);
+    if (mClosed) return;
+    mClosed = true;
+    mChanged.notify_all();
+    mCloser = nsThread::CurrentOrNew();
+    mAllEnded = mThreads.empty();
+  }
+  mCloser->RunUntil(&mAllEnded);
+  for (std::thread& each : mEnded) each.join();
+  mEnded.clear();
+  mCloser = nullptr;
+}
+
+const nsClassInfoRecord nsVorelThreadPool::kClassInfo = {
+    NS_ClassInterfaces<nsIEventTarget>, nullptr, nsIClassInfo::SINGLETON | nsIClassInfo::THREADSAFE,
+    "5c0f6d9a-77f3-4f0b-8f0e-6c2f9b1d3e57"_iid};
+
+nsresult nsVorelThreadPool::Construct(nsISupports* aOuter, const nsIID& aIID, void** aResult) {
+  if (aOuter) return NS_ERROR_NO_AGGREGATION;
+  const auto pool = MakeRefCounted<nsVorelThreadPool>();
+  nsresult rv;
+  const auto observers = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID, &rv);
+  if (NS_FAILED(rv)) return rv;
+  rv = observers->AddObserver(pool.get(), "xpcom-shutdown-threads", false);
+  if (NS_FAILED(rv)) return rv;
+  return pool->QueryInterface(aIID, aResult);
+}
+
+nsresult nsVorelThreadPool::Dispatch(nsIRunnable* aEvent, uint32_t aFlags) {
+  if (!aEvent) return NS_ERROR_NULL_POINTER;
+  if (aFlags == DISPATCH_NORMAL) return mThreads.Put(aEvent);
+  if (aFlags != DISPATCH_SYNC) return NS_ERROR_INVALID_ARG;
+  if (!mThreads.IsOnOne())
+    return NS_DispatchSync([this](nsIRunnable* aSync) { return mThreads.Put(aSync); }, aEvent);
+  (void)aEvent->Run();
+  return NS_OK;
+}
+
+nsresult nsVorelThreadPool::IsOnCurrentThread(bool* aResult) {
+  if (!aResult) return NS_ERROR_NULL_POINTER;
+  *aResult = mThreads.IsOnOne();
+  return NS_OK;
+}
+
+nsresult nsVorelThreadPool::Observe(nsISupports* /*aSubject*/, const char* /*aTopic*/,
+                                    const char16_t* /*aData*/) {
+  mThreads.Shutdown();
+  return NS_OK;
+}
