@@ -2,11 +2,15 @@
 
 nsSimulatedMachine::nsSimulatedMachine()
     : mCalls(std::make_shared<nsSimulatedCalls>()),
-      mVolumes(std::make_shared<nsSimulatedVolumes>(mCalls)) {}
+      mVolumes(std::make_shared<nsSimulatedVolumes>(mCalls)),
+      mFiles(std::make_shared<nsSimulatedFiles>(mCalls)),
+      mDirectoryChanges(std::make_shared<nsSimulatedDirectoryChanges>(mCalls, mFiles)) {}
 
 nsPlatformRef nsSimulatedMachine::Platform() const {
   auto platform = std::make_shared<nsPlatform>();
   platform->mVolumes = mVolumes;
+  platform->mFiles = mFiles;
+  platform->mDirectoryChanges = mDirectoryChanges;
   return platform;
 }
 

@@ -14,6 +14,7 @@
 
 #include "nsPlatform.h"
 #include "nsSimulatedCalls.h"
+#include "nsSimulatedFileSystem.h"
 #include "nsSimulatedVolumes.h"
 
 /// A step of the machine's script.
@@ -43,6 +44,8 @@ class nsSimulatedMachine {
 
   const nsSimulatedCallsRef mCalls;
   const std::shared_ptr<nsSimulatedVolumes> mVolumes;
+  const std::shared_ptr<nsSimulatedFiles> mFiles;
+  const std::shared_ptr<nsSimulatedDirectoryChanges> mDirectoryChanges;
 
  private:
   std::deque<nsSimulatedChange> mChanges;

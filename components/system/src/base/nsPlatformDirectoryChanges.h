@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <string_view>
 
@@ -23,6 +24,34 @@ struct nsPlatformChangeRecord {
   // The name follows, UTF-16, not closed by a zero.
 
   static constexpr uint32_t kSize = 12;
+};
+
+/// Fills a buffer the way a completed read leaves it; for backends.
+class nsPlatformChangeRecordWriter {
+ public:
+  nsPlatformChangeRecordWriter(uint8_t* aBuffer, uint32_t aSize) : mBuffer(aBuffer), mSize(aSize) {}
+
+  /// False, and nothing written, when the name has no room in what is left.
+  bool Append(std::u16string_view aName) {
+    const size_t length = aName.size() * sizeof(char16_t);
+    const uint32_t start = (mEnd + 3) & ~3u;
+    if (length > mSize || start + nsPlatformChangeRecord::kSize + length > mSize) return false;
+    const nsPlatformChangeRecord record{0, 0, static_cast<uint32_t>(length)};
+    std::memcpy(mBuffer + start, &record, nsPlatformChangeRecord::kSize);
+    std::memcpy(mBuffer + start + nsPlatformChangeRecord::kSize, aName.data(), length);
+    const uint32_t offset = start - mLast;
+    if (mEnd) std::memcpy(mBuffer + mLast, &offset, sizeof offset);
+    mLast = start;
+    mEnd = start + nsPlatformChangeRecord::kSize + static_cast<uint32_t>(length);
+    return true;
+  }
+  uint32_t Bytes() const { return mEnd; }
+
+ private:
+  uint8_t* const mBuffer;
+  const uint32_t mSize;
+  uint32_t mLast = 0;
+  uint32_t mEnd = 0;
 };
 
 /// One directory that may be watched, and the thread that waits for it.

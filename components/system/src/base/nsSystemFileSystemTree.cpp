@@ -1,0 +1,582 @@
+#include "nsSystemFileSystemTree.h"
+
+#include <algorithm>
+
+#include "nsDebug.h"
+#include "nsIEventTarget.h"
+#include "nsISystemFileSystemTreeListener.h"
+#include "nsIThreadManager.h"
+#include "nsLogger.h"
+#include "nsServices.h"
+#include "nsVorelMethodCaller.h"
+
+namespace {
+
+constexpr uint32_t eChanged = nsSystemFileSystemChange::eChanged;
+constexpr uint32_t eAdded = nsSystemFileSystemChange::eAdded;
+constexpr uint32_t eRemoved = nsSystemFileSystemChange::eRemoved;
+constexpr uint32_t eMoved = nsSystemFileSystemChange::eMoved;
+
+nsCOMPtr<nsILog4Logger> Log() { return NS_GetLogger("system.fileWatcher"); }
+
+bool StringBeginsWith(const nsAString& aText, const nsAString& aBeginning) {
+  return NS_View(aText).starts_with(NS_View(aBeginning));
+}
+
+}  // namespace
+
+nsSystemFileSystemTree::nsSystemFileSystemTree(std::shared_ptr<nsPlatformFiles> aFiles)
+    : mFiles(std::move(aFiles)), mSeparator(mFiles->Separator()) {}
+
+nsresult nsSystemFileSystemTree::QueryInterface(const nsIID& aIID, void** aResult) {
+  if (!aResult) return NS_ERROR_NULL_POINTER;
+  *aResult = NS_FindInterface<nsISupportsWeakReference>(this, aIID);
+  if (!*aResult) return NS_ERROR_NO_INTERFACE;
+  AddRef();
+  return NS_OK;
+}
+
+nsresult nsSystemFileSystemTree::SetListener(nsISystemFileSystemTreeListener* aListener) {
+  NS_ENSURE_TRUE(aListener, NS_ERROR_NULL_POINTER);
+  nsresult rv;
+  const auto source = do_QueryInterface<nsISupportsWeakReference>(aListener, &rv);
+  NS_ENSURE_SUCCESS(rv, rv);
+  std::lock_guard lock(mListenerLock);
+  return source->GetWeakReference(mListener.getter_AddRefs());
+}
+
+nsresult nsSystemFileSystemTree::ClearListener() {
+  std::lock_guard lock(mListenerLock);
+  mListener = nullptr;
+  return NS_OK;
+}
+
+// ---- Starting up
+
+nsresult nsSystemFileSystemTree::Init(const nsAString& aRootPath, bool aIsRecursive) {
+  if (mIsInitialized) return NS_ERROR_ALREADY_INITIALIZED;
+  mIsInitialized = true;
+  mRootPath = aRootPath;
+  mIsRecursive = aIsRecursive;
+  return InitTree();
+}
+
+nsresult nsSystemFileSystemTree::InitTree() {
+  nsresult rv;
+  const auto manager = do_GetService<nsIThreadManager>(NS_THREADMANAGER_CONTRACTID, &rv);
+  NS_ENSURE_SUCCESS(rv, rv);
+  rv = manager->GetCurrentThread(mOwnerThread.getter_AddRefs());
+  NS_ENSURE_SUCCESS(rv, rv);
+
+  const auto runnable =
+      NS_NewRunnableMethodCaller<vorel::threads::eWeak>(this, &nsSystemFileSystemTree::BuildTree);
+  NS_ENSURE_TRUE(runnable, NS_ERROR_FAILURE);
+  const auto threadPool = do_GetService<nsIEventTarget>(VOREL_THREADPOOL_CONTRACTID);
+  NS_ENSURE_TRUE(threadPool, NS_ERROR_FAILURE);
+  return threadPool->Dispatch(runnable.get(), NS_DISPATCH_NORMAL);
+}
+
+nsresult nsSystemFileSystemTree::BuildTree() {
+  bool exists = false;
+  if (NS_FAILED(mFiles->Exists(mRootPath, &exists)) || !exists)
+    return DispatchToOwner(&nsSystemFileSystemTree::NotifyRootPathMissing);
+
+  {
+    std::lock_guard lock(mRootNodeLock);
+    mRootNode = nullptr;
+    nsPlatformFiles::Entry root;
+    if (NS_SUCCEEDED(mFiles->ReadEntry(mRootPath, &root))) {
+      mRootVolume = root.mVolume;
+      (void)CreateNode(&root, nullptr, mRootNode.getter_AddRefs());
+    }
+    // A root that can't be read is announced as ready all the same; updates fail by its absence.
+    if (mRootNode) (void)AddChildren(mRootPath, mRootNode.get(), true, false);
+  }
+  return DispatchToOwner(&nsSystemFileSystemTree::NotifyTreeReady);
+}
+
+nsresult nsSystemFileSystemTree::NotifyTreeReady() {
+  CallListener([this](nsISystemFileSystemTreeListener* aListener) {
+    (void)aListener->OnTreeReady(mRootPath, mDiscoveredDirs);
+  });
+  mDiscoveredDirs = {};
+  return NS_OK;
+}
+
+nsresult nsSystemFileSystemTree::NotifyRootPathMissing() {
+  CallListener(
+      [](nsISystemFileSystemTreeListener* aListener) { (void)aListener->OnRootPathMissing(); });
+  return NS_OK;
+}
+
+// ---- From the disk to nodes
+
+nsresult nsSystemFileSystemTree::CreateNode(const nsPlatformFiles::Entry* aFile,
+                                            nsSystemFileSystemNode* aParent,
+                                            nsSystemFileSystemNode** aNode) {
+  NS_ENSURE_TRUE(aFile, NS_ERROR_NULL_POINTER);
+  if (aFile->mLeafName.IsEmpty()) return NS_ERROR_FAILURE;
+  if (NS_FAILED(aFile->mStatus)) return aFile->mStatus;
+  uint64_t inode = 0;
+  const bool hasINode = NS_SUCCEEDED(GetINode(*aFile, &inode));
+  auto node = MakeRefCounted<nsSystemFileSystemNode>();
+  nsresult rv = node->Init(aParent, aFile->mLeafName, aFile->mKind == nsPlatformFiles::kDirectory,
+                           aFile->mLastModify, inode, hasINode);
+  NS_ENSURE_SUCCESS(rv, rv);
+  node.forget(aNode);
+  return NS_OK;
+}
+
+nsresult nsSystemFileSystemTree::GetINode(const nsPlatformFiles::Entry& aFile,
+                                          uint64_t* aINode) const {
+  // Numbers of another volume, mounted below the root, say nothing here: they may be in use on the
+  // root's own for something else.
+  if (!aFile.mHasINode || aFile.mVolume != mRootVolume) return NS_ERROR_FAILURE;
+  *aINode = aFile.mINode;
+  return NS_OK;
+}
+
+nsresult nsSystemFileSystemTree::GetPathEntries(
+    const nsAString& aPath, std::unique_ptr<nsPlatformFiles::Listing>* aEntries) {
+  // The root may be a link. Below it links are not followed, also when one takes a directory's
+  // place between two looks.
+  return mFiles->OpenListing(aPath, WithSeparator(aPath) == WithSeparator(mRootPath), aEntries);
+}
+
+nsresult nsSystemFileSystemTree::GetChildren(const nsAString& aPath,
+                                             nsSystemFileSystemNode* aParent,
+                                             nsFileSystemNodeMap* aChildren) {
+  std::unique_ptr<nsPlatformFiles::Listing> entries;
+  nsresult rv = GetPathEntries(aPath, &entries);
+  NS_ENSURE_SUCCESS(rv, rv);
+  while (entries->HasMore()) {
+    nsPlatformFiles::Entry entry;
+    if (NS_FAILED(entries->GetNext(&entry)) || entry.mKind == nsPlatformFiles::kSymlink ||
+        entry.mKind == nsPlatformFiles::kSpecial)
+      continue;
+    nsCOMPtr<nsSystemFileSystemNode> node;
+    if (NS_FAILED(CreateNode(&entry, aParent, node.getter_AddRefs()))) continue;
+    aChildren->emplace(entry.mLeafName, std::move(node));
+  }
+  return NS_OK;
+}
+
+nsresult nsSystemFileSystemTree::AddChildren(const nsAString& aPath,
+                                             nsSystemFileSystemNode* aParent,
+                                             bool aBuildDiscoveredDirs, bool aNotifyListener) {
+  std::vector<std::pair<nsString, nsCOMPtr<nsSystemFileSystemNode>>> stack;
+  stack.emplace_back(aPath, aParent);
+  while (!stack.empty()) {
+    const auto [path, node] = std::move(stack.back());
+    stack.pop_back();
+    const nsString base = WithSeparator(path);
+    nsFileSystemNodeMap children;
+    (void)GetChildren(path, node.get(), &children);
+    for (const auto& [leafName, child] : children) {
+      if (NS_FAILED(node->AddChild(child.get()))) continue;
+      bool isDir;
+      if (NS_FAILED(child->GetIsDir(&isDir)) || (!isDir && !aNotifyListener)) continue;
+      nsString childPath(base);
+      childPath += leafName;
+      if (mIsRecursive && isDir) {
+        stack.emplace_back(childPath, child);
+        if (aBuildDiscoveredDirs) mDiscoveredDirs.push_back(childPath);
+      }
+      if (aNotifyListener &&
+          NS_FAILED(NotifyChanges(isDir ? WithSeparator(childPath) : childPath, eAdded)))
+        SYSTEM_LOG_ERROR(Log(), "Could not notify listener of change!");
+    }
+  }
+  return NS_OK;
+}
+
+// ---- The cycle
+
+nsresult nsSystemFileSystemTree::StartUpdate(bool aDetectMoves) {
+  mDetectMoves = aDetectMoves;
+  mIsUnfinished = false;
+  mINodeIndex.clear();
+  mChanges.clear();
+  return NS_OK;
+}
+
+nsresult nsSystemFileSystemTree::Update(const nsAString& aPath) {
+  nsresult rv;
+  nsCOMPtr<nsSystemFileSystemNode> node;
+  {
+    std::lock_guard lock(mRootNodeLock);
+    rv = GetNode(aPath, mRootNode.get(), node.getter_AddRefs());
+  }
+  NS_ENSURE_SUCCESS(rv, rv);
+  rv = GetNodeChanges(node.get(), aPath, &mChanges);
+  NS_ENSURE_SUCCESS(rv, rv);
+  return NS_OK;
+}
+
+nsresult nsSystemFileSystemTree::GetNodeChanges(nsSystemFileSystemNode* aNode,
+                                                const nsAString& aPath, ChangeArray* aChanges) {
+  // No lock is needed: only this cycle writes to the tree.
+  nsFileSystemNodeMap gone = aNode->Children();
+  std::unique_ptr<nsPlatformFiles::Listing> entries;
+  nsresult rv = GetPathEntries(aPath, &entries);
+  NS_ENSURE_SUCCESS(rv, rv);
+
+  const auto append = [&](const nsPlatformFiles::Entry& aEntry, uint32_t aChangeType) {
+    nsCOMPtr<nsSystemFileSystemNode> node;
+    if (NS_FAILED(CreateNode(&aEntry, aNode, node.getter_AddRefs()))) {
+      SYSTEM_LOG_ERROR(Log(), "ERROR: Could not create a nsSystemFileSystemNode!");
+      return false;
+    }
+    if (NS_FAILED(AppendCreateNodeChangeItem(node.get(), aChangeType, aChanges))) {
+      SYSTEM_LOG_ERROR(Log(), "ERROR: Could not add create change item!");
+      return false;
+    }
+    return true;
+  };
+
+  // Unlike the first walk, this takes in symbolic links and special files. Kept as it stands: one
+  // that the walk has left out is reported at the first look at its directory.
+  while (entries->HasMore()) {
+    nsPlatformFiles::Entry entry;
+    if (NS_FAILED(entries->GetNext(&entry))) {
+      SYSTEM_LOG_ERROR(Log(), "ERROR: Could not GetNext() item in enumerator!");
+      continue;
+    }
+    if (entry.mLeafName.IsEmpty()) {
+      SYSTEM_LOG_ERROR(Log(), "ERROR: Could not get the leaf name from the file-spec!");
+      continue;
+    }
+    const auto found = gone.find(entry.mLeafName.view());
+    if (found == gone.end()) {
+      (void)append(entry, eAdded);
+      continue;
+    }
+    nsSystemFileSystemNode* const child = found->second.get();
+    if (NS_FAILED(entry.mStatus)) {
+      SYSTEM_LOG_ERROR(Log(), "ERROR: Could not get file last modify time!");
+      continue;
+    }
+    int64_t known;
+    if (NS_FAILED(child->GetLastModify(&known))) {
+      SYSTEM_LOG_ERROR(Log(), "ERROR: Could not get node last modify time!");
+      continue;
+    }
+    bool isDir = false;
+    (void)child->GetIsDir(&isDir);
+    if (isDir != (entry.mKind == nsPlatformFiles::kDirectory)) {
+      // A file in a directory's place, or the other way round, is not the old thing changed: the
+      // node would keep its children, or never get any.
+      (void)AppendCreateNodeChangeItem(child, eRemoved, aChanges);
+      (void)append(entry, eAdded);
+    } else if (known != entry.mLastModify && !append(entry, eChanged)) {
+      continue;
+    }
+    gone.erase(found);
+  }
+
+  for (const auto& [leafName, child] : gone)
+    (void)AppendCreateNodeChangeItem(child.get(), eRemoved, aChanges);
+  return NS_OK;
+}
+
+nsresult nsSystemFileSystemTree::AppendCreateNodeChangeItem(nsSystemFileSystemNode* aChangedNode,
+                                                            uint32_t aChangeType,
+                                                            ChangeArray* aChanges) {
+  NS_ENSURE_TRUE(aChangedNode, NS_ERROR_NULL_POINTER);
+  uint64_t inode = 0;
+  const bool isUsable = NS_SUCCEEDED(aChangedNode->GetINode(&inode)) && mDetectMoves;
+  const auto earlier = isUsable ? mINodeIndex.find(inode) : mINodeIndex.end();
+  if (earlier == mINodeIndex.end()) {
+    aChanges->push_back(MakeRefCounted<nsSystemFileSystemNodeChange>(aChangedNode, aChangeType));
+    if (isUsable && (aChangeType == eAdded || aChangeType == eRemoved))
+      mINodeIndex[inode] = aChanges->back();
+    return NS_OK;
+  }
+
+  // A second sighting of the inode in this cycle.
+  uint32_t earlierType;
+  nsresult rv = earlier->second->GetChangeType(&earlierType);
+  NS_ENSURE_SUCCESS(rv, rv);
+  nsCOMPtr<nsSystemFileSystemNode> source, destination;
+  if (aChangeType == eAdded && earlierType == eRemoved) {
+    rv = earlier->second->GetNode(source.getter_AddRefs());
+    NS_ENSURE_SUCCESS(rv, rv);
+    destination = aChangedNode;
+  } else if (aChangeType == eRemoved && earlierType == eAdded) {
+    source = aChangedNode;
+    rv = earlier->second->GetNode(destination.getter_AddRefs());
+    NS_ENSURE_SUCCESS(rv, rv);
+  } else {
+    mIsUnfinished = true;
+    return NS_ERROR_FAILURE;
+  }
+  auto changedItem = MakeRefCounted<nsSystemFileSystemNodeChange>(source.get(), eMoved);
+  rv = changedItem->SetMovedNode(destination.get());
+  NS_ENSURE_SUCCESS(rv, rv);
+  aChanges->push_back(std::move(changedItem));
+  // The index keeps the earlier change, so that a third sighting (of a hard link) pairs with it
+  // once more and finds it gone from here.
+  if (std::erase(mChanges, earlier->second) == 0) {
+    mIsUnfinished = true;
+    return NS_ERROR_FAILURE;
+  }
+  return NS_OK;
+}
+
+nsresult nsSystemFileSystemTree::StopUpdate() {
+  const size_t count = mChanges.size();
+  for (size_t i = 0; i < count; ++i) {
+    nsSystemFileSystemNodeChange* const change = mChanges[i].get();
+    uint32_t changeType;
+    nsresult rv = change->GetChangeType(&changeType);
+    NS_ENSURE_SUCCESS(rv, rv);
+    nsCOMPtr<nsSystemFileSystemNode> node, parent;
+    rv = change->GetNode(node.getter_AddRefs());
+    NS_ENSURE_SUCCESS(rv, rv);
+    rv = node->GetParent(parent.getter_AddRefs());
+    NS_ENSURE_SUCCESS(rv, rv);
+    nsString leafName, path;
+    rv = node->GetLeafName(leafName);
+    NS_ENSURE_SUCCESS(rv, rv);
+    rv = GetNodePath(node.get(), path, true);
+    NS_ENSURE_SUCCESS(rv, rv);
+    bool isDir;
+    rv = node->GetIsDir(&isDir);
+    NS_ENSURE_SUCCESS(rv, rv);
+
+    if (changeType == eMoved) {
+      rv = ApplyMove(change, node.get(), parent.get(), isDir, path);
+      NS_ENSURE_SUCCESS(rv, rv);
+      continue;
+    }
+    if (changeType == eChanged) {
+      std::lock_guard lock(mRootNodeLock);
+      rv = parent->ChangeNode(leafName, node.get());
+    } else if (changeType == eAdded) {
+      if (isDir) {
+        rv = NotifyDirAdded(node.get(), path);
+        NS_ENSURE_SUCCESS(rv, rv);
+      }
+      std::lock_guard lock(mRootNodeLock);
+      rv = parent->AddChild(node.get());
+    } else {
+      if (isDir) {
+        rv = NotifyDirRemoved(node.get(), path);
+        NS_ENSURE_SUCCESS(rv, rv);
+      }
+      std::lock_guard lock(mRootNodeLock);
+      rv = parent->RemoveChild(node.get());
+    }
+    NS_ENSURE_SUCCESS(rv, rv);
+    rv = NotifyChanges(path, changeType);
+    NS_ENSURE_SUCCESS(rv, rv);
+  }
+  mINodeIndex.clear();
+  mChanges.clear();
+  return NS_OK;
+}
+
+nsresult nsSystemFileSystemTree::ApplyMove(nsSystemFileSystemNodeChange* aChange,
+                                           nsSystemFileSystemNode* aNode,
+                                           nsSystemFileSystemNode* aParent, bool aIsDir,
+                                           const nsAString& aOldPath) {
+  nsCOMPtr<nsSystemFileSystemNode> movedNode, newParent;
+  nsresult rv = aChange->GetMovedNode(movedNode.getter_AddRefs());
+  NS_ENSURE_SUCCESS(rv, rv);
+  nsString newPath, leafName;
+  rv = GetNodePath(movedNode.get(), newPath, true);
+  NS_ENSURE_SUCCESS(rv, rv);
+  if (aIsDir) {
+    rv = NotifyDirMoved(aNode, aOldPath, newPath);
+    NS_ENSURE_SUCCESS(rv, rv);
+  }
+
+  std::lock_guard lock(mRootNodeLock);
+  rv = movedNode->GetParent(newParent.getter_AddRefs());
+  NS_ENSURE_SUCCESS(rv, rv);
+  // Directories that change places between the listings of one cycle can look as if one had moved
+  // into itself. That would cut both off the tree; the next look sees them as they are.
+  for (nsCOMPtr<nsSystemFileSystemNode> above = newParent; above;) {
+    if (above == aNode) return NS_ERROR_UNEXPECTED;
+    nsCOMPtr<nsSystemFileSystemNode> next;
+    (void)above->GetParent(next.getter_AddRefs());
+    above = std::move(next);
+  }
+  // The map's key is the name that the node was added under: remove, rename, add.
+  rv = aParent->RemoveChild(aNode);
+  NS_ENSURE_SUCCESS(rv, rv);
+  rv = movedNode->GetLeafName(leafName);
+  NS_ENSURE_SUCCESS(rv, rv);
+  rv = aNode->SetLeafName(leafName);
+  NS_ENSURE_SUCCESS(rv, rv);
+  rv = newParent->AddChild(aNode);
+  NS_ENSURE_SUCCESS(rv, rv);
+  return NotifyMove(aOldPath, newPath);
+}
+
+// ---- What lies below a directory
+
+nsresult nsSystemFileSystemTree::NotifyDirAdded(nsSystemFileSystemNode* aAddedDirNode,
+                                                const nsAString& aPath) {
+  NS_ENSURE_TRUE(aAddedDirNode, NS_ERROR_NULL_POINTER);
+  return AddChildren(WithSeparator(aPath), aAddedDirNode, false, true);
+}
+
+nsresult nsSystemFileSystemTree::NotifyDirRemoved(nsSystemFileSystemNode* aRemovedDirNode,
+                                                  const nsAString& aPath) {
+  NS_ENSURE_TRUE(aRemovedDirNode, NS_ERROR_NULL_POINTER);
+  const nsString path = WithSeparator(aPath);
+  for (const auto& [leafName, child] : aRemovedDirNode->Children()) {
+    nsString childPath(path);
+    childPath += leafName;
+    bool isDir;
+    nsresult rv = child->GetIsDir(&isDir);
+    NS_ENSURE_SUCCESS(rv, rv);
+    if (isDir) {
+      childPath = WithSeparator(childPath);
+      rv = NotifyDirRemoved(child.get(), childPath);
+      NS_ENSURE_SUCCESS(rv, rv);
+    }
+    rv = NotifyChanges(childPath, eRemoved);
+    NS_ENSURE_SUCCESS(rv, rv);
+  }
+  return NS_OK;
+}
+
+nsresult nsSystemFileSystemTree::NotifyDirMoved(nsSystemFileSystemNode* aRemovedDirNode,
+                                                const nsAString& aOldPath,
+                                                const nsAString& aNewPath) {
+  // The argument bears this name, as the text of the check is known by it.
+  NS_ENSURE_TRUE(aRemovedDirNode, NS_ERROR_NULL_POINTER);
+  const nsString oldPath = WithSeparator(aOldPath), newPath = WithSeparator(aNewPath);
+  for (const auto& [leafName, child] : aRemovedDirNode->Children()) {
+    nsString oldChild(oldPath), newChild(newPath);
+    oldChild += leafName;
+    newChild += leafName;
+    bool isDir;
+    nsresult rv = child->GetIsDir(&isDir);
+    NS_ENSURE_SUCCESS(rv, rv);
+    if (isDir) {
+      oldChild = WithSeparator(oldChild);
+      newChild = WithSeparator(newChild);
+      rv = NotifyDirMoved(child.get(), oldChild, newChild);
+      NS_ENSURE_SUCCESS(rv, rv);
+    }
+    rv = NotifyMove(oldChild, newChild);
+    NS_ENSURE_SUCCESS(rv, rv);
+  }
+  return NS_OK;
+}
+
+// ---- Over to the owner's thread
+
+nsresult nsSystemFileSystemTree::NotifyChanges(const nsAString& aPath, uint32_t aChangeType) {
+  NS_ENSURE_TRUE(aChangeType == eChanged || aChangeType == eAdded || aChangeType == eRemoved,
+                 NS_ERROR_INVALID_ARG);
+  if (!IsOnOwnerThread())
+    return DispatchToOwner<nsString_external, uint32_t>(&nsSystemFileSystemTree::NotifyChanges,
+                                                        aPath, aChangeType);
+  CallListener([&](nsISystemFileSystemTreeListener* aListener) {
+    (void)aListener->OnChangeFound(aPath, aChangeType);
+  });
+  return NS_OK;
+}
+
+nsresult nsSystemFileSystemTree::NotifyMove(const nsAString& aOldPath, const nsAString& aNewPath) {
+  if (!IsOnOwnerThread())
+    return DispatchToOwner<nsString_external, nsString_external>(
+        &nsSystemFileSystemTree::NotifyMove, aOldPath, aNewPath);
+  CallListener([&](nsISystemFileSystemTreeListener* aListener) {
+    (void)aListener->OnMoveFound(aOldPath, aNewPath);
+  });
+  return NS_OK;
+}
+
+template <class Call>
+void nsSystemFileSystemTree::CallListener(Call aCall) {
+  // Let go of only after the lock: this may be the last reference, and the listener's end leads to
+  // ClearListener.
+  nsCOMPtr<nsISystemFileSystemTreeListener> listener;
+  std::lock_guard lock(mListenerLock);
+  if (mListener &&
+      NS_SUCCEEDED(
+          mListener->QueryReferent(nsISystemFileSystemTreeListener::kIID, NS_OutVoid(listener))) &&
+      listener)
+    aCall(listener.get());
+}
+
+template <class... Stored, class... P>
+nsresult nsSystemFileSystemTree::DispatchToOwner(nsresult (nsSystemFileSystemTree::*aMethod)(P...),
+                                                 std::type_identity_t<P>... aArguments) {
+  const auto runnable =
+      NS_NewRunnableMethodCaller<vorel::threads::eStrong, Stored...>(this, aMethod, aArguments...);
+  return mOwnerThread->Dispatch(runnable.get(), NS_DISPATCH_NORMAL);
+}
+
+bool nsSystemFileSystemTree::IsOnOwnerThread() const {
+  bool isCurrent = false;
+  return NS_SUCCEEDED(mOwnerThread->IsOnCurrentThread(&isCurrent)) && isCurrent;
+}
+
+// ---- Paths
+
+nsString nsSystemFileSystemTree::WithSeparator(const nsAString& aPath) const {
+  nsString path(aPath);
+  if (!path.view().ends_with(mSeparator)) path += {&mSeparator, 1};
+  return path;
+}
+
+nsresult nsSystemFileSystemTree::GetNodePath(nsSystemFileSystemNode* aNode, nsAString& aPath,
+                                             bool aPrependRoot) {
+  NS_ENSURE_TRUE(aNode, NS_ERROR_NULL_POINTER);
+  std::vector<nsString> names;
+  for (nsCOMPtr<nsSystemFileSystemNode> node = aNode; node != mRootNode;) {
+    nsresult rv = node->GetLeafName(names.emplace_back());
+    NS_ENSURE_SUCCESS(rv, rv);
+    nsCOMPtr<nsSystemFileSystemNode> parent;
+    rv = node->GetParent(parent.getter_AddRefs());
+    NS_ENSURE_SUCCESS(rv, rv);
+    NS_ENSURE_TRUE(parent, NS_ERROR_FAILURE);
+    node = std::move(parent);
+  }
+  std::u16string path;
+  if (aPrependRoot) path.append(mRootPath.view()) += mSeparator;
+  for (auto name = names.rbegin(); name != names.rend(); ++name) {
+    if (name != names.rbegin()) path += mSeparator;
+    path += name->view();
+  }
+  bool isDir;
+  nsresult rv = aNode->GetIsDir(&isDir);
+  NS_ENSURE_SUCCESS(rv, rv);
+  if (isDir && !path.empty() && !path.ends_with(mSeparator)) path += mSeparator;
+  NS_Assign(aPath, path);
+  return NS_OK;
+}
+
+nsresult nsSystemFileSystemTree::GetNode(const nsAString& aPath,
+                                         nsSystemFileSystemNode* aRootSearchNode,
+                                         nsSystemFileSystemNode** aNodeRetVal) {
+  NS_ENSURE_TRUE(aRootSearchNode, NS_ERROR_NULL_POINTER);
+  NS_ENSURE_TRUE(aNodeRetVal, NS_ERROR_NULL_POINTER);
+  NS_ENSURE_TRUE(StringBeginsWith(aPath, mRootPath), NS_ERROR_INVALID_ARG);
+  std::u16string_view path = NS_View(aPath);
+  if (path.ends_with(mSeparator)) path.remove_suffix(1);
+
+  nsCOMPtr<nsSystemFileSystemNode> node = aRootSearchNode;
+  if (path != mRootPath.view()) {
+    const auto strRange = static_cast<std::ptrdiff_t>(path.find(mRootPath.view()));
+    NS_ENSURE_TRUE(strRange >= 0, NS_ERROR_FAILURE);
+    path.remove_prefix(static_cast<size_t>(strRange) + mRootPath.Length());
+    if (path.starts_with(mSeparator)) path.remove_prefix(1);
+    while (true) {
+      const size_t end = std::min(path.find(mSeparator), path.size());
+      const auto found = node->Children().find(path.substr(0, end));
+      if (found == node->Children().end()) return NS_ERROR_FAILURE;
+      node = nsCOMPtr<nsSystemFileSystemNode>(found->second);
+      if (end == path.size()) break;
+      path.remove_prefix(end + 1);
+    }
+  }
+  node.forget(aNodeRetVal);
+  return NS_OK;
+}
