@@ -7,7 +7,7 @@
 namespace {
 
 // The sections of a machine file. Each is read by the port whose facts it holds, and so is its part
-// of a change.
+// of a change, where the facts of that port can change.
 struct Section {
   const char* mName;
   void (*mReadFacts)(const nsMachineValue&, nsSimulatedMachine&);
@@ -16,13 +16,18 @@ struct Section {
 
 template <auto Member>
 constexpr Section MakeSection(const char* aName) {
-  return {aName,
-          [](const nsMachineValue& aValue, nsSimulatedMachine& aMachine) {
-            (aMachine.*Member)->ReadFacts(aValue);
-          },
-          [](const nsMachineValue& aValue, nsSimulatedMachine& aMachine) {
-            return (aMachine.*Member)->ReadChange(aValue);
-          }};
+  Section section{aName,
+                  [](const nsMachineValue& aValue, nsSimulatedMachine& aMachine) {
+                    (aMachine.*Member)->ReadFacts(aValue);
+                  },
+                  nullptr};
+  using Port = std::remove_cvref_t<decltype(*(std::declval<nsSimulatedMachine&>().*Member))>;
+  if constexpr (requires(Port & aPort, const nsMachineValue& aValue) { aPort.ReadChange(aValue); })
+    section.mReadChange = [](const nsMachineValue& aValue,
+                             nsSimulatedMachine& aMachine) -> std::function<void()> {
+      return (aMachine.*Member)->ReadChange(aValue);
+    };
+  return section;
 }
 
 constexpr Section kSections[] = {
@@ -34,7 +39,8 @@ void ReadChange(nsMachineObject& aObject, nsSimulatedMachine& aMachine) {
   change.mAfter = std::chrono::milliseconds(
       static_cast<int64_t>(aObject.Required("after").AsNumber(0, 1e6) * 1000));
   for (const Section& section : kSections)
-    if (const nsMachineValue* value = aObject.Optional(section.mName))
+    if (const nsMachineValue* value =
+            section.mReadChange ? aObject.Optional(section.mName) : nullptr)
       change.mActions.push_back(section.mReadChange(*value, aMachine));
   if (change.mActions.empty()) aObject.Fail("this change changes nothing");
   aMachine.AddChange(std::move(change));

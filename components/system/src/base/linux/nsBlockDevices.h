@@ -1,0 +1,36 @@
+// What sysfs and udev know of the disks and their partitions.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+
+#include "nsFileTree.h"
+
+/// A block device, or a partition of one.
+struct nsBlockDevice {
+  std::string mSysPath;         ///< "/sys/devices/…/block/sdb/sdb1".
+  uint32_t mKind = 0;           ///< nsPlatformVolumes::DriveKind.
+  std::optional<uint8_t> mBus;  ///< nsPlatformVolumes::BusType; nothing for memory.
+  std::string mSequence;  ///< Another one for each medium that was put in; empty on old kernels.
+  std::map<std::string, std::string> mProperties;  ///< udev's, of the partition: "ID_FS_LABEL_ENC".
+};
+
+class nsBlockDevices {
+ public:
+  explicit nsBlockDevices(const nsFileTree& aTree) : mTree(aTree) {}
+
+  /// Nothing when there is no such device.
+  std::optional<nsBlockDevice> ByNumber(unsigned aMajor, unsigned aMinor) const;
+  /// "/dev/sda1" and "/dev/mapper/name".
+  std::optional<nsBlockDevice> ByNode(const std::string& aNode) const;
+
+ private:
+  nsBlockDevice Read(const std::string& aSysPath, int aDepth) const;
+  void ReadComposed(nsBlockDevice& aDevice, const std::string& aDisk, int aDepth) const;
+  std::optional<uint8_t> BusOf(const std::string& aDisk) const;
+  std::map<std::string, std::string> PropertiesOf(const std::string& aSysPath) const;
+
+  const nsFileTree& mTree;
+};
