@@ -21,3 +21,4 @@ nsresult NS_ConstructTheOne(nsISupports* aOuter, const nsIID& aIID, void** aResu
 }
 
 extern const vorel::Module kThreadsModule;
+extern const vorel::Module kLogModule;
