@@ -89,14 +89,15 @@ class MachineValueBuilder {
   bool start_object(size_t) { return Open(nsMachineValue::Object{}); }
   bool end_object() { return Close(); }
   bool key(std::string& aKey) {
-    auto& members = std::get<nsMachineValue::Object>(mOpen.back()->mValue);
+    auto& members = std::get<nsMachineValue::Object>(mOpen.back()->mValue).mMembers;
     for (const auto& member : members)
       if (member.mKey == aKey)
         throw nsMachineFileError(mPosition.mTokenLine,
                                  "the key \"" + aKey +
                                      "\" stands here a second time, first in line " +
-                                     std::to_string(member.mLine));
-    members.push_back({std::move(aKey), mPosition.mTokenLine, {}});
+                                     std::to_string(member.mKeyLine));
+    members.emplace_back().mKey = std::move(aKey);
+    members.back().mKeyLine = mPosition.mTokenLine;
     return true;
   }
   bool parse_error(size_t, const std::string&, const nlohmann::detail::exception& aError) {
@@ -111,7 +112,7 @@ class MachineValueBuilder {
       if (auto* array = std::get_if<nsMachineValue::Array>(&mOpen.back()->mValue))
         value = &array->emplace_back();
       else
-        value = &std::get<nsMachineValue::Object>(mOpen.back()->mValue).back().mValue;
+        value = &std::get<nsMachineValue::Object>(mOpen.back()->mValue).mMembers.back();
     }
     value->mLine = mPosition.mTokenLine;
     value->mDirectory = mDirectory;
@@ -189,12 +190,12 @@ void nsMachineValue::AsObject(const std::function<void(nsMachineObject&)>& aRead
 }
 
 nsMachineObject::nsMachineObject(const nsMachineValue& aValue)
-    : mValue(aValue), mMembers(aValue.As<nsMachineValue::Object>("an object")) {}
+    : mValue(aValue), mMembers(aValue.As<nsMachineValue::Object>("an object").mMembers) {}
 
 const nsMachineValue* nsMachineObject::Optional(std::string_view aKey) {
   mAsked.emplace_back(aKey);
   for (const auto& member : mMembers)
-    if (member.mKey == aKey) return &member.mValue;
+    if (member.mKey == aKey) return &member;
   return nullptr;
 }
 
@@ -207,5 +208,5 @@ const nsMachineValue& nsMachineObject::Required(std::string_view aKey) {
 void nsMachineObject::FailOnUnknownKeys() const {
   for (const auto& member : mMembers)
     if (std::find(mAsked.begin(), mAsked.end(), member.mKey) == mAsked.end())
-      throw nsMachineFileError(member.mLine, "unknown key \"" + member.mKey + "\"");
+      throw nsMachineFileError(member.mKeyLine, "unknown key \"" + member.mKey + "\"");
 }

@@ -64,23 +64,20 @@ class nsMachineValue {
  private:
   friend class nsMachineObject;
   friend class MachineValueBuilder;
-  struct Member;
   using Array = std::vector<nsMachineValue>;
-  using Object = std::vector<Member>;
+  struct Object {
+    std::vector<nsMachineValue> mMembers;
+  };
 
   int64_t IntegerBetween(int64_t aMinimum, int64_t aMaximum) const;
   template <class T>
   const T& As(const char* aWanted) const;
 
+  std::string mKey;  // of a member of an object, and where it stands
+  unsigned mKeyLine = 1;
   unsigned mLine = 1;
   std::string mDirectory;
   std::variant<std::nullptr_t, bool, int64_t, double, std::string, Array, Object> mValue = nullptr;
-};
-
-struct nsMachineValue::Member {
-  std::string mKey;
-  unsigned mLine;
-  nsMachineValue mValue;
 };
 
 /// The fields of an object, while it is read. The order in which they are asked for does not
@@ -100,6 +97,6 @@ class nsMachineObject {
   void FailOnUnknownKeys() const;
 
   const nsMachineValue& mValue;
-  const nsMachineValue::Object& mMembers;
+  const std::vector<nsMachineValue>& mMembers;
   std::vector<std::string> mAsked;
 };

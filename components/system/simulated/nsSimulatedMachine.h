@@ -19,9 +19,10 @@
 
 /// A step of the machine's script.
 struct nsSimulatedChange {
-  std::chrono::milliseconds mAfter{
-      0};  ///< Since the step before, or since the machine was switched on.
-  std::vector<std::function<void()>> mActions;  ///< What then happens, at once and in this order.
+  /// Since the step before, or since the machine was switched on.
+  std::chrono::milliseconds mAfter{0};
+  /// What then happens, at once and in this order.
+  std::vector<std::function<void()>> mActions;
 };
 
 /// Facts are set through the members, before or while the library runs on the machine, from any
