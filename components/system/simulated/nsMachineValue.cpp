@@ -51,11 +51,13 @@ class CountingIterator {
   Position* mPosition;
 };
 
-// The parser's own words are wrapped in its names and positions; what remains is "syntax error
-// while ...".
+// The parser's own words are wrapped in its names and positions: "[…] parse error at line 1, column
+// 2: syntax error …".
 std::string Reason(std::string_view aWhat) {
-  const size_t start = aWhat.find("syntax error");
-  if (start != aWhat.npos) aWhat.remove_prefix(start);
+  for (const std::string_view wrapping : {"] ", "parse error at "})
+    if (const size_t at = aWhat.find(wrapping); at != aWhat.npos)
+      aWhat.remove_prefix(at + wrapping.size());
+  if (aWhat.starts_with("line ")) aWhat.remove_prefix(aWhat.find(": ") + 2);
   std::string reason;
   for (const char c : aWhat) reason += c >= ' ' && c <= '~' ? c : '?';
   return reason;

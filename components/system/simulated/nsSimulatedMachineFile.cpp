@@ -1,5 +1,6 @@
 #include "nsSimulatedMachineFile.h"
 
+#include <cmath>
 #include <cstdio>
 
 #include "nsMachineValue.h"
@@ -36,8 +37,8 @@ constexpr Section kSections[] = {
 
 void ReadChange(nsMachineObject& aObject, nsSimulatedMachine& aMachine) {
   nsSimulatedChange change;
-  change.mAfter = std::chrono::milliseconds(
-      static_cast<int64_t>(aObject.Required("after").AsNumber(0, 1e6) * 1000));
+  change.mAfter =
+      std::chrono::milliseconds(std::llround(aObject.Required("after").AsNumber(0, 1e6) * 1000));
   for (const Section& section : kSections)
     if (const nsMachineValue* value =
             section.mReadChange ? aObject.Optional(section.mName) : nullptr)

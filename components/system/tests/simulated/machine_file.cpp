@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <random>
 #include <set>
 
@@ -32,7 +33,7 @@ constexpr std::string_view kStick = R"({
      "label": "CONTENT", "serialNumber": 4294967295, "maximumComponentLength": 255, "fileSystem": "vfat"}
   ],
   "changes": [
-    {"after": 2.5, "volumes": {"remove": ["E"]}},
+    {"after": 1.001, "volumes": {"remove": ["E"]}},
     {"after": 1, "volumes": {"insert": [{"letter": "F", "kind": "fixed", "bus": "none"}]}}
   ]
 }
@@ -61,7 +62,7 @@ TEST(MachineFile, ChangesComeTooEarlyOrInTheWrongOrder) {
   auto machine = Read(kStick);
   ASSERT_TRUE(machine);
   uint32_t mask = 0;
-  ASSERT_EQ(machine->UntilNextChange(), milliseconds(2500));
+  ASSERT_EQ(machine->UntilNextChange(), milliseconds(1001));
   machine->ApplyNextChange();
   EXPECT_EQ(machine->mVolumes->ReadDriveMask(&mask), NS_OK);
   EXPECT_EQ(mask, 0u);
@@ -109,6 +110,10 @@ TEST(MachineFile, MessageNamesTheWrongLineOrReason) {
        "m.json:3: must be a number from 0 to 1e+06"},
       {"{\"volumes\": [],\n}\n",
        "m.json:2: syntax error while parsing object key - unexpected '}'; expected string literal"},
+      {"{\"comment\":\n1e999}", "m.json:2: number overflow parsing '1e999'"},
+      {"{\"comment\":\n\"\xff\"}",
+       "m.json:2: syntax error while parsing value - invalid string: ill-formed UTF-8 byte; last "
+       "read: '\"?'"},
       {"{}\n\nx",
        "m.json:3: syntax error while parsing value - invalid literal; last read: "
        "'{}<U+000A><U+000A>x'; expected end of input"},
@@ -131,6 +136,18 @@ TEST(MachineFile, ExampleDoesNotReadOrLacksAKind) {
   EXPECT_EQ(kinds, (std::set<uint32_t>{Volumes::kDriveNoRootDirectory, Volumes::kDriveRemovable,
                                        Volumes::kDriveFixed, Volumes::kDriveRemote,
                                        Volumes::kDriveCdRom}));
+}
+
+TEST(MachineFile, ExampleWithChangesFailsHalfWay) {
+  int changes = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(VOREL_SOURCE_DIR "/app/machines")) {
+    std::unique_ptr<nsSimulatedMachine> machine;
+    std::string message;
+    if (entry.path().extension() != ".json") continue;
+    ASSERT_EQ(NS_ReadMachineFile(entry.path(), &machine, &message), NS_OK) << message;
+    for (; machine->UntilNextChange(); ++changes) machine->ApplyNextChange();
+  }
+  EXPECT_GT(changes, 0);
 }
 
 TEST(MachineFile, DeepNestingOverrunsTheStack) {
