@@ -1,14 +1,20 @@
 #include "nsSimulatedCalls.h"
 
-#include <algorithm>
 #include <utility>
+
+void nsSimulatedCalls::AddPort(const std::string& aPort) {
+  const std::lock_guard lock(mLock);
+  mCounts.emplace(aPort, 0);
+}
+
+bool nsSimulatedCalls::HasPort(std::string_view aPort) const {
+  const std::lock_guard lock(mLock);
+  return mCounts.contains(aPort);
+}
 
 nsresult nsSimulatedCalls::Enter(std::string_view aPort, std::string_view aMethod) {
   const std::lock_guard lock(mLock);
-  auto count = std::find_if(mCounts.begin(), mCounts.end(),
-                            [&](const auto& aCount) { return aCount.first == aPort; });
-  if (count == mCounts.end()) count = mCounts.emplace(count, std::string(aPort), 0);
-  ++count->second;
+  ++mCounts.find(aPort)->second;
 
   nsresult result = NS_OK;
   std::erase_if(mFaults, [&](nsSimulatedFault& aFault) {

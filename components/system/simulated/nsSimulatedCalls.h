@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -22,8 +24,8 @@ struct nsSimulatedFault {
 /// Every method may be called from any thread.
 class nsSimulatedCalls {
  public:
-  /// A call has come in: counts it, and gives what it must answer at once when that is a failure.
-  nsresult Enter(std::string_view aPort, std::string_view aMethod);
+  /// Whether the machine has a port of this name.
+  bool HasPort(std::string_view aPort) const;
 
   /// Several faults may wait at a time; the first that is due decides.
   void Fail(nsSimulatedFault aFault);
@@ -43,9 +45,15 @@ class nsSimulatedCalls {
   std::vector<std::string> TakeJournal();
 
  private:
+  friend class nsSimulatedPort;
+  void AddPort(const std::string& aPort);
+  /// A call has come in at a port that takes part: counts it, and gives what it must answer at once
+  /// when that is a failure.
+  nsresult Enter(std::string_view aPort, std::string_view aMethod);
+
   mutable std::mutex mLock;
   std::vector<nsSimulatedFault> mFaults;
-  std::vector<std::pair<std::string, uint64_t>> mCounts;
+  std::map<std::string, uint64_t, std::less<>> mCounts;
   std::vector<std::string> mFailed;
   std::vector<std::string> mJournal;
 };
@@ -56,7 +64,9 @@ using nsSimulatedCallsRef = std::shared_ptr<nsSimulatedCalls>;
 class nsSimulatedPort {
  protected:
   nsSimulatedPort(nsSimulatedCallsRef aCalls, std::string aName)
-      : mCalls(std::move(aCalls)), mName(std::move(aName)) {}
+      : mCalls(std::move(aCalls)), mName(std::move(aName)) {
+    mCalls->AddPort(mName);
+  }
   ~nsSimulatedPort() = default;
 
   /// Each method of a port begins with `if (nsresult rv = Enter("Method"); NS_FAILED(rv)) return

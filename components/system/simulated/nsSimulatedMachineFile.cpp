@@ -35,6 +35,30 @@ constexpr Section kSections[] = {
     MakeSection<&nsSimulatedMachine::mVolumes>("volumes"),
 };
 
+constexpr std::pair<std::string_view, nsresult> kResults[] = {
+#define RESULT(aName, aValue) {#aName, aName},
+    NS_RESULT_CODES(RESULT)
+#undef RESULT
+};
+
+nsresult ReadFailure(const nsMachineValue& aValue) {
+  for (const auto& [name, result] : kResults)
+    if (NS_FAILED(result) && name == aValue.AsString()) return result;
+  aValue.Fail("must be the name of an error, such as \"NS_ERROR_FAILURE\"");
+}
+
+void ReadFault(nsMachineObject& aObject, nsSimulatedCalls& aCalls) {
+  nsSimulatedFault fault;
+  const nsMachineValue& port = aObject.Required("port");
+  fault.mPort = port.AsString();
+  if (!aCalls.HasPort(fault.mPort)) port.Fail("there is no port \"" + fault.mPort + "\"");
+  if (const auto* method = aObject.Optional("method")) fault.mMethod = method->AsString();
+  if (const auto* call = aObject.Optional("call")) fault.mNumber = call->AsInteger<uint32_t>(1);
+  if (const auto* result = aObject.Optional("result")) fault.mResult = ReadFailure(*result);
+  if (const auto* forEver = aObject.Optional("forEver")) fault.mForEver = forEver->AsBoolean();
+  aCalls.Fail(std::move(fault));
+}
+
 void ReadChange(nsMachineObject& aObject, nsSimulatedMachine& aMachine) {
   nsSimulatedChange change;
   change.mAfter =
@@ -52,6 +76,9 @@ void ReadMachine(nsMachineObject& aObject, nsSimulatedMachine& aMachine) {
   for (const Section& section : kSections)
     if (const nsMachineValue* value = aObject.Optional(section.mName))
       section.mReadFacts(*value, aMachine);
+  if (const nsMachineValue* faults = aObject.Optional("faults"))
+    for (const nsMachineValue& fault : faults->AsArray())
+      fault.AsObject([&](nsMachineObject& aFields) { ReadFault(aFields, *aMachine.mCalls); });
   if (const nsMachineValue* changes = aObject.Optional("changes"))
     for (const nsMachineValue& change : changes->AsArray())
       change.AsObject([&](nsMachineObject& aFields) { ReadChange(aFields, aMachine); });

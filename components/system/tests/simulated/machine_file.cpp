@@ -74,6 +74,17 @@ TEST(MachineFile, ChangesComeTooEarlyOrInTheWrongOrder) {
   machine->ApplyNextChange();
 }
 
+TEST(MachineFile, FaultHitsAnotherCall) {
+  auto machine = Read(R"({"faults": [
+    {"port": "Volumes", "method": "ReadDriveKind", "call": 2, "result": "NS_ERROR_NOT_AVAILABLE", "forEver": true}]})");
+  ASSERT_TRUE(machine);
+  uint32_t value;
+  EXPECT_EQ(machine->mVolumes->ReadDriveKind('C', &value), NS_OK);
+  EXPECT_EQ(machine->mVolumes->ReadDriveMask(&value), NS_OK);
+  EXPECT_EQ(machine->mVolumes->ReadDriveKind('C', &value), NS_ERROR_NOT_AVAILABLE);
+  EXPECT_EQ(machine->mVolumes->ReadDriveKind('C', &value), NS_ERROR_NOT_AVAILABLE);
+}
+
 TEST(MachineFile, MessageNamesTheWrongLineOrReason) {
   struct {
     const char* mText;
@@ -110,6 +121,9 @@ TEST(MachineFile, MessageNamesTheWrongLineOrReason) {
        "m.json:3: must be a number from 0 to 1e+06"},
       {"{\"volumes\": [],\n}\n",
        "m.json:2: syntax error while parsing object key - unexpected '}'; expected string literal"},
+      {"{\"faults\": [\n{\"port\": \"Volume\"}]}", "m.json:2: there is no port \"Volume\""},
+      {"{\"faults\": [{\"port\": \"Volumes\",\n\"result\": \"NS_OK\"}]}",
+       "m.json:2: must be the name of an error, such as \"NS_ERROR_FAILURE\""},
       {"{\"comment\":\n1e999}", "m.json:2: number overflow parsing '1e999'"},
       {"{\"comment\":\n\"\xff\"}",
        "m.json:2: syntax error while parsing value - invalid string: ill-formed UTF-8 byte; last "
