@@ -22,3 +22,4 @@ nsresult NS_ConstructTheOne(nsISupports* aOuter, const nsIID& aIID, void** aResu
 
 extern const vorel::Module kThreadsModule;
 extern const vorel::Module kLogModule;
+extern const vorel::Module kIOModule;
