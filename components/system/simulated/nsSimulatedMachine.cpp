@@ -4,13 +4,17 @@ nsSimulatedMachine::nsSimulatedMachine()
     : mCalls(std::make_shared<nsSimulatedCalls>()),
       mVolumes(std::make_shared<nsSimulatedVolumes>(mCalls)),
       mFiles(std::make_shared<nsSimulatedFiles>(mCalls)),
-      mDirectoryChanges(std::make_shared<nsSimulatedDirectoryChanges>(mCalls, mFiles)) {}
+      mDirectoryChanges(std::make_shared<nsSimulatedDirectoryChanges>(mCalls, mFiles)),
+      mNetwork(std::make_shared<nsSimulatedNetwork>(mCalls)),
+      mRegistry(std::make_shared<nsSimulatedRegistry>(mCalls, mNetwork)) {}
 
 nsPlatformRef nsSimulatedMachine::Platform() const {
   auto platform = std::make_shared<nsPlatform>();
   platform->mVolumes = mVolumes;
   platform->mFiles = mFiles;
   platform->mDirectoryChanges = mDirectoryChanges;
+  platform->mNetwork = mNetwork;
+  platform->mRegistry = mRegistry;
   return platform;
 }
 

@@ -15,6 +15,8 @@
 #include "nsPlatform.h"
 #include "nsSimulatedCalls.h"
 #include "nsSimulatedFileSystem.h"
+#include "nsSimulatedNetwork.h"
+#include "nsSimulatedRegistry.h"
 #include "nsSimulatedVolumes.h"
 
 /// A step of the machine's script.
@@ -47,6 +49,8 @@ class nsSimulatedMachine {
   const std::shared_ptr<nsSimulatedVolumes> mVolumes;
   const std::shared_ptr<nsSimulatedFiles> mFiles;
   const std::shared_ptr<nsSimulatedDirectoryChanges> mDirectoryChanges;
+  const std::shared_ptr<nsSimulatedNetwork> mNetwork;
+  const std::shared_ptr<nsSimulatedRegistry> mRegistry;
 
  private:
   std::deque<nsSimulatedChange> mChanges;

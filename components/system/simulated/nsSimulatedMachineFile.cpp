@@ -33,6 +33,8 @@ constexpr Section MakeSection(const char* aName) {
 
 constexpr Section kSections[] = {
     MakeSection<&nsSimulatedMachine::mVolumes>("volumes"),
+    MakeSection<&nsSimulatedMachine::mNetwork>("interfaces"),
+    MakeSection<&nsSimulatedMachine::mRegistry>("registry"),
 };
 
 constexpr std::pair<std::string_view, nsresult> kResults[] = {

@@ -1,0 +1,115 @@
+#include "nsSimulatedRegistry.h"
+
+#include <utility>
+
+#include "nsCore.h"
+
+namespace {
+
+using Registry = nsPlatformRegistry;
+
+std::vector<uint8_t> ReadHex(const nsMachineValue& aValue) {
+  const std::string& text = aValue.AsString();
+  std::vector<uint8_t> bytes;
+  for (size_t i = 0; i < text.size(); i += 2) {
+    const int high = vorel::detail::HexDigit(text[i]);
+    const int low = i + 1 < text.size() ? vorel::detail::HexDigit(text[i + 1]) : -1;
+    if (high < 0 || low < 0) aValue.Fail("must be pairs of hexadecimal digits");
+    bytes.push_back(static_cast<uint8_t>(high << 4 | low));
+  }
+  return bytes;
+}
+
+nsRegistryValue ReadValue(const nsMachineValue& aValue) {
+  nsRegistryValue value;
+  aValue.AsObject([&](nsMachineObject& aObject) {
+    value.mName = aObject.Required("name").AsString();
+    const nsMachineValue* text = aObject.Optional("text");
+    const nsMachineValue* texts = aObject.Optional("texts");
+    const nsMachineValue* number = aObject.Optional("number");
+    const nsMachineValue* bytes = aObject.Optional("bytes");
+    if (!!text + !!texts + !!number + !!bytes != 1)
+      aObject.Fail("must have one of \"text\", \"texts\", \"number\", \"bytes\"");
+    if (text) {
+      value.mType = Registry::kString;
+      value.mData = NS_RegistryString(text->AsString());
+    } else if (texts) {
+      std::vector<std::string> list;
+      for (const nsMachineValue& element : texts->AsArray()) list.push_back(element.AsString());
+      value.mType = Registry::kMultiString;
+      value.mData = NS_RegistryStrings(list);
+    } else if (number) {
+      value.mType = Registry::kDword;
+      value.mData = NS_RegistryDword(number->AsInteger<uint32_t>());
+    } else {
+      value.mType = Registry::kBinary;
+      value.mData = ReadHex(*bytes);
+    }
+  });
+  return value;
+}
+
+nsRegistryData ReadKeys(const nsMachineValue& aValue) {
+  nsRegistryData data;
+  for (const nsMachineValue& element : aValue.AsArray())
+    element.AsObject([&](nsMachineObject& aObject) {
+      auto& key = data.Make(aObject.Required("key").AsString());
+      for (const nsMachineValue& value : aObject.Required("values").AsArray())
+        key.Set(ReadValue(value));
+    });
+  return data;
+}
+
+}  // namespace
+
+nsSimulatedRegistry::nsSimulatedRegistry(nsSimulatedCallsRef aCalls,
+                                         std::shared_ptr<nsPlatformNetwork> aNetwork)
+    : nsSimulatedPort(std::move(aCalls), "Registry"), mNetwork(std::move(aNetwork)) {}
+
+void nsSimulatedRegistry::Put(const std::string& aPath, nsRegistryValue aValue) {
+  const std::lock_guard lock(mLock);
+  mData.Make(aPath).Set(std::move(aValue));
+}
+
+void nsSimulatedRegistry::Take(const std::string& aPath, const std::string& aName) {
+  const std::lock_guard lock(mLock);
+  if (nsRegistryData::Key* key = mData.Find(aPath))
+    std::erase_if(key->mValues, [&](const nsRegistryValue& aValue) {
+      return nsRegistryData::SameName(aValue.mName, aName);
+    });
+}
+
+std::vector<nsRegistryValue> nsSimulatedRegistry::ValuesOf(const std::string& aPath) {
+  const std::lock_guard lock(mLock);
+  const nsRegistryData::Key* key = mData.Find(aPath);
+  return key ? key->mValues : std::vector<nsRegistryValue>();
+}
+
+void nsSimulatedRegistry::ReadFacts(const nsMachineValue& aValue) { ReadChange(aValue)(); }
+
+std::function<void()> nsSimulatedRegistry::ReadChange(const nsMachineValue& aValue) {
+  return [this, data = ReadKeys(aValue)] {
+    for (const nsRegistryData::Key& key : data.mKeys)
+      for (const nsRegistryValue& value : key.mValues) Put(key.mPath, value);
+  };
+}
+
+nsresult nsSimulatedRegistry::Read(const char* aMethod, const Visitor& aVisitor) {
+  if (nsresult rv = aMethod ? Enter(aMethod) : NS_OK; NS_FAILED(rv)) return rv;
+  const std::lock_guard lock(mLock);
+  return aVisitor(mData);
+}
+
+nsresult nsSimulatedRegistry::Change(const char* aMethod, const Visitor& aVisitor) {
+  if (nsresult rv = aMethod ? Enter(aMethod) : NS_OK; NS_FAILED(rv)) return rv;
+  const std::lock_guard lock(mLock);
+  nsRegistryData data = mData;
+  if (nsresult rv = aVisitor(data); NS_FAILED(rv)) return rv;
+  if (aMethod && data != mData) Record(aMethod);
+  mData = std::move(data);
+  return NS_OK;
+}
+
+std::optional<std::vector<nsRegistryValue>> nsSimulatedRegistry::Seed(const std::string& aPath) {
+  return NS_SeedTcpipKey(aPath, *mNetwork, [](const nsAdapterAddresses&) { return ""; });
+}

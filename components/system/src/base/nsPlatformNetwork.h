@@ -1,0 +1,146 @@
+// The port of network interfaces: what the machine has, in two pictures that the discovery joins.
+//
+// The records have the shape and the field names of the platform for which the logic was described,
+// and so have their numbers. A backend fills in every field that its system knows.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "nsError.h"
+
+/// A family and the bytes of its address, in network order.
+struct nsSocketAddress {
+  enum Family : uint16_t { kIPv4 = 2, kIPv6 = 23 };
+  uint16_t mFamily = kIPv4;
+  std::array<uint8_t, 16> mBytes{};  ///< The first four for every family but kIPv6.
+
+  friend bool operator==(const nsSocketAddress&, const nsSocketAddress&) = default;
+};
+
+/// One address that an interface has.
+struct nsUnicastAddress {
+  nsSocketAddress mAddress;
+  uint8_t mOnLinkPrefixLength = 0;  ///< In bits.
+  uint16_t mPrefixOrigin = 1;       ///< 0 other, 1 manual, 2 well known, 3 DHCP, 4 router.
+  uint32_t mSuffixOrigin = 1;       ///< The same, 4 link-layer address, 5 random.
+  uint32_t mDadState = 4;  ///< 0 invalid, 1 tentative, 2 duplicate, 3 deprecated, 4 preferred.
+  uint64_t mValidLifetime = 0xffffffff;  ///< In seconds; 0xffffffff for ever.
+  uint64_t mPreferredLifetime = 0xffffffff;
+  uint64_t mLeaseLifetime = 0xffffffff;
+};
+
+/// The first picture of an interface: nearly everything.
+struct nsAdapterAddresses {
+  enum Flags : uint32_t { kDhcpEnabled = 0x4, kIpv4Enabled = 0x80, kIpv6Enabled = 0x100 };
+  enum Type : uint32_t {
+    kOther = 1,
+    kEthernet = 6,
+    kPpp = 23,
+    kLoopback = 24,
+    kWireless = 71,
+    kTunnel = 131,
+    kWwan = 243,
+  };
+  enum Status : uint32_t {
+    kUp = 1,
+    kDown = 2,
+    kTesting = 3,
+    kUnknown = 4,
+    kDormant = 5,
+    kNotPresent = 6,
+    kLowerLayerDown = 7,
+  };
+
+  std::string mAdapterName;  ///< Identifies the interface for as long as it exists. Not empty.
+  std::u16string mFriendlyName;
+  std::u16string mDescription;
+  uint32_t mIfIndex = 0;
+  uint32_t mIpv6IfIndex = 0;  ///< 0 without IPv6.
+  uint32_t mIfType = kOther;  ///< One of Type, or another of the numbers assigned by IANA.
+  uint32_t mOperStatus = kUnknown;
+  uint32_t mFlags = 0;
+  std::vector<uint8_t> mPhysicalAddress;  ///< Of any length; empty for an interface without one.
+  uint64_t mTransmitLinkSpeed = 0;        ///< In bits a second; 0 when not known.
+  uint64_t mReceiveLinkSpeed = 0;
+  std::vector<nsUnicastAddress> mUnicastAddresses;
+  std::vector<nsSocketAddress> mAnycastAddresses;
+  std::vector<nsSocketAddress> mMulticastAddresses;
+  std::vector<nsSocketAddress> mDnsServers;  ///< In the order in which they are asked.
+};
+
+/// The second picture: IPv4 addresses and gateways as text.
+struct nsAdapterInfo {
+  struct Address {
+    std::string mIpAddress;
+    std::string mIpMask;
+  };
+  std::string mAdapterName;               ///< That of the first picture.
+  std::vector<Address> mIpAddressList;    ///< At least one entry, "0.0.0.0" when there is none.
+  std::vector<std::string> mGatewayList;  ///< The same; by rising metric.
+};
+
+/// What the interface table says of an interface.
+struct nsIfRow {
+  enum Medium : uint32_t {
+    kUnspecified = 0,
+    kNative80211 = 9,
+    kBluetooth = 10,
+    kEthernet8023 = 14,
+    kOther = 19,
+  };
+  uint32_t mType = 0;                ///< As nsAdapterAddresses::Type.
+  uint32_t mMediaType = 0;           ///< 0 for 802.3 frames.
+  uint32_t mPhysicalMediumType = 0;  ///< kEthernet8023 when a wire ends here, kOther for bridges,
+                                     ///< tunnels and everything that only looks like one.
+};
+
+struct nsSystemVersion {
+  uint32_t mMajor = 0, mMinor = 0, mBuild = 0;
+};
+
+/// All methods may be called from any thread, at any time; none changes the machine. Each call
+/// looks at the machine anew. Errors not named are NS_ERROR_FAILURE: the system does not answer.
+class nsPlatformNetwork {
+ public:
+  /// Flags of GetAdaptersAddresses.
+  static constexpr uint32_t kIncludePrefix = 0x10, kIncludeGateways = 0x80;
+  /// Identifies the question for the name of the wireless network.
+  static constexpr uint32_t kOidSsid = 0x0D010102;
+
+  using PacketAdapter = uint32_t;
+  /// Fills in the row of an interface, by its index; NS_ERROR_NOT_AVAILABLE when there is none.
+  /// One that has been handed out serves one thread at a time.
+  using GetIfEntry2Function = std::function<nsresult(uint32_t aIfIndex, nsIfRow* aRow)>;
+
+  virtual ~nsPlatformNetwork() = default;
+
+  /// The version of the operating system; from major version 6 on the first picture is complete and
+  /// the interface table is there, before that the old wireless test is. Does not change.
+  virtual nsSystemVersion GetSystemVersion() = 0;
+
+  /// The second picture, in the system's order. NS_ERROR_NOT_AVAILABLE when it has no interface.
+  virtual nsresult GetAdaptersInfo(std::vector<nsAdapterInfo>* aInfos) = 0;
+  /// The first picture, in the system's order. aFamily is 0 for all; aFlags as above.
+  virtual nsresult GetAdaptersAddresses(uint32_t aFamily, uint32_t aFlags,
+                                        std::vector<nsAdapterAddresses>* aAddresses) = 0;
+
+  /// Loads the library that has the interface table. False when the system has none; calling it
+  /// again is free.
+  virtual bool LoadIpHelper() = 0;
+  /// The function of it that reads a row; empty when the library has none or is not loaded.
+  virtual GetIfEntry2Function FindGetIfEntry2() = 0;
+
+  /// The old wireless test: opens an interface by the name that the packet driver gives it.
+  /// NS_ERROR_NOT_AVAILABLE when there is no driver or it does not know the name.
+  virtual nsresult PacketOpenAdapter(const std::string& aName, PacketAdapter* aAdapter) = 0;
+  /// Asks (aSet false) or tells the interface; aData is room for the answer, or what is told.
+  /// NS_ERROR_NOT_AVAILABLE when it does not know the question.
+  virtual nsresult PacketRequest(PacketAdapter aAdapter, bool aSet, uint32_t aOid,
+                                 std::vector<uint8_t>* aData) = 0;
+  /// What PacketOpenAdapter gave is not to be used any more.
+  virtual void PacketCloseAdapter(PacketAdapter aAdapter) = 0;
+};

@@ -1,0 +1,60 @@
+// The port of the machine's configuration store: keys that hold named values with a type.
+//
+// On a system that has such a store it is that one. Elsewhere it is a file with the same keys,
+// names, types and sizes; a key of a network interface that is opened for the first time is then
+// filled with what is in force, so that reading answers from the first day.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "nsError.h"
+
+/// An open key; closes when it goes. One thread at a time.
+///
+/// Names of values are found without regard to case, in ASCII, and keep the spelling that they were
+/// first written with. Types and bytes are kept as they were written: nothing here knows what a
+/// string is, or adds a zero. Any bytes may stand in a value; no zero may in a name.
+class nsPlatformRegistryKey {
+ public:
+  virtual ~nsPlatformRegistryKey() = default;
+
+  /// NS_ERROR_FILE_NOT_FOUND for a name that is not there, NS_ERROR_FILE_TOO_BIG for a value longer
+  /// than aCapacity, NS_ERROR_FILE_ACCESS_DENIED for a key not opened with kQueryValue.
+  virtual nsresult QueryValue(const std::string& aName, uint32_t aCapacity, uint32_t* aType,
+                              std::vector<uint8_t>* aData) = 0;
+  /// On success the value is durable, and other processes see it: the whole of it or nothing.
+  /// NS_ERROR_FILE_ACCESS_DENIED for a key not opened with kSetValue.
+  virtual nsresult SetValue(const std::string& aName, uint32_t aType,
+                            std::span<const uint8_t> aData) = 0;
+  /// As SetValue. NS_ERROR_FILE_NOT_FOUND for a name that is not there.
+  virtual nsresult DeleteValue(const std::string& aName) = 0;
+  /// The names in the spelling they were written with, in the order in which they were first
+  /// written. NS_ERROR_FILE_ACCESS_DENIED for a key not opened with kQueryValue.
+  virtual nsresult EnumerateValues(std::vector<std::string>* aNames) = 0;
+};
+
+/// All methods may be called from any thread, and from several processes on one store. Errors not
+/// named are NS_ERROR_FAILURE: the store does not answer.
+class nsPlatformRegistry {
+ public:
+  /// Access rights. kRead holds kQueryValue.
+  static constexpr uint32_t kQueryValue = 0x1, kSetValue = 0x2, kRead = 0x20019;
+  /// Types of values: text closed by a zero; bytes; a 32-bit number, low byte first; texts each
+  /// closed by a zero, with one more zero at the end.
+  static constexpr uint32_t kString = 1, kBinary = 3, kDword = 4, kMultiString = 7;
+
+  virtual ~nsPlatformRegistry() = default;
+
+  /// Opens a key below the machine's root: names with "\" between, found without regard to case.
+  /// NS_ERROR_FILE_NOT_FOUND when it is not there, NS_ERROR_FILE_ACCESS_DENIED when the process
+  /// lacks a right that aAccess asks for.
+  virtual nsresult OpenKey(const std::string& aPath, uint32_t aAccess,
+                           std::unique_ptr<nsPlatformRegistryKey>* aKey) = 0;
+  /// The same, and makes the key when it is not there.
+  virtual nsresult CreateKey(const std::string& aPath, uint32_t aAccess,
+                             std::unique_ptr<nsPlatformRegistryKey>* aKey) = 0;
+};
