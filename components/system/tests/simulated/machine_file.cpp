@@ -4,8 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <random>
 #include <set>
+
+#include "nsMutation.h"
 
 namespace {
 
@@ -179,30 +180,10 @@ TEST(MachineFile, UnreadableFileIsAnEmptyMachine) {
 
 // Mutations of a good file: whatever comes out is a machine or a message with a line of the text.
 TEST(MachineFile, HostileBytesCrashTheReader) {
-  std::mt19937 random(20);
-  const auto below = [&](size_t aEnd) {
-    return std::uniform_int_distribution<size_t>(0, aEnd - 1)(random);
-  };
+  nsMutation mutation;
   int machines = 0, messages = 0;
   for (int i = 0; i < 20000; ++i) {
-    std::string text(kStick);
-    for (size_t changes = 1 + below(4); changes > 0; --changes) {
-      const size_t at = below(text.size());
-      switch (below(4)) {
-        case 0:
-          text[at] = static_cast<char>(below(256));
-          break;
-        case 1:
-          text.erase(at, 1 + below(20));
-          break;
-        case 2:
-          text.insert(at, text.substr(below(text.size()), below(40)));
-          break;
-        default:
-          text.insert(at, 1, "{}[]\",:\\0-e\n"[below(12)]);
-          break;
-      }
-    }
+    const std::string text = mutation.Damage(std::string(kStick), "{}[]\",:\\0-e\n");
     std::unique_ptr<nsSimulatedMachine> machine;
     std::string message;
     if (NS_SUCCEEDED(NS_ReadMachineText(text, "m.json", "/", &machine, &message))) {

@@ -5,12 +5,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
 #include <map>
 #include <ostream>
-#include <random>
 
 #include "nsCapturedTree.h"
+#include "nsMutation.h"
 
 namespace {
 
@@ -283,28 +282,10 @@ TEST_F(LinuxVolumes, HostileFilesCrashTheReader) {
   std::sort(files.begin(), files.end());
   for (const std::string& file : files) texts[file] = mTree.Read(file);
 
-  std::mt19937 random(7);
-  const auto below = [&](size_t aEnd) {
-    return std::uniform_int_distribution<size_t>(0, aEnd - 1)(random);
-  };
+  nsMutation mutation;
   for (int i = 0; i < 600; ++i) {
-    const std::string& name = i % 2 ? "/proc/self/mountinfo" : files[below(files.size())];
-    std::string text = texts[name];
-    for (int changes = 0; changes < 5 && !text.empty(); ++changes) {
-      const size_t at = below(text.size());
-      switch (below(3)) {
-        case 0:
-          text[at] = static_cast<char>(below(256));
-          break;
-        case 1:
-          text.erase(at, 1 + below(30));
-          break;
-        default:
-          text.insert(at, text.substr(below(text.size()), below(60)));
-          break;
-      }
-    }
-    mTree.Write(name, text);
+    const std::string& name = i % 2 ? "/proc/self/mountinfo" : files[mutation.Below(files.size())];
+    mTree.Write(name, mutation.Damage(texts[name], " \n:/-\\0="));
     nsLinuxVolumes volumes(mTree.Root());
     uint32_t mask = 0;
     ASSERT_TRUE(NS_SUCCEEDED(volumes.ReadDriveMask(&mask)));
