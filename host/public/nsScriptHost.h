@@ -9,8 +9,7 @@
 #include <vector>
 
 #include "nsError.h"
-
-struct nsScriptInterface;
+#include "nsScriptTable.h"
 
 /// What an application finds in its environment.
 struct nsScriptOptions {
@@ -32,12 +31,13 @@ struct nsScriptOptions {
 /// "xpcom-shutdown-threads", or when it is destroyed, whichever comes first: requests of the
 /// document's load group are cancelled, objects of script that compiled code still holds turn into
 /// shells that answer NS_ERROR_NOT_AVAILABLE, and references that script held are released.
-class nsScriptHost {
+class __attribute__((visibility("default"))) nsScriptHost {
  public:
-  /// Adds tables of interfaces to those of the platform, which are always there. The tables must
-  /// live for ever. To be called before the first Create; a table that is added twice is added
-  /// once.
-  static void AddInterfaces(std::span<const nsScriptInterface* const> aInterfaces);
+  /// Adds tables of interfaces to those of the platform, which are always there, and the contract
+  /// comments of their headers. All must live for ever. To be called before the first Create; a
+  /// table that is added twice is added once.
+  static void AddInterfaces(std::span<const nsScriptInterface* const> aInterfaces,
+                            std::span<const nsScriptComment> aComments = {});
   /// The TypeScript declarations of all tables and of the environment.
   static std::string PrintTypes();
 

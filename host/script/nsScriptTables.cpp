@@ -3,10 +3,19 @@
 #include <map>
 #include <unordered_map>
 
+#include "nsIHostDocument.h"
+#include "nsILoadGroup.h"
+#include "nsIURI.h"
+
 namespace {
 
 // The root has no definition of its own; what script does with it, QueryInterface, is the bridge's business.
 constexpr nsScriptInterface kRoot{nsISupports::kName, &nsISupports::kIID, nullptr, {}, {}, false, nullptr, nullptr};
+
+// So is the document, the one interface of the host's own that script sees.
+const nsScriptInterface* const kDocument =
+    nsBind<nsIHostDocument, nsAttribute<"baseURIObject", &nsIHostDocument::GetBaseURI>,
+           nsAttribute<"loadGroup", &nsIHostDocument::GetLoadGroup>>();
 
 struct Tables {
   std::vector<const nsScriptInterface*> mAll;
@@ -16,6 +25,7 @@ struct Tables {
 
   Tables() {
     Add(&kRoot);
+    Add(kDocument);
     for (const nsScriptInterface* table : NS_PlatformScriptInterfaces()) Add(table);
   }
   void Add(const nsScriptInterface* aTable) {

@@ -1,0 +1,457 @@
+// What script finds in its global object.
+#include <js/Array.h>
+#include <js/CallAndConstruct.h>
+#include <js/CompilationAndEvaluation.h>
+#include <js/Conversions.h>
+#include <js/GCAPI.h>
+#include <js/PropertyAndElement.h>
+#include <js/SourceText.h>
+#include <jsfriendapi.h>
+
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
+
+#include "nsConvert.h"
+#include "nsICategoryManager.h"
+#include "nsIComponentManager.h"
+#include "nsIComponentRegistrar.h"
+#include "nsIDOMCIExtension.h"
+#include "nsIFileURL.h"
+#include "nsIIOService.h"
+#include "nsIJSNativeInitializer.h"
+#include "nsILoadGroup.h"
+#include "nsILocalFile.h"
+#include "nsITimerCallback.h"
+#include "nsImplements.h"
+#include "nsScriptErrors.h"
+#include "nsScriptModule.h"
+#include "nsScriptPrelude.h"
+#include "nsScriptRuntime.h"
+#include "nsServices.h"
+#include "nsXPCOM.h"
+
+namespace {
+
+nsScriptRuntime* Runtime() { return nsScriptRuntime::Current(); }
+
+// ---- The document
+
+class ScriptDocument final : public nsImplements<ScriptDocument, nsIHostDocument> {
+ public:
+  static const nsClassInfoRecord kClassInfo;
+  explicit ScriptDocument(std::string aFile) : mFile(std::move(aFile)) {}
+
+  nsresult GetBaseURI(nsIURI** aBaseURI) override {
+    namespace fs = std::filesystem;
+    if (!mURI) {
+      std::error_code error;
+      const fs::path current = fs::current_path(error);
+      const std::string path = mFile.empty() ? current.string() : (current / mFile).lexically_normal().string();
+      const auto io = do_GetService<nsIIOService>(NS_IOSERVICE_CONTRACTID);
+      nsCOMPtr<nsILocalFile> file;
+      if (!io) return NS_ERROR_NOT_AVAILABLE;
+      nsresult rv = NS_NewNativeLocalFile(nsDependentCString(path), true, file.getter_AddRefs());
+      if (NS_FAILED(rv)) return rv;
+      rv = io->NewFileURI(file.get(), mURI.getter_AddRefs());
+      if (NS_FAILED(rv)) return rv;
+    }
+    nsCOMPtr<nsIURI>(mURI).forget(aBaseURI);
+    return NS_OK;
+  }
+  nsresult GetLoadGroup(nsILoadGroup** aLoadGroup) override {
+    if (!mLoadGroup) mLoadGroup = do_CreateInstance<nsILoadGroup>("@mozilla.org/network/load-group;1");
+    nsCOMPtr<nsILoadGroup>(mLoadGroup).forget(aLoadGroup);
+    return NS_OK;
+  }
+  /// Nothing is made for a document that nobody asked for its group.
+  void Cancel() {
+    if (mLoadGroup) (void)mLoadGroup->Cancel(NS_BINDING_ABORTED);
+    mLoadGroup = nullptr;
+  }
+
+ private:
+  ~ScriptDocument() override = default;
+  const std::string mFile;
+  nsCOMPtr<nsIURI> mURI;
+  nsCOMPtr<nsILoadGroup> mLoadGroup;
+};
+
+const nsClassInfoRecord ScriptDocument::kClassInfo = {
+    NS_ClassInterfaces<nsIHostDocument>, NS_NamedHelper<"Document">, nsIClassInfo::DOM_OBJECT, {}};
+
+// ---- Timers
+
+class ScriptTimer final : public nsImplements<ScriptTimer, nsITimerCallback> {
+ public:
+  ScriptTimer(JSContext* cx, uint32_t aId, bool aRepeats, bool aComponent)
+      : mId(aId), mRepeats(aRepeats), mComponent(aComponent), mFunction(cx), mArguments(cx) {}
+
+  nsresult Notify(nsITimer*) override {
+    nsScriptRuntime* const runtime = Runtime();
+    if (!runtime || !mFunction) return NS_OK;
+    JSContext* const cx = runtime->Context();
+    const nsCOMPtr<ScriptTimer> alive(this);
+    nsScriptRuntime::Entry entry(runtime, mComponent);
+    if (!mRepeats) Clear(runtime, mId);
+    JS::RootedValue function(cx, JS::ObjectValue(*mFunction)), result(cx);
+    JS::RootedValueVector arguments(cx);
+    for (const JS::Value& value : mArguments.get())
+      if (!arguments.append(value)) return NS_ERROR_OUT_OF_MEMORY;
+    if (!JS::Call(cx, JS::UndefinedHandleValue, function, arguments, &result) && JS_IsExceptionPending(cx))
+      runtime->ReportException();
+    return NS_OK;
+  }
+
+  static void Clear(nsScriptRuntime* aRuntime, uint32_t aId) {
+    const auto found = aRuntime->mTimers.find(aId);
+    if (found == aRuntime->mTimers.end()) return;
+    const nsCOMPtr<nsITimer> timer = found->second;
+    nsCOMPtr<nsITimerCallback> callback;
+    (void)timer->GetCallback(callback.getter_AddRefs());
+    aRuntime->mTimers.erase(found);
+    (void)timer->Cancel();
+    // The timer's callback is always one of ours.
+    if (callback && !static_cast<ScriptTimer*>(callback.get())->mComponent) --aRuntime->mLiveTimers;
+  }
+
+  JS::PersistentRootedObject& Function() { return mFunction; }
+  JS::PersistentRooted<JS::GCVector<JS::Value, 0, js::SystemAllocPolicy>>& Arguments() { return mArguments; }
+
+ private:
+  ~ScriptTimer() override = default;
+  const uint32_t mId;
+  const bool mRepeats;
+  const bool mComponent;
+  JS::PersistentRootedObject mFunction;
+  JS::PersistentRooted<JS::GCVector<JS::Value, 0, js::SystemAllocPolicy>> mArguments;
+};
+
+template <bool Repeats>
+bool SetTimer(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
+  JS::CallArgs args = JS::CallArgsFromVp(aArgc, aVp);
+  nsScriptRuntime* const runtime = Runtime();
+  const char* const name = Repeats ? "setInterval" : "setTimeout";
+  if (!args.get(0).isObject() || !JS::IsCallable(&args[0].toObject()))
+    return NS_ThrowTypeError(cx, std::string(name) + ": argument 1 (callback): a function is expected, not " +
+                                     NS_DescribeValue(cx, args.get(0)));
+  double delay = 0;
+  if (args.hasDefined(1) && !JS::ToNumber(cx, args[1], &delay)) return false;
+  // Negative and missing delays mean: as soon as may be. An interval of 0 would leave no time for anything else.
+  if (!(delay >= (Repeats ? 1 : 0))) delay = Repeats ? 1 : 0;
+  if (delay > 4294967295.0) delay = 4294967295.0;
+  const auto timer = do_CreateInstance<nsITimer>(NS_TIMER_CONTRACTID);
+  if (!timer) return NS_ThrowResult(cx, NS_ERROR_NOT_AVAILABLE, name, "there are no timers");
+  const uint32_t id = runtime->mNextTimer++;
+  const auto callback = MakeRefCounted<ScriptTimer>(cx, id, Repeats, runtime->InComponent());
+  callback->Function() = &args[0].toObject();
+  for (unsigned i = 2; i < args.length(); ++i)
+    if (!callback->Arguments().get().append(args[i])) return false;
+  const nsresult rv = timer->InitWithCallback(callback.get(), static_cast<uint32_t>(delay),
+                                              Repeats ? nsITimer::TYPE_REPEATING_SLACK : nsITimer::TYPE_ONE_SHOT);
+  if (NS_FAILED(rv)) return NS_ThrowResult(cx, rv, name);
+  runtime->mTimers[id] = timer;
+  if (!runtime->InComponent()) ++runtime->mLiveTimers;
+  args.rval().setNumber(id);
+  return true;
+}
+
+bool ClearTimer(JSContext*, unsigned aArgc, JS::Value* aVp) {
+  JS::CallArgs args = JS::CallArgsFromVp(aArgc, aVp);
+  args.rval().setUndefined();
+  if (args.get(0).isNumber()) {
+    const double id = args[0].toNumber();
+    if (id > 0 && id <= 4294967295.0) ScriptTimer::Clear(Runtime(), static_cast<uint32_t>(id));
+  }
+  return true;
+}
+
+// ---- The natives of the prelude
+
+bool Print(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
+  JS::CallArgs args = JS::CallArgsFromVp(aArgc, aVp);
+  std::string text = NS_ToText(cx, args.get(1)) + "\n";
+  FILE* const out = JS::ToBoolean(args.get(0)) ? stderr : stdout;
+  fwrite(text.data(), 1, text.size(), out);
+  // Lines of an application are read by others as they come.
+  fflush(out);
+  args.rval().setUndefined();
+  return true;
+}
+
+bool Quit(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
+  JS::CallArgs args = JS::CallArgsFromVp(aArgc, aVp);
+  int32_t status = 0;
+  if (args.hasDefined(0)) {
+    if (!args[0].isInt32() || args[0].toInt32() < 0 || args[0].toInt32() > 255)
+      return NS_ThrowTypeError(cx, "quit: argument 1 (status): a whole number from 0 to 255 is expected, not " +
+                                       NS_DescribeValue(cx, args[0]));
+    status = args[0].toInt32();
+  }
+  Runtime()->Quit(status);
+  Runtime()->StopScripts();
+  return false;  // without an exception: no script catches this
+}
+
+bool InterfaceNames(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
+  JS::CallArgs args = JS::CallArgsFromVp(aArgc, aVp);
+  JS::RootedValueVector names(cx);
+  for (const nsScriptInterface* table : nsScriptTables::All()) {
+    JSString* const name = NS_NewScriptString(cx, table->mName);
+    if (!name || !names.append(JS::StringValue(name))) return false;
+  }
+  JSObject* const array = JS::NewArrayObject(cx, names);
+  if (!array) return false;
+  args.rval().setObject(*array);
+  return true;
+}
+
+template <JSObject* (nsScriptRuntime::*Get)(const nsScriptInterface*)>
+bool OfInterface(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
+  JS::CallArgs args = JS::CallArgsFromVp(aArgc, aVp);
+  args.rval().setUndefined();
+  const nsScriptInterface* const table = nsScriptTables::Find(NS_ToText(cx, args.get(0)));
+  if (!table) return true;
+  JSObject* const object = (Runtime()->*Get)(table);
+  if (!object) return false;
+  args.rval().setObject(*object);
+  return true;
+}
+
+bool ClassIsRegistered(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
+  JS::CallArgs args = JS::CallArgsFromVp(aArgc, aVp);
+  nsCOMPtr<nsIComponentRegistrar> registrar;
+  bool registered = false;
+  if (NS_SUCCEEDED(NS_GetComponentRegistrar(registrar.getter_AddRefs())))
+    (void)registrar->IsContractIDRegistered(NS_ToText(cx, args.get(0)).c_str(), &registered);
+  args.rval().setBoolean(registered);
+  return true;
+}
+
+/// getService(contract, iid), createInstance(contract, iid); the identifier may be missing.
+template <bool Service>
+bool GetObject(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
+  JS::CallArgs args = JS::CallArgsFromVp(aArgc, aVp);
+  nsScriptRuntime* const runtime = Runtime();
+  const std::string contract = NS_ToText(cx, args.get(0));
+  const std::string method = std::string(Service ? "getService" : "createInstance") + " of " + contract;
+  nsID iid = nsISupports::kIID;
+  if (args.hasDefined(1) && !runtime->ReadID(args[1], &iid))
+    return NS_ThrowTypeError(cx, method + ": argument 1 (iid): an interface of Components.interfaces is expected, not " +
+                                     NS_DescribeValue(cx, args[1]));
+  nsCOMPtr<nsISupports> object;
+  nsKeptCharacters::CallScope kept;
+  const nsresult rv = Service ? vorel::detail::GetServiceByContract(contract.c_str(), iid, NS_OutVoid(object))
+                              : vorel::detail::CreateByContract(contract.c_str(), iid, NS_OutVoid(object));
+  if (runtime->IsStopping()) return false;
+  if (NS_FAILED(rv) || !object) return NS_ThrowResult(cx, NS_FAILED(rv) ? rv : NS_ERROR_FAILURE, method);
+  return runtime->Wrap(object.get(), nsScriptTables::Find(iid), args.rval());
+}
+
+bool CollectGarbage(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
+  JS_GC(cx);
+  Runtime()->DrainGarbage();
+  JS::CallArgsFromVp(aArgc, aVp).rval().setUndefined();
+  return true;
+}
+
+bool ReportError(JSContext*, unsigned aArgc, JS::Value* aVp) {
+  JS::CallArgs args = JS::CallArgsFromVp(aArgc, aVp);
+  const int status = Runtime()->mStatus;
+  JS::RootedValue error(Runtime()->Context(), args.get(0));
+  Runtime()->ReportValue(error, "");
+  Runtime()->mStatus = status;  // somebody did catch it
+  args.rval().setUndefined();
+  return true;
+}
+
+/// makeError(result, message): what `new Components.Exception` gives.
+bool MakeError(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
+  JS::CallArgs args = JS::CallArgsFromVp(aArgc, aVp);
+  double result = static_cast<double>(static_cast<uint32_t>(NS_ERROR_FAILURE));
+  if (args.hasDefined(0) && !JS::ToNumber(cx, args[0], &result)) return false;
+  const std::string detail = args.hasDefined(1) ? NS_ToText(cx, args[1]) : std::string();
+  NS_ThrowResult(cx, nsresult{JS::ToUint32(result)}, "Components.Exception", detail);
+  return JS_GetPendingException(cx, args.rval()) && (JS_ClearPendingException(cx), true);
+}
+
+/// The class name of a wrapper; undefined for any other value.
+bool WrapperName(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
+  JS::CallArgs args = JS::CallArgsFromVp(aArgc, aVp);
+  args.rval().setUndefined();
+  const nsWrapper* const wrapper = nsScriptRuntime::WrapperOf(args.get(0));
+  if (!wrapper) return true;
+  JSString* const name = NS_NewScriptString(cx, wrapper->mClassName);
+  if (!name) return false;
+  args.rval().setString(name);
+  return true;
+}
+
+const JSFunctionSpec kNatives[] = {
+    JS_FN("print", Print, 2, 0),
+    JS_FN("interfaceNames", InterfaceNames, 0, 0),
+    JS_FN("interfaceObject", OfInterface<&nsScriptRuntime::InterfaceObject>, 1, 0),
+    JS_FN("prototypeOf", OfInterface<&nsScriptRuntime::Prototype>, 1, 0),
+    JS_FN("isRegistered", ClassIsRegistered, 1, 0),
+    JS_FN("getService", GetObject<true>, 2, 0),
+    JS_FN("createInstance", GetObject<false>, 2, 0),
+    JS_FN("collectGarbage", CollectGarbage, 0, 0),
+    JS_FN("reportError", ReportError, 1, 0),
+    JS_FN("makeError", MakeError, 2, 0),
+    JS_FN("wrapperName", WrapperName, 1, 0),
+    JS_FS_END,
+};
+
+const JSFunctionSpec kGlobals[] = {
+    JS_FN("setTimeout", SetTimer<false>, 2, JSPROP_ENUMERATE),
+    JS_FN("setInterval", SetTimer<true>, 2, JSPROP_ENUMERATE),
+    JS_FN("clearTimeout", ClearTimer, 1, JSPROP_ENUMERATE),
+    JS_FN("clearInterval", ClearTimer, 1, JSPROP_ENUMERATE),
+    JS_FN("quit", Quit, 1, JSPROP_ENUMERATE),
+    JS_FS_END,
+};
+
+// ---- Names from the categories
+
+std::string CategoryEntry(const char* aCategory, const std::string& aEntry) {
+  const auto categories = do_GetService<nsICategoryManager>(NS_CATEGORYMANAGER_CONTRACTID);
+  char* value = nullptr;
+  if (!categories || NS_FAILED(categories->GetCategoryEntry(aCategory, aEntry.c_str(), &value)) || !value) return {};
+  std::string result(value);
+  NS_Free(value);
+  return result;
+}
+
+/// `new Name(arguments)`.
+bool Construct(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
+  JS::CallArgs args = JS::CallArgsFromVp(aArgc, aVp);
+  nsScriptRuntime* const runtime = Runtime();
+  const auto& name = *static_cast<nsNamedInterface*>(js::GetFunctionNativeReserved(&args.callee(), 0).toPrivate());
+  if (!args.isConstructing()) return NS_ThrowTypeError(cx, name.mName + " makes objects with new, and is no function");
+  if (!name.mConstructs) return NS_ThrowTypeError(cx, name.mName + " makes no objects: it is the name of an interface");
+
+  nsCOMPtr<nsISupports> object;
+  nsresult rv = NS_ERROR_NOT_AVAILABLE;
+  if (!name.mContractID.empty()) {
+    rv = vorel::detail::CreateByContract(name.mContractID.c_str(), nsISupports::kIID, NS_OutVoid(object));
+  } else {
+    nsCOMPtr<nsIComponentManager> manager;
+    rv = NS_GetComponentManager(manager.getter_AddRefs());
+    if (NS_SUCCEEDED(rv)) rv = manager->CreateInstance(name.mCID, nullptr, nsISupports::kIID, NS_OutVoid(object));
+  }
+  const std::string method = "new " + name.mName;
+  if (NS_FAILED(rv) || !object) return NS_ThrowResult(cx, NS_FAILED(rv) ? rv : NS_ERROR_FAILURE, method);
+  JS::RootedValue value(cx);
+  if (!runtime->Wrap(object.get(), nullptr, &value)) return false;
+  if (const auto initializer = do_QueryInterface<nsIJSNativeInitializer>(object)) {
+    nsKeptCharacters::CallScope kept;
+    // The engine's values are 8 bytes, as the platform's are.
+    rv = initializer->Initialize(runtime->Document(), cx, &value.toObject(), args.length(),
+                                 reinterpret_cast<jsval*>(args.array()));
+    if (runtime->IsStopping()) return false;
+    if (NS_FAILED(rv)) return NS_ThrowResult(cx, rv, method);
+    JS_ClearPendingException(cx);
+  }
+  args.rval().set(value);
+  return true;
+}
+
+/// The object behind a global name that the categories of DOM classes, DOM interfaces or constructors know.
+/// *aFound stays false when none does.
+bool ResolveClass(JSContext* cx, const std::string& aName, bool* aFound, JS::MutableHandleValue aResult) {
+  nsScriptRuntime* const runtime = Runtime();
+  const std::string extension = CategoryEntry("JavaScript-DOM-class", aName);
+  const std::string interface = CategoryEntry("JavaScript-DOM-interface", aName);
+  const std::string contract = CategoryEntry("JavaScript-global-constructor", aName);
+  if (extension.empty() && interface.empty() && contract.empty()) return true;
+  nsNamedInterface* const name = runtime->NewName();
+  name->mName = aName;
+  if (!extension.empty()) {
+    nsresult rv = NS_OK;
+    const auto registers = do_CreateInstance<nsIDOMCIExtension>(extension.c_str(), &rv);
+    if (registers) rv = registers->RegisterDOMCI(aName.c_str(), NS_NewScriptObjectFactory(name).get());
+    if (NS_FAILED(rv)) return NS_ThrowResult(cx, rv, aName, "the class is named in JavaScript-DOM-class");
+  }
+  nsID iid;
+  if (!interface.empty() && nsID::Parse(interface, &iid)) name->mIIDs.push_back(iid);
+  if (!contract.empty()) {
+    name->mContractID = contract;
+    name->mConstructs = true;
+  }
+  JSFunction* const function = js::NewFunctionWithReserved(cx, Construct, 0, JSFUN_CONSTRUCTOR, aName.c_str());
+  if (!function) return false;
+  JS::RootedObject object(cx, JS_GetFunctionObject(function));
+  js::SetFunctionNativeReserved(object, 0, JS::PrivateValue(name));
+  if (!runtime->DefineHasInstance(object, name)) return false;
+  for (const nsIID& id : name->mIIDs)
+    for (const nsScriptInterface* level = nsScriptTables::Find(id); level; level = nsScriptTables::Parent(*level))
+      if (!runtime->DefineInterfaceConstants(object, level)) return false;
+  *aFound = true;
+  aResult.setObject(*object);
+  return true;
+}
+
+}  // namespace
+
+bool NS_ResolveGlobalName(JSContext* cx, JS::HandleObject aGlobal, JS::HandleId aId, bool* aResolved) {
+  *aResolved = false;
+  if (!aId.isString() || !Runtime() || !Runtime()->Context()) return true;
+  const std::string name = NS_Text(cx, aId.toString());
+  JS::RootedValue value(cx);
+  const std::string service = CategoryEntry("JavaScript-global-property", name);
+  if (!service.empty()) {
+    nsCOMPtr<nsISupports> object;
+    const nsresult rv =
+        vorel::detail::GetServiceByContract(service.c_str(), nsISupports::kIID, NS_OutVoid(object));
+    if (NS_FAILED(rv) || !object)
+      return NS_ThrowResult(cx, NS_FAILED(rv) ? rv : NS_ERROR_FAILURE, name, service + " is not to be had");
+    if (!Runtime()->Wrap(object.get(), nullptr, &value)) return false;
+    *aResolved = true;
+  } else if (!ResolveClass(cx, name, aResolved, &value)) {
+    return false;
+  }
+  return !*aResolved || JS_DefinePropertyById(cx, aGlobal, aId, value, 0);
+}
+
+nsCOMPtr<nsIHostDocument> NS_NewScriptDocument(const std::string& aFile) {
+  return MakeRefCounted<ScriptDocument>(aFile).get();
+}
+
+void NS_CancelLoadGroup(nsIHostDocument* aDocument) {
+  // Documents are always ours.
+  if (aDocument) static_cast<ScriptDocument*>(aDocument)->Cancel();
+}
+
+bool NS_DefineEnvironment(nsScriptRuntime* aRuntime) {
+  JSContext* const cx = aRuntime->Context();
+  JS::RootedObject global(cx, aRuntime->Global());
+  JS::RootedObject host(cx, JS_NewPlainObject(cx)), results(cx, JS_NewPlainObject(cx));
+  if (!host || !results || !JS_DefineFunctions(cx, host, kNatives) || !JS_DefineFunctions(cx, global, kGlobals))
+    return false;
+#define DEFINE_RESULT(aName, aValue) \
+  if (!JS_DefineProperty(cx, results, #aName, static_cast<uint32_t>(aValue), JSPROP_ENUMERATE | JSPROP_READONLY)) return false;
+  NS_RESULT_CODES(DEFINE_RESULT)
+#undef DEFINE_RESULT
+  if (!JS_DefineProperty(cx, host, "results", results, 0) ||
+      !JS_DefineProperty(cx, global, "window", global, JSPROP_ENUMERATE))
+    return false;
+
+  JS::CompileOptions options(cx);
+  options.setFileAndLine("prelude.js", 1);
+  JS::SourceText<mozilla::Utf8Unit> source;
+  JS::RootedValue prelude(cx), made(cx);
+  if (!source.init(cx, kScriptPrelude, sizeof(kScriptPrelude) - 1, JS::SourceOwnership::Borrowed) ||
+      !JS::Evaluate(cx, options, source, &prelude))
+    return false;
+  JS::RootedValueArray<2> arguments(cx);
+  arguments[0].setObject(*global);
+  arguments[1].setObject(*host);
+  if (!JS::Call(cx, JS::UndefinedHandleValue, prelude, arguments, &made)) return false;
+  JS::RootedObject tools(cx, &made.toObject());
+  JS::RootedValue function(cx);
+  if (!JS_GetProperty(cx, tools, "inspect", &function)) return false;
+  aRuntime->mInspect = &function.toObject();
+  if (!JS_GetProperty(cx, tools, "complete", &function)) return false;
+  aRuntime->mComplete = &function.toObject();
+  return true;
+}

@@ -1,0 +1,98 @@
+#include "nsScriptErrors.h"
+
+#include <js/CharacterEncoding.h>
+#include <js/Conversions.h>
+#include <js/ErrorReport.h>
+#include <js/Exception.h>
+#include <js/PropertyAndElement.h>
+#include <js/Stack.h>
+#include <js/String.h>
+#include <js/friend/ErrorMessages.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include "nsString.h"
+
+namespace {
+
+/// An error object of the kind, made where script stands now.
+bool NewError(JSContext* cx, JSExnType aType, const std::string& aMessage, JS::MutableHandleValue aError) {
+  JS::RootedString message(cx, NS_NewScriptString(cx, aMessage));
+  JS::RootedObject stack(cx);
+  if (!message || !JS::CaptureCurrentStack(cx, &stack)) return false;
+  JS::AutoFilename file;
+  unsigned line = 0, column = 0;
+  JS::DescribeScriptedCaller(cx, &file, &line, &column);
+  JS::RootedString fileName(cx, NS_NewScriptString(cx, file.get() ? file.get() : ""));
+  JS::Rooted<mozilla::Maybe<JS::Value>> cause(cx, mozilla::Nothing());
+  return fileName && JS::CreateError(cx, aType, stack, fileName, line, column, nullptr, message, cause, aError);
+}
+
+}  // namespace
+
+bool NS_ThrowTypeError(JSContext* cx, const std::string& aMessage) {
+  JS::RootedValue error(cx);
+  if (NewError(cx, JSEXN_TYPEERR, aMessage, &error)) JS_SetPendingException(cx, error);
+  return false;
+}
+
+bool NS_ThrowResult(JSContext* cx, nsresult aResult, const std::string& aMethod, const std::string& aDetail) {
+  if (JS_IsExceptionPending(cx)) return false;
+  char code[16];
+  snprintf(code, sizeof code, "0x%08x", static_cast<unsigned>(aResult));
+  const std::string_view known = NS_ResultName(aResult);
+  const std::string name(known.empty() ? code : known);
+  std::string message = aMethod + ": " + name + (known.empty() ? "" : std::string(" (") + code + ")");
+  if (!aDetail.empty()) message += ": " + aDetail;
+  JS::RootedValue error(cx);
+  if (!NewError(cx, JSEXN_ERR, message, &error)) return false;
+  JS::RootedObject object(cx, &error.toObject());
+  JS::RootedString nameString(cx, NS_NewScriptString(cx, name));
+  JS::RootedString method(cx, NS_NewScriptString(cx, aMethod));
+  JS::RootedValue result(cx, JS::NumberValue(static_cast<uint32_t>(aResult)));
+  if (!nameString || !method || !JS_DefineProperty(cx, object, "result", result, JSPROP_ENUMERATE) ||
+      !JS_DefineProperty(cx, object, "name", nameString, JSPROP_ENUMERATE) ||
+      !JS_DefineProperty(cx, object, "method", method, JSPROP_ENUMERATE))
+    return false;
+  JS_SetPendingException(cx, error);
+  return false;
+}
+
+std::string NS_DescribeValue(JSContext* cx, JS::HandleValue aValue) {
+  if (aValue.isUndefined()) return "undefined";
+  if (aValue.isNull()) return "null";
+  if (aValue.isBoolean()) return aValue.toBoolean() ? "true" : "false";
+  if (aValue.isNumber()) return "the number " + NS_ToText(cx, aValue);
+  if (aValue.isBigInt()) return "the number " + NS_ToText(cx, aValue) + "n";
+  if (aValue.isString()) {
+    const std::string text = NS_Text(cx, aValue.toString());
+    return text.size() <= 40 ? "the string \"" + text + "\"" : "a string";
+  }
+  if (aValue.isSymbol()) return "a symbol";
+  return JS::IsCallable(&aValue.toObject()) ? "a function" : "an object";
+}
+
+std::string NS_Text(JSContext* cx, JSString* aString) {
+  JS::RootedString string(cx, aString);
+  std::u16string chars(JS_GetStringLength(string), u'\0');
+  if (!JS_CopyStringChars(cx, mozilla::Range<char16_t>(chars.data(), chars.size()), string)) {
+    JS_ClearPendingException(cx);
+    return {};
+  }
+  return NS_ToUtf8(std::u16string_view(chars));
+}
+
+std::string NS_ToText(JSContext* cx, JS::HandleValue aValue) {
+  JS::RootedString string(cx, JS::ToString(cx, aValue));
+  if (string) return NS_Text(cx, string);
+  JS_ClearPendingException(cx);
+  return "a value that has no text";
+}
+
+JSString* NS_NewScriptString(JSContext* cx, std::string_view aUtf8) {
+  if (std::all_of(aUtf8.begin(), aUtf8.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; }))
+    return JS_NewStringCopyN(cx, aUtf8.data(), aUtf8.size());
+  const std::u16string wide = NS_ToUtf16(aUtf8);
+  return JS_NewUCStringCopyN(cx, wide.data(), wide.size());
+}

@@ -1,0 +1,297 @@
+#include "nsScriptRuntime.h"
+
+#include <js/CompilationAndEvaluation.h>
+#include <js/ErrorReport.h>
+#include <js/Exception.h>
+#include <js/GCAPI.h>
+#include <js/Initialization.h>
+#include <js/Promise.h>
+#include <js/PropertyAndElement.h>
+#include <js/SavedFrameAPI.h>
+#include <js/WeakMap.h>
+#include <jsfriendapi.h>
+
+#include <cstdio>
+
+#include "nsIObserverService.h"
+#include "nsIThread.h"
+#include "nsIThreadManager.h"
+#include "nsImplements.h"
+#include "nsScriptErrors.h"
+#include "nsScriptedObject.h"
+#include "nsServices.h"
+#include "nsVorelMethodCaller.h"
+
+nsScriptRuntime* nsScriptRuntime::sCurrent = nullptr;
+
+namespace {
+
+constexpr uint32_t kDefaultHeap = 256u << 20;
+// The main thread has 8 MB as a rule; calls into compiled code take their part of it.
+constexpr size_t kScriptStack = 1u << 20;
+
+bool ResolveGlobal(JSContext* cx, JS::HandleObject aGlobal, JS::HandleId aId, bool* aResolved) {
+  if (!JS_ResolveStandardClass(cx, aGlobal, aId, aResolved)) return false;
+  return *aResolved || NS_ResolveGlobalName(cx, aGlobal, aId, aResolved);
+}
+
+constexpr JSClassOps kGlobalOps = {nullptr, nullptr, nullptr, JS_NewEnumerateStandardClasses, ResolveGlobal, nullptr,
+                                   nullptr, nullptr, nullptr, JS_GlobalObjectTraceHook};
+constexpr JSClass kGlobalClass = {"Window", JSCLASS_GLOBAL_FLAGS, &kGlobalOps, nullptr, nullptr, nullptr};
+
+/// Once a process; undone when the process ends, if no context is left.
+struct Engine {
+  Engine() : mUp(JS_Init()) {}
+  ~Engine() {
+    if (mUp && !nsScriptRuntime::Current()) JS_ShutDown();
+  }
+  const bool mUp;
+};
+
+/// Ends scripts when the host ends.
+class EndObserver final : public nsImplements<EndObserver, nsIObserver> {
+ public:
+  nsresult Observe(nsISupports*, const char* aTopic, const char16_t*) override {
+    nsScriptRuntime* const runtime = nsScriptRuntime::Current();
+    if (runtime && std::string_view(aTopic) == "quit-application")
+      runtime->Quit(runtime->mStatus);
+    else
+      nsScriptRuntime::Shutdown();
+    return NS_OK;
+  }
+
+ private:
+  ~EndObserver() override = default;
+};
+
+constexpr const char* kTopics[] = {"quit-application", "xpcom-shutdown-threads"};
+
+}  // namespace
+
+nsScriptRuntime* nsScriptRuntime::GetOrCreate(std::string* aError) {
+  if (sCurrent) return sCurrent;
+  static Engine sEngine;
+  if (!sEngine.mUp) {
+    *aError = "the script engine can't be started";
+    return nullptr;
+  }
+  sCurrent = new nsScriptRuntime();
+  if (sCurrent->Init(aError)) return sCurrent;
+  Shutdown();
+  return nullptr;
+}
+
+void nsScriptRuntime::Shutdown() {
+  delete sCurrent;  // stays Current() until the end of its destructor: finalisers need it
+  sCurrent = nullptr;
+}
+
+nsScriptRuntime::nsScriptRuntime() = default;
+
+bool nsScriptRuntime::Init(std::string* aError) {
+  mCx = JS_NewContext(kDefaultHeap);
+  if (!mCx) {
+    *aError = "no memory for the script engine";
+    return false;
+  }
+  JS_SetNativeStackQuota(mCx, kScriptStack);
+  if (!js::UseInternalJobQueues(mCx) || !JS::InitSelfHostedCode(mCx)) {
+    *aError = "the script engine can't be set up";
+    return false;
+  }
+  JS_AddWeakPointerZonesCallback(mCx, SweepWrappers, this);
+  JS::SetPromiseRejectionTrackerCallback(mCx, TrackRejection, this);
+  NS_InitModules(mCx);
+  mGlobal.init(mCx);
+  mScriptedMap.init(mCx);
+  mInspect.init(mCx);
+  mComplete.init(mCx);
+  mRejections.init(mCx, JS::GCVector<JSObject*, 0, js::SystemAllocPolicy>());
+
+  JS::RealmOptions options;
+  mGlobal = JS_NewGlobalObject(mCx, &kGlobalClass, nullptr, JS::FireOnNewGlobalHook, options);
+  if (!mGlobal) {
+    *aError = "no memory for the script's global object";
+    return false;
+  }
+  JSAutoRealm realm(mCx, mGlobal);
+  mScriptedMap = JS::NewWeakMapObject(mCx);
+  if (!mScriptedMap || !SetDocumentFile({}) || !NS_DefineEnvironment(this)) {
+    *aError = "the environment of scripts can't be set up";
+    if (JS_IsExceptionPending(mCx)) ReportException();
+    return false;
+  }
+  if (const auto observers = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID)) {
+    mObserver = MakeRefCounted<EndObserver>().get();
+    for (const char* topic : kTopics) (void)observers->AddObserver(mObserver.get(), topic, false);
+  }
+  return true;
+}
+
+nsScriptRuntime::~nsScriptRuntime() {
+  if (!mCx) return;
+  if (const auto observers = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID); observers && mObserver)
+    for (const char* topic : kTopics) (void)observers->RemoveObserver(mObserver.get(), topic);
+  for (auto& [id, timer] : mTimers) (void)timer->Cancel();
+  mTimers.clear();
+  NS_CancelLoadGroup(mDocument.get());
+  mDocument = nullptr;
+  for (nsScriptedObject* object : mScripted) object->CutOff();
+  mScripted.clear();
+  JS_ClearPendingException(mCx);
+  mPrototypes.clear();
+  mInterfaceObjects.clear();
+  mShapes.clear();
+  mModules.clear();
+  mRejections.reset();
+  mInspect.reset();
+  mComplete.reset();
+  mScriptedMap.reset();
+  mGlobal.reset();
+  // All wrappers go now, and with them the references that script held; then their natives, which are still loaded.
+  JS_RemoveWeakPointerZonesCallback(mCx, SweepWrappers);
+  JS_DestroyContext(mCx);
+  mCx = nullptr;
+  ReleaseGarbage();
+}
+
+bool nsScriptRuntime::SetDocumentFile(const std::string& aFile) {
+  mDocument = NS_NewScriptDocument(aFile);
+  JS::RootedValue document(mCx);
+  JS::RootedObject global(mCx, mGlobal);
+  return Wrap(mDocument.get(), nullptr, &document) &&
+         JS_DefineProperty(mCx, global, "document", document, JSPROP_ENUMERATE);
+}
+
+// ---- Entries
+
+nsScriptRuntime::Entry::Entry(nsScriptRuntime* aRuntime, bool aComponent)
+    : mRuntime(aRuntime), mWasComponent(aRuntime->mInComponent), mRealm(aRuntime->mCx, aRuntime->mGlobal) {
+  ++mRuntime->mDepth;
+  mRuntime->mInComponent = aComponent;
+}
+
+nsScriptRuntime::Entry::~Entry() {
+  if (mRuntime->mDepth == 1) mRuntime->RunJobs();
+  --mRuntime->mDepth;
+  mRuntime->mInComponent = mWasComponent;
+  if (mRuntime->mDepth == 0) {
+    mRuntime->mStopping = false;
+    mRuntime->DrainGarbage();
+  }
+}
+
+void nsScriptRuntime::RunJobs() {
+  if (mStopping) return;
+  // The caller may be about to look at the exception of its own script.
+  JS::AutoSaveExceptionState saved(mCx);
+  js::RunJobs(mCx);
+  while (!mRejections.get().empty()) {
+    JS::RootedObject promise(mCx, mRejections.get().popCopy());
+    JS::RootedValue reason(mCx, JS::GetPromiseResult(promise));
+    ReportValue(reason, "unhandled rejection: ");
+    js::RunJobs(mCx);
+  }
+}
+
+void nsScriptRuntime::TrackRejection(JSContext*, bool, JS::HandleObject aPromise,
+                                     JS::PromiseRejectionHandlingState aState, void* aRuntime) {
+  auto& rejections = static_cast<nsScriptRuntime*>(aRuntime)->mRejections.get();
+  if (aState == JS::PromiseRejectionHandlingState::Unhandled)
+    (void)rejections.append(aPromise);
+  else
+    rejections.eraseIfEqual(aPromise.get());
+}
+
+// ---- What compiled code and script hold of each other
+
+void nsScriptRuntime::Register(nsScriptedObject* aObject, bool aKeepsAlive) {
+  mScripted.insert(aObject);
+  mLiveObjects += aKeepsAlive;
+}
+
+void nsScriptRuntime::Unregister(nsScriptedObject* aObject, bool aKeptAlive) {
+  mScripted.erase(aObject);
+  mLiveObjects -= aKeptAlive;
+}
+
+void nsScriptRuntime::ReleaseGarbage() {
+  while (!mGarbage.empty()) {
+    std::vector<nsISupports*> garbage;
+    garbage.swap(mGarbage);
+    for (nsISupports* object : garbage) object->Release();
+  }
+}
+
+// ---- Errors
+
+void nsScriptRuntime::ReportException() {
+  JS::RootedValue exception(mCx);
+  if (!JS_GetPendingException(mCx, &exception)) {
+    JS_ClearPendingException(mCx);
+    return;
+  }
+  JS_ClearPendingException(mCx);
+  ReportValue(exception, "");
+}
+
+void nsScriptRuntime::ReportValue(JS::HandleValue aException, const char* aPrefix) {
+  std::string place, text, stack;
+  JS::RootedObject error(mCx, aException.isObject() ? &aException.toObject() : nullptr);
+  if (error) {
+    if (const JSErrorReport* const report = JS_ErrorFromException(mCx, error)) {
+      if (report->filename && *report->filename)
+        place = std::string(report->filename) + ":" + std::to_string(report->lineno) + ":" +
+                std::to_string(report->column) + ": ";
+    }
+    JS::RootedObject frames(mCx, JS::ExceptionStackOrNull(error));
+    JS::RootedString lines(mCx);
+    if (frames && JS::BuildStackString(mCx, nullptr, frames, &lines, 4)) stack = NS_Text(mCx, lines);
+  }
+  text = NS_ToText(mCx, aException);
+  JS_ClearPendingException(mCx);
+  // One frame is what the place says already.
+  if (std::count(stack.begin(), stack.end(), '\n') < 2) stack.clear();
+  fprintf(stderr, "vorel: %s%s%s\n%s", place.c_str(), aPrefix, text.c_str(), stack.c_str());
+  if (!mInComponent && mStatus == 0 && !mQuit) mStatus = 1;
+}
+
+// ---- The end
+
+void nsScriptRuntime::Quit(int aStatus) {
+  mQuit = true;
+  mStatus = aStatus;
+  // A loop that waits for an event has to look again.
+  class Nothing final : public nsImplements<Nothing, nsIRunnable> {
+   public:
+    nsresult Run() override { return NS_OK; }
+
+   private:
+    ~Nothing() override = default;
+  };
+  (void)NS_DispatchToMainThread(MakeRefCounted<Nothing>().get(), NS_DISPATCH_NORMAL);
+}
+
+int nsScriptRuntime::RunUntilDone() {
+  const auto threads = do_GetService<nsIThreadManager>(NS_THREADMANAGER_CONTRACTID);
+  nsCOMPtr<nsIThread> thread;
+  if (threads) (void)threads->GetMainThread(thread.getter_AddRefs());
+  bool ran = true;
+  while (!mQuit && thread) {
+    if (!ran) {  // idle
+      if (mLiveTimers == 0 && mLiveObjects > 0 && mCollectedAt != mLiveObjects) {
+        // Objects may be held by nothing but wrappers that nobody refers to any more.
+        JS_GC(mCx);
+        DrainGarbage();
+        mCollectedAt = mLiveObjects;
+        ran = true;
+        continue;
+      }
+      if (mLiveTimers == 0 && mLiveObjects == 0) break;
+    }
+    const bool wait = !ran;
+    ran = false;
+    if (NS_FAILED(thread->ProcessNextEvent(wait, &ran))) break;
+  }
+  return mStatus;
+}

@@ -1,0 +1,509 @@
+// Compiled objects in script: wrappers, prototypes, members.
+#include <js/CallAndConstruct.h>
+#include <js/PropertyAndElement.h>
+#include <js/Symbol.h>
+#include <js/friend/StackLimits.h>
+#include <jsfriendapi.h>
+
+#include <algorithm>
+
+#include "nsConvert.h"
+#include "nsIClassInfo.h"
+#include "nsIProgrammingLanguage.h"
+#include "nsIXPCScriptable.h"
+#include "nsScriptErrors.h"
+#include "nsScriptRuntime.h"
+#include "nsScriptedObject.h"
+#include "nsXPCOM.h"
+
+namespace {
+
+constexpr size_t kWrapperSlot = 0;
+constexpr size_t kNameSlot = 0;
+
+void FinalizeWrapper(JS::GCContext*, JSObject* aObject) {
+  auto* const wrapper = JS::GetMaybePtrFromReservedSlot<nsWrapper>(aObject, kWrapperSlot);
+  if (wrapper && nsScriptRuntime::Current()) NS_FinalizeWrapper(nsScriptRuntime::Current(), wrapper);
+}
+
+constexpr JSClassOps kWrapperOps = {nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, FinalizeWrapper,
+                                    nullptr, nullptr, nullptr};
+constexpr JSClass kWrapperClass = {"Object", JSCLASS_HAS_RESERVED_SLOTS(1) | JSCLASS_FOREGROUND_FINALIZE, &kWrapperOps,
+                                   nullptr,  nullptr, nullptr};
+constexpr JSClass kInterfaceClass = {"Interface", JSCLASS_HAS_RESERVED_SLOTS(1), nullptr, nullptr, nullptr, nullptr};
+
+const nsScriptMember* MemberOf(const JS::CallArgs& aArgs) {
+  return static_cast<const nsScriptMember*>(js::GetFunctionNativeReserved(&aArgs.callee(), 0).toPrivate());
+}
+const nsScriptInterface* InterfaceOf(const JS::CallArgs& aArgs) {
+  return static_cast<const nsScriptInterface*>(js::GetFunctionNativeReserved(&aArgs.callee(), 1).toPrivate());
+}
+
+/// Frees what an operation handed out, on every way out of a call.
+class Outs {
+ public:
+  Outs(std::span<const nsScriptParam> aParams, nsCallFrame& aFrame) : mParams(aParams), mFrame(aFrame) {}
+  ~Outs() {
+    for (size_t i = 0; i < mParams.size(); ++i)
+      if (mParams[i].mOut) NS_FreeOut(mParams[i], mFrame.mSlots[i], Length(i));
+  }
+  uint32_t Length(size_t aIndex) const {
+    const nsScriptParam& param = mParams[aIndex];
+    return param.mCounted ? mFrame.mSlots[static_cast<size_t>(param.mRelated)].Get<uint32_t>() : 0;
+  }
+
+ private:
+  const std::span<const nsScriptParam> mParams;
+  nsCallFrame& mFrame;
+};
+
+enum class Kind { eMethod, eGetter, eSetter };
+
+/// How many bytes or elements an in parameter brings must cover the length that script gives beside it.
+bool CheckLengths(JSContext* cx, std::span<const nsScriptParam> aParams, nsCallFrame& aFrame, const nsPlace& aPlace) {
+  for (size_t i = 0; i < aParams.size(); ++i) {
+    const nsScriptParam& param = aParams[i];
+    if (param.mOut || !param.mCounted) continue;
+    size_t have = 0;
+    if (const auto* const bytes = std::get_if<std::vector<std::byte>>(&aFrame.At(i))) {
+      have = bytes->size() / (param.mType == nsScriptType::eUint8 || param.mType == nsScriptType::eInt8 ? 1 : 8);
+      if (param.mType == nsScriptType::eUint16 || param.mType == nsScriptType::eInt16) have = bytes->size() / 2;
+      if (param.mType == nsScriptType::eUint32 || param.mType == nsScriptType::eInt32 ||
+          param.mType == nsScriptType::eFloat)
+        have = bytes->size() / 4;
+    } else if (const auto* const text = std::get_if<std::string>(&aFrame.At(i))) {
+      have = text->size();
+    }
+    const uint32_t length = aFrame.mSlots[static_cast<size_t>(param.mRelated)].Get<uint32_t>();
+    if (length > have)
+      return NS_ThrowTypeError(cx, aPlace.Text(param) + ": " + std::to_string(length) + " are to be taken of " +
+                                       std::to_string(have));
+  }
+  return true;
+}
+
+template <Kind K>
+bool CallMember(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
+  JS::CallArgs args = JS::CallArgsFromVp(aArgc, aVp);
+  nsScriptRuntime* const runtime = nsScriptRuntime::Current();
+  const nsScriptMember& member = *MemberOf(args);
+  const nsScriptInterface* const table = InterfaceOf(args);
+  js::AutoCheckRecursionLimit recursion(cx);
+  if (!recursion.check(cx)) return false;
+  runtime->DrainGarbage();
+
+  nsWrapper* const wrapper = nsScriptRuntime::WrapperOf(args.thisv());
+  nsISupports* const self = wrapper ? runtime->Face(wrapper, table) : nullptr;
+  nsPlace place{table, &member, 0};
+  if (!self)
+    return NS_ThrowTypeError(cx, place.Method() + " belongs to objects that implement " + std::string(table->mName) +
+                                     ", and was used on " + NS_DescribeValue(cx, args.thisv()));
+
+  const std::span<const nsScriptParam> params = member.mParams;
+  nsCallFrame frame(params.size());
+  nsKeptCharacters::CallScope kept;
+  if constexpr (K == Kind::eSetter) {
+    if (!NS_FromScript(runtime, args.get(0), params[0], place, frame, 0)) return false;
+    const nsresult rv = member.mSet(self, frame.mSlots);
+    if (runtime->IsStopping()) return false;
+    if (NS_FAILED(rv)) return NS_ThrowResult(cx, rv, place.Method());
+    JS_ClearPendingException(cx);
+    args.rval().setUndefined();
+    return true;
+  }
+
+  unsigned next = 0;
+  for (size_t i = 0; i < params.size(); ++i) {
+    const nsScriptParam& param = params[i];
+    if (param.mOut) {
+      NS_PrepareOut(param, frame, i);
+      continue;
+    }
+    if (param.mType == nsScriptType::eContext) {
+      frame.mSlots[i].Set(cx);
+      continue;
+    }
+    place.mArgument = static_cast<int>(next + 1);
+    if (next >= args.length()) {
+      if (param.mOptional) continue;
+      return NS_ThrowTypeError(cx, place.Text(param) + " is missing: " + std::to_string(args.length()) +
+                                       (args.length() == 1 ? " was given" : " were given"));
+    }
+    if (!NS_FromScript(runtime, args[next], param, place, frame, i)) return false;
+    ++next;
+  }
+  place.mArgument = 0;
+  if (!CheckLengths(cx, params, frame, place)) return false;
+
+  const nsresult rv = member.mCall(self, frame.mSlots);
+  if (runtime->IsStopping()) return false;
+  if (NS_FAILED(rv)) return NS_ThrowResult(cx, rv, place.Method());
+  JS_ClearPendingException(cx);  // of a getter that compiled code chose not to mind
+
+  const Outs outs(params, frame);
+  args.rval().setUndefined();
+  const auto results = std::count_if(params.begin(), params.end(),
+                                     [](const nsScriptParam& p) { return p.mOut && !p.mIsLength; });
+  if (results == 0) return true;
+  JS::RootedObject object(cx, results > 1 ? JS_NewPlainObject(cx) : nullptr);
+  if (results > 1 && !object) return false;
+  JS::RootedValue value(cx);
+  for (size_t i = 0; i < params.size(); ++i) {
+    const nsScriptParam& param = params[i];
+    if (!param.mOut || param.mIsLength) continue;
+    const nsIID* const iid = param.mType == nsScriptType::eAnyInterface
+                                 ? frame.mSlots[static_cast<size_t>(param.mRelated)].Get<const nsIID*>()
+                                 : nullptr;
+    if (!NS_ToScript(runtime, param, frame.mSlots[i], iid, outs.Length(i), &value)) return false;
+    if (results > 1 && !JS_DefineProperty(cx, object, std::string(param.mName).c_str(), value, JSPROP_ENUMERATE))
+      return false;
+  }
+  if (results > 1) value.setObject(*object);
+  args.rval().set(value);
+  return true;
+}
+
+/// The count that a function shows as its length.
+unsigned Arity(const nsScriptMember& aMember) {
+  return static_cast<unsigned>(std::count_if(aMember.mParams.begin(), aMember.mParams.end(), [](const nsScriptParam& p) {
+    return !p.mOut && !p.mOptional && p.mType != nsScriptType::eContext;
+  }));
+}
+
+JSObject* NewMember(JSContext* cx, JSNative aNative, unsigned aArity, const nsScriptInterface* aInterface,
+                    const nsScriptMember& aMember) {
+  JSFunction* const function =
+      js::NewFunctionWithReserved(cx, aNative, aArity, 0, std::string(aMember.mName).c_str());
+  if (!function) return nullptr;
+  JSObject* const object = JS_GetFunctionObject(function);
+  js::SetFunctionNativeReserved(object, 0, JS::PrivateValue(const_cast<nsScriptMember*>(&aMember)));
+  js::SetFunctionNativeReserved(object, 1, JS::PrivateValue(const_cast<nsScriptInterface*>(aInterface)));
+  return object;
+}
+
+bool QueryInterface(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
+  JS::CallArgs args = JS::CallArgsFromVp(aArgc, aVp);
+  nsScriptRuntime* const runtime = nsScriptRuntime::Current();
+  nsWrapper* const wrapper = nsScriptRuntime::WrapperOf(args.thisv());
+  if (!wrapper)
+    return NS_ThrowTypeError(cx, "nsISupports.QueryInterface was used on " + NS_DescribeValue(cx, args.thisv()));
+  nsID iid;
+  if (!runtime->ReadID(args.get(0), &iid))
+    return NS_ThrowTypeError(cx, "nsISupports.QueryInterface: argument 1 (iid): an interface of Components.interfaces, or "
+                                 "an identifier's text is expected, not " + NS_DescribeValue(cx, args.get(0)));
+  JS::RootedObject object(cx, &args.thisv().toObject());
+  bool implements = false;
+  if (const nsScriptInterface* const table = nsScriptTables::Find(iid)) {
+    if (!runtime->AddFace(object, wrapper, table, &implements)) return false;
+  } else {
+    nsCOMPtr<nsISupports> found;
+    implements = NS_SUCCEEDED(wrapper->mIdentity->QueryInterface(iid, NS_OutVoid(found)));
+  }
+  if (!implements) return NS_ThrowResult(cx, NS_ERROR_NO_INTERFACE, "nsISupports.QueryInterface", iid.ToString());
+  args.rval().setObject(*object);
+  return true;
+}
+
+bool ToString(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
+  JS::CallArgs args = JS::CallArgsFromVp(aArgc, aVp);
+  const nsWrapper* const wrapper = nsScriptRuntime::WrapperOf(args.thisv());
+  JSString* const text = NS_NewScriptString(cx, "[object " + (wrapper ? wrapper->mClassName : "nsISupports") + "]");
+  if (!text) return false;
+  args.rval().setString(text);
+  return true;
+}
+
+/// `x instanceof name`. An object that implements the interface shows its members from then on.
+bool HasInstance(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
+  JS::CallArgs args = JS::CallArgsFromVp(aArgc, aVp);
+  nsScriptRuntime* const runtime = nsScriptRuntime::Current();
+  const auto* const name =
+      static_cast<nsNamedInterface*>(js::GetFunctionNativeReserved(&args.callee(), 0).toPrivate());
+  args.rval().setBoolean(false);
+  nsWrapper* const wrapper = nsScriptRuntime::WrapperOf(args.get(0));
+  if (!wrapper) return true;
+  JS::RootedObject object(cx, &args[0].toObject());
+  for (const nsIID& iid : name->mIIDs) {
+    bool implements = false;
+    if (const nsScriptInterface* const table = nsScriptTables::Find(iid)) {
+      if (!runtime->AddFace(object, wrapper, table, &implements)) return false;
+    } else {
+      nsCOMPtr<nsISupports> found;
+      implements = NS_SUCCEEDED(wrapper->mIdentity->QueryInterface(iid, NS_OutVoid(found)));
+    }
+    if (implements) args.rval().setBoolean(true);
+  }
+  return true;
+}
+
+}  // namespace
+
+void NS_FinalizeWrapper(nsScriptRuntime* aRuntime, nsWrapper* aWrapper) {
+  const auto found = aRuntime->mWrappers.find(aWrapper->mIdentity);
+  // Between condemnation and this call the object may have been wrapped anew.
+  if (found != aRuntime->mWrappers.end() && found->second == aWrapper) aRuntime->mWrappers.erase(found);
+  for (const nsWrapper::Face& face : aWrapper->mFaces) aRuntime->ReleaseLater(face.mPointer);
+  aRuntime->ReleaseLater(aWrapper->mIdentity);
+  delete aWrapper;
+}
+
+void nsScriptRuntime::SweepWrappers(JSTracer* aTracer, void* aRuntime) {
+  for (auto& [identity, wrapper] : static_cast<nsScriptRuntime*>(aRuntime)->mWrappers)
+    JS_UpdateWeakPointerAfterGC(aTracer, &wrapper->mObject);
+}
+
+nsWrapper* nsScriptRuntime::WrapperOf(const JS::Value& aValue) {
+  if (!aValue.isObject() || JS::GetClass(&aValue.toObject()) != &kWrapperClass) return nullptr;
+  return JS::GetMaybePtrFromReservedSlot<nsWrapper>(&aValue.toObject(), kWrapperSlot);
+}
+
+nsISupports* nsScriptRuntime::Face(nsWrapper* aWrapper, const nsScriptInterface* aInterface) {
+  for (const nsWrapper::Face& face : aWrapper->mFaces)
+    if (face.mInterface == aInterface) return face.mPointer;
+  for (const nsWrapper::Face& face : aWrapper->mFaces)
+    if (nsScriptTables::Derives(face.mInterface, aInterface)) return face.mPointer;
+  return nullptr;
+}
+
+bool nsScriptRuntime::AddFace(JS::HandleObject aObject, nsWrapper* aWrapper, const nsScriptInterface* aInterface,
+                              bool* aImplements) {
+  *aImplements = true;
+  if (Face(aWrapper, aInterface)) return true;
+  void* pointer = nullptr;
+  if (NS_FAILED(aWrapper->mIdentity->QueryInterface(*aInterface->mIID, &pointer)) || !pointer) {
+    *aImplements = false;
+    return true;
+  }
+  // What the new one derives from is seen through it.
+  std::erase_if(aWrapper->mFaces, [&](const nsWrapper::Face& aFace) {
+    if (!nsScriptTables::Derives(aInterface, aFace.mInterface)) return false;
+    ReleaseLater(aFace.mPointer);
+    return true;
+  });
+  aWrapper->mFaces.push_back({aInterface, static_cast<nsISupports*>(pointer)});
+  JS::RootedObject prototype(mCx, ShapePrototype(aWrapper->mFaces, aWrapper->mClassName));
+  return prototype && JS_SetPrototype(mCx, aObject, prototype);
+}
+
+bool nsScriptRuntime::ReadClassInfo(nsISupports* aNative, std::vector<const nsScriptInterface*>* aInterfaces,
+                                    std::string* aName) {
+  const auto info = do_QueryInterface<nsIClassInfo>(aNative);
+  if (!info) return false;
+  uint32_t count = 0;
+  nsIID** iids = nullptr;
+  if (NS_SUCCEEDED(info->GetInterfaces(&count, &iids))) {
+    for (uint32_t i = 0; i < count; ++i) {
+      if (const nsScriptInterface* const table = nsScriptTables::Find(*iids[i])) aInterfaces->push_back(table);
+      NS_Free(iids[i]);
+    }
+    NS_Free(iids);
+  }
+  nsCOMPtr<nsISupports> helper;
+  if (NS_SUCCEEDED(info->GetHelperForLanguage(nsIProgrammingLanguage::JAVASCRIPT, helper.getter_AddRefs()))) {
+    char* name = nullptr;
+    const auto scriptable = do_QueryInterface<nsIXPCScriptable>(helper);
+    if (scriptable && NS_SUCCEEDED(scriptable->GetClassName(&name)) && name) *aName = name;
+    NS_Free(name);
+  }
+  return true;
+}
+
+bool nsScriptRuntime::Wrap(nsISupports* aNative, const nsScriptInterface* aInterface, JS::MutableHandleValue aResult) {
+  if (!aNative) {
+    aResult.setNull();
+    return true;
+  }
+  nsCOMPtr<nsISupports> identity;
+  if (NS_FAILED(aNative->QueryInterface(nsISupports::kIID, NS_OutVoid(identity))) || !identity)
+    return NS_ThrowTypeError(mCx, "an object was given to script that does not answer nsISupports");
+  bool implements = false;
+  const auto found = mWrappers.find(identity.get());
+  if (found != mWrappers.end()) {
+    nsWrapper* const wrapper = found->second;
+    JS::RootedObject object(mCx, wrapper->mObject.get());
+    if (object) {
+      if (aInterface && !AddFace(object, wrapper, aInterface, &implements)) return false;
+      aResult.setObject(*object);
+      return true;
+    }
+  } else if (const nsScriptedObject* const scripted = nsScriptedObject::From(identity.get())) {
+    if (!scripted->Object()) {
+      aResult.setNull();
+      return true;
+    }
+    aResult.setObject(*scripted->Object());
+    return true;
+  }
+
+  std::vector<const nsScriptInterface*> interfaces;
+  std::string name;
+  ReadClassInfo(identity.get(), &interfaces, &name);
+  if (aInterface) interfaces.push_back(aInterface);
+  std::vector<nsWrapper::Face> faces;
+  for (const nsScriptInterface* table : interfaces) {
+    const bool seen = std::any_of(faces.begin(), faces.end(), [&](const nsWrapper::Face& aFace) {
+      return nsScriptTables::Derives(aFace.mInterface, table);
+    });
+    void* pointer = nullptr;
+    if (seen || NS_FAILED(identity->QueryInterface(*table->mIID, &pointer)) || !pointer) continue;
+    faces.push_back({table, static_cast<nsISupports*>(pointer)});
+  }
+  if (name.empty()) name = faces.empty() ? "nsISupports" : faces[0].mInterface->mName;
+  auto wrapper = std::make_unique<nsWrapper>();
+  wrapper->mIdentity = identity.get();
+  wrapper->mFaces = std::move(faces);
+  wrapper->mClassName = std::move(name);
+  identity->AddRef();
+
+  JS::RootedObject prototype(mCx, ShapePrototype(wrapper->mFaces, wrapper->mClassName));
+  JS::RootedObject object(mCx, prototype ? JS_NewObjectWithGivenProto(mCx, &kWrapperClass, prototype) : nullptr);
+  if (!object) {
+    for (const nsWrapper::Face& face : wrapper->mFaces) ReleaseLater(face.mPointer);
+    ReleaseLater(wrapper->mIdentity);
+    return false;
+  }
+  wrapper->mObject = object;
+  mWrappers[wrapper->mIdentity] = wrapper.get();
+  JS::SetReservedSlot(object, kWrapperSlot, JS::PrivateValue(wrapper.release()));
+  aResult.setObject(*object);
+  return true;
+}
+
+// ---- Prototypes
+
+bool nsScriptRuntime::DefineMembers(JS::HandleObject aPrototype, const nsScriptInterface* aInterface) {
+  if (*aInterface->mIID == nsISupports::kIID)
+    return JS_DefineFunction(mCx, aPrototype, "QueryInterface", QueryInterface, 1, JSPROP_ENUMERATE) &&
+           JS_DefineFunction(mCx, aPrototype, "toString", ToString, 0, 0);
+  for (const nsScriptMember& member : aInterface->mMembers) {
+    const std::string name(member.mName);
+    if (!member.mIsAttribute) {
+      JS::RootedObject method(mCx,
+                              NewMember(mCx, CallMember<Kind::eMethod>, Arity(member), aInterface, member));
+      if (!method || !JS_DefineProperty(mCx, aPrototype, name.c_str(), method, JSPROP_ENUMERATE)) return false;
+      continue;
+    }
+    JS::RootedObject getter(mCx, NewMember(mCx, CallMember<Kind::eGetter>, 0, aInterface, member));
+    JS::RootedObject setter(
+        mCx, member.mSet ? NewMember(mCx, CallMember<Kind::eSetter>, 1, aInterface, member) : nullptr);
+    if (!getter || (member.mSet && !setter) ||
+        !JS_DefineProperty(mCx, aPrototype, name.c_str(), getter, setter, JSPROP_ENUMERATE))
+      return false;
+  }
+  return DefineInterfaceConstants(aPrototype, aInterface);
+}
+
+JSObject* nsScriptRuntime::Prototype(const nsScriptInterface* aInterface) {
+  const auto found = mPrototypes.find(aInterface);
+  if (found != mPrototypes.end()) return found->second;
+  JS::RootedObject parent(mCx);
+  if (const nsScriptInterface* const base = nsScriptTables::Parent(*aInterface)) {
+    parent = Prototype(base);
+    if (!parent) return nullptr;
+  } else {
+    parent = JS::GetRealmObjectPrototype(mCx);
+  }
+  JS::RootedObject prototype(mCx, JS_NewObjectWithGivenProto(mCx, nullptr, parent));
+  if (!prototype || !DefineMembers(prototype, aInterface)) return nullptr;
+  mPrototypes.try_emplace(aInterface, mCx, prototype);
+  return prototype;
+}
+
+JSObject* nsScriptRuntime::ShapePrototype(const std::vector<nsWrapper::Face>& aFaces, const std::string& aName) {
+  std::string key = aName;
+  for (const nsWrapper::Face& face : aFaces) (key += '/') += face.mInterface->mName;
+  const auto found = mShapes.find(key);
+  if (found != mShapes.end()) return found->second;
+
+  // The first interface is the prototype's own prototype; members of the others are copied in, unless there is one of
+  // the name already.
+  JS::RootedObject first(
+      mCx, Prototype(aFaces.empty() ? nsScriptTables::Find(nsISupports::kIID) : aFaces[0].mInterface));
+  JS::RootedObject prototype(mCx, first ? JS_NewObjectWithGivenProto(mCx, nullptr, first) : nullptr);
+  if (!prototype) return nullptr;
+  for (size_t i = 1; i < aFaces.size(); ++i) {
+    for (const nsScriptInterface* level = aFaces[i].mInterface; level && *level->mIID != nsISupports::kIID;
+         level = nsScriptTables::Parent(*level)) {
+      JS::RootedObject from(mCx, Prototype(level));
+      JS::RootedIdVector ids(mCx);
+      if (!from || !js::GetPropertyKeys(mCx, from, JSITER_OWNONLY | JSITER_HIDDEN | JSITER_SYMBOLS, &ids)) return nullptr;
+      for (size_t k = 0; k < ids.length(); ++k) {
+        JS::RootedId id(mCx, ids[k]);
+        bool has = false;
+        if (!JS_HasPropertyById(mCx, prototype, id, &has)) return nullptr;
+        JS::Rooted<mozilla::Maybe<JS::PropertyDescriptor>> descriptor(mCx);
+        if (has) continue;
+        if (!JS_GetOwnPropertyDescriptorById(mCx, from, id, &descriptor)) return nullptr;
+        JS::Rooted<JS::PropertyDescriptor> own(mCx, *descriptor);
+        if (!JS_DefinePropertyById(mCx, prototype, id, own)) return nullptr;
+      }
+    }
+  }
+  JS::RootedString tag(mCx, NS_NewScriptString(mCx, aName));
+  JS::RootedId tagId(mCx, JS::GetWellKnownSymbolKey(mCx, JS::SymbolCode::toStringTag));
+  if (!tag || !JS_DefinePropertyById(mCx, prototype, tagId, tag, JSPROP_READONLY)) return nullptr;
+  mShapes.try_emplace(key, mCx, prototype);
+  return prototype;
+}
+
+// ---- Names
+
+bool nsScriptRuntime::DefineInterfaceConstants(JS::HandleObject aObject, const nsScriptInterface* aInterface) {
+  for (const nsScriptConstant& constant : aInterface->mConstants) {
+    JS::RootedValue value(mCx, JS_NumberValue(static_cast<double>(constant.mValue)));
+    if (!JS_DefineProperty(mCx, aObject, std::string(constant.mName).c_str(), value,
+                           JSPROP_ENUMERATE | JSPROP_READONLY | JSPROP_PERMANENT))
+      return false;
+  }
+  return true;
+}
+
+bool nsScriptRuntime::DefineHasInstance(JS::HandleObject aObject, nsNamedInterface* aName) {
+  JSFunction* const function = js::NewFunctionWithReserved(mCx, HasInstance, 1, 0, "[Symbol.hasInstance]");
+  if (!function) return false;
+  JS::RootedObject object(mCx, JS_GetFunctionObject(function));
+  js::SetFunctionNativeReserved(object, 0, JS::PrivateValue(aName));
+  JS::RootedId id(mCx, JS::GetWellKnownSymbolKey(mCx, JS::SymbolCode::hasInstance));
+  return JS_DefinePropertyById(mCx, aObject, id, object, JSPROP_READONLY);
+}
+
+JSObject* nsScriptRuntime::InterfaceObject(const nsScriptInterface* aInterface) {
+  const auto found = mInterfaceObjects.find(aInterface);
+  if (found != mInterfaceObjects.end()) return found->second;
+  nsNamedInterface* const name = NewName();
+  name->mName = aInterface->mName;
+  name->mIIDs = {*aInterface->mIID};
+  JS::RootedObject object(mCx, JS_NewObject(mCx, &kInterfaceClass));
+  JS::RootedString nameString(mCx, NS_NewScriptString(mCx, aInterface->mName));
+  JS::RootedString number(mCx, NS_NewScriptString(mCx, aInterface->mIID->ToString()));
+  if (!object || !nameString || !number) return nullptr;
+  JS::SetReservedSlot(object, kNameSlot, JS::PrivateValue(name));
+  if (!JS_DefineProperty(mCx, object, "name", nameString, JSPROP_READONLY) ||
+      !JS_DefineProperty(mCx, object, "number", number, JSPROP_READONLY) || !DefineHasInstance(object, name))
+    return nullptr;
+  for (const nsScriptInterface* level = aInterface; level; level = nsScriptTables::Parent(*level))
+    if (!DefineInterfaceConstants(object, level)) return nullptr;
+  mInterfaceObjects.try_emplace(aInterface, mCx, object);
+  return object;
+}
+
+bool nsScriptRuntime::ReadID(JS::HandleValue aValue, nsID* aResult) {
+  if (aValue.isString()) return nsID::Parse(NS_Text(mCx, aValue.toString()), aResult);
+  if (!aValue.isObject()) return false;
+  JS::RootedObject object(mCx, &aValue.toObject());
+  if (JS::GetClass(object) == &kInterfaceClass) {
+    *aResult = JS::GetMaybePtrFromReservedSlot<nsNamedInterface>(object, kNameSlot)->mIIDs[0];
+    return true;
+  }
+  // A global name: what tells whether it is an instance knows the identifiers.
+  JS::RootedId id(mCx, JS::GetWellKnownSymbolKey(mCx, JS::SymbolCode::hasInstance));
+  JS::RootedValue test(mCx);
+  bool own = false;
+  if (!JS_HasOwnPropertyById(mCx, object, id, &own) || !own || !JS_GetPropertyById(mCx, object, id, &test)) {
+    JS_ClearPendingException(mCx);
+    return false;
+  }
+  if (!test.isObject() || !JS_IsNativeFunction(&test.toObject(), HasInstance)) return false;
+  *aResult = static_cast<nsNamedInterface*>(js::GetFunctionNativeReserved(&test.toObject(), 0).toPrivate())->mIIDs[0];
+  return true;
+}
