@@ -1,0 +1,83 @@
+// Running the host inside a program.
+//
+//   nsHost host;
+//   nsHostOptions options;
+//   options.mApplicationDirectory = "/usr/share/player";
+//   if (NS_FAILED(host.Start(options))) return Report(host.Error());
+//   (void)host.StartProfile();
+//   (void)host.Run();  // until somebody quits
+//   host.Stop();
+//
+// One host at a time runs in a process, and it may be started and stopped any number of times. The
+// thread that calls Start is the main thread until Stop; everything here is called on it.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Module.h"
+#include "nsXPCOM.h"
+
+struct nsHostOptions {
+  /// The application: "chrome.manifest" and "application.manifest", whichever are there,
+  /// "application.ini", "defaults/preferences/*.js". Empty: no application.
+  std::string mApplicationDirectory;
+  /// Where the machine's own settings live; made if it is not there. Empty: no profile, and
+  /// settings that are made are gone with the host.
+  std::string mProfileDirectory;
+  /// Manifest files that are read after the application's.
+  std::vector<std::string> mManifests;
+  /// Modules in memory, which must outlive the host; registered after the host's own and before
+  /// manifests. Their contract IDs take the place of equal ones of the host.
+  std::vector<const vorel::Module*> mModules;
+  /// A file that describes a simulated machine: "VorelMachine" of the directory service. Empty: the
+  /// real machine.
+  std::string mMachineFile;
+  /// Logger name (empty: all) and severity of nsILog4Logger, or 3 for nothing; applied in order.
+  std::vector<std::pair<std::string, uint32_t>> mLogLevels;
+  GeckoProcessType mProcessType = GeckoProcessType_Default;
+  /// What is left of the command line for the application.
+  std::vector<std::string> mCommandLine;
+};
+
+class __attribute__((visibility("default"))) nsHost {
+ public:
+  nsHost();
+  nsHost(const nsHost&) = delete;
+  nsHost& operator=(const nsHost&) = delete;
+  /// Stops it.
+  ~nsHost();
+
+  /// The host that runs in this process; null if there is none.
+  static nsHost* Current();
+
+  /// Brings the services up, registers modules and manifests, and tells the services of the
+  /// category "xpcom-startup", then those of "app-startup", which are created by it. Whatever is
+  /// wrong with a module is a message in the log and no failure. NS_ERROR_ALREADY_INITIALIZED when
+  /// a host runs in this process. After a failure nothing runs, and Error says why.
+  nsresult Start(const nsHostOptions& aOptions);
+  /// Announces the profile: "profile-do-change", "load-extension-defaults", "profile-after-change",
+  /// its category, "profile-initial-state", "final-ui-startup". NS_ERROR_NOT_INITIALIZED before
+  /// Start; NS_ERROR_ALREADY_INITIALIZED the second time.
+  nsresult StartProfile();
+  /// Runs the main thread's events until somebody quits; at once back when that has happened
+  /// already. NS_ERROR_NOT_INITIALIZED before Start.
+  nsresult Run();
+  /// Announces "quit-application-granted" and "quit-application", the first time, and lets Run come
+  /// back.
+  void Quit();
+  /// Quits, if nobody has, announces the end of the profile, and shuts down threads, services and
+  /// modules. Nothing when it does not run. Whoever still holds an object of a library that was
+  /// loaded must not touch it any more.
+  void Stop();
+
+  /// One sentence about the last failure of Start.
+  const std::string& Error() const;
+  const nsHostOptions& Options() const;
+
+ private:
+  class Impl;
+  std::unique_ptr<Impl> mImpl;
+};

@@ -1,0 +1,215 @@
+#include "nsHost.h"
+
+#include <atomic>
+
+#include "nsComponentManager.h"
+#include "nsHostMessage.h"
+#include "nsHostModules.h"
+#include "nsILog4.h"
+#include "nsIObserver.h"
+#include "nsManifest.h"
+#include "nsObserverService.h"
+#include "nsServices.h"
+#include "nsString.h"
+#include "nsThreadManager.h"
+
+namespace {
+
+std::atomic<GeckoProcessType> gProcessType{GeckoProcessType_Default};
+nsHost* gHost = nullptr;
+
+nsCOMPtr<nsIThread> MainThread() {
+  nsCOMPtr<nsIThread> thread;
+  (void)nsThreadManager::get().GetMainThread(thread.getter_AddRefs());
+  return thread;
+}
+
+void ProcessPendingEvents() {
+  const auto thread = MainThread();
+  bool ran;
+  while (NS_SUCCEEDED(thread->ProcessNextEvent(false, &ran)) && ran) continue;
+}
+
+void Complain(const std::string& aWhat, nsresult aRv) {
+  if (NS_FAILED(aRv)) NS_HostMessage(eHostError, aWhat + ": " + std::string(NS_ResultName(aRv)));
+}
+
+}  // namespace
+
+extern "C" GeckoProcessType XRE_GetProcessType() { return gProcessType; }
+
+class nsHost::Impl {
+ public:
+  bool IsRunning() const { return mManager.get(); }
+  nsresult Start(const nsHostOptions& aOptions);
+  nsresult StartProfile();
+  nsresult Run();
+  void Quit();
+  void Stop();
+
+  nsHostOptions mOptions;
+  std::string mError;
+
+ private:
+  void RegisterManifests();
+  void Notify(const char* aTopic, const char16_t* aData = nullptr, nsISupports* aSubject = nullptr);
+  void TellCategory(const char* aCategory, const char16_t* aData, bool aMayCreate);
+
+  nsCOMPtr<nsComponentManager> mManager;
+  nsCOMPtr<nsObserverService> mObservers;
+  bool mProfileStarted = false;
+  bool mQuitting = false;
+};
+
+void nsHost::Impl::Notify(const char* aTopic, const char16_t* aData, nsISupports* aSubject) {
+  (void)mObservers->NotifyObservers(aSubject, aTopic, aData);
+}
+
+// Each value of a category is a contract ID whose service is told. Where the category allows it,
+// only those with the prefix are services, and the others are made for the occasion.
+void nsHost::Impl::TellCategory(const char* aCategory, const char16_t* aData, bool aMayCreate) {
+  constexpr std::string_view kService = "service,";
+  for (const auto& [name, value] : mManager->Categories().Entries(aCategory)) {
+    const bool isService = !aMayCreate || value.starts_with(kService);
+    nsCOMPtr<nsIObserver> observer;
+    nsresult rv;
+    if (!isService)
+      observer = do_CreateInstance<nsIObserver>(value.c_str(), &rv);
+    else
+      observer =
+          do_GetService<nsIObserver>(value.c_str() + (aMayCreate ? kService.size() : 0), &rv);
+    if (observer)
+      (void)observer->Observe(nullptr, aCategory, aData);
+    else
+      NS_HostMessage(eHostWarning, std::string(aCategory) + ": entry " + name +
+                                       " is not told, since " + value +
+                                       " is not to be had: " + std::string(NS_ResultName(rv)));
+  }
+}
+
+nsresult nsHost::Impl::Start(const nsHostOptions& aOptions) {
+  mOptions = aOptions;
+  if (const nsresult rv = nsThreadManager::get().Init(); NS_FAILED(rv)) {
+    mError = "A host runs in this process already.";
+    return rv;
+  }
+  gProcessType = mOptions.mProcessType;
+  mManager = MakeRefCounted<nsComponentManager>(nsAppInfo::Read(mOptions.mApplicationDirectory));
+  nsComponentManager::SetCurrent(mManager.get());
+  for (const nsHostModule* module = kHostModules; module->mName; ++module)
+    (void)mManager->RegisterModule(*module->mRecord, module->mName);
+  mManager->SetMainThread(MainThread().get());
+  for (const vorel::Module* module : mOptions.mModules)
+    (void)mManager->RegisterModule(*module, "module in memory");
+  RegisterManifests();
+  mObservers = static_cast<nsObserverService*>(
+      do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CID).get());
+  if (const auto log = do_GetService<nsILog4Service>(VOREL_LOG4SERVICE_CONTRACTID)) {
+    for (const auto& [name, severity] : mOptions.mLogLevels)
+      (void)log->SetLevel(nsDependentCString(name), severity);
+  }
+  mManager->Categories().SetAnnouncing(true);
+  TellCategory("xpcom-startup", u"", false);
+  TellCategory("app-startup", nullptr, true);
+  return NS_OK;
+}
+
+void nsHost::Impl::RegisterManifests() {
+  const std::string& application = mOptions.mApplicationDirectory;
+  std::vector<std::string> optional;
+  if (!application.empty())
+    optional = {application + "/chrome.manifest", application + "/application.manifest"};
+  for (const std::string& path : optional) {
+    if (const nsresult rv = NS_RegisterManifest(*mManager, path); rv != NS_ERROR_FILE_NOT_FOUND)
+      Complain(path, rv);
+  }
+  for (const std::string& path : mOptions.mManifests)
+    Complain(path, NS_RegisterManifest(*mManager, path));
+}
+
+nsresult nsHost::Impl::StartProfile() {
+  if (!IsRunning()) return NS_ERROR_NOT_INITIALIZED;
+  if (mProfileStarted) return NS_ERROR_ALREADY_INITIALIZED;
+  mProfileStarted = true;
+  Notify("profile-do-change", u"startup");
+  Notify("load-extension-defaults");
+  Notify("profile-after-change", u"startup");
+  TellCategory("profile-after-change", u"", false);
+  Notify("profile-initial-state");
+  Notify("final-ui-startup");
+  return NS_OK;
+}
+
+nsresult nsHost::Impl::Run() {
+  if (!IsRunning()) return NS_ERROR_NOT_INITIALIZED;
+  const auto thread = MainThread();
+  nsresult rv = NS_OK;
+  while (NS_SUCCEEDED(rv) && !mQuitting) {
+    bool ran;
+    rv = thread->ProcessNextEvent(true, &ran);
+  }
+  return rv;
+}
+
+void nsHost::Impl::Quit() {
+  if (!IsRunning() || mQuitting) return;
+  mQuitting = true;
+  Notify("quit-application-granted");
+  Notify("quit-application", u"shutdown");
+}
+
+void nsHost::Impl::Stop() {
+  if (!IsRunning()) return;
+  Quit();
+  if (mProfileStarted) {
+    for (const char* topic :
+         {"profile-change-net-teardown", "profile-change-teardown", "profile-before-change"})
+      Notify(topic, u"shutdown-persist");
+  }
+  Notify("xpcom-will-shutdown");
+  Notify("xpcom-shutdown", nullptr, static_cast<nsIServiceManager*>(mManager.get()));
+  ProcessPendingEvents();
+  Notify("xpcom-shutdown-threads");
+  nsThreadManager::get().Shutdown();
+
+  mManager->Categories().SetAnnouncing(false);
+  const auto loaders = mObservers->Observers("xpcom-shutdown-loaders");
+  mObservers->Shutdown();
+  mObservers = nullptr;
+  mManager->ReleaseServices();
+  for (auto observer = loaders.rbegin(); observer != loaders.rend(); ++observer)
+    (void)(*observer)->Observe(nullptr, "xpcom-shutdown-loaders", nullptr);
+  mManager->UnloadModules();
+  nsComponentManager::SetCurrent(nullptr);
+  mManager = nullptr;
+  gProcessType = GeckoProcessType_Default;
+  mProfileStarted = mQuitting = false;
+}
+
+nsHost::nsHost() : mImpl(std::make_unique<Impl>()) {}
+nsHost::~nsHost() { Stop(); }
+
+nsHost* nsHost::Current() { return gHost; }
+
+nsresult nsHost::Start(const nsHostOptions& aOptions) {
+  if (gHost) {
+    mImpl->mError = "A host runs in this process already.";
+    return NS_ERROR_ALREADY_INITIALIZED;
+  }
+  gHost = this;
+  const nsresult rv = mImpl->Start(aOptions);
+  if (NS_FAILED(rv)) gHost = nullptr;
+  return rv;
+}
+
+nsresult nsHost::StartProfile() { return mImpl->StartProfile(); }
+nsresult nsHost::Run() { return mImpl->Run(); }
+void nsHost::Quit() { mImpl->Quit(); }
+
+void nsHost::Stop() {
+  mImpl->Stop();
+  if (gHost == this) gHost = nullptr;
+}
+
+const std::string& nsHost::Error() const { return mImpl->mError; }
+const nsHostOptions& nsHost::Options() const { return mImpl->mOptions; }

@@ -1,0 +1,18 @@
+#pragma once
+
+#include "nsIMemory.h"
+#include "nsImplements.h"
+#include "nsXPCOM.h"
+
+/// "@mozilla.org/xpcom/memory-service;1".
+class nsMemory final : public nsImplements<nsMemory, nsIMemory> {
+ public:
+  void* Alloc(size_t aSize) override;
+  void* Realloc(void* aPtr, size_t aSize) override;
+  void Free(void* aPtr) override;
+  nsresult HeapMinimize(bool aImmediate) override;
+  nsresult IsLowMemory(bool* aResult) override;
+
+ private:
+  ~nsMemory() override = default;
+};

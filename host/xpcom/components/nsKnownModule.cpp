@@ -1,0 +1,110 @@
+#include "nsKnownModule.h"
+
+#include <dlfcn.h>
+
+#include "nsHostMessage.h"
+#include "nsImplements.h"
+#include "nsThreadManager.h"
+
+namespace {
+
+class nsGenericFactory final : public nsImplements<nsGenericFactory, nsIFactory> {
+ public:
+  explicit nsGenericFactory(vorel::Module::ConstructorProcPtr aConstructor)
+      : mConstructor(aConstructor) {}
+  nsresult CreateInstance(nsISupports* aOuter, const nsIID& aIID, void** aResult) override {
+    return mConstructor(aOuter, aIID, aResult);
+  }
+  nsresult LockFactory(bool) override { return NS_OK; }
+
+ private:
+  ~nsGenericFactory() override = default;
+  const vorel::Module::ConstructorProcPtr mConstructor;
+};
+
+}  // namespace
+
+nsKnownModule::nsKnownModule(const vorel::Module& aRecord, std::string aName, void* aLibrary)
+    : mRecord(aRecord),
+      mName(std::move(aName)),
+      mLibrary(aLibrary),
+      mState(aRecord.loadProc ? eNotLoaded : eLoaded) {}
+
+nsKnownModule::~nsKnownModule() {
+  if (mLibrary) dlclose(mLibrary);
+}
+
+std::unique_ptr<nsKnownModule> nsKnownModule::Open(const std::string& aPath, std::string* aError) {
+  void* const library = dlopen(aPath.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (!library) {
+    *aError = dlerror();
+    return nullptr;
+  }
+  // The symbol is a pointer to the record.
+  const auto* const symbol = static_cast<const vorel::Module* const*>(dlsym(library, "NSModule"));
+  if (!symbol || !*symbol)
+    *aError = aPath + " exports no NSModule";
+  else if ((*symbol)->mVersion != vorel::Module::kVersion)
+    *aError = aPath + " has a module record of version " + std::to_string((*symbol)->mVersion) +
+              ", not " + std::to_string(vorel::Module::kVersion);
+  else
+    return std::make_unique<nsKnownModule>(**symbol, aPath, library);
+  dlclose(library);
+  return nullptr;
+}
+
+nsresult nsKnownModule::Load() {
+  switch (mState) {
+    case eLoaded:
+      return NS_OK;
+    case eFailed:
+      return NS_ERROR_FACTORY_NOT_LOADED;
+    case eLoading:
+      NS_HostMessage(eHostError,
+                     "The load step of " + mName + " asks for one of the module's own classes.");
+      return NS_ERROR_FACTORY_NOT_LOADED;
+    case eNotLoaded:
+      break;
+  }
+  mState = eLoading;
+  const nsresult rv = mRecord.loadProc();
+  mState = NS_SUCCEEDED(rv) ? eLoaded : eFailed;
+  if (NS_SUCCEEDED(rv)) return NS_OK;
+  NS_HostMessage(eHostError,
+                 "The load step of " + mName + " failed: " + std::string(NS_ResultName(rv)));
+  return NS_ERROR_FACTORY_NOT_LOADED;
+}
+
+nsresult nsKnownModule::EnsureLoaded() {
+  const State state = mState;
+  if (state == eLoaded) return NS_OK;
+  if (state == eFailed) return NS_ERROR_FACTORY_NOT_LOADED;
+  // Asked directly: the service "thread manager" is made out of a module, too.
+  nsThreadManager& threads = nsThreadManager::get();
+  bool isMain;
+  if (NS_SUCCEEDED(threads.GetIsMainThread(&isMain)) && isMain) return Load();
+  nsCOMPtr<nsIThread> main;
+  nsresult rv = threads.GetMainThread(main.getter_AddRefs());
+  if (NS_FAILED(rv)) return rv;
+  nsresult result = NS_ERROR_FACTORY_NOT_LOADED;
+  const auto load = NS_NewRunnable([&] { result = Load(); });
+  rv = main->Dispatch(load.get(), nsIEventTarget::DISPATCH_SYNC);
+  return NS_FAILED(rv) ? rv : result;
+}
+
+nsresult nsKnownModule::GetFactory(const vorel::Module::CIDEntry& aRow, nsIFactory** aResult) {
+  if (const nsresult rv = EnsureLoaded(); NS_FAILED(rv)) return rv;
+  nsIFactory* factory = nullptr;
+  if (mRecord.getFactoryProc) factory = mRecord.getFactoryProc(mRecord, aRow);
+  if (!factory && aRow.getFactoryProc) factory = aRow.getFactoryProc(mRecord, aRow);
+  if (!factory && aRow.constructorProc)
+    MakeRefCounted<nsGenericFactory>(aRow.constructorProc).forget(&factory);
+  if (!factory) return NS_ERROR_FACTORY_NOT_REGISTERED;
+  *aResult = factory;
+  return NS_OK;
+}
+
+void nsKnownModule::Unload() {
+  if (mState == eLoaded && mRecord.unloadProc) mRecord.unloadProc();
+  mState = eFailed;
+}
