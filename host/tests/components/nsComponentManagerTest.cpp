@@ -195,7 +195,8 @@ TEST_F(Components, MainThreadWaitsForAServiceThatWaitsForTheMainThread) {
   StartWith(waiting);
   auto b = std::async(std::launch::async, [&] { return Service("b"); });
   making.wait();
-  EXPECT_EQ(Service("b"), b.get());
+  const auto mine = Service("b");  // before the other is waited for
+  EXPECT_EQ(mine, b.get());
 }
 
 TEST_F(Components, FailedLoadStepIsTriedAgain) {
