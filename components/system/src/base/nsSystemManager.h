@@ -4,10 +4,9 @@
 #include "nsPlatform.h"
 #include "nsSystemManagerGeneric.h"
 
-class nsIFile;
 class nsIPrefBranch;
 class nsISystemAdapterStorage;
-class nsSystemAdapterStorage;
+class nsSystemAdapterGeneric;
 
 /// "@vorel/system/systemmanager;1". Main thread, but for what the base says of other threads.
 class nsSystemManager final : public nsSystemManagerGeneric {
@@ -44,7 +43,17 @@ class nsSystemManager final : public nsSystemManagerGeneric {
  private:
   ~nsSystemManager() override;
 
-  nsresult InitNetwork();
+  struct StandingDirectory;
 
-  nsPlatformRef mPlatform;
+  nsresult OnAppStartup();
+  nsresult OnWindowRegistered(nsISupports* aWindow);
+  /// Makes the list of IP adapters agree with the machine.
+  nsresult InitNetwork();
+  nsresult AddStandingDirectory(const StandingDirectory& aStanding, nsIPrefBranch* aPrefs);
+  /// Makes a profile of that name, lets the adapter make its bindings, and takes them over.
+  nsresult AddProfile(nsSystemAdapterGeneric& aAdapter, const char16_t* aName);
+
+  const nsPlatformRef mPlatform;
+  void* mWnd =
+      nullptr;  ///< the native handle of the application's first window; null until there is one
 };

@@ -28,6 +28,8 @@ std::string_view FunctionName(std::string_view aPretty) {
 void Log(nsILog4Logger* aLogger, uint32_t aSeverity, std::string_view aText, const char* aFile, const char* aFunction,
          uint32_t aLine) {
   std::string_view file = aFile;
+  // Compilers are given paths from the directory of the build.
+  while (file.starts_with("../")) file.remove_prefix(3);
   file = file.substr(0, file.rfind('.'));
   const auto location = do_CreateInstance<nsILog4LocationInfo>(VOREL_LOG4LOCATIONINFO_CONTRACTID);
   if (location) (void)location->Init(nsDependentCString(file), nsDependentCString(FunctionName(aFunction)), aLine);

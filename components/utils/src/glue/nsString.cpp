@@ -39,3 +39,5 @@ char* NS_NewCString(std::string_view aText) {
   copy[aText.size()] = 0;
   return copy;
 }
+
+nsAdoptedCString::~nsAdoptedCString() { NS_Free(mText); }

@@ -2,6 +2,7 @@
 // Comparisons are by code unit or byte and case-sensitive.
 #pragma once
 
+#include <concepts>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -93,8 +94,10 @@ class nsTString : public vorel::detail::StringApi<Char>::Container {
   uint32_t Length() const { return static_cast<uint32_t>(view().size()); }
   bool IsEmpty() const { return view().empty(); }
 
-  friend bool operator==(const nsTString& aA, View aB) { return aA.view() == aB; }
-  friend bool operator==(const nsTString& aA, const nsTString& aB) { return aA.view() == aB.view(); }
+  template <std::convertible_to<View> Text>
+  friend bool operator==(const nsTString& aA, const Text& aB) {
+    return aA.view() == View(aB);
+  }
   friend auto operator<=>(const nsTString& aA, const nsTString& aB) { return aA.view() <=> aB.view(); }
 };
 
@@ -133,11 +136,26 @@ class nsDependentCString : public nsCStringContainer {
 std::string NS_ToUtf8(std::u16string_view aText);
 std::u16string NS_ToUtf16(std::string_view aText);
 inline std::string NS_ToUtf8(const nsAString& aText) { return NS_ToUtf8(NS_View(aText)); }
-inline std::string NS_ToUtf8(const nsString& aText) { return NS_ToUtf8(aText.view()); }
 inline std::u16string NS_ToUtf16(const nsACString& aText) { return NS_ToUtf16(NS_View(aText)); }
-inline std::u16string NS_ToUtf16(const nsCString& aText) { return NS_ToUtf16(aText.view()); }
 
 /// A decimal integer, the whole text of it: an optional sign and digits. Nothing for other text or overflow.
 std::optional<int64_t> NS_ParseDecimal(std::u16string_view aText);
 /// What an out parameter of type char** hands out; to be freed with NS_Free. Null text gives null.
 char* NS_NewCString(std::string_view aText);
+
+/// The other end of it: takes the text that a call hands out, and frees it.
+class nsAdoptedCString {
+ public:
+  nsAdoptedCString() = default;
+  nsAdoptedCString(const nsAdoptedCString&) = delete;
+  nsAdoptedCString& operator=(const nsAdoptedCString&) = delete;
+  ~nsAdoptedCString();
+
+  /// For one call.
+  char** getter_Copies() { return &mText; }
+  /// Empty when nothing was handed out.
+  std::string_view view() const { return mText ? mText : std::string_view(); }
+
+ private:
+  char* mText = nullptr;
+};

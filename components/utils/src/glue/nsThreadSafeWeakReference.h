@@ -1,36 +1,39 @@
 // Weak references that may be taken and turned strong while the referent dies on another thread.
 #pragma once
 
-#include <mutex>
+#include <prmon.h>
 
 #include "nsCOMPtr.h"
-#include "nsIWeakReference.h"
 #include "nsISupportsWeakReference.h"
+#include "nsIWeakReference.h"
 #include "nsImplements.h"
 
 class nsThreadSafeSupportsWeakReference;
 
-/// The weak reference of one object. Its monitor guards both the referent's count and the pointer to it, so a
-/// count that reaches zero and a QueryReferent can't cross. Any thread; may outlive the referent.
-class nsThreadSafeWeakReference final : public nsImplements<nsThreadSafeWeakReference, nsIWeakReference> {
+/// The weak reference of one object. Its monitor guards both the referent's count and the pointer
+/// to it, so a count that reaches zero and a QueryReferent can't cross. Any thread; may outlive the
+/// referent.
+class nsThreadSafeWeakReference final
+    : public nsImplements<nsThreadSafeWeakReference, nsIWeakReference> {
  public:
-  explicit nsThreadSafeWeakReference(nsThreadSafeSupportsWeakReference* aReferent) : mReferent(aReferent) {}
+  explicit nsThreadSafeWeakReference(nsThreadSafeSupportsWeakReference* aReferent);
 
-  /// A strong reference to the referent, by the asked interface. NS_ERROR_NULL_POINTER once it has died.
+  /// A strong reference to the referent, by the asked interface. NS_ERROR_NULL_POINTER once it has
+  /// died.
   nsresult QueryReferent(const nsIID& aIID, void** aResult) override;
 
  private:
   friend class nsThreadSafeSupportsWeakReference;
-  ~nsThreadSafeWeakReference() override = default;
+  ~nsThreadSafeWeakReference() override;
 
   std::atomic<nsThreadSafeSupportsWeakReference*> mReferent;
   // Reentrant: QueryReferent queries the referent while it holds it, and that adds a reference.
-  std::recursive_mutex mMonitor;
+  PRMonitor* const mMonitor;
 };
 
-/// Base of objects that can be weakly referenced across threads; supplies their count. A class that derives from
-/// it and from other interfaces forwards AddRef and Release to this one, and answers nsISupportsWeakReference
-/// only if its own QueryInterface says so.
+/// Base of objects that can be weakly referenced across threads; supplies their count. A class that
+/// derives from it and from other interfaces forwards AddRef and Release to this one, and answers
+/// nsISupportsWeakReference only if its own QueryInterface says so.
 class nsThreadSafeSupportsWeakReference : public nsISupportsWeakReference {
  public:
   nsThreadSafeSupportsWeakReference();

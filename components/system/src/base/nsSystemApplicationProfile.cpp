@@ -1,0 +1,53 @@
+#include "nsSystemApplicationProfile.h"
+
+#include <new>
+
+#include "nsImplements.h"
+#include "nsString.h"
+
+namespace {
+
+class nsSystemApplicationProfile final
+    : public nsImplements<nsSystemApplicationProfile, nsISystemApplicationProfile> {
+ public:
+  static const nsClassInfoRecord kClassInfo;
+
+  nsSystemApplicationProfile(const nsAString& aName, const nsAString& aLabel,
+                             const nsAString& aDescription)
+      : mName(aName), mLabel(aLabel), mDescription(aDescription) {}
+
+  nsresult GetName(nsAString& aName) override {
+    NS_Assign(aName, mName);
+    return NS_OK;
+  }
+  nsresult GetDescription(nsAString& aDescription) override {
+    NS_Assign(aDescription, mDescription);
+    return NS_OK;
+  }
+  nsresult GetLabel(nsAString& aLabel) override {
+    NS_Assign(aLabel, mLabel);
+    return NS_OK;
+  }
+
+ private:
+  ~nsSystemApplicationProfile() override = default;
+
+  const nsString mName;
+  const nsString mLabel;
+  const nsString mDescription;
+};
+
+const nsClassInfoRecord nsSystemApplicationProfile::kClassInfo = {
+    NS_ClassInterfaces<nsISystemApplicationProfile>, nullptr, nsIClassInfo::DOM_OBJECT,
+    "aa7b2f11-8adc-421d-9139-c53c58f9629b"_iid};
+
+}  // namespace
+
+nsresult NewSystemApplicationProfile(nsISystemApplicationProfile** aProfile, const nsAString& aName,
+                                     const nsAString& aLabel, const nsAString& aDescription) {
+  nsCOMPtr<nsSystemApplicationProfile> profile(
+      new (std::nothrow) nsSystemApplicationProfile(aName, aLabel, aDescription));
+  if (!profile) return NS_ERROR_OUT_OF_MEMORY;
+  profile.forget(aProfile);
+  return NS_OK;
+}
