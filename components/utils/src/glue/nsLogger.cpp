@@ -17,26 +17,38 @@ nsCOMPtr<nsILog4Logger> NS_GetLogger(std::string_view aName) {
 namespace vorel::detail {
 
 std::string_view FunctionName(std::string_view aPretty) {
-  // Cut template arguments ("[with T = ...]"), then the parameter list, then whatever stands before the name.
-  if (const size_t with = aPretty.find(" [with "); with != aPretty.npos) aPretty = aPretty.substr(0, with);
-  aPretty = aPretty.substr(0, aPretty.find('('));
-  if (const size_t space = aPretty.rfind(' '); space != aPretty.npos) aPretty = aPretty.substr(space + 1);
+  // Cut template arguments ("[with T = ...]"), then the parameter list, then whatever stands before
+  // the name. One compiler writes unnamed namespaces with parentheses, the other with braces.
+  constexpr std::string_view kUnnamed = "(anonymous namespace)::", kUnnamedToo = "{anonymous}::";
+  if (const size_t with = aPretty.find(" [with "); with != aPretty.npos)
+    aPretty = aPretty.substr(0, with);
+  size_t parenthesis;
+  while ((parenthesis = aPretty.find('(')) != aPretty.npos &&
+         aPretty.substr(parenthesis).starts_with(kUnnamed))
+    aPretty.remove_prefix(parenthesis + kUnnamed.size());
+  aPretty = aPretty.substr(0, parenthesis);
+  if (const size_t space = aPretty.rfind(' '); space != aPretty.npos)
+    aPretty = aPretty.substr(space + 1);
   aPretty.remove_prefix(std::min(aPretty.find_first_not_of("*&"), aPretty.size()));
+  if (aPretty.starts_with(kUnnamedToo)) aPretty.remove_prefix(kUnnamedToo.size());
   return aPretty;
 }
 
-void Log(nsILog4Logger* aLogger, uint32_t aSeverity, std::string_view aText, const char* aFile, const char* aFunction,
-         uint32_t aLine) {
+void Log(nsILog4Logger* aLogger, uint32_t aSeverity, std::string_view aText, const char* aFile,
+         const char* aFunction, uint32_t aLine) {
   std::string_view file = aFile;
   // Compilers are given paths from the directory of the build.
   while (file.starts_with("../")) file.remove_prefix(3);
   file = file.substr(0, file.rfind('.'));
   const auto location = do_CreateInstance<nsILog4LocationInfo>(VOREL_LOG4LOCATIONINFO_CONTRACTID);
-  if (location) (void)location->Init(nsDependentCString(file), nsDependentCString(FunctionName(aFunction)), aLine);
+  if (location)
+    (void)location->Init(nsDependentCString(file), nsDependentCString(FunctionName(aFunction)),
+                         aLine);
   (void)aLogger->Log(aSeverity, nsDependentCString(aText), location.get());
 }
 
-void Warn(const char* aText, const char* aOwn, const char* aFile, const char* aFunction, uint32_t aLine) {
+void Warn(const char* aText, const char* aOwn, const char* aFile, const char* aFunction,
+          uint32_t aLine) {
   const auto logger = NS_GetLogger("debug");
   if (!IsEnabled(logger.get(), nsILog4Logger::SEVERITY_WARNING)) return;
   char text[500];
