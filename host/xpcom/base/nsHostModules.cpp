@@ -79,5 +79,6 @@ const vorel::Module kBaseModule = {
 const nsHostModule kHostModules[] = {
     {"base", &kBaseModule},
     {"threads", &kThreadsModule},
+    {"network", &kNetworkModule},
     {nullptr, nullptr},
 };

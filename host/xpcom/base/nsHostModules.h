@@ -5,6 +5,7 @@
 #include "nsConstructors.h"
 
 extern const vorel::Module kBaseModule;  // base, components, ds
+extern const vorel::Module kNetworkModule;
 
 struct nsHostModule {
   const char* mName;

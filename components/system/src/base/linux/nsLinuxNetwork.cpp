@@ -1,0 +1,399 @@
+#include "nsLinuxNetwork.h"
+
+#include <linux/if_addr.h>
+#include <linux/if_arp.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <map>
+#include <memory>
+#include <set>
+#include <sstream>
+
+#include "nsAddressText.h"
+#include "nsCore.h"
+#include "nsNetlink.h"
+#include "nsUtf.h"
+
+namespace {
+
+using vorel::netlink::Address;
+using vorel::netlink::DefaultRoute;
+using vorel::netlink::Link;
+using vorel::netlink::Socket;
+using Record = nsAdapterAddresses;
+using AddressesByIndex = std::map<uint32_t, std::vector<nsSocketAddress>>;
+
+// By IF_OPER_...
+constexpr uint32_t kStatusOf[] = {
+    Record::kUnknown, Record::kNotPresent, Record::kDown, Record::kLowerLayerDown,
+    Record::kTesting, Record::kDormant,    Record::kUp};
+
+std::string LastPart(const std::string& aPath) { return aPath.substr(aPath.rfind('/') + 1); }
+
+/// The value of "KEY=value" in a text of such lines; empty when it is not there.
+std::string ValueOf(const std::string& aText, const std::string& aKey) {
+  std::istringstream lines(aText);
+  for (std::string line; std::getline(lines, line);)
+    if (line.starts_with(aKey + "=")) return line.substr(aKey.size() + 1);
+  return "";
+}
+
+nsSocketAddress SocketAddress(uint8_t aFamily, const std::array<uint8_t, 16>& aBytes) {
+  return {aFamily == AF_INET6 ? nsSocketAddress::kIPv6 : nsSocketAddress::kIPv4, aBytes};
+}
+
+void AddServer(std::vector<nsSocketAddress>& aServers, const std::string& aText) {
+  nsSocketAddress server;
+  server.mFamily = aText.find(':') == aText.npos ? nsSocketAddress::kIPv4 : nsSocketAddress::kIPv6;
+  const nsresult rv = server.mFamily == nsSocketAddress::kIPv6
+                          ? vorel::address::ParseIPv6(aText, server.mBytes)
+                          : vorel::address::ParseIPv4(aText, std::span(server.mBytes).first<4>());
+  if (NS_SUCCEEDED(rv)) aServers.push_back(server);
+}
+
+std::vector<nsSocketAddress> ServersIn(const std::string& aWords) {
+  std::vector<nsSocketAddress> servers;
+  std::istringstream words(aWords);
+  for (std::string word; words >> word;) AddServer(servers, word);
+  return servers;
+}
+
+std::vector<nsSocketAddress> ServersOfResolverFile(const std::string& aText) {
+  std::vector<nsSocketAddress> servers;
+  std::istringstream lines(aText);
+  for (std::string line; std::getline(lines, line);) {
+    std::istringstream words(line);
+    std::string keyword, address;
+    if (words >> keyword >> address && keyword == "nameserver") AddServer(servers, address);
+  }
+  return servers;
+}
+
+bool IsLocal(const nsSocketAddress& aServer) {
+  return aServer.mFamily == nsSocketAddress::kIPv4 && aServer.mBytes[0] == 127;
+}
+
+/// The machine's DNS servers. A resolver of the machine itself is no answer: whoever runs it keeps
+/// a file that tells whom it asks.
+std::vector<nsSocketAddress> CommonServers(const nsFileTree& aFiles) {
+  const auto servers = ServersOfResolverFile(aFiles.ReadFile("/etc/resolv.conf").value_or(""));
+  if (!std::ranges::all_of(servers, IsLocal)) return servers;
+  for (const char* path :
+       {"/run/systemd/resolve/resolv.conf", "/run/NetworkManager/no-stub-resolv.conf"}) {
+    const auto asked = ServersOfResolverFile(aFiles.ReadFile(path).value_or(""));
+    if (!asked.empty()) return asked;
+  }
+  return servers;
+}
+
+/// The DNS servers that a network service has set for one link.
+std::vector<nsSocketAddress> LinkServers(const nsFileTree& aFiles, uint32_t aIndex) {
+  const std::string index = std::to_string(aIndex);
+  // Set at the resolver by other services, NetworkManager above all; then those of the system's own
+  // network service.
+  const std::pair<std::string, std::string> places[] = {
+      {"/run/systemd/resolve/netif/" + index, "SERVERS"},
+      {"/run/systemd/netif/links/" + index, "DNS"}};
+  for (const auto& [path, key] : places) {
+    const auto servers = ServersIn(ValueOf(aFiles.ReadFile(path).value_or(""), key));
+    if (!servers.empty()) return servers;
+  }
+  return {};
+}
+
+/// Bytes out of hexadecimal text, as the kernel's tables have them.
+bool ReadHex(std::string_view aText, std::span<uint8_t> aBytes) {
+  if (aText.size() != aBytes.size() * 2) return false;
+  for (size_t i = 0; i < aBytes.size(); ++i) {
+    const int high = vorel::detail::HexDigit(aText[2 * i]),
+              low = vorel::detail::HexDigit(aText[2 * i + 1]);
+    if (high < 0 || low < 0) return false;
+    aBytes[i] = static_cast<uint8_t>(high << 4 | low);
+  }
+  return true;
+}
+
+/// Lines of "INDEX NAME ADDRESS ...".
+void ReadIPv6Table(const std::string& aText, AddressesByIndex& aAddresses) {
+  std::istringstream lines(aText);
+  for (std::string line; std::getline(lines, line);) {
+    std::istringstream words(line);
+    uint32_t index;
+    std::string name, hex;
+    nsSocketAddress address;
+    address.mFamily = nsSocketAddress::kIPv6;
+    if (words >> index >> name >> hex && ReadHex(hex, address.mBytes))
+      aAddresses[index].push_back(address);
+  }
+}
+
+/// A line "INDEX NAME : ..." for each interface, and one with an address, as a number in the
+/// machine's own byte order, for each of its groups.
+void ReadIPv4Groups(const std::string& aText, AddressesByIndex& aAddresses) {
+  std::istringstream lines(aText);
+  uint32_t index = 0;
+  for (std::string line; std::getline(lines, line);) {
+    std::istringstream words(line);
+    std::string word;
+    words >> word;
+    if (word.empty() || word == "Idx") continue;
+    std::array<uint8_t, 4> number{};
+    if (line[0] != '\t') {
+      index = static_cast<uint32_t>(std::strtoul(word.c_str(), nullptr, 10));
+    } else if (ReadHex(word, number)) {
+      if constexpr (std::endian::native == std::endian::little) std::ranges::reverse(number);
+      nsSocketAddress address;
+      std::ranges::copy(number, address.mBytes.begin());
+      aAddresses[index].push_back(address);
+    }
+  }
+}
+
+/// What sysfs and udev know of a link.
+class LinkFiles {
+ public:
+  LinkFiles(const nsFileTree& aFiles, const Link& aLink)
+      : mFiles(aFiles), mLink(aLink), mPath("/sys/class/net/" + aLink.mName) {
+    mIsHardware =
+        !aLink.mParent.empty() || (aLink.mKind.empty() && mFiles.Exists(mPath + "/device"));
+    if (!mIsHardware && !aLink.mKind.empty()) return;
+    mDeviceType = ValueOf(mFiles.ReadFile(mPath + "/uevent").value_or(""), "DEVTYPE");
+    mIsWireless = mDeviceType == "wlan" || mFiles.Exists(mPath + "/phy80211");
+  }
+
+  uint32_t Type() const {
+    switch (mLink.mHardwareType) {
+      case ARPHRD_ETHER:
+        if (mIsWireless) return Record::kWireless;
+        return mDeviceType == "wwan" ? Record::kWwan : Record::kEthernet;
+      case ARPHRD_IEEE80211:
+      case ARPHRD_IEEE80211_PRISM:
+      case ARPHRD_IEEE80211_RADIOTAP:
+        return Record::kWireless;
+      case ARPHRD_LOOPBACK:
+        return Record::kLoopback;
+      case ARPHRD_PPP:
+        return Record::kPpp;
+      case ARPHRD_RAWIP:
+        return Record::kWwan;
+      case ARPHRD_TUNNEL:
+      case ARPHRD_TUNNEL6:
+      case ARPHRD_SIT:
+      case ARPHRD_IPGRE:
+      case ARPHRD_IP6GRE:
+        return Record::kTunnel;
+      default:
+        return Record::kOther;
+    }
+  }
+
+  /// A wire is a device with hardware behind it, or one end of a pair: what looks like it, bridges
+  /// and taps, is none.
+  uint32_t Medium() const {
+    if (mIsWireless) return nsIfRow::kNative80211;
+    if (mDeviceType == "bluetooth") return nsIfRow::kBluetooth;
+    const bool wire = mLink.mHardwareType == ARPHRD_ETHER && (mIsHardware || mLink.mKind == "veth");
+    return wire ? nsIfRow::kEthernet8023 : nsIfRow::kOther;
+  }
+
+  /// Bits a second; the file has millions of them, -1 when the link is down or does not know.
+  uint64_t Speed() const {
+    if (mLink.mHardwareType != ARPHRD_ETHER || mLink.mOperState != 6 /* up */) return 0;
+    const std::string text = mFiles.ReadAttribute(mPath + "/speed");
+    return text.empty() || text[0] == '-' ? 0
+                                          : std::strtoull(text.c_str(), nullptr, 10) * 1'000'000;
+  }
+
+  /// "82574L Gigabit Network Connection (e1000e, pci)", "virtio_net (virtio)", "veth (virtual)".
+  std::string Description() const {
+    if (!mIsHardware) return (mLink.mKind.empty() ? mLink.mName : mLink.mKind) + " (virtual)";
+    const std::string device = mPath + "/device";
+    const auto linkedName = [&](const char* aName) {
+      return LastPart(mFiles.ReadLink(device + aName).value_or(""));
+    };
+    const std::string driver = linkedName("/driver");
+    std::string bus = mLink.mParentBus;
+    if (bus.empty()) bus = linkedName("/subsystem");
+    std::string product;
+    if (bus == "usb") {  // what stands behind the link is one function of the device
+      const std::string function = mFiles.ReadLink(device).value_or("");
+      product = mFiles.ReadAttribute(function.substr(0, function.rfind('/')) + "/product");
+    }
+    if (product.empty())
+      product =
+          ValueOf(mFiles.ReadFile("/run/udev/data/n" + std::to_string(mLink.mIndex)).value_or(""),
+                  "E:ID_MODEL_FROM_DATABASE");
+    std::string attached = driver;
+    if (!bus.empty()) attached += (attached.empty() ? "" : ", ") + bus;
+    if (!product.empty()) return attached.empty() ? product : product + " (" + attached + ")";
+    if (!driver.empty()) return driver + " (" + bus + ")";
+    return mLink.mName;
+  }
+
+ private:
+  const nsFileTree& mFiles;
+  const Link& mLink;
+  const std::string mPath;
+  bool mIsHardware = false;
+  bool mIsWireless = false;
+  std::string mDeviceType;
+};
+
+nsUnicastAddress UnicastOf(const Address& aAddress) {
+  nsUnicastAddress unicast;
+  unicast.mAddress = SocketAddress(aAddress.mFamily, aAddress.mBytes);
+  unicast.mOnLinkPrefixLength = aAddress.mPrefixLength;
+  const bool permanent = aAddress.mFlags & IFA_F_PERMANENT;
+  if (aAddress.mFamily == AF_INET)
+    unicast.mSuffixOrigin = unicast.mPrefixOrigin = permanent ? 1 : 3;
+  else
+    unicast.mPrefixOrigin = permanent ? 1 : 4;
+  if (aAddress.mFlags & IFA_F_DADFAILED)
+    unicast.mDadState = 2;
+  else if (aAddress.mFlags & IFA_F_TENTATIVE)
+    unicast.mDadState = 1;
+  else if (aAddress.mFlags & IFA_F_DEPRECATED)
+    unicast.mDadState = 3;
+  unicast.mValidLifetime = aAddress.mValidLifetime;
+  unicast.mPreferredLifetime = aAddress.mPreferredLifetime;
+  return unicast;
+}
+
+std::string Dotted(const std::array<uint8_t, 16>& aBytes) {
+  return vorel::address::FormatIPv4(std::span(aBytes).first<4>());
+}
+
+std::string MaskText(unsigned aLength) {
+  const uint32_t mask = aLength == 0 ? 0 : ~uint32_t{0} << (32 - std::min(aLength, 32u));
+  return Dotted({static_cast<uint8_t>(mask >> 24), static_cast<uint8_t>(mask >> 16),
+                 static_cast<uint8_t>(mask >> 8), static_cast<uint8_t>(mask)});
+}
+
+}  // namespace
+
+nsresult nsLinuxNetwork::GetAdaptersAddresses(uint32_t aFamily, uint32_t,
+                                              std::vector<Record>* aAddresses) {
+  Socket socket;
+  std::vector<Link> links;
+  std::vector<Address> addresses;
+  nsresult rv = socket.Links(&links);
+  if (NS_FAILED(rv)) return rv;
+  const uint8_t family = aFamily == nsSocketAddress::kIPv6   ? AF_INET6
+                         : aFamily == nsSocketAddress::kIPv4 ? AF_INET
+                                                             : AF_UNSPEC;
+  rv = socket.Addresses(family, &addresses);
+  if (NS_FAILED(rv)) return rv;
+
+  AddressesByIndex groups, anycasts;
+  // The tables of this thread's namespace, which need not be that of the process.
+  const auto table = [&](const char* aName) {
+    return mFiles.ReadFile(std::string("/proc/thread-self/net/") + aName).value_or("");
+  };
+  ReadIPv4Groups(table("igmp"), groups);
+  ReadIPv6Table(table("igmp6"), groups);
+  ReadIPv6Table(table("anycast6"), anycasts);
+
+  // Links that the outer world is reached through have the machine's DNS servers, unless they have
+  // their own.
+  const std::vector<nsSocketAddress> servers = CommonServers(mFiles);
+  std::set<uint32_t> outward;
+  if (!servers.empty()) {
+    std::vector<DefaultRoute> routes;
+    rv = socket.DefaultRoutes(AF_UNSPEC, &routes);
+    if (NS_FAILED(rv)) return rv;
+    for (const DefaultRoute& route : routes) outward.insert(route.mLinkIndex);
+  }
+  const bool linkServers = mFiles.IsDirectory("/run/systemd/resolve/netif") ||
+                           mFiles.IsDirectory("/run/systemd/netif/links");
+  const bool leases = mFiles.IsDirectory("/run/systemd/netif/leases");
+
+  std::map<uint32_t, Record*> byIndex;
+  std::vector<Record> records(links.size());
+  for (size_t i = 0; i < links.size(); ++i) {
+    const Link& link = links[i];
+    Record& record = records[i];
+    const LinkFiles files(mFiles, link);
+    byIndex[link.mIndex] = &record;
+    record.mAdapterName = link.mName;
+    record.mFriendlyName = vorel::Utf8ToUtf16(link.mAlias.empty() ? link.mName : link.mAlias);
+    record.mDescription = vorel::Utf8ToUtf16(files.Description());
+    record.mIfIndex = link.mIndex;
+    record.mIpv6IfIndex = link.mHasIPv6 ? link.mIndex : 0;
+    record.mIfType = files.Type();
+    record.mOperStatus =
+        link.mOperState < std::size(kStatusOf) ? kStatusOf[link.mOperState] : Record::kUnknown;
+    if (link.mHasIPv4) record.mFlags |= Record::kIpv4Enabled;
+    if (link.mHasIPv6) record.mFlags |= Record::kIpv6Enabled;
+    if (leases && mFiles.Exists("/run/systemd/netif/leases/" + std::to_string(link.mIndex)))
+      record.mFlags |= Record::kDhcpEnabled;
+    record.mPhysicalAddress = link.mAddress;
+    record.mTransmitLinkSpeed = record.mReceiveLinkSpeed = files.Speed();
+    record.mMulticastAddresses = std::move(groups[link.mIndex]);
+    record.mAnycastAddresses = std::move(anycasts[link.mIndex]);
+    if (linkServers) record.mDnsServers = LinkServers(mFiles, link.mIndex);
+    if (record.mDnsServers.empty() && outward.contains(link.mIndex)) record.mDnsServers = servers;
+  }
+  for (const Address& address : addresses) {
+    const auto found = byIndex.find(address.mLinkIndex);
+    if (found == byIndex.end()) continue;  // its link came after the links were asked for
+    found->second->mUnicastAddresses.push_back(UnicastOf(address));
+    // One that ends is one that somebody renews.
+    if (address.mFamily == AF_INET && !(address.mFlags & IFA_F_PERMANENT))
+      found->second->mFlags |= Record::kDhcpEnabled;
+  }
+  *aAddresses = std::move(records);
+  return NS_OK;
+}
+
+nsresult nsLinuxNetwork::GetAdaptersInfo(std::vector<nsAdapterInfo>* aInfos) {
+  Socket socket;
+  std::vector<Link> links;
+  std::vector<Address> addresses;
+  std::vector<DefaultRoute> routes;
+  nsresult rv = socket.Links(&links);
+  if (NS_FAILED(rv)) return rv;
+  if (links.empty()) return NS_ERROR_NOT_AVAILABLE;
+  rv = socket.Addresses(AF_INET, &addresses);
+  if (NS_FAILED(rv)) return rv;
+  rv = socket.DefaultRoutes(AF_INET, &routes);
+  if (NS_FAILED(rv)) return rv;
+  std::ranges::stable_sort(routes, {}, &DefaultRoute::mMetric);
+
+  std::map<uint32_t, nsAdapterInfo*> byIndex;
+  std::vector<nsAdapterInfo> infos(links.size());
+  for (size_t i = 0; i < links.size(); ++i) {
+    infos[i].mAdapterName = links[i].mName;
+    byIndex[links[i].mIndex] = &infos[i];
+  }
+  for (const Address& address : addresses)
+    if (const auto found = byIndex.find(address.mLinkIndex); found != byIndex.end())
+      found->second->mIpAddressList.push_back(
+          {Dotted(address.mBytes), MaskText(address.mPrefixLength)});
+  for (const DefaultRoute& route : routes)
+    if (const auto found = byIndex.find(route.mLinkIndex);
+        found != byIndex.end() && route.mHasGateway)
+      found->second->mGatewayList.push_back(Dotted(route.mGateway));
+  for (nsAdapterInfo& info : infos) {
+    if (info.mIpAddressList.empty()) info.mIpAddressList.push_back({"0.0.0.0", "0.0.0.0"});
+    if (info.mGatewayList.empty()) info.mGatewayList.push_back("0.0.0.0");
+  }
+  *aInfos = std::move(infos);
+  return NS_OK;
+}
+
+nsPlatformNetwork::GetIfEntry2Function nsLinuxNetwork::FindGetIfEntry2() {
+  // One socket for all the questions of a walk.
+  return [files = mFiles, socket = std::make_shared<Socket>()](uint32_t aIfIndex, nsIfRow* aRow) {
+    Link link;
+    if (const nsresult rv = socket->LinkOf(aIfIndex, &link); NS_FAILED(rv)) return rv;
+    const LinkFiles known(files, link);
+    *aRow = {known.Type(), 0, known.Medium()};
+    return NS_OK;
+  };
+}
+
+std::string nsLinuxNetwork::DhcpServerOf(uint32_t aIfIndex) const {
+  const std::string lease = "/run/systemd/netif/leases/" + std::to_string(aIfIndex);
+  return ValueOf(mFiles.ReadFile(lease).value_or(""), "SERVER_ADDRESS");
+}

@@ -1,0 +1,381 @@
+#include "nsNetlink.h"
+
+#include <linux/if_addr.h>
+#include <linux/if_link.h>
+#include <linux/ipv6.h>
+#include <linux/netlink.h>
+#include <linux/rtnetlink.h>
+#include <net/if.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <type_traits>
+
+namespace vorel::netlink {
+namespace {
+
+// The kernel sends no larger pieces than this.
+constexpr size_t kBufferSize = 64 * 1024;
+// A machine whose links change all the time is described as it was in between: each change brings
+// another look anyway.
+constexpr int kDumpTries = 16;
+
+/// Messages are copied out: nothing guarantees their alignment here.
+template <class T>
+bool Take(Bytes aBytes, T* aValue) {
+  static_assert(std::is_trivially_copyable_v<T>);
+  if (aBytes.size() < sizeof(T)) return false;
+  std::memcpy(aValue, aBytes.data(), sizeof(T));
+  return true;
+}
+
+template <class T>
+T ValueOr(Bytes aBytes, T aDefault) {
+  (void)Take(aBytes, &aDefault);
+  return aDefault;
+}
+
+std::string TextOf(Bytes aBytes) {
+  const auto end = std::find(aBytes.begin(), aBytes.end(), 0);
+  return {aBytes.begin(), end};
+}
+
+std::array<uint8_t, 16> AddressOf(Bytes aBytes) {
+  std::array<uint8_t, 16> address{};
+  std::copy_n(aBytes.begin(), std::min(aBytes.size(), address.size()), address.begin());
+  return address;
+}
+
+size_t AddressLength(uint8_t aFamily) {
+  return aFamily == AF_INET ? 4 : aFamily == AF_INET6 ? 16 : 0;
+}
+
+template <class Visit>
+void ForEachAttribute(Bytes aBytes, Visit aVisit) {
+  rtattr header;
+  while (Take(aBytes, &header) && header.rta_len >= sizeof header &&
+         header.rta_len <= aBytes.size()) {
+    aVisit(static_cast<uint16_t>(header.rta_type & NLA_TYPE_MASK),
+           aBytes.subspan(sizeof header, header.rta_len - sizeof header));
+    aBytes = aBytes.subspan(std::min<size_t>(RTA_ALIGN(header.rta_len), aBytes.size()));
+  }
+}
+
+/// The fixed header of a payload, and the attributes behind it.
+template <class Header>
+std::optional<Bytes> Split(Bytes aPayload, Header* aHeader) {
+  if (!Take(aPayload, aHeader)) return std::nullopt;
+  return aPayload.subspan(std::min<size_t>(NLMSG_ALIGN(sizeof(Header)), aPayload.size()));
+}
+
+bool SpeaksIPv6(Bytes aFamily) {
+  bool speaks = true;
+  ForEachAttribute(aFamily, [&](uint16_t aType, Bytes aValue) {
+    constexpr size_t offset = DEVCONF_DISABLE_IPV6 * sizeof(int32_t);
+    if (aType == IFLA_INET6_CONF && aValue.size() >= offset)
+      speaks = ValueOr<int32_t>(aValue.subspan(offset), 0) == 0;
+  });
+  return speaks;
+}
+
+/// A header with what follows it, ready to be sent.
+template <class Header>
+std::vector<uint8_t> Payload(const Header& aHeader) {
+  std::vector<uint8_t> bytes(NLMSG_ALIGN(sizeof aHeader));
+  std::memcpy(bytes.data(), &aHeader, sizeof aHeader);
+  return bytes;
+}
+
+std::vector<uint8_t> LinkQuestion(uint32_t aIndex) {
+  ifinfomsg header{};
+  header.ifi_index = static_cast<int>(aIndex);
+  std::vector<uint8_t> bytes = Payload(header);
+  const rtattr attribute{RTA_LENGTH(sizeof(uint32_t)), IFLA_EXT_MASK};
+  const uint32_t mask = RTEXT_FILTER_SKIP_STATS;
+  const size_t at = bytes.size();
+  bytes.resize(at + attribute.rta_len);
+  std::memcpy(&bytes[at], &attribute, sizeof attribute);
+  std::memcpy(&bytes[at + sizeof attribute], &mask, sizeof mask);
+  return bytes;
+}
+
+}  // namespace
+
+bool ForEachMessage(Bytes aBuffer,
+                    const std::function<bool(uint16_t, uint16_t, uint32_t, Bytes)>& aVisit) {
+  nlmsghdr header;
+  while (Take(aBuffer, &header)) {
+    if (header.nlmsg_len < sizeof header || header.nlmsg_len > aBuffer.size()) return false;
+    if (!aVisit(header.nlmsg_type, header.nlmsg_flags, header.nlmsg_seq,
+                aBuffer.subspan(sizeof header, header.nlmsg_len - sizeof header)))
+      return false;
+    aBuffer = aBuffer.subspan(std::min<size_t>(NLMSG_ALIGN(header.nlmsg_len), aBuffer.size()));
+  }
+  return true;
+}
+
+std::optional<Link> ParseLink(Bytes aPayload) {
+  ifinfomsg header;
+  const auto attributes = Split(aPayload, &header);
+  if (!attributes || header.ifi_family != AF_UNSPEC || header.ifi_index <= 0) return std::nullopt;
+  Link link;
+  link.mIndex = static_cast<uint32_t>(header.ifi_index);
+  link.mHardwareType = header.ifi_type;
+  ForEachAttribute(*attributes, [&](uint16_t aType, Bytes aValue) {
+    switch (aType) {
+      case IFLA_IFNAME:
+        link.mName = TextOf(aValue);
+        break;
+      case IFLA_IFALIAS:
+        link.mAlias = TextOf(aValue);
+        break;
+      case IFLA_ADDRESS:
+        link.mAddress.assign(aValue.begin(), aValue.end());
+        break;
+      case IFLA_OPERSTATE:
+        link.mOperState = ValueOr<uint8_t>(aValue, 0);
+        break;
+      case IFLA_PARENT_DEV_NAME:
+        link.mParent = TextOf(aValue);
+        break;
+      case IFLA_PARENT_DEV_BUS_NAME:
+        link.mParentBus = TextOf(aValue);
+        break;
+      case IFLA_LINKINFO:
+        ForEachAttribute(aValue, [&](uint16_t aInner, Bytes aText) {
+          if (aInner == IFLA_INFO_KIND) link.mKind = TextOf(aText);
+        });
+        break;
+      case IFLA_AF_SPEC:
+        ForEachAttribute(aValue, [&](uint16_t aFamily, Bytes aSpec) {
+          if (aFamily == AF_INET) link.mHasIPv4 = true;
+          if (aFamily == AF_INET6) link.mHasIPv6 = SpeaksIPv6(aSpec);
+        });
+        break;
+    }
+  });
+  if (link.mName.empty()) return std::nullopt;
+  return link;
+}
+
+std::optional<Address> ParseAddress(Bytes aPayload) {
+  ifaddrmsg header;
+  const auto attributes = Split(aPayload, &header);
+  if (!attributes) return std::nullopt;
+  const size_t length = AddressLength(header.ifa_family);
+  if (length == 0) return std::nullopt;
+  Address address;
+  address.mFamily = header.ifa_family;
+  address.mLinkIndex = header.ifa_index;
+  address.mPrefixLength = header.ifa_prefixlen;
+  address.mFlags = header.ifa_flags;
+  bool found = false, local = false;
+  ForEachAttribute(*attributes, [&](uint16_t aType, Bytes aValue) {
+    switch (aType) {
+      case IFA_LOCAL:  // our end; IFA_ADDRESS is the other one's where there are two
+      case IFA_ADDRESS:
+        if (aValue.size() != length || (local && aType == IFA_ADDRESS)) break;
+        address.mBytes = AddressOf(aValue);
+        found = true;
+        local = aType == IFA_LOCAL;
+        break;
+      case IFA_FLAGS:
+        address.mFlags = ValueOr(aValue, address.mFlags);
+        break;
+      case IFA_CACHEINFO: {
+        ifa_cacheinfo times;
+        if (!Take(aValue, &times)) break;
+        address.mValidLifetime = times.ifa_valid;
+        address.mPreferredLifetime = times.ifa_prefered;
+        break;
+      }
+    }
+  });
+  if (!found) return std::nullopt;
+  return address;
+}
+
+std::vector<DefaultRoute> ParseDefaultRoutes(Bytes aPayload) {
+  rtmsg header;
+  const auto attributes = Split(aPayload, &header);
+  if (!attributes || header.rtm_dst_len != 0 || header.rtm_type != RTN_UNICAST) return {};
+  const size_t length = AddressLength(header.rtm_family);
+  if (length == 0) return {};
+  DefaultRoute route;
+  route.mFamily = header.rtm_family;
+  uint32_t table = header.rtm_table;
+  std::vector<DefaultRoute> hops;
+  const auto takeGateway = [&](Bytes aValue, DefaultRoute& aRoute) {
+    if (aValue.size() != length) return;
+    aRoute.mHasGateway = true;
+    aRoute.mGateway = AddressOf(aValue);
+  };
+  ForEachAttribute(*attributes, [&](uint16_t aType, Bytes aValue) {
+    switch (aType) {
+      case RTA_TABLE:
+        table = ValueOr(aValue, table);
+        break;
+      case RTA_OIF:
+        route.mLinkIndex = ValueOr<uint32_t>(aValue, 0);
+        break;
+      case RTA_PRIORITY:
+        route.mMetric = ValueOr<uint32_t>(aValue, 0);
+        break;
+      case RTA_GATEWAY:
+        takeGateway(aValue, route);
+        break;
+      case RTA_MULTIPATH: {
+        rtnexthop hop;
+        while (Take(aValue, &hop) && hop.rtnh_len >= sizeof hop && hop.rtnh_len <= aValue.size()) {
+          DefaultRoute& one = hops.emplace_back();
+          one.mLinkIndex = static_cast<uint32_t>(hop.rtnh_ifindex);
+          ForEachAttribute(aValue.subspan(sizeof hop, hop.rtnh_len - sizeof hop),
+                           [&](uint16_t aInner, Bytes aGateway) {
+                             if (aInner == RTA_GATEWAY) takeGateway(aGateway, one);
+                           });
+          aValue = aValue.subspan(std::min<size_t>(RTNH_ALIGN(hop.rtnh_len), aValue.size()));
+        }
+        break;
+      }
+    }
+  });
+  if (table != RT_TABLE_MAIN) return {};
+  for (DefaultRoute& hop : hops) {
+    hop.mFamily = route.mFamily;
+    hop.mMetric = route.mMetric;
+  }
+  if (route.mLinkIndex != 0) hops.push_back(route);
+  return hops;
+}
+
+Socket::Socket()
+    : mFd(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE)), mBuffer(kBufferSize) {
+  if (mFd < 0) return;
+  const timeval patience{5, 0};  // rather an error than a main thread that hangs
+  (void)setsockopt(mFd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+}
+
+Socket::~Socket() {
+  if (mFd >= 0) close(mFd);
+}
+
+Socket::Outcome Socket::Ask(uint16_t aType, uint16_t aFlags, Bytes aPayload,
+                            const Visitor& aVisit) {
+  nlmsghdr header{};
+  header.nlmsg_len = static_cast<uint32_t>(sizeof header + aPayload.size());
+  header.nlmsg_type = aType;
+  header.nlmsg_flags = static_cast<uint16_t>(NLM_F_REQUEST | aFlags);
+  header.nlmsg_seq = ++mSequence;
+  std::vector<uint8_t> request(header.nlmsg_len);
+  std::memcpy(request.data(), &header, sizeof header);
+  std::memcpy(request.data() + sizeof header, aPayload.data(), aPayload.size());
+  sockaddr_nl kernel{};
+  kernel.nl_family = AF_NETLINK;
+  if (mFd < 0 || sendto(mFd, request.data(), request.size(), 0,
+                        reinterpret_cast<sockaddr*>(&kernel), sizeof kernel) < 0)
+    return Outcome::kFailed;
+
+  const bool dump = aFlags & NLM_F_DUMP;
+  bool changed = false;
+  for (;;) {
+    sockaddr_nl from{};
+    iovec piece{mBuffer.data(), mBuffer.size()};
+    msghdr message{&from, sizeof from, &piece, 1, nullptr, 0, 0};
+    const ssize_t got = recvmsg(mFd, &message, 0);
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0 || (message.msg_flags & MSG_TRUNC)) return Outcome::kFailed;
+    if (from.nl_pid != 0) continue;  // not from the kernel
+    std::optional<Outcome> outcome;
+    (void)ForEachMessage(
+        Bytes(mBuffer.data(), static_cast<size_t>(got)),
+        [&](uint16_t aMessage, uint16_t aMessageFlags, uint32_t aSequence, Bytes aBody) {
+          if (aSequence != mSequence) return true;  // of a question given up
+          changed = changed || (aMessageFlags & NLM_F_DUMP_INTR);
+          if (aMessage == NLMSG_DONE) {
+            outcome = changed ? Outcome::kChanged : Outcome::kDone;
+          } else if (aMessage == NLMSG_ERROR) {
+            nlmsgerr error{};
+            outcome = Take(aBody, &error) && error.error == 0 ? Outcome::kDone : Outcome::kRefused;
+          } else {
+            aVisit(aMessage, aBody);
+            if (!dump) outcome = Outcome::kDone;
+          }
+          return !outcome;
+        });
+    if (outcome) return *outcome;
+  }
+}
+
+nsresult Socket::Dump(uint16_t aType, Bytes aPayload, const std::function<void()>& aStart,
+                      const Visitor& aVisit) {
+  for (int tries = 0; tries < kDumpTries; ++tries) {
+    aStart();
+    switch (Ask(aType, NLM_F_DUMP, aPayload, aVisit)) {
+      case Outcome::kDone:
+        return NS_OK;
+      case Outcome::kChanged:
+        break;
+      default:
+        return NS_ERROR_FAILURE;
+    }
+  }
+  return NS_OK;
+}
+
+nsresult Socket::Links(std::vector<Link>* aLinks) {
+  std::vector<Link> links;
+  const nsresult rv = Dump(
+      RTM_GETLINK, LinkQuestion(0), [&] { links.clear(); },
+      [&](uint16_t aType, Bytes aPayload) {
+        if (aType != RTM_NEWLINK) return;
+        if (auto link = ParseLink(aPayload)) links.push_back(std::move(*link));
+      });
+  if (NS_SUCCEEDED(rv)) *aLinks = std::move(links);
+  return rv;
+}
+
+nsresult Socket::Addresses(uint8_t aFamily, std::vector<Address>* aAddresses) {
+  ifaddrmsg header{};
+  header.ifa_family = aFamily;
+  std::vector<Address> addresses;
+  const nsresult rv = Dump(
+      RTM_GETADDR, Payload(header), [&] { addresses.clear(); },
+      [&](uint16_t aType, Bytes aPayload) {
+        if (aType != RTM_NEWADDR) return;
+        if (const auto address = ParseAddress(aPayload)) addresses.push_back(*address);
+      });
+  if (NS_SUCCEEDED(rv)) *aAddresses = std::move(addresses);
+  return rv;
+}
+
+nsresult Socket::DefaultRoutes(uint8_t aFamily, std::vector<DefaultRoute>* aRoutes) {
+  rtmsg header{};
+  header.rtm_family = aFamily;
+  std::vector<DefaultRoute> routes;
+  const nsresult rv = Dump(
+      RTM_GETROUTE, Payload(header), [&] { routes.clear(); },
+      [&](uint16_t aType, Bytes aPayload) {
+        if (aType != RTM_NEWROUTE) return;
+        for (const DefaultRoute& route : ParseDefaultRoutes(aPayload)) routes.push_back(route);
+      });
+  if (NS_SUCCEEDED(rv)) *aRoutes = std::move(routes);
+  return rv;
+}
+
+nsresult Socket::LinkOf(uint32_t aIndex, Link* aLink) {
+  std::optional<Link> found;
+  const Outcome outcome =
+      Ask(RTM_GETLINK, 0, LinkQuestion(aIndex), [&](uint16_t aType, Bytes aPayload) {
+        if (aType == RTM_NEWLINK) found = ParseLink(aPayload);
+      });
+  if (outcome == Outcome::kRefused) return NS_ERROR_NOT_AVAILABLE;
+  if (outcome != Outcome::kDone || !found) return NS_ERROR_FAILURE;
+  *aLink = std::move(*found);
+  return NS_OK;
+}
+
+}  // namespace vorel::netlink

@@ -1,0 +1,70 @@
+// A network of the test's own, in which links come and go and nobody else sees them.
+#pragma once
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <string>
+
+/// The calling thread, and threads that it makes, are in a namespace without any link but the
+/// loopback, and see the sysfs of it; at the end the thread is back where it was.
+class nsNetworkNamespace {
+ public:
+  nsNetworkNamespace() {
+    mNetwork = open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC);
+    mMounts = open("/proc/thread-self/ns/mnt", O_RDONLY | O_CLOEXEC);
+    mDirectory = open(".", O_PATH | O_CLOEXEC);
+    mEntered = mNetwork >= 0 && mMounts >= 0 && unshare(CLONE_NEWNET | CLONE_NEWNS) == 0;
+    if (!mEntered)
+      mLacks = "no right to a network namespace of its own";
+    else if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+             mount("sysfs", "/sys", "sysfs", 0, nullptr) != 0)
+      mLacks = "no right to mount the sysfs of a namespace";
+    else if (!TryIp("link add probe0 type veth peer name probe1"))
+      mLacks = "no virtual wires, or no program ip";
+    else
+      (void)TryIp("link del probe0");
+  }
+  ~nsNetworkNamespace() {
+    if (mEntered) {
+      EXPECT_EQ(setns(mNetwork, CLONE_NEWNET) + setns(mMounts, CLONE_NEWNS) + fchdir(mDirectory),
+                0);
+    }
+    close(mNetwork);
+    close(mMounts);
+    close(mDirectory);
+  }
+  nsNetworkNamespace(const nsNetworkNamespace&) = delete;
+  nsNetworkNamespace& operator=(const nsNetworkNamespace&) = delete;
+
+  /// Why the namespace can't be had here; empty when it can.
+  const std::string& Lacks() const { return mLacks; }
+
+  void Ip(const std::string& aArguments) const {
+    ASSERT_TRUE(TryIp(aArguments)) << "ip " << aArguments;
+  }
+  /// What the program prints.
+  std::string AskIp(const std::string& aArguments) const {
+    std::string text;
+    if (FILE* pipe = popen(("ip " + aArguments).c_str(), "r")) {
+      char buffer[4096];
+      while (const size_t got = fread(buffer, 1, sizeof buffer, pipe)) text.append(buffer, got);
+      pclose(pipe);
+    }
+    return text;
+  }
+
+ private:
+  static bool TryIp(const std::string& aArguments) {
+    return system(("ip " + aArguments + " 2>/dev/null").c_str()) == 0;
+  }
+
+  int mNetwork = -1, mMounts = -1, mDirectory = -1;
+  bool mEntered = false;
+  std::string mLacks;
+};
