@@ -13,6 +13,7 @@
 #include "nsITimerCallback.h"
 #include "nsImplements.h"
 #include "nsServices.h"
+#include "nsSystemIPStructure.h"
 #include "nsSystemMachine.h"
 #include "nsSystemManager.h"
 #include "nsSystemSingleton.h"
@@ -113,6 +114,12 @@ struct Class {
 };
 
 constexpr auto kClasses = std::to_array<Class>({
+    {"44be1a59-69ba-401e-aa66-ee1e5142d685"_iid, "@vorel/system/ipv4structure;1", false,
+     Construct<nsSystemIPv4Structure>},
+    {"fb3dbf4f-d33f-49a0-9b48-45d3d3f5d3dd"_iid, "@vorel/system/ipv6structure;1", false,
+     Construct<nsSystemIPv6Structure>},
+    {"2348063c-bd53-4d5d-974e-90e20dc9c54d"_iid, "@vorel/system/macstructure;1", false,
+     Construct<nsSystemMACStructure>},
     {"31b9ff0f-7703-4b2f-b7fa-a870c6db4746"_iid, "@vorel/system/systemmanager;1", true,
      ConstructSingleton<kManager, nsSystemManager, ObserveShutdown>},
     {"4dd67d9e-6c07-4b21-83fd-3069c1bded0e"_iid, "@vorel/system/ciextension;1", false,

@@ -1,0 +1,262 @@
+// Network interfaces as adapters: live, and as a view of what is configured.
+#pragma once
+
+#include <mutex>
+
+#include "nsISystemAdapterIP.h"
+#include "nsISystemAdapterLAN.h"
+#include "nsISystemAdapterWLAN.h"
+#include "nsISystemAdapterWWAN.h"
+#include "nsImplements.h"
+#include "nsLogger.h"
+#include "nsPlatform.h"
+#include "nsPlatformNetwork.h"
+#include "nsPlatformRegistry.h"
+#include "nsSystemAdapterGeneric.h"
+#include "nsSystemIPStructure.h"
+
+/// The behaviour of an IP adapter; the three classes below join it to their interface. It is no
+/// interface itself.
+///
+/// mIsRegistered decides in each operation which source serves it: the fields, which discovery
+/// fills, or the configuration store.
+class nsSystemAdapterIP {
+ public:
+  // For discovery, on the main thread. A new adapter gets both Init, in this order.
+  nsresult Init(const nsAdapterInfo& aInfo);
+  nsresult Init(const nsAdapterAddresses& aAddresses);
+  /// Takes the records over. Only another operational status or first IPv4 address count as a
+  /// modification. After a failure the addresses are gone.
+  nsresult Update(const nsAdapterInfo& aInfo, const nsAdapterAddresses& aAddresses,
+                  bool* aModified);
+
+  // nsISystemAdapterIP
+  nsresult GetRegistered(nsISystemAdapter** aRegistered);
+  nsresult GetDescription(nsAString& aDescription) const;
+  nsresult GetInterfaceType(uint32_t* aInterfaceType) const;
+  nsresult GetOperStatus(uint32_t* aOperStatus) const;
+  nsresult GetMacAddress(nsISystemMACStructure** aMacAddress) const;
+  nsresult GetTransmitLinkSpeed(uint64_t* aTransmitLinkSpeed) const;
+  nsresult GetReceiveLinkSpeed(uint64_t* aReceiveLinkSpeed) const;
+  nsresult GetIsIpv4Enabled(bool* aIsIpv4Enabled) const;
+  nsresult GetIsIpv6Enabled(bool* aIsIpv6Enabled) const;
+  nsresult GetIpv6InterfaceIndex(uint32_t* aIpv6InterfaceIndex) const;
+  nsresult GetReservedCounterA(uint64_t* aReservedCounterA) const;
+  nsresult GetReservedCounterB(uint64_t* aReservedCounterB) const;
+  nsresult GetDhcpv4Server(nsISystemIPv4Structure** aDhcpv4Server);
+  nsresult GetDhcpv6Server(nsISystemIPv6Structure** aDhcpv6Server) const;
+  nsresult GetIsDhcpv4Enabled(bool* aIsDhcpv4Enabled);
+  nsresult SetIsDhcpv4Enabled(bool aIsDhcpv4Enabled);
+  nsresult SetIpv4Address(nsISystemIPStructure* aAddress, nsISystemIPStructure* aNetmask,
+                          nsISystemIPStructure* aGateway, int32_t aMetric);
+  nsresult GetIsDhcpv6Enabled(bool* aIsDhcpv6Enabled) const;
+  nsresult GetUnicastAddresses(nsIArray** aUnicastAddresses);
+  nsresult GetFirstIpv4Address(nsISystemIPAddress** aFirstIpv4Address);
+  nsresult GetAnycastAddresses(nsIArray** aAnycastAddresses) const;
+  nsresult GetMulticastAddresses(nsIArray** aMulticastAddresses) const;
+  nsresult GetIsDnsDhcpEnabled(bool* aIsDnsDhcpEnabled);
+  nsresult SetIsDnsDhcpEnabled(bool aIsDnsDhcpEnabled);
+  nsresult SetDns(nsISystemIPStructure* aPrimary, nsISystemIPStructure* aSecondary);
+  nsresult GetDns(nsISystemIPStructure** aPrimary, nsISystemIPStructure** aSecondary);
+  nsresult GetDnsServers(nsIArray** aDnsServers);
+  nsresult GetGatewayAddresses(nsIArray** aGatewayAddresses);
+  nsresult GetFirstIpv4Gateway(nsISystemIPv4Structure** aFirstIpv4Gateway);
+  nsresult GetIgmpVersion(uint16_t* aIgmpVersion);
+  nsresult SetIgmpVersion(uint16_t aIgmpVersion);
+
+ protected:
+  /// aSelf and aGeneric are this object, by its other faces.
+  nsSystemAdapterIP(nsPlatformRef aPlatform, nsISystemAdapterIP* aSelf,
+                    nsSystemAdapterGeneric* aGeneric);
+  virtual ~nsSystemAdapterIP();
+
+ private:
+  using RegKey = std::unique_ptr<nsPlatformRegistryKey>;
+
+  nsresult CreateIPStructure(const nsSocketAddress& aAddress, nsISystemIPStructure** aResult);
+  nsresult CreateIPAddress(const nsUnicastAddress& aAddress, nsISystemIPAddress** aResult);
+  nsresult CreateIPStructures(const std::vector<nsSocketAddress>& aAddresses,
+                              nsCOMArray<nsISystemIPStructure>& aList);
+  /// Renew the lists of a view.
+  nsresult ReadUnicastAddresses();
+  nsresult ReadGatewayAddresses();
+  nsresult ReadDnsServers();
+
+  // The store. Every failure is NS_ERROR_FAILURE.
+  nsresult OpenKey(std::string_view aPath, uint32_t aAccess, RegKey* aKey) const;
+  nsresult ReadValue(const std::string& aName, std::vector<uint8_t>* aData) const;
+  /// The first string of a value.
+  nsresult ReadText(const std::string& aName, std::string* aText) const;
+  nsresult WriteValue(std::string_view aKeyPath, const std::string& aName, uint32_t aType,
+                      std::span<const uint8_t> aData) const;
+
+  const nsPlatformRef mPlatform;
+  nsISystemAdapterIP* const mSelf;
+  nsSystemAdapterGeneric* const mGeneric;
+  const nsCOMPtr<nsILog4Logger> mLogger;
+
+  // In a view this points to the view, so that a view, once made, lives as long as the process:
+  // whoever holds the configuration pages open keeps working when the interface goes and comes.
+  nsCOMPtr<nsISystemAdapterIP> mRegistered;
+  std::string mRegKey;
+  // "system.ip.mMonitor": guards the store and the making of the view. Entered again by operations
+  // that call others.
+  mutable std::recursive_mutex mMonitor;
+  bool mIsRegistered = false;
+  nsString mDescription;
+  uint32_t mInterfaceType = 0;
+  uint32_t mOperStatus = 0;
+  nsCOMPtr<nsISystemMACStructure> mMacAddress;
+  uint32_t mIpv6IfIndex = 0;
+  uint64_t mTransmitLinkSpeed = 0;
+  uint64_t mReceiveLinkSpeed = 0;
+  uint64_t mReservedCounterA = 0;
+  uint64_t mReservedCounterB = 0;
+  uint16_t mIgmpVersion = 3;
+  bool mIpv4Enabled = false;
+  bool mIpv6Enabled = false;
+  nsCOMPtr<nsISystemIPv4Structure> mDhcpv4Server;
+  nsCOMPtr<nsISystemIPv6Structure> mDhcpv6Server;
+  bool mDhcpv4Enabled = false;
+  bool mDhcpv6Enabled = false;
+  nsCOMArray<nsISystemIPAddress> mUnicastAddresses;
+  nsCOMArray<nsISystemIPStructure> mMulticastAddresses;
+  nsCOMArray<nsISystemIPStructure> mAnycastAddresses;
+  nsCOMArray<nsISystemIPStructure> mDnsServers;
+  nsCOMArray<nsISystemIPStructure> mGatewayAddresses;
+};
+
+/// An IP adapter class: forwards every operation of nsISystemAdapterIP.
+template <class Class, class Interface>
+class nsSystemAdapterIPOf : public nsSystemAdapterBase<nsImplements<Class, Interface>>,
+                            public nsSystemAdapterIP {
+  using IP = nsSystemAdapterIP;
+
+ public:
+  explicit nsSystemAdapterIPOf(nsPlatformRef aPlatform) : IP(std::move(aPlatform), this, this) {}
+
+  nsresult GetRegistered(nsISystemAdapter** aOut) override { return IP::GetRegistered(aOut); }
+  nsresult GetDescription(nsAString& aOut) override { return IP::GetDescription(aOut); }
+  nsresult GetInterfaceType(uint32_t* aOut) override { return IP::GetInterfaceType(aOut); }
+  nsresult Reserved11(void*) override { return kReserved; }
+  nsresult Reserved12(void*) override { return kReserved; }
+  nsresult GetOperStatus(uint32_t* aOut) override { return IP::GetOperStatus(aOut); }
+  nsresult GetMacAddress(nsISystemMACStructure** aOut) override { return IP::GetMacAddress(aOut); }
+  nsresult GetTransmitLinkSpeed(uint64_t* aOut) override { return IP::GetTransmitLinkSpeed(aOut); }
+  nsresult GetReceiveLinkSpeed(uint64_t* aOut) override { return IP::GetReceiveLinkSpeed(aOut); }
+  nsresult GetIsIpv4Enabled(bool* aOut) override { return IP::GetIsIpv4Enabled(aOut); }
+  nsresult GetIsIpv6Enabled(bool* aOut) override { return IP::GetIsIpv6Enabled(aOut); }
+  nsresult GetIpv6InterfaceIndex(uint32_t* aOut) override {
+    return IP::GetIpv6InterfaceIndex(aOut);
+  }
+  nsresult GetReservedCounterA(uint64_t* aOut) override { return IP::GetReservedCounterA(aOut); }
+  nsresult GetReservedCounterB(uint64_t* aOut) override { return IP::GetReservedCounterB(aOut); }
+  nsresult GetDhcpv4Server(nsISystemIPv4Structure** aOut) override {
+    return IP::GetDhcpv4Server(aOut);
+  }
+  nsresult GetDhcpv6Server(nsISystemIPv6Structure** aOut) override {
+    return IP::GetDhcpv6Server(aOut);
+  }
+  nsresult GetIsDhcpv4Enabled(bool* aOut) override { return IP::GetIsDhcpv4Enabled(aOut); }
+  nsresult SetIsDhcpv4Enabled(bool aEnabled) override { return IP::SetIsDhcpv4Enabled(aEnabled); }
+  nsresult SetIpv4Address(nsISystemIPStructure* aAddress, nsISystemIPStructure* aNetmask,
+                          nsISystemIPStructure* aGateway, int32_t aMetric) override {
+    return IP::SetIpv4Address(aAddress, aNetmask, aGateway, aMetric);
+  }
+  nsresult Reserved27(void*, void*, void*, void*) override { return kReserved; }
+  nsresult Reserved28(void*) override { return kReserved; }
+  nsresult GetIsDhcpv6Enabled(bool* aOut) override { return IP::GetIsDhcpv6Enabled(aOut); }
+  nsresult Reserved30(void*) override { return kReserved; }
+  nsresult Reserved31(void*, void*, void*, void*, void*, void*) override { return kReserved; }
+  nsresult Reserved32(void*, void*, void*, void*, void*, void*) override { return kReserved; }
+  nsresult Reserved33(void*, void*) override { return kReserved; }
+  nsresult GetUnicastAddresses(nsIArray** aOut) override { return IP::GetUnicastAddresses(aOut); }
+  nsresult GetFirstIpv4Address(nsISystemIPAddress** aOut) override {
+    return IP::GetFirstIpv4Address(aOut);
+  }
+  nsresult GetAnycastAddresses(nsIArray** aOut) override { return IP::GetAnycastAddresses(aOut); }
+  nsresult GetMulticastAddresses(nsIArray** aOut) override {
+    return IP::GetMulticastAddresses(aOut);
+  }
+  nsresult Reserved38(void*) override { return kReserved; }
+  nsresult Reserved39(void*) override { return kReserved; }
+  nsresult GetIsDnsDhcpEnabled(bool* aOut) override { return IP::GetIsDnsDhcpEnabled(aOut); }
+  nsresult SetIsDnsDhcpEnabled(bool aEnabled) override { return IP::SetIsDnsDhcpEnabled(aEnabled); }
+  nsresult SetDns(nsISystemIPStructure* aPrimary, nsISystemIPStructure* aSecondary) override {
+    return IP::SetDns(aPrimary, aSecondary);
+  }
+  nsresult GetDns(nsISystemIPStructure** aPrimary, nsISystemIPStructure** aSecondary) override {
+    return IP::GetDns(aPrimary, aSecondary);
+  }
+  nsresult GetDnsServers(nsIArray** aOut) override { return IP::GetDnsServers(aOut); }
+  nsresult Reserved45(void*, void*) override { return kReserved; }
+  nsresult Reserved46(void*, void*) override { return kReserved; }
+  nsresult GetGatewayAddresses(nsIArray** aOut) override { return IP::GetGatewayAddresses(aOut); }
+  nsresult GetFirstIpv4Gateway(nsISystemIPv4Structure** aOut) override {
+    return IP::GetFirstIpv4Gateway(aOut);
+  }
+  nsresult Reserved49(void*, void*, void*, void*) override { return kReserved; }
+  nsresult Reserved50(void*, void*) override { return kReserved; }
+  nsresult GetIsAlwaysFalse(bool* aOut) override {
+    *aOut = false;
+    return NS_OK;
+  }
+  nsresult SetIgnored(uint32_t) override { return NS_OK; }
+  nsresult GetIgmpVersion(uint16_t* aOut) override { return IP::GetIgmpVersion(aOut); }
+  nsresult SetIgmpVersion(uint16_t aVersion) override { return IP::SetIgmpVersion(aVersion); }
+  nsresult Reserved55(void*) override { return kReserved; }
+  nsresult Reserved56(void*) override { return kReserved; }
+  nsresult Reserved57(void*) override { return kReserved; }
+  nsresult Reserved58(void*) override { return kReserved; }
+  nsresult Reserved59(void*) override { return kReserved; }
+  nsresult Reserved60(void*) override { return kReserved; }
+  nsresult Reserved61(void*) override { return kReserved; }
+  nsresult Reserved62(void*) override { return kReserved; }
+  nsresult Reserved63(void*) override { return kReserved; }
+
+ protected:
+  static constexpr nsresult kReserved = NS_ERROR_NOT_IMPLEMENTED;
+  ~nsSystemAdapterIPOf() override = default;
+};
+
+class nsSystemAdapterLAN final
+    : public nsSystemAdapterIPOf<nsSystemAdapterLAN, nsISystemAdapterLAN> {
+ public:
+  static const nsClassInfoRecord kClassInfo;
+  using nsSystemAdapterIPOf::nsSystemAdapterIPOf;
+
+ private:
+  ~nsSystemAdapterLAN() override = default;
+};
+
+class nsSystemAdapterWLAN final
+    : public nsSystemAdapterIPOf<nsSystemAdapterWLAN, nsISystemAdapterWLAN> {
+ public:
+  static const nsClassInfoRecord kClassInfo;
+  using nsSystemAdapterIPOf::nsSystemAdapterIPOf;
+
+  nsresult Reserved64(void*) override { return kReserved; }
+  nsresult Reserved65(void*) override { return kReserved; }
+  nsresult Reserved66(void*) override { return kReserved; }
+  nsresult Reserved67(void*) override { return kReserved; }
+  nsresult Reserved68(void*) override { return kReserved; }
+  nsresult Reserved69(void*, void*, void*, void*, void*) override { return kReserved; }
+
+ private:
+  ~nsSystemAdapterWLAN() override = default;
+};
+
+class nsSystemAdapterWWAN final
+    : public nsSystemAdapterIPOf<nsSystemAdapterWWAN, nsISystemAdapterWWAN> {
+ public:
+  static const nsClassInfoRecord kClassInfo;
+  using nsSystemAdapterIPOf::nsSystemAdapterIPOf;
+
+  nsresult Reserved64(void*) override { return kReserved; }
+  nsresult Reserved65(void*) override { return kReserved; }
+  nsresult Reserved66(void*) override { return kReserved; }
+  nsresult Reserved67(void*) override { return kReserved; }
+
+ private:
+  ~nsSystemAdapterWWAN() override = default;
+};
