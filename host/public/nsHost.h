@@ -27,6 +27,9 @@ struct nsHostOptions {
   /// Where the machine's own settings live; made if it is not there. Empty: no profile, and
   /// settings that are made are gone with the host.
   std::string mProfileDirectory;
+  /// Reads the profile's settings, but neither locks it nor writes to it, so that it may be in use
+  /// elsewhere.
+  bool mProfileReadOnly = false;
   /// Manifest files that are read after the application's.
   std::vector<std::string> mManifests;
   /// Modules in memory, which must outlive the host; registered after the host's own and before
@@ -53,10 +56,11 @@ class __attribute__((visibility("default"))) nsHost {
   /// The host that runs in this process; null if there is none.
   static nsHost* Current();
 
-  /// Brings the services up, registers modules and manifests, and tells the services of the
-  /// category "xpcom-startup", then those of "app-startup", which are created by it. Whatever is
-  /// wrong with a module is a message in the log and no failure. NS_ERROR_ALREADY_INITIALIZED when
-  /// a host runs in this process. After a failure nothing runs, and Error says why.
+  /// Locks the profile, brings the services up, registers modules and manifests, and tells the
+  /// services of the category "xpcom-startup", then those of "app-startup", which are created by
+  /// it. Whatever is wrong with a module is a message in the log and no failure.
+  /// NS_ERROR_ALREADY_INITIALIZED when a host runs in this process. After a failure nothing runs,
+  /// and Error says why.
   nsresult Start(const nsHostOptions& aOptions);
   /// Announces the profile: "profile-do-change", "load-extension-defaults", "profile-after-change",
   /// its category, "profile-initial-state", "final-ui-startup". NS_ERROR_NOT_INITIALIZED before

@@ -1,14 +1,18 @@
 #include "nsHost.h"
 
 #include <atomic>
+#include <filesystem>
 
 #include "nsComponentManager.h"
 #include "nsHostMessage.h"
 #include "nsHostModules.h"
+#include "nsILocalFile.h"
 #include "nsILog4.h"
 #include "nsIObserver.h"
+#include "nsIProperties.h"
 #include "nsManifest.h"
 #include "nsObserverService.h"
+#include "nsProfileLock.h"
 #include "nsServices.h"
 #include "nsString.h"
 #include "nsThreadManager.h"
@@ -51,12 +55,14 @@ class nsHost::Impl {
   std::string mError;
 
  private:
+  void SetDirectories();
   void RegisterManifests();
   void Notify(const char* aTopic, const char16_t* aData = nullptr, nsISupports* aSubject = nullptr);
   void TellCategory(const char* aCategory, const char16_t* aData, bool aMayCreate);
 
   nsCOMPtr<nsComponentManager> mManager;
   nsCOMPtr<nsObserverService> mObservers;
+  nsProfileLock mProfileLock;
   bool mProfileStarted = false;
   bool mQuitting = false;
 };
@@ -89,8 +95,13 @@ void nsHost::Impl::TellCategory(const char* aCategory, const char16_t* aData, bo
 
 nsresult nsHost::Impl::Start(const nsHostOptions& aOptions) {
   mOptions = aOptions;
+  if (!mOptions.mProfileDirectory.empty() && !mOptions.mProfileReadOnly) {
+    const nsresult rv = mProfileLock.Lock(mOptions.mProfileDirectory, &mError);
+    if (NS_FAILED(rv)) return rv;
+  }
   if (const nsresult rv = nsThreadManager::get().Init(); NS_FAILED(rv)) {
-    mError = "A host runs in this process already.";
+    mProfileLock.Unlock();
+    mError = "Somebody else runs the threads of this process already.";
     return rv;
   }
   gProcessType = mOptions.mProcessType;
@@ -101,6 +112,7 @@ nsresult nsHost::Impl::Start(const nsHostOptions& aOptions) {
   mManager->SetMainThread(MainThread().get());
   for (const vorel::Module* module : mOptions.mModules)
     (void)mManager->RegisterModule(*module, "module in memory");
+  SetDirectories();
   RegisterManifests();
   mObservers = static_cast<nsObserverService*>(
       do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CID).get());
@@ -112,6 +124,33 @@ nsresult nsHost::Impl::Start(const nsHostOptions& aOptions) {
   TellCategory("xpcom-startup", u"", false);
   TellCategory("app-startup", nullptr, true);
   return NS_OK;
+}
+
+// What the application and the library ask the directory service for.
+void nsHost::Impl::SetDirectories() {
+  const std::string &application = mOptions.mApplicationDirectory,
+                    &profile = mOptions.mProfileDirectory;
+  std::vector<std::pair<const char*, std::string>> directories;
+  if (!application.empty()) {
+    directories = {{"XCurProcD", application},
+                   {"DefRt", application + "/defaults"},
+                   {"PrfDef", application + "/defaults/preferences"}};
+  }
+  if (!profile.empty()) {
+    for (const char* key : {"ProfD", "ProfLD", "ProfDS", "ProfLDS"})
+      directories.emplace_back(key, profile);
+  }
+  if (!mOptions.mMachineFile.empty())
+    directories.emplace_back("VorelMachine", mOptions.mMachineFile);
+  const auto service = do_GetService<nsIProperties>(NS_DIRECTORYSERVICE_CONTRACTID);
+  for (const auto& [key, path] : directories) {
+    // Files have whole paths.
+    const std::string whole = std::filesystem::absolute(path).lexically_normal().native();
+    nsCOMPtr<nsILocalFile> file;
+    nsresult rv = NS_NewNativeLocalFile(nsDependentCString(whole), true, file.getter_AddRefs());
+    if (NS_SUCCEEDED(rv)) rv = service ? service->Set(key, file.get()) : NS_ERROR_NOT_AVAILABLE;
+    Complain(key + (": " + whole), rv);
+  }
 }
 
 void nsHost::Impl::RegisterManifests() {
@@ -182,6 +221,7 @@ void nsHost::Impl::Stop() {
   mManager->UnloadModules();
   nsComponentManager::SetCurrent(nullptr);
   mManager = nullptr;
+  mProfileLock.Unlock();
   gProcessType = GeckoProcessType_Default;
   mProfileStarted = mQuitting = false;
 }

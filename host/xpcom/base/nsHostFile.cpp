@@ -4,10 +4,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdio>
 #include <filesystem>
 #include <utility>
+
+#include "nsErrno.h"
 
 namespace {
 
@@ -40,34 +41,9 @@ bool WriteAll(int aFd, std::string_view aContents) {
 
 }  // namespace
 
-nsresult NS_ErrorFromErrno(int aErrno) {
-  switch (aErrno) {
-    case ENOENT:
-      return NS_ERROR_FILE_NOT_FOUND;
-    case EACCES:
-    case EPERM:
-      return NS_ERROR_FILE_ACCESS_DENIED;
-    case ENOTDIR:
-      return NS_ERROR_FILE_NOT_DIRECTORY;
-    case EISDIR:
-      return NS_ERROR_FILE_IS_DIRECTORY;
-    case EROFS:
-      return NS_ERROR_FILE_READ_ONLY;
-    case ENOSPC:
-    case EDQUOT:
-      return NS_ERROR_FILE_NO_DEVICE_SPACE;
-    case ENAMETOOLONG:
-      return NS_ERROR_FILE_NAME_TOO_LONG;
-    case ENOMEM:
-      return NS_ERROR_OUT_OF_MEMORY;
-    default:
-      return NS_ERROR_FAILURE;
-  }
-}
-
 nsresult NS_ReadFile(const std::string& aPath, std::string* aContents) {
   const Descriptor file(aPath, O_RDONLY);
-  if (!file) return NS_ErrorFromErrno(errno);
+  if (!file) return NS_LastResult();
   std::string contents;
   struct stat info;
   if (::fstat(file.get(), &info) == 0 && info.st_size > 0)
@@ -76,7 +52,7 @@ nsresult NS_ReadFile(const std::string& aPath, std::string* aContents) {
   while (true) {
     const ssize_t got = ::read(file.get(), buffer, sizeof buffer);
     if (got < 0 && errno == EINTR) continue;
-    if (got < 0) return NS_ErrorFromErrno(errno);
+    if (got < 0) return NS_LastResult();
     if (got == 0) break;
     contents.append(buffer, static_cast<size_t>(got));
   }
@@ -92,11 +68,11 @@ nsresult NS_ReplaceFile(const std::string& aPath, std::string_view aContents) {
            std::rename(temporary.c_str(), aPath.c_str()) == 0;
   };
   if (!write()) {
-    const nsresult rv = NS_ErrorFromErrno(errno);
+    const nsresult rv = NS_LastResult();
     ::unlink(temporary.c_str());
     return rv;
   }
   const Descriptor directory(std::filesystem::path(aPath).parent_path().native(),
                              O_RDONLY | O_DIRECTORY);
-  return directory && ::fsync(directory.get()) == 0 ? NS_OK : NS_ErrorFromErrno(errno);
+  return directory && ::fsync(directory.get()) == 0 ? NS_OK : NS_LastResult();
 }

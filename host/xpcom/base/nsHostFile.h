@@ -6,8 +6,6 @@
 
 #include "nsError.h"
 
-/// The error code for an errno; NS_ERROR_FAILURE for those that have none of their own.
-nsresult NS_ErrorFromErrno(int aErrno);
 nsresult NS_ReadFile(const std::string& aPath, std::string* aContents);
 /// Puts a file in the place of another: after a crash at any moment there is the whole old one or
 /// the whole new one, and after success it is the new one.

@@ -76,9 +76,14 @@ const vorel::Module::ContractIDEntry kContracts[] = {
 const vorel::Module kBaseModule = {
     vorel::Module::kVersion, kCIDs, kContracts, nullptr, nullptr, nullptr, nullptr};
 
+// clang-format off
 const nsHostModule kHostModules[] = {
     {"base", &kBaseModule},
     {"threads", &kThreadsModule},
+    {"log", &kLogModule},
+    {"io", &kIOModule},
     {"network", &kNetworkModule},
+    {"script", &kScriptModule},
     {nullptr, nullptr},
 };
+// clang-format on
