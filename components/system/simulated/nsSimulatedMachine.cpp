@@ -6,7 +6,11 @@ nsSimulatedMachine::nsSimulatedMachine()
       mFiles(std::make_shared<nsSimulatedFiles>(mCalls)),
       mDirectoryChanges(std::make_shared<nsSimulatedDirectoryChanges>(mCalls, mFiles)),
       mNetwork(std::make_shared<nsSimulatedNetwork>(mCalls)),
-      mRegistry(std::make_shared<nsSimulatedRegistry>(mCalls, mNetwork)) {}
+      mRegistry(std::make_shared<nsSimulatedRegistry>(mCalls, mNetwork)),
+      mClock(std::make_shared<nsSimulatedClock>(mCalls)),
+      mFonts(std::make_shared<nsSimulatedFonts>(mCalls)),
+      mWatchdog(std::make_shared<nsSimulatedWatchdog>(mCalls)),
+      mHost(std::make_shared<nsSimulatedHost>(mCalls)) {}
 
 nsPlatformRef nsSimulatedMachine::Platform() const {
   auto platform = std::make_shared<nsPlatform>();
@@ -15,6 +19,11 @@ nsPlatformRef nsSimulatedMachine::Platform() const {
   platform->mDirectoryChanges = mDirectoryChanges;
   platform->mNetwork = mNetwork;
   platform->mRegistry = mRegistry;
+  platform->mClock = mClock;
+  platform->mTimeZones = mClock;
+  platform->mFonts = mFonts;
+  platform->mWatchdog = mWatchdog;
+  platform->mHost = mHost;
   return platform;
 }
 

@@ -14,10 +14,14 @@
 
 #include "nsPlatform.h"
 #include "nsSimulatedCalls.h"
+#include "nsSimulatedClock.h"
 #include "nsSimulatedFileSystem.h"
 #include "nsSimulatedNetwork.h"
 #include "nsSimulatedRegistry.h"
+#include "nsSimulatedFonts.h"
+#include "nsSimulatedHost.h"
 #include "nsSimulatedVolumes.h"
+#include "nsSimulatedWatchdog.h"
 
 /// A step of the machine's script.
 struct nsSimulatedChange {
@@ -51,6 +55,10 @@ class nsSimulatedMachine {
   const std::shared_ptr<nsSimulatedDirectoryChanges> mDirectoryChanges;
   const std::shared_ptr<nsSimulatedNetwork> mNetwork;
   const std::shared_ptr<nsSimulatedRegistry> mRegistry;
+  const std::shared_ptr<nsSimulatedClock> mClock;
+  const std::shared_ptr<nsSimulatedFonts> mFonts;
+  const std::shared_ptr<nsSimulatedWatchdog> mWatchdog;
+  const std::shared_ptr<nsSimulatedHost> mHost;
 
  private:
   std::deque<nsSimulatedChange> mChanges;

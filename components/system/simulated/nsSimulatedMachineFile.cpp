@@ -35,6 +35,9 @@ constexpr Section kSections[] = {
     MakeSection<&nsSimulatedMachine::mVolumes>("volumes"),
     MakeSection<&nsSimulatedMachine::mNetwork>("interfaces"),
     MakeSection<&nsSimulatedMachine::mRegistry>("registry"),
+    MakeSection<&nsSimulatedMachine::mClock>("clock"),
+    MakeSection<&nsSimulatedMachine::mFonts>("fonts"),
+    MakeSection<&nsSimulatedMachine::mHost>("host"),
 };
 
 constexpr std::pair<std::string_view, nsresult> kResults[] = {

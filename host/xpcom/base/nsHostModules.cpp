@@ -84,6 +84,8 @@ const nsHostModule kHostModules[] = {
     {"io", &kIOModule},
     {"network", &kNetworkModule},
     {"script", &kScriptModule},
+    {"crash", &kCrashModule},
+    {"gfx", &kGfxModule},
     {nullptr, nullptr},
 };
 // clang-format on

@@ -14,7 +14,10 @@
 #include "nsImplements.h"
 #include "nsServices.h"
 #include "nsSystemIPStructure.h"
+#include "nsSystemClock.h"
+#include "nsSystemFont.h"
 #include "nsSystemMachine.h"
+#include "nsSystemMaintenance.h"
 #include "nsSystemManager.h"
 #include "nsSystemSingleton.h"
 
@@ -122,6 +125,12 @@ constexpr auto kClasses = std::to_array<Class>({
      Construct<nsSystemMACStructure>},
     {"31b9ff0f-7703-4b2f-b7fa-a870c6db4746"_iid, "@vorel/system/systemmanager;1", true,
      ConstructSingleton<kManager, nsSystemManager, ObserveShutdown>},
+    {"90316285-26d8-4232-bd0f-b2b04385d109"_iid, "@vorel/system/clock;1", true,
+     ConstructSingleton<kClock, nsSystemClock>},
+    {"8155b51f-fa15-4ad9-a1a8-6b9cefd36168"_iid, "@vorel/system/maintenance;1", true,
+     ConstructSingleton<kMaintenance, nsSystemMaintenance>},
+    {"33386123-8c43-4153-90d7-e632e801179c"_iid, "@vorel/system/systemfont;1", true,
+     ConstructSingleton<kFont, nsSystemFont>},
     {"4dd67d9e-6c07-4b21-83fd-3069c1bded0e"_iid, "@vorel/system/ciextension;1", false,
      Construct<kCIExtension>},
 });

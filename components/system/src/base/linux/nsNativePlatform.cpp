@@ -1,6 +1,11 @@
+#include "nsLinuxClock.h"
+#include "nsLinuxFonts.h"
+#include "nsLinuxHost.h"
 #include "nsLinuxNetwork.h"
 #include "nsLinuxRegistry.h"
+#include "nsLinuxTimeZones.h"
 #include "nsLinuxVolumes.h"
+#include "nsLinuxWatchdog.h"
 #include "nsPlatform.h"
 
 nsPlatformRef NS_NewNativePlatform() {
@@ -9,5 +14,10 @@ nsPlatformRef NS_NewNativePlatform() {
   const auto network = std::make_shared<nsLinuxNetwork>();
   platform->mNetwork = network;
   platform->mRegistry = std::make_shared<nsLinuxRegistry>(NS_RegistryPath, network);
+  platform->mClock = std::make_shared<nsLinuxClock>();
+  platform->mTimeZones = std::make_shared<nsLinuxTimeZones>();
+  platform->mFonts = std::make_shared<nsLinuxFonts>();
+  platform->mWatchdog = std::make_shared<nsLinuxWatchdog>();
+  platform->mHost = std::make_shared<nsLinuxHost>();
   return platform;
 }

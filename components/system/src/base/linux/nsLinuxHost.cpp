@@ -1,0 +1,81 @@
+#include "nsLinuxHost.h"
+
+#include <signal.h>
+#include <spawn.h>
+#include <sys/utsname.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "nsLinuxError.h"
+
+nsresult nsLinuxHost::ReadHostName(uint32_t aCapacity, std::string* aName) {
+  std::string name(aCapacity, '\0');
+  // A name that is too long comes without a zero at its end, or as a failure.
+  if (gethostname(name.data(), name.size()) != 0) return FromErrno(errno);
+  const size_t end = name.find('\0');
+  if (end == name.npos) return NS_ERROR_FAILURE;
+  *aName = name.substr(0, end);
+  return NS_OK;
+}
+
+nsresult nsLinuxHost::ReadPlatformName(std::string* aName) {
+  utsname system;
+  if (uname(&system) != 0) return FromErrno(errno);
+  *aName = std::string("linux-") + system.machine;
+  return NS_OK;
+}
+
+nsresult nsLinuxHost::ReadDeviceId(std::string*) { return NS_ERROR_NOT_IMPLEMENTED; }
+
+nsresult nsLinuxHost::StepCursorCounter(bool aShow, int32_t* aCounter) {
+  const std::lock_guard lock(mLock);
+  *aCounter = mCursorCounter += aShow ? 1 : -1;
+  return NS_OK;
+}
+
+nsresult nsLinuxHost::StartCommand(const std::string& aLine, CommandHandle* aCommand,
+                                   int32_t* aError) {
+  // In a process group of its own, so that all of a pipeline can be ended; with the signals as a
+  // new program expects them, whatever this process has made of them.
+  posix_spawnattr_t attributes;
+  if (const int error = posix_spawnattr_init(&attributes); error != 0) {
+    *aError = error;
+    return FromErrno(error);
+  }
+  sigset_t all, none;
+  sigfillset(&all);
+  sigemptyset(&none);
+  posix_spawnattr_setflags(&attributes,
+                           POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+  posix_spawnattr_setpgroup(&attributes, 0);
+  posix_spawnattr_setsigmask(&attributes, &none);
+  posix_spawnattr_setsigdefault(&attributes, &all);
+  std::string shell = "sh", option = "-c", line = aLine;
+  char* const arguments[] = {shell.data(), option.data(), line.data(), nullptr};
+  pid_t process = 0;
+  const int error = posix_spawn(&process, "/bin/sh", nullptr, &attributes, arguments, environ);
+  posix_spawnattr_destroy(&attributes);
+  if (error != 0) {
+    *aError = error;
+    return FromErrno(error);
+  }
+  *aCommand = static_cast<CommandHandle>(process);
+  return NS_OK;
+}
+
+nsresult nsLinuxHost::WaitForCommand(CommandHandle aCommand, int32_t* aStatus) {
+  int status = 0;
+  pid_t ended;
+  do {
+    ended = waitpid(static_cast<pid_t>(aCommand), &status, 0);
+  } while (ended < 0 && errno == EINTR);
+  if (ended < 0) return FromErrno(errno);
+  *aStatus = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  return NS_OK;
+}
+
+nsresult nsLinuxHost::CancelCommand(CommandHandle aCommand) {
+  return kill(-static_cast<pid_t>(aCommand), SIGTERM) == 0 ? NS_OK : FromErrno(errno);
+}

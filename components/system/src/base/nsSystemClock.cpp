@@ -1,0 +1,246 @@
+#include "nsSystemClock.h"
+
+#include <plstr.h>
+#include <prinrval.h>
+#include <prprf.h>
+#include <prthread.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "nsIObserverService.h"
+#include "nsPlatformTimeZones.h"
+#include "nsServices.h"
+#include "nsString.h"
+#include "nsTimeZoneTable.h"
+#include "nsXPCOM.h"
+
+namespace {
+
+constexpr PRUint32 kSecondWriteDelay = 10'000;  // microseconds
+
+std::string FormatTime(const nsPlatformTime& aTime) {
+  char text[64];
+  const PRUint32 length =
+      PR_snprintf(text, sizeof text, "%.2d%.2d%.2d%.2d%d.%.2d", aTime.mMonth, aTime.mDay,
+                  aTime.mHour, aTime.mMinute, aTime.mYear, aTime.mSecond);
+  return std::string(text, length);
+}
+
+std::string WithError(const char* aFormat, uint32_t aError) {
+  char text[128];
+  const PRUint32 length = PR_snprintf(text, sizeof text, aFormat, aError);
+  return std::string(text, length);
+}
+
+}  // namespace
+
+const nsClassInfoRecord nsSystemClock::kClassInfo = {
+    NS_ClassInterfaces<nsISystemClock>, NS_NamedHelper<"SystemClock">, nsIClassInfo::DOM_OBJECT,
+    "90316285-26d8-4232-bd0f-b2b04385d109"_iid};
+
+nsSystemClock::nsSystemClock(nsPlatformRef aPlatform)
+    : mPlatform(std::move(aPlatform)), mLogger(NS_GetLogger("system.clock")) {}
+
+nsresult nsSystemClock::GetTimezone(nsACString& aTimezone) {
+  nsPlatformTimeZones& zones = *mPlatform->mTimeZones;
+
+  // A platform that speaks Olson names needs no search, and has names that the table lacks.
+  std::string olsonName;
+  if (NS_SUCCEEDED(zones.ReadCurrentOlsonName(&olsonName))) {
+    SYSTEM_LOG_DEBUG(mLogger, "olson=" + olsonName);
+    NS_Assign(aTimezone, olsonName);
+    return NS_OK;
+  }
+
+  std::u16string keyName;
+  if (NS_SUCCEEDED(zones.ReadCurrentStandardName(&keyName))) {
+    SYSTEM_LOG_DEBUG(mLogger, "Windows Vista TimeZoneKeyName=" + NS_ToUtf8(keyName));
+    const auto row = std::ranges::find(kTimeZoneTable, keyName, &nsTimeZoneRow::mStandardName);
+    if (row != kTimeZoneTable.end()) {
+      SYSTEM_LOG_DEBUG(mLogger, "olson=" + std::string(row->mOlsonName));
+      NS_Assign(aTimezone, row->mOlsonName);
+      return NS_OK;
+    }
+    SYSTEM_LOG_WARNING(mLogger, "Can't find Olson name for standard name " + NS_ToUtf8(keyName));
+  }
+
+  std::u16string standardName, daylightName;
+  if (NS_FAILED(zones.ReadCurrentLocalizedNames(&standardName, &daylightName))) {
+    SYSTEM_LOG_WARNING(mLogger, "Can't get time zone information");
+    return NS_ERROR_FAILURE;
+  }
+  SYSTEM_LOG_DEBUG(mLogger, "GetTimeZoneInformation\n    StandardName=" + NS_ToUtf8(standardName) +
+                                "\n    DaylightName=" + NS_ToUtf8(daylightName));
+  for (const nsTimeZoneRow& row : kTimeZoneTable) {
+    if (row.mStandardName == standardName) {
+      SYSTEM_LOG_DEBUG(mLogger,
+                       "Findind localized name in array : olson=" + std::string(row.mOlsonName));
+      NS_Assign(aTimezone, row.mOlsonName);
+      return NS_OK;
+    }
+    std::u16string localizedName;
+    if (NS_SUCCEEDED(zones.FindZone(row)) &&
+        NS_SUCCEEDED(zones.ReadStandardName(row, &localizedName)) &&
+        localizedName == standardName) {
+      SYSTEM_LOG_DEBUG(mLogger, "Findind localized name in register " +
+                                    NS_ToUtf8(row.mStandardName) +
+                                    " olson=" + std::string(row.mOlsonName));
+      NS_Assign(aTimezone, row.mOlsonName);
+      return NS_OK;
+    }
+  }
+  SYSTEM_LOG_WARNING(
+      mLogger, "Can't find standard time zone name for localized name" + NS_ToUtf8(standardName));
+  return NS_OK;
+}
+
+nsresult nsSystemClock::SetTimezone(const nsACString& aTimezone) {
+  nsPlatformTimeZones& zones = *mPlatform->mTimeZones;
+  const std::string name(NS_View(aTimezone));
+
+  const auto row = std::ranges::find(kTimeZoneTable, name, &nsTimeZoneRow::mOlsonName);
+  if (row == kTimeZoneTable.end()) {
+    SYSTEM_LOG_WARNING(mLogger, "Can't find Olson time zone name in array" + name);
+    return NS_ERROR_FAILURE;
+  }
+  // The first row decides, also when the machine lacks its definition and has that of a later row.
+  if (NS_FAILED(zones.FindZone(*row))) {
+    SYSTEM_LOG_WARNING(
+        mLogger, "Can't get register data for standard name " + NS_ToUtf8(row->mStandardName));
+    return NS_ERROR_FAILURE;
+  }
+  nsPlatformZoneInformation information;
+  if (NS_FAILED(zones.ReadRules(*row, &information.mRules))) {
+    SYSTEM_LOG_WARNING(mLogger,
+                       "Can't get tzi data for standard name " + NS_ToUtf8(row->mStandardName));
+    return NS_ERROR_FAILURE;
+  }
+  (void)zones.ReadStandardName(*row, &information.mStandardName);
+  (void)zones.ReadDaylightName(*row, &information.mDaylightName);
+
+  nsPlatformClock& clock = *mPlatform->mClock;
+  uint32_t error = 0;
+  if (NS_FAILED(clock.EnablePrivilege(kPrivilegeTimeZone, true, &error)))
+    SYSTEM_LOG_WARNING(mLogger, WithError("Can't enable system privilege error=%d", error));
+  nsresult result = NS_OK;
+  if (NS_FAILED(zones.WriteCurrentZone(*row, information, &error))) {
+    SYSTEM_LOG_WARNING(mLogger, WithError("Can't change time zone error=%d", error));
+    result = NS_ERROR_FAILURE;
+  }
+  (void)clock.EnablePrivilege(kPrivilegeTimeZone, false, &error);
+
+  if (NS_SUCCEEDED(result)) {
+    const auto observers = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID);
+    if (observers)
+      (void)observers->NotifyObservers(nullptr, kTimeZoneChangedTopic, NS_ToUtf16(name).c_str());
+  }
+  return result;
+}
+
+nsresult nsSystemClock::GetLocalTime(nsACString& aLocalTime) {
+  nsPlatformTime time;
+  const nsresult rv = mPlatform->mClock->ReadLocalTime(&time);
+  if (NS_FAILED(rv)) return rv;
+  const std::string text = FormatTime(time);
+  SYSTEM_LOG_DEBUG(mLogger, "aLocalTime = " + text);
+  NS_Assign(aLocalTime, text);
+  return NS_OK;
+}
+
+nsresult nsSystemClock::GetUtcTime(nsACString& aUtcTime) {
+  nsPlatformTime time;
+  const nsresult rv = mPlatform->mClock->ReadUtcTime(&time);
+  if (NS_FAILED(rv)) return rv;
+  const std::string text = FormatTime(time);
+  SYSTEM_LOG_DEBUG(mLogger, "aUtcTime = " + text);
+  NS_Assign(aUtcTime, text);
+  return NS_OK;
+}
+
+// Fields that the text does not give are zero.
+nsresult nsSystemClock::ParseTime(const std::string& aText, nsPlatformTime* aTime) const {
+  PRInt16 month = 0, day = 0, hour = 0, minute = 0, year = 0, second = 0;
+  const size_t point = aText.find('.');
+  if (PR_sscanf(aText.c_str(), "%2hd%2hd%2hd%2hd%hd", &month, &day, &hour, &minute, &year) < 5 ||
+      (point != std::string::npos && PR_sscanf(aText.c_str() + point + 1, "%2hd", &second) < 1)) {
+    SYSTEM_LOG_WARNING(mLogger, "Can't parse date string" + aText);
+    return NS_ERROR_FAILURE;
+  }
+  *aTime = {.mYear = static_cast<uint16_t>(year),
+            .mMonth = static_cast<uint16_t>(month),
+            .mDay = static_cast<uint16_t>(day),
+            .mHour = static_cast<uint16_t>(hour),
+            .mMinute = static_cast<uint16_t>(minute),
+            .mSecond = static_cast<uint16_t>(second)};
+  return NS_OK;
+}
+
+nsresult nsSystemClock::SetLocalTime(const nsACString& aLocalTime) {
+  const std::string text(NS_View(aLocalTime));
+  SYSTEM_LOG_DEBUG(mLogger, "aLocalTime = " + text);
+  nsPlatformTime time;
+  nsresult result = ParseTime(text, &time);
+  if (NS_FAILED(result)) return result;
+
+  nsPlatformClock& clock = *mPlatform->mClock;
+  uint32_t error = 0;
+  if (NS_FAILED(clock.EnablePrivilege(kPrivilegeSystemTime, true, &error))) {
+    SYSTEM_LOG_WARNING(mLogger, WithError("Can't enable system privilege error = %d", error));
+    return NS_ERROR_FAILURE;
+  }
+  if (NS_FAILED(clock.WriteLocalTime(time, &error))) {
+    SYSTEM_LOG_WARNING(mLogger, WithError("Can't set local time error = %d", error));
+    result = NS_ERROR_FAILURE;
+  }
+  // Once more: the first write is made with the daylight rule that was in force before it.
+  PR_Sleep(PR_MicrosecondsToInterval(kSecondWriteDelay));
+  (void)clock.WriteLocalTime(time, &error);
+  (void)clock.EnablePrivilege(kPrivilegeSystemTime, false, &error);
+  return result;
+}
+
+nsresult nsSystemClock::SetUtcTime(const nsACString& aUtcTime) {
+  const std::string text(NS_View(aUtcTime));
+  SYSTEM_LOG_DEBUG(mLogger, "aUtcTime = " + text);
+  nsPlatformTime time;
+  nsresult result = ParseTime(text, &time);
+  if (NS_FAILED(result)) return result;
+
+  nsPlatformClock& clock = *mPlatform->mClock;
+  uint32_t error = 0;
+  if (NS_FAILED(clock.EnablePrivilege(kPrivilegeSystemTime, true, &error))) {
+    SYSTEM_LOG_WARNING(mLogger, "Can't enable system privilege");
+    return NS_ERROR_FAILURE;
+  }
+  if (NS_FAILED(clock.WriteUtcTime(time, &error))) {
+    SYSTEM_LOG_WARNING(mLogger, "Can't set system time");
+    result = NS_ERROR_FAILURE;
+  }
+  (void)clock.EnablePrivilege(kPrivilegeSystemTime, false, &error);
+  return result;
+}
+
+nsresult nsSystemClock::GetSupportedTimezones(uint32_t* aCount, char*** aTimezones) {
+  // One list a process, whichever object was asked first.
+  static const std::vector<const char*> sSupported = [this] {
+    std::vector<const char*> names;
+    names.reserve(kTimeZoneTable.size());
+    for (const nsTimeZoneRow& row : kTimeZoneTable) {
+      if (NS_SUCCEEDED(mPlatform->mTimeZones->FindZone(row)))
+        names.push_back(row.mOlsonName.data());
+      else
+        SYSTEM_LOG_WARNING(
+            mLogger, "Can't get register data for standard name " + NS_ToUtf8(row.mStandardName));
+    }
+    std::ranges::sort(names, [](const char* aA, const char* aB) { return PL_strcmp(aA, aB) < 0; });
+    return names;
+  }();
+
+  auto** array =
+      static_cast<char**>(NS_Alloc(std::max<size_t>(sSupported.size(), 1) * sizeof(char*)));
+  std::ranges::transform(sSupported, array, [](const char* aName) { return NS_NewCString(aName); });
+  *aCount = static_cast<uint32_t>(sSupported.size());
+  *aTimezones = array;
+  return NS_OK;
+}

@@ -1,0 +1,34 @@
+#pragma once
+
+#include "nsISystemClock.h"
+#include "nsImplements.h"
+#include "nsLogger.h"
+#include "nsPlatform.h"
+#include "nsPlatformClock.h"
+
+/// What observers hear after the zone has changed, with its Olson name as data: whoever keeps a
+/// copy of it, the script engine above all, has to forget it.
+inline constexpr char kTimeZoneChangedTopic[] = "system-timezone-changed";
+
+class nsSystemClock final : public nsImplements<nsSystemClock, nsISystemClock> {
+ public:
+  static const nsClassInfoRecord kClassInfo;
+
+  explicit nsSystemClock(nsPlatformRef aPlatform);
+
+  nsresult GetTimezone(nsACString& aTimezone) override;
+  nsresult SetTimezone(const nsACString& aTimezone) override;
+  nsresult GetLocalTime(nsACString& aLocalTime) override;
+  nsresult SetLocalTime(const nsACString& aLocalTime) override;
+  nsresult GetUtcTime(nsACString& aUtcTime) override;
+  nsresult SetUtcTime(const nsACString& aUtcTime) override;
+  nsresult GetSupportedTimezones(uint32_t* aCount, char*** aTimezones) override;
+
+ private:
+  ~nsSystemClock() override = default;
+
+  nsresult ParseTime(const std::string& aText, nsPlatformTime* aTime) const;
+
+  const nsPlatformRef mPlatform;
+  const nsCOMPtr<nsILog4Logger> mLogger;
+};

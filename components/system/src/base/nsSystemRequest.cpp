@@ -1,0 +1,88 @@
+#include "nsSystemRequest.h"
+
+#include <prprf.h>
+
+#include <mutex>
+#include <utility>
+
+#include "nsCommandRunner.h"
+#include "nsString.h"
+
+namespace {
+
+std::string Hexadecimal(const char* aFormat, nsresult aStatus) {
+  char text[32];
+  const PRUint32 length = PR_snprintf(text, sizeof text, aFormat, static_cast<uint32_t>(aStatus));
+  return std::string(text, length);
+}
+
+}  // namespace
+
+struct nsSystemRequest::Running {
+  std::mutex mLock;
+  std::optional<nsPlatformHost::CommandHandle> mCommand;
+  bool mCancelled = false;
+};
+
+nsSystemRequest::nsSystemRequest(nsPlatformRef aPlatform, const char* aLoggerName,
+                                 std::string aCommandLine)
+    : mPlatform(std::move(aPlatform)),
+      mLogger(NS_GetLogger(aLoggerName)),
+      mCommandLine(std::move(aCommandLine)) {}
+
+nsresult nsSystemRequest::AsyncStart(nsISupports* aSelf, nsIObserver* aObserver) {
+  if (mRunning) return NS_ERROR_IN_PROGRESS;
+  const nsresult rv = Start(aSelf);
+  if (NS_SUCCEEDED(rv)) mObserver = aObserver;
+  return rv;
+}
+
+nsresult nsSystemRequest::Start(nsCOMPtr<nsISupports> aSelf) {
+  const auto running = std::make_shared<Running>();
+  const std::shared_ptr<nsPlatformHost> host = mPlatform->mHost;
+  const nsresult rv = CommandRunner::Start(
+      host, mLogger, mCommandLine,
+      [running, host](nsPlatformHost::CommandHandle aCommand) {
+        const std::lock_guard lock(running->mLock);
+        running->mCommand = aCommand;
+        // It was cancelled before it had begun.
+        if (running->mCancelled) (void)host->CancelCommand(aCommand);
+      },
+      [this, aSelf](int32_t aExitStatus) { Stopped(aSelf.get(), aExitStatus); });
+  if (NS_FAILED(rv)) return rv;
+  mRunning = running;
+  mStatus = NS_ERROR_IN_PROGRESS;
+  return NS_OK;
+}
+
+nsresult nsSystemRequest::Cancel() {
+  if (!mRunning) return NS_ERROR_NOT_AVAILABLE;
+  const std::lock_guard lock(mRunning->mLock);
+  mRunning->mCancelled = true;
+  return mRunning->mCommand ? mPlatform->mHost->CancelCommand(*mRunning->mCommand) : NS_OK;
+}
+
+nsresult nsSystemRequest::GetStatus(nsresult* aStatus) {
+  SYSTEM_LOG_DEBUG(mLogger, Hexadecimal("mStatus=0x%x", mStatus));
+  *aStatus = mStatus;
+  return NS_OK;
+}
+
+void nsSystemRequest::Stopped(nsISupports* aSelf, int32_t aExitStatus) {
+  const bool cancelled = std::exchange(mRunning, nullptr)->mCancelled;
+  mStatus = cancelled ? NS_ERROR_ABORT : aExitStatus == 0 ? NS_OK : NS_ERROR_FAILURE;
+  if (const nsCOMPtr<nsIObserver> observer = std::exchange(mObserver, nullptr))
+    (void)observer->Observe(aSelf, "system-request-stopped",
+                            NS_ToUtf16(Hexadecimal("0x%x", mStatus)).c_str());
+}
+
+// No class of the module's makes these; they have no identifiers of their own.
+const nsClassInfoRecord nsSystemRequestFormat::kClassInfo = {
+    NS_ClassInterfaces<nsISystemRequest, nsISystemRequestFormat>,
+    NS_NamedHelper<"systemRequestFormat">, nsIClassInfo::DOM_OBJECT, nsCID{}};
+const nsClassInfoRecord nsSystemRequestCommit::kClassInfo = {
+    NS_ClassInterfaces<nsISystemRequest, nsISystemRequestCommit>,
+    NS_NamedHelper<"systemRequestCommit">, nsIClassInfo::DOM_OBJECT, nsCID{}};
+const nsClassInfoRecord nsSystemRequestCheckDataDisk::kClassInfo = {
+    NS_ClassInterfaces<nsISystemRequest, nsISystemRequestCheckDataDisk>,
+    NS_NamedHelper<"systemRequestCheckDataDisk">, nsIClassInfo::DOM_OBJECT, nsCID{}};

@@ -1,0 +1,386 @@
+#include "nsCrashHandler.h"
+
+#include <dirent.h>
+#include <execinfo.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <ucontext.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <string_view>
+
+#include "nsCrashSymbols.h"
+
+namespace {
+
+struct CrashSignal {
+  int mNumber;
+  const char* mName;
+};
+constexpr std::array<CrashSignal, 6> kSignals{{{SIGSEGV, "SIGSEGV"},
+                                               {SIGBUS, "SIGBUS"},
+                                               {SIGFPE, "SIGFPE"},
+                                               {SIGILL, "SIGILL"},
+                                               {SIGABRT, "SIGABRT"},
+                                               {SIGTRAP, "SIGTRAP"}}};
+
+constexpr int kMaximumFrames = 128;
+constexpr size_t kMaximumAnnotations = 64 * 1024;
+constexpr size_t kAlternateStackSize = 128 * 1024;
+// How far up a stack is looked through when its frames can't be followed.
+constexpr size_t kMaximumScan = 32 * 1024;
+// A thread that does not answer for that long has the signal blocked, or can't run.
+constexpr int kAnswerTries = 200;  // of a millisecond
+
+// The stack of one thread: first the frames that could be followed, then what looks like a return
+// address on the rest of it.
+struct Stack {
+  void* mFrames[kMaximumFrames];
+  int mFollowed = 0;
+  int mCount = 0;
+  const void* mInstruction = nullptr;  // that the signal has interrupted
+};
+
+// What a handler needs is here before it is needed: nothing can be made when things have gone
+// wrong.
+struct State {
+  bool mInstalled = false;
+  char mPath[4096] = {};  // up to where time and number of the process come
+  std::array<struct sigaction, kSignals.size()> mBefore{};
+  struct sigaction mStackBefore {};
+  char mAnnotations[2][kMaximumAnnotations] = {};
+  std::atomic<int> mAnnotationsInUse{0};
+  std::atomic<pid_t> mReporter{0};  // the thread that writes; 0: none yet
+  // Asking a thread for its stack: the thread that is asked, its number negative from when it hands
+  // its stack over, and whether it has.
+  std::atomic<pid_t> mAsked{0};
+  std::atomic<bool> mAnswered{false};
+  Stack mStack;
+  nsCrashMaps mMaps;
+  void* mAlternateStack = nullptr;
+};
+State& GetState() {
+  // Too large for a stack, and never destroyed: a crash may come last of all.
+  static State& sState = *new State;
+  return sState;
+}
+State* gState = nullptr;
+
+int StackSignal() { return SIGRTMIN + 4; }
+pid_t ThreadId() { return static_cast<pid_t>(syscall(SYS_gettid)); }
+
+// Writes to a descriptor piece by piece.
+class Writer {
+ public:
+  explicit Writer(int aFile) : mFile(aFile) {}
+  Writer& operator<<(std::string_view aText) {
+    while (!aText.empty()) {
+      const ssize_t written = write(mFile, aText.data(), aText.size());
+      if (written > 0)
+        aText.remove_prefix(static_cast<size_t>(written));
+      else if (errno != EINTR)
+        break;
+    }
+    return *this;
+  }
+  Writer& Decimal(int64_t aNumber) {
+    return Number(aNumber < 0,
+                  aNumber < 0 ? -static_cast<uint64_t>(aNumber) : static_cast<uint64_t>(aNumber),
+                  10);
+  }
+  Writer& Hexadecimal(uint64_t aNumber) { return (*this << "0x").Number(false, aNumber, 16); }
+
+ private:
+  Writer& Number(bool aNegative, uint64_t aNumber, unsigned aBase) {
+    char digits[32];
+    size_t at = sizeof digits;
+    do {
+      digits[--at] = "0123456789abcdef"[aNumber % aBase];
+      aNumber /= aBase;
+    } while (aNumber != 0);
+    if (aNegative) digits[--at] = '-';
+    return *this << std::string_view(digits + at, sizeof digits - at);
+  }
+
+  const int mFile;
+};
+
+// Whether the instruction before an address is a call, so that this may be where it returns to.
+bool FollowsCall(uintptr_t aAddress) {
+#if defined(__x86_64__)
+  const auto* code = reinterpret_cast<const unsigned char*>(aAddress);
+  if (code[-5] == 0xE8) return true;
+  for (int length = 2; length <= 7; ++length)
+    if (code[-length] == 0xFF && (code[-length + 1] & 0x38) == 0x10) return true;
+  return false;
+#else
+  return true;
+#endif
+}
+
+// The stack of this thread from a point on which a signal has interrupted. Frames that were made by
+// a script engine at run time can't be followed: beyond them the stack is looked through.
+__attribute__((no_sanitize("address"))) void TakeStack(const ucontext_t& aContext, Stack* aStack) {
+  aStack->mFollowed = aStack->mCount = backtrace(aStack->mFrames, kMaximumFrames);
+#if defined(__x86_64__)
+  aStack->mInstruction = reinterpret_cast<const void*>(aContext.uc_mcontext.gregs[REG_RIP]);
+  const auto stackPointer = static_cast<uintptr_t>(aContext.uc_mcontext.gregs[REG_RSP]);
+  const nsCrashMaps& maps = gState->mMaps;
+  const nsCrashMaps::Mapping* stack = maps.Find(stackPointer);
+  const auto last = reinterpret_cast<uintptr_t>(aStack->mFrames[std::max(aStack->mCount - 1, 0)]);
+  const nsCrashMaps::Mapping* lastCode = maps.Find(last);
+  const bool atEnd = lastCode && !lastCode->mPath.empty();  // in _start or the thread's beginning
+  if (!stack || !stack->mWritable || atEnd) return;
+  const uintptr_t end = std::min(stack->mEnd, stackPointer + kMaximumScan);
+  for (uintptr_t at = stackPointer;
+       at + sizeof(uintptr_t) <= end && aStack->mCount < kMaximumFrames; at += sizeof(uintptr_t)) {
+    const uintptr_t word = *reinterpret_cast<const uintptr_t*>(at);
+    const nsCrashMaps::Mapping* code = maps.Find(word);
+    if (code && code->mExecutable && !code->mPath.empty() && word - code->mStart > 8 &&
+        FollowsCall(word))
+      aStack->mFrames[aStack->mCount++] = reinterpret_cast<void*>(word);
+  }
+#else
+  (void)aContext;
+#endif
+}
+
+void WriteStack(Writer& aOut, const Stack& aStack) {
+  // What lies above the interrupted instruction is our own.
+  int first = 0;
+  for (int i = 0; i < aStack.mFollowed; ++i)
+    if (aStack.mFrames[i] == aStack.mInstruction) first = i;
+  for (int i = first; i < aStack.mCount; ++i) {
+    const auto address = reinterpret_cast<uintptr_t>(aStack.mFrames[i]);
+    (aOut << (i < aStack.mFollowed ? "  " : "  ? ")).Hexadecimal(address);
+    const nsCrashMaps::Mapping* mapping = gState->mMaps.Find(address);
+    if (mapping && !mapping->mPath.empty()) {
+      // A return address may be that of the next function, after a call that does not return.
+      const uint64_t into = address - mapping->mStart + mapping->mOffset - (i > first ? 1 : 0);
+      const size_t slash = mapping->mPath.rfind('/');
+      aOut << " " << mapping->mPath.substr(slash + 1);
+      char name[512];
+      uint64_t offset = 0;
+      if (NS_FindFunction(mapping->mPath.data(), into, name, sizeof name, &offset))
+        (aOut << " " << name << "+").Hexadecimal(offset);
+      else
+        (aOut << "+").Hexadecimal(into);
+    }
+    aOut << "\n";
+  }
+}
+
+void WriteThreadName(Writer& aOut, pid_t aThread) {
+  // "/proc/self/task/N/comm"
+  char path[64] = "/proc/self/task/";
+  size_t at = std::strlen(path);
+  char digits[16];
+  size_t count = 0;
+  for (pid_t rest = aThread; rest > 0; rest /= 10)
+    digits[count++] = static_cast<char>('0' + rest % 10);
+  while (count > 0) path[at++] = digits[--count];
+  std::memcpy(path + at, "/comm", 6);
+  char name[32];
+  ssize_t length = 0;
+  if (const int file = open(path, O_RDONLY | O_CLOEXEC); file >= 0) {
+    length = read(file, name, sizeof name);
+    close(file);
+  }
+  if (length > 0 && name[length - 1] == '\n') --length;
+  (aOut << "Thread ").Decimal(aThread)
+      << " \"" << std::string_view(name, length > 0 ? static_cast<size_t>(length) : 0) << "\"";
+}
+
+void AskThread(Writer& aOut, pid_t aThread) {
+  State& state = *gState;
+  state.mAnswered = false;
+  state.mAsked = aThread;
+  WriteThreadName(aOut << "\n", aThread);
+  aOut << "\n";
+  if (syscall(SYS_tgkill, getpid(), aThread, StackSignal()) == 0) {
+    for (int i = 0; i < kAnswerTries && !state.mAnswered; ++i) {
+      const timespec pause{.tv_sec = 0, .tv_nsec = 1'000'000};
+      nanosleep(&pause, nullptr);
+    }
+  }
+  // Whoever answers from now on comes too late, but one that is at it is let finish.
+  pid_t asked = aThread;
+  if (state.mAsked.compare_exchange_strong(asked, 0)) {
+    aOut << "  gives no answer\n";
+    return;
+  }
+  while (!state.mAnswered) {
+  }
+  WriteStack(aOut, state.mStack);
+}
+
+void AskOtherThreads(Writer& aOut, pid_t aSelf) {
+  const int folder = open("/proc/self/task", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (folder < 0) return;
+  struct Entry {  // of getdents64
+    uint64_t mInode;
+    int64_t mOffset;
+    uint16_t mLength;
+    uint8_t mType;
+    char mName[1];
+  };
+  alignas(Entry) char buffer[4096];
+  for (long got; (got = syscall(SYS_getdents64, folder, buffer, sizeof buffer)) > 0;)
+    for (long at = 0; at < got;) {
+      const auto* entry = reinterpret_cast<const Entry*>(buffer + at);
+      pid_t thread = 0;
+      for (const char* digit = entry->mName; *digit >= '0' && *digit <= '9'; ++digit)
+        thread = thread * 10 + (*digit - '0');
+      if (thread != 0 && thread != aSelf) AskThread(aOut, thread);
+      at += entry->mLength;
+    }
+  close(folder);
+}
+
+void OnStackSignal(int, siginfo_t*, void* aContext) {
+  State& state = *gState;
+  const int error = errno;
+  pid_t self = ThreadId();
+  if (state.mAsked == self) {
+    Stack stack;
+    TakeStack(*static_cast<const ucontext_t*>(aContext), &stack);
+    if (state.mAsked.compare_exchange_strong(self, -self)) {
+      state.mStack = stack;
+      state.mAnswered = true;
+    }
+  }
+  errno = error;
+}
+
+int OpenReport() {
+  State& state = *gState;
+  char path[sizeof state.mPath + 64];
+  const size_t length = std::strlen(state.mPath);
+  std::memcpy(path, state.mPath, length);
+  timespec now;
+  clock_gettime(CLOCK_REALTIME, &now);
+  size_t at = length;
+  const auto addNumber = [&](int64_t aNumber) {
+    char digits[24];
+    size_t count = 0;
+    do {
+      digits[count++] = static_cast<char>('0' + aNumber % 10);
+      aNumber /= 10;
+    } while (aNumber > 0);
+    while (count > 0) path[at++] = digits[--count];
+  };
+  addNumber(now.tv_sec);
+  path[at++] = '-';
+  addNumber(getpid());
+  std::memcpy(path + at, ".txt", 5);
+  return open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+}
+
+void WriteReport(int aSignal, const siginfo_t& aInfo, const ucontext_t& aContext, pid_t aSelf) {
+  State& state = *gState;
+  const int file = OpenReport();
+  if (file < 0) return;
+  Writer out(file);
+  const auto signal = std::ranges::find(kSignals, aSignal, &CrashSignal::mNumber);
+  out << "Crash report\n" << state.mAnnotations[state.mAnnotationsInUse] << "Signal=";
+  out.Decimal(aSignal) << " " << (signal != kSignals.end() ? signal->mName : "") << "\nCode=";
+  out.Decimal(aInfo.si_code) << "\nAddress=";
+  out.Hexadecimal(reinterpret_cast<uintptr_t>(aInfo.si_addr)) << "\nTime=";
+  timespec now;
+  clock_gettime(CLOCK_REALTIME, &now);
+  out.Decimal(now.tv_sec) << "\n\n";
+  // From here on things may go wrong once more; what is written is written.
+  state.mMaps.Read();
+  WriteThreadName(out, aSelf);
+  out << " crashed\n";
+  TakeStack(aContext, &state.mStack);
+  WriteStack(out, state.mStack);
+  AskOtherThreads(out, aSelf);
+  fsync(file);
+  close(file);
+}
+
+void OnCrash(int aSignal, siginfo_t* aInfo, void* aContext) {
+  State& state = *gState;
+  const pid_t self = ThreadId();
+  pid_t reporter = 0;
+  if (state.mReporter.compare_exchange_strong(reporter, self)) {
+    WriteReport(aSignal, *aInfo, *static_cast<const ucontext_t*>(aContext), self);
+  } else if (reporter != self) {
+    // Another thread goes wrong while this one's report is written; the process is about to end.
+    for (;;) pause();
+  }
+  // A crash within the report comes here at once. What had the signal before has its way now: the
+  // same happens again when this returns, or is made to.
+  for (size_t i = 0; i < kSignals.size(); ++i)
+    if (kSignals[i].mNumber == aSignal) sigaction(aSignal, &state.mBefore[i], nullptr);
+  if (aInfo->si_code <= 0) syscall(SYS_tgkill, getpid(), self, aSignal);
+}
+
+}  // namespace
+
+bool nsCrashHandler::Install(const std::string& aDirectory) {
+  State& state = GetState();
+  const std::string path = aDirectory + "/crash-";
+  if (path.size() >= sizeof state.mPath) return false;
+  if (mkdir(aDirectory.c_str(), 0700) != 0 && errno != EEXIST) return false;
+  std::memcpy(state.mPath, path.c_str(), path.size() + 1);
+  if (state.mInstalled) return true;
+  gState = &state;
+
+  // The first stack that is taken loads a library, and allocates.
+  void* frame;
+  (void)backtrace(&frame, 1);
+  // So that an overflow of the main thread's stack leaves room for the handler.
+  if (!state.mAlternateStack) {
+    void* memory = mmap(nullptr, kAlternateStackSize, PROT_READ | PROT_WRITE,
+                        MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (memory == MAP_FAILED) return false;
+    state.mAlternateStack = memory;
+  }
+  const stack_t stack{
+      .ss_sp = state.mAlternateStack, .ss_flags = 0, .ss_size = kAlternateStackSize};
+  sigaltstack(&stack, nullptr);
+
+  struct sigaction action {};
+  action.sa_flags = SA_SIGINFO | SA_RESTART;
+  sigemptyset(&action.sa_mask);
+  action.sa_sigaction = OnStackSignal;
+  if (sigaction(StackSignal(), &action, &state.mStackBefore) != 0) return false;
+  // Not deferred: a crash within the report ends it.
+  action.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_NODEFER;
+  action.sa_sigaction = OnCrash;
+  for (size_t i = 0; i < kSignals.size(); ++i)
+    if (sigaction(kSignals[i].mNumber, &action, &state.mBefore[i]) != 0) return false;
+  state.mInstalled = true;
+  return true;
+}
+
+void nsCrashHandler::Uninstall() {
+  State& state = GetState();
+  if (!state.mInstalled) return;
+  for (size_t i = 0; i < kSignals.size(); ++i)
+    sigaction(kSignals[i].mNumber, &state.mBefore[i], nullptr);
+  sigaction(StackSignal(), &state.mStackBefore, nullptr);
+  state.mInstalled = false;
+}
+
+void nsCrashHandler::SetAnnotations(const std::string& aLines) {
+  State& state = GetState();
+  // The one in use is left alone, so that a report can be written at any time.
+  const int next = 1 - state.mAnnotationsInUse;
+  const size_t length = std::min(aLines.size(), kMaximumAnnotations - 1);
+  std::memcpy(state.mAnnotations[next], aLines.data(), length);
+  state.mAnnotations[next][length] = '\0';
+  state.mAnnotationsInUse = next;
+}

@@ -1,0 +1,134 @@
+#include "nsCrashReporter.h"
+
+#include <cstdlib>
+
+#include "nsCrashHandler.h"
+#include "nsIFile.h"
+#include "nsILocalFile.h"
+#include "nsIPrefBranch.h"
+#include "nsIProperties.h"
+#include "nsIXULAppInfo.h"
+#include "nsServices.h"
+#include "nsString.h"
+#include "nsXPCOM.h"
+
+namespace {
+
+constexpr char kEnabledPref[] = "vorel.crashreporter.enabled";
+constexpr char kEnabledVariable[] = "VOREL_CRASHREPORTER";
+constexpr char kAppInfoContractID[] = "@mozilla.org/xre/app-info;1";
+constexpr char kNotesKey[] = "Notes";
+
+bool IsWanted() {
+  if (const char* value = std::getenv(kEnabledVariable)) return std::string_view(value) == "1";
+  bool wanted = false;
+  if (const auto prefs = do_GetService<nsIPrefBranch>(NS_PREFSERVICE_CONTRACTID))
+    (void)prefs->GetBoolPref(kEnabledPref, &wanted);
+  return wanted;
+}
+
+std::string ReportDirectory() {
+  if (const auto directories = do_GetService<nsIProperties>(NS_DIRECTORYSERVICE_CONTRACTID))
+    for (const char* key : {"ProfD", "TmpD"}) {
+      nsCOMPtr<nsIFile> directory;
+      nsCString path;
+      if (NS_SUCCEEDED(directories->Get(key, nsIFile::kIID, NS_OutVoid(directory))) && directory &&
+          NS_SUCCEEDED(directory->GetNativePath(path)))
+        return std::string(path.view()) + "/crashes";
+    }
+  return {};
+}
+
+}  // namespace
+
+nsCrashReporter::nsCrashReporter() : mDirectory(ReportDirectory()) {
+  if (const auto info = do_GetService<nsIXULAppInfo>(kAppInfoContractID)) {
+    nsCString text;
+    if (NS_SUCCEEDED(info->GetName(text))) mAnnotations["ProductName"] = text.view();
+    if (NS_SUCCEEDED(info->GetVersion(text))) mAnnotations["Version"] = text.view();
+    if (NS_SUCCEEDED(info->GetAppBuildID(text))) mAnnotations["BuildID"] = text.view();
+  }
+  if (IsWanted()) (void)SetEnabled(true);
+}
+
+nsCrashReporter::~nsCrashReporter() {
+  if (mEnabled) nsCrashHandler::Uninstall();
+}
+
+nsresult nsCrashReporter::GetEnabled(bool* aEnabled) {
+  *aEnabled = mEnabled;
+  return NS_OK;
+}
+
+nsresult nsCrashReporter::SetEnabled(bool aEnabled) {
+  if (aEnabled) {
+    if (mDirectory.empty()) return NS_ERROR_NOT_AVAILABLE;
+    if (!nsCrashHandler::Install(mDirectory)) return NS_ERROR_FAILURE;
+    WriteAnnotations();
+  } else {
+    nsCrashHandler::Uninstall();
+  }
+  mEnabled = aEnabled;
+  return NS_OK;
+}
+
+nsresult nsCrashReporter::GetMinidumpPath(nsILocalFile** aMinidumpPath) {
+  return NS_NewNativeLocalFile(nsDependentCString(mDirectory), true, aMinidumpPath);
+}
+
+nsresult nsCrashReporter::SetMinidumpPath(nsILocalFile* aMinidumpPath) {
+  if (!aMinidumpPath) return NS_ERROR_NULL_POINTER;
+  nsCString path;
+  const nsresult rv = aMinidumpPath->GetNativePath(path);
+  if (NS_FAILED(rv)) return rv;
+  const std::string directory(path.view());
+  if (mEnabled && !nsCrashHandler::Install(directory)) return NS_ERROR_FAILURE;
+  mDirectory = directory;
+  return NS_OK;
+}
+
+void nsCrashReporter::WriteAnnotations() const {
+  std::string lines;
+  for (const auto& [key, data] : mAnnotations) lines += key + "=" + data + "\n";
+  nsCrashHandler::SetAnnotations(lines);
+}
+
+nsresult nsCrashReporter::AnnotateCrashReport(const nsACString& aKey, const nsACString& aData) {
+  if (!mEnabled) return NS_ERROR_NOT_INITIALIZED;
+  const std::string key(NS_View(aKey));
+  if (key.empty() || key.find_first_of(std::string_view("=\n\r\0", 4)) != key.npos ||
+      NS_View(aData).find('\0') != std::string_view::npos)
+    return NS_ERROR_INVALID_ARG;
+  std::string data;
+  for (const char character : NS_View(aData)) {
+    if (character == '\n')
+      data += "\\n";
+    else
+      data += character;
+  }
+  mAnnotations[key] = data;
+  WriteAnnotations();
+  return NS_OK;
+}
+
+nsresult nsCrashReporter::AppendAppNotesToCrashReport(const nsACString& aData) {
+  const auto notes = mAnnotations.find(kNotesKey);
+  const std::string before = notes != mAnnotations.end() ? notes->second : std::string();
+  return AnnotateCrashReport(nsDependentCString(kNotesKey),
+                             nsCString(before + std::string(NS_View(aData))));
+}
+
+nsresult nsCrashReporter::GetSubmitReports(bool* aSubmitReports) {
+  *aSubmitReports = false;
+  return NS_OK;
+}
+
+// What would be for reports that are sent, and in other formats.
+nsresult nsCrashReporter::SetSubmitReports(bool) { return NS_ERROR_NOT_IMPLEMENTED; }
+nsresult nsCrashReporter::GetServerURL(nsIURL**) { return NS_ERROR_NOT_IMPLEMENTED; }
+nsresult nsCrashReporter::SetServerURL(nsIURL*) { return NS_ERROR_NOT_IMPLEMENTED; }
+nsresult nsCrashReporter::RegisterAppMemory(uint64_t, uint64_t) { return NS_ERROR_NOT_IMPLEMENTED; }
+nsresult nsCrashReporter::WriteMinidumpForException(void*) { return NS_ERROR_NOT_IMPLEMENTED; }
+nsresult nsCrashReporter::AppendObjCExceptionInfoToAppNotes(void*) {
+  return NS_ERROR_NOT_IMPLEMENTED;
+}

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <map>
+#include <string>
+
+#include "nsICrashReporter.h"
+#include "nsImplements.h"
+
+/// "@mozilla.org/toolkit/crash-reporter;1". Writes reports into the folder "crashes" of the
+/// profile; without a profile, into that of the directory for temporary files. Sends them nowhere,
+/// and asks nobody. Main thread.
+///
+/// On from the start when the environment's VOREL_CRASHREPORTER is "1", or when that is not set and
+/// the preference "vorel.crashreporter.enabled" is true.
+class nsCrashReporter final : public nsImplements<nsCrashReporter, nsICrashReporter> {
+ public:
+  nsCrashReporter();
+
+  nsresult GetEnabled(bool* aEnabled) override;
+  nsresult SetEnabled(bool aEnabled) override;
+  nsresult GetServerURL(nsIURL** aServerURL) override;
+  nsresult SetServerURL(nsIURL* aServerURL) override;
+  /// The folder of the reports.
+  nsresult GetMinidumpPath(nsILocalFile** aMinidumpPath) override;
+  nsresult SetMinidumpPath(nsILocalFile* aMinidumpPath) override;
+  /// Replaces what was told under that key. NS_ERROR_NOT_INITIALIZED while it is off.
+  /// NS_ERROR_INVALID_ARG for a key with "=" or the end of a line in it, and for a zero in either;
+  /// ends of lines in the data are written as "\n".
+  nsresult AnnotateCrashReport(const nsACString& aKey, const nsACString& aData) override;
+  nsresult AppendAppNotesToCrashReport(const nsACString& aData) override;
+  nsresult RegisterAppMemory(uint64_t aPtr, uint64_t aSize) override;
+  nsresult WriteMinidumpForException(void* aExceptionInfo) override;
+  nsresult AppendObjCExceptionInfoToAppNotes(void* aException) override;
+  nsresult GetSubmitReports(bool* aSubmitReports) override;
+  nsresult SetSubmitReports(bool aSubmitReports) override;
+
+ private:
+  ~nsCrashReporter() override;
+
+  void WriteAnnotations() const;
+
+  bool mEnabled = false;
+  std::string mDirectory;
+  std::map<std::string, std::string> mAnnotations;
+};
