@@ -17,8 +17,6 @@ constexpr uint32_t eAdded = nsSystemFileSystemChange::eAdded;
 constexpr uint32_t eRemoved = nsSystemFileSystemChange::eRemoved;
 constexpr uint32_t eMoved = nsSystemFileSystemChange::eMoved;
 
-nsCOMPtr<nsILog4Logger> Log() { return NS_GetLogger("system.fileWatcher"); }
-
 bool StringBeginsWith(const nsAString& aText, const nsAString& aBeginning) {
   return NS_View(aText).starts_with(NS_View(aBeginning));
 }
@@ -26,7 +24,9 @@ bool StringBeginsWith(const nsAString& aText, const nsAString& aBeginning) {
 }  // namespace
 
 nsSystemFileSystemTree::nsSystemFileSystemTree(std::shared_ptr<nsPlatformFiles> aFiles)
-    : mFiles(std::move(aFiles)), mSeparator(mFiles->Separator()) {}
+    : mFiles(std::move(aFiles)),
+      mSeparator(mFiles->Separator()),
+      mLog(NS_GetLogger("system.fileWatcher")) {}
 
 nsresult nsSystemFileSystemTree::QueryInterface(const nsIID& aIID, void** aResult) {
   if (!aResult) return NS_ERROR_NULL_POINTER;
@@ -184,7 +184,7 @@ nsresult nsSystemFileSystemTree::AddChildren(const nsAString& aPath,
       }
       if (aNotifyListener &&
           NS_FAILED(NotifyChanges(isDir ? WithSeparator(childPath) : childPath, eAdded)))
-        SYSTEM_LOG_ERROR(Log(), "Could not notify listener of change!");
+        SYSTEM_LOG_ERROR(mLog, "Could not notify listener of change!");
     }
   }
   return NS_OK;
@@ -194,7 +194,7 @@ nsresult nsSystemFileSystemTree::AddChildren(const nsAString& aPath,
 
 nsresult nsSystemFileSystemTree::StartUpdate(bool aDetectMoves) {
   mDetectMoves = aDetectMoves;
-  mIsUnfinished = false;
+  mIsUnfinished = mMissedDirectory = false;
   mINodeIndex.clear();
   mChanges.clear();
   return NS_OK;
@@ -206,6 +206,11 @@ nsresult nsSystemFileSystemTree::Update(const nsAString& aPath) {
   {
     std::lock_guard lock(mRootNodeLock);
     rv = GetNode(aPath, mRootNode.get(), node.getter_AddRefs());
+    // A directory that has taken a file's place is not known yet, only its name is.
+    bool isDir = false;
+    if (NS_SUCCEEDED(rv) && NS_SUCCEEDED(node->GetIsDir(&isDir)) && !isDir)
+      rv = NS_ERROR_FILE_NOT_DIRECTORY;
+    if (NS_FAILED(rv)) mMissedDirectory = true;
   }
   NS_ENSURE_SUCCESS(rv, rv);
   rv = GetNodeChanges(node.get(), aPath, &mChanges);
@@ -224,11 +229,11 @@ nsresult nsSystemFileSystemTree::GetNodeChanges(nsSystemFileSystemNode* aNode,
   const auto append = [&](const nsPlatformFiles::Entry& aEntry, uint32_t aChangeType) {
     nsCOMPtr<nsSystemFileSystemNode> node;
     if (NS_FAILED(CreateNode(&aEntry, aNode, node.getter_AddRefs()))) {
-      SYSTEM_LOG_ERROR(Log(), "ERROR: Could not create a nsSystemFileSystemNode!");
+      SYSTEM_LOG_ERROR(mLog, "ERROR: Could not create a nsSystemFileSystemNode!");
       return false;
     }
     if (NS_FAILED(AppendCreateNodeChangeItem(node.get(), aChangeType, aChanges))) {
-      SYSTEM_LOG_ERROR(Log(), "ERROR: Could not add create change item!");
+      SYSTEM_LOG_ERROR(mLog, "ERROR: Could not add create change item!");
       return false;
     }
     return true;
@@ -239,11 +244,11 @@ nsresult nsSystemFileSystemTree::GetNodeChanges(nsSystemFileSystemNode* aNode,
   while (entries->HasMore()) {
     nsPlatformFiles::Entry entry;
     if (NS_FAILED(entries->GetNext(&entry))) {
-      SYSTEM_LOG_ERROR(Log(), "ERROR: Could not GetNext() item in enumerator!");
+      SYSTEM_LOG_ERROR(mLog, "ERROR: Could not GetNext() item in enumerator!");
       continue;
     }
     if (entry.mLeafName.IsEmpty()) {
-      SYSTEM_LOG_ERROR(Log(), "ERROR: Could not get the leaf name from the file-spec!");
+      SYSTEM_LOG_ERROR(mLog, "ERROR: Could not get the leaf name from the file-spec!");
       continue;
     }
     const auto found = gone.find(entry.mLeafName.view());
@@ -253,21 +258,22 @@ nsresult nsSystemFileSystemTree::GetNodeChanges(nsSystemFileSystemNode* aNode,
     }
     nsSystemFileSystemNode* const child = found->second.get();
     if (NS_FAILED(entry.mStatus)) {
-      SYSTEM_LOG_ERROR(Log(), "ERROR: Could not get file last modify time!");
+      SYSTEM_LOG_ERROR(mLog, "ERROR: Could not get file last modify time!");
       continue;
     }
     int64_t known;
     if (NS_FAILED(child->GetLastModify(&known))) {
-      SYSTEM_LOG_ERROR(Log(), "ERROR: Could not get node last modify time!");
+      SYSTEM_LOG_ERROR(mLog, "ERROR: Could not get node last modify time!");
       continue;
     }
     bool isDir = false;
     (void)child->GetIsDir(&isDir);
     if (isDir != (entry.mKind == nsPlatformFiles::kDirectory)) {
       // A file in a directory's place, or the other way round, is not the old thing changed: the
-      // node would keep its children, or never get any.
+      // node would keep its children, or never get any. It has gone; the next look finds the new
+      // one.
       (void)AppendCreateNodeChangeItem(child, eRemoved, aChanges);
-      (void)append(entry, eAdded);
+      mIsUnfinished = true;
     } else if (known != entry.mLastModify && !append(entry, eChanged)) {
       continue;
     }
@@ -335,45 +341,50 @@ nsresult nsSystemFileSystemTree::StopUpdate() {
     NS_ENSURE_SUCCESS(rv, rv);
     rv = node->GetParent(parent.getter_AddRefs());
     NS_ENSURE_SUCCESS(rv, rv);
-    nsString leafName, path;
-    rv = node->GetLeafName(leafName);
-    NS_ENSURE_SUCCESS(rv, rv);
+    nsString path;
     rv = GetNodePath(node.get(), path, true);
     NS_ENSURE_SUCCESS(rv, rv);
     bool isDir;
     rv = node->GetIsDir(&isDir);
     NS_ENSURE_SUCCESS(rv, rv);
 
-    if (changeType == eMoved) {
+    // A directory that has gone in this cycle was reported with all that it held; what a look at it
+    // saw before or after that belongs to whatever has its name now, which the next look finds.
+    const bool isInTree = IsInTree(parent.get());
+    if (!isInTree) mIsUnfinished = true;
+    if (changeType == eMoved)
       rv = ApplyMove(change, node.get(), parent.get(), isDir, path);
-      NS_ENSURE_SUCCESS(rv, rv);
-      continue;
-    }
-    if (changeType == eChanged) {
-      std::lock_guard lock(mRootNodeLock);
-      rv = parent->ChangeNode(leafName, node.get());
-    } else if (changeType == eAdded) {
-      if (isDir) {
-        rv = NotifyDirAdded(node.get(), path);
-        NS_ENSURE_SUCCESS(rv, rv);
-      }
-      std::lock_guard lock(mRootNodeLock);
-      rv = parent->AddChild(node.get());
-    } else {
-      if (isDir) {
-        rv = NotifyDirRemoved(node.get(), path);
-        NS_ENSURE_SUCCESS(rv, rv);
-      }
-      std::lock_guard lock(mRootNodeLock);
-      rv = parent->RemoveChild(node.get());
-    }
-    NS_ENSURE_SUCCESS(rv, rv);
-    rv = NotifyChanges(path, changeType);
+    else if (isInTree)
+      rv = ApplyChange(changeType, node.get(), parent.get(), isDir, path);
     NS_ENSURE_SUCCESS(rv, rv);
   }
   mINodeIndex.clear();
   mChanges.clear();
   return NS_OK;
+}
+
+nsresult nsSystemFileSystemTree::ApplyChange(uint32_t aChangeType, nsSystemFileSystemNode* aNode,
+                                             nsSystemFileSystemNode* aParent, bool aIsDir,
+                                             const nsAString& aPath) {
+  nsresult rv = NS_OK;
+  if (aIsDir && aChangeType == eAdded) rv = NotifyDirAdded(aNode, aPath);
+  if (aIsDir && aChangeType == eRemoved) rv = NotifyDirRemoved(aNode, aPath);
+  NS_ENSURE_SUCCESS(rv, rv);
+  {
+    std::lock_guard lock(mRootNodeLock);
+    if (aChangeType == eChanged) {
+      nsString leafName;
+      rv = aNode->GetLeafName(leafName);
+      NS_ENSURE_SUCCESS(rv, rv);
+      rv = aParent->ChangeNode(leafName, aNode);
+    } else if (aChangeType == eAdded) {
+      rv = aParent->AddChild(aNode);
+    } else {
+      rv = aParent->RemoveChild(aNode);
+    }
+  }
+  NS_ENSURE_SUCCESS(rv, rv);
+  return NotifyChanges(aPath, aChangeType);
 }
 
 nsresult nsSystemFileSystemTree::ApplyMove(nsSystemFileSystemNodeChange* aChange,
@@ -383,25 +394,28 @@ nsresult nsSystemFileSystemTree::ApplyMove(nsSystemFileSystemNodeChange* aChange
   nsCOMPtr<nsSystemFileSystemNode> movedNode, newParent;
   nsresult rv = aChange->GetMovedNode(movedNode.getter_AddRefs());
   NS_ENSURE_SUCCESS(rv, rv);
+  rv = movedNode->GetParent(newParent.getter_AddRefs());
+  NS_ENSURE_SUCCESS(rv, rv);
   nsString newPath, leafName;
   rv = GetNodePath(movedNode.get(), newPath, true);
   NS_ENSURE_SUCCESS(rv, rv);
+
+  // With one end in a directory that has gone in this cycle, only the other end is left to tell.
+  // And directories that change places between two listings can look as if one had moved into
+  // itself.
+  const bool isGone = !IsInTree(newParent.get(), aNode);
+  if (isGone) mIsUnfinished = true;
+  if (!IsInTree(aNode))
+    return isGone ? NS_OK : ApplyChange(eAdded, movedNode.get(), newParent.get(), aIsDir, newPath);
+  if (isGone) return ApplyChange(eRemoved, aNode, aParent, aIsDir, aOldPath);
+
   if (aIsDir) {
     rv = NotifyDirMoved(aNode, aOldPath, newPath);
     NS_ENSURE_SUCCESS(rv, rv);
+    // Unlike a new one, it is not read here; so a place that could not be looked at may be it.
+    if (mMissedDirectory) mIsUnfinished = true;
   }
-
   std::lock_guard lock(mRootNodeLock);
-  rv = movedNode->GetParent(newParent.getter_AddRefs());
-  NS_ENSURE_SUCCESS(rv, rv);
-  // Directories that change places between the listings of one cycle can look as if one had moved
-  // into itself. That would cut both off the tree; the next look sees them as they are.
-  for (nsCOMPtr<nsSystemFileSystemNode> above = newParent; above;) {
-    if (above == aNode) return NS_ERROR_UNEXPECTED;
-    nsCOMPtr<nsSystemFileSystemNode> next;
-    (void)above->GetParent(next.getter_AddRefs());
-    above = std::move(next);
-  }
   // The map's key is the name that the node was added under: remove, rename, add.
   rv = aParent->RemoveChild(aNode);
   NS_ENSURE_SUCCESS(rv, rv);
@@ -412,6 +426,22 @@ nsresult nsSystemFileSystemTree::ApplyMove(nsSystemFileSystemNodeChange* aChange
   rv = newParent->AddChild(aNode);
   NS_ENSURE_SUCCESS(rv, rv);
   return NotifyMove(aOldPath, newPath);
+}
+
+bool nsSystemFileSystemTree::IsInTree(nsSystemFileSystemNode* aNode,
+                                      nsSystemFileSystemNode* aOutside) const {
+  nsCOMPtr<nsSystemFileSystemNode> node = aNode;
+  while (node != mRootNode) {
+    nsCOMPtr<nsSystemFileSystemNode> parent;
+    nsString leafName;
+    if (!node || node == aOutside || NS_FAILED(node->GetLeafName(leafName)) ||
+        NS_FAILED(node->GetParent(parent.getter_AddRefs())) || !parent)
+      return false;
+    const auto found = parent->Children().find(leafName.view());
+    if (found == parent->Children().end() || found->second != node) return false;
+    node = std::move(parent);
+  }
+  return true;
 }
 
 // ---- What lies below a directory

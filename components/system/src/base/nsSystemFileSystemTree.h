@@ -9,6 +9,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "nsILog4.h"
 #include "nsIThread.h"
 #include "nsPlatformFiles.h"
 #include "nsSystemFileSystemChange.h"
@@ -50,8 +51,9 @@ class nsSystemFileSystemTree final : public nsThreadSafeSupportsWeakReference {
   /// Applies the changes of the cycle to the snapshot and reports them. Returns at the first
   /// failure with the rest undone.
   nsresult StopUpdate();
-  /// Whether a change of the last cycle was left out because another of the same inode stood in its
-  /// way: the same directories, looked at again, will tell.
+  /// Whether the same directories, looked at again, may tell more: a change of the last cycle was
+  /// left out because another stood in its way (of the same inode, of the same name, of a directory
+  /// above), or a directory moved while one of those asked for was not known.
   bool IsUnfinished() const { return mIsUnfinished; }
 
   nsresult GetNode(const nsAString& aPath, nsSystemFileSystemNode* aRootSearchNode,
@@ -73,8 +75,12 @@ class nsSystemFileSystemTree final : public nsThreadSafeSupportsWeakReference {
                           ChangeArray* aChanges);
   nsresult AppendCreateNodeChangeItem(nsSystemFileSystemNode* aChangedNode, uint32_t aChangeType,
                                       ChangeArray* aChanges);
+  nsresult ApplyChange(uint32_t aChangeType, nsSystemFileSystemNode* aNode,
+                       nsSystemFileSystemNode* aParent, bool aIsDir, const nsAString& aPath);
   nsresult ApplyMove(nsSystemFileSystemNodeChange* aChange, nsSystemFileSystemNode* aNode,
                      nsSystemFileSystemNode* aParent, bool aIsDir, const nsAString& aOldPath);
+  /// Whether a node can still be reached from the root, and not through aOutside.
+  bool IsInTree(nsSystemFileSystemNode* aNode, nsSystemFileSystemNode* aOutside = nullptr) const;
   nsresult NotifyDirAdded(nsSystemFileSystemNode* aAddedDirNode, const nsAString& aPath);
   nsresult NotifyDirRemoved(nsSystemFileSystemNode* aRemovedDirNode, const nsAString& aPath);
   nsresult NotifyDirMoved(nsSystemFileSystemNode* aRemovedDirNode, const nsAString& aOldPath,
@@ -97,6 +103,7 @@ class nsSystemFileSystemTree final : public nsThreadSafeSupportsWeakReference {
 
   const std::shared_ptr<nsPlatformFiles> mFiles;
   const char16_t mSeparator;
+  const nsCOMPtr<nsILog4Logger> mLog;
   nsCOMPtr<nsSystemFileSystemNode> mRootNode;
   nsCOMPtr<nsIThread> mOwnerThread;
   nsCOMPtr<nsIWeakReference> mListener;
@@ -113,6 +120,7 @@ class nsSystemFileSystemTree final : public nsThreadSafeSupportsWeakReference {
   // The cycle.
   bool mDetectMoves = false;
   bool mIsUnfinished = false;
+  bool mMissedDirectory = false;
   ChangeArray mChanges;
   std::unordered_map<uint64_t, nsCOMPtr<nsSystemFileSystemNodeChange>> mINodeIndex;
 };

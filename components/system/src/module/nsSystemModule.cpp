@@ -13,6 +13,9 @@
 #include "nsITimerCallback.h"
 #include "nsImplements.h"
 #include "nsServices.h"
+#include "nsSystemFileSystemWatcher.h"
+#include "nsSystemFileSystemWatcherProxy.h"
+#include "nsSystemFileSystemWatcherService.h"
 #include "nsSystemIPStructure.h"
 #include "nsSystemClock.h"
 #include "nsSystemFont.h"
@@ -123,6 +126,12 @@ constexpr auto kClasses = std::to_array<Class>({
      Construct<nsSystemIPv6Structure>},
     {"2348063c-bd53-4d5d-974e-90e20dc9c54d"_iid, "@vorel/system/macstructure;1", false,
      Construct<nsSystemMACStructure>},
+    {"81651f6e-bcc1-49d8-a0bb-a9dabcee6c4f"_iid, "@vorel/system/filesystemwatcherprivate;1", false,
+     Construct<nsSystemFileSystemWatcher>},
+    {"98125353-15e3-49db-a7ec-84308fe2be39"_iid, "@vorel/system/filesystemwatcher;1", false,
+     Construct<nsSystemFileSystemWatcherProxy>},
+    {"0f0aeecb-13ab-4976-a73f-17617d04ef5f"_iid, "@vorel/system/filesystemwatcherservice;1", true,
+     ConstructSingleton<kFileSystemWatcherService, nsSystemFileSystemWatcherService>},
     {"31b9ff0f-7703-4b2f-b7fa-a870c6db4746"_iid, "@vorel/system/systemmanager;1", true,
      ConstructSingleton<kManager, nsSystemManager, ObserveShutdown>},
     {"90316285-26d8-4232-bd0f-b2b04385d109"_iid, "@vorel/system/clock;1", true,
@@ -200,7 +209,7 @@ const DOMClass kDOMClasses[kDOMClassCount] = {
      "8155b51f-fa15-4ad9-a1a8-6b9cefd36168"_iid},
     {"SystemGeneralSettings", Interfaces<kSystemGeneralSettingsIID>,
      "792a619b-5a10-4249-a0c6-6778b1e0595e"_iid},
-    {"FileSystemWatcher", NS_ClassInterfaces<nsIFileSystemWatcher>,
+    {"FileSystemWatcher", nsSystemFileSystemWatcherProxy::kClassInfo.getInterfaces,
      "98125353-15e3-49db-a7ec-84308fe2be39"_iid},
 };
 

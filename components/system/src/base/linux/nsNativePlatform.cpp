@@ -1,4 +1,6 @@
+#include "nsInotifyDirectoryChanges.h"
 #include "nsLinuxClock.h"
+#include "nsLinuxFiles.h"
 #include "nsLinuxFonts.h"
 #include "nsLinuxHost.h"
 #include "nsLinuxNetwork.h"
@@ -19,5 +21,7 @@ nsPlatformRef NS_NewNativePlatform() {
   platform->mFonts = std::make_shared<nsLinuxFonts>();
   platform->mWatchdog = std::make_shared<nsLinuxWatchdog>();
   platform->mHost = std::make_shared<nsLinuxHost>();
+  platform->mFiles = std::make_shared<nsLinuxFiles>();
+  platform->mDirectoryChanges = std::make_shared<nsInotifyDirectoryChanges>();
   return platform;
 }

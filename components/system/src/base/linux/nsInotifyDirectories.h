@@ -1,0 +1,80 @@
+// The directories of one root that the kernel watches for us, and what their events say about where
+// to look.
+#pragma once
+
+#include <sys/inotify.h>
+
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "nsCOMPtr.h"
+#include "nsILog4.h"
+#include "nsNativePaths.h"
+
+/// The kernel watches single directories, so that each one below the root is given to it, and the
+/// picture of which is where is kept here. A directory is known by its watch: the kernel gives the
+/// same number for the same directory, wherever that has gone, so that moves need no pairing of
+/// events. Events may be out of date when they are read; so nothing is believed but what the disk
+/// then says.
+///
+/// One thread at a time.
+class nsInotifyDirectories {
+ public:
+  /// aRoot as the system has it, without a trailing slash.
+  nsInotifyDirectories(std::string aRoot, nsCOMPtr<nsILog4Logger> aLog);
+  ~nsInotifyDirectories();
+
+  /// Watches the root itself. To be called once, first.
+  nsresult Start();
+  int Fd() const { return mInotify.get(); }
+
+  /// Watches everything below the root, and forgets what is no longer there.
+  void Scan();
+  /// Handles what the kernel has queued. New directories are watched before their names are in
+  /// Names. False when the root is gone.
+  bool ReadEvents();
+
+  /// Whether the kernel has dropped events since the last time; Scan is called for then.
+  bool TakeOverflow();
+
+  /// Paths relative to the root of what has changed, since the last time.
+  std::vector<std::string> TakeNames();
+  /// The directories in which something has changed, or which have appeared, since the last time.
+  /// Those that have no place below the root any more are left out, and no longer watched.
+  std::vector<std::string> TakeDirectories();
+
+ private:
+  struct Directory {
+    int mWatch = -1;
+    Directory* mParent = nullptr;  // null: the root, or a directory that is adrift
+    std::string mName;
+    std::map<std::string, Directory*, std::less<>> mChildren;
+    uint32_t mScan = 0;  // the scan that saw it last
+  };
+
+  bool HandleEvent(const inotify_event& aEvent, std::string_view aName);
+  void WatchTree(Directory* aTop);
+  Directory* WatchChild(int aParentFd, Directory* aParent, const std::string& aName);
+  int AddWatch(int aFd);
+  nsUniqueFd Open(const Directory& aDirectory) const;
+  bool PathOf(const Directory& aDirectory, std::string* aPath) const;
+  void Detach(Directory* aDirectory);
+  void Forget(Directory* aDirectory);
+  void ForgetTree(Directory* aTop);
+
+  const std::string mRoot;
+  const nsCOMPtr<nsILog4Logger> mLog;
+  nsUniqueFd mInotify;
+  std::unordered_map<int, std::unique_ptr<Directory>> mDirectories;  // by watch
+  Directory* mTop = nullptr;
+  std::set<Directory*> mAdrift;  // moved away to a place that is not known, or not yet
+  std::vector<std::string> mNames;
+  std::set<int> mTouched;  // watches
+  uint32_t mScan = 0;
+  bool mOverflow = false;
+  bool mToldLimit = false;
+};

@@ -1,0 +1,266 @@
+#include "nsInotifyDirectoryChanges.h"
+
+#include <poll.h>
+#include <pthread.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <system_error>
+#include <thread>
+
+#include "nsInotifyDirectories.h"
+#include "nsLogger.h"
+#include "nsString.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using namespace std::chrono_literals;
+
+// How long nothing must have happened before what has changed is named once more, and how long that
+// may be put off while something always happens.
+constexpr auto kQuietSpell = 50ms;
+constexpr auto kLongestUnrest = 1000ms;
+// From then on, when one directory is named to shake out what waits at the receiver.
+constexpr std::array<Clock::duration, 5> kReminders{200ms, 1s, 4s, 15s, 60s};
+
+// The receiver acts on a pause between two completions. While changes come without one, a pause is
+// made for it from time to time.
+constexpr auto kPause = 20ms;
+constexpr auto kLongestStream = 500ms;
+
+class InotifyReader final : public nsPlatformDirectoryReader {
+ public:
+  ~InotifyReader() override { Close(); }
+
+  nsresult Open(const nsAString& aRoot) override;
+  bool IsOpen() const override;
+  void Close() override;
+  nsresult Read(uint8_t* aBuffer, uint32_t aSize, bool aWatchSubtree, uint32_t aNotifyFilter,
+                Completion* aCompletion) override;
+  void Wait() override;
+  void Wake() override;
+
+ private:
+  void Run();
+  void RunRounds(Clock::time_point aNow);
+  int UntilNextRound(Clock::time_point aNow) const;
+  void NameDirectories(const std::vector<std::string>& aDirectories);
+  void Publish(std::set<std::u16string> aNames);
+  void End(nsresult aResult);
+  Clock::time_point DeliveryTime() const;
+
+  // The reader's own thread.
+  std::unique_ptr<nsInotifyDirectories> mDirectories;
+  nsUniqueFd mStop;  // an event descriptor: readable when the thread is to end
+  std::thread mThread;
+  Clock::time_point mUnrestStart, mLastEvent;
+  bool mIsRestless = false;  // something has changed since the last round
+  std::string mReminder;     // a directory of that round
+  size_t mNextReminder = kReminders.size();
+  Clock::time_point mReminderTime;
+
+  mutable std::mutex mLock;  // guards what follows
+  std::condition_variable mChanged;
+  bool mIsOpen = false;
+  bool mIsWoken = false;
+  std::set<std::u16string> mNames;  // to be delivered
+  std::optional<nsresult> mEnd;     // to be delivered after them
+  Clock::time_point mStreamStart, mLastDelivery;
+  uint8_t* mBuffer = nullptr;
+  uint32_t mSize = 0;
+  Completion* mCompletion = nullptr;  // a read is issued
+};
+
+// ---- The side of the watcher
+
+nsresult InotifyReader::Open(const nsAString& aRoot) {
+  if (IsOpen()) return NS_ERROR_ALREADY_INITIALIZED;
+  std::string root = vorel::ToNative(NS_View(aRoot));
+  while (root.size() > 1 && root.ends_with('/')) root.pop_back();
+  auto directories =
+      std::make_unique<nsInotifyDirectories>(root, NS_GetLogger("system.fileWatcher"));
+  if (nsresult rv = directories->Start(); NS_FAILED(rv)) return rv;
+  mStop = nsUniqueFd(eventfd(0, EFD_CLOEXEC));
+  if (!mStop) return vorel::FromErrno(errno);
+  mDirectories = std::move(directories);
+  mIsRestless = false;
+  mNextReminder = kReminders.size();
+  {
+    std::lock_guard lock(mLock);
+    mIsOpen = true;
+  }
+  try {
+    mThread = std::thread(&InotifyReader::Run, this);
+  } catch (const std::system_error&) {
+    Close();
+    return NS_ERROR_OUT_OF_MEMORY;
+  }
+  return NS_OK;
+}
+
+bool InotifyReader::IsOpen() const {
+  std::lock_guard lock(mLock);
+  return mIsOpen;
+}
+
+void InotifyReader::Close() {
+  if (mThread.joinable()) {
+    const uint64_t one = 1;
+    (void)!write(mStop.get(), &one, sizeof one);  // can't fail: the count is far from its limit
+    mThread.join();
+  }
+  mDirectories.reset();
+  mStop = nsUniqueFd();
+  std::lock_guard lock(mLock);
+  mIsOpen = false;
+  mCompletion = nullptr;
+  mNames.clear();
+  mEnd.reset();
+}
+
+// What is asked for is less than what is named in any case: more names are harmless.
+nsresult InotifyReader::Read(uint8_t* aBuffer, uint32_t aSize, bool /*aWatchSubtree*/,
+                             uint32_t /*aNotifyFilter*/, Completion* aCompletion) {
+  std::lock_guard lock(mLock);
+  if (!mIsOpen) return NS_ERROR_NOT_INITIALIZED;
+  if (mCompletion) return NS_ERROR_IN_PROGRESS;
+  mBuffer = aBuffer;
+  mSize = aSize;
+  mCompletion = aCompletion;
+  return NS_OK;
+}
+
+Clock::time_point InotifyReader::DeliveryTime() const {
+  return mLastDelivery - mStreamStart < kLongestStream ? Clock::time_point()
+                                                       : mLastDelivery + kPause;
+}
+
+void InotifyReader::Wait() {
+  std::unique_lock lock(mLock);
+  while (!mIsWoken &&
+         (!mCompletion || (mNames.empty() && !mEnd) || Clock::now() < DeliveryTime())) {
+    if (mCompletion && !mNames.empty())
+      mChanged.wait_until(lock, DeliveryTime());
+    else
+      mChanged.wait(lock);
+  }
+  if (std::exchange(mIsWoken, false)) return;
+
+  Completion* const completion = std::exchange(mCompletion, nullptr);
+  nsresult result = NS_OK;
+  nsPlatformChangeRecordWriter writer(mBuffer, mSize);
+  if (mNames.empty()) {
+    result = *mEnd;
+  } else {
+    while (!mNames.empty() && writer.Append(*mNames.begin())) mNames.erase(mNames.begin());
+    const auto now = Clock::now();
+    if (now - mLastDelivery >= kPause) mStreamStart = now;
+    mLastDelivery = now;
+  }
+  lock.unlock();
+  completion->OnReadCompleted(result, writer.Bytes());
+}
+
+void InotifyReader::Wake() {
+  std::lock_guard lock(mLock);
+  mIsWoken = true;
+  mChanged.notify_all();
+}
+
+// ---- The thread
+
+void InotifyReader::Publish(std::set<std::u16string> aNames) {
+  std::lock_guard lock(mLock);
+  for (auto name = aNames.begin(); name != aNames.end();) {
+    // A name without room in a whole buffer can't be told, and is longer than any path may be.
+    if (name->size() < 0x4000)
+      mNames.insert(aNames.extract(name++));
+    else
+      ++name;
+  }
+  mChanged.notify_all();
+}
+
+void InotifyReader::End(nsresult aResult) {
+  std::lock_guard lock(mLock);
+  mEnd = aResult;
+  mChanged.notify_all();
+}
+
+void InotifyReader::NameDirectories(const std::vector<std::string>& aDirectories) {
+  std::set<std::u16string> names;
+  for (const std::string& directory : aDirectories)
+    names.insert(directory.empty() ? u"." : vorel::FromNative(directory) + u"/.");
+  if (!aDirectories.empty()) mReminder = aDirectories.back();
+  mNextReminder = 0;
+  mReminderTime = Clock::now() + kReminders[0];
+  Publish(std::move(names));
+}
+
+void InotifyReader::RunRounds(Clock::time_point aNow) {
+  if (mIsRestless) {
+    if (aNow < mLastEvent + kQuietSpell && aNow < mUnrestStart + kLongestUnrest) return;
+    mIsRestless = false;
+    NameDirectories(mDirectories->TakeDirectories());
+  } else if (mNextReminder < kReminders.size() && aNow >= mReminderTime) {
+    Publish({mReminder.empty() ? u"." : vorel::FromNative(mReminder) + u"/."});
+    if (++mNextReminder < kReminders.size()) mReminderTime = aNow + kReminders[mNextReminder];
+  }
+}
+
+int InotifyReader::UntilNextRound(Clock::time_point aNow) const {
+  Clock::time_point next;
+  if (mIsRestless)
+    next = std::min(mLastEvent + kQuietSpell, mUnrestStart + kLongestUnrest);
+  else if (mNextReminder < kReminders.size())
+    next = mReminderTime;
+  else
+    return -1;
+  const auto wait = std::chrono::ceil<std::chrono::milliseconds>(next - aNow);
+  return static_cast<int>(std::max(wait, 0ms).count());
+}
+
+void InotifyReader::Run() {
+  pthread_setname_np(pthread_self(), "Inotify");
+  mDirectories->Scan();
+  NameDirectories(mDirectories->TakeDirectories());
+  while (true) {
+    std::array<pollfd, 2> waiting{{{mDirectories->Fd(), POLLIN, 0}, {mStop.get(), POLLIN, 0}}};
+    (void)poll(waiting.data(), waiting.size(), UntilNextRound(Clock::now()));
+    if (waiting[1].revents) return;
+    if (waiting[0].revents) {
+      const bool goesOn = mDirectories->ReadEvents();
+      std::set<std::u16string> names;
+      for (const std::string& name : mDirectories->TakeNames())
+        names.insert(vorel::FromNative(name));
+      Publish(std::move(names));
+      if (!goesOn) {
+        End(NS_ERROR_FILE_NOT_FOUND);
+        return;
+      }
+      mLastEvent = Clock::now();
+      if (!std::exchange(mIsRestless, true)) mUnrestStart = mLastEvent;
+      if (mDirectories->TakeOverflow()) {
+        // All directories count as touched by the scan, and are named in the next round.
+        mDirectories->Scan();
+        mUnrestStart = mLastEvent - kLongestUnrest;
+      }
+    }
+    RunRounds(Clock::now());
+  }
+}
+
+}  // namespace
+
+std::unique_ptr<nsPlatformDirectoryReader> nsInotifyDirectoryChanges::NewReader() {
+  return std::make_unique<InotifyReader>();
+}

@@ -1,0 +1,72 @@
+// The platform's watcher: snapshots, and a thread that hears where to look again.
+#pragma once
+
+#include <set>
+#include <thread>
+#include <vector>
+
+#include "nsIObserver.h"
+#include "nsITimer.h"
+#include "nsITimerCallback.h"
+#include "nsPlatformDirectoryChanges.h"
+#include "nsSystemFileSystemWatcherGeneric.h"
+
+/// "@vorel/system/filesystemwatcherprivate;1". Never interprets what the platform says has
+/// happened: it uses only where.
+///
+/// The background thread keeps one read of changed names outstanding; each completion drops the
+/// names into a set and restarts a short timer; when that runs out, a thread of the pool reduces
+/// the names to their directories and has the tree look at these.
+///
+/// For one watch: after StopWatching, a second StartWatching walks the tree anew but reports no
+/// changes. Init, StartWatching, StopWatching and all reports belong to one thread.
+class nsSystemFileSystemWatcher final : public nsSystemFileSystemWatcherGeneric,
+                                        public nsIObserver,
+                                        public nsITimerCallback,
+                                        private nsPlatformDirectoryReader::Completion {
+ public:
+  explicit nsSystemFileSystemWatcher(nsPlatformRef aPlatform);
+
+  nsresult QueryInterface(const nsIID& aIID, void** aResult) override;
+  nsrefcnt AddRef() override { return nsSystemFileSystemWatcherGeneric::AddRef(); }
+  nsrefcnt Release() override { return nsSystemFileSystemWatcherGeneric::Release(); }
+
+  nsresult Init(nsISystemFileSystemListener* aListener, const nsACString& aRootURL,
+                bool aIsRecursive) override;
+  nsresult StopWatching() override;
+  nsresult OnTreeReady(const nsAString& aRootPath,
+                       const std::vector<nsString>& aDiscoveredDirs) override;
+  nsresult Observe(nsISupports* aSubject, const char* aTopic, const char16_t* aData) override;
+  /// The timer has run out.
+  nsresult Notify(nsITimer* aTimer) override;
+
+ private:
+  ~nsSystemFileSystemWatcher() override;
+
+  static void BackgroundThreadProc(nsSystemFileSystemWatcher* aWatcher);
+  void WatchNextChange();
+  void OnReadCompleted(nsresult aResult, uint32_t aBytes) override;
+  void InsertChangedNames(uint32_t aBytes);
+  nsresult PostUpdate();
+  nsresult Update();
+  void LookAgainAt(const std::vector<nsString>& aDirectories);
+  nsresult FinishThread();
+  void JoinThread();
+  void Stop() override;
+
+  const std::unique_ptr<nsPlatformDirectoryReader> mReader;  // the root's handle, and the semaphore
+  std::mutex mThreadLock;  // guards mWatcherThread, not what runs there
+  std::thread mWatcherThread;
+  std::atomic<bool> mThreadShouldRun = false;
+  std::atomic<bool> mThreadArmed = false;
+  std::atomic<bool> mShuttingDown = false;  // never cleared
+  nsCOMPtr<nsITimer> mTimer;
+
+  std::mutex mEventLock;  // guards what follows
+  std::vector<uint8_t> mChangeBuffer;
+  std::set<nsString> mEventPaths;  // relative to the root, with the platform's separators
+  uint32_t mLooksAgain = 0;
+  // Set with the lock held, cleared by Update without it.
+  std::atomic<bool> mUpdateRunning = false;  // the timer has fired and the update has not ended
+  std::atomic<bool> mUpdateQueued = false;   // the same, for the timer itself
+};

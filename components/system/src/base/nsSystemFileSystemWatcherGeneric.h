@@ -1,0 +1,67 @@
+// What every watcher has in common and what does not depend on its source of events.
+#pragma once
+
+#include <atomic>
+#include <mutex>
+
+#include "nsILog4.h"
+#include "nsISystemFileSystemListener.h"
+#include "nsISystemFileSystemTreeListener.h"
+#include "nsISystemFileSystemWatcher.h"
+#include "nsPlatform.h"
+#include "nsString.h"
+#include "nsSystemFileSystemTree.h"
+#include "nsThreadSafeWeakReference.h"
+
+/// Owns one snapshot tree while it watches, and turns the tree's absolute paths into those that
+/// listeners see. One thread, the one that calls StartWatching; the count may change on any.
+class nsSystemFileSystemWatcherGeneric : public nsThreadSafeSupportsWeakReference,
+                                         public nsISystemFileSystemWatcher,
+                                         public nsISystemFileSystemTreeListener {
+ public:
+  explicit nsSystemFileSystemWatcherGeneric(nsPlatformRef aPlatform);
+
+  nsresult QueryInterface(const nsIID& aIID, void** aResult) override;
+  nsrefcnt AddRef() override { return nsThreadSafeSupportsWeakReference::AddRef(); }
+  nsrefcnt Release() override { return nsThreadSafeSupportsWeakReference::Release(); }
+
+  nsresult Init(nsISystemFileSystemListener* aListener, const nsACString& aRootURL,
+                bool aIsRecursive) override;
+  nsresult StartWatching() override;
+  nsresult StopWatching() override;
+  nsresult GetIsWatching(bool* aIsWatching) override;
+  nsresult GetWatchPath(nsAString& aWatchPath) override;
+  nsresult GetIsSupported(bool* aIsSupported) override;
+
+  nsresult OnChangeFound(const nsAString& aPath, uint32_t aChangeType) override;
+  nsresult OnMoveFound(const nsAString& aOldPath, const nsAString& aNewPath) override;
+  nsresult OnTreeReady(const nsAString& aRootPath,
+                       const std::vector<nsString>& aDiscoveredDirs) override;
+  nsresult OnRootPathMissing() override;
+  nsresult OnTreeError() override;
+
+ protected:
+  ~nsSystemFileSystemWatcherGeneric() override;
+
+  /// What a destructor calls: stops, and lets go of the tree and the listener.
+  virtual void Stop();
+
+  nsCOMPtr<nsSystemFileSystemTree> Tree();
+
+  const nsPlatformRef mPlatform;
+  const nsCOMPtr<nsILog4Logger> mLog;
+  nsCOMPtr<nsISystemFileSystemListener> mListener;
+  nsString mWatchPath;
+  bool mIsRecursive = true;
+  std::atomic<bool> mIsWatching = false;  // an update on the pool asks too
+  bool mIsSupported = true;
+
+ private:
+  nsString RelativePath(const nsAString& aPath) const;
+
+  std::mutex mTreeLock;  // guards the pointer: an update may run while a new watch starts
+  nsCOMPtr<nsSystemFileSystemTree> mTree;
+};
+
+/// The path of the file that a "file:" URL names, the same for all URLs that name it.
+nsresult NS_GetPathFromFileURL(const nsACString& aURL, nsAString& aPath);

@@ -1,0 +1,176 @@
+#include "nsSystemFileSystemWatcherProxy.h"
+
+#include "nsDebug.h"
+#include "nsDocument.h"
+#include "nsIDOMDocument.h"
+#include "nsIDOMWindow.h"
+#include "nsIIOService.h"
+#include "nsIURI.h"
+#include "nsIXPConnect.h"
+#include "nsJSUtils.h"
+#include "nsLogger.h"
+#include "nsScriptEngine.h"
+#include "nsServices.h"
+#include "nsSystemFileSystemWatcherGeneric.h"
+#include "nsSystemFileSystemWatcherGenericRequest.h"
+
+namespace {
+
+constexpr char kServiceContractID[] = "@vorel/system/filesystemwatcherservice;1";
+constexpr char kXPConnectContractID[] = "@mozilla.org/js/xpc/XPConnect;1";
+
+/// A property that holds an object, wrapped for use as T; null, and success, for any other value.
+template <nsInterface T>
+nsresult WrapProperty(nsIXPConnect* aXPConnect, JSContext* cx, JSObject* aObject, const char* aName,
+                      nsCOMPtr<T>* aResult) {
+  jsval value;
+  JSObject* object = nullptr;
+  if (!aObject || !JS_GetProperty(cx, aObject, aName, &value) ||
+      !JS_ValueToObject(cx, value, &object) || !object)
+    return NS_OK;
+  return aXPConnect->WrapJS(cx, object, T::kIID, NS_OutVoid(*aResult));
+}
+
+}  // namespace
+
+const nsClassInfoRecord nsSystemFileSystemWatcherProxy::kClassInfo = {
+    NS_ClassInterfaces<nsIFileSystemWatcher>, NS_NamedHelper<"FileSystemWatcher">,
+    nsIClassInfo::DOM_OBJECT, "98125353-15e3-49db-a7ec-84308fe2be39"_iid};
+
+nsSystemFileSystemWatcherProxy::nsSystemFileSystemWatcherProxy()
+    : mLog(NS_GetLogger("system.fileWatcher")) {}
+
+nsSystemFileSystemWatcherProxy::~nsSystemFileSystemWatcherProxy() { EndWithDocument(); }
+
+nsresult nsSystemFileSystemWatcherProxy::QueryInterface(const nsIID& aIID, void** aResult) {
+  if (!aResult) return NS_ERROR_NULL_POINTER;
+  if ((*aResult =
+           NS_FindInterface<nsISupportsWeakReference, nsIFileSystemWatcher, nsIJSNativeInitializer>(
+               this, aIID))) {
+    AddRef();
+    return NS_OK;
+  }
+  if (aIID == nsIClassInfo::kIID) {
+    *aResult = NS_ClassInfoOf<nsSystemFileSystemWatcherProxy>();
+    return NS_OK;
+  }
+  return NS_ERROR_NO_INTERFACE;
+}
+
+nsCOMPtr<nsSystemFileSystemWatcherService> nsSystemFileSystemWatcherProxy::Service() {
+  // The service has no interface of its own: it and this class are of one library.
+  const auto service = do_GetService<nsISupports>(kServiceContractID);
+  return static_cast<nsSystemFileSystemWatcherService*>(service.get());
+}
+
+// ---- Construction by script
+
+nsresult nsSystemFileSystemWatcherProxy::Initialize(nsISupports* aOwner, JSContext* cx, JSObject*,
+                                                    uint32_t aArgc, jsval* aArgv) {
+  SYSTEM_LOG_DEBUG(mLog, "JS Initialize");
+  if (aArgc != 1) {
+    SYSTEM_LOG_WARNING(mLog, "bad arguments");
+    return NS_ERROR_FAILURE;
+  }
+  JSObject* options;
+  const int32_t type = JS_TypeOfValue(cx, aArgv[0]);
+  if (type == JSTYPE_OF_VOID || !JS_ValueToObject(cx, aArgv[0], &options)) {
+    SYSTEM_LOG_WARNING(mLog, "argument is not an object");
+    return NS_ERROR_FAILURE;
+  }
+  bool recursive = false;
+  if (options) (void)nsJSUtils::ReadBooleanProperty(cx, options, "recursive", &recursive);
+
+  nsresult rv;
+  const auto xpconnect = do_GetService<nsIXPConnect>(kXPConnectContractID, &rv);
+  NS_ENSURE_SUCCESS(rv, rv);
+  nsCOMPtr<nsISystemFileSystemListener> listener;
+  rv = WrapProperty(xpconnect.get(), cx, options, "listener", &listener);
+  NS_ENSURE_SUCCESS(rv, rv);
+  nsCOMPtr<nsDocument> document;
+  rv = WrapProperty(xpconnect.get(), cx, options, "document", &document);
+  NS_ENSURE_SUCCESS(rv, rv);
+  if (!document) {
+    const auto window = do_QueryInterface<nsIDOMWindow>(aOwner, &rv);
+    NS_ENSURE_SUCCESS(rv, rv);
+    nsCOMPtr<nsIDOMDocument> domDocument;
+    rv = window->GetDocument(domDocument.getter_AddRefs());
+    NS_ENSURE_SUCCESS(rv, rv);
+    document = do_QueryInterface<nsDocument>(domDocument, &rv);
+    NS_ENSURE_SUCCESS(rv, rv);
+  }
+
+  if (const auto loadGroup = NS_GetLoadGroup(document.get())) {
+    mLoadGroup = loadGroup;
+    mRequest = nsCOMPtr<nsIRequest>(MakeRefCounted<nsSystemFileSystemWatcherGenericRequest>(this));
+    (void)mLoadGroup->AddRequest(mRequest.get(), nullptr);
+  }
+
+  NS_ENSURE_TRUE(options, NS_ERROR_FAILURE);
+  nsDependentString rootPath(std::u16string_view{});
+  rv = nsJSUtils::ReadStringProperty(cx, options, "rootPath", rootPath);
+  NS_ENSURE_SUCCESS(rv, rv);
+  const auto baseUri = NS_GetBaseURI(document.get());
+  NS_ENSURE_TRUE(baseUri, NS_ERROR_FAILURE);
+  nsCOMPtr<nsIURI> uri;
+  if (const auto ioService = do_GetService<nsIIOService>(NS_IOSERVICE_CONTRACTID))
+    (void)ioService->NewURI(nsCString(NS_ToUtf8(rootPath)), "UTF-8", baseUri.get(),
+                            uri.getter_AddRefs());
+  NS_ENSURE_TRUE(uri, NS_ERROR_FAILURE);
+  nsCString spec;
+  rv = uri->GetSpec(spec);
+  NS_ENSURE_SUCCESS(rv, rv);
+  rv = Init(listener.get(), spec, recursive);
+  NS_ENSURE_SUCCESS(rv, rv);
+  return NS_OK;
+}
+
+// ---- Watching
+
+nsresult nsSystemFileSystemWatcherProxy::Init(nsISystemFileSystemListener* aListener,
+                                              const nsACString& aRootURL, bool) {
+  mRootURL = aRootURL;
+  mListener = aListener;
+  return NS_OK;
+}
+
+nsresult nsSystemFileSystemWatcherProxy::StartWatching() {
+  if (mIsWatching || !mListener) return NS_OK;
+  const auto service = Service();
+  NS_ENSURE_TRUE(service, NS_ERROR_FAILURE);
+  nsresult rv = service->StartWatching(mRootURL, mListener.get());
+  NS_ENSURE_SUCCESS(rv, rv);
+  mIsWatching = true;
+  return NS_OK;
+}
+
+nsresult nsSystemFileSystemWatcherProxy::StopWatching() {
+  if (!mIsWatching) return NS_OK;
+  const auto service = Service();
+  NS_ENSURE_TRUE(service, NS_ERROR_FAILURE);
+  (void)service->StopWatching(mRootURL, mListener.get());
+  mIsWatching = false;
+  return NS_OK;
+}
+
+void nsSystemFileSystemWatcherProxy::EndWithDocument() {
+  if (mLoadGroup && mRequest) (void)mLoadGroup->RemoveRequest(mRequest.get(), nullptr, NS_OK);
+  (void)StopWatching();
+  mRequest = nullptr;
+}
+
+nsresult nsSystemFileSystemWatcherProxy::GetIsWatching(bool* aIsWatching) {
+  NS_ENSURE_TRUE(aIsWatching, NS_ERROR_NULL_POINTER);
+  *aIsWatching = mIsWatching;
+  return NS_OK;
+}
+
+nsresult nsSystemFileSystemWatcherProxy::GetWatchPath(nsAString& aWatchPath) {
+  return NS_GetPathFromFileURL(mRootURL, aWatchPath);
+}
+
+nsresult nsSystemFileSystemWatcherProxy::GetIsSupported(bool* aIsSupported) {
+  NS_ENSURE_TRUE(aIsSupported, NS_ERROR_NULL_POINTER);
+  *aIsSupported = true;
+  return NS_OK;
+}

@@ -1,0 +1,56 @@
+// The watcher that script constructs.
+#pragma once
+
+#include "nsIFileSystemWatcher.h"
+#include "nsIJSNativeInitializer.h"
+#include "nsILoadGroup.h"
+#include "nsILog4.h"
+#include "nsIRequest.h"
+#include "nsISystemFileSystemListener.h"
+#include "nsString.h"
+#include "nsSystemFileSystemWatcherService.h"
+#include "nsThreadSafeWeakReference.h"
+
+/// "@vorel/system/filesystemwatcher;1". Watches nothing itself: works out the root, enters itself
+/// in the document's load group, and asks the shared service. Main thread only.
+class nsSystemFileSystemWatcherProxy final : public nsThreadSafeSupportsWeakReference,
+                                             public nsIFileSystemWatcher,
+                                             public nsIJSNativeInitializer {
+ public:
+  /// Answered with the object itself. It is also the identifier of weak-reference support, whose
+  /// implementation is the first base, so that both are one address.
+  static constexpr nsIID kPrivateIID = nsISupportsWeakReference::kIID;
+  static const nsClassInfoRecord kClassInfo;
+
+  nsSystemFileSystemWatcherProxy();
+
+  nsresult QueryInterface(const nsIID& aIID, void** aResult) override;
+  nsrefcnt AddRef() override { return nsThreadSafeSupportsWeakReference::AddRef(); }
+  nsrefcnt Release() override { return nsThreadSafeSupportsWeakReference::Release(); }
+
+  nsresult Init(nsISystemFileSystemListener* aListener, const nsACString& aRootURL,
+                bool aIsRecursive) override;
+  nsresult StartWatching() override;
+  nsresult StopWatching() override;
+  nsresult GetIsWatching(bool* aIsWatching) override;
+  nsresult GetWatchPath(nsAString& aWatchPath) override;
+  nsresult GetIsSupported(bool* aIsSupported) override;
+
+  nsresult Initialize(nsISupports* aOwner, JSContext* cx, JSObject* aObject, uint32_t aArgc,
+                      jsval* aArgv) override;
+
+  /// The document is going: leaves its load group and stops.
+  void EndWithDocument();
+
+ private:
+  ~nsSystemFileSystemWatcherProxy() override;
+
+  static nsCOMPtr<nsSystemFileSystemWatcherService> Service();
+
+  const nsCOMPtr<nsILog4Logger> mLog;
+  nsCOMPtr<nsILoadGroup> mLoadGroup;
+  nsCOMPtr<nsIRequest> mRequest;
+  nsCOMPtr<nsISystemFileSystemListener> mListener;
+  nsCString mRootURL;
+  bool mIsWatching = false;
+};

@@ -1,0 +1,193 @@
+#include "nsSystemFileSystemWatcherService.h"
+
+#include <algorithm>
+
+#include "nsDebug.h"
+#include "nsIThreadManager.h"
+#include "nsServices.h"
+#include "nsSystemFileSystemWatcherGeneric.h"
+#include "nsVorelMethodCaller.h"
+
+namespace {
+
+constexpr char kWatcherContractID[] = "@vorel/system/filesystemwatcherprivate;1";
+
+nsCOMPtr<nsIThread> CurrentThread() {
+  nsCOMPtr<nsIThread> thread;
+  if (const auto manager = do_GetService<nsIThreadManager>(NS_THREADMANAGER_CONTRACTID))
+    (void)manager->GetCurrentThread(thread.getter_AddRefs());
+  return thread;
+}
+
+/// On the client's own thread, and back only when it has returned. Nobody looks at its result.
+template <class Listener, class... P>
+void CallClient(Listener* aListener, nsIThread* aThread, nsresult (Listener::*aMethod)(P...),
+                std::type_identity_t<P>... aArguments) {
+  bool isCurrent = true;
+  if (aThread) (void)aThread->IsOnCurrentThread(&isCurrent);
+  if (isCurrent) {
+    (void)(aListener->*aMethod)(aArguments...);
+    return;
+  }
+  const auto runnable =
+      NS_NewRunnableMethodCaller<vorel::threads::eStrong>(aListener, aMethod, aArguments...);
+  (void)aThread->Dispatch(runnable.get(), NS_DISPATCH_SYNC);
+}
+
+}  // namespace
+
+// ---- The fan-out
+
+nsresult nsSystemFileSystemWatcherServiceListener::AddListener(
+    nsISystemFileSystemListener* aListener) {
+  std::unique_lock lock(mLock);
+  if (mStarted) {
+    lock.unlock();
+    (void)aListener->OnWatcherStarted();
+    lock.lock();
+  }
+  mClients.push_back({aListener, CurrentThread()});
+  return NS_OK;
+}
+
+nsresult nsSystemFileSystemWatcherServiceListener::RemoveListener(
+    nsISystemFileSystemListener* aListener) {
+  std::unique_lock lock(mLock);
+  const auto found = std::ranges::find_if(
+      mClients, [&](const Client& aClient) { return aClient.mListener == aListener; });
+  if (found == mClients.end()) return NS_OK;
+  const Client client = *found;
+  mClients.erase(found);
+  if (!mStarted) return NS_OK;
+  lock.unlock();
+  CallClient(client.mListener.get(), client.mThread.get(),
+             &nsISystemFileSystemListener::OnWatcherStopped);
+  return NS_OK;
+}
+
+nsresult nsSystemFileSystemWatcherServiceListener::OnWatcherStarted() {
+  std::lock_guard lock(mLock);
+  if (mStarted) return NS_OK;
+  for (const Client& client : mClients)
+    CallClient(client.mListener.get(), client.mThread.get(),
+               &nsISystemFileSystemListener::OnWatcherStarted);
+  mStarted = true;
+  return NS_OK;
+}
+
+nsresult nsSystemFileSystemWatcherServiceListener::OnWatcherStopped() {
+  std::lock_guard lock(mLock);
+  if (!mStarted) return NS_OK;
+  for (const Client& client : mClients)
+    CallClient(client.mListener.get(), client.mThread.get(),
+               &nsISystemFileSystemListener::OnWatcherStopped);
+  mStarted = false;
+  return NS_OK;
+}
+
+std::vector<nsSystemFileSystemWatcherServiceListener::Client>
+nsSystemFileSystemWatcherServiceListener::Snapshot() {
+  std::lock_guard lock(mLock);
+  return {mClients.rbegin(), mClients.rend()};  // the last one registered is called first
+}
+
+template <class Method, class... A>
+void nsSystemFileSystemWatcherServiceListener::CallAll(Method aMethod, const A&... aArguments) {
+  for (const Client& client : Snapshot())
+    CallClient(client.mListener.get(), client.mThread.get(), aMethod, aArguments...);
+}
+
+nsresult nsSystemFileSystemWatcherServiceListener::OnWatcherError(uint32_t aCode,
+                                                                  const nsAString& aText) {
+  CallAll(&nsISystemFileSystemListener::OnWatcherError, aCode, aText);
+  return NS_OK;
+}
+
+nsresult nsSystemFileSystemWatcherServiceListener::OnFileSystemChanged(const nsAString& aPath) {
+  CallAll(&nsISystemFileSystemListener::OnFileSystemChanged, aPath);
+  return NS_OK;
+}
+
+nsresult nsSystemFileSystemWatcherServiceListener::OnFileSystemRemoved(const nsAString& aPath) {
+  CallAll(&nsISystemFileSystemListener::OnFileSystemRemoved, aPath);
+  return NS_OK;
+}
+
+nsresult nsSystemFileSystemWatcherServiceListener::OnFileSystemAdded(const nsAString& aPath) {
+  CallAll(&nsISystemFileSystemListener::OnFileSystemAdded, aPath);
+  return NS_OK;
+}
+
+nsresult nsSystemFileSystemWatcherServiceListener::OnFileSystemMoved(const nsAString& aOldPath,
+                                                                     const nsAString& aNewPath) {
+  struct MoveClient {
+    nsCOMPtr<nsISystemFileSystemListener2> mListener;
+    nsCOMPtr<nsIThread> mThread;
+  };
+  std::vector<MoveClient> movers;
+  std::vector<Client> plain;
+  {
+    std::lock_guard lock(mLock);
+    for (auto client = mClients.rbegin(); client != mClients.rend(); ++client) {
+      if (auto mover = do_QueryInterface<nsISystemFileSystemListener2>(client->mListener))
+        movers.push_back({std::move(mover), client->mThread});
+      else
+        plain.push_back(*client);
+    }
+  }
+  for (const Client& client : plain) {
+    CallClient(client.mListener.get(), client.mThread.get(),
+               &nsISystemFileSystemListener::OnFileSystemRemoved, aOldPath);
+    CallClient(client.mListener.get(), client.mThread.get(),
+               &nsISystemFileSystemListener::OnFileSystemAdded, aNewPath);
+  }
+  for (const MoveClient& client : movers)
+    CallClient(client.mListener.get(), client.mThread.get(),
+               &nsISystemFileSystemListener2::OnFileSystemMoved, aOldPath, aNewPath);
+  return NS_OK;
+}
+
+// ---- The table
+
+nsresult nsSystemFileSystemWatcherService::StartWatching(const nsACString& aRootURL,
+                                                         nsISystemFileSystemListener* aListener) {
+  NS_ENSURE_TRUE(aListener, NS_ERROR_NULL_POINTER);
+  nsString path;
+  nsresult rv = NS_GetPathFromFileURL(aRootURL, path);
+  NS_ENSURE_SUCCESS(rv, rv);
+
+  std::lock_guard lock(mLock);
+  auto found = mTable.find(path);
+  if (found == mTable.end()) {
+    Entry entry;
+    entry.mListener = MakeRefCounted<nsSystemFileSystemWatcherServiceListener>();
+    entry.mWatcher = do_CreateInstance<nsISystemFileSystemWatcher>(kWatcherContractID, &rv);
+    NS_ENSURE_SUCCESS(rv, rv);
+    // A start that fails goes unnoticed: the client hears OnWatcherError or nothing.
+    (void)entry.mWatcher->Init(entry.mListener.get(), aRootURL, true);
+    (void)entry.mWatcher->StartWatching();
+    found = mTable.emplace(path, std::move(entry)).first;
+  }
+  ++found->second.mClientCount;
+  return found->second.mListener->AddListener(aListener);
+}
+
+nsresult nsSystemFileSystemWatcherService::StopWatching(const nsACString& aRootURL,
+                                                        nsISystemFileSystemListener* aListener) {
+  nsString path;
+  nsresult rv = NS_GetPathFromFileURL(aRootURL, path);
+  NS_ENSURE_SUCCESS(rv, rv);
+
+  Entry ended;  // let go of after the lock: the end of a watcher waits for its thread
+  std::lock_guard lock(mLock);
+  auto found = mTable.find(path);
+  if (found == mTable.end()) return NS_OK;
+  (void)found->second.mListener->RemoveListener(aListener);
+  // The client may have been called, and have stopped or started something of its own.
+  found = mTable.find(path);
+  if (found == mTable.end() || --found->second.mClientCount > 0) return NS_OK;
+  ended = std::move(found->second);
+  mTable.erase(found);
+  (void)ended.mWatcher->StopWatching();
+  return NS_OK;
+}

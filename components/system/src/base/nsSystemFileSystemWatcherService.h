@@ -1,0 +1,81 @@
+// One platform watcher for each root, shared by all who watch it.
+#pragma once
+
+#include <map>
+#include <mutex>
+#include <vector>
+
+#include "nsCOMPtr.h"
+#include "nsCore.h"
+#include "nsISystemFileSystemListener2.h"
+#include "nsISystemFileSystemWatcher.h"
+#include "nsIThread.h"
+#include "nsImplements.h"
+#include "nsString.h"
+
+/// The one listener that a platform watcher sees: calls each client on the thread on which it was
+/// added, one after the other, and waits for each.
+///
+/// OnWatcherStarted and OnWatcherStopped are passed on with the lock held: a client must not start
+/// or stop a watch on the same root from within these two. A client's thread must not wait for the
+/// thread that the watch was started on.
+class nsSystemFileSystemWatcherServiceListener final
+    : public nsImplements<nsSystemFileSystemWatcherServiceListener, nsISystemFileSystemListener2> {
+ public:
+  /// The current thread is the client's from now on. On a standing watch the client hears
+  /// OnWatcherStarted before this returns.
+  nsresult AddListener(nsISystemFileSystemListener* aListener);
+  /// On a standing watch the client hears OnWatcherStopped before this returns. One that is not
+  /// known is ignored.
+  nsresult RemoveListener(nsISystemFileSystemListener* aListener);
+
+  nsresult OnWatcherStarted() override;
+  nsresult OnWatcherStopped() override;
+  nsresult OnWatcherError(uint32_t aCode, const nsAString& aText) override;
+  nsresult OnFileSystemChanged(const nsAString& aPath) override;
+  nsresult OnFileSystemRemoved(const nsAString& aPath) override;
+  nsresult OnFileSystemAdded(const nsAString& aPath) override;
+  nsresult OnFileSystemMoved(const nsAString& aOldPath, const nsAString& aNewPath) override;
+
+ private:
+  struct Client {
+    nsCOMPtr<nsISystemFileSystemListener> mListener;
+    nsCOMPtr<nsIThread> mThread;
+  };
+
+  ~nsSystemFileSystemWatcherServiceListener() override = default;
+
+  std::vector<Client> Snapshot();
+  template <class Method, class... A>
+  void CallAll(Method aMethod, const A&... aArguments);
+
+  std::mutex mLock;              // guards what follows
+  std::vector<Client> mClients;  // in order of registration
+  bool mStarted = false;
+};
+
+/// "@vorel/system/filesystemwatcherservice;1". Any thread that runs an event loop.
+class nsSystemFileSystemWatcherService final
+    : public nsImplements<nsSystemFileSystemWatcherService, nsISupports> {
+ public:
+  /// The listener hears of the root's changes on the calling thread. URLs that name the same path
+  /// share one watcher. Fails with the resolver's result; that a watch can't be started is heard by
+  /// the listener or not at all.
+  nsresult StartWatching(const nsACString& aRootURL, nsISystemFileSystemListener* aListener);
+  /// Undoes one StartWatching. A path or a listener that is not known is no error.
+  nsresult StopWatching(const nsACString& aRootURL, nsISystemFileSystemListener* aListener);
+
+ private:
+  struct Entry {
+    uint32_t mClientCount = 0;
+    nsCOMPtr<nsISystemFileSystemWatcher> mWatcher;
+    nsCOMPtr<nsSystemFileSystemWatcherServiceListener> mListener;
+  };
+
+  ~nsSystemFileSystemWatcherService() override = default;
+
+  // Guards the table and its entries. Reentrant: a client may start and stop watches on other roots
+  // from within a call that it gets while it starts or stops one.
+  std::recursive_mutex mLock;
+  std::map<nsString, Entry> mTable;  // by the path of the root
+};
