@@ -335,8 +335,9 @@ struct Operation<Method> {
   template <Name... N>
   struct Caller {
     static nsresult Call(nsISupports* aSelf, nsScriptSlot* aSlots) {
+      using Each = std::tuple<TraitsWith<P, N.HasLength()>...>;
       return [&]<size_t... K>(std::index_sequence<K...>) {
-        return (static_cast<I*>(aSelf)->*Method)(TraitsWith<P, N.HasLength()>::Pass(aSlots[K])...);
+        return (static_cast<I*>(aSelf)->*Method)(std::tuple_element_t<K, Each>::Pass(aSlots[K])...);
       }(std::index_sequence_for<P...>());
     }
   };

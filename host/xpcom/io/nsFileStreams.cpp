@@ -15,6 +15,8 @@
 
 namespace {
 
+bool Has(int32_t aBehavior, uint32_t aFlag) { return static_cast<uint32_t>(aBehavior) & aFlag; }
+
 int SystemFlags(int32_t aFlags) {
   struct Flag {
     int32_t mOurs;
@@ -180,11 +182,12 @@ nsresult nsFileInputStream::Init(nsIFile* aFile, int32_t aIOFlags, int32_t aPerm
   if (NS_FAILED(rv)) return rv;
   mBehavior = aBehaviorFlags;
   return mFile.Init(path, SystemFlags(aIOFlags == -1 ? PR_RDONLY : aIOFlags),
-                    aPerm == -1 ? 0 : static_cast<uint32_t>(aPerm), aBehaviorFlags & DEFER_OPEN);
+                    aPerm == -1 ? 0 : static_cast<uint32_t>(aPerm),
+                    Has(aBehaviorFlags, DEFER_OPEN));
 }
 
 nsresult nsFileInputStream::Close() {
-  if ((mBehavior & DELETE_ON_CLOSE) && !mFile.Path().empty() && !mFile.IsClosed())
+  if (Has(mBehavior, DELETE_ON_CLOSE) && !mFile.Path().empty() && !mFile.IsClosed())
     (void)unlink(mFile.Path().c_str());
   return mFile.Close();
 }
@@ -204,7 +207,8 @@ nsresult nsFileInputStream::Read(char* aBuf, uint32_t aCount, uint32_t* aResult)
   *aResult = 0;
   if (mFile.IsClosed()) return NS_OK;
   const nsresult rv = mFile.Read(aBuf, aCount, aResult);
-  if (NS_SUCCEEDED(rv) && *aResult == 0 && aCount > 0 && (mBehavior & CLOSE_ON_EOF)) (void)Close();
+  if (NS_SUCCEEDED(rv) && *aResult == 0 && aCount > 0 && Has(mBehavior, CLOSE_ON_EOF))
+    (void)Close();
   return rv;
 }
 
@@ -220,7 +224,8 @@ nsresult nsFileInputStream::IsNonBlocking(bool* aResult) {
 }
 
 nsresult nsFileInputStream::Seek(int32_t aWhence, int64_t aOffset) {
-  if (mFile.IsClosed() && (mBehavior & REOPEN_ON_REWIND) && aWhence == NS_SEEK_SET && aOffset == 0)
+  if (mFile.IsClosed() && Has(mBehavior, REOPEN_ON_REWIND) && aWhence == NS_SEEK_SET &&
+      aOffset == 0)
     return mFile.Reopen();
   return mFile.Seek(aWhence, aOffset);
 }
@@ -241,7 +246,7 @@ nsresult nsFileOutputStream::Init(nsIFile* aFile, int32_t aIOFlags, int32_t aPer
   if (NS_FAILED(rv)) return rv;
   const int32_t flags = aIOFlags == -1 ? PR_WRONLY | PR_CREATE_FILE | PR_TRUNCATE : aIOFlags;
   return mFile.Init(path, SystemFlags(flags), aPerm == -1 ? 0664 : static_cast<uint32_t>(aPerm),
-                    aBehaviorFlags & DEFER_OPEN);
+                    Has(aBehaviorFlags, DEFER_OPEN));
 }
 
 nsresult nsFileOutputStream::Close() { return mFile.Close(); }
