@@ -48,8 +48,9 @@ nsresult nsIOService::NewURI(const nsACString& aSpec, const char* aOriginCharset
   nsCOMPtr<nsIProtocolHandler> handler;
   if (NS_SUCCEEDED(GetProtocolHandler(scheme.c_str(), handler.getter_AddRefs())))
     return handler->NewURI(aSpec, aOriginCharset, aBaseURI, aResult);
-  if (!aBaseURI && NS_View(aSpec).find("://") == std::string_view::npos)
-    return NS_ERROR_UNKNOWN_PROTOCOL;
+  const bool isHierarchical =
+      NS_DefaultPort(scheme) != -1 || NS_View(aSpec).find("://") != std::string_view::npos;
+  if (!aBaseURI && !isHierarchical) return NS_ERROR_UNKNOWN_PROTOCOL;
   return nsStandardURL::Make(aSpec, aBaseURI, aResult);
 }
 
