@@ -62,9 +62,10 @@ class __attribute__((visibility("default"))) nsHost {
   /// NS_ERROR_ALREADY_INITIALIZED when a host runs in this process. After a failure nothing runs,
   /// and Error says why.
   nsresult Start(const nsHostOptions& aOptions);
-  /// Announces the profile: "profile-do-change", "load-extension-defaults", "profile-after-change",
-  /// its category, "profile-initial-state", "final-ui-startup". NS_ERROR_NOT_INITIALIZED before
-  /// Start; NS_ERROR_ALREADY_INITIALIZED the second time.
+  /// Reads the profile's preferences and announces the profile: "profile-do-change",
+  /// "load-extension-defaults", "profile-after-change", its category, "profile-initial-state",
+  /// "final-ui-startup". NS_ERROR_NOT_INITIALIZED before Start; NS_ERROR_ALREADY_INITIALIZED the
+  /// second time.
   nsresult StartProfile();
   /// Runs the main thread's events until somebody quits; at once back when that has happened
   /// already. NS_ERROR_NOT_INITIALIZED before Start.

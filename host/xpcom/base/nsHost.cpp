@@ -12,6 +12,7 @@
 #include "nsIProperties.h"
 #include "nsManifest.h"
 #include "nsObserverService.h"
+#include "nsPrefService.h"
 #include "nsProfileLock.h"
 #include "nsServices.h"
 #include "nsString.h"
@@ -62,6 +63,7 @@ class nsHost::Impl {
 
   nsCOMPtr<nsComponentManager> mManager;
   nsCOMPtr<nsObserverService> mObservers;
+  nsCOMPtr<nsPrefService> mPrefs;
   nsProfileLock mProfileLock;
   bool mProfileStarted = false;
   bool mQuitting = false;
@@ -114,6 +116,10 @@ nsresult nsHost::Impl::Start(const nsHostOptions& aOptions) {
     (void)mManager->RegisterModule(*module, "module in memory");
   SetDirectories();
   RegisterManifests();
+  // By class ID, which nobody else can have: the host needs its own.
+  mPrefs = static_cast<nsPrefService*>(do_GetService<nsIPrefService>(NS_PREFSERVICE_CID).get());
+  if (!mOptions.mApplicationDirectory.empty())
+    mPrefs->ReadDefaults(mOptions.mApplicationDirectory + "/defaults/preferences");
   mObservers = static_cast<nsObserverService*>(
       do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CID).get());
   if (const auto log = do_GetService<nsILog4Service>(VOREL_LOG4SERVICE_CONTRACTID)) {
@@ -170,6 +176,9 @@ nsresult nsHost::Impl::StartProfile() {
   if (!IsRunning()) return NS_ERROR_NOT_INITIALIZED;
   if (mProfileStarted) return NS_ERROR_ALREADY_INITIALIZED;
   mProfileStarted = true;
+  if (!mOptions.mProfileDirectory.empty())
+    mPrefs->Prefs().ReadUserFile(mOptions.mProfileDirectory + "/prefs.js",
+                                 mOptions.mProfileReadOnly);
   Notify("profile-do-change", u"startup");
   Notify("load-extension-defaults");
   Notify("profile-after-change", u"startup");
@@ -204,12 +213,15 @@ void nsHost::Impl::Stop() {
     for (const char* topic :
          {"profile-change-net-teardown", "profile-change-teardown", "profile-before-change"})
       Notify(topic, u"shutdown-persist");
+    (void)mPrefs->Prefs().Save();
   }
   Notify("xpcom-will-shutdown");
   Notify("xpcom-shutdown", nullptr, static_cast<nsIServiceManager*>(mManager.get()));
   ProcessPendingEvents();
   Notify("xpcom-shutdown-threads");
   nsThreadManager::get().Shutdown();
+  mPrefs->Prefs().Shutdown();
+  mPrefs = nullptr;
 
   mManager->Categories().SetAnnouncing(false);
   const auto loaders = mObservers->Observers("xpcom-shutdown-loaders");

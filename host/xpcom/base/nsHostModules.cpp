@@ -82,6 +82,7 @@ const nsHostModule kHostModules[] = {
     {"threads", &kThreadsModule},
     {"log", &kLogModule},
     {"io", &kIOModule},
+    {"prefs", &kPrefsModule},
     {"network", &kNetworkModule},
     {"script", &kScriptModule},
     {"crash", &kCrashModule},
