@@ -1,7 +1,6 @@
 #include "nsLinuxNetwork.h"
 
 #include <linux/if_addr.h>
-#include <linux/if_arp.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -12,6 +11,7 @@
 
 #include "nsAddressText.h"
 #include "nsCore.h"
+#include "nsLinkFiles.h"
 #include "nsNetlink.h"
 #include "nsUtf.h"
 
@@ -28,16 +28,6 @@ using AddressesByIndex = std::map<uint32_t, std::vector<nsSocketAddress>>;
 constexpr uint32_t kStatusOf[] = {
     Record::kUnknown, Record::kNotPresent, Record::kDown, Record::kLowerLayerDown,
     Record::kTesting, Record::kDormant,    Record::kUp};
-
-std::string LastPart(const std::string& aPath) { return aPath.substr(aPath.rfind('/') + 1); }
-
-/// The value of "KEY=value" in a text of such lines; empty when it is not there.
-std::string ValueOf(const std::string& aText, const std::string& aKey) {
-  std::istringstream lines(aText);
-  for (std::string line; std::getline(lines, line);)
-    if (line.starts_with(aKey + "=")) return line.substr(aKey.size() + 1);
-  return "";
-}
 
 nsSocketAddress SocketAddress(uint8_t aFamily, const std::array<uint8_t, 16>& aBytes) {
   return {aFamily == AF_INET6 ? nsSocketAddress::kIPv6 : nsSocketAddress::kIPv4, aBytes};
@@ -96,7 +86,7 @@ std::vector<nsSocketAddress> LinkServers(const nsFileTree& aFiles, uint32_t aInd
       {"/run/systemd/resolve/netif/" + index, "SERVERS"},
       {"/run/systemd/netif/links/" + index, "DNS"}};
   for (const auto& [path, key] : places) {
-    const auto servers = ServersIn(ValueOf(aFiles.ReadFile(path).value_or(""), key));
+    const auto servers = ServersIn(NS_ValueOfKey(aFiles.ReadFile(path).value_or(""), key));
     if (!servers.empty()) return servers;
   }
   return {};
@@ -149,96 +139,6 @@ void ReadIPv4Groups(const std::string& aText, AddressesByIndex& aAddresses) {
     }
   }
 }
-
-/// What sysfs and udev know of a link.
-class LinkFiles {
- public:
-  LinkFiles(const nsFileTree& aFiles, const Link& aLink)
-      : mFiles(aFiles), mLink(aLink), mPath("/sys/class/net/" + aLink.mName) {
-    mIsHardware =
-        !aLink.mParent.empty() || (aLink.mKind.empty() && mFiles.Exists(mPath + "/device"));
-    if (!mIsHardware && !aLink.mKind.empty()) return;
-    mDeviceType = ValueOf(mFiles.ReadFile(mPath + "/uevent").value_or(""), "DEVTYPE");
-    mIsWireless = mDeviceType == "wlan" || mFiles.Exists(mPath + "/phy80211");
-  }
-
-  uint32_t Type() const {
-    switch (mLink.mHardwareType) {
-      case ARPHRD_ETHER:
-        if (mIsWireless) return Record::kWireless;
-        return mDeviceType == "wwan" ? Record::kWwan : Record::kEthernet;
-      case ARPHRD_IEEE80211:
-      case ARPHRD_IEEE80211_PRISM:
-      case ARPHRD_IEEE80211_RADIOTAP:
-        return Record::kWireless;
-      case ARPHRD_LOOPBACK:
-        return Record::kLoopback;
-      case ARPHRD_PPP:
-        return Record::kPpp;
-      case ARPHRD_RAWIP:
-        return Record::kWwan;
-      case ARPHRD_TUNNEL:
-      case ARPHRD_TUNNEL6:
-      case ARPHRD_SIT:
-      case ARPHRD_IPGRE:
-      case ARPHRD_IP6GRE:
-        return Record::kTunnel;
-      default:
-        return Record::kOther;
-    }
-  }
-
-  /// A wire is a device with hardware behind it, or one end of a pair: what looks like it, bridges
-  /// and taps, is none.
-  uint32_t Medium() const {
-    if (mIsWireless) return nsIfRow::kNative80211;
-    if (mDeviceType == "bluetooth") return nsIfRow::kBluetooth;
-    const bool wire = mLink.mHardwareType == ARPHRD_ETHER && (mIsHardware || mLink.mKind == "veth");
-    return wire ? nsIfRow::kEthernet8023 : nsIfRow::kOther;
-  }
-
-  /// Bits a second; the file has millions of them, -1 when the link is down or does not know.
-  uint64_t Speed() const {
-    if (mLink.mHardwareType != ARPHRD_ETHER || mLink.mOperState != 6 /* up */) return 0;
-    const std::string text = mFiles.ReadAttribute(mPath + "/speed");
-    return text.empty() || text[0] == '-' ? 0
-                                          : std::strtoull(text.c_str(), nullptr, 10) * 1'000'000;
-  }
-
-  /// "82574L Gigabit Network Connection (e1000e, pci)", "virtio_net (virtio)", "veth (virtual)".
-  std::string Description() const {
-    if (!mIsHardware) return (mLink.mKind.empty() ? mLink.mName : mLink.mKind) + " (virtual)";
-    const std::string device = mPath + "/device";
-    const auto linkedName = [&](const char* aName) {
-      return LastPart(mFiles.ReadLink(device + aName).value_or(""));
-    };
-    const std::string driver = linkedName("/driver");
-    std::string bus = mLink.mParentBus;
-    if (bus.empty()) bus = linkedName("/subsystem");
-    std::string product;
-    if (bus == "usb") {  // what stands behind the link is one function of the device
-      const std::string function = mFiles.ReadLink(device).value_or("");
-      product = mFiles.ReadAttribute(function.substr(0, function.rfind('/')) + "/product");
-    }
-    if (product.empty())
-      product =
-          ValueOf(mFiles.ReadFile("/run/udev/data/n" + std::to_string(mLink.mIndex)).value_or(""),
-                  "E:ID_MODEL_FROM_DATABASE");
-    std::string attached = driver;
-    if (!bus.empty()) attached += (attached.empty() ? "" : ", ") + bus;
-    if (!product.empty()) return attached.empty() ? product : product + " (" + attached + ")";
-    if (!driver.empty()) return driver + " (" + bus + ")";
-    return mLink.mName;
-  }
-
- private:
-  const nsFileTree& mFiles;
-  const Link& mLink;
-  const std::string mPath;
-  bool mIsHardware = false;
-  bool mIsWireless = false;
-  std::string mDeviceType;
-};
 
 nsUnicastAddress UnicastOf(const Address& aAddress) {
   nsUnicastAddress unicast;
@@ -313,7 +213,7 @@ nsresult nsLinuxNetwork::GetAdaptersAddresses(uint32_t aFamily, uint32_t,
   for (size_t i = 0; i < links.size(); ++i) {
     const Link& link = links[i];
     Record& record = records[i];
-    const LinkFiles files(mFiles, link);
+    const nsLinkFiles files(mFiles, link);
     byIndex[link.mIndex] = &record;
     record.mAdapterName = link.mName;
     record.mFriendlyName = vorel::Utf8ToUtf16(link.mAlias.empty() ? link.mName : link.mAlias);
@@ -387,7 +287,7 @@ nsPlatformNetwork::GetIfEntry2Function nsLinuxNetwork::FindGetIfEntry2() {
   return [files = mFiles, socket = std::make_shared<Socket>()](uint32_t aIfIndex, nsIfRow* aRow) {
     Link link;
     if (const nsresult rv = socket->LinkOf(aIfIndex, &link); NS_FAILED(rv)) return rv;
-    const LinkFiles known(files, link);
+    const nsLinkFiles known(files, link);
     *aRow = {known.Type(), 0, known.Medium()};
     return NS_OK;
   };
@@ -395,5 +295,5 @@ nsPlatformNetwork::GetIfEntry2Function nsLinuxNetwork::FindGetIfEntry2() {
 
 std::string nsLinuxNetwork::DhcpServerOf(uint32_t aIfIndex) const {
   const std::string lease = "/run/systemd/netif/leases/" + std::to_string(aIfIndex);
-  return ValueOf(mFiles.ReadFile(lease).value_or(""), "SERVER_ADDRESS");
+  return NS_ValueOfKey(mFiles.ReadFile(lease).value_or(""), "SERVER_ADDRESS");
 }
