@@ -19,6 +19,7 @@
 #include "nsSystemIPStructure.h"
 #include "nsSystemClock.h"
 #include "nsSystemFont.h"
+#include "nsSystemGeneralSettings.h"
 #include "nsSystemMachine.h"
 #include "nsSystemMaintenance.h"
 #include "nsSystemManager.h"
@@ -102,6 +103,8 @@ nsresult ObserveShutdown(nsSystemManager& aManager) {
   return NS_OK;
 }
 
+nsresult InitSettings(nsSystemGeneralSettings& aSettings) { return aSettings.InitGeneric(); }
+
 class kCIExtension final : public nsImplementsOnOneThread<kCIExtension, nsIDOMCIExtension> {
  public:
   nsresult RegisterDOMCI(const char* aName, nsIDOMScriptObjectFactory* aFactory) override;
@@ -136,6 +139,8 @@ constexpr auto kClasses = std::to_array<Class>({
      ConstructSingleton<kManager, nsSystemManager, ObserveShutdown>},
     {"90316285-26d8-4232-bd0f-b2b04385d109"_iid, "@vorel/system/clock;1", true,
      ConstructSingleton<kClock, nsSystemClock>},
+    {"792a619b-5a10-4249-a0c6-6778b1e0595e"_iid, "@vorel/system/generalsettings;1", true,
+     ConstructSingleton<kGeneralSettings, nsSystemGeneralSettings, InitSettings>},
     {"8155b51f-fa15-4ad9-a1a8-6b9cefd36168"_iid, "@vorel/system/maintenance;1", true,
      ConstructSingleton<kMaintenance, nsSystemMaintenance>},
     {"33386123-8c43-4153-90d7-e632e801179c"_iid, "@vorel/system/systemfont;1", true,

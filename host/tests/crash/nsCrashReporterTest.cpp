@@ -1,0 +1,205 @@
+// Crash reports, each of a process of its own.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <latch>
+#include <thread>
+
+#include "nsHost.h"
+#include "nsICrashReporter.h"
+#include "nsServices.h"
+#include "nsString.h"
+
+namespace fs = std::filesystem;
+
+namespace crashing {
+
+// With external linkage and never inlined, so that a report can name them.
+__attribute__((noinline, no_sanitize("address", "undefined", "thread"))) int WriteNowhere() {
+  int* volatile nowhere = nullptr;
+  *nowhere = 1;
+  return 1;
+}
+
+__attribute__((noinline, no_sanitize("address", "undefined"))) int Recurse(int aDepth) {
+  if (aDepth < 0) return 0;  // it does not come to that
+  volatile char room[1024] = {};
+  room[0] = static_cast<char>(aDepth);
+  return Recurse(aDepth + 1) + room[0];
+}
+
+__attribute__((noinline)) void WaitForEver(std::latch& aReady) {
+  aReady.count_down();
+  for (volatile bool forever = true; forever;) {
+  }
+}
+
+}  // namespace crashing
+
+namespace {
+
+nsCOMPtr<nsICrashReporter> Reporter() {
+  return do_GetService<nsICrashReporter>("@mozilla.org/toolkit/crash-reporter;1");
+}
+
+class CrashTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    char path[] = "/tmp/vorel-crash-XXXXXX";
+    ASSERT_NE(mkdtemp(path), nullptr);
+    mProfile = path;
+  }
+  void TearDown() override { fs::remove_all(mProfile); }
+
+  /// Runs a host whose reports are on in a process of its own, then the function. Gives the status
+  /// that the process ended with.
+  int Run(std::function<void()> aFunction, const char* aEnabled = "1") {
+    const pid_t child = fork();
+    if (child == 0) {
+      // The sanitizers have handlers of their own, which write pages of text.
+      for (const int number : {SIGSEGV, SIGABRT, SIGBUS}) signal(number, SIG_DFL);
+      const int quiet = open("/dev/null", O_WRONLY);
+      dup2(quiet, STDERR_FILENO);
+      setenv("VOREL_CRASHREPORTER", aEnabled, 1);
+      auto* host = new nsHost;
+      nsHostOptions options;
+      options.mProfileDirectory = mProfile.string();
+      if (NS_FAILED(host->Start(options)) || !Reporter()) _exit(77);
+      aFunction();
+      _exit(0);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    return status;
+  }
+  /// The one report; "" when there is none, the number of them when there are several.
+  std::string Report() const {
+    std::vector<fs::path> paths;
+    if (fs::exists(mProfile / "crashes"))
+      for (const auto& entry : fs::directory_iterator(mProfile / "crashes"))
+        paths.push_back(entry.path());
+    if (paths.empty()) return "";
+    if (paths.size() > 1) return std::to_string(paths.size());
+    std::ifstream file(paths[0]);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+  /// The part of a report that is about the thread of a name.
+  static std::string OfThread(const std::string& aReport, const std::string& aName) {
+    const size_t at = aReport.find("\"" + aName + "\"");
+    if (at == aReport.npos) return "";
+    return aReport.substr(at, aReport.find("\n\n", at) - at);
+  }
+  static bool Has(const std::string& aText, const std::string& aPart) {
+    return aText.find(aPart) != aText.npos;
+  }
+
+  fs::path mProfile;
+};
+
+TEST_F(CrashTest, AReportNamesNeitherSignalNorFunctionNorOtherThreads) {
+  const int status = Run([] {
+    (void)Reporter()->AnnotateCrashReport(nsCString("Action"), nsCString("restart"));
+    (void)Reporter()->AnnotateCrashReport(nsCString("Lines"), nsCString("one\ntwo"));
+    (void)Reporter()->AppendAppNotesToCrashReport(nsCString("a note"));
+    std::latch ready(1);
+    std::thread([&] {
+      pthread_setname_np(pthread_self(), "Waiter");
+      crashing::WaitForEver(ready);
+    }).detach();
+    ready.wait();
+    pthread_setname_np(pthread_self(), "Crasher");
+    crashing::WriteNowhere();
+  });
+  ASSERT_TRUE(WIFSIGNALED(status)) << WEXITSTATUS(status);
+  EXPECT_EQ(WTERMSIG(status), SIGSEGV);
+  const std::string report = Report();
+  EXPECT_TRUE(Has(report, "Action=restart\n")) << report;
+  EXPECT_TRUE(Has(report, "Lines=one\\ntwo\n"));
+  EXPECT_TRUE(Has(report, "Notes=a note\n"));
+  EXPECT_TRUE(Has(report, "Signal=11 SIGSEGV\n"));
+  EXPECT_TRUE(Has(report, "Address=0x0\n"));
+  EXPECT_TRUE(Has(OfThread(report, "Crasher"), "crashed\n"));
+  EXPECT_TRUE(Has(OfThread(report, "Crasher"), "crashing::WriteNowhere")) << report;
+  EXPECT_TRUE(Has(OfThread(report, "Waiter"), "WaitForEver")) << report;
+  EXPECT_FALSE(Has(OfThread(report, "Waiter"), "OnStackSignal"));
+}
+
+TEST_F(CrashTest, AStackThatIsFullLeavesNoReport) {
+  const int status = Run([] { crashing::Recurse(0); });
+  EXPECT_TRUE(WIFSIGNALED(status));
+  EXPECT_TRUE(Has(Report(), "crashing::Recurse")) << Report().substr(0, 2000);
+}
+
+TEST_F(CrashTest, AbortLeavesNoReportOrIsSurvived) {
+  const int status = Run([] { abort(); });
+  EXPECT_TRUE(WIFSIGNALED(status));
+  EXPECT_EQ(WTERMSIG(status), SIGABRT);
+  EXPECT_TRUE(Has(Report(), "Signal=6 SIGABRT\n"));
+}
+
+TEST_F(CrashTest, AThreadThatDoesNotAnswerHoldsTheReportUp) {
+  const auto start = std::chrono::steady_clock::now();
+  const int status = Run([] {
+    std::latch ready(1);
+    std::thread([&] {
+      pthread_setname_np(pthread_self(), "Deaf");
+      sigset_t all;
+      sigfillset(&all);
+      pthread_sigmask(SIG_BLOCK, &all, nullptr);
+      crashing::WaitForEver(ready);
+    }).detach();
+    ready.wait();
+    crashing::WriteNowhere();
+  });
+  EXPECT_TRUE(WIFSIGNALED(status));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+  EXPECT_TRUE(Has(OfThread(Report(), "Deaf"), "no answer")) << Report();
+}
+
+TEST_F(CrashTest, SeveralThreadsCrashIntoOneAnother) {
+  const int status = Run([] {
+    std::latch ready(8);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 8; ++i)
+      threads.emplace_back([&] {
+        ready.arrive_and_wait();
+        crashing::WriteNowhere();
+      });
+    for (auto& thread : threads) thread.join();
+  });
+  EXPECT_TRUE(WIFSIGNALED(status));
+  EXPECT_TRUE(Has(Report(), "crashing::WriteNowhere"));
+}
+
+TEST_F(CrashTest, ReportsAreWrittenThoughTheyAreOff) {
+  int status = Run([] { crashing::WriteNowhere(); }, "0");
+  EXPECT_TRUE(WIFSIGNALED(status));
+  EXPECT_EQ(Report(), "");
+  status = Run([] {
+    bool enabled = false;
+    (void)Reporter()->GetEnabled(&enabled);
+    if (!enabled) _exit(1);
+    if (Reporter()->SetEnabled(false) != NS_OK) _exit(2);
+    if (Reporter()->AnnotateCrashReport(nsCString("A"), nsCString("b")) != NS_ERROR_NOT_INITIALIZED)
+      _exit(3);
+    if (Reporter()->SetEnabled(true) != NS_OK) _exit(4);
+    for (const std::string key : {"", "a=b", "a\nb"})
+      if (Reporter()->AnnotateCrashReport(nsCString(key), nsCString("b")) != NS_ERROR_INVALID_ARG)
+        _exit(5);
+    if (Reporter()->SetEnabled(false) != NS_OK) _exit(6);
+    crashing::WriteNowhere();
+  });
+  EXPECT_TRUE(WIFSIGNALED(status)) << WEXITSTATUS(status);
+  EXPECT_EQ(Report(), "");
+}
+
+}  // namespace
