@@ -10,99 +10,112 @@
 #include "nsServices.h"
 
 namespace {
-// What belongs together, such as a link with its addresses and routes, comes within this time.
-constexpr uint32_t kBurstMilliseconds = 5;
+
+// What one command or one plug brings, a link with its addresses and routes, comes well within the
+// first; a machine whose network never rests is told of at the rate of the second.
+constexpr uint32_t kQuietMilliseconds = 4;
+constexpr uint32_t kLongestMilliseconds = 10;
+
+using Status = nsLinkMonitor::Status;
+
+bool IsSimulated() {
+  const nsHost* host = nsHost::Current();
+  return host && !host->Options().mMachineFile.empty();
+}
+
+Status ReadStatus(uint32_t* aType) {
+  if (!IsSimulated()) return nsLinkMonitor::ReadStatus(aType);
+  *aType = nsINetworkLinkService::LINK_TYPE_UNKNOWN;
+  return Status::eUnknown;
+}
+
+const char16_t* TextOf(Status aStatus) {
+  switch (aStatus) {
+    case Status::eUp:
+      return u"up";
+    case Status::eDown:
+      return u"down";
+    case Status::eUnknown:
+      break;
+  }
+  return u"unknown";
+}
+
 }  // namespace
 
+const nsClassInfoRecord nsNetworkLinkService::kClassInfo = {
+    NS_ClassInterfaces<nsINetworkLinkService>, nullptr, nsIClassInfo::SINGLETON,
+    "75a500a2-0030-40f7-86f8-63f225b940ae"_iid};
+
 nsresult nsNetworkLinkService::GetIsLinkUp(bool* aIsLinkUp) {
-  const nsresult rv = Start();
-  NS_ENSURE_SUCCESS(rv, rv);
-  *aIsLinkUp = mStatus == nsLinkMonitor::kUp;
+  if (!aIsLinkUp) return NS_ERROR_NULL_POINTER;
+  uint32_t type;
+  *aIsLinkUp = ReadStatus(&type) == Status::eUp;
   return NS_OK;
 }
 
 nsresult nsNetworkLinkService::GetLinkStatusKnown(bool* aLinkStatusKnown) {
-  const nsresult rv = Start();
-  NS_ENSURE_SUCCESS(rv, rv);
-  *aLinkStatusKnown = mStatus != nsLinkMonitor::kUnknown;
+  if (!aLinkStatusKnown) return NS_ERROR_NULL_POINTER;
+  uint32_t type;
+  *aLinkStatusKnown = ReadStatus(&type) != Status::eUnknown;
   return NS_OK;
 }
 
 nsresult nsNetworkLinkService::GetLinkType(uint32_t* aLinkType) {
-  const nsresult rv = Start();
-  NS_ENSURE_SUCCESS(rv, rv);
-  *aLinkType = mType;
+  if (!aLinkType) return NS_ERROR_NULL_POINTER;
+  (void)ReadStatus(aLinkType);
   return NS_OK;
 }
 
 nsresult nsNetworkLinkService::Observe(nsISupports*, const char* aTopic, const char16_t*) {
   const std::string_view topic = aTopic ? aTopic : "";
-  if (topic == "profile-after-change") return Start();
-  if (topic == "xpcom-shutdown") Stop();
+  if (topic == "app-startup") return Listen();
+  if (topic == "profile-after-change") return Tell();
+  if (topic == "xpcom-shutdown") {
+    mWatch = nullptr;
+    mBurst = nullptr;
+    mMonitor = nullptr;
+  }
   return NS_OK;
 }
 
-nsresult nsNetworkLinkService::Start() {
-  if (mStarted) return NS_OK;
-  const nsHost* host = nsHost::Current();
-  if (host && !host->Options().mMachineFile.empty()) return NS_OK;
+nsresult nsNetworkLinkService::Listen() {
+  if (mMonitor || IsSimulated()) return NS_OK;
+  nsresult rv;
+  const auto os = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID, &rv);
+  NS_ENSURE_SUCCESS(rv, rv);
+  rv = os->AddObserver(this, "xpcom-shutdown", false);
+  NS_ENSURE_SUCCESS(rv, rv);
+  rv = nsLinkMonitor::Open(&mMonitor);
+  NS_ENSURE_SUCCESS(rv, rv);
+  return NS_OK;
+}
 
+nsresult nsNetworkLinkService::Tell() {
+  if (mWatch || !mMonitor) return NS_OK;
   nsresult rv;
   const auto threads = do_GetService<nsIThreadManager>(NS_THREADMANAGER_CONTRACTID, &rv);
   NS_ENSURE_SUCCESS(rv, rv);
   nsCOMPtr<nsIThread> mainThread;
   rv = threads->GetMainThread(mainThread.getter_AddRefs());
   NS_ENSURE_SUCCESS(rv, rv);
-  const auto os = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID, &rv);
+  mBurst =
+      std::make_unique<nsBurst>(kQuietMilliseconds, kLongestMilliseconds, [this] { OnChanged(); });
+  rv = nsFdWatch::Start(
+      mMonitor->Descriptor(), mainThread.get(), [this] { OnReadable(); }, &mWatch);
   NS_ENSURE_SUCCESS(rv, rv);
-  rv = os->AddObserver(this, "xpcom-shutdown", false);
-  NS_ENSURE_SUCCESS(rv, rv);
-  mTimer = do_CreateInstance<nsITimer>(NS_TIMER_CONTRACTID, &rv);
-  NS_ENSURE_SUCCESS(rv, rv);
-  rv = nsLinkMonitor::Open(&mMonitor);
-  NS_ENSURE_SUCCESS(rv, rv);
-  for (const int fd : mMonitor->Descriptors()) {
-    std::unique_ptr<nsFdWatch> watch;
-    rv = nsFdWatch::Start(
-        fd, mainThread.get(), [this] { OnReadable(); }, &watch);
-    if (NS_FAILED(rv)) Stop();
-    NS_ENSURE_SUCCESS(rv, rv);
-    mWatches.push_back(std::move(watch));
-  }
-  mStarted = true;
-  mStatus = nsLinkMonitor::ReadStatus(&mType);
-  // Whoever looked at the network before now may have missed a change.
-  Schedule();
   return NS_OK;
 }
 
-void nsNetworkLinkService::Stop() {
-  mWatches.clear();
-  mMonitor.reset();
-  if (mTimer) (void)mTimer->Cancel();
-  mTimer = nullptr;
-}
-
 void nsNetworkLinkService::OnReadable() {
-  if (mMonitor && mMonitor->Consume()) Schedule();
+  if (mMonitor->Consume()) (void)mBurst->OnEvent();  // it has warned when it fails
 }
 
-void nsNetworkLinkService::Schedule() {
-  if (mScheduled) return;
-  mScheduled =
-      NS_SUCCEEDED(mTimer->InitWithCallback(this, kBurstMilliseconds, nsITimer::TYPE_ONE_SHOT));
-}
-
-nsresult nsNetworkLinkService::Notify(nsITimer*) {
-  mScheduled = false;
-  if (!mMonitor) return NS_OK;
+void nsNetworkLinkService::OnChanged() {
   (void)mMonitor->Consume();  // what has come since belongs to the burst
-  mStatus = nsLinkMonitor::ReadStatus(&mType);
   const auto os = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID);
-  if (!os) return NS_OK;
-  const char16_t* const data = mStatus == nsLinkMonitor::kUp     ? u"up"
-                               : mStatus == nsLinkMonitor::kDown ? u"down"
-                                                                 : u"unknown";
-  return os->NotifyObservers(static_cast<nsINetworkLinkService*>(this),
-                             "network:link-status-changed", data);
+  if (!os) return;  // the host is shutting down
+  uint32_t type;
+  (void)os->NotifyObservers(static_cast<nsINetworkLinkService*>(this),
+                            "network:link-status-changed", TextOf(ReadStatus(&type)));
 }

@@ -2,48 +2,46 @@
 #pragma once
 
 #include <memory>
-#include <vector>
 
+#include "nsBurst.h"
 #include "nsFdWatch.h"
 #include "nsINetworkLinkService.h"
 #include "nsIObserver.h"
-#include "nsITimer.h"
-#include "nsITimerCallback.h"
 #include "nsImplements.h"
 #include "nsLinkMonitor.h"
 
-/// "@mozilla.org/network/network-link-service;1". Begins with "profile-after-change", or when it is
-/// first asked; ends with "xpcom-shutdown". Main thread.
+/// "@mozilla.org/network/network-link-service;1". Main thread.
 ///
-/// Every change of a link, an address, a route or the DNS servers brings
+/// Every change of a link, an address, a route or the name servers brings
 /// "network:link-status-changed" with this object as subject and "up", "down" or "unknown" as data:
-/// once for all that comes within a few milliseconds. Observers look for themselves at what is
-/// different.
+/// once for all that comes within a few milliseconds, and also where the data stays the same.
+/// Observers look for themselves at what is different.
 ///
-/// On a simulated machine it watches nothing: the machine tells of its own changes.
-class nsNetworkLinkService final : public nsImplements<nsNetworkLinkService, nsINetworkLinkService,
-                                                       nsIObserver, nsITimerCallback> {
+/// It listens from "app-startup" on and tells from the category "profile-after-change" on, which
+/// is after the topic, so that whoever looks at the network at either misses nothing later; it ends
+/// with "xpcom-shutdown".
+///
+/// On a simulated machine it neither knows nor tells anything: that machine tells of its changes
+/// itself.
+class nsNetworkLinkService final
+    : public nsImplements<nsNetworkLinkService, nsINetworkLinkService, nsIObserver> {
  public:
+  static const nsClassInfoRecord kClassInfo;
+  // The attributes are read anew each time.
   nsresult GetIsLinkUp(bool* aIsLinkUp) override;
   nsresult GetLinkStatusKnown(bool* aLinkStatusKnown) override;
   nsresult GetLinkType(uint32_t* aLinkType) override;
   nsresult Observe(nsISupports* aSubject, const char* aTopic, const char16_t* aData) override;
-  nsresult Notify(nsITimer* aTimer) override;
 
  private:
   ~nsNetworkLinkService() override = default;
-
-  nsresult Start();
-  void Stop();
+  nsresult Listen();
+  nsresult Tell();
   void OnReadable();
-  /// Sends a notice soon, if none is on its way.
-  void Schedule();
+  void OnChanged();
 
-  bool mStarted = false;
-  bool mScheduled = false;
-  nsLinkMonitor::Status mStatus = nsLinkMonitor::kUnknown;
-  uint32_t mType = LINK_TYPE_UNKNOWN;
-  nsCOMPtr<nsITimer> mTimer;
+  // Each uses those before it.
   std::unique_ptr<nsLinkMonitor> mMonitor;
-  std::vector<std::unique_ptr<nsFdWatch>> mWatches;  // of the monitor's descriptors: they go first
+  std::unique_ptr<nsBurst> mBurst;
+  std::unique_ptr<nsFdWatch> mWatch;
 };

@@ -4,6 +4,7 @@
 namespace {
 
 constexpr char kLinkServiceContract[] = "@mozilla.org/network/network-link-service;1";
+constexpr char kLinkServiceAtStartup[] = "service,@mozilla.org/network/network-link-service;1";
 constexpr nsCID kLinkServiceCID = "75a500a2-0030-40f7-86f8-63f225b940ae"_iid;
 
 const vorel::Module::CIDEntry kCIDs[] = {
@@ -17,6 +18,7 @@ const vorel::Module::ContractIDEntry kContracts[] = {
 };
 
 const vorel::Module::CategoryEntry kCategories[] = {
+    {"app-startup", "NetworkLinkService", kLinkServiceAtStartup},
     {"profile-after-change", "NetworkLinkService", kLinkServiceContract},
     {nullptr, nullptr, nullptr},
 };
