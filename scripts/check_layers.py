@@ -64,6 +64,7 @@ NSPR = re.compile(r"(nspr/)?(pr|pl)\w+\.h$")
 MORE = {  # beside the standard library
     "glue": NSPR,
     "threads": NSPR,
+    "module": NSPR,
     "logic": re.compile(r"((nspr/)?(pr|pl)\w+|ft2build)\.h$"),
     "simulated": re.compile(r"nlohmann/json(_fwd)?\.hpp$"),
 }
