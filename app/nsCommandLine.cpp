@@ -1,0 +1,151 @@
+#include "nsCommandLine.h"
+
+#include <array>
+#include <functional>
+
+namespace {
+
+constexpr std::string_view kHelp =
+    R"(usage: vorel [OPTIONS]                         print the picture of this machine
+       vorel [OPTIONS] FILE.js [ARGUMENTS]     run an application (FILE.mjs: as a module)
+       vorel [OPTIONS] -e TEXT [ARGUMENTS]     run a line of script
+       vorel [OPTIONS] watch DIRECTORY         print the changes of a directory tree as they come
+
+  --json                print JSON: the picture as one object, events one object a line
+  --watch               after the picture, print the changes of it until interrupted
+  --machine FILE        take the simulated machine of FILE instead of this one
+  --app DIR             take manifest, preferences and components of DIR (default: those of the program)
+  --profile DIR         keep settings in DIR (default: $XDG_DATA_HOME/vorel or ~/.local/share/vorel)
+  --log LEVEL           log from LEVEL on: debug, warning, error or off (default: warning)
+  --log NAME=LEVEL      the same for one logger and those below it: system.manager=debug
+  --print-types         print the TypeScript declarations of everything script can see
+  --version, --help     print these and stop
+
+Exit status: 0, what an application gave to quit(), 1 after a failure, 2 for wrong arguments.
+)";
+
+constexpr std::array<std::string_view, 4> kLevels = {"debug", "warning", "error", "off"};
+
+bool ReadLogLevel(const std::string& aValue, nsCommandLine* aOut, std::string* aError) {
+  const size_t equals = aValue.find('=');
+  const std::string name = equals == aValue.npos ? "" : aValue.substr(0, equals);
+  const std::string level = equals == aValue.npos ? aValue : aValue.substr(equals + 1);
+  for (const std::string_view known : kLevels) {
+    if (level != known) continue;
+    aOut->mLogLevels.emplace_back(name, level);
+    return true;
+  }
+  *aError = "--log: '" + level + "' is no level: take debug, warning, error or off";
+  return false;
+}
+
+}  // namespace
+
+std::string_view nsCommandLine::Help() { return kHelp; }
+
+bool nsCommandLine::Parse(const std::vector<std::string>& aArguments, nsCommandLine* aOut,
+                          std::string* aError) {
+  nsCommandLine out;
+  const auto file = [](std::string nsCommandLine::*aField) {
+    return [aField](const std::string& aValue, nsCommandLine* aLine, std::string*) {
+      aLine->*aField = aValue;
+      return true;
+    };
+  };
+  using ReadValue = std::function<bool(const std::string&, nsCommandLine*, std::string*)>;
+  const std::array<std::pair<std::string_view, ReadValue>, 4> withValue = {{
+      {"--machine", file(&nsCommandLine::mMachineFile)},
+      {"--app", file(&nsCommandLine::mApplicationDirectory)},
+      {"--profile", file(&nsCommandLine::mProfileDirectory)},
+      {"--log", ReadLogLevel},
+  }};
+  const std::array<std::pair<std::string_view, std::function<void()>>, 6> plain = {{
+      {"--json", [&] { out.mJson = true; }},
+      {"--watch", [&] { out.mFollow = true; }},
+      {"--print-types", [&] { out.mTask = Task::ePrintTypes; }},
+      {"--version", [&] { out.mTask = Task::eVersion; }},
+      {"--help", [&] { out.mTask = Task::eHelp; }},
+      {"-h", [&] { out.mTask = Task::eHelp; }},
+  }};
+
+  size_t i = 0;
+  // Takes the option at i, wherever options may stand.
+  const auto option = [&]() -> bool {
+    const std::string& text = aArguments[i];
+    for (const auto& [name, act] : plain) {
+      if (text != name) continue;
+      act();
+      return true;
+    }
+    const size_t equals = text.find('=');
+    for (const auto& [name, read] : withValue) {
+      std::string value;
+      if (text == name) {
+        if (++i == aArguments.size() || aArguments[i].empty()) {
+          *aError = std::string(name) + " needs a value";
+          return false;
+        }
+        value = aArguments[i];
+      } else if (equals != text.npos && text.substr(0, equals) == name) {
+        value = text.substr(equals + 1);
+        if (value.empty()) {
+          *aError = std::string(name) + " needs a value";
+          return false;
+        }
+      } else {
+        continue;
+      }
+      return read(value, &out, aError);
+    }
+    *aError = "unknown option '" + text + "': vorel --help lists them";
+    return false;
+  };
+
+  for (; i < aArguments.size(); ++i) {
+    const std::string& text = aArguments[i];
+    if (text == "-e") {
+      if (++i == aArguments.size()) {
+        *aError = "-e needs a script text";
+        return false;
+      }
+      out.mTask = Task::eEvaluate;
+      out.mScript = aArguments[i++];
+      break;
+    }
+    if (text.starts_with("-")) {
+      if (!option()) return false;
+      continue;
+    }
+    if (text == "watch") {
+      if (++i == aArguments.size() || aArguments[i].starts_with("-")) {
+        *aError = "watch needs a directory";
+        return false;
+      }
+      out.mTask = Task::eWatch;
+      out.mArguments.push_back(aArguments[i++]);
+      for (; i < aArguments.size(); ++i) {
+        if (!aArguments[i].starts_with("-")) {
+          *aError = "watch takes one directory; '" + aArguments[i] + "' is one too many";
+          return false;
+        }
+        if (!option()) return false;
+      }
+      break;
+    }
+    if (text.ends_with(".js") || text.ends_with(".mjs")) {
+      out.mTask = Task::eApplication;
+      out.mScript = aArguments[i++];
+      break;
+    }
+    *aError = "'" + text + "' is neither an option nor an application (FILE.js or FILE.mjs)";
+    return false;
+  }
+  // Everything behind the script belongs to it, options too.
+  for (; i < aArguments.size(); ++i) out.mArguments.push_back(aArguments[i]);
+  if (out.mFollow && out.mTask != Task::ePicture) {
+    *aError = "--watch goes with the picture only";
+    return false;
+  }
+  *aOut = std::move(out);
+  return true;
+}

@@ -1,0 +1,36 @@
+// What the program was asked to do.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+struct nsCommandLine {
+  enum class Task {
+    ePicture,      ///< print the picture of the machine
+    eApplication,  ///< run a script file
+    eEvaluate,     ///< run a script text
+    eWatch,        ///< print the changes of a directory tree
+    ePrintTypes,   ///< print the TypeScript declarations
+    eHelp,
+    eVersion,
+  };
+
+  Task mTask = Task::ePicture;
+  bool mJson = false;    ///< machine-readable output
+  bool mFollow = false;  ///< after the picture, print its changes as they come
+  std::string mMachineFile;
+  std::string mApplicationDirectory;  ///< empty: the one that comes with the program
+  std::string mProfileDirectory;      ///< empty: the user's own
+  /// Logger name (empty: all loggers) and level name, in the order given.
+  std::vector<std::pair<std::string, std::string>> mLogLevels;
+  std::string mScript;                  ///< file name or text
+  std::vector<std::string> mArguments;  ///< the application's own
+
+  /// Reads everything behind the program's name. False, with one clear line in *aError, for what it does not
+  /// understand.
+  static bool Parse(const std::vector<std::string>& aArguments, nsCommandLine* aOut,
+                    std::string* aError);
+  static std::string_view Help();
+};

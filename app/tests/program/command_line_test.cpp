@@ -1,0 +1,54 @@
+#include <gtest/gtest.h>
+
+#include "nsCommandLine.h"
+
+namespace {
+
+std::string ErrorOf(const std::vector<std::string>& aArguments) {
+  nsCommandLine line;
+  std::string error;
+  return nsCommandLine::Parse(aArguments, &line, &error) ? "" : error;
+}
+
+nsCommandLine Parsed(const std::vector<std::string>& aArguments) {
+  nsCommandLine line;
+  std::string error;
+  EXPECT_TRUE(nsCommandLine::Parse(aArguments, &line, &error)) << error;
+  return line;
+}
+
+}  // namespace
+
+TEST(CommandLine, OptionsBehindTheScriptAreTakenFromTheApplication) {
+  const auto line = Parsed({"--log", "debug", "app.js", "--json", "-e", "watch"});
+  EXPECT_EQ(line.mTask, nsCommandLine::Task::eApplication);
+  EXPECT_FALSE(line.mJson);
+  EXPECT_EQ(line.mArguments, (std::vector<std::string>{"--json", "-e", "watch"}));
+}
+
+TEST(CommandLine, EqualsFormLosesThePartBehindASecondEquals) {
+  const auto line = Parsed({"--log=system.manager=debug", "--machine=a=b.json"});
+  ASSERT_EQ(line.mLogLevels.size(), 1u);
+  EXPECT_EQ(line.mLogLevels[0], (std::pair<std::string, std::string>{"system.manager", "debug"}));
+  EXPECT_EQ(line.mMachineFile, "a=b.json");
+}
+
+TEST(CommandLine, WatchTakesOptionsOnBothSides) {
+  const auto line = Parsed({"--profile", "p", "watch", "dir", "--json"});
+  EXPECT_EQ(line.mTask, nsCommandLine::Task::eWatch);
+  EXPECT_TRUE(line.mJson);
+  EXPECT_EQ(line.mArguments, std::vector<std::string>{"dir"});
+}
+
+TEST(CommandLine, MistakesAreSilentlyAccepted) {
+  EXPECT_NE(ErrorOf({"--jsn"}).find("--jsn"), std::string::npos);
+  EXPECT_NE(ErrorOf({"--machine"}).find("needs a value"), std::string::npos);
+  EXPECT_NE(ErrorOf({"--machine="}).find("needs a value"), std::string::npos);
+  EXPECT_NE(ErrorOf({"--log", "loud"}).find("loud"), std::string::npos);
+  EXPECT_NE(ErrorOf({"--log", "a.b=loud"}).find("loud"), std::string::npos);
+  EXPECT_NE(ErrorOf({"app.txt"}).find("app.txt"), std::string::npos);
+  EXPECT_NE(ErrorOf({"watch"}).find("directory"), std::string::npos);
+  EXPECT_NE(ErrorOf({"watch", "a", "b"}).find("'b'"), std::string::npos);
+  EXPECT_NE(ErrorOf({"-e"}).find("-e"), std::string::npos);
+  EXPECT_NE(ErrorOf({"--watch", "app.js"}).find("--watch"), std::string::npos);
+}
