@@ -46,7 +46,7 @@ MAY = {
     "host": BASIC | {"threads", "embedding", "host"},
     "bridge": BASIC | {"threads", "embedding", "host", "bridge"},
     "engine": BASIC | {"threads", "embedding", "host", "bridge", "engine"},
-    "program": BASIC | {"threads", "public", "embedding", "bindings", "bridge", "program"},
+    "program": BASIC | {"threads", "public", "embedding", "bindings", "program"},
 }
 
 # What may stand in angle brackets where the system and other libraries may not be seen.

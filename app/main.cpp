@@ -1,0 +1,225 @@
+// vorel: shows the picture of the machine, or runs an application on it.
+#include <signal.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+#include <nlohmann/json.hpp>
+
+#include "nsCommandLine.h"
+#include "nsFdWatch.h"
+#include "nsFollower.h"
+#include "nsHost.h"
+#include "nsIThread.h"
+#include "nsIThreadManager.h"
+#include "nsISystemManager.h"
+#include "nsPicture.h"
+#include "nsScriptHost.h"
+#include "nsServices.h"
+#include "nsSystemScript.h"
+
+namespace {
+
+using Task = nsCommandLine::Task;
+using Json = nlohmann::ordered_json;
+
+constexpr int kFailure = 1;
+constexpr int kWrongArguments = 2;
+
+int Complain(int aStatus, const std::string& aText) {
+  std::cerr << "vorel: " << aText << '\n';
+  return aStatus;
+}
+
+// A reader that is gone, or a full disk: the output is not whole, so the status must say so.
+int Flushed(int aStatus) {
+  std::cout.flush();
+  if (std::cout) return aStatus;
+  return aStatus == 0 ? Complain(kFailure, "the output could not be written") : aStatus;
+}
+
+// share/vorel beside the program's own folder.
+std::filesystem::path SharedFiles() {
+  return std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path() / "share" / "vorel";
+}
+
+std::string DefaultProfile() {
+  const char* data = std::getenv("XDG_DATA_HOME");
+  if (data && *data == '/') return std::string(data) + "/vorel";
+  const char* home = std::getenv("HOME");
+  return home && *home == '/' ? std::string(home) + "/.local/share/vorel" : "";
+}
+
+uint32_t Severity(const std::string& aLevel) {
+  if (aLevel == "debug") return nsILog4Logger::SEVERITY_DEBUG;
+  if (aLevel == "warning") return nsILog4Logger::SEVERITY_WARNING;
+  if (aLevel == "error") return nsILog4Logger::SEVERITY_ERROR;
+  return nsILog4Logger::SEVERITY_ERROR + 1;
+}
+
+// What is named on the command line must be there: a clear line now beats a warning among others later.
+std::string MissingFile(const nsCommandLine& aLine) {
+  std::error_code error;
+  const auto isFile = [&](const std::string& aPath) {
+    return std::filesystem::exists(aPath, error) && !std::filesystem::is_directory(aPath, error);
+  };
+  const auto isDirectory = [&](const std::string& aPath) { return std::filesystem::is_directory(aPath, error); };
+  if (aLine.mTask == Task::eApplication && !isFile(aLine.mScript)) return aLine.mScript + ": no such file";
+  if (!aLine.mMachineFile.empty() && !isFile(aLine.mMachineFile)) return aLine.mMachineFile + ": no such file";
+  if (!aLine.mApplicationDirectory.empty() && !isDirectory(aLine.mApplicationDirectory))
+    return aLine.mApplicationDirectory + ": no such directory";
+  return {};
+}
+
+/// Calls a function on the main thread for SIGINT and SIGTERM, instead of what they do otherwise.
+class SignalWatch {
+ public:
+  // Threads inherit the mask, so this comes before the first of them.
+  static void Block() {
+    const sigset_t signals = Signals();
+    (void)pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  }
+
+  explicit SignalWatch(std::function<void()> aCall) {
+    const sigset_t signals = Signals();
+    mFd = signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
+    nsCOMPtr<nsIThread> main;
+    if (const auto threads = do_GetService<nsIThreadManager>(NS_THREADMANAGER_CONTRACTID))
+      (void)threads->GetMainThread(main.getter_AddRefs());
+    const nsresult rv = nsFdWatch::Start(
+        mFd, main.get(),
+        [fd = mFd, call = std::move(aCall)] {
+          signalfd_siginfo info;
+          while (read(fd, &info, sizeof info) == sizeof info) call();
+        },
+        &mWatch);
+    if (NS_FAILED(rv)) {
+      // Better killed by a signal than deaf to it.
+      (void)pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+    }
+  }
+  SignalWatch(const SignalWatch&) = delete;
+  SignalWatch& operator=(const SignalWatch&) = delete;
+  ~SignalWatch() {
+    mWatch.reset();
+    if (mFd >= 0) close(mFd);
+  }
+
+ private:
+  static sigset_t Signals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    return signals;
+  }
+  int mFd = -1;
+  std::unique_ptr<nsFdWatch> mWatch;
+};
+
+int ShowPicture(nsHost& aHost, const nsCommandLine& aLine) {
+  const auto manager = do_GetService<nsISystemManager>("@vorel/system/systemmanager;1");
+  if (!manager) return Complain(kFailure, "the system manager is not to be had; --log debug tells more");
+  const nsPicture picture(NS_SystemScriptInterfaces());
+  const auto follower = MakeRefCounted<nsFollower>(picture);
+  (void)manager->AddAdapterListener(follower.get());
+  (void)manager->AddProfileBindingListener(follower.get());
+
+  (void)aHost.StartProfile();
+
+  Json json;
+  if (const nsresult rv = picture.Read(manager.get(), follower->Bindings(), &json); NS_FAILED(rv))
+    return Complain(kFailure, "the machine can't be read: " + std::string(NS_ResultName(rv)));
+  if (aLine.mJson)
+    std::cout << json.dump() << '\n';
+  else
+    nsPicture::Print(std::cout, json, isatty(STDOUT_FILENO));
+
+  if (aLine.mFollow) {
+    std::cout.flush();
+    follower->SetReport([&](const Json& aChange) {
+      if (aLine.mJson)
+        std::cout << aChange.dump() << std::endl;
+      else
+        nsPicture::PrintChange(std::cout, aChange);
+      if (!std::cout) aHost.Quit();
+    });
+    const SignalWatch signals([&] { aHost.Quit(); });
+    (void)aHost.Run();
+    follower->SetReport({});
+  }
+  (void)manager->RemoveAdapterListener(follower.get());
+  (void)manager->RemoveProfileBindingListener(follower.get());
+  return Flushed(0);
+}
+
+int RunScript(nsHost& aHost, nsScriptHost& aScript, const nsCommandLine& aLine, const std::filesystem::path& aShare) {
+  (void)aHost.StartProfile();
+  const SignalWatch signals([&] { aScript.Quit(0); });
+  nsresult rv;
+  if (aLine.mTask == Task::eEvaluate) {
+    std::string result;
+    rv = aScript.Evaluate(aLine.mScript, "-e", &result);
+    if (NS_SUCCEEDED(rv) && !result.empty()) std::cout << result << std::endl;
+  } else {
+    rv = aScript.RunFile(aLine.mTask == Task::eWatch ? aShare / "watch.js" : std::filesystem::path(aLine.mScript));
+  }
+  const int status = NS_FAILED(rv) && !aScript.HasQuit() ? kFailure : aScript.RunUntilDone();
+  return Flushed(status);
+}
+
+int Run(const nsCommandLine& aLine) {
+  const std::filesystem::path share = SharedFiles();
+  nsScriptHost::AddInterfaces(NS_SystemScriptInterfaces());
+  if (aLine.mTask == Task::ePrintTypes) {
+    std::cout << nsScriptHost::PrintTypes();
+    return Flushed(0);
+  }
+  if (const std::string missing = MissingFile(aLine); !missing.empty()) return Complain(kWrongArguments, missing);
+
+  nsHostOptions options;
+  options.mApplicationDirectory =
+      aLine.mApplicationDirectory.empty() ? (share / "default").string() : aLine.mApplicationDirectory;
+  options.mProfileDirectory = aLine.mProfileDirectory.empty() ? DefaultProfile() : aLine.mProfileDirectory;
+  // A look at the machine needs the settings but changes nothing, and may be taken beside a running application.
+  options.mProfileReadOnly = aLine.mTask == Task::ePicture || aLine.mTask == Task::eWatch;
+  options.mManifests = {(share / "vorel.manifest").string()};
+  options.mMachineFile = aLine.mMachineFile;
+  for (const auto& [name, level] : aLine.mLogLevels) options.mLogLevels.emplace_back(name, Severity(level));
+  options.mCommandLine = aLine.mArguments;
+
+  SignalWatch::Block();
+  nsHost host;
+  if (NS_FAILED(host.Start(options))) return Complain(kFailure, host.Error());
+
+  nsScriptOptions scriptOptions;
+  scriptOptions.mArguments = aLine.mArguments;
+  if (aLine.mTask == Task::eWatch && aLine.mJson) scriptOptions.mArguments.push_back("--json");
+  if (aLine.mTask == Task::eApplication) scriptOptions.mFile = aLine.mScript;
+  std::string error;
+  const auto script = nsScriptHost::Create(scriptOptions, &error);
+  if (!script) return Complain(kFailure, error);
+  return aLine.mTask == Task::ePicture ? ShowPicture(host, aLine) : RunScript(host, *script, aLine, share);
+}
+
+}  // namespace
+
+int main(int aCount, char** aArguments) {
+  (void)signal(SIGPIPE, SIG_IGN);
+  nsCommandLine line;
+  std::string error;
+  if (!nsCommandLine::Parse({aArguments + 1, aArguments + aCount}, &line, &error))
+    return Complain(kWrongArguments, error);
+  if (line.mTask == Task::eHelp) {
+    std::cout << nsCommandLine::Help();
+    return Flushed(0);
+  }
+  if (line.mTask == Task::eVersion) {
+    std::cout << "vorel " VOREL_VERSION "\n";
+    return Flushed(0);
+  }
+  return Run(line);
+}
