@@ -13,9 +13,10 @@
 #include "nsFdWatch.h"
 #include "nsFollower.h"
 #include "nsHost.h"
+#include "nsILog4.h"
+#include "nsISystemManager.h"
 #include "nsIThread.h"
 #include "nsIThreadManager.h"
-#include "nsISystemManager.h"
 #include "nsPicture.h"
 #include "nsScriptHost.h"
 #include "nsServices.h"
@@ -43,7 +44,8 @@ int Flushed(int aStatus) {
 
 // share/vorel beside the program's own folder.
 std::filesystem::path SharedFiles() {
-  return std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path() / "share" / "vorel";
+  return std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path() / "share" /
+         "vorel";
 }
 
 std::string DefaultProfile() {
@@ -60,15 +62,20 @@ uint32_t Severity(const std::string& aLevel) {
   return nsILog4Logger::SEVERITY_ERROR + 1;
 }
 
-// What is named on the command line must be there: a clear line now beats a warning among others later.
+// What is named on the command line must be there: a clear line now beats a warning among others
+// later.
 std::string MissingFile(const nsCommandLine& aLine) {
   std::error_code error;
   const auto isFile = [&](const std::string& aPath) {
     return std::filesystem::exists(aPath, error) && !std::filesystem::is_directory(aPath, error);
   };
-  const auto isDirectory = [&](const std::string& aPath) { return std::filesystem::is_directory(aPath, error); };
-  if (aLine.mTask == Task::eApplication && !isFile(aLine.mScript)) return aLine.mScript + ": no such file";
-  if (!aLine.mMachineFile.empty() && !isFile(aLine.mMachineFile)) return aLine.mMachineFile + ": no such file";
+  const auto isDirectory = [&](const std::string& aPath) {
+    return std::filesystem::is_directory(aPath, error);
+  };
+  if (aLine.mTask == Task::eApplication && !isFile(aLine.mScript))
+    return aLine.mScript + ": no such file";
+  if (!aLine.mMachineFile.empty() && !isFile(aLine.mMachineFile))
+    return aLine.mMachineFile + ": no such file";
   if (!aLine.mApplicationDirectory.empty() && !isDirectory(aLine.mApplicationDirectory))
     return aLine.mApplicationDirectory + ": no such directory";
   return {};
@@ -122,8 +129,10 @@ class SignalWatch {
 
 int ShowPicture(nsHost& aHost, const nsCommandLine& aLine) {
   const auto manager = do_GetService<nsISystemManager>("@vorel/system/systemmanager;1");
-  if (!manager) return Complain(kFailure, "the system manager is not to be had; --log debug tells more");
-  const nsPicture picture(NS_SystemScriptInterfaces());
+  if (!manager)
+    return Complain(kFailure, "the system manager is not to be had; --log debug tells more");
+  static const auto sInterfaces = NS_SystemScriptInterfaces();
+  const nsPicture picture(sInterfaces);
   const auto follower = MakeRefCounted<nsFollower>(picture);
   (void)manager->AddAdapterListener(follower.get());
   (void)manager->AddProfileBindingListener(follower.get());
@@ -156,7 +165,8 @@ int ShowPicture(nsHost& aHost, const nsCommandLine& aLine) {
   return Flushed(0);
 }
 
-int RunScript(nsHost& aHost, nsScriptHost& aScript, const nsCommandLine& aLine, const std::filesystem::path& aShare) {
+int RunScript(nsHost& aHost, nsScriptHost& aScript, const nsCommandLine& aLine,
+              const std::filesystem::path& aShare) {
   (void)aHost.StartProfile();
   const SignalWatch signals([&] { aScript.Quit(0); });
   nsresult rv;
@@ -165,7 +175,8 @@ int RunScript(nsHost& aHost, nsScriptHost& aScript, const nsCommandLine& aLine, 
     rv = aScript.Evaluate(aLine.mScript, "-e", &result);
     if (NS_SUCCEEDED(rv) && !result.empty()) std::cout << result << std::endl;
   } else {
-    rv = aScript.RunFile(aLine.mTask == Task::eWatch ? aShare / "watch.js" : std::filesystem::path(aLine.mScript));
+    rv = aScript.RunFile(aLine.mTask == Task::eWatch ? aShare / "watch.js"
+                                                     : std::filesystem::path(aLine.mScript));
   }
   const int status = NS_FAILED(rv) && !aScript.HasQuit() ? kFailure : aScript.RunUntilDone();
   return Flushed(status);
@@ -173,22 +184,27 @@ int RunScript(nsHost& aHost, nsScriptHost& aScript, const nsCommandLine& aLine, 
 
 int Run(const nsCommandLine& aLine) {
   const std::filesystem::path share = SharedFiles();
-  nsScriptHost::AddInterfaces(NS_SystemScriptInterfaces());
+  static const auto sInterfaces = NS_SystemScriptInterfaces();
+  nsScriptHost::AddInterfaces(sInterfaces);
   if (aLine.mTask == Task::ePrintTypes) {
     std::cout << nsScriptHost::PrintTypes();
     return Flushed(0);
   }
-  if (const std::string missing = MissingFile(aLine); !missing.empty()) return Complain(kWrongArguments, missing);
+  if (const std::string missing = MissingFile(aLine); !missing.empty())
+    return Complain(kWrongArguments, missing);
 
   nsHostOptions options;
-  options.mApplicationDirectory =
-      aLine.mApplicationDirectory.empty() ? (share / "default").string() : aLine.mApplicationDirectory;
-  options.mProfileDirectory = aLine.mProfileDirectory.empty() ? DefaultProfile() : aLine.mProfileDirectory;
-  // A look at the machine needs the settings but changes nothing, and may be taken beside a running application.
+  options.mApplicationDirectory = aLine.mApplicationDirectory.empty() ? (share / "default").string()
+                                                                      : aLine.mApplicationDirectory;
+  options.mProfileDirectory =
+      aLine.mProfileDirectory.empty() ? DefaultProfile() : aLine.mProfileDirectory;
+  // A look at the machine needs the settings but changes nothing, and may be taken beside a running
+  // application.
   options.mProfileReadOnly = aLine.mTask == Task::ePicture || aLine.mTask == Task::eWatch;
   options.mManifests = {(share / "vorel.manifest").string()};
   options.mMachineFile = aLine.mMachineFile;
-  for (const auto& [name, level] : aLine.mLogLevels) options.mLogLevels.emplace_back(name, Severity(level));
+  for (const auto& [name, level] : aLine.mLogLevels)
+    options.mLogLevels.emplace_back(name, Severity(level));
   options.mCommandLine = aLine.mArguments;
 
   SignalWatch::Block();
@@ -202,7 +218,8 @@ int Run(const nsCommandLine& aLine) {
   std::string error;
   const auto script = nsScriptHost::Create(scriptOptions, &error);
   if (!script) return Complain(kFailure, error);
-  return aLine.mTask == Task::ePicture ? ShowPicture(host, aLine) : RunScript(host, *script, aLine, share);
+  return aLine.mTask == Task::ePicture ? ShowPicture(host, aLine)
+                                       : RunScript(host, *script, aLine, share);
 }
 
 }  // namespace

@@ -28,8 +28,8 @@ struct nsCommandLine {
   std::string mScript;                  ///< file name or text
   std::vector<std::string> mArguments;  ///< the application's own
 
-  /// Reads everything behind the program's name. False, with one clear line in *aError, for what it does not
-  /// understand.
+  /// Reads everything behind the program's name. False, with one clear line in *aError, for what it
+  /// does not understand.
   static bool Parse(const std::vector<std::string>& aArguments, nsCommandLine* aOut,
                     std::string* aError);
   static std::string_view Help();

@@ -1,4 +1,5 @@
-// Hears what the manager tells its listeners: keeps the bindings, and prints the changes if so asked.
+// Hears what the manager tells its listeners: keeps the bindings, and prints the changes if so
+// asked.
 #pragma once
 
 #include <cstdio>
@@ -12,9 +13,10 @@
 #include "nsImplements.h"
 #include "nsPicture.h"
 
-/// Main thread. The manager keeps no list of bindings that can be asked for as a whole, so whoever wants them all
-/// listens from before the profile is announced.
-class nsFollower final : public nsImplements<nsFollower, nsISystemAdapterListener, nsISystemProfileBindingListener> {
+/// Main thread. The manager keeps no list of bindings that can be asked for as a whole, so whoever
+/// wants them all listens from before the profile is announced.
+class nsFollower final
+    : public nsImplements<nsFollower, nsISystemAdapterListener, nsISystemProfileBindingListener> {
  public:
   /// Called with {"event": "adapter-added", ...} and the like.
   using Report = std::function<void(const nlohmann::ordered_json&)>;

@@ -14,12 +14,14 @@
 #include "nsISystemManager.h"
 #include "nsScriptTable.h"
 #include "nsString.h"
+#include "nsXPCOM.h"
 
 using Json = nlohmann::ordered_json;
 
 namespace {
 
-// Deep enough for an adapter's connectors and an address's parts; objects that point at each other end here.
+// Deep enough for an adapter's connectors and an address's parts; objects that point at each other
+// end here.
 constexpr int kMaxDepth = 3;
 
 std::string Text(const nsAString& aText) { return NS_ToUtf8(aText); }
@@ -33,7 +35,8 @@ void ForEach(nsIArray* aArray, Call aCall) {
   if (!aArray || NS_FAILED(aArray->GetLength(&length))) return;
   for (uint32_t i = 0; i < length; ++i) {
     nsCOMPtr<nsISupports> element;
-    if (NS_SUCCEEDED(aArray->QueryElementAt(i, nsISupports::kIID, NS_OutVoid(element)))) aCall(element.get());
+    if (NS_SUCCEEDED(aArray->QueryElementAt(i, nsISupports::kIID, NS_OutVoid(element))))
+      aCall(element.get());
   }
 }
 
@@ -54,16 +57,20 @@ std::vector<nsIID> ListedInterfaces(nsISupports* aObject) {
 
 }  // namespace
 
-nsPicture::nsPicture(std::span<const nsScriptInterface* const> aInterfaces) : mInterfaces(aInterfaces) {}
+nsPicture::nsPicture(std::span<const nsScriptInterface* const> aInterfaces)
+    : mInterfaces(aInterfaces) {}
 
 const nsScriptInterface* nsPicture::Find(const nsID& aIID) const {
-  const auto found = std::ranges::find_if(mInterfaces, [&](auto* aTable) { return *aTable->mIID == aIID; });
+  const auto found =
+      std::ranges::find_if(mInterfaces, [&](auto* aTable) { return *aTable->mIID == aIID; });
   return found == mInterfaces.end() ? nullptr : *found;
 }
 
-void nsPicture::AddAttributes(nsISupports* aObject, const nsScriptInterface& aInterface, int aDepth, Json* aOut) const {
+void nsPicture::AddAttributes(nsISupports* aObject, const nsScriptInterface& aInterface, int aDepth,
+                              Json* aOut) const {
   if (aInterface.mParent)
-    if (const auto* parent = Find(*aInterface.mParent)) AddAttributes(aObject, *parent, aDepth, aOut);
+    if (const auto* parent = Find(*aInterface.mParent))
+      AddAttributes(aObject, *parent, aDepth, aOut);
   nsISupports* self = nullptr;
   if (NS_FAILED(aObject->QueryInterface(*aInterface.mIID, reinterpret_cast<void**>(&self)))) return;
   for (const nsScriptMember& member : aInterface.mMembers) {
@@ -77,19 +84,45 @@ void nsPicture::AddAttributes(nsISupports* aObject, const nsScriptInterface& aIn
     if (type == nsScriptType::eCString) slot.Set<nsACString*>(&bytes);
     if (NS_FAILED(member.mCall(self, &slot))) continue;
     switch (type) {
-      case nsScriptType::eBool: (*aOut)[name] = slot.Get<bool>(); break;
-      case nsScriptType::eInt8: (*aOut)[name] = slot.Get<int8_t>(); break;
-      case nsScriptType::eUint8: (*aOut)[name] = slot.Get<uint8_t>(); break;
-      case nsScriptType::eInt16: (*aOut)[name] = slot.Get<int16_t>(); break;
-      case nsScriptType::eUint16: (*aOut)[name] = slot.Get<uint16_t>(); break;
-      case nsScriptType::eInt32: (*aOut)[name] = slot.Get<int32_t>(); break;
-      case nsScriptType::eUint32: (*aOut)[name] = slot.Get<uint32_t>(); break;
-      case nsScriptType::eInt64: (*aOut)[name] = slot.Get<int64_t>(); break;
-      case nsScriptType::eUint64: (*aOut)[name] = slot.Get<uint64_t>(); break;
-      case nsScriptType::eFloat: (*aOut)[name] = slot.Get<float>(); break;
-      case nsScriptType::eDouble: (*aOut)[name] = slot.Get<double>(); break;
-      case nsScriptType::eString: (*aOut)[name] = Text(text); break;
-      case nsScriptType::eCString: (*aOut)[name] = Clean(bytes.view()); break;
+      case nsScriptType::eBool:
+        (*aOut)[name] = slot.Get<bool>();
+        break;
+      case nsScriptType::eInt8:
+        (*aOut)[name] = slot.Get<int8_t>();
+        break;
+      case nsScriptType::eUint8:
+        (*aOut)[name] = slot.Get<uint8_t>();
+        break;
+      case nsScriptType::eInt16:
+        (*aOut)[name] = slot.Get<int16_t>();
+        break;
+      case nsScriptType::eUint16:
+        (*aOut)[name] = slot.Get<uint16_t>();
+        break;
+      case nsScriptType::eInt32:
+        (*aOut)[name] = slot.Get<int32_t>();
+        break;
+      case nsScriptType::eUint32:
+        (*aOut)[name] = slot.Get<uint32_t>();
+        break;
+      case nsScriptType::eInt64:
+        (*aOut)[name] = slot.Get<int64_t>();
+        break;
+      case nsScriptType::eUint64:
+        (*aOut)[name] = slot.Get<uint64_t>();
+        break;
+      case nsScriptType::eFloat:
+        (*aOut)[name] = slot.Get<float>();
+        break;
+      case nsScriptType::eDouble:
+        (*aOut)[name] = slot.Get<double>();
+        break;
+      case nsScriptType::eString:
+        (*aOut)[name] = Text(text);
+        break;
+      case nsScriptType::eCString:
+        (*aOut)[name] = Clean(bytes.view());
+        break;
       case nsScriptType::eChars: {
         auto* chars = slot.Get<char*>();
         (*aOut)[name] = chars ? Json(Clean(chars)) : Json();
@@ -102,7 +135,8 @@ void nsPicture::AddAttributes(nsISupports* aObject, const nsScriptInterface& aIn
         (*aOut)[name] = Value(object.get(), aDepth + 1);
         break;
       }
-      default: break;  // nothing that could be shown
+      default:
+        break;  // nothing that could be shown
     }
   }
   self->Release();
@@ -139,7 +173,8 @@ Json nsPicture::Describe(nsISupports* aObject) const {
     out["device"] = nullptr;
     out["connectors"] = Json::array();
   }
-  for (const auto& [key, value] : Value(aObject, 0).items()) out[key] = value;
+  const Json attributes = Value(aObject, 0);
+  for (const auto& [key, value] : attributes.items()) out[key] = value;
   return out;
 }
 
@@ -156,13 +191,15 @@ Json nsPicture::DescribeBinding(nsISystemApplicationProfileBinding* aBinding,
     if (const auto at = std::ranges::find(aAdapters, adapter.get()); at != aAdapters.end())
       out["adapter"] = at - aAdapters.begin();
   // What a binding class offers of its own.
-  for (const auto& [key, value] : Value(aBinding, 0).items())
+  const Json attributes = Value(aBinding, 0);
+  for (const auto& [key, value] : attributes.items())
     if (key != "adapter" && key != "applicationProfile") out[key] = value;
   return out;
 }
 
 nsresult nsPicture::Read(nsISystemManager* aManager,
-                         const nsCOMArray<nsISystemApplicationProfileBinding>& aBindings, Json* aOut) const {
+                         const nsCOMArray<nsISystemApplicationProfileBinding>& aBindings,
+                         Json* aOut) const {
   nsCOMPtr<nsIArray> array;
   const nsresult rv = aManager->GetAdapters(array.getter_AddRefs());
   if (NS_FAILED(rv)) return rv;
@@ -176,7 +213,8 @@ nsresult nsPicture::Read(nsISystemManager* aManager,
       out["adapters"].push_back(Describe(aElement));
     }
   });
-  for (const auto& binding : aBindings) out["bindings"].push_back(DescribeBinding(binding.get(), adapters));
+  for (const auto& binding : aBindings)
+    out["bindings"].push_back(DescribeBinding(binding.get(), adapters));
   *aOut = std::move(out);
   return NS_OK;
 }
@@ -189,8 +227,10 @@ namespace {
 std::string Kind(const Json& aAdapter) {
   std::string kind = "adapter";
   constexpr std::string_view kPrefix = "nsISystemAdapter";
-  for (const Json& name : aAdapter.value("interfaces", Json::array()))
-    if (const auto text = name.get<std::string>(); text.starts_with(kPrefix) && text.size() > kPrefix.size())
+  const Json names = aAdapter.value("interfaces", Json::array());
+  for (const Json& name : names)
+    if (const auto text = name.get<std::string>();
+        text.starts_with(kPrefix) && text.size() > kPrefix.size())
       kind = text.substr(kPrefix.size());
   return kind;
 }
@@ -210,18 +250,22 @@ std::string Join(const std::vector<std::string>& aTexts) {
 
 std::vector<std::string> Row(size_t aIndex, const Json& aAdapter) {
   std::vector<std::string> connectors;
-  for (const Json& connector : aAdapter.value("connectors", Json::array())) connectors.push_back(Field(connector, "name"));
+  const Json list = aAdapter.value("connectors", Json::array());
+  for (const Json& connector : list) connectors.push_back(Field(connector, "name"));
   const Json device = aAdapter.value("device", Json());
   std::string name = Field(aAdapter, "label");
   if (name.empty()) name = Field(aAdapter, "sysPath");
   if (name.empty()) name = Field(aAdapter, "directory");
-  return {std::to_string(aIndex), Kind(aAdapter), name, device.is_object() ? Field(device, "name") : "", Join(connectors)};
+  return {std::to_string(aIndex), Kind(aAdapter), name,
+          device.is_object() ? Field(device, "name") : "", Join(connectors)};
 }
 
-void PrintTable(std::ostream& aOut, const std::vector<std::vector<std::string>>& aRows, bool aColours) {
+void PrintTable(std::ostream& aOut, const std::vector<std::vector<std::string>>& aRows,
+                bool aColours) {
   std::vector<size_t> widths(aRows[0].size());
   for (const auto& row : aRows)
-    for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], NS_ToUtf16(row[i]).size());
+    for (size_t i = 0; i < row.size(); ++i)
+      widths[i] = std::max(widths[i], NS_ToUtf16(row[i]).size());
   for (const auto& row : aRows) {
     const bool head = aColours && &row == aRows.data();
     std::string line;

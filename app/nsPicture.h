@@ -12,20 +12,22 @@ class nsISystemApplicationProfileBinding;
 class nsISystemManager;
 struct nsScriptInterface;
 
-/// Reads what script could read: every attribute of every interface that an object's class information lists.
-/// Attributes that answer with a failure are left out. Main thread.
+/// Reads what script could read: every attribute of every interface that an object's class
+/// information lists. Attributes that answer with a failure are left out. Main thread.
 class nsPicture {
  public:
   /// The tables say which attributes there are; they must live as long as the picture.
   explicit nsPicture(std::span<const nsScriptInterface* const> aInterfaces);
 
-  /// {"adapters": [...], "bindings": [...]}; an adapter in a binding is the index in the first list.
-  nsresult Read(nsISystemManager* aManager, const nsCOMArray<nsISystemApplicationProfileBinding>& aBindings,
+  /// {"adapters": [...], "bindings": [...]}; an adapter in a binding is the index in the first
+  /// list.
+  nsresult Read(nsISystemManager* aManager,
+                const nsCOMArray<nsISystemApplicationProfileBinding>& aBindings,
                 nlohmann::ordered_json* aOut) const;
   /// One adapter, or any other object that has class information.
   nlohmann::ordered_json Describe(nsISupports* aObject) const;
-  /// A binding: its profile's name, the index of its adapter (null when that is in no list), and what its class
-  /// offers beside.
+  /// A binding: its profile's name, the index of its adapter (null when that is in no list), and
+  /// what its class offers beside.
   nlohmann::ordered_json DescribeBinding(nsISystemApplicationProfileBinding* aBinding,
                                          const std::vector<nsISystemAdapter*>& aAdapters) const;
 
