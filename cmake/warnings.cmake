@@ -8,7 +8,8 @@ target_compile_options(vorel_options INTERFACE
   -fvisibility=hidden -fvisibility-inlines-hidden)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   # Interfaces have protected, non-virtual destructors on purpose; their classes are final or destroyed by Release.
-  target_compile_options(vorel_options INTERFACE -Wno-delete-non-abstract-non-virtual-dtor)
+  # Its -Wconversion is the wider one: changes of sign alone are no error for the other compiler.
+  target_compile_options(vorel_options INTERFACE -Wno-delete-non-abstract-non-virtual-dtor -Wno-sign-conversion)
 endif()
 set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
