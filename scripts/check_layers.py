@@ -41,7 +41,7 @@ MAY = {
     "native": BASIC | {"port", "native"},
     "module": BASIC | {"threads", "public", "logic", "port", "native", "simulated", "module"},
     "simulated": BASIC | {"port", "simulated"},
-    "bindings": BASIC | {"public", "bindings", "bridge"},
+    "bindings": BASIC | {"public", "embedding", "bindings"},
     "embedding": BASIC | {"embedding"},
     "host": BASIC | {"threads", "embedding", "host"},
     "bridge": BASIC | {"threads", "embedding", "host", "bridge"},

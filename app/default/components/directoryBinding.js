@@ -3,20 +3,17 @@
 "use strict";
 
 class DirectoryBinding {
+  adapter = null;
+  applicationProfile = null;
+
   init(adapter, profile, branch) {
     this.adapter = adapter;
     this.applicationProfile = profile;
-    this.branch = branch;
   }
 
   // An adapter without a directory is not in force: there is nothing that it could offer.
   isEnabled() {
     return this.adapter.directory !== null;
-  }
-
-  QueryInterface(iid) {
-    if (iid.equals(Components.interfaces.nsISystemApplicationProfileBinding)) return this;
-    throw Components.results.NS_ERROR_NO_INTERFACE;
   }
 }
 
