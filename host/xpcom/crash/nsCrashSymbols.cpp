@@ -154,7 +154,7 @@ bool NS_FindFunction(const char* aPath, uint64_t aFileOffset, char* aName, size_
       !ToVirtualAddress(file, header, aFileOffset, &address))
     return false;
   // All functions first; a stripped file has those only that it offers to others.
-  for (const uint32_t wanted : {SHT_SYMTAB, SHT_DYNSYM}) {
+  for (const uint32_t wanted : {uint32_t{SHT_SYMTAB}, uint32_t{SHT_DYNSYM}}) {
     for (unsigned i = 0; i < header.e_shnum; ++i) {
       Elf64_Shdr table, names;
       std::string_view name;

@@ -7,19 +7,16 @@
 #include "nsDebug.h"
 #include "nsIDOMCIExtension.h"
 #include "nsIDOMScriptObjectFactory.h"
-#include "nsIFileSystemWatcher.h"
-#include "nsIObserver.h"
 #include "nsIObserverService.h"
-#include "nsITimerCallback.h"
 #include "nsImplements.h"
 #include "nsServices.h"
+#include "nsSystemClock.h"
 #include "nsSystemFileSystemWatcher.h"
 #include "nsSystemFileSystemWatcherProxy.h"
 #include "nsSystemFileSystemWatcherService.h"
-#include "nsSystemIPStructure.h"
-#include "nsSystemClock.h"
 #include "nsSystemFont.h"
 #include "nsSystemGeneralSettings.h"
+#include "nsSystemIPStructure.h"
 #include "nsSystemMachine.h"
 #include "nsSystemMaintenance.h"
 #include "nsSystemManager.h"
@@ -191,30 +188,19 @@ constexpr Module::CategoryEntry kCategories[] = {
 
 // ---- DOM classes
 
-// Interfaces that stand for classes which are not built yet.
-template <const nsIID&... IIDs>
-nsresult Interfaces(uint32_t* aCount, nsIID*** aArray) {
-  static constexpr const nsIID* kIIDs[] = {&IIDs...};
-  return vorel::detail::CopyInterfaces(kIIDs, sizeof...(IIDs), aCount, aArray);
-}
-constexpr nsIID kSystemMaintenanceIID = "658de7c7-a584-4bbb-b1ca-bf042d8f3e58"_iid;
-constexpr nsIID kSystemGeneralSettingsIID = "da603655-0a3f-4a58-b104-06a513243fd5"_iid;
-
 struct DOMClass {
   const char* mName;
-  nsresult (*mGetInterfaces)(uint32_t* aCount, nsIID*** aArray);
+  const nsClassInfoRecord* mInfo;
   nsCID mCID;
 };
 
-const DOMClass kDOMClasses[kDOMClassCount] = {
-    {"SystemManager", nsSystemManager::kClassInfo.getInterfaces,
-     "31b9ff0f-7703-4b2f-b7fa-a870c6db4746"_iid},
-    {"SystemMaintenance",
-     Interfaces<kSystemMaintenanceIID, nsITimerCallback::kIID, nsIObserver::kIID>,
+constexpr DOMClass kDOMClasses[kDOMClassCount] = {
+    {"SystemManager", &nsSystemManager::kClassInfo, "31b9ff0f-7703-4b2f-b7fa-a870c6db4746"_iid},
+    {"SystemMaintenance", &nsSystemMaintenance::kClassInfo,
      "8155b51f-fa15-4ad9-a1a8-6b9cefd36168"_iid},
-    {"SystemGeneralSettings", Interfaces<kSystemGeneralSettingsIID>,
+    {"SystemGeneralSettings", &nsSystemGeneralSettings::kClassInfo,
      "792a619b-5a10-4249-a0c6-6778b1e0595e"_iid},
-    {"FileSystemWatcher", nsSystemFileSystemWatcherProxy::kClassInfo.getInterfaces,
+    {"FileSystemWatcher", &nsSystemFileSystemWatcherProxy::kClassInfo,
      "98125353-15e3-49db-a7ec-84308fe2be39"_iid},
 };
 
@@ -233,7 +219,7 @@ nsresult kCIExtension::RegisterDOMCI(const char* aName, nsIDOMScriptObjectFactor
 nsresult ReadInterfaces(const DOMClass& aClass, InterfaceList* aList) {
   uint32_t count;
   nsIID** array;
-  const nsresult rv = aClass.mGetInterfaces(&count, &array);
+  const nsresult rv = aClass.mInfo->getInterfaces(&count, &array);
   if (NS_FAILED(rv)) return rv;
   InterfaceList list;
   for (nsIID* iid : std::span(array, count)) {

@@ -27,9 +27,11 @@ void Log(nsILog4Logger* aLogger, uint32_t aSeverity, std::string_view aText, con
 std::string_view FunctionName(std::string_view aPretty);
 }  // namespace vorel::detail
 
+// The logger may be a temporary: it is held until the line is written.
 #define SYSTEM_LOG(aLogger, aSeverity, aText)                                                            \
   do {                                                                                                   \
-    nsILog4Logger* const vorelLogger = NS_RawLogger(aLogger);                                            \
+    const auto& vorelHeld = aLogger;                                                                     \
+    nsILog4Logger* const vorelLogger = NS_RawLogger(vorelHeld);                                          \
     if (vorel::detail::IsEnabled(vorelLogger, aSeverity))                                                \
       vorel::detail::Log(vorelLogger, aSeverity, aText, __FILE__, __PRETTY_FUNCTION__, __LINE__);        \
   } while (false)

@@ -121,7 +121,9 @@ TEST(String, SharedTextChangesWithItsCopy) {
   b += u" two";
   EXPECT_EQ(a, u"one");
   EXPECT_EQ(b, std::u16string(u"one two"));
-  a = a;
+  const nsString& self = a;
+  a = self;
+  EXPECT_EQ(a, u"one");
   a = b;
   EXPECT_EQ(a, b);
   EXPECT_EQ(a.get()[a.Length()], 0);
