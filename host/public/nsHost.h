@@ -73,6 +73,8 @@ class __attribute__((visibility("default"))) nsHost {
   /// Announces "quit-application-granted" and "quit-application", the first time, and lets Run come
   /// back.
   void Quit();
+  /// True from Quit to the end of Stop.
+  bool IsQuitting() const;
   /// Quits, if nobody has, announces the end of the profile, and shuts down threads, services and
   /// modules. Nothing when it does not run. Whoever still holds an object of a library that was
   /// loaded must not touch it any more.

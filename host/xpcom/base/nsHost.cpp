@@ -46,6 +46,7 @@ extern "C" GeckoProcessType XRE_GetProcessType() { return gProcessType; }
 class nsHost::Impl {
  public:
   bool IsRunning() const { return mManager.get(); }
+  bool IsQuitting() const { return mQuitting; }
   nsresult Start(const nsHostOptions& aOptions);
   nsresult StartProfile();
   nsresult Run();
@@ -257,6 +258,7 @@ nsresult nsHost::Start(const nsHostOptions& aOptions) {
 nsresult nsHost::StartProfile() { return mImpl->StartProfile(); }
 nsresult nsHost::Run() { return mImpl->Run(); }
 void nsHost::Quit() { mImpl->Quit(); }
+bool nsHost::IsQuitting() const { return mImpl->IsQuitting(); }
 
 void nsHost::Stop() {
   mImpl->Stop();

@@ -1,5 +1,6 @@
 #include "nsHostModules.h"
 
+#include "nsAppRuntime.h"
 #include "nsArray.h"
 #include "nsComponentManager.h"
 #include "nsDebugService.h"
@@ -26,6 +27,8 @@ constexpr nsCID kCategoryManagerCID = "16d222a6-1dd2-11b2-b693-f38b02c021b2"_iid
 constexpr nsCID kMemoryCID = "30a04e40-38e7-11d4-8cf5-0060b0fc14a3"_iid;
 constexpr nsCID kDebugCID = "a80b1fb3-aaf6-4852-b678-c27eb7a518af"_iid;
 constexpr nsCID kUUIDGeneratorCID = "706d36bb-bf79-4293-81f2-8f6828c18f9d"_iid;
+constexpr nsCID kAppRuntimeCID = "95d89e3e-a169-41a3-8e56-719978e15b12"_iid;
+constexpr nsCID kAppStartupCID = "d1f2b7c4-5a3e-4a86-9d0f-7e4b3c2a1f68"_iid;
 constexpr nsCID kSupportsIDCID = "acf8dc40-4a25-11d3-9890-006008962422"_iid;
 constexpr nsCID kSupportsCStringCID = "acf8dc41-4a25-11d3-9890-006008962422"_iid;
 constexpr nsCID kSupportsStringCID = "acf8dc42-4a25-11d3-9890-006008962422"_iid;
@@ -41,6 +44,8 @@ const vorel::Module::CIDEntry kCIDs[] = {
     {&kMemoryCID, true, nullptr, NS_ConstructNew<nsMemory>},
     {&kDebugCID, true, nullptr, NS_ConstructNew<nsDebugService>},
     {&kUUIDGeneratorCID, true, nullptr, NS_ConstructNew<nsUUIDGenerator>},
+    {&kAppRuntimeCID, true, nullptr, NS_ConstructNew<nsAppRuntime>},
+    {&kAppStartupCID, true, nullptr, NS_ConstructNew<nsAppStartup>},
     {&NS_ARRAY_CID, false, nullptr, NS_ConstructNew<nsArray>},
     {&NS_ARRAYCI_CID, false, nullptr, NS_ConstructNew<nsArrayCI>},
     {&kSupportsIDCID, false, nullptr, NS_ConstructNew<nsSupportsID>},
@@ -59,6 +64,9 @@ const vorel::Module::ContractIDEntry kContracts[] = {
     {"@mozilla.org/xpcom/memory-service;1", &kMemoryCID},
     {"@mozilla.org/xpcom/debug;1", &kDebugCID},
     {"@mozilla.org/uuid-generator;1", &kUUIDGeneratorCID},
+    {"@mozilla.org/xre/app-info;1", &kAppRuntimeCID},
+    {"@mozilla.org/xre/runtime;1", &kAppRuntimeCID},
+    {"@mozilla.org/toolkit/app-startup;1", &kAppStartupCID},
     {NS_ARRAY_CONTRACTID, &NS_ARRAY_CID},
     {VOREL_ARRAY_CONTRACTID, &NS_ARRAYCI_CID},
     {"@mozilla.org/supports-id;1", &kSupportsIDCID},

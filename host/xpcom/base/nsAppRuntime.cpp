@@ -1,0 +1,89 @@
+#include "nsAppRuntime.h"
+
+#include "nsComponentManager.h"
+#include "nsHost.h"
+#include "nsString.h"
+#include "nsVorelMethodCaller.h"
+
+namespace {
+
+nsresult Give(std::string_view aText, nsACString& aOut) {
+  NS_Assign<char>(aOut, aText);
+  return NS_OK;
+}
+
+nsresult GiveField(std::string nsAppInfo::*aField, nsACString& aOut) {
+  const auto manager = nsComponentManager::Current();
+  return manager ? Give(manager->AppInfo().*aField, aOut) : NS_ERROR_NOT_INITIALIZED;
+}
+
+}  // namespace
+
+nsresult nsAppRuntime::GetVendor(nsACString& aVendor) {
+  return GiveField(&nsAppInfo::mVendor, aVendor);
+}
+nsresult nsAppRuntime::GetName(nsACString& aName) { return GiveField(&nsAppInfo::mName, aName); }
+nsresult nsAppRuntime::GetID(nsACString& aID) { return GiveField(&nsAppInfo::mID, aID); }
+nsresult nsAppRuntime::GetVersion(nsACString& aVersion) {
+  return GiveField(&nsAppInfo::mVersion, aVersion);
+}
+nsresult nsAppRuntime::GetAppBuildID(nsACString& aAppBuildID) {
+  return GiveField(&nsAppInfo::mBuildID, aAppBuildID);
+}
+nsresult nsAppRuntime::GetPlatformVersion(nsACString& aPlatformVersion) {
+  return Give(kPlatformVersion, aPlatformVersion);
+}
+nsresult nsAppRuntime::GetPlatformBuildID(nsACString&) { return NS_ERROR_NOT_IMPLEMENTED; }
+nsresult nsAppRuntime::GetInSafeMode(bool* aInSafeMode) {
+  if (!aInSafeMode) return NS_ERROR_NULL_POINTER;
+  *aInSafeMode = false;
+  return NS_OK;
+}
+nsresult nsAppRuntime::GetLogConsoleErrors(bool*) { return NS_ERROR_NOT_IMPLEMENTED; }
+nsresult nsAppRuntime::SetLogConsoleErrors(bool) { return NS_ERROR_NOT_IMPLEMENTED; }
+nsresult nsAppRuntime::GetOS(nsACString& aOS) { return Give(kOS, aOS); }
+nsresult nsAppRuntime::GetXPCOMABI(nsACString& aXPCOMABI) { return Give(kABI, aXPCOMABI); }
+nsresult nsAppRuntime::GetWidgetToolkit(nsACString&) { return NS_ERROR_NOT_IMPLEMENTED; }
+nsresult nsAppRuntime::GetProcessType(uint32_t* aProcessType) {
+  if (!aProcessType) return NS_ERROR_NULL_POINTER;
+  *aProcessType = static_cast<uint32_t>(XRE_GetProcessType());
+  return NS_OK;
+}
+nsresult nsAppRuntime::InvalidateCachesOnRestart() { return NS_ERROR_NOT_IMPLEMENTED; }
+nsresult nsAppRuntime::EnsureContentProcess() { return NS_ERROR_NOT_IMPLEMENTED; }
+nsresult nsAppRuntime::GetReplacedLockTime(int64_t*) { return NS_ERROR_NOT_IMPLEMENTED; }
+
+nsresult nsAppStartup::Run() {
+  nsHost* const host = nsHost::Current();
+  if (!host) return NS_ERROR_NOT_INITIALIZED;
+  return NS_IsMainThread() ? host->Run() : NS_ERROR_NOT_SAME_THREAD;
+}
+
+nsresult nsAppStartup::Quit(uint32_t aMode) {
+  if (aMode & (eRestart | eRestarti386 | eRestartx86_64)) return NS_ERROR_NOT_IMPLEMENTED;
+  if (!NS_IsMainThread()) return NS_ERROR_NOT_SAME_THREAD;
+  nsHost* const host = nsHost::Current();
+  if (!host) return NS_ERROR_NOT_INITIALIZED;
+  host->Quit();
+  return NS_OK;
+}
+
+nsresult nsAppStartup::GetShuttingDown(bool* aShuttingDown) {
+  if (!aShuttingDown) return NS_ERROR_NULL_POINTER;
+  const nsHost* const host = nsHost::Current();
+  *aShuttingDown = !host || host->IsQuitting();
+  return NS_OK;
+}
+
+// There are no windows of the host's own, and nothing that would start it again.
+nsresult nsAppStartup::CreateHiddenWindow() { return NS_ERROR_NOT_IMPLEMENTED; }
+nsresult nsAppStartup::DestroyHiddenWindow() { return NS_ERROR_NOT_IMPLEMENTED; }
+nsresult nsAppStartup::EnterLastWindowClosingSurvivalArea() { return NS_ERROR_NOT_IMPLEMENTED; }
+nsresult nsAppStartup::ExitLastWindowClosingSurvivalArea() { return NS_ERROR_NOT_IMPLEMENTED; }
+nsresult nsAppStartup::GetAutomaticSafeModeNecessary(bool*) { return NS_ERROR_NOT_IMPLEMENTED; }
+nsresult nsAppStartup::RestartInSafeMode(uint32_t) { return NS_ERROR_NOT_IMPLEMENTED; }
+nsresult nsAppStartup::TrackStartupCrashBegin(bool*) { return NS_ERROR_NOT_IMPLEMENTED; }
+nsresult nsAppStartup::TrackStartupCrashEnd() { return NS_ERROR_NOT_IMPLEMENTED; }
+nsresult nsAppStartup::GetStartupInfo(JSContext*, jsval*) { return NS_ERROR_NOT_IMPLEMENTED; }
+nsresult nsAppStartup::GetInterrupted(bool*) { return NS_ERROR_NOT_IMPLEMENTED; }
+nsresult nsAppStartup::SetInterrupted(bool) { return NS_ERROR_NOT_IMPLEMENTED; }

@@ -1,0 +1,57 @@
+// The application and its process, as objects.
+#pragma once
+
+#include "nsIAppStartup.h"
+#include "nsIXULAppInfo.h"
+#include "nsIXULRuntime.h"
+#include "nsImplements.h"
+
+/// "@mozilla.org/xre/app-info;1" and "@mozilla.org/xre/runtime;1": one object. What
+/// "application.ini" does not say, is empty. Any thread.
+class nsAppRuntime final : public nsImplements<nsAppRuntime, nsIXULAppInfo, nsIXULRuntime> {
+ public:
+  nsresult GetVendor(nsACString& aVendor) override;
+  nsresult GetName(nsACString& aName) override;
+  nsresult GetID(nsACString& aID) override;
+  nsresult GetVersion(nsACString& aVersion) override;
+  nsresult GetAppBuildID(nsACString& aAppBuildID) override;
+  nsresult GetPlatformVersion(nsACString& aPlatformVersion) override;
+  nsresult GetPlatformBuildID(nsACString& aPlatformBuildID) override;
+  nsresult GetInSafeMode(bool* aInSafeMode) override;
+  nsresult GetLogConsoleErrors(bool* aLogConsoleErrors) override;
+  nsresult SetLogConsoleErrors(bool aLogConsoleErrors) override;
+  nsresult GetOS(nsACString& aOS) override;
+  nsresult GetXPCOMABI(nsACString& aXPCOMABI) override;
+  nsresult GetWidgetToolkit(nsACString& aWidgetToolkit) override;
+  nsresult GetProcessType(uint32_t* aProcessType) override;
+  nsresult InvalidateCachesOnRestart() override;
+  nsresult EnsureContentProcess() override;
+  nsresult GetReplacedLockTime(int64_t* aReplacedLockTime) override;
+
+ private:
+  ~nsAppRuntime() override = default;
+};
+
+/// "@mozilla.org/toolkit/app-startup;1": the host's main loop and its end. Main thread.
+class nsAppStartup final : public nsImplements<nsAppStartup, nsIAppStartup> {
+ public:
+  nsresult CreateHiddenWindow() override;
+  nsresult DestroyHiddenWindow() override;
+  nsresult Run() override;
+  nsresult EnterLastWindowClosingSurvivalArea() override;
+  nsresult ExitLastWindowClosingSurvivalArea() override;
+  nsresult GetAutomaticSafeModeNecessary(bool* aAutomaticSafeModeNecessary) override;
+  nsresult RestartInSafeMode(uint32_t aQuitMode) override;
+  nsresult TrackStartupCrashBegin(bool* aResult) override;
+  nsresult TrackStartupCrashEnd() override;
+  /// Whatever the mode, the application ends; NS_ERROR_NOT_IMPLEMENTED for one that starts it
+  /// again, and NS_ERROR_NOT_SAME_THREAD on another thread.
+  nsresult Quit(uint32_t aMode) override;
+  nsresult GetShuttingDown(bool* aShuttingDown) override;
+  nsresult GetStartupInfo(JSContext* aContext, jsval* aResult) override;
+  nsresult GetInterrupted(bool* aInterrupted) override;
+  nsresult SetInterrupted(bool aInterrupted) override;
+
+ private:
+  ~nsAppStartup() override = default;
+};
