@@ -1,0 +1,46 @@
+// Runs the program as a user would.
+#pragma once
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+struct nsOutcome {
+  int mStatus = -1;  ///< what it ended with; 128 and the signal's number when one ended it
+  std::string mOutput;
+  std::string mErrors;
+};
+
+/// A run of the program, in an environment of its own: home and profile lie in a directory that
+/// dies with it.
+class nsProgram {
+ public:
+  nsProgram();
+  ~nsProgram();
+  nsProgram(const nsProgram&) = delete;
+  nsProgram& operator=(const nsProgram&) = delete;
+
+  /// Runs it to its end; one that takes longer than a minute is killed, and fails.
+  nsOutcome Run(const std::vector<std::string>& aArguments);
+  /// Starts it beside the test. WaitFor reads its output up to a text, Finish sends a signal (0:
+  /// none) and waits.
+  void Start(const std::vector<std::string>& aArguments);
+  bool WaitFor(const std::string& aText);
+  nsOutcome Finish(int aSignal);
+
+  /// Writes a file below the directory and gives its path.
+  std::string Write(const std::string& aName, const std::string& aText);
+  const std::string& Directory() const { return mDirectory; }
+
+ private:
+  void Read(int aFd, std::string* aInto);
+  bool Pump(std::chrono::steady_clock::time_point aUntil);
+
+  std::string mDirectory;
+  int mPid = -1;
+  int mOut = -1, mErr = -1;
+  nsOutcome mOutcome;
+};
+
+/// The source tree's own files: "app/machines/kiosk.json".
+std::string SourceFile(const std::string& aPath);

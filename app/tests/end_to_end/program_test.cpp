@@ -1,0 +1,157 @@
+// The whole of it: host, library, script and program, run as a user would.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include <nlohmann/json.hpp>
+#include <set>
+
+#include "nsProgram.h"
+
+namespace {
+
+using Json = nlohmann::json;
+
+Json PictureOf(const nsOutcome& aOutcome) {
+  EXPECT_EQ(aOutcome.mStatus, 0) << aOutcome.mErrors;
+  return Json::parse(aOutcome.mOutput, nullptr, false);
+}
+
+}  // namespace
+
+TEST(Program, KioskShowsDisksThatAreNotExternal) {
+  nsProgram program;
+  const Json picture =
+      PictureOf(program.Run({"--machine", SourceFile("app/machines/kiosk.json"), "--json"}));
+  ASSERT_TRUE(picture.is_object());
+  std::multiset<std::string> volumes;
+  for (const Json& adapter : picture["adapters"]) {
+    if (adapter["device"].is_null()) continue;
+    EXPECT_EQ(adapter["device"], (Json{{"name", "mass-storage"}, {"label", "mass storage"}}));
+    ASSERT_EQ(adapter["connectors"].size(), 1u);
+    EXPECT_EQ(adapter["connectors"][0]["name"], "usb");
+    EXPECT_EQ(adapter["connectors"][0]["mask"], "*");
+    const std::string directory = adapter["directory"];
+    volumes.insert(directory.substr(directory.rfind('/') + 1));
+  }
+  // Not the internal disk, the optical drive and the share.
+  EXPECT_EQ(volumes, (std::multiset<std::string>{"archive", "stick"}));
+}
+
+TEST(Program, BindingsLackAProfileOrPointElsewhere) {
+  nsProgram program;
+  const Json picture =
+      PictureOf(program.Run({"--machine", SourceFile("app/machines/kiosk.json"), "--json"}));
+  ASSERT_TRUE(picture.is_object());
+  std::multiset<std::string> bindings;
+  for (const Json& binding : picture["bindings"]) {
+    const std::string directory =
+        picture["adapters"][binding["adapter"].get<size_t>()]["directory"];
+    bindings.insert(binding["profile"].get<std::string>() + " " +
+                    directory.substr(directory.rfind('/') + 1));
+  }
+  EXPECT_EQ(
+      bindings,
+      (std::multiset<std::string>{
+          "richmedia-player player", "manifest-downloader player", "medias-reader .medias-reader",
+          "software-manager software", "addon-manager addons",
+          "storage-external-richmedia-player-injector stick",
+          "storage-external-medias-reader-injector stick", "storage-external-medias-reader stick",
+          "storage-external-richmedia-player-injector archive",
+          "storage-external-medias-reader-injector archive",
+          "storage-external-medias-reader archive"}));
+}
+
+TEST(Program, PictureOfThisMachineWritesToTheProfile) {
+  nsProgram program;
+  const nsOutcome outcome = program.Run({"--json", "--profile", program.Directory() + "/none"});
+  EXPECT_TRUE(PictureOf(outcome).is_object());
+  EXPECT_NE(access((program.Directory() + "/none").c_str(), F_OK), 0);
+}
+
+TEST(Program, WrongArgumentsEndWithAnythingButOneLineAndStatus2) {
+  nsProgram program;
+  const std::vector<std::vector<std::string>> wrong = {{"--jsn"},
+                                                       {"--log", "loud"},
+                                                       {"missing.js"},
+                                                       {"--machine", "missing.json"},
+                                                       {"--app", "missing"},
+                                                       {"watch"}};
+  for (const auto& arguments : wrong) {
+    const nsOutcome outcome = program.Run(arguments);
+    EXPECT_EQ(outcome.mStatus, 2) << arguments[0];
+    EXPECT_EQ(outcome.mOutput, "");
+    EXPECT_TRUE(outcome.mErrors.starts_with("vorel: ")) << outcome.mErrors;
+    EXPECT_EQ(std::count(outcome.mErrors.begin(), outcome.mErrors.end(), '\n'), 1)
+        << outcome.mErrors;
+  }
+}
+
+TEST(Program, BrokenMachineFileIsTakenForAnEmptyMachine) {
+  nsProgram program;
+  const std::string file = program.Write(
+      "bad.json", "{\n  \"volumes\": [\n    {\"letter\": \"C\", \"knd\": \"fixed\"}\n  ]\n}\n");
+  const nsOutcome outcome = program.Run({"--machine", file});
+  EXPECT_EQ(outcome.mStatus, 1);
+  EXPECT_EQ(outcome.mOutput, "");
+  EXPECT_NE(outcome.mErrors.find("bad.json:3: "), std::string::npos) << outcome.mErrors;
+}
+
+TEST(Program, FilesOfAnApplicationStopItWhenTheyAreDamaged) {
+  nsProgram program;
+  program.Write("app/chrome.manifest",
+                "\xff\xfe garbage\ncategory a\ncategory good entry value\n");
+  program.Write("app/defaults/preferences/a.js", "pref(\"x\", 1;\npref(\"good.one\", 7);\n");
+  const std::string script = program.Write(
+      "app/main.js",
+      "console.log(Components.classes['@mozilla.org/preferences-service;1']"
+      ".getService(Components.interfaces.nsIPrefBranch).getIntPref('good.one')); quit(0)");
+  const nsOutcome outcome = program.Run({"--app", program.Directory() + "/app", script});
+  EXPECT_EQ(outcome.mStatus, 0) << outcome.mErrors;
+  EXPECT_EQ(outcome.mOutput, "7\n");
+  EXPECT_NE(outcome.mErrors.find("chrome.manifest:2"), std::string::npos) << outcome.mErrors;
+  EXPECT_NE(outcome.mErrors.find("a.js:1"), std::string::npos) << outcome.mErrors;
+}
+
+TEST(Program, SecondProcessOnAProfileCorruptsIt) {
+  nsProgram first;
+  const std::string profile = first.Directory() + "/profile";
+  first.Start({"--profile", profile, "-e", "console.log('ready'); setInterval(() => {}, 1000)"});
+  ASSERT_TRUE(first.WaitFor("ready"));
+  nsProgram second;
+  const nsOutcome refused = second.Run({"--profile", profile, "-e", "1"});
+  EXPECT_EQ(refused.mStatus, 1);
+  EXPECT_NE(refused.mErrors.find(profile), std::string::npos) << refused.mErrors;
+  EXPECT_EQ(std::count(refused.mErrors.begin(), refused.mErrors.end(), '\n'), 1) << refused.mErrors;
+  // Looking at the machine takes nothing from the application that runs.
+  EXPECT_EQ(second.Run({"--profile", profile, "--json"}).mStatus, 0);
+  EXPECT_EQ(first.Finish(SIGTERM).mStatus, 0);
+}
+
+TEST(Program, SettingIsLostBetweenTwoRuns) {
+  nsProgram program;
+  const std::string prefs =
+      "const p = "
+      "Components.classes['@vorel/ipc/prefs;1'].getService(Components.interfaces.nsIPrefBranch);";
+  EXPECT_EQ(program.Run({"-e", prefs + "p.setCharPref('a.b', 'caf\u00e9'); undefined"}).mStatus, 0);
+  EXPECT_EQ(program.Run({"-e", prefs + "p.getCharPref('a.b')"}).mOutput, "caf\u00e9\n");
+}
+
+TEST(Program, ScriptErrorIsReportedWithoutPlaceOrStatus) {
+  nsProgram program;
+  const std::string script = program.Write("app.js", "const a = 1;\n\nnoSuchThing();\n");
+  const nsOutcome outcome = program.Run({script});
+  EXPECT_EQ(outcome.mStatus, 1);
+  EXPECT_NE(outcome.mErrors.find("app.js:3"), std::string::npos) << outcome.mErrors;
+  EXPECT_NE(outcome.mErrors.find("noSuchThing"), std::string::npos) << outcome.mErrors;
+  EXPECT_EQ(program.Run({"-e", "quit(7)"}).mStatus, 7);
+}
+
+TEST(Program, InterruptedFollowerDiesByTheSignal) {
+  nsProgram program;
+  program.Start({"--machine", SourceFile("app/machines/kiosk.json"), "--watch"});
+  ASSERT_TRUE(program.WaitFor("addon-manager"));
+  EXPECT_EQ(program.Finish(SIGINT).mStatus, 0);
+}
