@@ -1,0 +1,511 @@
+// The watcher on the real file system.
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <fstream>
+#include <future>
+#include <map>
+#include <random>
+
+#include "nsInotifyDirectoryChanges.h"
+#include "nsNativePaths.h"
+#include "nsReaderThread.h"
+#include "nsSystemFileSystemWatcherService.h"
+#include "nsTemporaryDirectory.h"
+#include "nsVorelMethodCaller.h"
+#include "nsWatchTest.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using Lines = std::vector<std::string>;
+
+/// Where memory is the disk, identities are not used again, and tests are quick.
+const bool gUseMemory = fs::is_directory("/dev/shm") && setenv("TMPDIR", "/dev/shm", 0) == 0;
+
+/// What is below a directory, as listeners name it, with identities. Links are not followed.
+std::map<std::string, ino_t> ReadDisk(const fs::path& aRoot) {
+  std::map<std::string, ino_t> disk;
+  std::error_code error;
+  for (fs::recursive_directory_iterator at(aRoot, error), end; at != end; at.increment(error)) {
+    struct stat status;
+    if (lstat(at->path().c_str(), &status) != 0) continue;
+    const std::string relative = at->path().native().substr(aRoot.native().size() + 1);
+    disk.emplace(NS_ToUtf8(vorel::FromNative(relative)) + (S_ISDIR(status.st_mode) ? "/" : ""),
+                 status.st_ino);
+  }
+  return disk;
+}
+
+std::set<std::string> Names(const std::map<std::string, ino_t>& aDisk) {
+  std::set<std::string> names;
+  for (const auto& [name, inode] : aDisk) names.insert(name);
+  return names;
+}
+
+/// A watch on a directory by a watcher of its own; needs a host.
+class Watch {
+ public:
+  explicit Watch(const fs::path& aRoot) : mRoot(aRoot) {
+    mListener->SetPicture(Names(ReadDisk(mRoot)));
+    EXPECT_EQ(mWatcher->Init(mListener.get(), nsCString("file://" + mRoot.native()), true), NS_OK);
+    EXPECT_EQ(mWatcher->StartWatching(), NS_OK);
+    EXPECT_TRUE(NS_RunEventsUntil([this] { return mListener->HasHeard("started"); }));
+    (void)mListener->Take();
+  }
+  ~Watch() {
+    (void)mWatcher->StopWatching();
+    nsCOMPtr<nsIWeakReference> weak;
+    (void)mWatcher->GetWeakReference(weak.getter_AddRefs());
+    mWatcher = nullptr;
+    EXPECT_TRUE(NS_RunEventsUntil([&] {
+      nsCOMPtr<nsISupports> alive;
+      return NS_FAILED(weak->QueryReferent(nsISupports::kIID, NS_OutVoid(alive)));
+    })) << "a reference is left";
+  }
+
+  /// Whether the listener's picture comes to be what is there.
+  bool AwaitPicture(int aSeconds = 30) {
+    return NS_RunEventsUntil([this] { return mListener->Picture() == Names(ReadDisk(mRoot)); },
+                             aSeconds);
+  }
+  bool AwaitLine(const std::string& aLine) {
+    return NS_RunEventsUntil([&] { return mListener->HasHeard(aLine); });
+  }
+
+  const fs::path mRoot;
+  nsCOMPtr<nsWatchListener> mListener = MakeRefCounted<nsWatchListener>();
+  nsCOMPtr<nsSystemFileSystemWatcher> mWatcher =
+      MakeRefCounted<nsSystemFileSystemWatcher>(NS_NewNativePlatform());
+};
+
+class NativeWatchTest : public nsSystemTest {
+ protected:
+  void SetUp() override { StartHost(); }
+  static void Write(const fs::path& aPath) { nsTemporaryDirectory::Write(aPath); }
+
+  nsTemporaryDirectory mRoot;
+};
+
+TEST_F(NativeWatchTest, FilesInNewDirectoriesAreLost) {
+  Watch watch(mRoot.Path());
+  std::thread maker([this] {
+    for (int i = 0; i < 1000; ++i) {
+      const fs::path directory = mRoot / std::to_string(i);
+      fs::create_directory(directory);
+      Write(directory / "file");
+    }
+  });
+  EXPECT_TRUE(watch.AwaitPicture());
+  maker.join();
+  EXPECT_TRUE(watch.AwaitPicture());
+  EXPECT_EQ(watch.mListener->Picture().size(), 2000u);
+}
+
+TEST_F(NativeWatchTest, TreeThatMovesInOrOutIsNotFollowed) {
+  fs::create_directory(mRoot / "root");
+  fs::create_directories(mRoot / "outside/a/b/c");
+  Write(mRoot / "outside/a/b/c/file");
+  Watch watch(mRoot / "root");
+  fs::rename(mRoot / "outside", mRoot / "root/in");
+  EXPECT_TRUE(watch.AwaitPicture());
+  Write(mRoot / "root/in/a/b/c/another");
+  EXPECT_TRUE(watch.AwaitLine("added in/a/b/c/another"));
+  fs::rename(mRoot / "root/in/a", mRoot / "root/A");
+  EXPECT_TRUE(watch.AwaitLine("moved in/a/ > A/"));
+  Write(mRoot / "root/A/b/c/third");
+  EXPECT_TRUE(watch.AwaitLine("added A/b/c/third"));
+  fs::rename(mRoot / "root/A", mRoot / "out");
+  EXPECT_TRUE(watch.AwaitPicture());
+  (void)watch.mListener->Take();
+  Write(mRoot / "out/b/c/not-ours");
+  Write(mRoot / "root/ours");
+  EXPECT_TRUE(watch.AwaitPicture());
+  for (const std::string& line : watch.mListener->Take())
+    EXPECT_EQ(line.find("not-ours"), line.npos) << line;
+}
+
+TEST_F(NativeWatchTest, RenamesAreTornApart) {
+  for (int i = 0; i < 2000; ++i) Write(mRoot / ("old" + std::to_string(i)));
+  Watch watch(mRoot.Path());
+  for (int i = 0; i < 2000; ++i)
+    fs::rename(mRoot / ("old" + std::to_string(i)), mRoot / ("new" + std::to_string(i)));
+  EXPECT_TRUE(watch.AwaitPicture());
+  const Lines heard = watch.mListener->Take();
+  EXPECT_EQ(std::count_if(heard.begin(), heard.end(),
+                          [](const std::string& aLine) { return aLine.starts_with("moved "); }),
+            2000);
+}
+
+TEST_F(NativeWatchTest, LinksAreFollowed) {
+  nsTemporaryDirectory outside;
+  Watch watch(mRoot.Path());
+  fs::create_symlink(outside.Path(), mRoot / "link");
+  fs::create_symlink(mRoot.Path(), mRoot / "loop");
+  EXPECT_TRUE(watch.AwaitLine("added link"));
+  nsTemporaryDirectory::Write(outside / "file");
+  fs::create_directory(mRoot / "directory");
+  EXPECT_TRUE(watch.AwaitLine("added directory/"));
+  fs::remove(mRoot / "directory");
+  fs::create_symlink(outside.Path(), mRoot / "directory");  // in a watched directory's place
+  EXPECT_TRUE(watch.AwaitPicture());
+  for (const std::string& line : watch.mListener->Take())
+    EXPECT_EQ(line.find("file"), line.npos) << line;
+}
+
+TEST_F(NativeWatchTest, RootBehindALinkIsMissing) {
+  nsTemporaryDirectory place;
+  fs::create_directory_symlink(mRoot.Path(), place / "link");
+  Watch watch(place / "link");
+  Write(mRoot / "file");
+  EXPECT_TRUE(watch.AwaitLine("added file"));
+}
+
+TEST_F(NativeWatchTest, OddNamesAreMixedUp) {
+  Watch watch(mRoot.Path());
+  const std::string longest(255, 'x');
+  const Lines names = {"caf\xE9", "caf\xE8", "back\\slash",      "new\nline",
+                       " ",       longest,   "\xF0\x9F\x98\x80", "%41"};
+  for (const std::string& name : names) {
+    fs::create_directory(mRoot / name);
+    Write(mRoot / name / name);
+  }
+  EXPECT_TRUE(NS_RunEventsUntil([&] {
+    const Lines heard = watch.mListener->Take();
+    static size_t sCount;
+    return (sCount +=
+            static_cast<size_t>(std::count_if(heard.begin(), heard.end(), [](const auto& aLine) {
+              return aLine.starts_with("added");
+            }))) >= 2 * names.size();
+  })) << "two that differ in odd bytes only are taken for one";
+  fs::rename(mRoot / "caf\xE9", mRoot / "cafe");
+  EXPECT_TRUE(watch.AwaitLine("moved caf\uFFFD/ > cafe/"));
+  Write(mRoot / longest / "more");
+  EXPECT_TRUE(watch.AwaitLine("added " + longest + "/more"));
+}
+
+TEST_F(NativeWatchTest, PathsBeyondTheSystemsLimitEndTheWatch) {
+  Watch watch(mRoot.Path());
+  nsUniqueFd at(open(mRoot.Path().c_str(), O_PATH | O_CLOEXEC));
+  const std::string name(200, 'd');
+  std::string path;
+  for (int depth = 0; depth < 30; ++depth) {
+    ASSERT_EQ(mkdirat(at.get(), name.c_str(), 0700), 0);
+    at = nsUniqueFd(openat(at.get(), name.c_str(), O_PATH | O_CLOEXEC));
+    path += name + "/";
+  }
+  EXPECT_TRUE(watch.AwaitLine("added " + path));
+  const nsUniqueFd file(openat(at.get(), "file", O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
+  EXPECT_TRUE(watch.AwaitLine("added " + path + "file"));
+  at = nsUniqueFd();
+  fs::rename(mRoot / name, mRoot / "short");
+  EXPECT_TRUE(watch.AwaitLine("moved " + name + "/ > short/"));
+}
+
+TEST_F(NativeWatchTest, RootThatGoesHangsTheWatch) {
+  fs::create_directories(mRoot / "root/below");
+  Watch watch(mRoot / "root");
+  fs::remove_all(mRoot / "root");
+  EXPECT_TRUE(NS_RunEventsUntil([] {
+    const auto log = nsTestLog::Instance().Take("warning system.fileWatcher");
+    return std::any_of(log.begin(), log.end(), [](const std::string& aLine) {
+      return aLine.ends_with("was deleted, moved or unmounted: its watch ends");
+    });
+  }));
+}
+
+TEST(InotifyTest, MovedRootIsStillNamed) {
+  nsTemporaryDirectory place;
+  fs::create_directory(place / "root");
+  const auto reader = nsInotifyDirectoryChanges().NewReader();
+  ASSERT_EQ(reader->Open(nsString((place / "root").u16string())), NS_OK);
+  nsReaderThread thread(*reader);
+  fs::rename(place / "root", place / "elsewhere");
+  nsresult result;
+  ASSERT_TRUE(thread.AwaitEnd(&result));
+  EXPECT_EQ(result, NS_ERROR_FILE_NOT_FOUND);
+}
+
+// ---- What needs a process of its own
+
+class NativeWatchDeathTest : public NativeWatchTest {
+ protected:
+  NativeWatchDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+  void SetUp() override {}
+};
+
+[[noreturn]] void Leave(bool aGood) { _exit(aGood && !testing::Test::HasFailure() ? 0 : 1); }
+
+/// Runs the reader on a root as long as a function does.
+void WithReader(const fs::path& aRoot, const std::function<void(nsReaderThread&)>& aFunction) {
+  const auto reader = nsInotifyDirectoryChanges().NewReader();
+  if (NS_FAILED(reader->Open(nsString(aRoot.u16string())))) _exit(2);
+  nsReaderThread thread(*reader);
+  aFunction(thread);
+}
+
+TEST_F(NativeWatchDeathTest, UnreadableDirectoryEndsTheWatch) {
+  if (geteuid() != 0) GTEST_SKIP() << "changing to another user takes the rights of root";
+  EXPECT_EXIT(
+      {
+        nsTemporaryDirectory root;
+        fs::create_directory(root / "closed");
+        fs::create_directory(root / "open");
+        const uid_t nobody = 65534;
+        for (const char* name : {"", "closed", "open"})
+          if (chown((root / name).c_str(), nobody, nobody) != 0) _exit(2);
+        if (setuid(nobody) != 0) _exit(2);
+        fs::permissions(root / "closed", fs::perms::none);
+        WithReader(root.Path(), [&](nsReaderThread& aThread) {
+          nsTemporaryDirectory::Write(root / "open/file");
+          EXPECT_TRUE(aThread.Await([](const nsReaderThread::Names& aNames) {
+            return aNames.contains(u"open/file") || aNames.contains(u"open/.");
+          }));
+          fs::permissions(root / "closed", fs::perms::owner_all);
+          EXPECT_TRUE(aThread.AwaitName(u"closed"));
+          nsTemporaryDirectory::Write(root / "closed/file");
+          EXPECT_TRUE(aThread.AwaitName(u"closed/file")) << "it is readable now";
+        });
+        fs::remove_all(root.Path());
+        Leave(true);
+      },
+      testing::ExitedWithCode(0), "");
+}
+
+TEST_F(NativeWatchDeathTest, LimitOfWatchesIsReachedInSilence) {
+  EXPECT_EXIT(
+      {
+        // A user namespace has a limit of its own, which belongs to nobody else.
+        if (unshare(CLONE_NEWUSER) != 0) _exit(3);
+        {
+          std::ofstream limit("/proc/sys/user/max_inotify_watches");
+          limit << 4 << std::flush;
+          if (!limit) _exit(3);
+        }
+        StartHost();
+        nsTemporaryDirectory root;
+        for (int i = 0; i < 10; ++i) fs::create_directory(root / std::to_string(i));
+        WithReader(root.Path(), [&](nsReaderThread& aThread) {
+          EXPECT_TRUE(aThread.AwaitName(u"."));
+          nsTemporaryDirectory::Write(root / "file");
+          EXPECT_TRUE(aThread.AwaitName(u"file")) << "the rest goes on";
+        });
+        const Lines log = TakeLog("warning system.fileWatcher");
+        EXPECT_EQ(log.size(), 1u);
+        Leave(log.size() == 1 && log[0].find("fs.inotify.max_user_watches") != std::string::npos);
+      },
+      [](int aStatus) {
+        return WIFEXITED(aStatus) && (WEXITSTATUS(aStatus) == 0 || WEXITSTATUS(aStatus) == 3);
+      },
+      "");
+}
+
+TEST_F(NativeWatchDeathTest, VolumesBelowTheRootOrUnderItAreHeldOrMixedUp) {
+  if (geteuid() != 0) GTEST_SKIP() << "mounting takes the rights of root";
+  EXPECT_EXIT(
+      {
+        if (unshare(CLONE_NEWNS) != 0 ||
+            mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+          _exit(3);
+        nsTemporaryDirectory place;
+        if (mount("none", place.Path().c_str(), "tmpfs", 0, nullptr) != 0) _exit(3);
+        fs::create_directories(place / "root/below");
+        if (mount("none", (place / "root/below").c_str(), "tmpfs", 0, nullptr) != 0) _exit(3);
+        WithReader(place / "root", [&](nsReaderThread& aThread) {
+          EXPECT_TRUE(aThread.AwaitName(u"below/."));
+          nsTemporaryDirectory::Write(place / "root/below/file");
+          EXPECT_TRUE(aThread.AwaitName(u"below/file"));
+          EXPECT_EQ(umount((place / "root/below").c_str()), 0) << "it is held";
+          nsTemporaryDirectory::Write(place / "root/below/file");
+          nsTemporaryDirectory::Write(place / "root/file");
+          EXPECT_TRUE(aThread.AwaitName(u"file"));
+        });
+        WithReader(place.Path(), [&](nsReaderThread& aThread) {
+          EXPECT_TRUE(aThread.AwaitName(u"root/."));
+          EXPECT_EQ(umount(place.Path().c_str()), 0) << "the root's volume is held";
+          nsresult result;
+          EXPECT_TRUE(aThread.AwaitEnd(&result));
+        });
+        Leave(true);
+      },
+      [](int aStatus) {
+        return WIFEXITED(aStatus) && (WEXITSTATUS(aStatus) == 0 || WEXITSTATUS(aStatus) == 3);
+      },
+      "");
+}
+
+TEST_F(NativeWatchDeathTest, OverflowLosesFiles) {
+  constexpr int kFiles = 20000;  // two events each: the kernel's queue holds 16,384
+  EXPECT_EXIT(
+      {
+        nsTemporaryDirectory root;
+        fs::create_directories(root / "a/b");
+        int go[2];
+        if (pipe2(go, O_CLOEXEC) != 0) _exit(2);
+        const pid_t watcher = getpid();
+        if (const pid_t maker = fork(); maker == 0) {
+          char byte;
+          if (read(go[0], &byte, 1) != 1) _exit(2);
+          kill(watcher, SIGSTOP);
+          for (int i = 0; i < kFiles; ++i) {
+            const fs::path path = root / (i % 2 ? "a/b/" : "a/") / std::to_string(i);
+            close(open(path.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
+          }
+          kill(watcher, SIGCONT);
+          _exit(0);
+        }
+        StartHost();
+        bool isGood = false;
+        {
+          Watch watch(root.Path());
+          if (write(go[1], "", 1) != 1) _exit(2);
+          isGood = NS_RunEventsUntil(
+              [&] { return watch.mListener->Picture().size() == size_t{kFiles} + 2; });
+          EXPECT_TRUE(watch.AwaitPicture());
+        }
+        const Lines log = TakeLog("warning system.fileWatcher");
+        Leave(isGood && std::any_of(log.begin(), log.end(), [](const std::string& aLine) {
+                return aLine.find("fs.inotify.max_queued_events") != aLine.npos;
+              }));
+      },
+      testing::ExitedWithCode(0), "");
+}
+
+// ---- Any sequence of operations
+
+/// VOREL_WATCH_OPERATIONS says how many; the slow set runs a million.
+TEST_F(NativeWatchTest, PictureDriftsFromTheDisk) {
+  const char* const setting = getenv("VOREL_WATCH_OPERATIONS");
+  const int operations = setting ? atoi(setting) : 6000;
+  std::mt19937 random(7);
+  const auto pick = [&](unsigned aCount) { return static_cast<unsigned>(random() % aCount); };
+  const auto path = [&] {
+    fs::path result = mRoot.Path();
+    for (unsigned depth = 1 + pick(4); depth > 0; --depth)
+      result /= std::string(1, static_cast<char>('a' + pick(5)));
+    return result;
+  };
+  int time = 0;
+  const auto operate = [&] {
+    std::error_code ignored;  // of what can't be done just now
+    switch (pick(10)) {
+      case 0:
+      case 1:
+      case 2:
+        fs::create_directory(path(), ignored);
+        break;
+      case 3:
+      case 4:
+      case 5:
+        if (const fs::path file = path(); !fs::is_directory(file, ignored)) {
+          Write(file);
+          // Clocks of file systems tick slowly, and what has the same time counts as the same.
+          fs::last_write_time(file, fs::file_time_type(std::chrono::seconds(++time)), ignored);
+        }
+        break;
+      case 6:
+        fs::remove_all(path(), ignored);
+        break;
+      case 7:
+      case 8:
+        fs::rename(path(), path(),
+                   ignored);  // files over files, and directories with all they hold
+        break;
+      case 9:
+        fs::create_hard_link(path(), path(), ignored);
+        break;
+    }
+  };
+
+  std::map<std::string, ino_t> identities;  // as far as they are known
+  Watch watch(mRoot.Path());
+  watch.mListener->mThen = [&](const std::string& aLine) {
+    const size_t gap = aLine.find(' ');
+    if (aLine.starts_with("moved ")) {
+      const size_t middle = aLine.find(" > ");
+      const std::string from = aLine.substr(gap + 1, middle - gap - 1);
+      const auto node = identities.extract(from);
+      if (gUseMemory && node) identities[aLine.substr(middle + 3)] = node.mapped();
+    } else {
+      identities.erase(aLine.substr(gap + 1));
+    }
+  };
+  for (int done = 0; done < operations;) {
+    const int burst = static_cast<int>(1 + pick(pick(8) ? 60 : 2000));
+    auto driver = std::async(std::launch::async, [&] {
+      for (int i = 0; i < burst; ++i) operate();
+    });
+    ASSERT_TRUE(NS_RunEventsUntil(
+        [&] { return driver.wait_for(std::chrono::seconds(0)) == std::future_status::ready; }));
+    done += burst;
+    std::map<std::string, ino_t> disk;
+    const auto isTrue = [&] {
+      disk = ReadDisk(mRoot.Path());
+      return watch.mListener->Picture() == Names(disk) &&
+             std::all_of(identities.begin(), identities.end(), [&](const auto& aKnown) {
+               // A directory in another's place can have the time that the other one had.
+               return aKnown.first.ends_with('/') ||
+                      (disk.contains(aKnown.first) && disk[aKnown.first] == aKnown.second);
+             });
+    };
+    ASSERT_TRUE(NS_RunEventsUntil(isTrue))
+        << "after " << done << " operations there is " << testing::PrintToString(disk)
+        << "\nand the picture is " << testing::PrintToString(watch.mListener->Picture()) << "\nof "
+        << testing::PrintToString(identities);
+    identities = disk;
+    (void)watch.mListener->Take();
+    (void)nsTestLog::Instance().Take();
+  }
+}
+
+// ---- Threads
+
+TEST_F(NativeWatchTest, WatchersOnManyThreadsRace) {
+  for (int i = 0; i < 20; ++i) {
+    fs::create_directories(mRoot / std::to_string(i) / "below");
+    Write(mRoot / std::to_string(i) / "file");
+  }
+  vorel::test::gWatchPlatform = NS_NewNativePlatform();
+  const auto service = MakeRefCounted<nsSystemFileSystemWatcherService>();
+  std::atomic<bool> stop = false;
+  std::thread maker([&] {
+    for (int i = 0; !stop; ++i) {
+      std::error_code ignored;
+      Write(mRoot / "0/file");
+      fs::create_directory(mRoot / std::to_string(i % 20) / "new", ignored);
+      fs::remove(mRoot / std::to_string((i + 7) % 20) / "new", ignored);
+    }
+  });
+  // On the main thread: watchers that are stopped during the first walk, after it, during an
+  // update, and from within a report.
+  for (int i = 0; i < 60; ++i) {
+    const auto listener = MakeRefCounted<nsWatchListener>();
+    const auto watcher = MakeRefCounted<nsSystemFileSystemWatcher>(vorel::test::gWatchPlatform);
+    ASSERT_EQ(watcher->Init(listener.get(), nsCString("file://" + mRoot.Path().native()), true),
+              NS_OK);
+    nsSystemFileSystemWatcher* const plain = watcher.get();
+    if (i % 4 == 3) {
+      listener->mThen = [plain](const std::string& aLine) {
+        if (aLine.starts_with("added")) (void)plain->StopWatching();
+      };
+    }
+    ASSERT_EQ(watcher->StartWatching(), NS_OK);
+    const auto isFarEnough = [&] {
+      return i % 4 == 0 || (i % 4 == 1 && listener->HasHeard("started")) ||
+             (i % 4 == 2 && listener->HeardCount() > 1) || listener->HasHeard("stopped");
+    };
+    EXPECT_TRUE(NS_RunEventsUntil(isFarEnough));
+    EXPECT_EQ(watcher->StopWatching(), NS_OK);
+  }
+  stop = true;
+  maker.join();
+  NS_RunEvents();
+  vorel::test::gWatchPlatform = nullptr;
+}
+
+}  // namespace
