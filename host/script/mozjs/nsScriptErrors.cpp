@@ -26,7 +26,7 @@ bool NewError(JSContext* cx, JSExnType aType, const std::string& aMessage, JS::M
   JS::DescribeScriptedCaller(cx, &file, &line, &column);
   JS::RootedString fileName(cx, NS_NewScriptString(cx, file.get() ? file.get() : ""));
   JS::Rooted<mozilla::Maybe<JS::Value>> cause(cx, mozilla::Nothing());
-  return fileName && JS::CreateError(cx, aType, stack, fileName, line, column, nullptr, message, cause, aError);
+  return fileName && JS::CreateError(cx, aType, stack, fileName, line, column + 1, nullptr, message, cause, aError);
 }
 
 }  // namespace

@@ -241,13 +241,16 @@ void nsScriptRuntime::ReportValue(JS::HandleValue aException, const char* aPrefi
   if (error) {
     if (const JSErrorReport* const report = JS_ErrorFromException(mCx, error)) {
       if (report->filename && *report->filename)
+        // The engine counts columns from 1, but those of syntax errors from 0.
         place = std::string(report->filename) + ":" + std::to_string(report->lineno) + ":" +
-                std::to_string(report->column) + ": ";
+                std::to_string(report->column + (report->exnType == JSEXN_SYNTAXERR)) + ": ";
     }
     JS::RootedObject frames(mCx, JS::ExceptionStackOrNull(error));
     JS::RootedString lines(mCx);
     if (frames && JS::BuildStackString(mCx, nullptr, frames, &lines, 4)) stack = NS_Text(mCx, lines);
   }
+  // The engine does not collect again soon after it has run into the limit; the next script must be able to go on.
+  if (aException.isString()) JS_GC(mCx);
   text = NS_ToText(mCx, aException);
   JS_ClearPendingException(mCx);
   // One frame is what the place says already.

@@ -60,9 +60,10 @@ class Outs {
 enum class Kind { eMethod, eGetter, eSetter };
 
 /// How many bytes or elements an in parameter brings must cover the length that script gives beside it.
-bool CheckLengths(JSContext* cx, std::span<const nsScriptParam> aParams, nsCallFrame& aFrame, const nsPlace& aPlace) {
+bool CheckLengths(JSContext* cx, std::span<const nsScriptParam> aParams, nsCallFrame& aFrame, nsPlace aPlace) {
   for (size_t i = 0; i < aParams.size(); ++i) {
     const nsScriptParam& param = aParams[i];
+    aPlace.mArgument += !param.mOut;
     if (param.mOut || !param.mCounted) continue;
     size_t have = 0;
     if (const auto* const bytes = std::get_if<std::vector<std::byte>>(&aFrame.At(i))) {

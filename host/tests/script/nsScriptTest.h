@@ -1,0 +1,63 @@
+// A host with scripts and a test object under the global names `thing` and `TestThing`.
+#pragma once
+
+#include "nsScriptHost.h"
+#include "nsTestHost.h"
+#include "nsTestThing.h"
+
+class nsScriptTest : public nsHostTest {
+ protected:
+  nsScriptTest() {
+    nsScriptHost::AddInterfaces(kTestTables);
+    mModule
+        .Class("b0000000-0000-4000-8000-000000000001"_iid, "@test/thing;1",
+               [](const nsIID& aIID, void** aResult) {
+                 return MakeRefCounted<nsTestThing>()->QueryInterface(aIID, aResult);
+               })
+        .Category("JavaScript-global-property", "thing", "@test/thing;1")
+        .Category("JavaScript-global-property", "absent", "@test/absent;1")
+        .Category("JavaScript-global-constructor", "TestThing", "@test/thing;1")
+        .Category("JavaScript-DOM-interface", "TestThing", "a0000000-0000-4000-8000-000000000003")
+        .Category("JavaScript-DOM-interface", "TestExtra", "a0000000-0000-4000-8000-000000000004");
+    mOptions.mModules.push_back(&mModule.Record());
+  }
+  ~nsScriptTest() override { Stop(); }
+
+  void SetUp() override {
+    Start();
+    StartScripts({});
+  }
+  void StartScripts(nsScriptOptions aOptions) {
+    std::string error;
+    mScripts = nsScriptHost::Create(aOptions, &error);
+    ASSERT_TRUE(mScripts) << error;
+  }
+  void Stop() {
+    mHost.Stop();
+    mScripts = nullptr;
+  }
+
+  /// What a text evaluates to, or what is reported.
+  std::string Run(std::string_view aText) {
+    std::string result;
+    testing::internal::CaptureStderr();
+    const nsresult rv = mScripts->Evaluate(aText, "test.js", &result);
+    const std::string reported = testing::internal::GetCapturedStderr();
+    return NS_FAILED(rv) || !reported.empty() ? result + reported : result;
+  }
+  /// The message of what a text throws.
+  std::string Thrown(const std::string& aText) {
+    return Run(
+        "try { " + aText +
+        "; 'nothing' } catch (e) { (e instanceof TypeError ? 'TypeError: ' : '') + e.message }");
+  }
+  /// Runs scripts until they are done, and gives the status and what was reported.
+  std::pair<int, std::string> Finish() {
+    testing::internal::CaptureStderr();
+    const int status = mScripts->RunUntilDone();
+    return {status, testing::internal::GetCapturedStderr()};
+  }
+
+  nsTestModule mModule;
+  std::unique_ptr<nsScriptHost> mScripts;
+};

@@ -1,0 +1,146 @@
+// Compiled objects as script sees them, and how long they live.
+#include "nsIHostDocument.h"
+#include "nsScriptTest.h"
+
+namespace {
+
+class ScriptWrapper : public nsScriptTest {};
+
+TEST_F(ScriptWrapper, ObjectHasTwoWrappers) {
+  EXPECT_EQ("true", Run("thing.peer = thing; thing.peer === thing && "
+                        "thing.as(Components.interfaces.nsITestExtra) === thing"));
+  EXPECT_EQ("true", Run("thing.mark = 5; thing.peer.mark === 5"));
+  (void)Run("thing.peer = null");
+}
+
+TEST_F(ScriptWrapper, InterfaceIsNotSeen) {
+  EXPECT_EQ(
+      "undefined true",
+      Run("`${thing.extra} ${thing.QueryInterface(Components.interfaces.nsITestExtra).extra}`"));
+  EXPECT_EQ("true", Run("thing.extra"));  // from then on
+  EXPECT_EQ("true", Run("new TestThing() instanceof TestExtra"));
+  EXPECT_EQ("false true", Run("`${document instanceof TestThing} ${thing instanceof "
+                              "Components.interfaces.nsITestThing}`"));
+  EXPECT_EQ(
+      "nsISupports.QueryInterface: NS_ERROR_NO_INTERFACE (0x80004002): "
+      "{a0000000-0000-4000-8000-000000000001}",
+      Thrown("thing.QueryInterface(Components.interfaces.nsITestListener)"));
+  EXPECT_EQ("[object TestThing]", Run("String(thing)"));
+}
+
+TEST_F(ScriptWrapper, MemberIsNotInheritedFromTheParentInterface) {
+  EXPECT_EQ("true",
+            Run("const uri = document.baseURIObject; 'spec' in uri && "
+                "uri.QueryInterface(Components.interfaces.nsIURL) "
+                "=== uri && "
+                "Object.getPrototypeOf(Object.getPrototypeOf(uri)).hasOwnProperty('fileName') || "
+                "'fileName' in uri"));
+}
+
+TEST_F(ScriptWrapper, ObjectsOutliveTheirWrappers) {
+  const int before = nsTestThing::sAlive;
+  EXPECT_EQ("", Run("for (let i = 0; i < 1000; ++i) new TestThing('x'); undefined"));
+  EXPECT_EQ("", Run("Components.utils.forceGC()"));
+  EXPECT_EQ(before, nsTestThing::sAlive);
+  // A wrapper that is held through another object's attribute only.
+  EXPECT_EQ("kept", Run("globalThis.a = new TestThing('a'); a.peer = new TestThing('kept'); "
+                        "Components.utils.forceGC(); a.peer.label"));
+  EXPECT_EQ(before + 2, nsTestThing::sAlive);
+}
+
+TEST_F(ScriptWrapper, CircleLeaksAtTheEnd) {
+  EXPECT_EQ("", Run("const t = new TestThing(); t.addListener({ t, onThing() { this.t } }); "
+                    "globalThis.t2 = t; undefined"));
+  EXPECT_EQ("", Run("(() => { const u = new TestThing(); u.addListener({ u, onThing() {} }) })(); "
+                    "undefined"));
+  EXPECT_GE(nsTestThing::sAlive, 2);
+  Stop();
+  EXPECT_EQ(0, nsTestThing::sAlive);
+}
+
+TEST_F(ScriptWrapper, ListenerAnswersAfterItsScriptHasEnded) {
+  EXPECT_EQ("", Run("thing.addListener({ onThing() {} })"));
+  const auto thing = do_GetService<nsITestThing>("@test/thing;1");
+  mScripts = nullptr;
+  uint32_t failures = 0;
+  EXPECT_EQ(NS_OK, thing->Notify(nsDependentString(u"late"), &failures));
+  EXPECT_EQ(1u, failures);
+}
+
+TEST_F(ScriptWrapper, ConstructorForgetsItsArguments) {
+  EXPECT_EQ("hello", Run("new TestThing('hello').label"));
+  EXPECT_EQ("42", Run("new TestThing(42).label"));
+  EXPECT_EQ("no text", Thrown("new TestThing({ toString() { throw new Error('no text') } })"));
+  EXPECT_EQ("TypeError: TestExtra makes no objects: it is the name of an interface",
+            Thrown("new TestExtra()"));
+  EXPECT_EQ("TypeError: TestThing makes objects with new, and is no function",
+            Thrown("TestThing()"));
+}
+
+TEST_F(ScriptWrapper, NameWithoutServiceIsUndefinedSomewhereElse) {
+  EXPECT_EQ("absent: NS_ERROR_FACTORY_NOT_REGISTERED (0x80040154): @test/absent;1 is not to be had",
+            Thrown("absent"));
+  EXPECT_TRUE(Thrown("nowhere").starts_with("nowhere is not defined"));
+  EXPECT_EQ(
+      "Components.Exception: NS_ERROR_FACTORY_NOT_REGISTERED (0x80040154): no class has the "
+      "contract ID \"@no;1\"",
+      Thrown("Components.classes['@no;1'].getService()"));
+  EXPECT_EQ("false true",
+            Run("`${'@no;1' in Components.classes} ${'@test/thing;1' in Components.classes}`"));
+}
+
+TEST_F(ScriptWrapper, ListsAreNotLists) {
+  EXPECT_EQ("2 b a,b undefined", Run(R"(
+      const list = Components.classes['@vorel/array;1'].createInstance(Components.interfaces.nsIMutableArray);
+      for (const name of ['a', 'b']) list.appendElement(new TestThing(name), false);
+      `${list.length} ${list[1].label} ${[...list].map((t) => t.label)} ${list[2]}`)"));
+  EXPECT_EQ("2", Run("let n = 0; for (const t of list.enumerate()) ++n; n"));
+}
+
+// Nothing that a script does with the objects it reaches may end the process.
+TEST_F(ScriptWrapper, HostileUseCrashes) {
+  EXPECT_EQ("done", Run(R"JS(
+    const recursive = { onThing() { thing.notify('deeper') }, ask() { return this.ask() } };
+    const odd = [undefined, null, true, -1, 1.5, 2 ** 53, 2n ** 64n, '', 'x'.repeat(1 << 20), '\0\uD800', Symbol('s'),
+      {}, [], () => 0, new Proxy({}, { get() { throw 1 } }), new Proxy(() => {}, {}), thing, document, globalThis,
+      { get QueryInterface() { throw 2 } }, { QueryInterface() { return this } }, { QueryInterface: 3 },
+      { get onThing() { throw 3 } }, recursive, Components.interfaces.nsITestThing, '{a0000000-0000-4000-8000-000000000003}'];
+    const objects = [thing, document, document.baseURIObject, document.loadGroup, new TestThing(),
+      Components.classes['@vorel/array;1'].createInstance(Components.interfaces.nsIMutableArray),
+      Components.classes['@mozilla.org/categorymanager;1'].getService(Components.interfaces.nsICategoryManager)
+        .enumerateCategory('JavaScript-DOM-interface')].filter((o) => o);
+    let calls = 0;
+    const attempt = (f) => { ++calls; try { f(); } catch (e) { String(e); } };
+    for (const object of objects) {
+      for (let proto = object; proto && proto !== Object.prototype; proto = Object.getPrototypeOf(proto)) {
+        for (const name of Object.getOwnPropertyNames(proto)) {
+          const { get, set, value } = Object.getOwnPropertyDescriptor(proto, name);
+          for (const a of odd) {
+            if (get) attempt(() => get.call(a));
+            if (set) { attempt(() => set.call(object, a)); attempt(() => set.call(a, a)); }
+            if (typeof value !== 'function') continue;
+            attempt(() => value.call(object, a));
+            attempt(() => value.call(a, a, a));
+            for (const b of odd.slice(3, 9)) attempt(() => value.call(object, a, b, a, b));
+          }
+        }
+      }
+    }
+    calls > 1000 ? 'done' : String(calls))JS")
+                        .substr(0, 4));
+}
+
+TEST_F(ScriptWrapper, MemoryLimitEndsTheProcess) {
+  Stop();
+  Start();
+  nsScriptOptions options;
+  options.mHeapLimit = 24u << 20;
+  StartScripts(options);
+  EXPECT_NE("",
+            Run("(() => { const all = []; for (;;) all.push('x'.repeat(100) + all.length) })()"));
+  EXPECT_EQ("2", Run("1 + 1"));
+  EXPECT_NE("", Run("(function deep() { thing.addListener({ onThing: deep }); thing.notify('x'); "
+                    "deep() })()"));
+}
+
+}  // namespace
