@@ -188,7 +188,7 @@ class ModuleLoader final : public nsImplements<ModuleLoader, nsIModuleLoader> {
     if (!NS_ReadScript(cx, aFile, &text)) return false;
     text += "\n;return typeof NSGetFactory === 'undefined' ? undefined : NSGetFactory;";
     JS::CompileOptions options(cx);
-    options.setFileAndLine(aFile.c_str(), 1);
+    options.setFileAndLine(aFile.c_str(), 0);  // the engine puts a line before the body
     JS::SourceText<mozilla::Utf8Unit> source;
     JS::RootedObjectVector scope(cx);
     if (!Init(cx, text, source)) return false;

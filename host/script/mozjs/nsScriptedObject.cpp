@@ -201,7 +201,10 @@ nsresult nsScriptedObject::CallScript(const nsScriptInterface& aInterface, const
   JSContext* const cx = runtime->Context();
   nsScriptRuntime::Entry entry(runtime, mComponent);
   js::AutoCheckRecursionLimit recursion(cx);
-  if (!recursion.checkDontReport(cx)) return NS_ERROR_OUT_OF_MEMORY;
+  if (!recursion.check(cx)) {
+    runtime->ReportException();
+    return NS_ERROR_OUT_OF_MEMORY;
+  }
 
   nsresult rv = NS_OK;
   if (Invoke(aInterface, aMember, aSet, aSlots, &rv)) return rv;

@@ -54,7 +54,8 @@ TEST_F(ScriptListener, AnswerOfTheWrongKindIsUsed) {
   const std::string text = Run("thing.askAll(1)");
   for (const char* part :
        {"NS_ERROR_FAILURE;NS_ERROR_FAILURE;",
-        "TypeError: nsITestListener.ask: what script answered (double): a whole number or BigInt of "
+        "TypeError: nsITestListener.ask: what script answered (double): a whole number or BigInt "
+        "of "
         "64 bits is expected, not the string \"many\"\n",
         "TypeError: nsITestListener.ask: what script answered (double): an object with it is "
         "expected, not the number 3\n"})
@@ -173,8 +174,8 @@ TEST_F(ScriptComponent, ClassOfABrokenFileIsMade) {
   EXPECT_EQ(NS_ERROR_FACTORY_NOT_REGISTERED, rv);
   testing::internal::CaptureStderr();
   EXPECT_FALSE(do_CreateInstance<nsITestListener>("@test/broken;1", &rv));
-  EXPECT_NE(std::string::npos,
-            testing::internal::GetCapturedStderr().find("broken.js:2:"));
+  const std::string text = testing::internal::GetCapturedStderr();
+  EXPECT_NE(std::string::npos, text.find("broken.js:2:")) << text;
 }
 
 }  // namespace
