@@ -244,6 +244,8 @@ void nsScriptRuntime::ReportValue(JS::HandleValue aException, const char* aPrefi
         // The engine counts columns from 1, but those of syntax errors from 0.
         place = std::string(report->filename) + ":" + std::to_string(report->lineno) + ":" +
                 std::to_string(report->column + (report->exnType == JSEXN_SYNTAXERR)) + ": ";
+      // Deep in a recursion there is no room for the error's own toString.
+      if (report->exnType == JSEXN_INTERNALERR) text = report->message().c_str();
     }
     JS::RootedObject frames(mCx, JS::ExceptionStackOrNull(error));
     JS::RootedString lines(mCx);
@@ -251,10 +253,16 @@ void nsScriptRuntime::ReportValue(JS::HandleValue aException, const char* aPrefi
   }
   // The engine does not collect again soon after it has run into the limit; the next script must be able to go on.
   if (aException.isString()) JS_GC(mCx);
-  text = NS_ToText(mCx, aException);
+  if (text.empty()) text = NS_ToText(mCx, aException);
   JS_ClearPendingException(mCx);
-  // One frame is what the place says already.
-  if (std::count(stack.begin(), stack.end(), '\n') < 2) stack.clear();
+  // One frame is what the place says already; of a deep recursion the first ones are enough.
+  size_t end = 0;
+  int lines = 0;
+  while (lines < 10 && (end = stack.find('\n', end)) != stack.npos) ++lines, ++end;
+  if (lines < 2)
+    stack.clear();
+  else if (end != stack.npos)
+    stack.resize(end);
   fprintf(stderr, "vorel: %s%s%s\n%s", place.c_str(), aPrefix, text.c_str(), stack.c_str());
   if (!mInComponent && mStatus == 0 && !mQuit) mStatus = 1;
 }
