@@ -9,7 +9,10 @@
 #include <sys/mount.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <fstream>
 #include <string>
+#include <thread>
 
 /// The calling thread, and threads that it makes, are in a namespace without any link but the
 /// loopback, and see the sysfs of it; at the end the thread is back where it was.
@@ -47,6 +50,25 @@ class nsNetworkNamespace {
 
   void Ip(const std::string& aArguments) const {
     ASSERT_TRUE(TryIp(aArguments)) << "ip " << aArguments;
+  }
+  /// Sets a link up or down, and waits until it is: the kernel tells a link's state after it has
+  /// answered.
+  void SetUp(const std::string& aLink, bool aUp = true) const {
+    Ip("link set " + aLink + (aUp ? " up" : " down"));
+    const std::string wanted = aUp ? "up" : "down";
+    const auto patience = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    std::string state;
+    while (state != wanted && std::chrono::steady_clock::now() < patience) {
+      std::ifstream("/sys/class/net/" + aLink + "/operstate") >> state;
+      std::this_thread::yield();
+    }
+    EXPECT_EQ(state, wanted) << aLink;
+  }
+  /// A pair of virtual wires, NAME and NAMEx, both up.
+  void AddWire(const std::string& aName, const std::string& aMac = "02:00:00:00:00:01") const {
+    Ip("link add " + aName + " address " + aMac + " type veth peer name " + aName + "x");
+    Ip("link set " + aName + "x up");
+    SetUp(aName);
   }
   /// What the program prints.
   std::string AskIp(const std::string& aArguments) const {

@@ -68,9 +68,7 @@ class NativeMachine final : public Machine {
   std::string Lacks() override { return mNamespace.Lacks(); }
   nsPlatformNetwork& Port() override { return mNetwork; }
   void AddWire(const std::string& aName, const std::string& aMac) override {
-    mNamespace.Ip("link add " + aName + " address " + aMac + " type veth peer name " + aName + "x");
-    mNamespace.Ip("link set " + aName + "x up");
-    mNamespace.Ip("link set " + aName + " up");
+    mNamespace.AddWire(aName, aMac);
   }
   void AddBridge(const std::string& aName) override {
     mNamespace.Ip("link add " + aName + " type bridge");
@@ -86,7 +84,7 @@ class NativeMachine final : public Machine {
       mNamespace.Ip("route add default via " + aGateways[i - 1] + " dev " + aName + " metric " +
                     std::to_string(metric -= 100));
   }
-  void SetDown(const std::string& aName) override { mNamespace.Ip("link set " + aName + " down"); }
+  void SetDown(const std::string& aName) override { mNamespace.SetUp(aName, false); }
   void Remove(const std::string& aName) override { mNamespace.Ip("link del " + aName); }
 
  private:

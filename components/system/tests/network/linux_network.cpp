@@ -215,11 +215,6 @@ class NativeNetwork : public testing::Test {
   void SetUp() override {
     if (!mNamespace.Lacks().empty()) GTEST_SKIP() << mNamespace.Lacks();
   }
-  void AddWire(const std::string& aName) {
-    mNamespace.Ip("link add " + aName + " type veth peer name " + aName + "x");
-    mNamespace.Ip("link set " + aName + "x up");
-    mNamespace.Ip("link set " + aName + " up");
-  }
   static std::vector<Record> Records(nsLinuxNetwork& aNetwork) {
     std::vector<Record> records;
     EXPECT_EQ(aNetwork.GetAdaptersAddresses(0, 0x90, &records), NS_OK);
@@ -237,14 +232,14 @@ class NativeNetwork : public testing::Test {
 
 TEST_F(NativeNetwork, TheRecordsAreOtherThanWhatTheSystemsOwnProgramPrints) {
   mNamespace.Ip("link set lo up");
-  AddWire("vw0");
-  AddWire("vw1");
+  mNamespace.AddWire("vw0");
+  mNamespace.AddWire("vw1");
   mNamespace.Ip("addr add 10.1.0.7/9 dev vw0");
   mNamespace.Ip("addr add 10.5.0.1 peer 10.5.0.2/32 dev vw1");
   mNamespace.Ip("addr add 2001:db8::5/77 dev vw0 nodad");
   mNamespace.Ip("link add vb0 type bridge");
   mNamespace.Ip("link add vm0 link vw0 type macvlan");
-  mNamespace.Ip("link set vw1 down");
+  mNamespace.SetUp("vw1", false);
   mNamespace.Ip("route add default via 10.1.0.1 dev vw0 metric 50");
 
   nsLinuxNetwork network;
@@ -280,7 +275,7 @@ TEST_F(NativeNetwork, TheRecordsAreOtherThanWhatTheSystemsOwnProgramPrints) {
 }
 
 TEST_F(NativeNetwork, AnAddressThatEndsIsNoSignOfDhcpOrAFixedOneIs) {
-  AddWire("vw0");
+  mNamespace.AddWire("vw0");
   nsLinuxNetwork network;
   mNamespace.Ip("addr add 10.1.0.7/24 dev vw0");
   EXPECT_FALSE(RecordOf(network, "vw0").mFlags & Record::kDhcpEnabled);
@@ -291,8 +286,8 @@ TEST_F(NativeNetwork, AnAddressThatEndsIsNoSignOfDhcpOrAFixedOneIs) {
 }
 
 TEST_F(NativeNetwork, NameServersOfALinkAreNotItsOwn) {
-  AddWire("vw0");
-  AddWire("vw1");
+  mNamespace.AddWire("vw0");
+  mNamespace.AddWire("vw1");
   mNamespace.Ip("addr add 10.1.0.7/24 dev vw0");
   mNamespace.Ip("route add default via 10.1.0.1 dev vw0");
   nsLinuxNetwork network(mTree.Root());
