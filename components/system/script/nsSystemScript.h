@@ -18,3 +18,4 @@ nsScriptTableList NS_ManagerTables();
 nsScriptTableList NS_StorageTables();
 nsScriptTableList NS_WatcherTables();
 nsScriptTableList NS_AddressTables();
+nsScriptTableList NS_NetworkTables();

@@ -1,9 +1,11 @@
 #include "nsSystemMachine.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "nsDebug.h"
 #include "nsIFile.h"
+#include "nsINetworkLinkService.h"
 #include "nsIObserver.h"
 #include "nsIObserverService.h"
 #include "nsIProperties.h"
@@ -21,7 +23,9 @@ namespace {
 class MachineScript final : public nsImplements<MachineScript, nsITimerCallback, nsIObserver> {
  public:
   explicit MachineScript(std::unique_ptr<nsSimulatedMachine> aMachine)
-      : mMachine(std::move(aMachine)) {}
+      : mMachine(std::move(aMachine)) {
+    mMachine->mNetwork->SetListener([this] { mNetworkChanged = true; });
+  }
 
   nsresult Start() {
     if (!mMachine->UntilNextChange()) return NS_OK;
@@ -37,6 +41,7 @@ class MachineScript final : public nsImplements<MachineScript, nsITimerCallback,
 
   nsresult Notify(nsITimer*) override {
     mMachine->ApplyNextChange();
+    if (std::exchange(mNetworkChanged, false)) TellOfNetwork();
     return WaitForNext();
   }
 
@@ -47,7 +52,15 @@ class MachineScript final : public nsImplements<MachineScript, nsITimerCallback,
   }
 
  private:
-  ~MachineScript() override = default;
+  ~MachineScript() override { mMachine->mNetwork->SetListener({}); }
+
+  // The host tells of changes of the real network only.
+  void TellOfNetwork() {
+    const auto os = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID);
+    const auto links =
+        do_GetService<nsINetworkLinkService>("@mozilla.org/network/network-link-service;1");
+    if (os) (void)os->NotifyObservers(links.get(), "network:link-status-changed", u"unknown");
+  }
 
   nsresult WaitForNext() {
     const auto wait = mMachine->UntilNextChange();
@@ -58,6 +71,7 @@ class MachineScript final : public nsImplements<MachineScript, nsITimerCallback,
 
   const std::unique_ptr<nsSimulatedMachine> mMachine;
   nsCOMPtr<nsITimer> mTimer;
+  bool mNetworkChanged = false;
 };
 
 // Null when none is asked for.
