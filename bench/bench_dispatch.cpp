@@ -4,11 +4,30 @@
 
 #include <algorithm>
 #include <chrono>
+#include <functional>
 #include <vector>
 
-#include "../host/xpcom/threads/nsThreadManager.h"
+#include "nsHost.h"
+#include "nsIRunnable.h"
+#include "nsIThread.h"
+#include "nsIThreadManager.h"
+#include "nsImplements.h"
+#include "nsServices.h"
 
 namespace {
+
+class Runnable final : public nsImplements<Runnable, nsIRunnable> {
+ public:
+  explicit Runnable(std::function<void()> aFunction) : mFunction(std::move(aFunction)) {}
+  nsresult Run() override {
+    mFunction();
+    return NS_OK;
+  }
+
+ private:
+  ~Runnable() override = default;
+  std::function<void()> mFunction;
+};
 
 double Percentile(std::vector<double>& aTimes, double aPart) {
   const auto at =
@@ -20,17 +39,19 @@ double Percentile(std::vector<double>& aTimes, double aPart) {
 // The main thread sleeps in its event loop before each call, as it does in an idle player.
 void WorkerToMain(benchmark::State& aState) {
   using Clock = std::chrono::steady_clock;
-  auto& manager = nsThreadManager::get();
-  nsCOMPtr<nsIThread> main, worker;
-  if (NS_FAILED(manager.Init()) || NS_FAILED(manager.GetMainThread(main.getter_AddRefs())) ||
-      NS_FAILED(manager.NewThread(0, 0, worker.getter_AddRefs()))) {
-    aState.SkipWithError("no threads");
+  nsHost host;
+  if (NS_FAILED(host.Start({}))) {
+    aState.SkipWithError("no host");
     return;
   }
+  const auto manager = do_GetService<nsIThreadManager>(NS_THREADMANAGER_CONTRACTID);
+  nsCOMPtr<nsIThread> main, worker;
+  (void)manager->GetMainThread(main.getter_AddRefs());
+  (void)manager->NewThread(0, 0, worker.getter_AddRefs());
   std::vector<double> times;
   bool stop = false;
-  const auto nothing = NS_NewRunnable([] {});
-  const auto calls = NS_NewRunnable([&] {
+  const auto nothing = MakeRefCounted<Runnable>([] {});
+  const auto calls = MakeRefCounted<Runnable>([&] {
     for (auto _ : aState) {
       const auto start = Clock::now();
       benchmark::DoNotOptimize(main->Dispatch(nothing.get(), nsIEventTarget::DISPATCH_SYNC));
@@ -38,7 +59,7 @@ void WorkerToMain(benchmark::State& aState) {
       aState.SetIterationTime(time.count());
       times.push_back(time.count() * 1e6);
     }
-    (void)main->Dispatch(NS_NewRunnable([&] { stop = true; }).get(),
+    (void)main->Dispatch(MakeRefCounted<Runnable>([&] { stop = true; }).get(),
                          nsIEventTarget::DISPATCH_NORMAL);
   });
   (void)worker->Dispatch(calls.get(), nsIEventTarget::DISPATCH_NORMAL);
@@ -46,7 +67,7 @@ void WorkerToMain(benchmark::State& aState) {
   aState.counters["p50_us"] = Percentile(times, 0.5);
   aState.counters["p99_us"] = Percentile(times, 0.99);
   (void)worker->Shutdown();
-  manager.Shutdown();
+  host.Stop();
 }
 BENCHMARK(WorkerToMain)->UseManualTime()->Iterations(20000)->Repetitions(5);
 

@@ -4,20 +4,21 @@
 
 #include <string>
 
-#include "../../xpcom/threads/nsThreadManager.h"
 #include "nsFdWatch.h"
+#include "nsHost.h"
+#include "nsTestThreads.h"
 
 namespace {
 
 class FdWatch : public testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_EQ(NS_OK, nsThreadManager::get().Init());
-    ASSERT_EQ(NS_OK, nsThreadManager::get().GetMainThread(mMain.getter_AddRefs()));
+    ASSERT_EQ(NS_OK, mHost.Start({}));
+    mMain = NS_TestMainThread();
     ASSERT_EQ(0, pipe(mFds));
   }
   void TearDown() override {
-    nsThreadManager::get().Shutdown();
+    mHost.Stop();
     close(mFds[0]);
     if (mFds[1] >= 0) close(mFds[1]);
   }
@@ -25,6 +26,7 @@ class FdWatch : public testing::Test {
     bool ran = false;
     ASSERT_EQ(NS_OK, mMain->ProcessNextEvent(true, &ran));
   }
+  nsHost mHost;
   nsCOMPtr<nsIThread> mMain;
   int mFds[2] = {-1, -1};
 };

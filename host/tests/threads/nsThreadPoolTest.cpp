@@ -1,68 +1,94 @@
-// The plain pool; the service adds only the way it is reached.
+// The thread pool.
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <latch>
+#include <mutex>
 #include <set>
+#include <string>
 #include <thread>
 
-#include "../../xpcom/threads/nsThreadManager.h"
-#include "../../xpcom/threads/nsThreadPool.h"
+#include "nsHost.h"
+#include "nsIEventTarget.h"
+#include "nsTestThreads.h"
 
 namespace {
+
+constexpr int kLimit = 8;
+constexpr uint32_t kNormal = nsIEventTarget::DISPATCH_NORMAL, kSync = nsIEventTarget::DISPATCH_SYNC;
 
 class ThreadPool : public testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_EQ(NS_OK, nsThreadManager::get().Init());
-    ASSERT_EQ(NS_OK, nsThreadManager::get().GetMainThread(mMain.getter_AddRefs()));
+    ASSERT_EQ(NS_OK, mHost.Start({}));
+    mPool = do_GetService<nsIEventTarget>(VOREL_THREADPOOL_CONTRACTID);
+    ASSERT_TRUE(mPool);
   }
-  void TearDown() override { nsThreadManager::get().Shutdown(); }
-  nsresult Put(std::function<void()> aWork) {
-    return mPool.Put(NS_NewRunnable(std::move(aWork)).get());
+  void TearDown() override { mHost.Stop(); }
+  nsresult Put(uint32_t aFlags, std::function<void()> aWork) {
+    return NS_TestDispatch(mPool.get(), aFlags, std::move(aWork));
   }
-  nsCOMPtr<nsIThread> mMain;
-  nsWorkerThreads mPool{"Test", 3};
+  bool IsOnPool() {
+    bool answer = false;
+    EXPECT_EQ(NS_OK, mPool->IsOnCurrentThread(&answer));
+    return answer;
+  }
+  nsHost mHost;
+  nsCOMPtr<nsIEventTarget> mPool;
 };
 
-TEST_F(ThreadPool, LongWorkBlocksOtherWorkBelowTheLimit) {
-  std::latch all(3);
-  for (int i = 0; i < 3; ++i) ASSERT_EQ(NS_OK, Put([&] { all.arrive_and_wait(); }));
-  mPool.Shutdown();
-}
-
-TEST_F(ThreadPool, TheLimitIsPassed) {
+TEST_F(ThreadPool, LongWorkBlocksOtherWorkOrTheLimitIsPassed) {
   std::mutex mutex;
   std::set<std::thread::id> threads;
-  std::latch first(3);
+  std::latch all(kLimit);
   std::atomic<int> ran{0};
-  for (int i = 0; i < 3; ++i) ASSERT_EQ(NS_OK, Put([&] { first.arrive_and_wait(); }));
+  // These end only when all of them run at once.
+  for (int i = 0; i < kLimit; ++i) ASSERT_EQ(NS_OK, Put(kNormal, [&] { all.arrive_and_wait(); }));
   for (int i = 0; i < 100; ++i) {
-    ASSERT_EQ(NS_OK, Put([&] {
+    ASSERT_EQ(NS_OK, Put(kNormal, [&] {
                 const std::lock_guard lock(mutex);
                 threads.insert(std::this_thread::get_id());
                 ++ran;
-                EXPECT_TRUE(mPool.IsOnOne());
+                EXPECT_TRUE(IsOnPool());
               }));
   }
-  mPool.Shutdown();
+  EXPECT_FALSE(IsOnPool());
+  mHost.Stop();
   EXPECT_EQ(100, ran);
-  EXPECT_LE(threads.size(), 3u);
-  EXPECT_FALSE(mPool.IsOnOne());
+  EXPECT_LE(threads.size(), size_t{kLimit});
+}
+
+TEST_F(ThreadPool, WorkThatWaitsForMoreWorkBlocksThePool) {
+  std::atomic<int> ran{0};
+  for (int i = 0; i < kLimit; ++i)
+    ASSERT_EQ(NS_OK, Put(kNormal, [&] { EXPECT_EQ(NS_OK, Put(kSync, [&] { ++ran; })); }));
+  mHost.Stop();
+  EXPECT_EQ(kLimit, ran);
+}
+
+TEST_F(ThreadPool, ASyncCallBlocksTheCallersEvents) {
+  const auto main = NS_TestMainThread();
+  std::string order;
+  EXPECT_EQ(NS_OK, Put(kSync, [&] {
+              EXPECT_EQ(NS_OK, NS_TestDispatch(main.get(), kSync, [&] { order += "main "; }));
+              order += "pool ";
+            }));
+  order += "back";
+  EXPECT_EQ("main pool back", order);
 }
 
 TEST_F(ThreadPool, WorkIsLostAtShutdownOrBlocksIt) {
+  const auto main = NS_TestMainThread();
   std::string order;
-  ASSERT_EQ(NS_OK, Put([&] {
+  ASSERT_EQ(NS_OK, Put(kNormal, [&] {
               // Needs the thread that is shutting the pool down.
-              EXPECT_EQ(NS_OK, mMain->Dispatch(NS_NewRunnable([&] { order += "main "; }).get(),
-                                               nsIEventTarget::DISPATCH_SYNC));
+              EXPECT_EQ(NS_OK, NS_TestDispatch(main.get(), kSync, [&] { order += "main "; }));
               order += "pool";
             }));
-  mPool.Shutdown();
+  mHost.Stop();
   EXPECT_EQ("main pool", order);
-  EXPECT_EQ(NS_ERROR_UNEXPECTED, Put([] { ADD_FAILURE(); }));
-  mPool.Shutdown();
+  EXPECT_EQ(NS_ERROR_UNEXPECTED, Put(kNormal, [] { ADD_FAILURE(); }));
+  EXPECT_EQ(NS_ERROR_UNEXPECTED, Put(kSync, [] { ADD_FAILURE(); }));
 }
 
 }  // namespace

@@ -7,35 +7,35 @@
 #include <string>
 #include <thread>
 
-#include "../../xpcom/threads/nsThreadManager.h"
+#include "nsHost.h"
+#include "nsIThreadInternal.h"
+#include "nsIThreadObserver.h"
+#include "nsTestThreads.h"
 
 namespace {
-
-nsThreadManager& Manager() { return nsThreadManager::get(); }
 
 class Threads : public testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_EQ(NS_OK, Manager().Init());
-    ASSERT_EQ(NS_OK, Manager().GetMainThread(mMain.getter_AddRefs()));
+    ASSERT_EQ(NS_OK, mHost.Start({}));
+    mManager = NS_TestThreadManager();
+    mMain = NS_TestMainThread();
+    ASSERT_TRUE(mMain);
   }
-  void TearDown() override { Manager().Shutdown(); }
+  void TearDown() override { mHost.Stop(); }
 
-  static nsCOMPtr<nsIThread> NewThread() {
-    nsCOMPtr<nsIThread> thread;
-    EXPECT_EQ(NS_OK, Manager().NewThread(0, 0, thread.getter_AddRefs()));
-    return thread;
-  }
   static nsresult Run(nsIEventTarget* aTarget, uint32_t aFlags, std::function<void()> aFunction) {
-    return aTarget->Dispatch(NS_NewRunnable(std::move(aFunction)).get(), aFlags);
+    return NS_TestDispatch(aTarget, aFlags, std::move(aFunction));
   }
+  nsHost mHost;
+  nsCOMPtr<nsIThreadManager> mManager;
   nsCOMPtr<nsIThread> mMain;
 };
 
 constexpr uint32_t kNormal = nsIEventTarget::DISPATCH_NORMAL, kSync = nsIEventTarget::DISPATCH_SYNC;
 
 TEST_F(Threads, EventsOfOneDispatcherRunOutOfOrder) {
-  const auto thread = NewThread();
+  const auto thread = NS_TestNewThread();
   std::string order;
   for (char c = 'a'; c <= 'e'; ++c)
     ASSERT_EQ(NS_OK, Run(thread.get(), kNormal, [&order, c] { order += c; }));
@@ -44,7 +44,7 @@ TEST_F(Threads, EventsOfOneDispatcherRunOutOfOrder) {
 }
 
 TEST_F(Threads, TwoThreadsThatCallEachOtherDeadlock) {
-  const auto a = NewThread(), b = NewThread();
+  const auto a = NS_TestNewThread(), b = NS_TestNewThread();
   int depth = 0;
   ASSERT_EQ(NS_OK, Run(a.get(), kSync, [&] {
               EXPECT_EQ(NS_OK, Run(b.get(), kSync, [&] {
@@ -66,7 +66,7 @@ TEST_F(Threads, SyncDispatchToTheOwnThreadWaitsForItself) {
 }
 
 TEST_F(Threads, AnEventOfAThreadIsLostWhenItIsShutDown) {
-  const auto thread = NewThread();
+  const auto thread = NS_TestNewThread();
   std::string order;
   ASSERT_EQ(NS_OK, Run(thread.get(), kNormal, [&] {
               order += "1";
@@ -81,7 +81,7 @@ TEST_F(Threads, AnEventOfAThreadIsLostWhenItIsShutDown) {
 }
 
 TEST_F(Threads, TheCallerOfShutdownBlocksAThreadThatNeedsIt) {
-  const auto thread = NewThread();
+  const auto thread = NS_TestNewThread();
   bool served = false;
   ASSERT_EQ(NS_OK, Run(thread.get(), kNormal, [&] {
               EXPECT_EQ(NS_ERROR_UNEXPECTED, thread->Shutdown());  // not from itself
@@ -93,22 +93,22 @@ TEST_F(Threads, TheCallerOfShutdownBlocksAThreadThatNeedsIt) {
 }
 
 TEST_F(Threads, AThreadIsTakenForAnother) {
-  const auto thread = NewThread();
+  const auto thread = NS_TestNewThread();
   nsCOMPtr<nsIThread> seen;
   bool isMain = true, isCurrent = false, ran = false;
   PRThread* prThread = nullptr;
   ASSERT_EQ(NS_OK, Run(thread.get(), kSync, [&] {
-              EXPECT_EQ(NS_OK, Manager().GetCurrentThread(seen.getter_AddRefs()));
-              EXPECT_EQ(NS_OK, Manager().GetIsMainThread(&isMain));
+              EXPECT_EQ(NS_OK, mManager->GetCurrentThread(seen.getter_AddRefs()));
+              EXPECT_EQ(NS_OK, mManager->GetIsMainThread(&isMain));
               EXPECT_EQ(NS_OK, thread->IsOnCurrentThread(&isCurrent));
               prThread = PR_GetCurrentThread();
             }));
   EXPECT_EQ(thread, seen);
   EXPECT_FALSE(isMain);
   EXPECT_TRUE(isCurrent);
-  ASSERT_EQ(NS_OK, Manager().GetThreadFromPRThread(prThread, seen.getter_AddRefs()));
+  ASSERT_EQ(NS_OK, mManager->GetThreadFromPRThread(prThread, seen.getter_AddRefs()));
   EXPECT_EQ(thread, seen);
-  ASSERT_EQ(NS_OK, Manager().GetThreadFromPRThread(PR_GetCurrentThread(), seen.getter_AddRefs()));
+  ASSERT_EQ(NS_OK, mManager->GetThreadFromPRThread(PR_GetCurrentThread(), seen.getter_AddRefs()));
   EXPECT_EQ(mMain, seen);
   EXPECT_EQ(NS_ERROR_NOT_SAME_THREAD, thread->ProcessNextEvent(false, &ran));
   EXPECT_EQ(NS_ERROR_NOT_SAME_THREAD, thread->HasPendingEvents(&ran));
@@ -117,7 +117,7 @@ TEST_F(Threads, AThreadIsTakenForAnother) {
 TEST_F(Threads, AForeignThreadIsLeftWithoutAQueue) {
   nsCOMPtr<nsIThread> foreign;
   std::thread thread([&] {
-    EXPECT_EQ(NS_OK, Manager().GetCurrentThread(foreign.getter_AddRefs()));
+    EXPECT_EQ(NS_OK, mManager->GetCurrentThread(foreign.getter_AddRefs()));
     bool answered = false, ran = false;
     EXPECT_EQ(NS_OK, Run(mMain.get(), kNormal, [&] {
                 EXPECT_EQ(NS_OK, Run(foreign.get(), kNormal, [&] { answered = true; }));
@@ -186,31 +186,31 @@ TEST_F(Threads, AnObserverThatLeavesDuringACallBreaksTheList) {
 
 TEST_F(Threads, TheManagersEndLosesWorkOrLeavesThreadsBehind) {
   std::string order;
-  const auto thread = NewThread();
+  const auto thread = NS_TestNewThread();
   ASSERT_EQ(NS_OK, Run(thread.get(), kNormal, [&] {
               EXPECT_EQ(NS_OK, Run(mMain.get(), kSync, [&] { order += "sync "; }));
               EXPECT_EQ(NS_OK, Run(mMain.get(), kNormal, [&] {
                           nsCOMPtr<nsIThread> late;
                           EXPECT_EQ(NS_ERROR_NOT_INITIALIZED,
-                                    Manager().NewThread(0, 0, late.getter_AddRefs()));
+                                    mManager->NewThread(0, 0, late.getter_AddRefs()));
                           order += "late";
                         }));
             }));
-  Manager().Shutdown();
+  mHost.Stop();
   EXPECT_EQ("sync late", order);
   EXPECT_EQ(NS_ERROR_UNEXPECTED, Run(mMain.get(), kNormal, [] { FAIL(); }));
   bool isMain = false;
-  ASSERT_EQ(NS_OK, Manager().GetIsMainThread(&isMain));
+  ASSERT_EQ(NS_OK, mManager->GetIsMainThread(&isMain));
   EXPECT_TRUE(isMain);
 }
 
 TEST_F(Threads, ManyDispatchersLoseAnEventOrRunItTwice) {
-  const auto target = NewThread();
+  const auto target = NS_TestNewThread();
   int sum = 0;
   {
     std::vector<nsCOMPtr<nsIThread>> threads;
     for (int i = 0; i < 4; ++i) {
-      threads.push_back(NewThread());
+      threads.push_back(NS_TestNewThread());
       ASSERT_EQ(NS_OK, Run(threads.back().get(), kNormal, [&, i] {
                   for (int n = 0; n < 500; ++n)
                     EXPECT_EQ(NS_OK,

@@ -5,28 +5,33 @@
 #include <string>
 #include <vector>
 
-#include "../../xpcom/threads/nsThreadManager.h"
-#include "../../xpcom/threads/nsTimer.h"
+#include "nsHost.h"
 #include "nsHostTime.h"
+#include "nsIObserver.h"
+#include "nsITimer.h"
+#include "nsITimerCallback.h"
+#include "nsTestThreads.h"
 
 namespace {
 
 using Times = std::vector<int64_t>;
 
+nsCOMPtr<nsITimer> NewTimer() { return do_CreateInstance<nsITimer>(NS_TIMER_CONTRACTID); }
+
 class Timers : public testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_EQ(NS_OK, nsThreadManager::get().Init());
+    ASSERT_EQ(NS_OK, mHost.Start({}));
     NS_UseVirtualTime(true);
     mStart = NS_MonotonicNow();
   }
   void TearDown() override {
     NS_UseVirtualTime(false);
-    nsThreadManager::get().Shutdown();
+    mHost.Stop();
   }
-  static nsCOMPtr<nsITimer> NewTimer() { return MakeRefCounted<nsTimer>(); }
   /// Milliseconds of virtual time since the test began.
   int64_t Elapsed() const { return (NS_MonotonicNow() - mStart) / 1000; }
+  nsHost mHost;
   int64_t mStart = 0;
 };
 
@@ -81,7 +86,7 @@ TEST_F(Timers, AKindOfCallbackIsNotCalled) {
 /// first time.
 Times FiringTimes(uint32_t aType, const std::function<int64_t()>& aElapsed) {
   Times times;
-  const nsCOMPtr<nsITimer> timer = MakeRefCounted<nsTimer>();
+  const auto timer = NewTimer();
   const auto callback = NewCallback([&](nsITimer*) {
     times.push_back(aElapsed());
     if (times.size() == 1) NS_AdvanceTime(15);
@@ -180,28 +185,24 @@ TEST_F(Timers, ATimerNobodyHoldsStillFires) {
 }
 
 TEST_F(Timers, ATimerFiresOnTheWrongThreadOrOutOfOrder) {
-  nsCOMPtr<nsIThread> worker, main, seen;
-  ASSERT_EQ(NS_OK, nsThreadManager::get().NewThread(0, 0, worker.getter_AddRefs()));
-  ASSERT_EQ(NS_OK, nsThreadManager::get().GetMainThread(main.getter_AddRefs()));
+  const auto worker = NS_TestNewThread(), main = NS_TestMainThread();
+  nsCOMPtr<nsIThread> seen;
   const auto late = NewTimer(), early = NewTimer();
+  nsCOMPtr<nsITimer> started;
   std::string order;
   const auto onMain = NewCallback([&](nsITimer*) { order += "main"; });
   const auto onWorker = NewCallback([&](nsITimer*) {
-    EXPECT_EQ(NS_OK, nsThreadManager::get().GetCurrentThread(seen.getter_AddRefs()));
+    seen = NS_TestThread(&nsIThreadManager::GetCurrentThread);
     order += "worker ";
     // What this starts on the main thread counts from now, 10 ms, and comes before the timer of 30
     // ms.
-    EXPECT_EQ(NS_OK, main->Dispatch(NS_NewRunnable([&] {
-                                      static nsCOMPtr<nsITimer> sTimer;
-                                      sTimer = NewTimer();
-                                      const auto callback = NewCallback([&](nsITimer*) {
-                                        order += std::to_string(Elapsed()) + " ";
-                                        sTimer = nullptr;
-                                      });
-                                      EXPECT_EQ(NS_OK,
-                                                sTimer->InitWithCallback(callback.get(), 5, 0));
-                                    }).get(),
-                                    nsIEventTarget::DISPATCH_NORMAL));
+    const auto start = [&] {
+      started = NewTimer();
+      const auto callback =
+          NewCallback([&](nsITimer*) { order += std::to_string(Elapsed()) + " "; });
+      EXPECT_EQ(NS_OK, started->InitWithCallback(callback.get(), 5, nsITimer::TYPE_ONE_SHOT));
+    };
+    EXPECT_EQ(NS_OK, NS_TestDispatch(main.get(), nsIEventTarget::DISPATCH_NORMAL, start));
   });
   ASSERT_EQ(NS_OK, late->InitWithCallback(onMain.get(), 30, nsITimer::TYPE_ONE_SHOT));
   ASSERT_EQ(NS_OK, early->SetTarget(worker.get()));
@@ -226,9 +227,7 @@ TEST_F(Timers, WrongArgumentsAreTaken) {
 // they fire.
 TEST_F(Timers, TimersRaceWithTheirOwners) {
   NS_UseVirtualTime(false);
-  nsCOMPtr<nsIThread> worker, main;
-  ASSERT_EQ(NS_OK, nsThreadManager::get().NewThread(0, 0, worker.getter_AddRefs()));
-  ASSERT_EQ(NS_OK, nsThreadManager::get().GetMainThread(main.getter_AddRefs()));
+  const auto worker = NS_TestNewThread(), main = NS_TestMainThread();
   std::atomic<int> fired{0};
   const auto callback = NewCallback([&](nsITimer* aTimer) {
     if (++fired % 3 == 0) (void)aTimer->Cancel();

@@ -40,8 +40,7 @@ class nsEventQueue {
 /// One for the main thread, one for each thread that the thread manager made, and one for each
 /// other thread that has asked for its own. Dispatch may be called from any thread; the rest as
 /// each says.
-class [[gnu::visibility("default")]] nsThread final
-    : public nsImplements<nsThread, nsIThreadInternal> {
+class nsThread final : public nsImplements<nsThread, nsIThreadInternal> {
  public:
   static const nsClassInfoRecord kClassInfo;
 
@@ -68,10 +67,10 @@ class [[gnu::visibility("default")]] nsThread final
   /// NS_ERROR_UNEXPECTED when the thread is gone. With DISPATCH_SYNC the calling thread runs its
   /// own events while it waits, so that two threads may call each other; on the thread itself the
   /// event runs at once. What Run answers is dropped.
-  nsresult Dispatch(nsIRunnable * aEvent, uint32_t aFlags) override;
+  nsresult Dispatch(nsIRunnable* aEvent, uint32_t aFlags) override;
   nsresult IsOnCurrentThread(bool* aResult) override;
   // nsIThread
-  nsresult GetPRThread(PRThread * *aPRThread) override;
+  nsresult GetPRThread(PRThread** aPRThread) override;
   /// Lets the thread run what is queued and end, and joins it; meanwhile the caller runs its own
   /// events. NS_ERROR_UNEXPECTED from the thread itself, for one that the manager did not make, and
   /// the second time.
@@ -82,11 +81,11 @@ class [[gnu::visibility("default")]] nsThread final
   nsresult ProcessNextEvent(bool aMayWait, bool* aResult) override;
   // nsIThreadInternal. The one observer may be set from any thread; the list belongs to this
   // thread.
-  nsresult GetObserver(nsIThreadObserver * *aObserver) override;
-  nsresult SetObserver(nsIThreadObserver * aObserver) override;
-  nsresult GetRecursionDepth(uint32_t * aRecursionDepth) override;
-  nsresult AddObserver(nsIThreadObserver * aObserver) override;
-  nsresult RemoveObserver(nsIThreadObserver * aObserver) override;
+  nsresult GetObserver(nsIThreadObserver** aObserver) override;
+  nsresult SetObserver(nsIThreadObserver* aObserver) override;
+  nsresult GetRecursionDepth(uint32_t* aRecursionDepth) override;
+  nsresult AddObserver(nsIThreadObserver* aObserver) override;
+  nsresult RemoveObserver(nsIThreadObserver* aObserver) override;
 
  private:
   struct Holder;
@@ -94,7 +93,7 @@ class [[gnu::visibility("default")]] nsThread final
   ~nsThread() override = default;
   static void Main(void* aSelf);
   bool IsCurrent() const { return Current() == this; }
-  nsresult Put(nsIRunnable * aEvent);
+  nsresult Put(nsIRunnable* aEvent);
   bool ProcessOne(bool aMayWait, const bool* aUntil);
   nsCOMPtr<nsIThreadObserver> Observer();
 
@@ -119,5 +118,4 @@ class [[gnu::visibility("default")]] nsThread final
 nsresult NS_DispatchSync(const std::function<nsresult(nsIRunnable*)>& aPut, nsIRunnable* aEvent);
 
 /// A runnable of a function.
-[[gnu::visibility("default")]] nsCOMPtr<nsIRunnable> NS_NewRunnable(
-    std::function<void()> aFunction);
+nsCOMPtr<nsIRunnable> NS_NewRunnable(std::function<void()> aFunction);

@@ -8,7 +8,7 @@
 #include "nsThread.h"
 
 /// The one thread manager. Any thread, but for Init and Shutdown.
-class __attribute__((visibility("default"))) nsThreadManager final : public nsIThreadManager {
+class nsThreadManager final : public nsIThreadManager {
  public:
   static nsThreadManager& get();
 

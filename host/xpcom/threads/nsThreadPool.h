@@ -18,7 +18,7 @@ class nsThread;
 /// The pool as a plain class. Work starts in the order in which it was given, on at most aLimit
 /// threads, which are made when all others are busy and end after having been idle for a while. Any
 /// thread may call it.
-class [[gnu::visibility("default")]] nsWorkerThreads {
+class nsWorkerThreads {
  public:
   nsWorkerThreads(const char* aName, uint32_t aLimit) : mName(aName), mLimit(aLimit) {}
   nsWorkerThreads(const nsWorkerThreads&) = delete;
@@ -27,7 +27,7 @@ class [[gnu::visibility("default")]] nsWorkerThreads {
 
   /// NS_ERROR_UNEXPECTED after Shutdown; NS_ERROR_OUT_OF_MEMORY when there is no thread and none is
   /// to be had.
-  nsresult Put(nsIRunnable * aEvent);
+  nsresult Put(nsIRunnable* aEvent);
   /// True on one of the threads.
   bool IsOnOne() const;
   /// Takes no more work, runs what was given, and joins the threads. The caller's own events run

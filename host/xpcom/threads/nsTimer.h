@@ -78,7 +78,7 @@ class nsTimers {
 ///   callback. Precise that can skip: so too, but times that have passed by the end of the callback
 ///   are left out.
 /// - A repeating timer of delay 0 fires every millisecond.
-class [[gnu::visibility("default")]] nsTimer final : public nsImplements<nsTimer, nsITimer> {
+class nsTimer final : public nsImplements<nsTimer, nsITimer> {
  public:
   static const nsClassInfoRecord kClassInfo;
   nsTimer();
@@ -87,24 +87,24 @@ class [[gnu::visibility("default")]] nsTimer final : public nsImplements<nsTimer
   nsrefcnt Release() override;
 
   /// Calls Observe with the timer, "timer-callback" and null.
-  nsresult Init(nsIObserver * aObserver, uint32_t aDelay, uint32_t aType) override;
+  nsresult Init(nsIObserver* aObserver, uint32_t aDelay, uint32_t aType) override;
   nsresult InitWithFuncCallback(nsTimerCallbackFunc aCallback, void* aClosure, uint32_t aDelay,
                                 uint32_t aType) override;
-  nsresult InitWithCallback(nsITimerCallback * aCallback, uint32_t aDelay, uint32_t aType) override;
+  nsresult InitWithCallback(nsITimerCallback* aCallback, uint32_t aDelay, uint32_t aType) override;
   nsresult Cancel() override;
-  nsresult GetDelay(uint32_t * aDelay) override;
+  nsresult GetDelay(uint32_t* aDelay) override;
   /// An armed timer is armed anew, counting from now; in a callback it holds for the next time.
   /// NS_ERROR_NOT_INITIALIZED for a one-shot timer without a callback, which means: not
   /// initialised, or fired.
   nsresult SetDelay(uint32_t aDelay) override;
-  nsresult GetType(uint32_t * aType) override;
+  nsresult GetType(uint32_t* aType) override;
   nsresult SetType(uint32_t aType) override;
   nsresult GetClosure(void** aClosure) override;
   /// Null unless set by InitWithCallback.
-  nsresult GetCallback(nsITimerCallback * *aCallback) override;
-  nsresult GetTarget(nsIEventTarget * *aTarget) override;
+  nsresult GetCallback(nsITimerCallback** aCallback) override;
+  nsresult GetTarget(nsIEventTarget** aTarget) override;
   /// Null is the calling thread. NS_ERROR_ALREADY_INITIALIZED between Init and the last callback.
-  nsresult SetTarget(nsIEventTarget * aTarget) override;
+  nsresult SetTarget(nsIEventTarget* aTarget) override;
 
  private:
   friend class nsTimers;
