@@ -112,7 +112,7 @@ nsresult nsBinaryInputStream::ReadNumber(T* aResult) {
 
 nsresult nsBinaryInputStream::ReadBoolean(bool* aResult) {
   if (!aResult) return NS_ERROR_NULL_POINTER;
-  uint8_t byte;
+  uint8_t byte = 0;
   const nsresult rv = ReadNumber(&byte);
   if (NS_SUCCEEDED(rv)) *aResult = byte != 0;
   return rv;
@@ -125,7 +125,7 @@ nsresult nsBinaryInputStream::Read64(uint64_t* aResult) { return ReadNumber(aRes
 
 nsresult nsBinaryInputStream::ReadFloat(float* aResult) {
   if (!aResult) return NS_ERROR_NULL_POINTER;
-  uint32_t bits;
+  uint32_t bits = 0;
   const nsresult rv = ReadNumber(&bits);
   if (NS_SUCCEEDED(rv)) *aResult = std::bit_cast<float>(bits);
   return rv;
@@ -133,14 +133,14 @@ nsresult nsBinaryInputStream::ReadFloat(float* aResult) {
 
 nsresult nsBinaryInputStream::ReadDouble(double* aResult) {
   if (!aResult) return NS_ERROR_NULL_POINTER;
-  uint64_t bits;
+  uint64_t bits = 0;
   const nsresult rv = ReadNumber(&bits);
   if (NS_SUCCEEDED(rv)) *aResult = std::bit_cast<double>(bits);
   return rv;
 }
 
 nsresult nsBinaryInputStream::ReadCString(nsACString& aResult) {
-  uint32_t length;
+  uint32_t length = 0;
   std::string text;
   nsresult rv = ReadNumber(&length);
   if (NS_SUCCEEDED(rv)) rv = ReadText(length, &text);
@@ -149,7 +149,7 @@ nsresult nsBinaryInputStream::ReadCString(nsACString& aResult) {
 }
 
 nsresult nsBinaryInputStream::ReadString(nsAString& aResult) {
-  uint32_t length;
+  uint32_t length = 0;
   std::string bytes;
   nsresult rv = ReadNumber(&length);
   if (NS_SUCCEEDED(rv)) rv = ReadText(uint64_t{length} * 2, &bytes);

@@ -163,7 +163,7 @@ nsresult nsOpenFile::Size(int64_t* aSize) {
 }
 
 nsresult nsOpenFile::Truncate() {
-  int64_t position;
+  int64_t position = 0;
   const nsresult rv = Tell(&position);
   if (NS_FAILED(rv)) return rv;
   return ftruncate(mFd, position) == 0 ? NS_OK : NS_LastResult();
