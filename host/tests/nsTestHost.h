@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <deque>
 #include <filesystem>
 #include <fstream>
@@ -20,6 +21,7 @@
 #include "nsImplements.h"
 #include "nsServices.h"
 #include "nsString.h"
+#include "nsThreadSafeWeakReference.h"
 
 /// An observer that calls a function with topic and data ("-" for null).
 class nsTestObserver final : public nsImplements<nsTestObserver, nsIObserver> {
@@ -34,6 +36,28 @@ class nsTestObserver final : public nsImplements<nsTestObserver, nsIObserver> {
  private:
   ~nsTestObserver() override = default;
   Function mFunction;
+};
+
+/// An observer that can be weakly referenced, and counts its calls.
+class nsTestWeakObserver final : public nsThreadSafeSupportsWeakReference, public nsIObserver {
+ public:
+  explicit nsTestWeakObserver(std::atomic<int>* aCalls) : mCalls(aCalls) {}
+  nsresult QueryInterface(const nsIID& aIID, void** aResult) override {
+    *aResult = NS_FindInterface<nsIObserver, nsISupportsWeakReference>(this, aIID);
+    if (!*aResult) return NS_ERROR_NO_INTERFACE;
+    AddRef();
+    return NS_OK;
+  }
+  nsrefcnt AddRef() override { return nsThreadSafeSupportsWeakReference::AddRef(); }
+  nsrefcnt Release() override { return nsThreadSafeSupportsWeakReference::Release(); }
+  nsresult Observe(nsISupports*, const char*, const char16_t*) override {
+    ++*mCalls;
+    return NS_ERROR_FAILURE;  // which nobody minds
+  }
+
+ private:
+  ~nsTestWeakObserver() override = default;
+  std::atomic<int>* const mCalls;
 };
 
 /// Keeps what is logged, whatever the logger: "warning: text".

@@ -12,7 +12,6 @@
 #include "nsISupportsString.h"
 #include "nsITimer.h"
 #include "nsTestHost.h"
-#include "nsThreadSafeWeakReference.h"
 
 namespace {
 
@@ -213,31 +212,10 @@ TEST_F(Prefs, ObserversHearTooMuchOrTooLittle) {
   EXPECT_EQ(2u, heard.size());
 }
 
-class WeakObserver final : public nsThreadSafeSupportsWeakReference, public nsIObserver {
- public:
-  explicit WeakObserver(int* aCalls) : mCalls(aCalls) {}
-  nsresult QueryInterface(const nsIID& aIID, void** aResult) override {
-    *aResult = NS_FindInterface<nsIObserver, nsISupportsWeakReference>(this, aIID);
-    if (!*aResult) return NS_ERROR_NO_INTERFACE;
-    AddRef();
-    return NS_OK;
-  }
-  nsrefcnt AddRef() override { return nsThreadSafeSupportsWeakReference::AddRef(); }
-  nsrefcnt Release() override { return nsThreadSafeSupportsWeakReference::Release(); }
-  nsresult Observe(nsISupports*, const char*, const char16_t*) override {
-    ++*mCalls;
-    return NS_OK;
-  }
-
- private:
-  ~WeakObserver() override = default;
-  int* const mCalls;
-};
-
 TEST_F(Prefs, WeakObserverIsKeptOrCalledAfterItsDeath) {
   StartAll();
-  int calls = 0;
-  auto observer = MakeRefCounted<WeakObserver>(&calls);
+  std::atomic<int> calls = 0;
+  auto observer = MakeRefCounted<nsTestWeakObserver>(&calls);
   ASSERT_EQ(NS_OK, mRoot->AddObserver("", observer.get(), true));
   EXPECT_EQ(NS_OK, mRoot->SetIntPref("x", 1));
   observer = nullptr;
