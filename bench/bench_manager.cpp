@@ -81,6 +81,8 @@ class Host {
   Host() {
     nsHostOptions options;
     options.mModules = {&kModule};
+    options.mLogLevels = {
+        {"", nsILog4Logger::SEVERITY_ERROR}};  // no standing directories: no word of it
     Check(mHost.Start(options));
     const auto prefs = do_GetService<nsIPrefBranch>(NS_PREFSERVICE_CONTRACTID);
     const auto categories = do_GetService<nsICategoryManager>(NS_CATEGORYMANAGER_CONTRACTID);
