@@ -19,3 +19,4 @@ nsScriptTableList NS_StorageTables();
 nsScriptTableList NS_WatcherTables();
 nsScriptTableList NS_AddressTables();
 nsScriptTableList NS_NetworkTables();
+nsScriptTableList NS_ServiceTables();

@@ -123,6 +123,9 @@ bool nsScriptHost::IsIncomplete(std::string_view aText) {
   return !JS_Utf8BufferIsCompilableUnit(cx, global, aText.data(), aText.size());
 }
 
-void nsScriptHost::TimeZoneChanged() { JS_ClearDateCaches(nullptr); }
+void nsScriptHost::TimeZoneChanged() {
+  // Without an engine there is nothing to forget.
+  if (nsScriptRuntime::Current()) JS_ClearDateCaches(nullptr);
+}
 
 void JS_ClearDateCaches(JSContext*) { JS::ResetTimeZone(); }

@@ -93,6 +93,7 @@ const nsHostModule kHostModules[] = {
     {"prefs", &kPrefsModule},
     {"network", &kNetworkModule},
     {"script", &kScriptModule},
+    {"zone", &kZoneModule},
     {"crash", &kCrashModule},
     {"gfx", &kGfxModule},
     {nullptr, nullptr},

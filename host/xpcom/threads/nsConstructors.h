@@ -23,5 +23,6 @@ nsresult NS_ConstructTheOne(nsISupports* aOuter, const nsIID& aIID, void** aResu
 extern const vorel::Module kThreadsModule;
 extern const vorel::Module kLogModule;
 extern const vorel::Module kIOModule;
+extern const vorel::Module kZoneModule;
 extern const vorel::Module kCrashModule;
 extern const vorel::Module kGfxModule;
