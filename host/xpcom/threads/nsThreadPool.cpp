@@ -56,6 +56,7 @@ void nsWorkerThreads::Main(Threads::iterator aSelf) {
     lock.lock();
   }
   mEnded.splice(mEnded.end(), mThreads, aSelf);
+  mEndedOne.notify_one();
   if (mThreads.empty() && mCloser) mCloser->Wake(&mAllEnded);
 }
 
@@ -68,7 +69,12 @@ void nsWorkerThreads::Shutdown() {
     mCloser = nsThread::CurrentOrNew();
     mAllEnded = mThreads.empty();
   }
-  mCloser->RunUntil(&mAllEnded);
+  if (mCloser) {
+    mCloser->RunUntil(&mAllEnded);
+  } else {  // the calling thread is at its end and has no events
+    std::unique_lock lock(mMutex);
+    mEndedOne.wait(lock, [this] { return mThreads.empty(); });
+  }
   for (std::thread& each : mEnded) each.join();
   mEnded.clear();
   mCloser = nullptr;

@@ -41,7 +41,7 @@ class nsWorkerThreads {
   const char* const mName;
   const uint32_t mLimit;
   std::mutex mMutex;  // guards the rest
-  std::condition_variable mChanged;
+  std::condition_variable mChanged, mEndedOne;
   std::deque<nsCOMPtr<nsIRunnable>> mEvents;
   Threads mThreads;
   Threads mEnded;  // to be joined
