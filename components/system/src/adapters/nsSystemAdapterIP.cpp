@@ -1,7 +1,6 @@
 #include "nsSystemAdapterIP.h"
 
 #include <algorithm>
-#include <array>
 #include <new>
 #include <string>
 
@@ -11,10 +10,6 @@
 
 namespace {
 
-constexpr std::string_view kParametersKey =
-    "SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Parameters";
-constexpr std::string_view kInterfacesKey =
-    "SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Parameters\\Interfaces\\";
 constexpr uint32_t kValueCapacity = 256;
 /// Before this major version the first picture lacks addresses and families.
 constexpr uint32_t kCompleteVersion = 6;
@@ -59,11 +54,6 @@ nsresult ReadDword(nsPlatformRegistryKey& aKey, const std::string& aName, uint32
   for (size_t i = data.size(); i > 0; --i) number = number << 8 | data[i - 1];
   *aNumber = number;
   return NS_OK;
-}
-
-std::array<uint8_t, 4> DwordBytes(uint32_t aNumber) {
-  return {static_cast<uint8_t>(aNumber), static_cast<uint8_t>(aNumber >> 8),
-          static_cast<uint8_t>(aNumber >> 16), static_cast<uint8_t>(aNumber >> 24)};
 }
 
 nsresult Failure(nsresult aRv) { return NS_FAILED(aRv) ? NS_ERROR_FAILURE : aRv; }
@@ -279,7 +269,7 @@ nsresult nsSystemAdapterIP::GetRegistered(nsISystemAdapter** aRegistered) {
     view->mReservedCounterA = mReservedCounterA;
     view->mReservedCounterB = mReservedCounterB;
     view->mIgmpVersion = mIgmpVersion;
-    view->mRegKey = std::string(kInterfacesKey) + NS_ToUtf8(mGeneric->mSysPath);
+    view->mRegKey = std::string(kTcpipInterfacesKey) + NS_ToUtf8(mGeneric->mSysPath);
     view->mRegistered = obj;
     mRegistered = obj;
   }
@@ -419,7 +409,7 @@ nsresult nsSystemAdapterIP::SetIsDhcpv4Enabled(bool aIsDhcpv4Enabled) {
   if (!mIsRegistered) return NS_ERROR_NOT_IMPLEMENTED;
   const std::lock_guard monitor(mMonitor);
   const nsresult rv =
-      WriteValue(mRegKey, "EnableDHCP", Registry::kDword, DwordBytes(aIsDhcpv4Enabled));
+      WriteValue(mRegKey, "EnableDHCP", Registry::kDword, NS_RegistryDword(aIsDhcpv4Enabled));
   if (NS_SUCCEEDED(rv)) mDhcpv4Enabled = aIsDhcpv4Enabled;
   return rv;
 }
@@ -642,7 +632,8 @@ nsresult nsSystemAdapterIP::GetIgmpVersion(uint16_t* aIgmpVersion) {
   const std::lock_guard monitor(mMonitor);
   mIgmpVersion = 3;
   RegKey key;
-  if (const nsresult rv = OpenKey(kParametersKey, Registry::kRead, &key); NS_FAILED(rv)) return rv;
+  if (const nsresult rv = OpenKey(kTcpipParametersKey, Registry::kRead, &key); NS_FAILED(rv))
+    return rv;
   uint32_t version = 0;
   if (NS_SUCCEEDED(ReadDword(*key, "IGMPVersion", &version))) {
     mIgmpVersion = static_cast<uint16_t>(version - 1);
@@ -655,8 +646,8 @@ nsresult nsSystemAdapterIP::GetIgmpVersion(uint16_t* aIgmpVersion) {
 nsresult nsSystemAdapterIP::SetIgmpVersion(uint16_t aIgmpVersion) {
   const std::lock_guard monitor(mMonitor);
   if (mIsRegistered) {
-    const nsresult rv = WriteValue(kParametersKey, "IGMPVersion", Registry::kDword,
-                                   DwordBytes(uint32_t{aIgmpVersion} + 1));
+    const nsresult rv = WriteValue(kTcpipParametersKey, "IGMPVersion", Registry::kDword,
+                                   NS_RegistryDword(uint32_t{aIgmpVersion} + 1));
     if (NS_FAILED(rv)) return rv;
   }
   mIgmpVersion = aIgmpVersion;

@@ -81,16 +81,18 @@ class nsSystemIPStructure : public nsImplements<Class, Interface, nsIJSNativeIni
     return NS_OK;                                     \
   }
 
+#define VOREL_ADDRESS_BYTES_0_TO_3 \
+  VOREL_ADDRESS_BYTE(0) VOREL_ADDRESS_BYTE(1) VOREL_ADDRESS_BYTE(2) VOREL_ADDRESS_BYTE(3)
+#define VOREL_ADDRESS_BYTES_0_TO_5 \
+  VOREL_ADDRESS_BYTES_0_TO_3 VOREL_ADDRESS_BYTE(4) VOREL_ADDRESS_BYTE(5)
+
 class nsSystemIPv4Structure final
     : public nsSystemIPStructure<nsSystemIPv4Structure, nsISystemIPv4Structure> {
  public:
   static constexpr uint32_t kLength = 4;
   static const nsClassInfoRecord kClassInfo;
 
-  VOREL_ADDRESS_BYTE(0)
-  VOREL_ADDRESS_BYTE(1)
-  VOREL_ADDRESS_BYTE(2)
-  VOREL_ADDRESS_BYTE(3)
+  VOREL_ADDRESS_BYTES_0_TO_3
   std::string Format();
   nsresult Parse(std::string_view aText);
   /// Takes and ignores any arguments of the script constructor.
@@ -107,12 +109,7 @@ class nsSystemIPv6Structure final
   static constexpr uint32_t kLength = 16;
   static const nsClassInfoRecord kClassInfo;
 
-  VOREL_ADDRESS_BYTE(0)
-  VOREL_ADDRESS_BYTE(1)
-  VOREL_ADDRESS_BYTE(2)
-  VOREL_ADDRESS_BYTE(3)
-  VOREL_ADDRESS_BYTE(4)
-  VOREL_ADDRESS_BYTE(5)
+  VOREL_ADDRESS_BYTES_0_TO_5
   VOREL_ADDRESS_BYTE(6)
   VOREL_ADDRESS_BYTE(7)
   VOREL_ADDRESS_BYTE(8)
@@ -139,12 +136,7 @@ class nsSystemMACStructure final
   static constexpr uint32_t kLength = 6;
   static const nsClassInfoRecord kClassInfo;
 
-  VOREL_ADDRESS_BYTE(0)
-  VOREL_ADDRESS_BYTE(1)
-  VOREL_ADDRESS_BYTE(2)
-  VOREL_ADDRESS_BYTE(3)
-  VOREL_ADDRESS_BYTE(4)
-  VOREL_ADDRESS_BYTE(5)
+  VOREL_ADDRESS_BYTES_0_TO_5
   std::string Format();
   nsresult Parse(std::string_view aText);
   /// NS_ERROR_FAILURE with arguments.
@@ -155,6 +147,8 @@ class nsSystemMACStructure final
   ~nsSystemMACStructure() override = default;
 };
 
+#undef VOREL_ADDRESS_BYTES_0_TO_5
+#undef VOREL_ADDRESS_BYTES_0_TO_3
 #undef VOREL_ADDRESS_BYTE
 
 class nsSystemIPAddress final

@@ -9,6 +9,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "nsError.h"
@@ -58,3 +59,30 @@ class nsPlatformRegistry {
   virtual nsresult CreateKey(const std::string& aPath, uint32_t aAccess,
                              std::unique_ptr<nsPlatformRegistryKey>* aKey) = 0;
 };
+
+/// Where the values of IP adapters lie: the key of all interfaces, and below it one for each by its
+/// adapter name.
+inline constexpr std::string_view kTcpipParametersKey =
+    "SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Parameters";
+inline constexpr std::string_view kTcpipInterfacesKey =
+    "SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Parameters\\Interfaces\\";
+
+/// Bytes of the types of values.
+inline std::vector<uint8_t> NS_RegistryString(std::string_view aText) {
+  std::vector<uint8_t> bytes(aText.begin(), aText.end());
+  bytes.push_back(0);
+  return bytes;
+}
+inline std::vector<uint8_t> NS_RegistryStrings(const std::vector<std::string>& aTexts) {
+  std::vector<uint8_t> bytes;
+  for (const std::string& text : aTexts) {
+    bytes.insert(bytes.end(), text.begin(), text.end());
+    bytes.push_back(0);
+  }
+  bytes.push_back(0);
+  return bytes;
+}
+inline std::vector<uint8_t> NS_RegistryDword(uint32_t aNumber) {
+  return {static_cast<uint8_t>(aNumber), static_cast<uint8_t>(aNumber >> 8),
+          static_cast<uint8_t>(aNumber >> 16), static_cast<uint8_t>(aNumber >> 24)};
+}

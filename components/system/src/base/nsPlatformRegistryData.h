@@ -179,26 +179,6 @@ class nsPlatformRegistryStore : public nsPlatformRegistry,
   };
 };
 
-/// Bytes of the types of values.
-inline std::vector<uint8_t> NS_RegistryString(std::string_view aText) {
-  std::vector<uint8_t> bytes(aText.begin(), aText.end());
-  bytes.push_back(0);
-  return bytes;
-}
-inline std::vector<uint8_t> NS_RegistryStrings(const std::vector<std::string>& aTexts) {
-  std::vector<uint8_t> bytes;
-  for (const std::string& text : aTexts) {
-    bytes.insert(bytes.end(), text.begin(), text.end());
-    bytes.push_back(0);
-  }
-  bytes.push_back(0);
-  return bytes;
-}
-inline std::vector<uint8_t> NS_RegistryDword(uint32_t aNumber) {
-  return {static_cast<uint8_t>(aNumber), static_cast<uint8_t>(aNumber >> 8),
-          static_cast<uint8_t>(aNumber >> 16), static_cast<uint8_t>(aNumber >> 24)};
-}
-
 /// The first values of an interface's key, from the two pictures of it: what is in force stands
 /// under the names that DHCP fills or under those of a fixed configuration, as the interface has
 /// it.
@@ -231,13 +211,6 @@ inline std::vector<nsRegistryValue> NS_SeedInterfaceKey(const nsAdapterAddresses
     values.push_back({"DhcpServer", Registry::kString, NS_RegistryString(aDhcpServer)});
   return values;
 }
-
-/// Where the values of IP adapters lie: the key of all interfaces, and below it one for each by its
-/// adapter name.
-inline constexpr std::string_view kTcpipParametersKey =
-    "SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Parameters";
-inline constexpr std::string_view kTcpipInterfacesKey =
-    "SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Parameters\\Interfaces\\";
 
 /// Seed, for a backend that has both pictures: the key of all interfaces is there and empty.
 inline std::optional<std::vector<nsRegistryValue>> NS_SeedTcpipKey(
