@@ -2,8 +2,6 @@
 
 #include "nsDebug.h"
 #include "nsDocument.h"
-#include "nsIDOMDocument.h"
-#include "nsIDOMWindow.h"
 #include "nsIIOService.h"
 #include "nsIURI.h"
 #include "nsIXPConnect.h"
@@ -91,12 +89,7 @@ nsresult nsSystemFileSystemWatcherProxy::Initialize(nsISupports* aOwner, JSConte
   rv = WrapProperty(xpconnect.get(), cx, options, "document", &document);
   NS_ENSURE_SUCCESS(rv, rv);
   if (!document) {
-    const auto window = do_QueryInterface<nsIDOMWindow>(aOwner, &rv);
-    NS_ENSURE_SUCCESS(rv, rv);
-    nsCOMPtr<nsIDOMDocument> domDocument;
-    rv = window->GetDocument(domDocument.getter_AddRefs());
-    NS_ENSURE_SUCCESS(rv, rv);
-    document = do_QueryInterface<nsDocument>(domDocument, &rv);
+    rv = NS_GetDocument(aOwner, &document);
     NS_ENSURE_SUCCESS(rv, rv);
   }
 

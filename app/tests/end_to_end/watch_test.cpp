@@ -1,0 +1,70 @@
+// The public constructor FileSystemWatcher, as the program and an application use it.
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+#include "nsProgram.h"
+
+namespace {
+namespace fs = std::filesystem;
+}
+
+TEST(Watch, EventsAreHeldBackOrMisspelt) {
+  nsProgram program;
+  // A name whose every odd character means something in an address.
+  const fs::path root = fs::path(program.Directory()) / "a b%41#?";
+  fs::create_directories(root / "sub");
+  program.Start({"watch", root.string(), "--json"});
+  ASSERT_TRUE(program.WaitFor("{\"event\":\"started\"}\n"));
+  std::ofstream(root / "sub/file") << "text";
+  EXPECT_TRUE(program.WaitFor("{\"event\":\"added\",\"path\":\"sub/file\"}\n"));
+  std::ofstream(root / "sub/file") << "other text";
+  EXPECT_TRUE(program.WaitFor("{\"event\":\"changed\",\"path\":\"sub/file\"}\n"));
+  fs::rename(root / "sub/file", root / "moved");
+  EXPECT_TRUE(program.WaitFor("{\"event\":\"moved\",\"from\":\"sub/file\",\"to\":\"moved\"}\n"));
+  fs::remove_all(root / "sub");
+  EXPECT_TRUE(program.WaitFor("{\"event\":\"removed\",\"path\":\"sub/\"}\n"));
+  const nsOutcome outcome = program.Finish(SIGTERM);
+  EXPECT_EQ(outcome.mStatus, 0);
+  EXPECT_TRUE(outcome.mOutput.ends_with("{\"event\":\"stopped\"}\n")) << outcome.mOutput;
+}
+
+TEST(Watch, MissingDirectoryIsWaitedFor) {
+  nsProgram program;
+  const std::string path = program.Directory() + "/none";
+  const nsOutcome outcome = program.Run({"watch", path, "--json"});
+  EXPECT_EQ(outcome.mStatus, 1);
+  EXPECT_EQ(outcome.mOutput, "{\"event\":\"error\",\"code\":0,\"text\":\"" + path + "\"}\n");
+}
+
+TEST(Watch, WrongUseOfTheConstructorIsAccepted) {
+  nsProgram program;
+  fs::create_directory(fs::path(program.Directory()) / "data");
+  const std::string script = program.Write("app.js", R"(
+    for (const wrong of [() => new FileSystemWatcher(), () => new FileSystemWatcher({}, 1),
+                         () => new FileSystemWatcher("data/"), () => new FileSystemWatcher({})]) {
+      try { wrong(); console.log("accepted"); } catch (error) { console.log(error.name); }
+    }
+    const silent = new FileSystemWatcher({ rootPath: "data/" });
+    silent.startWatching();
+    console.log(silent.isWatching, silent.isSupported, silent.watchPath.endsWith("/data"));
+    let events = 0;
+    const listener = { onWatcherStarted() { if (++events == 2) quit(0); } };
+    const first = new FileSystemWatcher({ rootPath: "data/", listener });
+    first.startWatching();
+    first.startWatching();
+    new FileSystemWatcher({ rootPath: "./data", listener: { onWatcherStarted() { listener.onWatcherStarted(); } } })
+      .startWatching();
+    console.log(first.isWatching);
+  )");
+  const nsOutcome outcome = program.Run({script});
+  EXPECT_EQ(outcome.mStatus, 0) << outcome.mErrors;
+  EXPECT_EQ(outcome.mOutput,
+            "NS_ERROR_FAILURE\nNS_ERROR_FAILURE\nNS_ERROR_FAILURE\nNS_ERROR_FAILURE\n"
+            "false true true\ntrue\n");
+  EXPECT_NE(outcome.mErrors.find("bad arguments"), std::string::npos);
+  EXPECT_NE(outcome.mErrors.find("argument is not an object"), std::string::npos);
+}
