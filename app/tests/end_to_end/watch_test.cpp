@@ -56,8 +56,9 @@ TEST(Watch, WrongUseOfTheConstructorIsAccepted) {
     const first = new FileSystemWatcher({ rootPath: "data/", listener });
     first.startWatching();
     first.startWatching();
-    new FileSystemWatcher({ rootPath: "./data", listener: { onWatcherStarted() { listener.onWatcherStarted(); } } })
-      .startWatching();
+    const second = new FileSystemWatcher({
+      rootPath: "./data", listener: { onWatcherStarted() { listener.onWatcherStarted(); } } });
+    second.startWatching();
     console.log(first.isWatching);
   )");
   const nsOutcome outcome = program.Run({script});
