@@ -108,13 +108,16 @@ class Parser {
     SkipSpace();
     if (mRest.empty() || (mRest.front() != '"' && mRest.front() != '\''))
       throw Wrong{"a text in quotes is missing"};
-    const char stops[] = {mRest.front(), '\\', '\r', '\n'};
+    const char quote = mRest.front();
     mRest.remove_prefix(1);
     std::string text;
     while (true) {
-      const size_t stop = mRest.find_first_of({stops, sizeof stops});
-      if (stop == mRest.npos || mRest[stop] == '\r' || mRest[stop] == '\n') {
-        mRest.remove_prefix(std::min(stop, mRest.size()));
+      size_t stop = 0;
+      while (stop < mRest.size() && mRest[stop] != quote && mRest[stop] != '\\' &&
+             mRest[stop] != '\r' && mRest[stop] != '\n')
+        ++stop;
+      if (stop == mRest.size() || mRest[stop] == '\r' || mRest[stop] == '\n') {
+        mRest.remove_prefix(stop);
         throw Wrong{"a text that does not end on its line"};
       }
       text += mRest.substr(0, stop);

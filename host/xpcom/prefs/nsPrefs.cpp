@@ -42,7 +42,9 @@ void nsPrefs::Apply(Map::iterator aPref, Change aChange) {
 }
 
 nsresult nsPrefs::Set(std::string_view aName, nsPrefValue aValue, bool aIsDefault) {
-  auto pref = mPrefs.lower_bound(aName);
+  // Our own files are in order: then each name belongs at the end.
+  const bool isLast = mPrefs.empty() || mPrefs.rbegin()->first < aName;
+  auto pref = isLast ? mPrefs.end() : mPrefs.lower_bound(aName);
   if (pref == mPrefs.end() || pref->first != aName) {
     pref = mPrefs.emplace_hint(pref, aName, Pref());
   } else {
