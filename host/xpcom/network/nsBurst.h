@@ -9,7 +9,7 @@
 /// Calls a function once for all events of a burst: when none has come for a while, and at the
 /// latest some time after the first, so that events that never end are told of nevertheless. An
 /// event during the call begins the next burst. One thread, on whose event loop the call is made.
-class [[gnu::visibility("default")]] nsBurst {
+class nsBurst {
  public:
   /// Times are in milliseconds.
   nsBurst(uint32_t aQuiet, uint32_t aLongest, std::function<void()> aCall);

@@ -6,4 +6,4 @@
 
 /// Whether one of the messages in a buffer of rtnetlink tells of a change. Any bytes are safe: what
 /// is no whole message tells nothing, nor does what follows it.
-[[gnu::visibility("default")]] bool NS_TellsOfNetworkChange(std::span<const uint8_t> aMessages);
+bool NS_TellsOfNetworkChange(std::span<const uint8_t> aMessages);

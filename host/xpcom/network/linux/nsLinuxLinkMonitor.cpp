@@ -18,9 +18,9 @@
 #include <filesystem>
 #include <string_view>
 
-#include "nsHostMessage.h"
 #include "nsINetworkLinkService.h"
 #include "nsLinkMessages.h"
+#include "nsLogger.h"
 
 namespace {
 
@@ -81,9 +81,11 @@ nsresult nsLinuxLinkMonitor::Open(const Options& aOptions,
   monitor->mEither = epoll_create1(EPOLL_CLOEXEC);
   if (!monitor->OpenLinks() || !add(monitor->mLinks)) return NS_ERROR_FAILURE;
   monitor->mFiles = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
-  if (!add(monitor->mFiles))
-    NS_HostMessage(eHostWarning,
-                   std::string("Changes of name servers are not noticed: ") + std::strerror(errno));
+  if (!add(monitor->mFiles)) {
+    const std::string why = std::strerror(errno);
+    const auto logger = NS_GetLogger("host");
+    SYSTEM_LOG_WARNING(logger, "Changes of name servers are not noticed: " + why);
+  }
   (void)monitor->WatchFiles();
   *aResult = std::move(monitor);
   return NS_OK;

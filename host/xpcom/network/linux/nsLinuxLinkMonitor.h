@@ -8,7 +8,7 @@
 
 #include "nsLinkMonitor.h"
 
-class [[gnu::visibility("default")]] nsLinuxLinkMonitor final : public nsLinkMonitor {
+class nsLinuxLinkMonitor final : public nsLinkMonitor {
  public:
   struct Options {
     /// The file of name servers; what it is a symbolic link to counts too.
