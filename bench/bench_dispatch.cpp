@@ -2,7 +2,6 @@
 // less.
 #include <benchmark/benchmark.h>
 
-#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <vector>
@@ -12,6 +11,7 @@
 #include "nsIThread.h"
 #include "nsIThreadManager.h"
 #include "nsImplements.h"
+#include "nsPercentile.h"
 #include "nsServices.h"
 
 namespace {
@@ -28,13 +28,6 @@ class Runnable final : public nsImplements<Runnable, nsIRunnable> {
   ~Runnable() override = default;
   std::function<void()> mFunction;
 };
-
-double Percentile(std::vector<double>& aTimes, double aPart) {
-  const auto at =
-      aTimes.begin() + static_cast<ptrdiff_t>(aPart * static_cast<double>(aTimes.size() - 1));
-  std::nth_element(aTimes.begin(), at, aTimes.end());
-  return *at;
-}
 
 // The main thread sleeps in its event loop before each call, as it does in an idle player.
 void WorkerToMain(benchmark::State& aState) {
@@ -64,8 +57,8 @@ void WorkerToMain(benchmark::State& aState) {
   });
   (void)worker->Dispatch(calls.get(), nsIEventTarget::DISPATCH_NORMAL);
   for (bool ran; !stop;) (void)main->ProcessNextEvent(true, &ran);
-  aState.counters["p50_us"] = Percentile(times, 0.5);
-  aState.counters["p99_us"] = Percentile(times, 0.99);
+  aState.counters["p50_us"] = NS_Percentile(times, 0.5);
+  aState.counters["p99_us"] = NS_Percentile(times, 0.99);
   (void)worker->Shutdown();
   host.Stop();
 }
