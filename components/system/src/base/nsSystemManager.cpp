@@ -10,6 +10,7 @@
 #include "nsIFileProtocolHandler.h"
 #include "nsIObserverService.h"
 #include "nsIPrefBranch.h"
+#include "nsISystemAdapterIP.h"
 #include "nsISystemApplicationProfile.h"
 #include "nsIWidget.h"
 #include "nsIXULWindow.h"
@@ -25,12 +26,6 @@ struct nsSystemManager::StandingDirectory {
   bool mOptional;  // quietly left out without the preference, and published even if its directory
                    // can't be set
 };
-
-namespace {
-
-constexpr nsIID kAdapterIP = "5f2df378-b4b4-44fa-a3cb-64be1f08db02"_iid;
-
-}  // namespace
 
 const nsClassInfoRecord nsSystemManager::kClassInfo = {
     NS_ClassInterfaces<nsISystemManager>, NS_NamedHelper<"SystemManager">, nsIClassInfo::DOM_OBJECT,
@@ -51,7 +46,7 @@ nsresult nsSystemManager::QueryInterface(const nsIID& aIID, void** aResult) {
 }
 
 nsresult nsSystemManager::RefreshAdapters(const nsIID& aIID) {
-  return aIID == kAdapterIP ? InitNetwork() : NS_OK;
+  return aIID == nsISystemAdapterIP::kIID ? InitNetwork() : NS_OK;
 }
 
 nsresult nsSystemManager::Observe(nsISupports* aSubject, const char* aTopic,
@@ -62,7 +57,7 @@ nsresult nsSystemManager::Observe(nsISupports* aSubject, const char* aTopic,
   if (topic == "profile-after-change") {
     (void)Init();
   } else if (topic == "network:link-status-changed") {
-    (void)RefreshAdapters(kAdapterIP);
+    (void)RefreshAdapters(nsISystemAdapterIP::kIID);
   } else if (topic == "xul-window-registered" && !mWnd) {
     return OnWindowRegistered(aSubject);
   }

@@ -54,6 +54,6 @@ class nsSystemManager final : public nsSystemManagerGeneric {
   nsresult AddProfile(nsSystemAdapterGeneric& aAdapter, const char16_t* aName);
 
   const nsPlatformRef mPlatform;
-  void* mWnd =
-      nullptr;  ///< the native handle of the application's first window; null until there is one
+  /// The native handle of the application's first window; null until there is one.
+  void* mWnd = nullptr;
 };
