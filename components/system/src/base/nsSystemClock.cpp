@@ -35,6 +35,30 @@ std::string WithError(const char* aFormat, uint32_t aError) {
 
 }  // namespace
 
+/// One of the two readings of the clock, and what is said of it.
+struct nsSystemClock::Reading {
+  const char* mName;
+  nsresult (nsPlatformClock::*mRead)(nsPlatformTime* aTime);
+  nsresult (nsPlatformClock::*mWrite)(const nsPlatformTime& aTime, uint32_t* aError);
+  const char* mPrivilegeError;
+  const char* mWriteError;
+  bool mWriteTwice;
+};
+
+const nsSystemClock::Reading nsSystemClock::kLocalTime = {
+    "aLocalTime",
+    &nsPlatformClock::ReadLocalTime,
+    &nsPlatformClock::WriteLocalTime,
+    "Can't enable system privilege error = %d",
+    "Can't set local time error = %d",
+    true};
+const nsSystemClock::Reading nsSystemClock::kUtcTime = {"aUtcTime",
+                                                        &nsPlatformClock::ReadUtcTime,
+                                                        &nsPlatformClock::WriteUtcTime,
+                                                        "Can't enable system privilege",
+                                                        "Can't set system time",
+                                                        false};
+
 const nsClassInfoRecord nsSystemClock::kClassInfo = {
     NS_ClassInterfaces<nsISystemClock>, NS_NamedHelper<"SystemClock">, nsIClassInfo::DOM_OBJECT,
     "90316285-26d8-4232-bd0f-b2b04385d109"_iid};
@@ -139,22 +163,26 @@ nsresult nsSystemClock::SetTimezone(const nsACString& aTimezone) {
 }
 
 nsresult nsSystemClock::GetLocalTime(nsACString& aLocalTime) {
-  nsPlatformTime time;
-  const nsresult rv = mPlatform->mClock->ReadLocalTime(&time);
-  if (NS_FAILED(rv)) return rv;
-  const std::string text = FormatTime(time);
-  SYSTEM_LOG_DEBUG(mLogger, "aLocalTime = " + text);
-  NS_Assign(aLocalTime, text);
-  return NS_OK;
+  return ReadClock(kLocalTime, aLocalTime);
 }
 
-nsresult nsSystemClock::GetUtcTime(nsACString& aUtcTime) {
+nsresult nsSystemClock::GetUtcTime(nsACString& aUtcTime) { return ReadClock(kUtcTime, aUtcTime); }
+
+nsresult nsSystemClock::SetLocalTime(const nsACString& aLocalTime) {
+  return WriteClock(kLocalTime, aLocalTime);
+}
+
+nsresult nsSystemClock::SetUtcTime(const nsACString& aUtcTime) {
+  return WriteClock(kUtcTime, aUtcTime);
+}
+
+nsresult nsSystemClock::ReadClock(const Reading& aReading, nsACString& aTime) const {
   nsPlatformTime time;
-  const nsresult rv = mPlatform->mClock->ReadUtcTime(&time);
+  const nsresult rv = (mPlatform->mClock.get()->*aReading.mRead)(&time);
   if (NS_FAILED(rv)) return rv;
   const std::string text = FormatTime(time);
-  SYSTEM_LOG_DEBUG(mLogger, "aUtcTime = " + text);
-  NS_Assign(aUtcTime, text);
+  SYSTEM_LOG_DEBUG(mLogger, aReading.mName + (" = " + text));
+  NS_Assign(aTime, text);
   return NS_OK;
 }
 
@@ -176,9 +204,9 @@ nsresult nsSystemClock::ParseTime(const std::string& aText, nsPlatformTime* aTim
   return NS_OK;
 }
 
-nsresult nsSystemClock::SetLocalTime(const nsACString& aLocalTime) {
-  const std::string text(NS_View(aLocalTime));
-  SYSTEM_LOG_DEBUG(mLogger, "aLocalTime = " + text);
+nsresult nsSystemClock::WriteClock(const Reading& aReading, const nsACString& aTime) const {
+  const std::string text(NS_View(aTime));
+  SYSTEM_LOG_DEBUG(mLogger, aReading.mName + (" = " + text));
   nsPlatformTime time;
   nsresult result = ParseTime(text, &time);
   if (NS_FAILED(result)) return result;
@@ -186,36 +214,17 @@ nsresult nsSystemClock::SetLocalTime(const nsACString& aLocalTime) {
   nsPlatformClock& clock = *mPlatform->mClock;
   uint32_t error = 0;
   if (NS_FAILED(clock.EnablePrivilege(kPrivilegeSystemTime, true, &error))) {
-    SYSTEM_LOG_WARNING(mLogger, WithError("Can't enable system privilege error = %d", error));
+    SYSTEM_LOG_WARNING(mLogger, WithError(aReading.mPrivilegeError, error));
     return NS_ERROR_FAILURE;
   }
-  if (NS_FAILED(clock.WriteLocalTime(time, &error))) {
-    SYSTEM_LOG_WARNING(mLogger, WithError("Can't set local time error = %d", error));
+  if (NS_FAILED((clock.*aReading.mWrite)(time, &error))) {
+    SYSTEM_LOG_WARNING(mLogger, WithError(aReading.mWriteError, error));
     result = NS_ERROR_FAILURE;
   }
-  // Once more: the first write is made with the daylight rule that was in force before it.
-  PR_Sleep(PR_MicrosecondsToInterval(kSecondWriteDelay));
-  (void)clock.WriteLocalTime(time, &error);
-  (void)clock.EnablePrivilege(kPrivilegeSystemTime, false, &error);
-  return result;
-}
-
-nsresult nsSystemClock::SetUtcTime(const nsACString& aUtcTime) {
-  const std::string text(NS_View(aUtcTime));
-  SYSTEM_LOG_DEBUG(mLogger, "aUtcTime = " + text);
-  nsPlatformTime time;
-  nsresult result = ParseTime(text, &time);
-  if (NS_FAILED(result)) return result;
-
-  nsPlatformClock& clock = *mPlatform->mClock;
-  uint32_t error = 0;
-  if (NS_FAILED(clock.EnablePrivilege(kPrivilegeSystemTime, true, &error))) {
-    SYSTEM_LOG_WARNING(mLogger, "Can't enable system privilege");
-    return NS_ERROR_FAILURE;
-  }
-  if (NS_FAILED(clock.WriteUtcTime(time, &error))) {
-    SYSTEM_LOG_WARNING(mLogger, "Can't set system time");
-    result = NS_ERROR_FAILURE;
+  if (aReading.mWriteTwice) {
+    // The first write is made with the daylight rule that was in force before it.
+    PR_Sleep(PR_MicrosecondsToInterval(kSecondWriteDelay));
+    (void)(clock.*aReading.mWrite)(time, &error);
   }
   (void)clock.EnablePrivilege(kPrivilegeSystemTime, false, &error);
   return result;

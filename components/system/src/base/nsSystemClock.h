@@ -25,8 +25,13 @@ class nsSystemClock final : public nsImplements<nsSystemClock, nsISystemClock> {
   nsresult GetSupportedTimezones(uint32_t* aCount, char*** aTimezones) override;
 
  private:
+  struct Reading;
+  static const Reading kLocalTime, kUtcTime;
+
   ~nsSystemClock() override = default;
 
+  nsresult ReadClock(const Reading& aReading, nsACString& aTime) const;
+  nsresult WriteClock(const Reading& aReading, const nsACString& aTime) const;
   nsresult ParseTime(const std::string& aText, nsPlatformTime* aTime) const;
 
   const nsPlatformRef mPlatform;

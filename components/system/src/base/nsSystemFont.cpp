@@ -191,6 +191,7 @@ nsresult nsSystemFont::GetFaceInfo(const std::u16string& aPath, std::u16string* 
 }
 
 nsresult nsSystemFont::IsFontFile(nsIFile* aFile, bool* aIsFontFile) {
+  if (!aFile) return NS_ERROR_NULL_POINTER;
   nsString leafName;
   const nsresult rv = aFile->GetLeafName(leafName);
   if (NS_FAILED(rv)) return rv;
@@ -294,6 +295,7 @@ nsresult nsSystemFont::HasFont(const nsAString& aKey, bool* aFound) {
 }
 
 nsresult nsSystemFont::Synchronize(nsIFile* aDirectory) {
+  if (!aDirectory) return NS_ERROR_NULL_POINTER;
   SYSTEM_LOG_DEBUG(mLogger, "aFontDir = " + NativePath(aDirectory));
   bool exists = false, isDirectory = false;
   (void)aDirectory->Exists(&exists);

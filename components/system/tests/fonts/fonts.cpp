@@ -200,6 +200,7 @@ TEST_F(FontTest, ADirectoryIsNotWalkedOrWalkedForEver) {
   EXPECT_EQ(Added(), 2u);
   EXPECT_EQ(fonts->Synchronize(File(WriteFile("file", "")).get()), NS_ERROR_FAILURE);
   EXPECT_EQ(fonts->Synchronize(File("/nowhere").get()), NS_ERROR_FAILURE);
+  EXPECT_EQ(fonts->Synchronize(nullptr), NS_ERROR_NULL_POINTER);
 }
 
 TEST_F(FontTest, ADamagedFileDoesHarm) {
