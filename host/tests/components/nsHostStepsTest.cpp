@@ -88,6 +88,20 @@ TEST_F(HostSteps, HostThatNeverHadAProfileEndsOne) {
   EXPECT_EQ(Strings{"quit-application shutdown"}, mEvents);
 }
 
+TEST_F(HostSteps, ObserverOfTheEndStopsTheHostOnceMore) {
+  StartWithModule();
+  int ends = 0;
+  const auto observer = MakeRefCounted<nsTestObserver>([&](auto...) {
+    ++ends;
+    mHost.Stop();
+    EXPECT_EQ(NS_ERROR_ALREADY_INITIALIZED, nsHost().Start(mOptions));
+  });
+  const auto service = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID);
+  ASSERT_EQ(NS_OK, service->AddObserver(observer.get(), "xpcom-shutdown", false));
+  mHost.Stop();
+  EXPECT_EQ(1, ends);
+}
+
 TEST_F(HostSteps, SecondRunSeesTheFirst) {
   StartWithModule();
   const auto first = do_GetService<nsIObserver>("a");

@@ -68,6 +68,7 @@ class nsHost::Impl {
   nsProfileLock mProfileLock;
   bool mProfileStarted = false;
   bool mQuitting = false;
+  bool mStopping = false;
 };
 
 void nsHost::Impl::Notify(const char* aTopic, const char16_t* aData, nsISupports* aSubject) {
@@ -115,6 +116,11 @@ nsresult nsHost::Impl::Start(const nsHostOptions& aOptions) {
   mManager->SetMainThread(MainThread().get());
   for (const vorel::Module* module : mOptions.mModules)
     (void)mManager->RegisterModule(*module, "module in memory");
+  if (const auto log = do_GetService<nsILog4Service>(VOREL_LOG4SERVICE_CONTRACTID)) {
+    for (const auto& [name, severity] : mOptions.mLogLevels)
+      Complain("the level of logger \"" + name + "\"",
+               log->SetLevel(nsDependentCString(name), severity));
+  }
   SetDirectories();
   RegisterManifests();
   // By class ID, which nobody else can have: the host needs its own.
@@ -123,10 +129,6 @@ nsresult nsHost::Impl::Start(const nsHostOptions& aOptions) {
     mPrefs->ReadDefaults(mOptions.mApplicationDirectory + "/defaults/preferences");
   mObservers = static_cast<nsObserverService*>(
       do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CID).get());
-  if (const auto log = do_GetService<nsILog4Service>(VOREL_LOG4SERVICE_CONTRACTID)) {
-    for (const auto& [name, severity] : mOptions.mLogLevels)
-      (void)log->SetLevel(nsDependentCString(name), severity);
-  }
   mManager->Categories().SetAnnouncing(true);
   TellCategory("xpcom-startup", u"", false);
   TellCategory("app-startup", nullptr, true);
@@ -208,7 +210,9 @@ void nsHost::Impl::Quit() {
 }
 
 void nsHost::Impl::Stop() {
-  if (!IsRunning()) return;
+  // An observer of the end may think that it has to bring it about.
+  if (!IsRunning() || mStopping) return;
+  mStopping = true;
   Quit();
   if (mProfileStarted) {
     for (const char* topic :
@@ -236,7 +240,7 @@ void nsHost::Impl::Stop() {
   mManager = nullptr;
   mProfileLock.Unlock();
   gProcessType = GeckoProcessType_Default;
-  mProfileStarted = mQuitting = false;
+  mProfileStarted = mQuitting = mStopping = false;
 }
 
 nsHost::nsHost() : mImpl(std::make_unique<Impl>()) {}
@@ -262,7 +266,7 @@ bool nsHost::IsQuitting() const { return mImpl->IsQuitting(); }
 
 void nsHost::Stop() {
   mImpl->Stop();
-  if (gHost == this) gHost = nullptr;
+  if (gHost == this && !mImpl->IsRunning()) gHost = nullptr;
 }
 
 const std::string& nsHost::Error() const { return mImpl->mError; }
