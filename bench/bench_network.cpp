@@ -26,9 +26,9 @@
 #include <nlohmann/json.hpp>
 #include <random>
 #include <set>
-#include <sstream>
 #include <thread>
 
+#include "../host/tests/network/nsLostMessages.h"
 #include "nsCOMPtr.h"
 #include "nsHost.h"
 #include "nsIArray.h"
@@ -390,19 +390,6 @@ void RandomChanges(benchmark::State& aState) {
 }
 BENCHMARK(RandomChanges)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(1);
 
-long LostMessages() {
-  std::ifstream table("/proc/thread-self/net/netlink");
-  long sum = 0;
-  std::string line, word;
-  std::getline(table, line);
-  while (std::getline(table, line)) {
-    std::istringstream words(line);
-    for (int i = 0; i < 9; ++i) words >> word;
-    sum += std::stol(word);
-  }
-  return sum;
-}
-
 // While the main thread is busy elsewhere, more changes than the system keeps. Then one more, of
 // which nothing was heard, and the time from when the main thread is back to its picture.
 void Overrun(benchmark::State& aState) {
@@ -412,8 +399,8 @@ void Overrun(benchmark::State& aState) {
   std::vector<double> times;
   int octet = 0;
   for (auto _ : aState) {
-    const long before = LostMessages();
-    while (LostMessages() == before) {
+    const long before = NS_LostMessages();
+    while (NS_LostMessages() == before) {
       IpBatch ip;
       for (int i = 0; i < 500; ++i) ip("link set a0 mtu " + std::to_string(1000 + i));
     }

@@ -1,13 +1,12 @@
 // Changes of real links, in a network of the test's own.
 #include <poll.h>
 
-#include <sstream>
-
 #include "nsHostTime.h"
 #include "nsINetworkLinkService.h"
 #include "nsIThread.h"
 #include "nsIThreadManager.h"
 #include "nsLinuxLinkMonitor.h"
+#include "nsLostMessages.h"
 #include "nsNetworkNamespace.h"
 #include "nsTestHost.h"
 
@@ -145,19 +144,6 @@ class LinuxLinkMonitor : public nsHostTest {
     pollfd fd{mMonitor->Descriptor(), POLLIN, 0};
     return poll(&fd, 1, 0) == 1;
   }
-  /// How many messages the sockets of this network have not taken: the ninth column.
-  static long LostMessages() {
-    std::ifstream table("/proc/thread-self/net/netlink");
-    long sum = 0;
-    std::string line, word;
-    std::getline(table, line);
-    while (std::getline(table, line)) {
-      std::istringstream words(line);
-      for (int i = 0; i < 9; ++i) words >> word;
-      sum += std::stol(word);
-    }
-    return sum;
-  }
   /// What a watcher sees: nothing, or a change.
   bool Changes() { return IsReadable() && mMonitor->Consume(); }
 
@@ -172,7 +158,7 @@ TEST_F(LinuxLinkMonitor, LostMessagesAreNoChangeOrEndTheListening) {
   Open();
   EXPECT_FALSE(Changes());
   for (int i = 0; i < 20; ++i) network.Ip("link set lo mtu " + std::to_string(10000 + i));
-  ASSERT_GT(LostMessages(), 0) << "they all fit";
+  ASSERT_GT(NS_LostMessages(), 0) << "they all fit";
   EXPECT_TRUE(Changes());
   EXPECT_FALSE(Changes()) << "something is left";
   network.Ip("link set lo mtu 20000");
