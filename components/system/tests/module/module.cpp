@@ -6,6 +6,8 @@
 #include "nsIDOMScriptObjectFactory.h"
 #include "nsISystemAdapterStorage.h"
 #include "nsISystemManager.h"
+#include "nsIThread.h"
+#include "nsIThreadManager.h"
 #include "nsIXPCScriptable.h"
 #include "nsSystemAdapterStorage.h"
 
@@ -290,6 +292,30 @@ TEST_F(MachineFileTest, MachineIsNotTheOneOfTheFile) {
   ASSERT_EQ(manager->GetAdaptersByIId(nsISystemAdapterStorage::kIID, adapters.getter_AddRefs()),
             NS_OK);
   EXPECT_EQ(NS_Elements<nsISystemAdapterStorage>(adapters.get()).size(), 1u);
+}
+
+TEST_F(MachineFileTest, ChangesOfTheFileDoNotHappen) {
+  mOptions.mMachineFile = WriteFile("machine.json", R"({"changes": [{"after": 0, "volumes":
+      {"insert": [{"letter": "E", "kind": "removable", "bus": "usb", "root": "/e"}]}}]})");
+  StartHost();
+  const auto storage = [] {
+    nsCOMPtr<nsIArray> adapters;
+    EXPECT_EQ(do_GetService<nsISystemManager>(kManager)->GetAdaptersByIId(
+                  nsISystemAdapterStorage::kIID, adapters.getter_AddRefs()),
+              NS_OK);
+    return NS_Elements<nsISystemAdapterStorage>(adapters.get()).size();
+  };
+  const auto manager = do_GetService<nsIObserver>(kManager);
+  nsCOMPtr<nsIThread> main;
+  ASSERT_EQ(do_GetService<nsIThreadManager>(NS_THREADMANAGER_CONTRACTID)
+                ->GetMainThread(main.getter_AddRefs()),
+            NS_OK);
+  // Discovery finds the volume only after the timer of the script has had its turn.
+  for (bool ran; storage() == 0;) {
+    ASSERT_EQ(main->ProcessNextEvent(true, &ran), NS_OK);
+    ASSERT_EQ(manager->Observe(nullptr, "profile-after-change", nullptr), NS_OK);
+  }
+  EXPECT_EQ(storage(), 1u);
 }
 
 TEST_F(MachineFileTest, UnreadableMachineIsReplacedByAnother) {
