@@ -185,7 +185,8 @@ int RunScript(nsHost& aHost, nsScriptHost& aScript, const nsCommandLine& aLine,
 int Run(const nsCommandLine& aLine) {
   const std::filesystem::path share = SharedFiles();
   static const auto sInterfaces = NS_SystemScriptInterfaces();
-  nsScriptHost::AddInterfaces(sInterfaces);
+  nsScriptHost::AddInterfaces(sInterfaces, {kSystemScriptComments, kSystemScriptCommentCount},
+                              kSystemScriptDeclarations);
   if (aLine.mTask == Task::ePrintTypes) {
     std::cout << nsScriptHost::PrintTypes();
     return Flushed(0);
@@ -218,8 +219,10 @@ int Run(const nsCommandLine& aLine) {
   std::string error;
   const auto script = nsScriptHost::Create(scriptOptions, &error);
   if (!script) return Complain(kFailure, error);
-  return aLine.mTask == Task::ePicture ? ShowPicture(host, aLine)
-                                       : RunScript(host, *script, aLine, share);
+  const int status = aLine.mTask == Task::ePicture ? ShowPicture(host, aLine)
+                                                   : RunScript(host, *script, aLine, share);
+  host.Stop();  // before the scripts go, so that their observers hear of the end
+  return status;
 }
 
 }  // namespace

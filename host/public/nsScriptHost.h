@@ -33,11 +33,13 @@ struct nsScriptOptions {
 /// shells that answer NS_ERROR_NOT_AVAILABLE, and references that script held are released.
 class __attribute__((visibility("default"))) nsScriptHost {
  public:
-  /// Adds tables of interfaces to those of the platform, which are always there, and the contract
-  /// comments of their headers. All must live for ever. To be called before the first Create; a
-  /// table that is added twice is added once.
+  /// Adds tables of interfaces to those of the platform, which are always there, the contract
+  /// comments of their headers, and TypeScript declarations of the global names that come with
+  /// them. All must live for ever. To be called before the first Create; a table that is added
+  /// twice is added once.
   static void AddInterfaces(std::span<const nsScriptInterface* const> aInterfaces,
-                            std::span<const nsScriptComment> aComments = {});
+                            std::span<const nsScriptComment> aComments = {},
+                            std::string_view aDeclarations = {});
   /// The TypeScript declarations of all tables and of the environment.
   static std::string PrintTypes();
 

@@ -5,11 +5,12 @@
 //       nsMethod<"connect", &nsISystemAdapter::Connect, "aPeer", "aTimeout?">,
 //       nsLeftOut<&nsISystemAdapter::Reserved7>>();
 //
-// Direction and type of a parameter follow from its C++ type: values, const references and single pointers to
-// interfaces go in; pointers to values, references to strings and double pointers come out. What a type can't tell
-// stands in the parameter's name: "aList[aCount]" is an array (or a counted string) whose length is aCount, and
-// "aTimeout?" may be left out by the caller. A void** is an interface; which one, the nearest identifier before it
-// says. Whatever does not fit does not compile.
+// Direction and type of a parameter follow from its C++ type: values, const references and single
+// pointers to interfaces go in; pointers to values, references to strings and double pointers come
+// out. What a type can't tell stands in the parameter's name: "aList[aCount]" is an array (or a
+// counted string) whose length is aCount, and "aTimeout?" may be left out by the caller. A void**
+// is an interface; which one, the nearest identifier before it says. Whatever does not fit does not
+// compile.
 #pragma once
 
 #include <array>
@@ -20,7 +21,17 @@
 #include "nsXPCOMTypes.h"
 
 enum class nsScriptType : uint8_t {
-  eBool, eInt8, eUint8, eInt16, eUint16, eInt32, eUint32, eInt64, eUint64, eFloat, eDouble,
+  eBool,
+  eInt8,
+  eUint8,
+  eInt16,
+  eUint16,
+  eInt32,
+  eUint32,
+  eInt64,
+  eUint64,
+  eFloat,
+  eDouble,
   eResult,        ///< nsresult, a number in script
   eString,        ///< nsAString: every UTF-16 unit is kept
   eCString,       ///< nsACString: UTF-8
@@ -33,8 +44,8 @@ enum class nsScriptType : uint8_t {
   eContext,       ///< the engine's context: no parameter in script
 };
 
-/// A parameter's value on its way between engine and operation: 8 bytes of its own type. Strings, identifiers and
-/// arrays are pointers.
+/// A parameter's value on its way between engine and operation: 8 bytes of its own type. Strings,
+/// identifiers and arrays are pointers.
 struct nsScriptSlot {
   alignas(8) std::byte mBytes[8]{};
   template <class T>
@@ -57,11 +68,11 @@ struct nsScriptParam {
   bool mOut;
   bool mArray = false;
   bool mOptional = false;
-  bool mIsLength = false;           ///< the length of an out array: no result of its own
-  bool mCounted = false;            ///< has a length beside it, mRelated
-  int8_t mRelated = -1;             ///< the parameter that is the length, or the identifier
-  const nsIID* mIID = nullptr;      ///< eInterface
-  std::string_view mInterface = {}; ///< eInterface
+  bool mIsLength = false;            ///< the length of an out array: no result of its own
+  bool mCounted = false;             ///< has a length beside it, mRelated
+  int8_t mRelated = -1;              ///< the parameter that is the length, or the identifier
+  const nsIID* mIID = nullptr;       ///< eInterface
+  std::string_view mInterface = {};  ///< eInterface
 };
 
 struct nsScriptMember {
@@ -87,8 +98,9 @@ struct nsScriptInterface {
   std::span<const nsScriptConstant> mConstants;
   std::span<const nsScriptMember> mMembers;
   bool mFunction;  ///< a function of script will do where an object is wanted
-  /// Makes the face that an object of script shows to compiled code; null: script can't implement this interface.
-  /// The face has no count of its own; it is destroyed by aObject's class through mDestroy.
+  /// Makes the face that an object of script shows to compiled code; null: script can't implement
+  /// this interface. The face has no count of its own; it is destroyed by aObject's class through
+  /// mDestroy.
   nsISupports* (*mImplement)(nsScriptObject* aObject);
   void (*mDestroy)(nsISupports* aFace);
 };
@@ -103,11 +115,11 @@ struct nsScriptComment {
 /// An object of script as compiled code holds it. The engine's bridge implements it.
 class nsScriptObject : public nsISupports {
  public:
-  /// Calls the member of the script's object. aMember is one of aInterface; in slots are filled in, out slots are
-  /// filled in on success: with values that the operation's caller takes over. On other threads than the main one
-  /// NS_ERROR_NOT_SAME_THREAD.
-  virtual nsresult CallScript(const nsScriptInterface& aInterface, const nsScriptMember& aMember, bool aSet,
-                              nsScriptSlot* aSlots) = 0;
+  /// Calls the member of the script's object. aMember is one of aInterface; in slots are filled in,
+  /// out slots are filled in on success: with values that the operation's caller takes over. On
+  /// other threads than the main one NS_ERROR_NOT_SAME_THREAD.
+  virtual nsresult CallScript(const nsScriptInterface& aInterface, const nsScriptMember& aMember,
+                              bool aSet, nsScriptSlot* aSlots) = 0;
 
  protected:
   ~nsScriptObject() = default;
@@ -118,29 +130,39 @@ class nsScriptObject : public nsISupports {
 namespace vorel::script {
 
 template <class T>
-concept Interface = requires { T::kIID; };
+concept Interface = requires {
+  T::kIID;
+};
 
 template <class T>
 consteval nsScriptType NumberType() {
-  if constexpr (std::same_as<T, bool>) return nsScriptType::eBool;
-  else if constexpr (std::same_as<T, nsresult>) return nsScriptType::eResult;
-  else if constexpr (std::same_as<T, float>) return nsScriptType::eFloat;
-  else if constexpr (std::same_as<T, double>) return nsScriptType::eDouble;
+  if constexpr (std::same_as<T, bool>)
+    return nsScriptType::eBool;
+  else if constexpr (std::same_as<T, nsresult>)
+    return nsScriptType::eResult;
+  else if constexpr (std::same_as<T, float>)
+    return nsScriptType::eFloat;
+  else if constexpr (std::same_as<T, double>)
+    return nsScriptType::eDouble;
   else {
     static_assert(std::integral<T> && !std::same_as<T, char> && !std::same_as<T, char16_t>,
                   "no way into script for this type");
     constexpr bool kSigned = std::signed_integral<T>;
     switch (sizeof(T)) {
-      case 1: return kSigned ? nsScriptType::eInt8 : nsScriptType::eUint8;
-      case 2: return kSigned ? nsScriptType::eInt16 : nsScriptType::eUint16;
-      case 4: return kSigned ? nsScriptType::eInt32 : nsScriptType::eUint32;
-      default: return kSigned ? nsScriptType::eInt64 : nsScriptType::eUint64;
+      case 1:
+        return kSigned ? nsScriptType::eInt8 : nsScriptType::eUint8;
+      case 2:
+        return kSigned ? nsScriptType::eInt16 : nsScriptType::eUint16;
+      case 4:
+        return kSigned ? nsScriptType::eInt32 : nsScriptType::eUint32;
+      default:
+        return kSigned ? nsScriptType::eInt64 : nsScriptType::eUint64;
     }
   }
 }
 
-/// kParam: type and direction. Pass: the slot as the operation's argument. Fill: the argument as a slot, when script
-/// implements the operation; Take: what script answered, into the argument.
+/// kParam: type and direction. Pass: the slot as the operation's argument. Fill: the argument as a
+/// slot, when script implements the operation; Take: what script answered, into the argument.
 template <class P>
 struct Traits {
   static constexpr nsScriptParam kParam{{}, NumberType<P>(), false};
@@ -180,49 +202,69 @@ struct OutArray : OutValue<Type, T*> {
   static constexpr nsScriptParam kParam{{}, Type, true, true};
 };
 
-template <> struct Traits<const nsAString&> : Reference<nsScriptType::eString, const nsAString, false> {};
-template <> struct Traits<nsAString&> : Reference<nsScriptType::eString, nsAString, true> {};
-template <> struct Traits<const nsACString&> : Reference<nsScriptType::eCString, const nsACString, false> {};
-template <> struct Traits<nsACString&> : Reference<nsScriptType::eCString, nsACString, true> {};
-template <> struct Traits<const nsID&> : Reference<nsScriptType::eID, const nsID, false> {};
-template <> struct Traits<const nsID*> : InPointer<nsScriptType::eID, const nsID*> {};
-template <> struct Traits<nsID**> : OutValue<nsScriptType::eID, nsID*> {};
-template <> struct Traits<nsID***> : OutArray<nsScriptType::eID, nsID*> {};
-template <> struct Traits<const char*> : InPointer<nsScriptType::eChars, const char*> {};
-template <> struct Traits<char**> : OutValue<nsScriptType::eChars, char*> {};
-template <> struct Traits<char***> : OutArray<nsScriptType::eChars, char*> {};
-template <> struct Traits<const char16_t*> : InPointer<nsScriptType::eWideChars, const char16_t*> {};
-template <> struct Traits<char16_t**> : OutValue<nsScriptType::eWideChars, char16_t*> {};
-template <> struct Traits<char16_t***> : OutArray<nsScriptType::eWideChars, char16_t*> {};
-template <> struct Traits<void**> : OutValue<nsScriptType::eAnyInterface, void*> {};
-template <> struct Traits<jsval> : InPointer<nsScriptType::eValue, jsval> {};
-template <> struct Traits<jsval*> : OutValue<nsScriptType::eValue, jsval> {};
-template <> struct Traits<JSContext*> : InPointer<nsScriptType::eContext, JSContext*> {};
+template <>
+struct Traits<const nsAString&> : Reference<nsScriptType::eString, const nsAString, false> {};
+template <>
+struct Traits<nsAString&> : Reference<nsScriptType::eString, nsAString, true> {};
+template <>
+struct Traits<const nsACString&> : Reference<nsScriptType::eCString, const nsACString, false> {};
+template <>
+struct Traits<nsACString&> : Reference<nsScriptType::eCString, nsACString, true> {};
+template <>
+struct Traits<const nsID&> : Reference<nsScriptType::eID, const nsID, false> {};
+template <>
+struct Traits<const nsID*> : InPointer<nsScriptType::eID, const nsID*> {};
+template <>
+struct Traits<nsID**> : OutValue<nsScriptType::eID, nsID*> {};
+template <>
+struct Traits<nsID***> : OutArray<nsScriptType::eID, nsID*> {};
+template <>
+struct Traits<const char*> : InPointer<nsScriptType::eChars, const char*> {};
+template <>
+struct Traits<char**> : OutValue<nsScriptType::eChars, char*> {};
+template <>
+struct Traits<char***> : OutArray<nsScriptType::eChars, char*> {};
+template <>
+struct Traits<const char16_t*> : InPointer<nsScriptType::eWideChars, const char16_t*> {};
+template <>
+struct Traits<char16_t**> : OutValue<nsScriptType::eWideChars, char16_t*> {};
+template <>
+struct Traits<char16_t***> : OutArray<nsScriptType::eWideChars, char16_t*> {};
+template <>
+struct Traits<void**> : OutValue<nsScriptType::eAnyInterface, void*> {};
+template <>
+struct Traits<jsval> : InPointer<nsScriptType::eValue, jsval> {};
+template <>
+struct Traits<jsval*> : OutValue<nsScriptType::eValue, jsval> {};
+template <>
+struct Traits<JSContext*> : InPointer<nsScriptType::eContext, JSContext*> {};
 
 template <Interface I>
 struct Traits<I*> {
-  static constexpr nsScriptParam kParam{{}, nsScriptType::eInterface, false, false, false, false, false,
-                                        -1, &I::kIID, I::kName};
+  static constexpr nsScriptParam kParam{
+      {}, nsScriptType::eInterface, false, false, false, false, false, -1, &I::kIID, I::kName};
   static I* Pass(nsScriptSlot& aSlot) { return static_cast<I*>(aSlot.Get<nsISupports*>()); }
   static void Fill(nsScriptSlot& aSlot, I* aArgument) { aSlot.Set<nsISupports*>(aArgument); }
   static void Take(const nsScriptSlot&, I*) {}
 };
 template <Interface I>
 struct Traits<I**> : OutValue<nsScriptType::eInterface, I*> {
-  static constexpr nsScriptParam kParam{{}, nsScriptType::eInterface, true, false, false, false, false,
-                                        -1, &I::kIID, I::kName};
+  static constexpr nsScriptParam kParam{
+      {}, nsScriptType::eInterface, true, false, false, false, false, -1, &I::kIID, I::kName};
 };
 template <Interface I>
 struct Traits<I***> : OutArray<nsScriptType::eInterface, I*> {
-  static constexpr nsScriptParam kParam{{}, nsScriptType::eInterface, true, true, false, false, false,
-                                        -1, &I::kIID, I::kName};
+  static constexpr nsScriptParam kParam{
+      {}, nsScriptType::eInterface, true, true, false, false, false, -1, &I::kIID, I::kName};
 };
 template <class T>
-  requires(std::is_arithmetic_v<T> || std::same_as<T, nsresult>)
-struct Traits<T*> : OutValue<NumberType<T>(), T> {};
+requires(std::is_arithmetic_v<T> || std::same_as<T, nsresult>) struct Traits<T*>
+    : OutValue<NumberType<T>(), T> {
+};
 template <class T>
-  requires std::is_arithmetic_v<T>
-struct Traits<T**> : OutArray<NumberType<T>(), T> {};
+requires std::is_arithmetic_v<T>
+struct Traits<T**> : OutArray<NumberType<T>(), T> {
+};
 
 /// An array of numbers that goes in: a pointer that has a length beside it.
 template <class T>
@@ -233,8 +275,9 @@ struct InArray {
 template <class P, bool HasLength>
 struct TraitsWith : Traits<P> {};
 template <class T>
-  requires std::is_arithmetic_v<T>
-struct TraitsWith<T*, true> : InArray<T> {};
+requires std::is_arithmetic_v<T>
+struct TraitsWith<T*, true> : InArray<T> {
+};
 template <>
 struct TraitsWith<const char*, true> : Traits<const char*> {};
 
@@ -264,13 +307,16 @@ struct Name {
 /// "aTimeout" without its prefix: "timeout"; "aURI" is "uri", as "aIID" is "iid".
 template <Name N>
 struct ScriptName {
-  static constexpr bool kPrefix = N.NameLength() > 1 && N.mText[0] == 'a' && N.mText[1] >= 'A' && N.mText[1] <= 'Z';
+  static constexpr bool kPrefix =
+      N.NameLength() > 1 && N.mText[0] == 'a' && N.mText[1] >= 'A' && N.mText[1] <= 'Z';
   static constexpr size_t kLength = N.NameLength() - kPrefix;
   static constexpr auto kText = [] {
     std::array<char, kLength + 1> text{};
     for (size_t i = 0; i < kLength; ++i) text[i] = N.mText[i + kPrefix];
     if (kPrefix) {
-      const auto upper = [&](size_t i) { return i >= kLength || (text[i] >= 'A' && text[i] <= 'Z'); };
+      const auto upper = [&](size_t i) {
+        return i >= kLength || (text[i] >= 'A' && text[i] <= 'Z');
+      };
       for (size_t i = 0; i < kLength && upper(i) && (i == 0 || upper(i + 1)); ++i) text[i] |= 0x20;
     }
     return text;
@@ -295,12 +341,14 @@ struct Operation<Method> {
     const std::array<std::string_view, kArity> whole{N.Whole()...};
     const std::array<std::string_view, kArity> names{ScriptName<N>::kView...};
     const std::array<bool, kArity> counted{N.HasLength()...};
-    const std::array<std::string_view, kArity> lengths{(N.HasLength() ? N.Length() : std::string_view())...};
+    const std::array<std::string_view, kArity> lengths{
+        (N.HasLength() ? N.Length() : std::string_view())...};
     const std::array<bool, kArity> optional{N.IsOptional()...};
     for (size_t i = 0; i < kArity; ++i) {
       params[i].mName = names[i];
       params[i].mOptional = optional[i];
-      if (params[i].mArray && !counted[i]) throw "an array needs the name of its length: \"aList[aCount]\"";
+      if (params[i].mArray && !counted[i])
+        throw "an array needs the name of its length: \"aList[aCount]\"";
       if (counted[i]) {
         params[i].mCounted = true;
         for (size_t j = 0; j < kArity; ++j)
@@ -320,8 +368,8 @@ struct Operation<Method> {
   }
 
   /// The other way: the operation is implemented by script.
-  static nsresult CallScript(nsScriptObject& aObject, const nsScriptInterface& aInterface, const nsScriptMember& aMember,
-                             bool aSet, P... aArguments) {
+  static nsresult CallScript(nsScriptObject& aObject, const nsScriptInterface& aInterface,
+                             const nsScriptMember& aMember, bool aSet, P... aArguments) {
     std::array<nsScriptSlot, kMaxArity> slots;
     size_t i = 0;
     (Traits<P>::Fill(slots[i++], aArguments), ...);
@@ -338,7 +386,8 @@ struct Operation<Method> {
       using Each = std::tuple<TraitsWith<P, N.HasLength()>...>;
       return [&]<size_t... K>(std::index_sequence<K...>) {
         return (static_cast<I*>(aSelf)->*Method)(std::tuple_element_t<K, Each>::Pass(aSlots[K])...);
-      }(std::index_sequence_for<P...>());
+      }
+      (std::index_sequence_for<P...>());
     }
   };
 };
@@ -359,14 +408,15 @@ struct nsAttribute {
     } else {
       using S = vorel::script::Operation<Set>;
       static_assert(S::kArity == 1, "a setter has one in parameter");
-      static_assert(!S::template Params<"aValue">()[0].mOut && S::template Params<"aValue">()[0].mType == kParams[0].mType,
+      static_assert(!S::template Params<"aValue">()[0].mOut &&
+                        S::template Params<"aValue">()[0].mType == kParams[0].mType,
                     "a setter takes what the getter gives");
       return &S::template Caller<"aValue">::Call;
     }
   }
   static constexpr bool kIsMember = true;
-  static constexpr nsScriptMember kMember{Name.View(), true, kParams, &Getter::template Caller<"aValue">::Call,
-                                          Setter()};
+  static constexpr nsScriptMember kMember{Name.View(), true, kParams,
+                                          &Getter::template Caller<"aValue">::Call, Setter()};
 };
 
 template <vorel::script::Name Name, auto Method, vorel::script::Name... Params>
@@ -374,7 +424,8 @@ struct nsMethod {
   using Op = vorel::script::Operation<Method>;
   static constexpr auto kParams = Op::template Params<Params...>();
   static constexpr bool kIsMember = true;
-  static constexpr nsScriptMember kMember{Name.View(), false, kParams, &Op::template Caller<Params...>::Call, nullptr};
+  static constexpr nsScriptMember kMember{Name.View(), false, kParams,
+                                          &Op::template Caller<Params...>::Call, nullptr};
 };
 
 template <vorel::script::Name Name, auto Value>
@@ -398,16 +449,23 @@ struct nsTakesFunction {
 template <class Face>
 struct nsImplementedBy {
   static constexpr bool kIsMember = false;
-  static nsISupports* Make(nsScriptObject* aObject) { return static_cast<nsISupports*>(new Face(aObject)); }
+  static nsISupports* Make(nsScriptObject* aObject) {
+    return static_cast<nsISupports*>(new Face(aObject));
+  }
   static void Destroy(nsISupports* aFace) { delete static_cast<Face*>(aFace); }
 };
 
 namespace vorel::script {
 
 template <class T>
-constexpr size_t kIsConstant = requires { T::kConstant; } ? 1 : 0;
+constexpr size_t kIsConstant = requires {
+  T::kConstant;
+}
+? 1 : 0;
 template <class T>
-concept IsFace = requires { &T::Destroy; };
+concept IsFace = requires {
+  &T::Destroy;
+};
 
 template <nsInterface I, class... Line>
 struct Binding {
@@ -430,8 +488,9 @@ struct Binding {
     return constants;
   }();
   static constexpr nsScriptInterface kTable = [] {
-    nsScriptInterface table{I::kName, &I::kIID, nullptr, kConstants, kMembers, (std::same_as<Line, nsTakesFunction> || ...),
-                            nullptr, nullptr};
+    nsScriptInterface table{I::kName,   &I::kIID, nullptr,
+                            kConstants, kMembers, (std::same_as<Line, nsTakesFunction> || ...),
+                            nullptr,    nullptr};
     if constexpr (!std::is_void_v<typename I::Base>) table.mParent = &I::Base::kIID;
     [[maybe_unused]] const auto face = [&]<class L>() {
       if constexpr (IsFace<L>) {
@@ -457,9 +516,11 @@ constexpr const nsScriptInterface* nsBind() {
 /// The gathered table of an interface; null when there is none.
 [[gnu::visibility("default")]] const nsScriptInterface* NS_FindScriptInterface(const nsIID& aIID);
 
-/// Base of the face of one interface. A class derives from it and overrides each operation with one line:
+/// Base of the face of one interface. A class derives from it and overrides each operation with one
+/// line:
 ///
-///   nsresult OnAdded(nsIFoo* aFoo) override { return this->template Call<"onAdded", &nsIBar::OnAdded>(aFoo); }
+///   nsresult OnAdded(nsIFoo* aFoo) override { return this->template Call<"onAdded",
+///   &nsIBar::OnAdded>(aFoo); }
 template <nsInterface I>
 class nsScriptFace : public I {
  public:
@@ -467,7 +528,9 @@ class nsScriptFace : public I {
   virtual ~nsScriptFace() = default;
 
   // One object of script has one count and one identity, whatever its faces.
-  nsresult QueryInterface(const nsIID& aIID, void** aResult) override { return mObject->QueryInterface(aIID, aResult); }
+  nsresult QueryInterface(const nsIID& aIID, void** aResult) override {
+    return mObject->QueryInterface(aIID, aResult);
+  }
   nsrefcnt AddRef() override { return mObject->AddRef(); }
   nsrefcnt Release() override { return mObject->Release(); }
 

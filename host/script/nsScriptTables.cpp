@@ -9,8 +9,10 @@
 
 namespace {
 
-// The root has no definition of its own; what script does with it, QueryInterface, is the bridge's business.
-constexpr nsScriptInterface kRoot{nsISupports::kName, &nsISupports::kIID, nullptr, {}, {}, false, nullptr, nullptr};
+// The root has no definition of its own; what script does with it, QueryInterface, is the bridge's
+// business.
+constexpr nsScriptInterface kRoot{
+    nsISupports::kName, &nsISupports::kIID, nullptr, {}, {}, false, nullptr, nullptr};
 
 // So is the document, the one interface of the host's own that script sees.
 const nsScriptInterface* const kDocument =
@@ -22,6 +24,7 @@ struct Tables {
   std::unordered_map<nsIID, const nsScriptInterface*> mByIID;
   std::unordered_map<std::string_view, const nsScriptInterface*> mByName;
   std::map<std::pair<std::string_view, std::string_view>, std::string_view> mComments;
+  std::string mDeclarations;
 
   Tables() {
     Add(&kRoot);
@@ -42,7 +45,9 @@ Tables& TheTables() {
 
 }  // namespace
 
-const nsScriptInterface* NS_FindScriptInterface(const nsIID& aIID) { return nsScriptTables::Find(aIID); }
+const nsScriptInterface* NS_FindScriptInterface(const nsIID& aIID) {
+  return nsScriptTables::Find(aIID);
+}
 
 void nsScriptTables::Add(std::span<const nsScriptInterface* const> aInterfaces) {
   for (const nsScriptInterface* table : aInterfaces) TheTables().Add(table);
@@ -79,12 +84,18 @@ bool nsScriptTables::Derives(const nsScriptInterface* aInterface, const nsScript
 
 const std::vector<const nsScriptInterface*>& nsScriptTables::All() { return TheTables().mAll; }
 
-std::vector<const nsScriptInterface*> nsScriptTables::ImplementableBelow(const nsScriptInterface& aInterface) {
+std::vector<const nsScriptInterface*> nsScriptTables::ImplementableBelow(
+    const nsScriptInterface& aInterface) {
   std::vector<const nsScriptInterface*> below;
   for (const nsScriptInterface* table : All())
-    if (table != &aInterface && table->mImplement && Derives(table, &aInterface)) below.push_back(table);
+    if (table != &aInterface && table->mImplement && Derives(table, &aInterface))
+      below.push_back(table);
   return below;
 }
+
+void nsScriptTables::AddDeclarations(std::string_view aText) { TheTables().mDeclarations += aText; }
+
+std::string_view nsScriptTables::Declarations() { return TheTables().mDeclarations; }
 
 std::string_view nsScriptTables::Comment(std::string_view aInterface, std::string_view aOperation) {
   const auto found = TheTables().mComments.find({aInterface, aOperation});

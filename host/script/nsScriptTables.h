@@ -14,6 +14,9 @@ class nsScriptTables {
  public:
   static void Add(std::span<const nsScriptInterface* const> aInterfaces);
   static void AddComments(std::span<const nsScriptComment> aComments);
+  /// TypeScript text about global names, which tables do not tell.
+  static void AddDeclarations(std::string_view aText);
+  static std::string_view Declarations();
 
   static const nsScriptInterface* Find(const nsIID& aIID);
   static const nsScriptInterface* Find(std::string_view aName);
@@ -24,8 +27,10 @@ class nsScriptTables {
   /// In the order in which they were added, parents first.
   static const std::vector<const nsScriptInterface*>& All();
   /// Those that script can implement and that derive from aInterface, at any depth.
-  static std::vector<const nsScriptInterface*> ImplementableBelow(const nsScriptInterface& aInterface);
+  static std::vector<const nsScriptInterface*> ImplementableBelow(
+      const nsScriptInterface& aInterface);
 
-  /// The contract comment of an operation: GetLabel for the attribute "label". Empty when there is none.
+  /// The contract comment of an operation: GetLabel for the attribute "label". Empty when there is
+  /// none.
   static std::string_view Comment(std::string_view aInterface, std::string_view aOperation);
 };

@@ -7,25 +7,75 @@
 
 namespace {
 
+/// Where one goes in, an object of script will do if script can implement the interface.
+std::string ObjectType(const nsScriptInterface* aInterface, bool aOut) {
+  if (!aInterface) return "any";
+  const std::string name(aInterface->mName);
+  std::string type = name;
+  if (!aOut && aInterface->mImplement) {
+    type += " | nsScripted<" + name + ">";
+    if (aInterface->mFunction)
+      type += " | " + name + "[\"" + std::string(aInterface->mMembers[0].mName) + "\"]";
+  }
+  return type + " | null";
+}
+
 std::string TypeOf(const nsScriptParam& aParam) {
   using enum nsScriptType;
   std::string type;
   switch (aParam.mType) {
-    case eBool: type = "boolean"; break;
+    case eBool:
+      type = "boolean";
+      break;
     case eInt64:
-    case eUint64: type = "number | bigint"; break;
+    case eUint64:
+      type = "number | bigint";
+      break;
     case eString:
-    case eCString: type = "string"; break;
+    case eCString:
+      type = "string";
+      break;
     case eChars:
-    case eWideChars: type = aParam.mCounted ? "string" : "string | null"; break;
-    case eID: type = "nsIDLike"; break;
-    case eInterface: type = std::string(aParam.mInterface) + " | null"; break;
-    case eAnyInterface: type = "any"; break;
-    case eValue: type = "any"; break;
-    default: type = "number"; break;
+    case eWideChars:
+      type = aParam.mCounted ? "string" : "string | null";
+      break;
+    case eID:
+      type = "nsIDLike";
+      break;
+    case eInterface:
+      // Of an interface that script does not see, the object is all that can be said.
+      type = ObjectType(nsScriptTables::Find(*aParam.mIID), aParam.mOut);
+      break;
+    case eAnyInterface:
+      type = "any";
+      break;
+    case eValue:
+      type = "any";
+      break;
+    default:
+      type = "number";
+      break;
   }
   if (!aParam.mArray) return type;
   return type.find(' ') == type.npos ? type + "[]" : "(" + type + ")[]";
+}
+
+/// An attribute that is a list always has one; other objects may be missing.
+std::string AttributeType(const nsScriptMember& aMember) {
+  const nsScriptParam& value = aMember.mParams[0];
+  return value.mInterface == "nsIArray" ? std::string(value.mInterface) : TypeOf(value);
+}
+
+/// A parameter's name; words of the language get a line behind them.
+std::string ParameterName(const nsScriptParam& aParam) {
+  static constexpr std::string_view kWords[] = {
+      "break",  "case", "catch",      "class",   "const", "continue", "default", "delete",   "do",
+      "else",   "enum", "export",     "extends", "false", "finally",  "for",     "function", "if",
+      "import", "in",   "instanceof", "new",     "null",  "return",   "super",   "switch",   "this",
+      "throw",  "true", "try",        "typeof",  "var",   "void",     "while",   "with"};
+  const bool word =
+      std::find(std::begin(kWords), std::end(kWords), aParam.mName) != std::end(kWords);
+  return std::string(aParam.mName) + (word ? "_" : "");
 }
 
 std::string Signature(const nsScriptMember& aMember) {
@@ -39,7 +89,7 @@ std::string Signature(const nsScriptMember& aMember) {
       out += (outs > 1 ? std::string(param.mName) + ": " : "") + TypeOf(param);
     } else {
       if (!in.empty()) in += ", ";
-      in += std::string(param.mName) + (param.mOptional ? "?: " : ": ") + TypeOf(param);
+      in += ParameterName(param) + (param.mOptional ? "?: " : ": ") + TypeOf(param);
     }
   }
   return "(" + in + "): " + (outs == 0 ? "void" : outs == 1 ? out : "{ " + out + " }");
@@ -70,10 +120,12 @@ void Print(std::string& aOut, const nsScriptInterface& aInterface) {
   const std::string name(aInterface.mName);
   Comment(aOut, nsScriptTables::Comment(name, ""), "");
   aOut += "interface " + name;
-  if (const nsScriptInterface* const parent = nsScriptTables::Parent(aInterface)) aOut += " extends " + std::string(parent->mName);
+  if (const nsScriptInterface* const parent = nsScriptTables::Parent(aInterface))
+    aOut += " extends " + std::string(parent->mName);
   aOut += " {\n";
   for (const nsScriptConstant& constant : aInterface.mConstants)
-    aOut += "  readonly " + std::string(constant.mName) + ": " + std::to_string(constant.mValue) + ";\n";
+    aOut += "  readonly " + std::string(constant.mName) + ": " + std::to_string(constant.mValue) +
+            ";\n";
   for (const nsScriptMember& member : aInterface.mMembers) {
     std::string comment;
     if (member.mIsAttribute) {
@@ -85,31 +137,39 @@ void Print(std::string& aOut, const nsScriptInterface& aInterface) {
     }
     Comment(aOut, comment, "  ");
     if (member.mIsAttribute)
-      aOut += std::string(member.mSet ? "  " : "  readonly ") + std::string(member.mName) + ": " + TypeOf(member.mParams[0]) + ";\n";
+      aOut += std::string(member.mSet ? "  " : "  readonly ") + std::string(member.mName) + ": " +
+              AttributeType(member) + ";\n";
     else
       aOut += "  " + std::string(member.mName) + Signature(member) + ";\n";
   }
   if (*aInterface.mIID == nsISupports::kIID)
-    aOut += "  /** The same object, with the members of the interface; an error when it does not implement it. */\n"
-            "  QueryInterface<T>(iid: nsInterfaceID<T>): this & T;\n";
+    aOut +=
+        "  /** The same object, with the members of the interface; an error when it does not "
+        "implement it. */\n"
+        "  QueryInterface<T>(iid: nsInterfaceID<T>): this & T;\n";
   if (aInterface.mName == "nsIHostDocument") aOut += "  readonly baseURI: string | null;\n";
-  if (aInterface.mName == "nsIArray") aOut += "  readonly [index: number]: any;\n  [Symbol.iterator](): Iterator<any>;\n";
+  if (aInterface.mName == "nsIArray")
+    aOut += "  readonly [index: number]: any;\n  [Symbol.iterator](): Iterator<any>;\n";
   if (aInterface.mName == "nsISimpleEnumerator") aOut += "  [Symbol.iterator](): Iterator<any>;\n";
   if (aInterface.mName == "nsIStringEnumerator" || aInterface.mName == "nsIUTF8StringEnumerator")
     aOut += "  [Symbol.iterator](): Iterator<string>;\n";
   aOut += "}\n\n";
 }
 
-constexpr char kHead[] = R"TS(// What scripts find in their environment. Made by `vorel --print-types`: do not edit.
+constexpr char kHead[] =
+    R"TS(// What scripts find in their environment. Made by `vorel --print-types`: do not edit.
 
 /** An interface of Components.interfaces: its identifier, its constants, and the right side of instanceof. */
-interface nsInterfaceID<T> {
+interface nsInterfaceID<T> extends Function {
+  readonly prototype: T;
   readonly name: string;
   readonly number: string;
   [Symbol.hasInstance](value: unknown): value is T;
 }
 /** What stands for an identifier: an interface, a global name of one, or "{6b1...}". */
 type nsIDLike = nsInterfaceID<any> | string | Function;
+/** An object of script that implements an interface; what it leaves out does nothing. */
+type nsScripted<T> = Partial<Omit<T, keyof nsISupports>> & { QueryInterface?(iid: nsIDLike): unknown };
 
 )TS";
 
@@ -175,7 +235,9 @@ declare const console: {
 std::string nsScriptHost::PrintTypes() {
   std::string out = kHead;
   for (const nsScriptInterface* table : nsScriptTables::All()) Print(out, *table);
-  out += "/** The interfaces by name. Where one is wanted as a parameter, it is one of these. */\ninterface nsInterfaces {\n";
+  out +=
+      "/** The interfaces by name. Where one is wanted as a parameter, it is one of these. "
+      "*/\ninterface nsInterfaces {\n";
   for (const nsScriptInterface* table : nsScriptTables::All()) {
     const std::string name(table->mName);
     out += "  readonly " + name + ": nsInterfaceID<" + name + ">";
@@ -184,10 +246,11 @@ std::string nsScriptHost::PrintTypes() {
       if (!level->mConstants.empty()) {
         out += " & { ";
         for (const nsScriptConstant& constant : level->mConstants)
-          out += "readonly " + std::string(constant.mName) + ": " + std::to_string(constant.mValue) + "; ";
+          out += "readonly " + std::string(constant.mName) + ": " +
+                 std::to_string(constant.mValue) + "; ";
         out += "}";
       }
     out += ";\n";
   }
-  return out + "}\n" + kTail;
+  return out + "}\n" + kTail + std::string(nsScriptTables::Declarations());
 }

@@ -12,6 +12,10 @@ std::vector<const nsScriptInterface*> NS_SystemScriptInterfaces();
 extern const nsScriptComment kSystemScriptComments[];
 extern const size_t kSystemScriptCommentCount;
 
+/// TypeScript declarations of the global names that the module's categories and the default
+/// application's manifest bring.
+extern const char kSystemScriptDeclarations[];
+
 // One file a family of interfaces; each is named in nsSystemScript.cpp.
 using nsScriptTableList = std::vector<const nsScriptInterface*>;
 nsScriptTableList NS_ManagerTables();

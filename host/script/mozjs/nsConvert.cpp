@@ -15,7 +15,9 @@
 #include "nsServices.h"
 #include "nsXPCOM.h"
 
-std::string nsPlace::Method() const { return std::string(mInterface->mName) + "." + std::string(mMember->mName); }
+std::string nsPlace::Method() const {
+  return std::string(mInterface->mName) + "." + std::string(mMember->mName);
+}
 
 std::string nsPlace::Text(const nsScriptParam& aParam) const {
   std::string text = Method();
@@ -27,33 +29,51 @@ std::string nsPlace::Text(const nsScriptParam& aParam) const {
 
 namespace {
 
-bool Refuse(JSContext* cx, const std::string& aPlace, const std::string& aExpected, JS::HandleValue aValue) {
-  return NS_ThrowTypeError(cx, aPlace + ": " + aExpected + " is expected, not " + NS_DescribeValue(cx, aValue));
+bool Refuse(JSContext* cx, const std::string& aPlace, const std::string& aExpected,
+            JS::HandleValue aValue) {
+  return NS_ThrowTypeError(
+      cx, aPlace + ": " + aExpected + " is expected, not " + NS_DescribeValue(cx, aValue));
 }
 
 /// What messages call the values of a type.
 std::string Expected(const nsScriptParam& aParam) {
   using enum nsScriptType;
   switch (aParam.mType) {
-    case eBool: return "a boolean";
-    case eInt8: return "a whole number from -128 to 127";
-    case eUint8: return "a whole number from 0 to 255";
-    case eInt16: return "a whole number from -32768 to 32767";
-    case eUint16: return "a whole number from 0 to 65535";
-    case eInt32: return "a whole number from -2147483648 to 2147483647";
-    case eUint32: return "a whole number from 0 to 4294967295";
-    case eInt64: return "a whole number or BigInt of 64 bits";
-    case eUint64: return "a whole number or BigInt from 0, of 64 bits";
-    case eResult: return "a result code";
+    case eBool:
+      return "a boolean";
+    case eInt8:
+      return "a whole number from -128 to 127";
+    case eUint8:
+      return "a whole number from 0 to 255";
+    case eInt16:
+      return "a whole number from -32768 to 32767";
+    case eUint16:
+      return "a whole number from 0 to 65535";
+    case eInt32:
+      return "a whole number from -2147483648 to 2147483647";
+    case eUint32:
+      return "a whole number from 0 to 4294967295";
+    case eInt64:
+      return "a whole number or BigInt of 64 bits";
+    case eUint64:
+      return "a whole number or BigInt from 0, of 64 bits";
+    case eResult:
+      return "a result code";
     case eFloat:
-    case eDouble: return "a number";
+    case eDouble:
+      return "a number";
     case eString:
-    case eCString: return "a string";
+    case eCString:
+      return "a string";
     case eChars:
-    case eWideChars: return aParam.mCounted ? "a string of bytes" : "a string or null";
-    case eID: return "an interface of Components.interfaces, or an identifier's text";
-    case eInterface: return "an object that implements " + std::string(aParam.mInterface);
-    default: return "another value";
+    case eWideChars:
+      return aParam.mCounted ? "a string of bytes" : "a string or null";
+    case eID:
+      return "an interface of Components.interfaces, or an identifier's text";
+    case eInterface:
+      return "an object that implements " + std::string(aParam.mInterface);
+    default:
+      return "another value";
   }
 }
 
@@ -75,7 +95,8 @@ bool ReadInteger(JS::HandleValue aValue, nsScriptSlot& aSlot) {
   const double number = aValue.toDouble();
   // Beyond 2^53 a number is not exact any more, so that it can't be meant.
   constexpr double kExact = 9007199254740991.0;
-  constexpr double kLow = sizeof(T) == 8 ? (std::signed_integral<T> ? -kExact : 0) : double(std::numeric_limits<T>::min());
+  constexpr double kLow = sizeof(T) == 8 ? (std::signed_integral<T> ? -kExact : 0)
+                                         : double(std::numeric_limits<T>::min());
   constexpr double kHigh = sizeof(T) == 8 ? kExact : double(std::numeric_limits<T>::max());
   if (!(number >= kLow && number <= kHigh) || number != std::trunc(number)) return false;
   aSlot.Set(static_cast<T>(number));
@@ -89,25 +110,35 @@ bool ReadNumber(JS::HandleValue aValue, nsScriptType aType, nsScriptSlot& aSlot)
       if (!aValue.isBoolean()) return false;
       aSlot.Set(aValue.toBoolean());
       return true;
-    case eInt8: return ReadInteger<int8_t>(aValue, aSlot);
-    case eUint8: return ReadInteger<uint8_t>(aValue, aSlot);
-    case eInt16: return ReadInteger<int16_t>(aValue, aSlot);
-    case eUint16: return ReadInteger<uint16_t>(aValue, aSlot);
-    case eInt32: return ReadInteger<int32_t>(aValue, aSlot);
+    case eInt8:
+      return ReadInteger<int8_t>(aValue, aSlot);
+    case eUint8:
+      return ReadInteger<uint8_t>(aValue, aSlot);
+    case eInt16:
+      return ReadInteger<int16_t>(aValue, aSlot);
+    case eUint16:
+      return ReadInteger<uint16_t>(aValue, aSlot);
+    case eInt32:
+      return ReadInteger<int32_t>(aValue, aSlot);
     case eUint32:
-    case eResult: return ReadInteger<uint32_t>(aValue, aSlot);
-    case eInt64: return ReadInteger<int64_t>(aValue, aSlot);
-    case eUint64: return ReadInteger<uint64_t>(aValue, aSlot);
+    case eResult:
+      return ReadInteger<uint32_t>(aValue, aSlot);
+    case eInt64:
+      return ReadInteger<int64_t>(aValue, aSlot);
+    case eUint64:
+      return ReadInteger<uint64_t>(aValue, aSlot);
     case eFloat:
       if (!aValue.isNumber()) return false;
       aSlot.Set(static_cast<float>(aValue.toNumber()));
-      // A float keeps 24 bits, which is what the type says; a number that becomes infinite does not fit.
+      // A float keeps 24 bits, which is what the type says; a number that becomes infinite does not
+      // fit.
       return std::isfinite(aSlot.Get<float>()) || !std::isfinite(aValue.toNumber());
     case eDouble:
       if (!aValue.isNumber()) return false;
       aSlot.Set(aValue.toNumber());
       return true;
-    default: return false;
+    default:
+      return false;
   }
 }
 
@@ -118,19 +149,24 @@ size_t NumberSize(nsScriptType aType) {
   switch (aType) {
     case eBool:
     case eInt8:
-    case eUint8: return 1;
+    case eUint8:
+      return 1;
     case eInt16:
-    case eUint16: return 2;
+    case eUint16:
+      return 2;
     case eInt64:
     case eUint64:
-    case eDouble: return 8;
-    default: return 4;
+    case eDouble:
+      return 8;
+    default:
+      return 4;
   }
 }
 
 bool Copy(JSContext* cx, JS::HandleString aString, std::u16string* aResult) {
   aResult->resize(JS_GetStringLength(aString));
-  return JS_CopyStringChars(cx, mozilla::Range<char16_t>(aResult->data(), aResult->size()), aString);
+  return JS_CopyStringChars(cx, mozilla::Range<char16_t>(aResult->data(), aResult->size()),
+                            aString);
 }
 
 /// Nothing for text with a surrogate that has no partner: UTF-8 has no form for it.
@@ -141,15 +177,16 @@ bool ToUtf8(std::u16string_view aText, std::string* aResult) {
   }
   for (size_t i = 0; i < aText.size(); ++i) {
     if ((aText[i] & 0xF800) != 0xD800) continue;
-    if ((aText[i] & 0xFC00) != 0xD800 || i + 1 == aText.size() || (aText[i + 1] & 0xFC00) != 0xDC00) return false;
+    if ((aText[i] & 0xFC00) != 0xD800 || i + 1 == aText.size() || (aText[i + 1] & 0xFC00) != 0xDC00)
+      return false;
     ++i;
   }
   *aResult = NS_ToUtf8(aText);
   return true;
 }
 
-bool ReadString(nsScriptRuntime* aRuntime, JS::HandleValue aValue, const nsScriptParam& aParam, const nsPlace& aPlace,
-                nsCallFrame& aFrame, size_t aIndex) {
+bool ReadString(nsScriptRuntime* aRuntime, JS::HandleValue aValue, const nsScriptParam& aParam,
+                const nsPlace& aPlace, nsCallFrame& aFrame, size_t aIndex) {
   using enum nsScriptType;
   JSContext* const cx = aRuntime->Context();
   nsScriptSlot& slot = aFrame.mSlots[aIndex];
@@ -186,7 +223,8 @@ bool ReadString(nsScriptRuntime* aRuntime, JS::HandleValue aValue, const nsScrip
   std::u16string wide;
   if (!Copy(cx, string, &wide)) return false;
   if (pointer && !aParam.mCounted && wide.find(u'\0') != wide.npos)
-    return NS_ThrowTypeError(cx, aPlace.Text(aParam) + ": the string has a zero in it, where it would be cut off");
+    return NS_ThrowTypeError(
+        cx, aPlace.Text(aParam) + ": the string has a zero in it, where it would be cut off");
   if (aParam.mType == eWideChars) {
     slot.Set<const char16_t*>(aFrame.Hold<std::u16string>(aIndex, std::move(wide)).c_str());
     return true;
@@ -194,10 +232,12 @@ bool ReadString(nsScriptRuntime* aRuntime, JS::HandleValue aValue, const nsScrip
   std::string narrow;
   if (aParam.mCounted) {
     if (std::any_of(wide.begin(), wide.end(), [](char16_t c) { return c > 0xFF; }))
-      return NS_ThrowTypeError(cx, aPlace.Text(aParam) + ": the string has characters beyond a byte");
+      return NS_ThrowTypeError(cx,
+                               aPlace.Text(aParam) + ": the string has characters beyond a byte");
     narrow.assign(wide.begin(), wide.end());
   } else if (!ToUtf8(wide, &narrow)) {
-    return NS_ThrowTypeError(cx, aPlace.Text(aParam) + ": the string has half a surrogate pair, which UTF-8 can't hold");
+    return NS_ThrowTypeError(
+        cx, aPlace.Text(aParam) + ": the string has half a surrogate pair, which UTF-8 can't hold");
   }
   if (aParam.mType == eCString)
     slot.Set<nsACString*>(&aFrame.Hold<nsCString>(aIndex, std::string_view(narrow)));
@@ -206,8 +246,8 @@ bool ReadString(nsScriptRuntime* aRuntime, JS::HandleValue aValue, const nsScrip
   return true;
 }
 
-bool ReadArray(nsScriptRuntime* aRuntime, JS::HandleValue aValue, const nsScriptParam& aParam, const nsPlace& aPlace,
-               nsCallFrame& aFrame, size_t aIndex) {
+bool ReadArray(nsScriptRuntime* aRuntime, JS::HandleValue aValue, const nsScriptParam& aParam,
+               const nsPlace& aPlace, nsCallFrame& aFrame, size_t aIndex) {
   JSContext* const cx = aRuntime->Context();
   bool isArray = false;
   if (!JS::IsArrayObject(cx, aValue, &isArray)) return false;
@@ -215,7 +255,8 @@ bool ReadArray(nsScriptRuntime* aRuntime, JS::HandleValue aValue, const nsScript
   JS::RootedObject array(cx, &aValue.toObject());
   uint32_t length = 0;
   if (!JS::GetArrayLength(cx, array, &length)) return false;
-  if (length > 64u << 20) return NS_ThrowTypeError(cx, aPlace.Text(aParam) + ": the array is too long");
+  if (length > 64u << 20)
+    return NS_ThrowTypeError(cx, aPlace.Text(aParam) + ": the array is too long");
   const size_t size = NumberSize(aParam.mType);
   std::vector<std::byte> bytes;
   JS::RootedValue element(cx);
@@ -223,7 +264,8 @@ bool ReadArray(nsScriptRuntime* aRuntime, JS::HandleValue aValue, const nsScript
     nsScriptSlot slot;
     if (!JS_GetElement(cx, array, i, &element)) return false;
     if (!ReadNumber(element, aParam.mType, slot))
-      return Refuse(cx, aPlace.Text(aParam) + "[" + std::to_string(i) + "]", Expected(aParam), element);
+      return Refuse(cx, aPlace.Text(aParam) + "[" + std::to_string(i) + "]", Expected(aParam),
+                    element);
     bytes.insert(bytes.end(), slot.mBytes, slot.mBytes + size);
   }
   auto& held = aFrame.Hold<std::vector<std::byte>>(aIndex, std::move(bytes));
@@ -251,23 +293,43 @@ bool SetString(JSString* aString, JS::MutableHandleValue aResult) {
 }
 
 /// One value; an array's element too, which then stands at the start of aSlot.
-bool SetValue(nsScriptRuntime* aRuntime, const nsScriptParam& aParam, const nsScriptSlot& aSlot, const nsIID* aIID,
-              uint32_t aLength, JS::MutableHandleValue aResult) {
+bool SetValue(nsScriptRuntime* aRuntime, const nsScriptParam& aParam, const nsScriptSlot& aSlot,
+              const nsIID* aIID, uint32_t aLength, JS::MutableHandleValue aResult) {
   using enum nsScriptType;
   JSContext* const cx = aRuntime->Context();
   switch (aParam.mType) {
-    case eBool: aResult.setBoolean(aSlot.Get<bool>()); return true;
-    case eInt8: aResult.setInt32(aSlot.Get<int8_t>()); return true;
-    case eUint8: aResult.setInt32(aSlot.Get<uint8_t>()); return true;
-    case eInt16: aResult.setInt32(aSlot.Get<int16_t>()); return true;
-    case eUint16: aResult.setInt32(aSlot.Get<uint16_t>()); return true;
-    case eInt32: aResult.setInt32(aSlot.Get<int32_t>()); return true;
+    case eBool:
+      aResult.setBoolean(aSlot.Get<bool>());
+      return true;
+    case eInt8:
+      aResult.setInt32(aSlot.Get<int8_t>());
+      return true;
+    case eUint8:
+      aResult.setInt32(aSlot.Get<uint8_t>());
+      return true;
+    case eInt16:
+      aResult.setInt32(aSlot.Get<int16_t>());
+      return true;
+    case eUint16:
+      aResult.setInt32(aSlot.Get<uint16_t>());
+      return true;
+    case eInt32:
+      aResult.setInt32(aSlot.Get<int32_t>());
+      return true;
     case eUint32:
-    case eResult: aResult.setNumber(aSlot.Get<uint32_t>()); return true;
-    case eInt64: return SetBig(cx, aSlot.Get<int64_t>(), aResult);
-    case eUint64: return SetBig(cx, aSlot.Get<uint64_t>(), aResult);
-    case eFloat: aResult.set(JS_NumberValue(static_cast<double>(aSlot.Get<float>()))); return true;
-    case eDouble: aResult.set(JS_NumberValue(aSlot.Get<double>())); return true;
+    case eResult:
+      aResult.setNumber(aSlot.Get<uint32_t>());
+      return true;
+    case eInt64:
+      return SetBig(cx, aSlot.Get<int64_t>(), aResult);
+    case eUint64:
+      return SetBig(cx, aSlot.Get<uint64_t>(), aResult);
+    case eFloat:
+      aResult.set(JS_NumberValue(static_cast<double>(aSlot.Get<float>())));
+      return true;
+    case eDouble:
+      aResult.set(JS_NumberValue(aSlot.Get<double>()));
+      return true;
     case eString: {
       const auto* const string = aSlot.Get<const nsAString*>();
       if (NS_StringGetIsVoid(*string)) {
@@ -302,7 +364,9 @@ bool SetValue(nsScriptRuntime* aRuntime, const nsScriptParam& aParam, const nsSc
         return true;
       }
       const bool counted = aParam.mCounted && !aParam.mArray;
-      return SetString(counted ? JS_NewUCStringCopyN(cx, chars, aLength) : JS_NewUCStringCopyZ(cx, chars), aResult);
+      return SetString(
+          counted ? JS_NewUCStringCopyN(cx, chars, aLength) : JS_NewUCStringCopyZ(cx, chars),
+          aResult);
     }
     case eID: {
       const auto* const id = aSlot.Get<const nsID*>();
@@ -310,7 +374,8 @@ bool SetValue(nsScriptRuntime* aRuntime, const nsScriptParam& aParam, const nsSc
         aResult.setNull();
         return true;
       }
-      // An interface that script knows comes back as itself, so that it can be compared and handed on.
+      // An interface that script knows comes back as itself, so that it can be compared and handed
+      // on.
       if (const nsScriptInterface* const table = nsScriptTables::Find(*id)) {
         JSObject* const object = aRuntime->InterfaceObject(table);
         if (!object) return false;
@@ -322,9 +387,14 @@ bool SetValue(nsScriptRuntime* aRuntime, const nsScriptParam& aParam, const nsSc
     case eInterface:
       return aRuntime->Wrap(aSlot.Get<nsISupports*>(), nsScriptTables::Find(*aParam.mIID), aResult);
     case eAnyInterface:
-      return aRuntime->Wrap(aSlot.Get<nsISupports*>(), aIID ? nsScriptTables::Find(*aIID) : nullptr, aResult);
-    case eValue: aResult.set(JS::Value::fromRawBits(aSlot.Get<jsval>().mBits)); return true;
-    default: aResult.setUndefined(); return true;
+      return aRuntime->Wrap(aSlot.Get<nsISupports*>(), aIID ? nsScriptTables::Find(*aIID) : nullptr,
+                            aResult);
+    case eValue:
+      aResult.set(JS::Value::fromRawBits(aSlot.Get<jsval>().mBits));
+      return true;
+    default:
+      aResult.setUndefined();
+      return true;
   }
 }
 
@@ -345,29 +415,35 @@ void FreeOne(const nsScriptParam& aParam, const nsScriptSlot& aSlot) {
       return;
     case eChars:
     case eWideChars:
-    case eID: NS_Free(aSlot.Get<void*>()); return;
-    default: return;
+    case eID:
+      NS_Free(aSlot.Get<void*>());
+      return;
+    default:
+      return;
   }
 }
 
 }  // namespace
 
-bool NS_FromScript(nsScriptRuntime* aRuntime, JS::HandleValue aValue, const nsScriptParam& aParam, const nsPlace& aPlace,
-                   nsCallFrame& aFrame, size_t aIndex) {
+bool NS_FromScript(nsScriptRuntime* aRuntime, JS::HandleValue aValue, const nsScriptParam& aParam,
+                   const nsPlace& aPlace, nsCallFrame& aFrame, size_t aIndex) {
   using enum nsScriptType;
   JSContext* const cx = aRuntime->Context();
   nsScriptSlot& slot = aFrame.mSlots[aIndex];
   if (aParam.mArray) return ReadArray(aRuntime, aValue, aParam, aPlace, aFrame, aIndex);
   if (IsNumber(aParam.mType))
-    return ReadNumber(aValue, aParam.mType, slot) || Refuse(cx, aPlace.Text(aParam), Expected(aParam), aValue);
+    return ReadNumber(aValue, aParam.mType, slot) ||
+           Refuse(cx, aPlace.Text(aParam), Expected(aParam), aValue);
   switch (aParam.mType) {
     case eString:
     case eCString:
     case eChars:
-    case eWideChars: return ReadString(aRuntime, aValue, aParam, aPlace, aFrame, aIndex);
+    case eWideChars:
+      return ReadString(aRuntime, aValue, aParam, aPlace, aFrame, aIndex);
     case eID: {
       nsID& id = aFrame.Hold<nsID>(aIndex);
-      if (!aRuntime->ReadID(aValue, &id)) return Refuse(cx, aPlace.Text(aParam), Expected(aParam), aValue);
+      if (!aRuntime->ReadID(aValue, &id))
+        return Refuse(cx, aPlace.Text(aParam), Expected(aParam), aValue);
       slot.Set<const nsID*>(&id);
       return true;
     }
@@ -379,7 +455,8 @@ bool NS_FromScript(nsScriptRuntime* aRuntime, JS::HandleValue aValue, const nsSc
         if (wrapper && *aParam.mIID == nsISupports::kIID) {
           held = wrapper->mIdentity;
         } else if (wrapper) {
-          if (NS_FAILED(wrapper->mIdentity->QueryInterface(*aParam.mIID, NS_OutVoid(held))) || !held)
+          if (NS_FAILED(wrapper->mIdentity->QueryInterface(*aParam.mIID, NS_OutVoid(held))) ||
+              !held)
             return Refuse(cx, aPlace.Text(aParam), Expected(aParam), aValue);
         } else if (!NS_ToNative(aRuntime, aValue, *aParam.mIID, aPlace.Text(aParam), &held)) {
           return false;
@@ -388,9 +465,14 @@ bool NS_FromScript(nsScriptRuntime* aRuntime, JS::HandleValue aValue, const nsSc
       slot.Set<nsISupports*>(held.get());
       return true;
     }
-    case eValue: slot.Set(jsval{aValue.asRawBits()}); return true;
-    case eContext: slot.Set(cx); return true;
-    default: return Refuse(cx, aPlace.Text(aParam), Expected(aParam), aValue);
+    case eValue:
+      slot.Set(jsval{aValue.asRawBits()});
+      return true;
+    case eContext:
+      slot.Set(cx);
+      return true;
+    default:
+      return Refuse(cx, aPlace.Text(aParam), Expected(aParam), aValue);
   }
 }
 
@@ -403,8 +485,8 @@ void NS_PrepareOut(const nsScriptParam& aParam, nsCallFrame& aFrame, size_t aInd
     aFrame.mSlots[aIndex].Set(jsval{JS::UndefinedValue().asRawBits()});
 }
 
-bool NS_ToScript(nsScriptRuntime* aRuntime, const nsScriptParam& aParam, const nsScriptSlot& aSlot, const nsIID* aIID,
-                 uint32_t aLength, JS::MutableHandleValue aResult) {
+bool NS_ToScript(nsScriptRuntime* aRuntime, const nsScriptParam& aParam, const nsScriptSlot& aSlot,
+                 const nsIID* aIID, uint32_t aLength, JS::MutableHandleValue aResult) {
   if (!aParam.mArray) return SetValue(aRuntime, aParam, aSlot, aIID, aLength, aResult);
   JSContext* const cx = aRuntime->Context();
   JS::RootedObject array(cx, JS::NewArrayObject(cx, 0));
@@ -427,13 +509,16 @@ void NS_FreeOut(const nsScriptParam& aParam, const nsScriptSlot& aSlot, uint32_t
   NS_Free(elements);
 }
 
-bool NS_GiveOut(const nsScriptParam& aParam, nsCallFrame& aFrame, size_t aIndex, nsScriptSlot& aSlot) {
+bool NS_GiveOut(const nsScriptParam& aParam, nsCallFrame& aFrame, size_t aIndex,
+                nsScriptSlot& aSlot) {
   using enum nsScriptType;
   const nsScriptSlot& read = aFrame.mSlots[aIndex];
   if (aParam.mArray || aParam.mCounted) return false;
   switch (aParam.mType) {
-    case eString: return NS_SUCCEEDED(NS_StringCopy(*aSlot.Get<nsAString*>(), *read.Get<nsAString*>()));
-    case eCString: return NS_SUCCEEDED(NS_CStringCopy(*aSlot.Get<nsACString*>(), *read.Get<nsACString*>()));
+    case eString:
+      return NS_SUCCEEDED(NS_StringCopy(*aSlot.Get<nsAString*>(), *read.Get<nsAString*>()));
+    case eCString:
+      return NS_SUCCEEDED(NS_CStringCopy(*aSlot.Get<nsACString*>(), *read.Get<nsACString*>()));
     case eChars: {
       const char* const chars = read.Get<const char*>();
       aSlot.Set<char*>(chars ? NS_NewCString(chars) : nullptr);
@@ -444,7 +529,9 @@ bool NS_GiveOut(const nsScriptParam& aParam, nsCallFrame& aFrame, size_t aIndex,
       aSlot.Set<char16_t*>(chars ? NS_StringCloneData(nsDependentString(chars)) : nullptr);
       return true;
     }
-    case eID: aSlot.Set<nsID*>(new (NS_Alloc(sizeof(nsID))) nsID(*read.Get<const nsID*>())); return true;
+    case eID:
+      aSlot.Set<nsID*>(new (NS_Alloc(sizeof(nsID))) nsID(*read.Get<const nsID*>()));
+      return true;
     case eInterface:
     case eAnyInterface: {
       auto* const object = read.Get<nsISupports*>();
@@ -452,13 +539,16 @@ bool NS_GiveOut(const nsScriptParam& aParam, nsCallFrame& aFrame, size_t aIndex,
       aSlot.Set<nsISupports*>(object);
       return true;
     }
-    case eContext: return false;
-    default: aSlot = read; return true;
+    case eContext:
+      return false;
+    default:
+      aSlot = read;
+      return true;
   }
 }
 
-bool NS_ToNative(nsScriptRuntime* aRuntime, JS::HandleValue aValue, const nsIID& aIID, const std::string& aPlace,
-                 nsCOMPtr<nsISupports>* aResult) {
+bool NS_ToNative(nsScriptRuntime* aRuntime, JS::HandleValue aValue, const nsIID& aIID,
+                 const std::string& aPlace, nsCOMPtr<nsISupports>* aResult) {
   JSContext* const cx = aRuntime->Context();
   if (aValue.isNull()) {
     *aResult = nullptr;
@@ -468,7 +558,8 @@ bool NS_ToNative(nsScriptRuntime* aRuntime, JS::HandleValue aValue, const nsIID&
   const std::string name(table ? std::string(table->mName) : aIID.ToString());
   if (!aValue.isObject()) return Refuse(cx, aPlace, "an object that implements " + name, aValue);
   if (nsWrapper* const wrapper = nsScriptRuntime::WrapperOf(aValue)) {
-    if (NS_SUCCEEDED(wrapper->mIdentity->QueryInterface(aIID, NS_OutVoid(*aResult))) && *aResult) return true;
+    if (NS_SUCCEEDED(wrapper->mIdentity->QueryInterface(aIID, NS_OutVoid(*aResult))) && *aResult)
+      return true;
     return Refuse(cx, aPlace, "an object that implements " + name, aValue);
   }
   bool isArray = false;

@@ -12,7 +12,8 @@
 struct nsPlace {
   const nsScriptInterface* mInterface;
   const nsScriptMember* mMember;
-  int mArgument;  ///< counted from 1; 0: an attribute's value; -1: what a function of script answered
+  int mArgument;  ///< counted from 1; 0: an attribute's value; -1: what a function of script
+                  ///< answered
   std::string Method() const;
   std::string Text(const nsScriptParam& aParam) const;
 };
@@ -29,8 +30,8 @@ class nsCallFrame {
   nsCallFrame(const nsCallFrame&) = delete;
   nsCallFrame& operator=(const nsCallFrame&) = delete;
 
-  using Held = std::variant<std::monostate, nsString, nsCString, std::string, std::u16string, nsID, nsCOMPtr<nsISupports>,
-                            std::vector<std::byte>>;
+  using Held = std::variant<std::monostate, nsString, nsCString, std::string, std::u16string, nsID,
+                            nsCOMPtr<nsISupports>, std::vector<std::byte>>;
   Held& At(size_t aIndex) { return *std::launder(reinterpret_cast<Held*>(&mHeld[aIndex])); }
   template <class T, class... A>
   T& Hold(size_t aIndex, A&&... aArguments) {
@@ -46,20 +47,23 @@ class nsCallFrame {
   Room mHeld[12];
 };
 
-/// Reads a value for an in parameter, and what it points to into the frame. False with a pending TypeError.
-bool NS_FromScript(nsScriptRuntime* aRuntime, JS::HandleValue aValue, const nsScriptParam& aParam, const nsPlace& aPlace,
-                   nsCallFrame& aFrame, size_t aIndex);
+/// Reads a value for an in parameter, and what it points to into the frame. False with a pending
+/// TypeError.
+bool NS_FromScript(nsScriptRuntime* aRuntime, JS::HandleValue aValue, const nsScriptParam& aParam,
+                   const nsPlace& aPlace, nsCallFrame& aFrame, size_t aIndex);
 /// Makes room for what an operation writes.
 void NS_PrepareOut(const nsScriptParam& aParam, nsCallFrame& aFrame, size_t aIndex);
 /// Takes over what an operation handed out, so that it is freed whatever happens then.
 /// Makes a value of a slot. An array's length is aLength.
-bool NS_ToScript(nsScriptRuntime* aRuntime, const nsScriptParam& aParam, const nsScriptSlot& aSlot, const nsIID* aIID,
-                 uint32_t aLength, JS::MutableHandleValue aResult);
+bool NS_ToScript(nsScriptRuntime* aRuntime, const nsScriptParam& aParam, const nsScriptSlot& aSlot,
+                 const nsIID* aIID, uint32_t aLength, JS::MutableHandleValue aResult);
 /// Frees what an out slot owns: strings, identifiers, arrays and references of its own.
 void NS_FreeOut(const nsScriptParam& aParam, const nsScriptSlot& aSlot, uint32_t aLength);
-/// Writes a value, read by NS_FromScript, to where an operation's caller takes it over. aSlot is the caller's.
-bool NS_GiveOut(const nsScriptParam& aParam, nsCallFrame& aFrame, size_t aIndex, nsScriptSlot& aSlot);
+/// Writes a value, read by NS_FromScript, to where an operation's caller takes it over. aSlot is
+/// the caller's.
+bool NS_GiveOut(const nsScriptParam& aParam, nsCallFrame& aFrame, size_t aIndex,
+                nsScriptSlot& aSlot);
 
 /// An object for compiled code, as aIID. Null, and true, for null. False with a pending TypeError.
-bool NS_ToNative(nsScriptRuntime* aRuntime, JS::HandleValue aValue, const nsIID& aIID, const std::string& aPlace,
-                 nsCOMPtr<nsISupports>* aResult);
+bool NS_ToNative(nsScriptRuntime* aRuntime, JS::HandleValue aValue, const nsIID& aIID,
+                 const std::string& aPlace, nsCOMPtr<nsISupports>* aResult);

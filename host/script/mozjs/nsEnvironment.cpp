@@ -17,6 +17,8 @@
 #include "nsIComponentManager.h"
 #include "nsIComponentRegistrar.h"
 #include "nsIDOMCIExtension.h"
+#include "nsIDOMDocument.h"
+#include "nsIDOMWindow.h"
 #include "nsIFileURL.h"
 #include "nsIIOService.h"
 #include "nsIJSNativeInitializer.h"
@@ -37,7 +39,8 @@ nsScriptRuntime* Runtime() { return nsScriptRuntime::Current(); }
 
 // ---- The document
 
-class ScriptDocument final : public nsImplements<ScriptDocument, nsIHostDocument> {
+class ScriptDocument final
+    : public nsImplements<ScriptDocument, nsIHostDocument, nsIDOMDocument, nsIDOMWindow> {
  public:
   static const nsClassInfoRecord kClassInfo;
   explicit ScriptDocument(std::string aFile) : mFile(std::move(aFile)) {}
@@ -47,7 +50,8 @@ class ScriptDocument final : public nsImplements<ScriptDocument, nsIHostDocument
     if (!mURI) {
       std::error_code error;
       const fs::path current = fs::current_path(error);
-      const std::string path = mFile.empty() ? current.string() : (current / mFile).lexically_normal().string();
+      const std::string path =
+          mFile.empty() ? current.string() : (current / mFile).lexically_normal().string();
       const auto io = do_GetService<nsIIOService>(NS_IOSERVICE_CONTRACTID);
       nsCOMPtr<nsILocalFile> file;
       if (!io) return NS_ERROR_NOT_AVAILABLE;
@@ -60,10 +64,23 @@ class ScriptDocument final : public nsImplements<ScriptDocument, nsIHostDocument
     return NS_OK;
   }
   nsresult GetLoadGroup(nsILoadGroup** aLoadGroup) override {
-    if (!mLoadGroup) mLoadGroup = do_CreateInstance<nsILoadGroup>("@mozilla.org/network/load-group;1");
+    if (!mLoadGroup)
+      mLoadGroup = do_CreateInstance<nsILoadGroup>("@mozilla.org/network/load-group;1");
     nsCOMPtr<nsILoadGroup>(mLoadGroup).forget(aLoadGroup);
     return NS_OK;
   }
+  // Its window is the same object: to compiled code a window is the way to the document, and no
+  // more.
+  nsresult GetWindow(nsIDOMWindow** aWindow) override { return GetSelf(aWindow); }
+  nsresult GetSelf(nsIDOMWindow** aSelf) override {
+    nsCOMPtr<nsIDOMWindow>(this).forget(aSelf);
+    return NS_OK;
+  }
+  nsresult GetDocument(nsIDOMDocument** aDocument) override {
+    nsCOMPtr<nsIDOMDocument>(this).forget(aDocument);
+    return NS_OK;
+  }
+
   /// Nothing is made for a document that nobody asked for its group.
   void Cancel() {
     if (mLoadGroup) (void)mLoadGroup->Cancel(NS_BINDING_ABORTED);
@@ -98,7 +115,8 @@ class ScriptTimer final : public nsImplements<ScriptTimer, nsITimerCallback> {
     JS::RootedValueVector arguments(cx);
     for (const JS::Value& value : mArguments.get())
       if (!arguments.append(value)) return NS_ERROR_OUT_OF_MEMORY;
-    if (!JS::Call(cx, JS::UndefinedHandleValue, function, arguments, &result) && JS_IsExceptionPending(cx))
+    if (!JS::Call(cx, JS::UndefinedHandleValue, function, arguments, &result) &&
+        JS_IsExceptionPending(cx))
       runtime->ReportException();
     return NS_OK;
   }
@@ -106,17 +124,16 @@ class ScriptTimer final : public nsImplements<ScriptTimer, nsITimerCallback> {
   static void Clear(nsScriptRuntime* aRuntime, uint32_t aId) {
     const auto found = aRuntime->mTimers.find(aId);
     if (found == aRuntime->mTimers.end()) return;
-    const nsCOMPtr<nsITimer> timer = found->second;
-    nsCOMPtr<nsITimerCallback> callback;
-    (void)timer->GetCallback(callback.getter_AddRefs());
+    const nsScriptRuntime::Timer timer = found->second;
     aRuntime->mTimers.erase(found);
-    (void)timer->Cancel();
-    // The timer's callback is always one of ours.
-    if (callback && !static_cast<ScriptTimer*>(callback.get())->mComponent) --aRuntime->mLiveTimers;
+    (void)timer.mTimer->Cancel();
+    aRuntime->mLiveTimers -= timer.mKeepsAlive;
   }
 
   JS::PersistentRootedObject& Function() { return mFunction; }
-  JS::PersistentRooted<JS::GCVector<JS::Value, 0, js::SystemAllocPolicy>>& Arguments() { return mArguments; }
+  JS::PersistentRooted<JS::GCVector<JS::Value, 0, js::SystemAllocPolicy>>& Arguments() {
+    return mArguments;
+  }
 
  private:
   ~ScriptTimer() override = default;
@@ -133,11 +150,13 @@ bool SetTimer(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
   nsScriptRuntime* const runtime = Runtime();
   const char* const name = Repeats ? "setInterval" : "setTimeout";
   if (!args.get(0).isObject() || !JS::IsCallable(&args[0].toObject()))
-    return NS_ThrowTypeError(cx, std::string(name) + ": argument 1 (callback): a function is expected, not " +
+    return NS_ThrowTypeError(cx, std::string(name) +
+                                     ": argument 1 (callback): a function is expected, not " +
                                      NS_DescribeValue(cx, args.get(0)));
   double delay = 0;
   if (args.hasDefined(1) && !JS::ToNumber(cx, args[1], &delay)) return false;
-  // Negative and missing delays mean: as soon as may be. An interval of 0 would leave no time for anything else.
+  // Negative and missing delays mean: as soon as may be. An interval of 0 would leave no time for
+  // anything else.
   if (!(delay >= (Repeats ? 1 : 0))) delay = Repeats ? 1 : 0;
   if (delay > 4294967295.0) delay = 4294967295.0;
   const auto timer = do_CreateInstance<nsITimer>(NS_TIMER_CONTRACTID);
@@ -147,11 +166,12 @@ bool SetTimer(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
   callback->Function() = &args[0].toObject();
   for (unsigned i = 2; i < args.length(); ++i)
     if (!callback->Arguments().get().append(args[i])) return false;
-  const nsresult rv = timer->InitWithCallback(callback.get(), static_cast<uint32_t>(delay),
-                                              Repeats ? nsITimer::TYPE_REPEATING_SLACK : nsITimer::TYPE_ONE_SHOT);
+  const nsresult rv =
+      timer->InitWithCallback(callback.get(), static_cast<uint32_t>(delay),
+                              Repeats ? nsITimer::TYPE_REPEATING_SLACK : nsITimer::TYPE_ONE_SHOT);
   if (NS_FAILED(rv)) return NS_ThrowResult(cx, rv, name);
-  runtime->mTimers[id] = timer;
-  if (!runtime->InComponent()) ++runtime->mLiveTimers;
+  runtime->mTimers[id] = {timer, !runtime->InComponent()};
+  runtime->mLiveTimers += !runtime->InComponent();
   args.rval().setNumber(id);
   return true;
 }
@@ -184,8 +204,9 @@ bool Quit(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
   int32_t status = 0;
   if (args.hasDefined(0)) {
     if (!args[0].isInt32() || args[0].toInt32() < 0 || args[0].toInt32() > 255)
-      return NS_ThrowTypeError(cx, "quit: argument 1 (status): a whole number from 0 to 255 is expected, not " +
-                                       NS_DescribeValue(cx, args[0]));
+      return NS_ThrowTypeError(
+          cx, "quit: argument 1 (status): a whole number from 0 to 255 is expected, not " +
+                  NS_DescribeValue(cx, args[0]));
     status = args[0].toInt32();
   }
   Runtime()->Quit(status);
@@ -234,17 +255,21 @@ bool GetObject(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
   JS::CallArgs args = JS::CallArgsFromVp(aArgc, aVp);
   nsScriptRuntime* const runtime = Runtime();
   const std::string contract = NS_ToText(cx, args.get(0));
-  const std::string method = std::string(Service ? "getService" : "createInstance") + " of " + contract;
+  const std::string method =
+      std::string(Service ? "getService" : "createInstance") + " of " + contract;
   nsID iid = nsISupports::kIID;
   if (args.hasDefined(1) && !runtime->ReadID(args[1], &iid))
-    return NS_ThrowTypeError(cx, method + ": argument 1 (iid): an interface of Components.interfaces is expected, not " +
-                                     NS_DescribeValue(cx, args[1]));
+    return NS_ThrowTypeError(
+        cx, method + ": argument 1 (iid): an interface of Components.interfaces is expected, not " +
+                NS_DescribeValue(cx, args[1]));
   nsCOMPtr<nsISupports> object;
   nsKeptCharacters::CallScope kept;
-  const nsresult rv = Service ? vorel::detail::GetServiceByContract(contract.c_str(), iid, NS_OutVoid(object))
-                              : vorel::detail::CreateByContract(contract.c_str(), iid, NS_OutVoid(object));
+  const nsresult rv =
+      Service ? vorel::detail::GetServiceByContract(contract.c_str(), iid, NS_OutVoid(object))
+              : vorel::detail::CreateByContract(contract.c_str(), iid, NS_OutVoid(object));
   if (runtime->IsStopping()) return false;
-  if (NS_FAILED(rv) || !object) return NS_ThrowResult(cx, NS_FAILED(rv) ? rv : NS_ERROR_FAILURE, method);
+  if (NS_FAILED(rv) || !object)
+    return NS_ThrowResult(cx, NS_FAILED(rv) ? rv : NS_ERROR_FAILURE, method);
   return runtime->Wrap(object.get(), nsScriptTables::Find(iid), args.rval());
 }
 
@@ -316,7 +341,9 @@ const JSFunctionSpec kGlobals[] = {
 std::string CategoryEntry(const char* aCategory, const std::string& aEntry) {
   const auto categories = do_GetService<nsICategoryManager>(NS_CATEGORYMANAGER_CONTRACTID);
   char* value = nullptr;
-  if (!categories || NS_FAILED(categories->GetCategoryEntry(aCategory, aEntry.c_str(), &value)) || !value) return {};
+  if (!categories || NS_FAILED(categories->GetCategoryEntry(aCategory, aEntry.c_str(), &value)) ||
+      !value)
+    return {};
   std::string result(value);
   NS_Free(value);
   return result;
@@ -326,21 +353,27 @@ std::string CategoryEntry(const char* aCategory, const std::string& aEntry) {
 bool Construct(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
   JS::CallArgs args = JS::CallArgsFromVp(aArgc, aVp);
   nsScriptRuntime* const runtime = Runtime();
-  const auto& name = *static_cast<nsNamedInterface*>(js::GetFunctionNativeReserved(&args.callee(), 0).toPrivate());
-  if (!args.isConstructing()) return NS_ThrowTypeError(cx, name.mName + " makes objects with new, and is no function");
-  if (!name.mConstructs) return NS_ThrowTypeError(cx, name.mName + " makes no objects: it is the name of an interface");
+  const auto& name =
+      *static_cast<nsNamedInterface*>(js::GetFunctionNativeReserved(&args.callee(), 0).toPrivate());
+  if (!args.isConstructing())
+    return NS_ThrowTypeError(cx, name.mName + " makes objects with new, and is no function");
+  if (!name.mConstructs)
+    return NS_ThrowTypeError(cx, name.mName + " makes no objects: it is the name of an interface");
 
   nsCOMPtr<nsISupports> object;
   nsresult rv = NS_ERROR_NOT_AVAILABLE;
   if (!name.mContractID.empty()) {
-    rv = vorel::detail::CreateByContract(name.mContractID.c_str(), nsISupports::kIID, NS_OutVoid(object));
+    rv = vorel::detail::CreateByContract(name.mContractID.c_str(), nsISupports::kIID,
+                                         NS_OutVoid(object));
   } else {
     nsCOMPtr<nsIComponentManager> manager;
     rv = NS_GetComponentManager(manager.getter_AddRefs());
-    if (NS_SUCCEEDED(rv)) rv = manager->CreateInstance(name.mCID, nullptr, nsISupports::kIID, NS_OutVoid(object));
+    if (NS_SUCCEEDED(rv))
+      rv = manager->CreateInstance(name.mCID, nullptr, nsISupports::kIID, NS_OutVoid(object));
   }
   const std::string method = "new " + name.mName;
-  if (NS_FAILED(rv) || !object) return NS_ThrowResult(cx, NS_FAILED(rv) ? rv : NS_ERROR_FAILURE, method);
+  if (NS_FAILED(rv) || !object)
+    return NS_ThrowResult(cx, NS_FAILED(rv) ? rv : NS_ERROR_FAILURE, method);
   JS::RootedValue value(cx);
   if (!runtime->Wrap(object.get(), nullptr, &value)) return false;
   if (const auto initializer = do_QueryInterface<nsIJSNativeInitializer>(object)) {
@@ -356,9 +389,10 @@ bool Construct(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
   return true;
 }
 
-/// The object behind a global name that the categories of DOM classes, DOM interfaces or constructors know.
-/// *aFound stays false when none does.
-bool ResolveClass(JSContext* cx, const std::string& aName, bool* aFound, JS::MutableHandleValue aResult) {
+/// The object behind a global name that the categories of DOM classes, DOM interfaces or
+/// constructors know. *aFound stays false when none does.
+bool ResolveClass(JSContext* cx, const std::string& aName, bool* aFound,
+                  JS::MutableHandleValue aResult) {
   nsScriptRuntime* const runtime = Runtime();
   const std::string extension = CategoryEntry("JavaScript-DOM-class", aName);
   const std::string interface = CategoryEntry("JavaScript-DOM-interface", aName);
@@ -369,8 +403,10 @@ bool ResolveClass(JSContext* cx, const std::string& aName, bool* aFound, JS::Mut
   if (!extension.empty()) {
     nsresult rv = NS_OK;
     const auto registers = do_CreateInstance<nsIDOMCIExtension>(extension.c_str(), &rv);
-    if (registers) rv = registers->RegisterDOMCI(aName.c_str(), NS_NewScriptObjectFactory(name).get());
-    if (NS_FAILED(rv)) return NS_ThrowResult(cx, rv, aName, "the class is named in JavaScript-DOM-class");
+    if (registers)
+      rv = registers->RegisterDOMCI(aName.c_str(), NS_NewScriptObjectFactory(name).get());
+    if (NS_FAILED(rv))
+      return NS_ThrowResult(cx, rv, aName, "the class is named in JavaScript-DOM-class");
   }
   nsID iid;
   if (!interface.empty() && nsID::Parse(interface, &iid)) name->mIIDs.push_back(iid);
@@ -378,13 +414,15 @@ bool ResolveClass(JSContext* cx, const std::string& aName, bool* aFound, JS::Mut
     name->mContractID = contract;
     name->mConstructs = true;
   }
-  JSFunction* const function = js::NewFunctionWithReserved(cx, Construct, 0, JSFUN_CONSTRUCTOR, aName.c_str());
+  JSFunction* const function =
+      js::NewFunctionWithReserved(cx, Construct, 0, JSFUN_CONSTRUCTOR, aName.c_str());
   if (!function) return false;
   JS::RootedObject object(cx, JS_GetFunctionObject(function));
   js::SetFunctionNativeReserved(object, 0, JS::PrivateValue(name));
   if (!runtime->DefineHasInstance(object, name)) return false;
   for (const nsIID& id : name->mIIDs)
-    for (const nsScriptInterface* level = nsScriptTables::Find(id); level; level = nsScriptTables::Parent(*level))
+    for (const nsScriptInterface* level = nsScriptTables::Find(id); level;
+         level = nsScriptTables::Parent(*level))
       if (!runtime->DefineInterfaceConstants(object, level)) return false;
   *aFound = true;
   aResult.setObject(*object);
@@ -393,7 +431,8 @@ bool ResolveClass(JSContext* cx, const std::string& aName, bool* aFound, JS::Mut
 
 }  // namespace
 
-bool NS_ResolveGlobalName(JSContext* cx, JS::HandleObject aGlobal, JS::HandleId aId, bool* aResolved) {
+bool NS_ResolveGlobalName(JSContext* cx, JS::HandleObject aGlobal, JS::HandleId aId,
+                          bool* aResolved) {
   *aResolved = false;
   if (!aId.isString() || !Runtime() || !Runtime()->Context()) return true;
   const std::string name = NS_Text(cx, aId.toString());
@@ -404,7 +443,8 @@ bool NS_ResolveGlobalName(JSContext* cx, JS::HandleObject aGlobal, JS::HandleId 
     const nsresult rv =
         vorel::detail::GetServiceByContract(service.c_str(), nsISupports::kIID, NS_OutVoid(object));
     if (NS_FAILED(rv) || !object)
-      return NS_ThrowResult(cx, NS_FAILED(rv) ? rv : NS_ERROR_FAILURE, name, service + " is not to be had");
+      return NS_ThrowResult(cx, NS_FAILED(rv) ? rv : NS_ERROR_FAILURE, name,
+                            service + " is not to be had");
     if (!Runtime()->Wrap(object.get(), nullptr, &value)) return false;
     *aResolved = true;
   } else if (!ResolveClass(cx, name, aResolved, &value)) {
@@ -426,10 +466,13 @@ bool NS_DefineEnvironment(nsScriptRuntime* aRuntime) {
   JSContext* const cx = aRuntime->Context();
   JS::RootedObject global(cx, aRuntime->Global());
   JS::RootedObject host(cx, JS_NewPlainObject(cx)), results(cx, JS_NewPlainObject(cx));
-  if (!host || !results || !JS_DefineFunctions(cx, host, kNatives) || !JS_DefineFunctions(cx, global, kGlobals))
+  if (!host || !results || !JS_DefineFunctions(cx, host, kNatives) ||
+      !JS_DefineFunctions(cx, global, kGlobals))
     return false;
-#define DEFINE_RESULT(aName, aValue) \
-  if (!JS_DefineProperty(cx, results, #aName, static_cast<uint32_t>(aValue), JSPROP_ENUMERATE | JSPROP_READONLY)) return false;
+#define DEFINE_RESULT(aName, aValue)                                         \
+  if (!JS_DefineProperty(cx, results, #aName, static_cast<uint32_t>(aValue), \
+                         JSPROP_ENUMERATE | JSPROP_READONLY))                \
+    return false;
   NS_RESULT_CODES(DEFINE_RESULT)
 #undef DEFINE_RESULT
   if (!JS_DefineProperty(cx, host, "results", results, 0) ||

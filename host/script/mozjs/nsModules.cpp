@@ -5,8 +5,8 @@
 #include <js/PropertyAndElement.h>
 #include <js/SourceText.h>
 
+#include <cstdio>
 #include <filesystem>
-#include <fstream>
 
 #include "nsConvert.h"
 #include "nsIFactory.h"
@@ -19,7 +19,8 @@
 
 namespace {
 
-/// The file that an import means, seen from the file that has it. Empty for a bare name, which means nothing here.
+/// The file that an import means, seen from the file that has it. Empty for a bare name, which
+/// means nothing here.
 std::string ResolvePath(const std::string& aSpecifier, const std::string& aFrom) {
   namespace fs = std::filesystem;
   std::string specifier = aSpecifier;
@@ -41,7 +42,8 @@ JSObject* GetModule(JSContext* cx, const std::string& aFile) {
   JS::CompileOptions options(cx);
   options.setFileAndLine(aFile.c_str(), 1);
   JS::SourceText<mozilla::Utf8Unit> source;
-  JS::RootedObject module(cx, Init(cx, text, source) ? JS::CompileModule(cx, options, source) : nullptr);
+  JS::RootedObject module(
+      cx, Init(cx, text, source) ? JS::CompileModule(cx, options, source) : nullptr);
   JS::RootedString name(cx, module ? NS_NewScriptString(cx, aFile) : nullptr);
   if (!name) return nullptr;
   JS::SetModulePrivate(module, JS::StringValue(name));
@@ -49,14 +51,16 @@ JSObject* GetModule(JSContext* cx, const std::string& aFile) {
   return module;
 }
 
-JSObject* ResolveImport(JSContext* cx, JS::Handle<JS::Value> aReferrer, JS::Handle<JSObject*> aRequest) {
+JSObject* ResolveImport(JSContext* cx, JS::Handle<JS::Value> aReferrer,
+                        JS::Handle<JSObject*> aRequest) {
   JS::RootedString specifier(cx, JS::GetModuleRequestSpecifier(cx, aRequest));
   if (!specifier) return nullptr;
   const std::string name = NS_Text(cx, specifier);
   const std::string from = aReferrer.isString() ? NS_Text(cx, aReferrer.toString()) : "./";
   const std::string file = ResolvePath(name, from);
   if (file.empty()) {
-    NS_ThrowTypeError(cx, "import \"" + name + "\": a path that begins with ./, ../ or / is expected");
+    NS_ThrowTypeError(cx,
+                      "import \"" + name + "\": a path that begins with ./, ../ or / is expected");
     return nullptr;
   }
   return GetModule(cx, file);
@@ -71,13 +75,14 @@ bool DescribeModule(JSContext* cx, JS::Handle<JS::Value> aPrivate, JS::Handle<JS
 /// Links and runs a module; *aPromise is fulfilled when it is through.
 bool Evaluate(JSContext* cx, JS::HandleObject aModule, JS::MutableHandleObject aPromise) {
   JS::RootedValue result(cx);
-  if (!JS::ModuleInstantiate(cx, aModule) || !JS::ModuleEvaluate(cx, aModule, &result)) return false;
+  if (!JS::ModuleInstantiate(cx, aModule) || !JS::ModuleEvaluate(cx, aModule, &result))
+    return false;
   aPromise.set(result.isObject() ? &result.toObject() : nullptr);
   return true;
 }
 
-bool ImportDynamically(JSContext* cx, JS::Handle<JS::Value> aReferrer, JS::Handle<JSObject*> aRequest,
-                       JS::Handle<JSObject*> aPromise) {
+bool ImportDynamically(JSContext* cx, JS::Handle<JS::Value> aReferrer,
+                       JS::Handle<JSObject*> aRequest, JS::Handle<JSObject*> aPromise) {
   JS::RootedObject module(cx, ResolveImport(cx, aReferrer, aRequest));
   JS::RootedObject evaluation(cx);
   if (module && !Evaluate(cx, module, &evaluation)) module = nullptr;
@@ -93,7 +98,8 @@ std::string Absolute(const std::string& aFile) {
 /// Hands out objects that a script's class makes.
 class ScriptFactory final : public nsImplements<ScriptFactory, nsIFactory> {
  public:
-  ScriptFactory(JSContext* cx, JS::HandleObject aClass, std::string aFile) : mClass(cx, aClass), mFile(std::move(aFile)) {}
+  ScriptFactory(JSContext* cx, JS::HandleObject aClass, std::string aFile)
+      : mClass(cx, aClass), mFile(std::move(aFile)) {}
 
   nsresult CreateInstance(nsISupports* aOuter, const nsIID& aIID, void** aResult) override {
     nsScriptRuntime* const runtime = nsScriptRuntime::Current();
@@ -123,9 +129,10 @@ class ScriptFactory final : public nsImplements<ScriptFactory, nsIFactory> {
   const std::string mFile;
 };
 
-/// Components in script: a file that a manifest names is run once, in a scope of its own, and leaves a function
-/// `NSGetFactory(cid)` there. It answers a class, whose objects are made with `new`, or an object with
-/// nsIFactory's createInstance; anything else means that the class is not in the file.
+/// Components in script: a file that a manifest names is run once, in a scope of its own, and
+/// leaves a function `NSGetFactory(cid)` there. It answers a class, whose objects are made with
+/// `new`, or an object with nsIFactory's createInstance; anything else means that the class is not
+/// in the file.
 class ModuleLoader final : public nsImplements<ModuleLoader, nsIModuleLoader> {
  public:
   nsresult GetFactory(const nsACString& aPath, const nsCID& aCID, nsIFactory** aResult) override {
@@ -159,7 +166,8 @@ class ModuleLoader final : public nsImplements<ModuleLoader, nsIModuleLoader> {
       return NS_OK;
     }
     nsCOMPtr<nsISupports> factory;
-    if (!NS_ToNative(runtime, answer, nsIFactory::kIID, file + ": what NSGetFactory answered", &factory)) {
+    if (!NS_ToNative(runtime, answer, nsIFactory::kIID, file + ": what NSGetFactory answered",
+                     &factory)) {
       runtime->ReportException();
       return NS_ERROR_FAILURE;
     }
@@ -170,7 +178,8 @@ class ModuleLoader final : public nsImplements<ModuleLoader, nsIModuleLoader> {
   ~ModuleLoader() override = default;
 
   /// The file's NSGetFactory, from the first run of the file.
-  static bool Load(nsScriptRuntime* aRuntime, const std::string& aFile, JS::MutableHandleValue aGetFactory) {
+  static bool Load(nsScriptRuntime* aRuntime, const std::string& aFile,
+                   JS::MutableHandleValue aGetFactory) {
     JSContext* const cx = aRuntime->Context();
     if (aFile.ends_with(".mjs")) {
       JS::RootedObject module(cx, GetModule(cx, aFile));
@@ -192,10 +201,13 @@ class ModuleLoader final : public nsImplements<ModuleLoader, nsIModuleLoader> {
     JS::SourceText<mozilla::Utf8Unit> source;
     JS::RootedObjectVector scope(cx);
     if (!Init(cx, text, source)) return false;
-    JSFunction* const body = JS::CompileFunction(cx, scope, options, "component", 0, nullptr, source);
+    JSFunction* const body =
+        JS::CompileFunction(cx, scope, options, "component", 0, nullptr, source);
     if (!body) return false;
     JS::RootedValue function(cx, JS::ObjectValue(*JS_GetFunctionObject(body)));
-    if (!JS::Call(cx, JS::UndefinedHandleValue, function, JS::HandleValueArray::empty(), aGetFactory)) return false;
+    if (!JS::Call(cx, JS::UndefinedHandleValue, function, JS::HandleValueArray::empty(),
+                  aGetFactory))
+      return false;
     if (aGetFactory.isObject()) {
       JS::RootedObject object(cx, &aGetFactory.toObject());
       aRuntime->mModules.try_emplace(key, cx, object);
@@ -219,9 +231,14 @@ void NS_InitModules(JSContext* cx) {
 }
 
 bool NS_ReadScript(JSContext* cx, const std::string& aFile, std::string* aText) {
-  std::ifstream in(aFile, std::ios::binary);
-  std::string text((std::istreambuf_iterator<char>(in)), {});
-  if (!in.good() && !in.eof()) {
+  std::string text;
+  FILE* const in = fopen(aFile.c_str(), "rb");
+  char bytes[16384];
+  for (size_t count; in && (count = fread(bytes, 1, sizeof bytes, in)) > 0;)
+    text.append(bytes, count);
+  const bool failed = !in || ferror(in);
+  if (in) fclose(in);
+  if (failed) {
     JS_ReportErrorUTF8(cx, "%s can't be read", aFile.c_str());
     return false;
   }
@@ -238,7 +255,8 @@ bool NS_RunFile(nsScriptRuntime* aRuntime, const std::string& aFile) {
     JS::RootedObject module(cx, GetModule(cx, file));
     JS::RootedObject promise(cx);
     if (!module || !Evaluate(cx, module, &promise)) return false;
-    // What goes wrong later than the first await is a rejection, reported like all that nobody handles.
+    // What goes wrong later than the first await is a rejection, reported like all that nobody
+    // handles.
     if (!promise || JS::GetPromiseState(promise) != JS::PromiseState::Rejected) return true;
     JS::RootedValue reason(cx, JS::GetPromiseResult(promise));
     if (JS::SetSettledPromiseIsHandled(cx, promise)) JS_SetPendingException(cx, reason);

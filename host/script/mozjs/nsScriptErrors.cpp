@@ -17,7 +17,8 @@
 namespace {
 
 /// An error object of the kind, made where script stands now.
-bool NewError(JSContext* cx, JSExnType aType, const std::string& aMessage, JS::MutableHandleValue aError) {
+bool NewError(JSContext* cx, JSExnType aType, const std::string& aMessage,
+              JS::MutableHandleValue aError) {
   JS::RootedString message(cx, NS_NewScriptString(cx, aMessage));
   JS::RootedObject stack(cx);
   if (!message || !JS::CaptureCurrentStack(cx, &stack)) return false;
@@ -26,7 +27,8 @@ bool NewError(JSContext* cx, JSExnType aType, const std::string& aMessage, JS::M
   JS::DescribeScriptedCaller(cx, &file, &line, &column);
   JS::RootedString fileName(cx, NS_NewScriptString(cx, file.get() ? file.get() : ""));
   JS::Rooted<mozilla::Maybe<JS::Value>> cause(cx, mozilla::Nothing());
-  return fileName && JS::CreateError(cx, aType, stack, fileName, line, column + 1, nullptr, message, cause, aError);
+  return fileName && JS::CreateError(cx, aType, stack, fileName, line, column + 1, nullptr, message,
+                                     cause, aError);
 }
 
 }  // namespace
@@ -37,13 +39,15 @@ bool NS_ThrowTypeError(JSContext* cx, const std::string& aMessage) {
   return false;
 }
 
-bool NS_ThrowResult(JSContext* cx, nsresult aResult, const std::string& aMethod, const std::string& aDetail) {
+bool NS_ThrowResult(JSContext* cx, nsresult aResult, const std::string& aMethod,
+                    const std::string& aDetail) {
   if (JS_IsExceptionPending(cx)) return false;
   char code[16];
   snprintf(code, sizeof code, "0x%08x", static_cast<unsigned>(aResult));
   const std::string_view known = NS_ResultName(aResult);
   const std::string name(known.empty() ? code : known);
-  std::string message = aMethod + ": " + name + (known.empty() ? "" : std::string(" (") + code + ")");
+  std::string message =
+      aMethod + ": " + name + (known.empty() ? "" : std::string(" (") + code + ")");
   if (!aDetail.empty()) message += ": " + aDetail;
   JS::RootedValue error(cx);
   if (!NewError(cx, JSEXN_ERR, message, &error)) return false;
@@ -51,7 +55,8 @@ bool NS_ThrowResult(JSContext* cx, nsresult aResult, const std::string& aMethod,
   JS::RootedString nameString(cx, NS_NewScriptString(cx, name));
   JS::RootedString method(cx, NS_NewScriptString(cx, aMethod));
   JS::RootedValue result(cx, JS::NumberValue(static_cast<uint32_t>(aResult)));
-  if (!nameString || !method || !JS_DefineProperty(cx, object, "result", result, JSPROP_ENUMERATE) ||
+  if (!nameString || !method ||
+      !JS_DefineProperty(cx, object, "result", result, JSPROP_ENUMERATE) ||
       !JS_DefineProperty(cx, object, "name", nameString, JSPROP_ENUMERATE) ||
       !JS_DefineProperty(cx, object, "method", method, JSPROP_ENUMERATE))
     return false;
@@ -91,7 +96,8 @@ std::string NS_ToText(JSContext* cx, JS::HandleValue aValue) {
 }
 
 JSString* NS_NewScriptString(JSContext* cx, std::string_view aUtf8) {
-  if (std::all_of(aUtf8.begin(), aUtf8.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; }))
+  if (std::all_of(aUtf8.begin(), aUtf8.end(),
+                  [](char c) { return static_cast<unsigned char>(c) < 0x80; }))
     return JS_NewStringCopyN(cx, aUtf8.data(), aUtf8.size());
   const std::u16string wide = NS_ToUtf16(aUtf8);
   return JS_NewUCStringCopyN(cx, wide.data(), wide.size());

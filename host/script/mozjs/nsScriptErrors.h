@@ -10,8 +10,10 @@
 
 /// Throws a TypeError. Always false.
 bool NS_ThrowTypeError(JSContext* cx, const std::string& aMessage);
-/// Throws an Error with `result`, `name` and `method`; keeps an exception that is pending already. Always false.
-bool NS_ThrowResult(JSContext* cx, nsresult aResult, const std::string& aMethod, const std::string& aDetail = {});
+/// Throws an Error with `result`, `name` and `method`; keeps an exception that is pending already.
+/// Always false.
+bool NS_ThrowResult(JSContext* cx, nsresult aResult, const std::string& aMethod,
+                    const std::string& aDetail = {});
 /// "the number 1.5", "null", "an object": for messages.
 std::string NS_DescribeValue(JSContext* cx, JS::HandleValue aValue);
 /// UTF-8; lone surrogates become U+FFFD. Empty, with no exception, when memory is out.

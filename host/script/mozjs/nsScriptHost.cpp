@@ -13,12 +13,15 @@
 #include "nsScriptRuntime.h"
 
 void nsScriptHost::AddInterfaces(std::span<const nsScriptInterface* const> aInterfaces,
-                                 std::span<const nsScriptComment> aComments) {
+                                 std::span<const nsScriptComment> aComments,
+                                 std::string_view aDeclarations) {
   nsScriptTables::Add(aInterfaces);
+  nsScriptTables::AddDeclarations(aDeclarations);
   nsScriptTables::AddComments(aComments);
 }
 
-std::unique_ptr<nsScriptHost> nsScriptHost::Create(const nsScriptOptions& aOptions, std::string* aError) {
+std::unique_ptr<nsScriptHost> nsScriptHost::Create(const nsScriptOptions& aOptions,
+                                                   std::string* aError) {
   nsScriptRuntime* const runtime = nsScriptRuntime::GetOrCreate(aError);
   if (!runtime) return nullptr;
   JSContext* const cx = runtime->Context();
@@ -97,17 +100,21 @@ std::vector<std::string> nsScriptHost::Complete(std::string_view aText, size_t* 
   JSContext* const cx = runtime->Context();
   nsScriptRuntime::Entry entry(runtime);
   JSString* const string = NS_NewScriptString(cx, aText);
-  JS::RootedValue text(cx), answer(cx), complete(cx, JS::ObjectValue(*runtime->mComplete)), value(cx);
+  JS::RootedValue text(cx), answer(cx), complete(cx, JS::ObjectValue(*runtime->mComplete)),
+      value(cx);
   if (string) text.setString(string);
   // [start, [name...]]
-  if (string && JS::Call(cx, JS::UndefinedHandleValue, complete, JS::HandleValueArray(text), &answer)) {
+  if (string &&
+      JS::Call(cx, JS::UndefinedHandleValue, complete, JS::HandleValueArray(text), &answer)) {
     JS::RootedObject pair(cx, &answer.toObject());
-    if (JS_GetElement(cx, pair, 0, &value) && value.isInt32()) *aStart = static_cast<size_t>(value.toInt32());
+    if (JS_GetElement(cx, pair, 0, &value) && value.isInt32())
+      *aStart = static_cast<size_t>(value.toInt32());
     if (JS_GetElement(cx, pair, 1, &value) && value.isObject()) {
       JS::RootedObject list(cx, &value.toObject());
       uint32_t length = 0;
       if (JS::GetArrayLength(cx, list, &length))
-        for (uint32_t i = 0; i < length && JS_GetElement(cx, list, i, &value); ++i) names.push_back(NS_ToText(cx, value));
+        for (uint32_t i = 0; i < length && JS_GetElement(cx, list, i, &value); ++i)
+          names.push_back(NS_ToText(cx, value));
     }
   }
   JS_ClearPendingException(cx);

@@ -8,20 +8,23 @@
 
 namespace {
 
-/// What a DOM class tells of itself, for the name that is being looked up. Class information by number or by name
-/// is not kept: objects here bring their own.
-class ScriptObjectFactory final : public nsImplements<ScriptObjectFactory, nsIDOMScriptObjectFactory> {
+/// What a DOM class tells of itself, for the name that is being looked up. Class information by
+/// number or by name is not kept: objects here bring their own.
+class ScriptObjectFactory final
+    : public nsImplements<ScriptObjectFactory, nsIDOMScriptObjectFactory> {
  public:
   explicit ScriptObjectFactory(nsNamedInterface* aName = nullptr) : mName(aName) {}
 
   nsISupports* GetClassInfoInstance(int32_t) override { return nullptr; }
   nsISupports* GetExternalClassInfoInstance(const nsAString&) override { return nullptr; }
-  nsresult RegisterDOMClassInfo(const char* aName, nsDOMConstructorFunc, const nsIID* aProtoChainInterface,
-                                const nsIID** aInterfaces, uint32_t, bool, const nsCID* aConstructorCID) override {
+  nsresult RegisterDOMClassInfo(const char* aName, nsDOMConstructorFunc,
+                                const nsIID* aProtoChainInterface, const nsIID** aInterfaces,
+                                uint32_t, bool, const nsCID* aConstructorCID) override {
     if (!aName || !mName || mName->mName != aName) return NS_ERROR_INVALID_ARG;
     if (aProtoChainInterface) mName->mIIDs.push_back(*aProtoChainInterface);
     for (; aInterfaces && *aInterfaces; ++aInterfaces)
-      if (!aProtoChainInterface || **aInterfaces != *aProtoChainInterface) mName->mIIDs.push_back(**aInterfaces);
+      if (!aProtoChainInterface || **aInterfaces != *aProtoChainInterface)
+        mName->mIIDs.push_back(**aInterfaces);
     if (aConstructorCID) {
       mName->mCID = *aConstructorCID;
       mName->mConstructs = true;
@@ -64,8 +67,8 @@ class XPConnect final : public nsImplements<XPConnect, nsIXPConnect> {
     MakeRefCounted<ObjectHolder>(cx, &value.toObject()).forget(aResult);
     return NS_OK;
   }
-  nsresult WrapNativeToJSVal(JSContext*, JSObject*, nsISupports*, nsWrapperCache*, const nsIID*, bool, jsval*,
-                             nsIXPConnectJSObjectHolder**) override {
+  nsresult WrapNativeToJSVal(JSContext*, JSObject*, nsISupports*, nsWrapperCache*, const nsIID*,
+                             bool, jsval*, nsIXPConnectJSObjectHolder**) override {
     return NS_ERROR_NOT_IMPLEMENTED;
   }
   nsresult WrapJS(JSContext* cx, JSObject* aObject, const nsIID& aIID, void** aResult) override {
@@ -117,4 +120,5 @@ nsCOMPtr<nsIDOMScriptObjectFactory> NS_NewScriptObjectFactory(nsNamedInterface* 
 }
 
 extern const vorel::Module kScriptModule;
-const vorel::Module kScriptModule = {vorel::Module::kVersion, kCIDs, kContracts, kCategories, nullptr, nullptr, nullptr};
+const vorel::Module kScriptModule = {
+    vorel::Module::kVersion, kCIDs, kContracts, kCategories, nullptr, nullptr, nullptr};

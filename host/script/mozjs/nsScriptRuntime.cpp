@@ -35,9 +35,11 @@ bool ResolveGlobal(JSContext* cx, JS::HandleObject aGlobal, JS::HandleId aId, bo
   return *aResolved || NS_ResolveGlobalName(cx, aGlobal, aId, aResolved);
 }
 
-constexpr JSClassOps kGlobalOps = {nullptr, nullptr, nullptr, JS_NewEnumerateStandardClasses, ResolveGlobal, nullptr,
-                                   nullptr, nullptr, nullptr, JS_GlobalObjectTraceHook};
-constexpr JSClass kGlobalClass = {"Window", JSCLASS_GLOBAL_FLAGS, &kGlobalOps, nullptr, nullptr, nullptr};
+constexpr JSClassOps kGlobalOps = {
+    nullptr, nullptr, nullptr, JS_NewEnumerateStandardClasses, ResolveGlobal, nullptr,
+    nullptr, nullptr, nullptr, JS_GlobalObjectTraceHook};
+constexpr JSClass kGlobalClass = {"Window", JSCLASS_GLOBAL_FLAGS, &kGlobalOps, nullptr, nullptr,
+                                  nullptr};
 
 /// Once a process; undone when the process ends, if no context is left.
 struct Engine {
@@ -55,7 +57,7 @@ class EndObserver final : public nsImplements<EndObserver, nsIObserver> {
     nsScriptRuntime* const runtime = nsScriptRuntime::Current();
     if (runtime && std::string_view(aTopic) == "quit-application")
       runtime->Quit(runtime->mStatus);
-    else
+    else if (runtime && !runtime->IsRunningScript())  // a script may send any topic
       nsScriptRuntime::Shutdown();
     return NS_OK;
   }
@@ -130,9 +132,10 @@ bool nsScriptRuntime::Init(std::string* aError) {
 
 nsScriptRuntime::~nsScriptRuntime() {
   if (!mCx) return;
-  if (const auto observers = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID); observers && mObserver)
+  if (const auto observers = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID);
+      observers && mObserver)
     for (const char* topic : kTopics) (void)observers->RemoveObserver(mObserver.get(), topic);
-  for (auto& [id, timer] : mTimers) (void)timer->Cancel();
+  for (auto& [id, timer] : mTimers) (void)timer.mTimer->Cancel();
   mTimers.clear();
   NS_CancelLoadGroup(mDocument.get());
   mDocument = nullptr;
@@ -148,7 +151,8 @@ nsScriptRuntime::~nsScriptRuntime() {
   mComplete.reset();
   mScriptedMap.reset();
   mGlobal.reset();
-  // All wrappers go now, and with them the references that script held; then their natives, which are still loaded.
+  // All wrappers go now, and with them the references that script held; then their natives, which
+  // are still loaded.
   JS_RemoveWeakPointerZonesCallback(mCx, SweepWrappers);
   JS_DestroyContext(mCx);
   mCx = nullptr;
@@ -166,7 +170,9 @@ bool nsScriptRuntime::SetDocumentFile(const std::string& aFile) {
 // ---- Entries
 
 nsScriptRuntime::Entry::Entry(nsScriptRuntime* aRuntime, bool aComponent)
-    : mRuntime(aRuntime), mWasComponent(aRuntime->mInComponent), mRealm(aRuntime->mCx, aRuntime->mGlobal) {
+    : mRuntime(aRuntime),
+      mWasComponent(aRuntime->mInComponent),
+      mRealm(aRuntime->mCx, aRuntime->mGlobal) {
   ++mRuntime->mDepth;
   mRuntime->mInComponent = aComponent;
 }
@@ -249,9 +255,11 @@ void nsScriptRuntime::ReportValue(JS::HandleValue aException, const char* aPrefi
     }
     JS::RootedObject frames(mCx, JS::ExceptionStackOrNull(error));
     JS::RootedString lines(mCx);
-    if (frames && JS::BuildStackString(mCx, nullptr, frames, &lines, 4)) stack = NS_Text(mCx, lines);
+    if (frames && JS::BuildStackString(mCx, nullptr, frames, &lines, 4))
+      stack = NS_Text(mCx, lines);
   }
-  // The engine does not collect again soon after it has run into the limit; the next script must be able to go on.
+  // The engine does not collect again soon after it has run into the limit; the next script must be
+  // able to go on.
   if (aException.isString()) JS_GC(mCx);
   if (text.empty()) text = NS_ToText(mCx, aException);
   JS_ClearPendingException(mCx);

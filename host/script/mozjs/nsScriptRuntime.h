@@ -31,13 +31,15 @@ struct nsWrapper {
     const nsScriptInterface* mInterface;
     nsISupports* mPointer;
   };
-  JS::Heap<JSObject*> mObject;  ///< weak: null from the moment on that the collector has condemned it
-  nsISupports* mIdentity;       ///< with a reference
+  JS::Heap<JSObject*>
+      mObject;             ///< weak: null from the moment on that the collector has condemned it
+  nsISupports* mIdentity;  ///< with a reference
   std::vector<Face> mFaces;
   std::string mClassName;
 };
 
-/// A name that stands for interfaces: one of Components.interfaces, or a global one for a DOM class or interface.
+/// A name that stands for interfaces: one of Components.interfaces, or a global one for a DOM class
+/// or interface.
 struct nsNamedInterface {
   std::string mName;
   std::vector<nsIID> mIIDs;
@@ -59,11 +61,12 @@ class nsScriptRuntime {
   JSContext* Context() const { return mCx; }
   JSObject* Global() const { return mGlobal; }
   nsIHostDocument* Document() const { return mDocument.get(); }
-  /// The application's file, or the working directory: what relative addresses mean. False with a pending exception.
+  /// The application's file, or the working directory: what relative addresses mean. False with a
+  /// pending exception.
   bool SetDocumentFile(const std::string& aFile);
 
-  /// Stands around every entry into script. The outermost one runs promise jobs, reports rejections that nobody
-  /// handled, and releases what script has let go.
+  /// Stands around every entry into script. The outermost one runs promise jobs, reports rejections
+  /// that nobody handled, and releases what script has let go.
   class Entry {
    public:
     explicit Entry(nsScriptRuntime* aRuntime, bool aComponent = false);
@@ -79,18 +82,22 @@ class nsScriptRuntime {
 
   // ---- Compiled objects in script (nsWrappers.cpp)
 
-  /// The object for script; null for null. aInterface, which may be null, is what the place that gives it says it is.
-  bool Wrap(nsISupports* aNative, const nsScriptInterface* aInterface, JS::MutableHandleValue aResult);
+  /// The object for script; null for null. aInterface, which may be null, is what the place that
+  /// gives it says it is.
+  bool Wrap(nsISupports* aNative, const nsScriptInterface* aInterface,
+            JS::MutableHandleValue aResult);
   /// The wrapper behind a value; null for any other.
   static nsWrapper* WrapperOf(const JS::Value& aValue);
   /// The wrapped object as an interface, borrowed; null when it does not implement it.
   nsISupports* Face(nsWrapper* aWrapper, const nsScriptInterface* aInterface);
   /// Makes members of an interface visible on the wrapper, if the object implements it.
-  bool AddFace(JS::HandleObject aObject, nsWrapper* aWrapper, const nsScriptInterface* aInterface, bool* aImplements);
+  bool AddFace(JS::HandleObject aObject, nsWrapper* aWrapper, const nsScriptInterface* aInterface,
+               bool* aImplements);
   JSObject* Prototype(const nsScriptInterface* aInterface);
   void ReleaseLater(nsISupports* aObject) { mGarbage.push_back(aObject); }
   void DrainGarbage() {
-    if (!mGarbage.empty()) [[unlikely]] ReleaseGarbage();
+    if (!mGarbage.empty()) [[unlikely]]
+      ReleaseGarbage();
   }
 
   // ---- Names of interfaces (nsWrappers.cpp)
@@ -117,6 +124,7 @@ class nsScriptRuntime {
   void ReportValue(JS::HandleValue aException, const char* aPrefix);
   void Quit(int aStatus);
   bool HasQuit() const { return mQuit; }
+  bool IsRunningScript() const { return mDepth > 0; }
   /// Set from a call of quit() in script until the outermost script has ended.
   bool IsStopping() const { return mStopping; }
   void StopScripts() { mStopping = true; }
@@ -124,7 +132,11 @@ class nsScriptRuntime {
   int mStatus = 0;
 
   // ---- Timers (nsEnvironment.cpp)
-  std::map<uint32_t, nsCOMPtr<nsITimer>> mTimers;
+  struct Timer {
+    nsCOMPtr<nsITimer> mTimer;
+    bool mKeepsAlive;
+  };
+  std::map<uint32_t, Timer> mTimers;
   uint32_t mNextTimer = 1;
   uint32_t mLiveTimers = 0;  ///< those of the application, which keep it running
 
@@ -140,7 +152,8 @@ class nsScriptRuntime {
   bool Init(std::string* aError);
   void ReleaseGarbage();
   void RunJobs();
-  bool ReadClassInfo(nsISupports* aNative, std::vector<const nsScriptInterface*>* aInterfaces, std::string* aName);
+  bool ReadClassInfo(nsISupports* aNative, std::vector<const nsScriptInterface*>* aInterfaces,
+                     std::string* aName);
   JSObject* ShapePrototype(const std::vector<nsWrapper::Face>& aFaces, const std::string& aName);
   bool DefineMembers(JS::HandleObject aPrototype, const nsScriptInterface* aInterface);
   static void SweepWrappers(JSTracer* aTracer, void* aRuntime);
@@ -175,7 +188,8 @@ class nsScriptRuntime {
 /// Defines everything that script finds in its global object. False with a pending exception.
 bool NS_DefineEnvironment(nsScriptRuntime* aRuntime);
 /// Looks a name up in the categories of global names.
-bool NS_ResolveGlobalName(JSContext* cx, JS::HandleObject aGlobal, JS::HandleId aId, bool* aResolved);
+bool NS_ResolveGlobalName(JSContext* cx, JS::HandleObject aGlobal, JS::HandleId aId,
+                          bool* aResolved);
 /// Hooks for `import`, static and dynamic.
 void NS_InitModules(JSContext* cx);
 /// Runs a file as what its name says it is. False with a pending exception, or stopped.

@@ -44,8 +44,9 @@ nsScriptedObject* nsScriptedObject::From(nsISupports* aObject) {
   return object;
 }
 
-bool nsScriptedObject::Get(nsScriptRuntime* aRuntime, JS::HandleObject aObject, const nsScriptInterface* aInterface,
-                           const std::string& aName, const std::string& aPlace, nsCOMPtr<nsISupports>* aResult) {
+bool nsScriptedObject::Get(nsScriptRuntime* aRuntime, JS::HandleObject aObject,
+                           const nsScriptInterface* aInterface, const std::string& aName,
+                           const std::string& aPlace, nsCOMPtr<nsISupports>* aResult) {
   JSContext* const cx = aRuntime->Context();
   const bool root = aInterface && *aInterface->mIID == nsISupports::kIID;
   if (!aInterface || (!aInterface->mImplement && !root))
@@ -75,7 +76,8 @@ bool nsScriptedObject::Get(nsScriptRuntime* aRuntime, JS::HandleObject aObject, 
       std::string members;
       for (const nsScriptMember& member : aInterface->mMembers)
         members += (members.empty() ? "" : ", ") + std::string(member.mName);
-      return NS_ThrowTypeError(cx, aPlace + ": an object that implements " + aName + " is expected, one with " + members +
+      return NS_ThrowTypeError(cx, aPlace + ": an object that implements " + aName +
+                                       " is expected, one with " + members +
                                        (aInterface->mFunction ? ", or a function" : ""));
     }
     face = self->AddFace(aInterface);
@@ -147,7 +149,8 @@ nsresult nsScriptedObject::QueryInterface(const nsIID& aIID, void** aResult) {
   *aResult = nullptr;
   if (aIID == nsISupports::kIID || aIID == kPrivateIID) {
     *aResult = static_cast<nsScriptObject*>(this);
-  } else if (const nsScriptInterface* const table = nsScriptTables::Find(aIID); table && table->mImplement) {
+  } else if (const nsScriptInterface* const table = nsScriptTables::Find(aIID);
+             table && table->mImplement) {
     *aResult = FindFace(table);
     if (!*aResult && !mCutOff && NS_IsMainThread() && nsScriptRuntime::Current() && Claims(table))
       *aResult = AddFace(table);
@@ -161,8 +164,10 @@ nsrefcnt nsScriptedObject::Release() {
   if (!mCutOff && !NS_IsMainThread()) {
     nsrefcnt count = mCount.load();
     while (count > 1)
-      if (mCount.compare_exchange_weak(count, count - 1, std::memory_order_acq_rel)) return count - 1;
-    // The last one goes on the main thread. When that takes no more events script has ended, and the memory with it.
+      if (mCount.compare_exchange_weak(count, count - 1, std::memory_order_acq_rel))
+        return count - 1;
+    // The last one goes on the main thread. When that takes no more events script has ended, and
+    // the memory with it.
     class LastRelease final : public nsImplements<LastRelease, nsIRunnable> {
      public:
       explicit LastRelease(nsScriptedObject* aObject) : mObject(aObject) {}
@@ -186,13 +191,16 @@ nsrefcnt nsScriptedObject::Release() {
   return count;
 }
 
-nsresult nsScriptedObject::CallScript(const nsScriptInterface& aInterface, const nsScriptMember& aMember, bool aSet,
+nsresult nsScriptedObject::CallScript(const nsScriptInterface& aInterface,
+                                      const nsScriptMember& aMember, bool aSet,
                                       nsScriptSlot* aSlots) {
   if (mCutOff) return NS_ERROR_NOT_AVAILABLE;
   if (!NS_IsMainThread()) {
-    fprintf(stderr, "vorel: %.*s.%.*s of a script's object was called on another thread than the main one; refused\n",
-            static_cast<int>(aInterface.mName.size()), aInterface.mName.data(), static_cast<int>(aMember.mName.size()),
-            aMember.mName.data());
+    fprintf(stderr,
+            "vorel: %.*s.%.*s of a script's object was called on another thread than the main one; "
+            "refused\n",
+            static_cast<int>(aInterface.mName.size()), aInterface.mName.data(),
+            static_cast<int>(aMember.mName.size()), aMember.mName.data());
     return NS_ERROR_NOT_SAME_THREAD;
   }
   nsScriptRuntime* const runtime = nsScriptRuntime::Current();
@@ -209,7 +217,8 @@ nsresult nsScriptedObject::CallScript(const nsScriptInterface& aInterface, const
   nsresult rv = NS_OK;
   if (Invoke(aInterface, aMember, aSet, aSlots, &rv)) return rv;
   if (!JS_IsExceptionPending(cx)) return NS_ERROR_ABORT;  // stopped by quit()
-  // A number thrown is a result, a deliberate answer. Whatever else is thrown is an error that people must see.
+  // A number thrown is a result, a deliberate answer. Whatever else is thrown is an error that
+  // people must see.
   JS::RootedValue exception(cx), result(cx);
   if (!JS_GetPendingException(cx, &exception)) return NS_ERROR_FAILURE;
   if (exception.isNumber()) {
@@ -225,8 +234,8 @@ nsresult nsScriptedObject::CallScript(const nsScriptInterface& aInterface, const
   return NS_ERROR_FAILURE;
 }
 
-bool nsScriptedObject::Invoke(const nsScriptInterface& aInterface, const nsScriptMember& aMember, bool aSet,
-                              nsScriptSlot* aSlots, nsresult* aRv) {
+bool nsScriptedObject::Invoke(const nsScriptInterface& aInterface, const nsScriptMember& aMember,
+                              bool aSet, nsScriptSlot* aSlots, nsresult* aRv) {
   nsScriptRuntime* const runtime = nsScriptRuntime::Current();
   JSContext* const cx = runtime->Context();
   JS::RootedObject object(cx, mObject);
@@ -247,7 +256,9 @@ bool nsScriptedObject::Invoke(const nsScriptInterface& aInterface, const nsScrip
                                 ? aSlots[static_cast<size_t>(param.mRelated)].Get<uint32_t>()
                                 : 0;
     JS::RootedValue value(cx);
-    if (!NS_ToScript(runtime, param, aSlots[i], nullptr, length, &value) || !arguments.append(value)) return false;
+    if (!NS_ToScript(runtime, param, aSlots[i], nullptr, length, &value) ||
+        !arguments.append(value))
+      return false;
   }
 
   if (aSet) return JS_SetProperty(cx, object, name.c_str(), arguments[0]);
@@ -276,8 +287,9 @@ bool nsScriptedObject::Invoke(const nsScriptInterface& aInterface, const nsScrip
     if (!param.mOut || param.mIsLength) continue;
     JS::RootedValue value(cx, result);
     if (outs > 1) {
-      if (!result.isObject()) return NS_ThrowTypeError(cx, place.Text(param) + ": an object with it is expected, not " +
-                                                               NS_DescribeValue(cx, result));
+      if (!result.isObject())
+        return NS_ThrowTypeError(cx, place.Text(param) + ": an object with it is expected, not " +
+                                         NS_DescribeValue(cx, result));
       JS::RootedObject fields(cx, &result.toObject());
       if (!JS_GetProperty(cx, fields, std::string(param.mName).c_str(), &value)) return false;
     }

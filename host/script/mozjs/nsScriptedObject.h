@@ -8,22 +8,25 @@
 
 #include "nsScriptRuntime.h"
 
-/// One for each object of script that compiled code holds, with a face for each interface it was taken for.
+/// One for each object of script that compiled code holds, with a face for each interface it was
+/// taken for.
 ///
-/// It keeps the script's object alive as long as compiled code keeps it. A listener that refers to what it listens to
-/// makes a circle that neither side's memory management can see; it lasts until the listener is removed, or until
-/// script ends, when the object is cut off from its script.
+/// It keeps the script's object alive as long as compiled code keeps it. A listener that refers to
+/// what it listens to makes a circle that neither side's memory management can see; it lasts until
+/// the listener is removed, or until script ends, when the object is cut off from its script.
 ///
-/// Counts may change on any thread; the last reference always goes on the main thread. Calls on other threads than the
-/// main one are refused: script has one thread, and who calls from elsewhere has to dispatch.
+/// Counts may change on any thread; the last reference always goes on the main thread. Calls on
+/// other threads than the main one are refused: script has one thread, and who calls from elsewhere
+/// has to dispatch.
 class nsScriptedObject final : public nsScriptObject {
  public:
   static constexpr nsIID kPrivateIID = "7e0cb6a6-8a3c-4d0e-a2b5-51d3f5ad9d3c"_iid;
 
-  /// The object of script as an interface; aName is what messages call it. False with a pending TypeError when script
-  /// can't implement it, or the object does not look like it.
-  static bool Get(nsScriptRuntime* aRuntime, JS::HandleObject aObject, const nsScriptInterface* aInterface,
-                  const std::string& aName, const std::string& aPlace, nsCOMPtr<nsISupports>* aResult);
+  /// The object of script as an interface; aName is what messages call it. False with a pending
+  /// TypeError when script can't implement it, or the object does not look like it.
+  static bool Get(nsScriptRuntime* aRuntime, JS::HandleObject aObject,
+                  const nsScriptInterface* aInterface, const std::string& aName,
+                  const std::string& aPlace, nsCOMPtr<nsISupports>* aResult);
   /// The object of script behind a pointer; null for any other object.
   static nsScriptedObject* From(nsISupports* aObject);
 
@@ -45,8 +48,8 @@ class nsScriptedObject final : public nsScriptObject {
   /// Whether the object of script claims the interface: by its QueryInterface, else by its members.
   bool Claims(const nsScriptInterface* aInterface);
   bool HasMembers(const nsScriptInterface* aInterface, bool aAll);
-  bool Invoke(const nsScriptInterface& aInterface, const nsScriptMember& aMember, bool aSet, nsScriptSlot* aSlots,
-              nsresult* aRv);
+  bool Invoke(const nsScriptInterface& aInterface, const nsScriptMember& aMember, bool aSet,
+              nsScriptSlot* aSlots, nsresult* aRv);
 
   std::atomic<nsrefcnt> mCount{0};
   std::atomic<bool> mCutOff{false};

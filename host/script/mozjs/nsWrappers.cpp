@@ -23,26 +23,33 @@ constexpr size_t kNameSlot = 0;
 
 void FinalizeWrapper(JS::GCContext*, JSObject* aObject) {
   auto* const wrapper = JS::GetMaybePtrFromReservedSlot<nsWrapper>(aObject, kWrapperSlot);
-  if (wrapper && nsScriptRuntime::Current()) NS_FinalizeWrapper(nsScriptRuntime::Current(), wrapper);
+  if (wrapper && nsScriptRuntime::Current())
+    NS_FinalizeWrapper(nsScriptRuntime::Current(), wrapper);
 }
 
-constexpr JSClassOps kWrapperOps = {nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, FinalizeWrapper,
-                                    nullptr, nullptr, nullptr};
-constexpr JSClass kWrapperClass = {"Object", JSCLASS_HAS_RESERVED_SLOTS(1) | JSCLASS_FOREGROUND_FINALIZE, &kWrapperOps,
-                                   nullptr,  nullptr, nullptr};
-constexpr JSClass kInterfaceClass = {"Interface", JSCLASS_HAS_RESERVED_SLOTS(1), nullptr, nullptr, nullptr, nullptr};
+constexpr JSClassOps kWrapperOps = {nullptr, nullptr,         nullptr, nullptr, nullptr,
+                                    nullptr, FinalizeWrapper, nullptr, nullptr, nullptr};
+constexpr JSClass kWrapperClass = {
+    "Object",     JSCLASS_HAS_RESERVED_SLOTS(1) | JSCLASS_FOREGROUND_FINALIZE,
+    &kWrapperOps, nullptr,
+    nullptr,      nullptr};
+constexpr JSClass kInterfaceClass = {
+    "Interface", JSCLASS_HAS_RESERVED_SLOTS(1), nullptr, nullptr, nullptr, nullptr};
 
 const nsScriptMember* MemberOf(const JS::CallArgs& aArgs) {
-  return static_cast<const nsScriptMember*>(js::GetFunctionNativeReserved(&aArgs.callee(), 0).toPrivate());
+  return static_cast<const nsScriptMember*>(
+      js::GetFunctionNativeReserved(&aArgs.callee(), 0).toPrivate());
 }
 const nsScriptInterface* InterfaceOf(const JS::CallArgs& aArgs) {
-  return static_cast<const nsScriptInterface*>(js::GetFunctionNativeReserved(&aArgs.callee(), 1).toPrivate());
+  return static_cast<const nsScriptInterface*>(
+      js::GetFunctionNativeReserved(&aArgs.callee(), 1).toPrivate());
 }
 
 /// Frees what an operation handed out, on every way out of a call.
 class Outs {
  public:
-  Outs(std::span<const nsScriptParam> aParams, nsCallFrame& aFrame) : mParams(aParams), mFrame(aFrame) {}
+  Outs(std::span<const nsScriptParam> aParams, nsCallFrame& aFrame)
+      : mParams(aParams), mFrame(aFrame) {}
   ~Outs() {
     for (size_t i = 0; i < mParams.size(); ++i)
       if (mParams[i].mOut) NS_FreeOut(mParams[i], mFrame.mSlots[i], Length(i));
@@ -59,16 +66,20 @@ class Outs {
 
 enum class Kind { eMethod, eGetter, eSetter };
 
-/// How many bytes or elements an in parameter brings must cover the length that script gives beside it.
-bool CheckLengths(JSContext* cx, std::span<const nsScriptParam> aParams, nsCallFrame& aFrame, nsPlace aPlace) {
+/// How many bytes or elements an in parameter brings must cover the length that script gives beside
+/// it.
+bool CheckLengths(JSContext* cx, std::span<const nsScriptParam> aParams, nsCallFrame& aFrame,
+                  nsPlace aPlace) {
   for (size_t i = 0; i < aParams.size(); ++i) {
     const nsScriptParam& param = aParams[i];
     aPlace.mArgument += !param.mOut;
     if (param.mOut || !param.mCounted) continue;
     size_t have = 0;
     if (const auto* const bytes = std::get_if<std::vector<std::byte>>(&aFrame.At(i))) {
-      have = bytes->size() / (param.mType == nsScriptType::eUint8 || param.mType == nsScriptType::eInt8 ? 1 : 8);
-      if (param.mType == nsScriptType::eUint16 || param.mType == nsScriptType::eInt16) have = bytes->size() / 2;
+      have = bytes->size() /
+             (param.mType == nsScriptType::eUint8 || param.mType == nsScriptType::eInt8 ? 1 : 8);
+      if (param.mType == nsScriptType::eUint16 || param.mType == nsScriptType::eInt16)
+        have = bytes->size() / 2;
       if (param.mType == nsScriptType::eUint32 || param.mType == nsScriptType::eInt32 ||
           param.mType == nsScriptType::eFloat)
         have = bytes->size() / 4;
@@ -77,8 +88,8 @@ bool CheckLengths(JSContext* cx, std::span<const nsScriptParam> aParams, nsCallF
     }
     const uint32_t length = aFrame.mSlots[static_cast<size_t>(param.mRelated)].Get<uint32_t>();
     if (length > have)
-      return NS_ThrowTypeError(cx, aPlace.Text(param) + ": " + std::to_string(length) + " are to be taken of " +
-                                       std::to_string(have));
+      return NS_ThrowTypeError(cx, aPlace.Text(param) + ": " + std::to_string(length) +
+                                       " are to be taken of " + std::to_string(have));
   }
   return true;
 }
@@ -97,8 +108,9 @@ bool CallMember(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
   nsISupports* const self = wrapper ? runtime->Face(wrapper, table) : nullptr;
   nsPlace place{table, &member, 0};
   if (!self)
-    return NS_ThrowTypeError(cx, place.Method() + " belongs to objects that implement " + std::string(table->mName) +
-                                     ", and was used on " + NS_DescribeValue(cx, args.thisv()));
+    return NS_ThrowTypeError(cx, place.Method() + " belongs to objects that implement " +
+                                     std::string(table->mName) + ", and was used on " +
+                                     NS_DescribeValue(cx, args.thisv()));
 
   const std::span<const nsScriptParam> params = member.mParams;
   nsCallFrame frame(params.size());
@@ -127,7 +139,8 @@ bool CallMember(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
     place.mArgument = static_cast<int>(next + 1);
     if (next >= args.length()) {
       if (param.mOptional) continue;
-      return NS_ThrowTypeError(cx, place.Text(param) + " is missing: " + std::to_string(args.length()) +
+      return NS_ThrowTypeError(cx, place.Text(param) +
+                                       " is missing: " + std::to_string(args.length()) +
                                        (args.length() == 1 ? " was given" : " were given"));
     }
     if (!NS_FromScript(runtime, args[next], param, place, frame, i)) return false;
@@ -152,11 +165,13 @@ bool CallMember(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
   for (size_t i = 0; i < params.size(); ++i) {
     const nsScriptParam& param = params[i];
     if (!param.mOut || param.mIsLength) continue;
-    const nsIID* const iid = param.mType == nsScriptType::eAnyInterface
-                                 ? frame.mSlots[static_cast<size_t>(param.mRelated)].Get<const nsIID*>()
-                                 : nullptr;
+    const nsIID* const iid =
+        param.mType == nsScriptType::eAnyInterface
+            ? frame.mSlots[static_cast<size_t>(param.mRelated)].Get<const nsIID*>()
+            : nullptr;
     if (!NS_ToScript(runtime, param, frame.mSlots[i], iid, outs.Length(i), &value)) return false;
-    if (results > 1 && !JS_DefineProperty(cx, object, std::string(param.mName).c_str(), value, JSPROP_ENUMERATE))
+    if (results > 1 &&
+        !JS_DefineProperty(cx, object, std::string(param.mName).c_str(), value, JSPROP_ENUMERATE))
       return false;
   }
   if (results > 1) value.setObject(*object);
@@ -166,19 +181,21 @@ bool CallMember(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
 
 /// The count that a function shows as its length.
 unsigned Arity(const nsScriptMember& aMember) {
-  return static_cast<unsigned>(std::count_if(aMember.mParams.begin(), aMember.mParams.end(), [](const nsScriptParam& p) {
-    return !p.mOut && !p.mOptional && p.mType != nsScriptType::eContext;
-  }));
+  return static_cast<unsigned>(
+      std::count_if(aMember.mParams.begin(), aMember.mParams.end(), [](const nsScriptParam& p) {
+        return !p.mOut && !p.mOptional && p.mType != nsScriptType::eContext;
+      }));
 }
 
-JSObject* NewMember(JSContext* cx, JSNative aNative, unsigned aArity, const nsScriptInterface* aInterface,
-                    const nsScriptMember& aMember) {
+JSObject* NewMember(JSContext* cx, JSNative aNative, unsigned aArity,
+                    const nsScriptInterface* aInterface, const nsScriptMember& aMember) {
   JSFunction* const function =
       js::NewFunctionWithReserved(cx, aNative, aArity, 0, std::string(aMember.mName).c_str());
   if (!function) return nullptr;
   JSObject* const object = JS_GetFunctionObject(function);
   js::SetFunctionNativeReserved(object, 0, JS::PrivateValue(const_cast<nsScriptMember*>(&aMember)));
-  js::SetFunctionNativeReserved(object, 1, JS::PrivateValue(const_cast<nsScriptInterface*>(aInterface)));
+  js::SetFunctionNativeReserved(object, 1,
+                                JS::PrivateValue(const_cast<nsScriptInterface*>(aInterface)));
   return object;
 }
 
@@ -187,11 +204,15 @@ bool QueryInterface(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
   nsScriptRuntime* const runtime = nsScriptRuntime::Current();
   nsWrapper* const wrapper = nsScriptRuntime::WrapperOf(args.thisv());
   if (!wrapper)
-    return NS_ThrowTypeError(cx, "nsISupports.QueryInterface was used on " + NS_DescribeValue(cx, args.thisv()));
+    return NS_ThrowTypeError(
+        cx, "nsISupports.QueryInterface was used on " + NS_DescribeValue(cx, args.thisv()));
   nsID iid;
   if (!runtime->ReadID(args.get(0), &iid))
-    return NS_ThrowTypeError(cx, "nsISupports.QueryInterface: argument 1 (iid): an interface of Components.interfaces, or "
-                                 "an identifier's text is expected, not " + NS_DescribeValue(cx, args.get(0)));
+    return NS_ThrowTypeError(
+        cx,
+        "nsISupports.QueryInterface: argument 1 (iid): an interface of Components.interfaces, or "
+        "an identifier's text is expected, not " +
+            NS_DescribeValue(cx, args.get(0)));
   JS::RootedObject object(cx, &args.thisv().toObject());
   bool implements = false;
   if (const nsScriptInterface* const table = nsScriptTables::Find(iid)) {
@@ -200,7 +221,8 @@ bool QueryInterface(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
     nsCOMPtr<nsISupports> found;
     implements = NS_SUCCEEDED(wrapper->mIdentity->QueryInterface(iid, NS_OutVoid(found)));
   }
-  if (!implements) return NS_ThrowResult(cx, NS_ERROR_NO_INTERFACE, "nsISupports.QueryInterface", iid.ToString());
+  if (!implements)
+    return NS_ThrowResult(cx, NS_ERROR_NO_INTERFACE, "nsISupports.QueryInterface", iid.ToString());
   args.rval().setObject(*object);
   return true;
 }
@@ -208,7 +230,8 @@ bool QueryInterface(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
 bool ToString(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
   JS::CallArgs args = JS::CallArgsFromVp(aArgc, aVp);
   const nsWrapper* const wrapper = nsScriptRuntime::WrapperOf(args.thisv());
-  JSString* const text = NS_NewScriptString(cx, "[object " + (wrapper ? wrapper->mClassName : "nsISupports") + "]");
+  JSString* const text =
+      NS_NewScriptString(cx, "[object " + (wrapper ? wrapper->mClassName : "nsISupports") + "]");
   if (!text) return false;
   args.rval().setString(text);
   return true;
@@ -242,7 +265,8 @@ bool HasInstance(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
 void NS_FinalizeWrapper(nsScriptRuntime* aRuntime, nsWrapper* aWrapper) {
   const auto found = aRuntime->mWrappers.find(aWrapper->mIdentity);
   // Between condemnation and this call the object may have been wrapped anew.
-  if (found != aRuntime->mWrappers.end() && found->second == aWrapper) aRuntime->mWrappers.erase(found);
+  if (found != aRuntime->mWrappers.end() && found->second == aWrapper)
+    aRuntime->mWrappers.erase(found);
   for (const nsWrapper::Face& face : aWrapper->mFaces) aRuntime->ReleaseLater(face.mPointer);
   aRuntime->ReleaseLater(aWrapper->mIdentity);
   delete aWrapper;
@@ -266,8 +290,8 @@ nsISupports* nsScriptRuntime::Face(nsWrapper* aWrapper, const nsScriptInterface*
   return nullptr;
 }
 
-bool nsScriptRuntime::AddFace(JS::HandleObject aObject, nsWrapper* aWrapper, const nsScriptInterface* aInterface,
-                              bool* aImplements) {
+bool nsScriptRuntime::AddFace(JS::HandleObject aObject, nsWrapper* aWrapper,
+                              const nsScriptInterface* aInterface, bool* aImplements) {
   *aImplements = true;
   if (Face(aWrapper, aInterface)) return true;
   void* pointer = nullptr;
@@ -286,7 +310,8 @@ bool nsScriptRuntime::AddFace(JS::HandleObject aObject, nsWrapper* aWrapper, con
   return prototype && JS_SetPrototype(mCx, aObject, prototype);
 }
 
-bool nsScriptRuntime::ReadClassInfo(nsISupports* aNative, std::vector<const nsScriptInterface*>* aInterfaces,
+bool nsScriptRuntime::ReadClassInfo(nsISupports* aNative,
+                                    std::vector<const nsScriptInterface*>* aInterfaces,
                                     std::string* aName) {
   const auto info = do_QueryInterface<nsIClassInfo>(aNative);
   if (!info) return false;
@@ -294,13 +319,15 @@ bool nsScriptRuntime::ReadClassInfo(nsISupports* aNative, std::vector<const nsSc
   nsIID** iids = nullptr;
   if (NS_SUCCEEDED(info->GetInterfaces(&count, &iids))) {
     for (uint32_t i = 0; i < count; ++i) {
-      if (const nsScriptInterface* const table = nsScriptTables::Find(*iids[i])) aInterfaces->push_back(table);
+      if (const nsScriptInterface* const table = nsScriptTables::Find(*iids[i]))
+        aInterfaces->push_back(table);
       NS_Free(iids[i]);
     }
     NS_Free(iids);
   }
   nsCOMPtr<nsISupports> helper;
-  if (NS_SUCCEEDED(info->GetHelperForLanguage(nsIProgrammingLanguage::JAVASCRIPT, helper.getter_AddRefs()))) {
+  if (NS_SUCCEEDED(info->GetHelperForLanguage(nsIProgrammingLanguage::JAVASCRIPT,
+                                              helper.getter_AddRefs()))) {
     char* name = nullptr;
     const auto scriptable = do_QueryInterface<nsIXPCScriptable>(helper);
     if (scriptable && NS_SUCCEEDED(scriptable->GetClassName(&name)) && name) *aName = name;
@@ -309,7 +336,8 @@ bool nsScriptRuntime::ReadClassInfo(nsISupports* aNative, std::vector<const nsSc
   return true;
 }
 
-bool nsScriptRuntime::Wrap(nsISupports* aNative, const nsScriptInterface* aInterface, JS::MutableHandleValue aResult) {
+bool nsScriptRuntime::Wrap(nsISupports* aNative, const nsScriptInterface* aInterface,
+                           JS::MutableHandleValue aResult) {
   if (!aNative) {
     aResult.setNull();
     return true;
@@ -342,9 +370,14 @@ bool nsScriptRuntime::Wrap(nsISupports* aNative, const nsScriptInterface* aInter
   if (aInterface) interfaces.push_back(aInterface);
   std::vector<nsWrapper::Face> faces;
   for (const nsScriptInterface* table : interfaces) {
-    const bool seen = std::any_of(faces.begin(), faces.end(), [&](const nsWrapper::Face& aFace) {
-      return nsScriptTables::Derives(aFace.mInterface, table);
-    });
+    // What another one derives from is seen through that.
+    const auto derives = [&](const nsScriptInterface* aOther) {
+      return aOther != table && nsScriptTables::Derives(aOther, table);
+    };
+    const bool seen = std::any_of(interfaces.begin(), interfaces.end(), derives) ||
+                      std::any_of(faces.begin(), faces.end(), [&](const nsWrapper::Face& aFace) {
+                        return aFace.mInterface == table;
+                      });
     void* pointer = nullptr;
     if (seen || NS_FAILED(identity->QueryInterface(*table->mIID, &pointer)) || !pointer) continue;
     faces.push_back({table, static_cast<nsISupports*>(pointer)});
@@ -357,7 +390,8 @@ bool nsScriptRuntime::Wrap(nsISupports* aNative, const nsScriptInterface* aInter
   identity->AddRef();
 
   JS::RootedObject prototype(mCx, ShapePrototype(wrapper->mFaces, wrapper->mClassName));
-  JS::RootedObject object(mCx, prototype ? JS_NewObjectWithGivenProto(mCx, &kWrapperClass, prototype) : nullptr);
+  JS::RootedObject object(
+      mCx, prototype ? JS_NewObjectWithGivenProto(mCx, &kWrapperClass, prototype) : nullptr);
   if (!object) {
     for (const nsWrapper::Face& face : wrapper->mFaces) ReleaseLater(face.mPointer);
     ReleaseLater(wrapper->mIdentity);
@@ -372,21 +406,25 @@ bool nsScriptRuntime::Wrap(nsISupports* aNative, const nsScriptInterface* aInter
 
 // ---- Prototypes
 
-bool nsScriptRuntime::DefineMembers(JS::HandleObject aPrototype, const nsScriptInterface* aInterface) {
+bool nsScriptRuntime::DefineMembers(JS::HandleObject aPrototype,
+                                    const nsScriptInterface* aInterface) {
   if (*aInterface->mIID == nsISupports::kIID)
-    return JS_DefineFunction(mCx, aPrototype, "QueryInterface", QueryInterface, 1, JSPROP_ENUMERATE) &&
+    return JS_DefineFunction(mCx, aPrototype, "QueryInterface", QueryInterface, 1,
+                             JSPROP_ENUMERATE) &&
            JS_DefineFunction(mCx, aPrototype, "toString", ToString, 0, 0);
   for (const nsScriptMember& member : aInterface->mMembers) {
     const std::string name(member.mName);
     if (!member.mIsAttribute) {
-      JS::RootedObject method(mCx,
-                              NewMember(mCx, CallMember<Kind::eMethod>, Arity(member), aInterface, member));
-      if (!method || !JS_DefineProperty(mCx, aPrototype, name.c_str(), method, JSPROP_ENUMERATE)) return false;
+      JS::RootedObject method(
+          mCx, NewMember(mCx, CallMember<Kind::eMethod>, Arity(member), aInterface, member));
+      if (!method || !JS_DefineProperty(mCx, aPrototype, name.c_str(), method, JSPROP_ENUMERATE))
+        return false;
       continue;
     }
     JS::RootedObject getter(mCx, NewMember(mCx, CallMember<Kind::eGetter>, 0, aInterface, member));
     JS::RootedObject setter(
-        mCx, member.mSet ? NewMember(mCx, CallMember<Kind::eSetter>, 1, aInterface, member) : nullptr);
+        mCx,
+        member.mSet ? NewMember(mCx, CallMember<Kind::eSetter>, 1, aInterface, member) : nullptr);
     if (!getter || (member.mSet && !setter) ||
         !JS_DefineProperty(mCx, aPrototype, name.c_str(), getter, setter, JSPROP_ENUMERATE))
       return false;
@@ -410,24 +448,28 @@ JSObject* nsScriptRuntime::Prototype(const nsScriptInterface* aInterface) {
   return prototype;
 }
 
-JSObject* nsScriptRuntime::ShapePrototype(const std::vector<nsWrapper::Face>& aFaces, const std::string& aName) {
+JSObject* nsScriptRuntime::ShapePrototype(const std::vector<nsWrapper::Face>& aFaces,
+                                          const std::string& aName) {
   std::string key = aName;
   for (const nsWrapper::Face& face : aFaces) (key += '/') += face.mInterface->mName;
   const auto found = mShapes.find(key);
   if (found != mShapes.end()) return found->second;
 
-  // The first interface is the prototype's own prototype; members of the others are copied in, unless there is one of
-  // the name already.
-  JS::RootedObject first(
-      mCx, Prototype(aFaces.empty() ? nsScriptTables::Find(nsISupports::kIID) : aFaces[0].mInterface));
-  JS::RootedObject prototype(mCx, first ? JS_NewObjectWithGivenProto(mCx, nullptr, first) : nullptr);
+  // The first interface is the prototype's own prototype; members of the others are copied in,
+  // unless there is one of the name already.
+  JS::RootedObject first(mCx, Prototype(aFaces.empty() ? nsScriptTables::Find(nsISupports::kIID)
+                                                       : aFaces[0].mInterface));
+  JS::RootedObject prototype(mCx,
+                             first ? JS_NewObjectWithGivenProto(mCx, nullptr, first) : nullptr);
   if (!prototype) return nullptr;
   for (size_t i = 1; i < aFaces.size(); ++i) {
-    for (const nsScriptInterface* level = aFaces[i].mInterface; level && *level->mIID != nsISupports::kIID;
-         level = nsScriptTables::Parent(*level)) {
+    for (const nsScriptInterface* level = aFaces[i].mInterface;
+         level && *level->mIID != nsISupports::kIID; level = nsScriptTables::Parent(*level)) {
       JS::RootedObject from(mCx, Prototype(level));
       JS::RootedIdVector ids(mCx);
-      if (!from || !js::GetPropertyKeys(mCx, from, JSITER_OWNONLY | JSITER_HIDDEN | JSITER_SYMBOLS, &ids)) return nullptr;
+      if (!from ||
+          !js::GetPropertyKeys(mCx, from, JSITER_OWNONLY | JSITER_HIDDEN | JSITER_SYMBOLS, &ids))
+        return nullptr;
       for (size_t k = 0; k < ids.length(); ++k) {
         JS::RootedId id(mCx, ids[k]);
         bool has = false;
@@ -449,7 +491,8 @@ JSObject* nsScriptRuntime::ShapePrototype(const std::vector<nsWrapper::Face>& aF
 
 // ---- Names
 
-bool nsScriptRuntime::DefineInterfaceConstants(JS::HandleObject aObject, const nsScriptInterface* aInterface) {
+bool nsScriptRuntime::DefineInterfaceConstants(JS::HandleObject aObject,
+                                               const nsScriptInterface* aInterface) {
   for (const nsScriptConstant& constant : aInterface->mConstants) {
     JS::RootedValue value(mCx, JS_NumberValue(static_cast<double>(constant.mValue)));
     if (!JS_DefineProperty(mCx, aObject, std::string(constant.mName).c_str(), value,
@@ -460,7 +503,8 @@ bool nsScriptRuntime::DefineInterfaceConstants(JS::HandleObject aObject, const n
 }
 
 bool nsScriptRuntime::DefineHasInstance(JS::HandleObject aObject, nsNamedInterface* aName) {
-  JSFunction* const function = js::NewFunctionWithReserved(mCx, HasInstance, 1, 0, "[Symbol.hasInstance]");
+  JSFunction* const function =
+      js::NewFunctionWithReserved(mCx, HasInstance, 1, 0, "[Symbol.hasInstance]");
   if (!function) return false;
   JS::RootedObject object(mCx, JS_GetFunctionObject(function));
   js::SetFunctionNativeReserved(object, 0, JS::PrivateValue(aName));
@@ -480,7 +524,8 @@ JSObject* nsScriptRuntime::InterfaceObject(const nsScriptInterface* aInterface) 
   if (!object || !nameString || !number) return nullptr;
   JS::SetReservedSlot(object, kNameSlot, JS::PrivateValue(name));
   if (!JS_DefineProperty(mCx, object, "name", nameString, JSPROP_READONLY) ||
-      !JS_DefineProperty(mCx, object, "number", number, JSPROP_READONLY) || !DefineHasInstance(object, name))
+      !JS_DefineProperty(mCx, object, "number", number, JSPROP_READONLY) ||
+      !DefineHasInstance(object, name))
     return nullptr;
   for (const nsScriptInterface* level = aInterface; level; level = nsScriptTables::Parent(*level))
     if (!DefineInterfaceConstants(object, level)) return nullptr;
@@ -500,11 +545,15 @@ bool nsScriptRuntime::ReadID(JS::HandleValue aValue, nsID* aResult) {
   JS::RootedId id(mCx, JS::GetWellKnownSymbolKey(mCx, JS::SymbolCode::hasInstance));
   JS::RootedValue test(mCx);
   bool own = false;
-  if (!JS_HasOwnPropertyById(mCx, object, id, &own) || !own || !JS_GetPropertyById(mCx, object, id, &test)) {
+  if (!JS_HasOwnPropertyById(mCx, object, id, &own) || !own ||
+      !JS_GetPropertyById(mCx, object, id, &test)) {
     JS_ClearPendingException(mCx);
     return false;
   }
   if (!test.isObject() || !JS_IsNativeFunction(&test.toObject(), HasInstance)) return false;
-  *aResult = static_cast<nsNamedInterface*>(js::GetFunctionNativeReserved(&test.toObject(), 0).toPrivate())->mIIDs[0];
+  const auto* const name = static_cast<nsNamedInterface*>(
+      js::GetFunctionNativeReserved(&test.toObject(), 0).toPrivate());
+  if (name->mIIDs.empty()) return false;  // it makes objects, of no interface in particular
+  *aResult = name->mIIDs[0];
   return true;
 }

@@ -67,6 +67,7 @@ TEST_F(ScriptEnvironment, FileIsRunFromTheWrongPlace) {
   EXPECT_EQ(NS_ERROR_FAILURE,
             mScripts->RunFile(Write("throws.mjs", "\n\nthrow new Error('top');\n")));
   EXPECT_EQ(NS_ERROR_FAILURE, mScripts->RunFile(Path("none.js")));
+  EXPECT_EQ(NS_ERROR_FAILURE, mScripts->RunFile(Path("lib")));  // a directory
   const std::string text = testing::internal::GetCapturedStderr();
   for (const char* part : {"bad.js:2:5: SyntaxError", "lib/none.mjs can't be read",
                            "throws.mjs:3:7: Error: top", "none.js can't be read"})

@@ -126,8 +126,16 @@ TEST_F(ScriptWrapper, HostileUseCrashes) {
         }
       }
     }
+    for (const object of objects) if ('peer' in object) object.peer = null;  // a circle of compiled objects only
     calls > 1000 ? 'done' : String(calls))JS")
                         .substr(0, 4));
+}
+
+TEST_F(ScriptWrapper, TopicOfTheEndTakesTheEngineAwayFromARunningScript) {
+  EXPECT_EQ("still here",
+            Run("Components.classes['@mozilla.org/observer-service;1']"
+                ".getService(Components.interfaces.nsIObserverService)"
+                ".notifyObservers(null, 'xpcom-shutdown-threads', null); 'still here'"));
 }
 
 TEST_F(ScriptWrapper, MemoryLimitEndsTheProcess) {

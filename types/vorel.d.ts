@@ -1,0 +1,1729 @@
+// What scripts find in their environment. Made by `vorel --print-types`: do not edit.
+
+/** An interface of Components.interfaces: its identifier, its constants, and the right side of instanceof. */
+interface nsInterfaceID<T> extends Function {
+  readonly prototype: T;
+  readonly name: string;
+  readonly number: string;
+  [Symbol.hasInstance](value: unknown): value is T;
+}
+/** What stands for an identifier: an interface, a global name of one, or "{6b1...}". */
+type nsIDLike = nsInterfaceID<any> | string | Function;
+/** An object of script that implements an interface; what it leaves out does nothing. */
+type nsScripted<T> = Partial<Omit<T, keyof nsISupports>> & { QueryInterface?(iid: nsIDLike): unknown };
+
+interface nsISupports {
+  /** The same object, with the members of the interface; an error when it does not implement it. */
+  QueryInterface<T>(iid: nsInterfaceID<T>): this & T;
+}
+
+interface nsIHostDocument extends nsISupports {
+  readonly baseURIObject: nsIURI | null;
+  readonly loadGroup: nsILoadGroup | null;
+  readonly baseURI: string | null;
+}
+
+interface nsIWeakReference extends nsISupports {
+  QueryReferent(uuid: nsIDLike): any;
+}
+
+interface nsISupportsWeakReference extends nsISupports {
+  GetWeakReference(): nsIWeakReference | null;
+}
+
+interface nsIClassInfo extends nsISupports {
+  readonly SINGLETON: 1;
+  readonly THREADSAFE: 2;
+  readonly MAIN_THREAD_ONLY: 4;
+  readonly DOM_OBJECT: 8;
+  readonly PLUGIN_OBJECT: 16;
+  readonly CONTENT_NODE: 64;
+  readonly RESERVED: 2147483648;
+  getInterfaces(): nsIDLike[];
+  getHelperForLanguage(language: number): nsISupports | null;
+  readonly contractID: string | null;
+  readonly classDescription: string | null;
+  readonly classID: nsIDLike;
+  readonly implementationLanguage: number;
+  readonly flags: number;
+}
+
+interface nsIProgrammingLanguage extends nsISupports {
+  readonly UNKNOWN: 0;
+  readonly CPLUSPLUS: 1;
+  readonly JAVASCRIPT: 2;
+  readonly PYTHON: 3;
+  readonly PERL: 4;
+  readonly JAVA: 5;
+  readonly ZX81_BASIC: 6;
+  readonly JAVASCRIPT2: 7;
+  readonly RUBY: 8;
+  readonly PHP: 9;
+  readonly TCL: 10;
+  readonly MAX: 10;
+}
+
+interface nsIInterfaceRequestor extends nsISupports {
+  getInterface(uuid: nsIDLike): any;
+}
+
+interface nsIComponentManager extends nsISupports {
+  getClassObject(class_: nsIDLike, iid: nsIDLike): any;
+  getClassObjectByContractID(contractID: string | null, iid: nsIDLike): any;
+  createInstance(class_: nsIDLike, delegate: nsISupports | null, iid: nsIDLike): any;
+  createInstanceByContractID(contractID: string | null, delegate: nsISupports | null, iid: nsIDLike): any;
+  addBootstrappedManifestLocation(location: nsILocalFile | null): void;
+  removeBootstrappedManifestLocation(location: nsILocalFile | null): void;
+}
+
+interface nsIServiceManager extends nsISupports {
+  getService(class_: nsIDLike, iid: nsIDLike): any;
+  getServiceByContractID(contractID: string | null, iid: nsIDLike): any;
+  isServiceInstantiated(class_: nsIDLike, iid: nsIDLike): boolean;
+  isServiceInstantiatedByContractID(contractID: string | null, iid: nsIDLike): boolean;
+}
+
+interface nsIComponentRegistrar extends nsISupports {
+  autoRegister(spec: nsIFile | null): void;
+  autoUnregister(spec: nsIFile | null): void;
+  registerFactory(class_: nsIDLike, className: string | null, contractID: string | null, factory: nsIFactory | nsScripted<nsIFactory> | null): void;
+  unregisterFactory(class_: nsIDLike, factory: nsIFactory | nsScripted<nsIFactory> | null): void;
+  registerFactoryLocation(class_: nsIDLike, className: string | null, contractID: string | null, file: nsIFile | null, loaderStr: string | null, type: string | null): void;
+  unregisterFactoryLocation(class_: nsIDLike, file: nsIFile | null): void;
+  isCIDRegistered(class_: nsIDLike): boolean;
+  isContractIDRegistered(contractID: string | null): boolean;
+  enumerateCIDs(): nsISimpleEnumerator | null;
+  enumerateContractIDs(): nsISimpleEnumerator | null;
+  CIDToContractID(class_: nsIDLike): string | null;
+  contractIDToCID(contractID: string | null): nsIDLike;
+}
+
+interface nsIFactory extends nsISupports {
+  createInstance(outer: nsISupports | null, iid: nsIDLike): any;
+  lockFactory(lock: boolean): void;
+}
+
+interface nsIModule extends nsISupports {
+  getClassObject(compMgr: nsIComponentManager | null, class_: nsIDLike, iid: nsIDLike): any;
+  registerSelf(compMgr: nsIComponentManager | null, location: nsIFile | null, loaderStr: string | null, type: string | null): void;
+  unregisterSelf(compMgr: nsIComponentManager | null, location: nsIFile | null, loaderStr: string | null): void;
+  canUnload(compMgr: nsIComponentManager | null): boolean;
+}
+
+interface nsICategoryManager extends nsISupports {
+  getCategoryEntry(category: string | null, entry: string | null): string | null;
+  addCategoryEntry(category: string | null, entry: string | null, value: string | null, persist: boolean, replace: boolean): string | null;
+  deleteCategoryEntry(category: string | null, entry: string | null, persist: boolean): void;
+  deleteCategory(category: string | null): void;
+  enumerateCategory(category: string | null): nsISimpleEnumerator | null;
+  enumerateCategories(): nsISimpleEnumerator | null;
+}
+
+interface nsIObserver extends nsISupports {
+  observe(subject: nsISupports | null, topic: string | null, data: string | null): void;
+}
+
+interface nsIObserverService extends nsISupports {
+  addObserver(anObserver: nsIObserver | nsScripted<nsIObserver> | nsIObserver["observe"] | null, topic: string | null, ownsWeak: boolean): void;
+  removeObserver(anObserver: nsIObserver | nsScripted<nsIObserver> | nsIObserver["observe"] | null, topic: string | null): void;
+  notifyObservers(subject: nsISupports | null, topic: string | null, someData: string | null): void;
+  enumerateObservers(topic: string | null): nsISimpleEnumerator | null;
+}
+
+interface nsIMemory extends nsISupports {
+  heapMinimize(immediate: boolean): void;
+  isLowMemory(): boolean;
+}
+
+interface nsIDebug extends nsISupports {
+  assertion(str: string | null, expr: string | null, file: string | null, line: number): void;
+  warning(str: string | null, file: string | null, line: number): void;
+  break(file: string | null, line: number): void;
+  abort(file: string | null, line: number): void;
+}
+
+interface nsIDebug2 extends nsIDebug {
+  readonly isDebugBuild: boolean;
+  readonly assertionCount: number;
+}
+
+interface nsIConsoleService extends nsISupports {
+  logMessage(message: nsIConsoleMessage | null): void;
+  logStringMessage(message: string | null): void;
+  getMessageArray(): (nsIConsoleMessage | null)[];
+  registerListener(listener: nsIConsoleListener | nsScripted<nsIConsoleListener> | nsIConsoleListener["observe"] | null): void;
+  unregisterListener(listener: nsIConsoleListener | nsScripted<nsIConsoleListener> | nsIConsoleListener["observe"] | null): void;
+  reset(): void;
+}
+
+interface nsIConsoleMessage extends nsISupports {
+  readonly message: string | null;
+}
+
+interface nsIConsoleListener extends nsISupports {
+  observe(message: nsIConsoleMessage | null): void;
+}
+
+interface nsIUUIDGenerator extends nsISupports {
+  generateUUID(): nsIDLike;
+}
+
+interface nsIPrefService extends nsISupports {
+  readUserPrefs(file: nsIFile | null): void;
+  resetPrefs(): void;
+  resetUserPrefs(): void;
+  savePrefFile(file: nsIFile | null): void;
+  getBranch(prefRoot: string | null): nsIPrefBranch | null;
+  getDefaultBranch(prefRoot: string | null): nsIPrefBranch | null;
+}
+
+interface nsIPrefBranch extends nsISupports {
+  readonly PREF_INVALID: 0;
+  readonly PREF_STRING: 32;
+  readonly PREF_INT: 64;
+  readonly PREF_BOOL: 128;
+  readonly root: string | null;
+  getPrefType(prefName: string | null): number;
+  getBoolPref(prefName: string | null): boolean;
+  setBoolPref(prefName: string | null, value: boolean): void;
+  getCharPref(prefName: string | null): string | null;
+  setCharPref(prefName: string | null, value: string | null): void;
+  getIntPref(prefName: string | null): number;
+  setIntPref(prefName: string | null, value: number): void;
+  getComplexValue(prefName: string | null, type: nsIDLike): any;
+  setComplexValue(prefName: string | null, type: nsIDLike, value: nsISupports | null): void;
+  clearUserPref(prefName: string | null): void;
+  lockPref(prefName: string | null): void;
+  prefHasUserValue(prefName: string | null): boolean;
+  prefIsLocked(prefName: string | null): boolean;
+  unlockPref(prefName: string | null): void;
+  deleteBranch(startingAt: string | null): void;
+  getChildList(startingAt: string | null): string[];
+  resetBranch(startingAt: string | null): void;
+  addObserver(domain: string | null, observer: nsIObserver | nsScripted<nsIObserver> | nsIObserver["observe"] | null, holdWeak: boolean): void;
+  removeObserver(domain: string | null, observer: nsIObserver | nsScripted<nsIObserver> | nsIObserver["observe"] | null): void;
+}
+
+interface nsIPrefBranch2 extends nsIPrefBranch {
+}
+
+interface nsIPrefBranchInternal extends nsIPrefBranch2 {
+}
+
+interface nsIEventTarget extends nsISupports {
+  readonly DISPATCH_NORMAL: 0;
+  readonly DISPATCH_SYNC: 1;
+  dispatch(event: nsIRunnable | nsScripted<nsIRunnable> | nsIRunnable["run"] | null, flags: number): void;
+  isOnCurrentThread(): boolean;
+}
+
+interface nsIThread extends nsIEventTarget {
+  shutdown(): void;
+  hasPendingEvents(): boolean;
+  processNextEvent(mayWait: boolean): boolean;
+}
+
+interface nsIThreadInternal extends nsIThread {
+  observer: nsIThreadObserver | null;
+  readonly recursionDepth: number;
+  addObserver(observer: nsIThreadObserver | null): void;
+  removeObserver(observer: nsIThreadObserver | null): void;
+}
+
+interface nsIThreadObserver extends nsISupports {
+  onDispatchedEvent(thread: nsIThreadInternal | null): void;
+  onProcessNextEvent(thread: nsIThreadInternal | null, mayWait: boolean, recursionDepth: number): void;
+  afterProcessNextEvent(thread: nsIThreadInternal | null, recursionDepth: number): void;
+}
+
+interface nsIThreadManager extends nsISupports {
+  readonly DEFAULT_STACK_SIZE: 0;
+  newThread(creationFlags: number, stackSize?: number): nsIThread | null;
+  readonly mainThread: nsIThread | null;
+  readonly currentThread: nsIThread | null;
+  readonly isMainThread: boolean;
+  readonly isCycleCollectorThread: boolean;
+}
+
+interface nsIRunnable extends nsISupports {
+  run(): void;
+}
+
+interface nsITimer extends nsISupports {
+  readonly TYPE_ONE_SHOT: 0;
+  readonly TYPE_REPEATING_SLACK: 1;
+  readonly TYPE_REPEATING_PRECISE: 2;
+  readonly TYPE_REPEATING_PRECISE_CAN_SKIP: 3;
+  init(observer: nsIObserver | nsScripted<nsIObserver> | nsIObserver["observe"] | null, delay: number, type: number): void;
+  initWithCallback(callback: nsITimerCallback | nsScripted<nsITimerCallback> | nsITimerCallback["notify"] | null, delay: number, type: number): void;
+  cancel(): void;
+  delay: number;
+  type: number;
+  readonly callback: nsITimerCallback | null;
+  target: nsIEventTarget | null;
+}
+
+interface nsITimerCallback extends nsISupports {
+  notify(timer: nsITimer | null): void;
+}
+
+interface nsIArray extends nsISupports {
+  readonly length: number;
+  queryElementAt(index: number, uuid: nsIDLike): any;
+  indexOf(startIndex: number, element: nsISupports | null): number;
+  enumerate(): nsISimpleEnumerator | null;
+  readonly [index: number]: any;
+  [Symbol.iterator](): Iterator<any>;
+}
+
+interface nsIMutableArray extends nsIArray {
+  appendElement(element: nsISupports | null, weak: boolean): void;
+  removeElementAt(index: number): void;
+  insertElementAt(element: nsISupports | null, index: number, weak: boolean): void;
+  replaceElementAt(element: nsISupports | null, index: number, weak: boolean): void;
+  clear(): void;
+}
+
+interface nsISimpleEnumerator extends nsISupports {
+  hasMoreElements(): boolean;
+  getNext(): nsISupports | null;
+  [Symbol.iterator](): Iterator<any>;
+}
+
+interface nsIStringEnumerator extends nsISupports {
+  hasMore(): boolean;
+  getNext(): string;
+  [Symbol.iterator](): Iterator<string>;
+}
+
+interface nsIUTF8StringEnumerator extends nsISupports {
+  hasMore(): boolean;
+  getNext(): string;
+  [Symbol.iterator](): Iterator<string>;
+}
+
+interface nsISupportsPrimitive extends nsISupports {
+  readonly TYPE_ID: 1;
+  readonly TYPE_CSTRING: 2;
+  readonly TYPE_STRING: 3;
+  readonly TYPE_PRBOOL: 4;
+  readonly TYPE_PRUINT8: 5;
+  readonly TYPE_PRUINT16: 6;
+  readonly TYPE_PRUINT32: 7;
+  readonly TYPE_PRUINT64: 8;
+  readonly TYPE_PRTIME: 9;
+  readonly TYPE_CHAR: 10;
+  readonly TYPE_PRINT16: 11;
+  readonly TYPE_PRINT32: 12;
+  readonly TYPE_PRINT64: 13;
+  readonly TYPE_FLOAT: 14;
+  readonly TYPE_DOUBLE: 15;
+  readonly TYPE_VOID: 16;
+  readonly TYPE_INTERFACE_POINTER: 17;
+  readonly type: number;
+}
+
+interface nsISupportsCString extends nsISupportsPrimitive {
+  data: string;
+  toString(): string | null;
+}
+
+interface nsISupportsString extends nsISupportsPrimitive {
+  data: string;
+  toString(): string | null;
+}
+
+interface nsISupportsPRBool extends nsISupportsPrimitive {
+  data: boolean;
+  toString(): string | null;
+}
+
+interface nsISupportsPRUint32 extends nsISupportsPrimitive {
+  data: number;
+  toString(): string | null;
+}
+
+interface nsISupportsPRInt32 extends nsISupportsPrimitive {
+  data: number;
+  toString(): string | null;
+}
+
+interface nsISupportsInterfacePointer extends nsISupportsPrimitive {
+  data: nsISupports | null;
+  dataIID: nsIDLike;
+  toString(): string | null;
+}
+
+interface nsISupportsID extends nsISupportsPrimitive {
+  data: nsIDLike;
+  toString(): string | null;
+}
+
+interface nsIProperties extends nsISupports {
+  get(prop: string | null, iid: nsIDLike): any;
+  set(prop: string | null, value: nsISupports | null): void;
+  has(prop: string | null): boolean;
+  undefine(prop: string | null): void;
+  getKeys(): string[];
+}
+
+interface nsIPropertyBag extends nsISupports {
+  readonly enumerator: nsISimpleEnumerator | null;
+  getProperty(name: string): nsIVariant | null;
+}
+
+interface nsIVariant extends nsISupports {
+}
+
+interface nsIFile extends nsISupports {
+  readonly NORMAL_FILE_TYPE: 0;
+  readonly DIRECTORY_TYPE: 1;
+  readonly OS_READAHEAD: 1073741824;
+  readonly DELETE_ON_CLOSE: 2147483648;
+  append(node: string): void;
+  normalize(): void;
+  create(type: number, permissions: number): void;
+  leafName: string;
+  copyTo(newParentDir: nsIFile | null, newName: string): void;
+  copyToFollowingLinks(newParentDir: nsIFile | null, newName: string): void;
+  moveTo(newParentDir: nsIFile | null, newName: string): void;
+  remove(recursive: boolean): void;
+  permissions: number;
+  permissionsOfLink: number;
+  lastModifiedTime: number | bigint;
+  lastModifiedTimeOfLink: number | bigint;
+  fileSize: number | bigint;
+  readonly fileSizeOfLink: number | bigint;
+  readonly target: string;
+  readonly path: string;
+  exists(): boolean;
+  isWritable(): boolean;
+  isReadable(): boolean;
+  isExecutable(): boolean;
+  isHidden(): boolean;
+  isDirectory(): boolean;
+  isFile(): boolean;
+  isSymlink(): boolean;
+  isSpecial(): boolean;
+  createUnique(type: number, permissions: number): void;
+  clone(): nsIFile | null;
+  equals(inFile: nsIFile | null): boolean;
+  contains(inFile: nsIFile | null, recur: boolean): boolean;
+  readonly parent: nsIFile | null;
+  readonly directoryEntries: nsISimpleEnumerator | null;
+  initWithPath(filePath: string): void;
+  initWithFile(file: nsIFile | null): void;
+  followLinks: boolean;
+  readonly diskSpaceAvailable: number | bigint;
+  appendRelativePath(relativeFilePath: string): void;
+  persistentDescriptor: string;
+  reveal(): void;
+  launch(): void;
+  getRelativeDescriptor(fromFile: nsIFile | null): string;
+  setRelativeDescriptor(fromFile: nsIFile | null, relativeDesc: string): void;
+}
+
+interface nsILocalFile extends nsIFile {
+}
+
+interface nsIDirectoryService extends nsISupports {
+  init(): void;
+  registerProvider(prov: nsIDirectoryServiceProvider | nsScripted<nsIDirectoryServiceProvider> | null): void;
+  unregisterProvider(prov: nsIDirectoryServiceProvider | nsScripted<nsIDirectoryServiceProvider> | null): void;
+}
+
+interface nsIDirectoryServiceProvider extends nsISupports {
+  getFile(prop: string | null): { persistent: boolean; result: nsIFile | null };
+}
+
+interface nsIDirectoryServiceProvider2 extends nsIDirectoryServiceProvider {
+  getFiles(prop: string | null): nsISimpleEnumerator | null;
+}
+
+interface nsIInputStream extends nsISupports {
+  close(): void;
+  available(): number;
+  isNonBlocking(): boolean;
+}
+
+interface nsIOutputStream extends nsISupports {
+  close(): void;
+  flush(): void;
+  write(buf: string, count: number): number;
+  writeFrom(fromStream: nsIInputStream | null, count: number): number;
+  isNonBlocking(): boolean;
+}
+
+interface nsIAsyncInputStream extends nsIInputStream {
+  readonly WAIT_CLOSURE_ONLY: 1;
+  closeWithStatus(status: number): void;
+  asyncWait(callback: nsIInputStreamCallback | nsScripted<nsIInputStreamCallback> | nsIInputStreamCallback["onInputStreamReady"] | null, flags: number, requestedCount: number, eventTarget: nsIEventTarget | null): void;
+}
+
+interface nsIInputStreamCallback extends nsISupports {
+  onInputStreamReady(stream: nsIAsyncInputStream | null): void;
+}
+
+interface nsIAsyncOutputStream extends nsIOutputStream {
+  readonly WAIT_CLOSURE_ONLY: 1;
+  closeWithStatus(reason: number): void;
+  asyncWait(callback: nsIOutputStreamCallback | nsScripted<nsIOutputStreamCallback> | nsIOutputStreamCallback["onOutputStreamReady"] | null, flags: number, requestedCount: number, eventTarget: nsIEventTarget | null): void;
+}
+
+interface nsIOutputStreamCallback extends nsISupports {
+  onOutputStreamReady(stream: nsIAsyncOutputStream | null): void;
+}
+
+interface nsIBinaryInputStream extends nsIInputStream {
+  setInputStream(inputStream: nsIInputStream | null): void;
+  readBoolean(): boolean;
+  read8(): number;
+  read16(): number;
+  read32(): number;
+  read64(): number | bigint;
+  readFloat(): number;
+  readDouble(): number;
+  readCString(): string;
+  readString(): string;
+  readBytes(length: number): string;
+  readByteArray(length: number): number[];
+}
+
+interface nsIBinaryOutputStream extends nsIOutputStream {
+  setOutputStream(outputStream: nsIOutputStream | null): void;
+  writeBoolean(boolean: boolean): void;
+  write8(byte: number): void;
+  write16(a16: number): void;
+  write32(a32: number): void;
+  write64(a64: number | bigint): void;
+  writeFloat(float: number): void;
+  writeDouble(double: number): void;
+  writeStringZ(string: string | null): void;
+  writeWStringZ(string: string | null): void;
+  writeUtf8Z(string: string | null): void;
+  writeBytes(string: string, length: number): void;
+  writeByteArray(bytes: number[], length: number): void;
+}
+
+interface nsIPipe extends nsISupports {
+  init(nonBlockingInput: boolean, nonBlockingOutput: boolean, segmentSize: number, segmentCount: number, segmentAllocator: nsIMemory | null): void;
+  readonly inputStream: nsIAsyncInputStream | null;
+  readonly outputStream: nsIAsyncOutputStream | null;
+}
+
+interface nsISearchableInputStream extends nsISupports {
+  search(forString: string | null, ignoreCase: boolean): { found: boolean; offsetSearchedTo: number };
+}
+
+interface nsISeekableStream extends nsISupports {
+  readonly NS_SEEK_SET: 0;
+  readonly NS_SEEK_CUR: 1;
+  readonly NS_SEEK_END: 2;
+  seek(whence: number, offset: number | bigint): void;
+  tell(): number | bigint;
+  setEOF(): void;
+}
+
+interface nsIFileInputStream extends nsIInputStream {
+  readonly DELETE_ON_CLOSE: 2;
+  readonly CLOSE_ON_EOF: 4;
+  readonly REOPEN_ON_REWIND: 8;
+  readonly DEFER_OPEN: 16;
+  init(file: nsIFile | null, ioFlags: number, perm: number, behaviorFlags: number): void;
+}
+
+interface nsIFileOutputStream extends nsIOutputStream {
+  readonly DEFER_OPEN: 1;
+  init(file: nsIFile | null, ioFlags: number, perm: number, behaviorFlags: number): void;
+}
+
+interface nsISafeOutputStream extends nsISupports {
+  finish(): void;
+}
+
+interface nsIStringInputStream extends nsIInputStream {
+  setData(data: string | null, dataLen: number): void;
+}
+
+interface nsIURI extends nsISupports {
+  spec: string;
+  readonly prePath: string;
+  scheme: string;
+  userPass: string;
+  username: string;
+  password: string;
+  hostPort: string;
+  host: string;
+  port: number;
+  path: string;
+  equals(other: nsIURI | null): boolean;
+  schemeIs(scheme: string | null): boolean;
+  clone(): nsIURI | null;
+  resolve(relativePath: string): string;
+  readonly asciiSpec: string;
+  readonly asciiHost: string;
+  readonly originCharset: string;
+  ref: string;
+  equalsExceptRef(other: nsIURI | null): boolean;
+  cloneIgnoringRef(): nsIURI | null;
+  readonly specIgnoringRef: string;
+  readonly hasRef: boolean;
+}
+
+interface nsIURL extends nsIURI {
+  filePath: string;
+  query: string;
+  directory: string;
+  fileName: string;
+  fileBaseName: string;
+  fileExtension: string;
+  getCommonBaseSpec(uriToCompare: nsIURI | null): string;
+  getRelativeSpec(uriToCompare: nsIURI | null): string;
+}
+
+interface nsIFileURL extends nsIURL {
+  file: nsIFile | null;
+}
+
+interface nsIIOService extends nsISupports {
+  getProtocolHandler(scheme: string | null): nsIProtocolHandler | null;
+  getProtocolFlags(scheme: string | null): number;
+  newURI(spec: string, originCharset: string | null, baseURI: nsIURI | null): nsIURI | null;
+  newFileURI(file: nsIFile | null): nsIURI | null;
+  newChannelFromURI(uri: nsIURI | null): nsIChannel | null;
+  newChannel(spec: string, originCharset: string | null, baseURI: nsIURI | null): nsIChannel | null;
+  offline: boolean;
+  allowPort(port: number, scheme: string | null): boolean;
+  extractScheme(urlString: string): string;
+}
+
+interface nsIIOService2 extends nsIIOService {
+  manageOfflineStatus: boolean;
+  newChannelFromURIWithProxyFlags(uri: nsIURI | null, proxyURI: nsIURI | null, proxyFlags: number): nsIChannel | null;
+}
+
+interface nsIProtocolHandler extends nsISupports {
+  readonly URI_STD: 0;
+  readonly URI_NORELATIVE: 1;
+  readonly URI_NOAUTH: 2;
+  readonly URI_INHERITS_SECURITY_CONTEXT: 16;
+  readonly URI_FORBIDS_AUTOMATIC_DOCUMENT_REPLACEMENT: 32;
+  readonly URI_LOADABLE_BY_ANYONE: 64;
+  readonly URI_DANGEROUS_TO_LOAD: 128;
+  readonly URI_IS_UI_RESOURCE: 256;
+  readonly URI_IS_LOCAL_FILE: 512;
+  readonly URI_LOADABLE_BY_SUBSUMERS: 16384;
+  readonly URI_NON_PERSISTABLE: 1024;
+  readonly URI_DOES_NOT_RETURN_DATA: 2048;
+  readonly URI_IS_LOCAL_RESOURCE: 4096;
+  readonly URI_OPENING_EXECUTES_SCRIPT: 8192;
+  readonly URI_SYNC_LOAD_IS_OK: 32768;
+  readonly ALLOWS_PROXY: 4;
+  readonly ALLOWS_PROXY_HTTP: 8;
+  readonly URI_FORBIDS_COOKIE_ACCESS: 32768;
+  readonly scheme: string;
+  readonly defaultPort: number;
+  readonly protocolFlags: number;
+  newURI(spec: string, originCharset: string | null, baseURI: nsIURI | null): nsIURI | null;
+  newChannel(uri: nsIURI | null): nsIChannel | null;
+  allowPort(port: number, scheme: string | null): boolean;
+}
+
+interface nsIFileProtocolHandler extends nsIProtocolHandler {
+  newFileURI(file: nsIFile | null): nsIURI | null;
+  getURLSpecFromFile(file: nsIFile | null): string;
+  getURLSpecFromActualFile(file: nsIFile | null): string;
+  getURLSpecFromDir(file: nsIFile | null): string;
+  getFileFromURLSpec(url: string): nsIFile | null;
+  readURLFile(file: nsIFile | null): nsIURI | null;
+}
+
+interface nsIRequest extends nsISupports {
+  readonly LOAD_REQUESTMASK: 65535;
+  readonly LOAD_NORMAL: 0;
+  readonly LOAD_BACKGROUND: 1;
+  readonly INHIBIT_PIPELINE: 64;
+  readonly INHIBIT_CACHING: 128;
+  readonly INHIBIT_PERSISTENT_CACHING: 256;
+  readonly LOAD_BYPASS_CACHE: 512;
+  readonly LOAD_FROM_CACHE: 1024;
+  readonly VALIDATE_ALWAYS: 2048;
+  readonly VALIDATE_NEVER: 4096;
+  readonly VALIDATE_ONCE_PER_SESSION: 8192;
+  readonly LOAD_ANONYMOUS: 16384;
+  readonly LOAD_FRESH_CONNECTION: 32768;
+  readonly name: string;
+  isPending(): boolean;
+  readonly status: number;
+  cancel(status: number): void;
+  suspend(): void;
+  resume(): void;
+  loadGroup: nsILoadGroup | null;
+  loadFlags: number;
+}
+
+interface nsIRequestObserver extends nsISupports {
+  onStartRequest(request: nsIRequest | null, context: nsISupports | null): void;
+  onStopRequest(request: nsIRequest | null, context: nsISupports | null, statusCode: number): void;
+}
+
+interface nsIStreamListener extends nsIRequestObserver {
+  onDataAvailable(request: nsIRequest | null, context: nsISupports | null, inputStream: nsIInputStream | null, offset: number, count: number): void;
+}
+
+interface nsIChannel extends nsIRequest {
+  readonly LOAD_DOCUMENT_URI: 65536;
+  readonly LOAD_RETARGETED_DOCUMENT_URI: 131072;
+  readonly LOAD_REPLACE: 262144;
+  readonly LOAD_INITIAL_DOCUMENT_URI: 524288;
+  readonly LOAD_TARGETED: 1048576;
+  readonly LOAD_CALL_CONTENT_SNIFFERS: 2097152;
+  readonly LOAD_CLASSIFY_URI: 4194304;
+  readonly DISPOSITION_INLINE: 0;
+  readonly DISPOSITION_ATTACHMENT: 1;
+  originalURI: nsIURI | null;
+  readonly URI: nsIURI | null;
+  owner: nsISupports | null;
+  notificationCallbacks: nsIInterfaceRequestor | null;
+  readonly securityInfo: nsISupports | null;
+  contentType: string;
+  contentCharset: string;
+  contentLength: number;
+  open(): nsIInputStream | null;
+  asyncOpen(listener: nsIStreamListener | nsScripted<nsIStreamListener> | null, context: nsISupports | null): void;
+  readonly contentDisposition: number;
+  readonly contentDispositionFilename: string;
+  readonly contentDispositionHeader: string;
+}
+
+interface nsILoadGroup extends nsIRequest {
+  groupObserver: nsIRequestObserver | null;
+  defaultLoadRequest: nsIRequest | null;
+  addRequest(request: nsIRequest | null, context: nsISupports | null): void;
+  removeRequest(request: nsIRequest | null, context: nsISupports | null, status: number): void;
+  readonly requests: nsISimpleEnumerator | null;
+  readonly activeCount: number;
+  notificationCallbacks: nsIInterfaceRequestor | null;
+}
+
+interface nsINetworkLinkService extends nsISupports {
+  readonly LINK_TYPE_UNKNOWN: 0;
+  readonly LINK_TYPE_ETHERNET: 1;
+  readonly LINK_TYPE_USB: 2;
+  readonly LINK_TYPE_WIFI: 3;
+  readonly LINK_TYPE_WIMAX: 4;
+  readonly LINK_TYPE_2G: 5;
+  readonly LINK_TYPE_3G: 6;
+  readonly LINK_TYPE_4G: 7;
+  readonly isLinkUp: boolean;
+  readonly linkStatusKnown: boolean;
+  readonly linkType: number;
+}
+
+interface nsICharsetConverterManager extends nsISupports {
+  getCharsetAlias(charset: string | null): string;
+  getDecoderList(): nsIUTF8StringEnumerator | null;
+  getEncoderList(): nsIUTF8StringEnumerator | null;
+  GetCharsetDetectorList(): nsIUTF8StringEnumerator | null;
+  getCharsetTitle(charset: string | null): string;
+  getCharsetData(charset: string | null, prop: string | null): string;
+}
+
+interface nsIFontEnumerator extends nsISupports {
+  EnumerateAllFonts(): string[];
+  EnumerateFonts(langGroup: string | null, generic: string | null): string[];
+  HaveFontFor(langGroup: string | null): boolean;
+  getDefaultFont(langGroup: string | null, generic: string | null): string | null;
+  updateFontList(): boolean;
+  getStandardFamilyName(name: string | null): string | null;
+}
+
+interface nsICrashReporter extends nsISupports {
+  enabled: boolean;
+  serverURL: nsIURL | null;
+  minidumpPath: nsILocalFile | null;
+  annotateCrashReport(key: string, data: string): void;
+  appendAppNotesToCrashReport(data: string): void;
+  registerAppMemory(ptr: number | bigint, size: number | bigint): void;
+  submitReports: boolean;
+}
+
+interface nsIXULRuntime extends nsISupports {
+  readonly PROCESS_TYPE_DEFAULT: 0;
+  readonly PROCESS_TYPE_PLUGIN: 1;
+  readonly PROCESS_TYPE_CONTENT: 2;
+  readonly PROCESS_TYPE_IPDLUNITTEST: 3;
+  readonly inSafeMode: boolean;
+  logConsoleErrors: boolean;
+  readonly OS: string;
+  readonly XPCOMABI: string;
+  readonly widgetToolkit: string;
+  readonly processType: number;
+  invalidateCachesOnRestart(): void;
+  ensureContentProcess(): void;
+  readonly replacedLockTime: number | bigint;
+}
+
+interface nsIXULAppInfo extends nsISupports {
+  readonly vendor: string;
+  readonly name: string;
+  readonly ID: string;
+  readonly version: string;
+  readonly appBuildID: string;
+  readonly platformVersion: string;
+  readonly platformBuildID: string;
+}
+
+interface nsIAppStartup extends nsISupports {
+  readonly eConsiderQuit: 1;
+  readonly eAttemptQuit: 2;
+  readonly eForceQuit: 3;
+  readonly eRestart: 16;
+  readonly eRestarti386: 32;
+  readonly eRestartx86_64: 64;
+  createHiddenWindow(): void;
+  destroyHiddenWindow(): void;
+  run(): void;
+  enterLastWindowClosingSurvivalArea(): void;
+  exitLastWindowClosingSurvivalArea(): void;
+  readonly automaticSafeModeNecessary: boolean;
+  restartInSafeMode(quitMode: number): void;
+  trackStartupCrashBegin(): boolean;
+  trackStartupCrashEnd(): void;
+  quit(mode: number): void;
+  readonly shuttingDown: boolean;
+  interrupted: boolean;
+}
+
+interface nsIBaseWindow extends nsISupports {
+  create(): void;
+  destroy(): void;
+  setPosition(x: number, y: number): void;
+  getPosition(): { x: number; y: number };
+  setSize(cx: number, cy: number, fRepaint: boolean): void;
+  getSize(): { cx: number; cy: number };
+  setPositionAndSize(x: number, y: number, cx: number, cy: number, fRepaint: boolean): void;
+  getPositionAndSize(): { x: number; y: number; cx: number; cy: number };
+  repaint(force: boolean): void;
+  visibility: boolean;
+  enabled: boolean;
+  setFocus(): void;
+  title: string | null;
+}
+
+interface nsIXULWindow extends nsISupports {
+  readonly lowestZ: 0;
+  readonly loweredZ: 4;
+  readonly normalZ: 5;
+  readonly raisedZ: 6;
+  readonly highestZ: 9;
+  intrinsicallySized: boolean;
+  addChildWindow(child: nsIXULWindow | null): void;
+  removeChildWindow(child: nsIXULWindow | null): void;
+  center(relative: nsIXULWindow | null, screen: boolean, alert: boolean): void;
+  showModal(): void;
+  zLevel: number;
+  contextFlags: number;
+  chromeFlags: number;
+  assumeChromeFlagsAreFrozen(): void;
+  createNewWindow(chromeFlags: number): nsIXULWindow | null;
+}
+
+interface nsIAppShellService extends nsISupports {
+  readonly SIZE_TO_CONTENT: -1;
+  createTopLevelWindow(parent: nsIXULWindow | null, url: nsIURI | null, chromeMask: number, initialWidth: number, initialHeight: number): nsIXULWindow | null;
+  destroyHiddenWindow(): void;
+  readonly hiddenWindow: nsIXULWindow | null;
+  readonly hiddenDOMWindow: any;
+  readonly applicationProvidedHiddenWindow: boolean;
+  registerTopLevelWindow(window: nsIXULWindow | null): void;
+  unregisterTopLevelWindow(window: nsIXULWindow | null): void;
+}
+
+interface nsIWindowMediator extends nsISupports {
+  readonly zLevelTop: 1;
+  readonly zLevelBottom: 2;
+  readonly zLevelBelow: 3;
+  getEnumerator(windowType: string | null): nsISimpleEnumerator | null;
+  getXULWindowEnumerator(windowType: string | null): nsISimpleEnumerator | null;
+  getZOrderDOMWindowEnumerator(windowType: string | null, frontToBack: boolean): nsISimpleEnumerator | null;
+  getZOrderXULWindowEnumerator(windowType: string | null, frontToBack: boolean): nsISimpleEnumerator | null;
+  getMostRecentWindow(windowType: string | null): any;
+}
+
+/**
+ * The device of an adapter. Its name is the first of the keys by which application profiles are
+ * looked up. Immutable; any thread.
+ */
+interface nsISystemDevice extends nsISupports {
+  /**
+   * The device type's name, "mass-storage" for one: a word of the preference names, so without
+   * points.
+   */
+  readonly name: string;
+  /** The text for people, "mass storage". */
+  readonly label: string;
+}
+
+/**
+ * A connector of an adapter. Its name and mask are the second and third key by which application
+ * profiles are looked up. Main thread; immutable but for the label.
+ */
+interface nsISystemConnector extends nsISupports {
+  /** The connector type, "usb" for one: a word of the preference names, so without points. */
+  readonly name: string;
+  /**
+   * "*", or decimal digits: a bit mask that tells equal connectors of one machine apart. The masks
+   * of an adapter's connectors are joined bit by bit.
+   */
+  readonly mask: string;
+  /**
+   * The text for people: the one of the maker until SetLabel.
+   * Setting: Changes the label and stores it as the preference "vorel.connectors.NAME.MASK", for the
+   * application: the system itself does not read it back. The label is changed even when it could
+   * not be stored: NS_ERROR_FAILURE without the preferences, else the error that they gave.
+   */
+  label: string;
+  /** Success, and the caller's string stays as it is. */
+  readonly type: string;
+}
+
+/**
+ * What all adapters have in common. Each kind has an interface that derives from this one.
+ *
+ * What is told here is set before the manager publishes the adapter and does not change after
+ * that. The count is atomic, and these operations may be called on any thread.
+ */
+interface nsISystemAdapter extends nsISupports {
+  /**
+   * What identifies the adapter to the system, in a form of its kind: "COM3" for a serial port.
+   * Empty for directories and volumes.
+   */
+  readonly sysPath: string;
+  /** The text for people, "Port serie COM3". May be empty. */
+  readonly label: string;
+  /**
+   * A new array of its nsISystemConnector, in the order in which they were found; empty when there
+   * is none. Fails as making an array fails.
+   */
+  readonly connectors: nsIArray;
+  /** A new array, always empty. */
+  readonly attachedObjects: nsIArray;
+  /** Null, and success, for an adapter that belongs to no device. */
+  readonly device: nsISystemDevice | null;
+}
+
+/**
+ * Given to nsISystemManager::AddAdapterListener. Called on the main thread, in the order of
+ * registration, while the call that made the change waits. Results are ignored: a listener that
+ * fails disturbs nobody.
+ *
+ * A listener may add and remove listeners. One that is added is called in the same round; one that
+ * removes itself makes the round skip the listener after it.
+ */
+interface nsISystemAdapterListener extends nsISupports {
+  /** The adapter is in the list. Its bindings are not made yet. */
+  onAdapterAdded(adapter: nsISystemAdapter | null): void;
+  /** The adapter is out of the list. Its bindings still are in theirs, and go next. */
+  onAdapterRemoved(adapter: nsISystemAdapter | null): void;
+  /** What the adapter reports has changed. */
+  onAdapterChanged(adapter: nsISystemAdapter | null): void;
+}
+
+/**
+ * An application profile. It lives through the bindings that say on which adapters it is in force.
+ * Immutable; any thread.
+ */
+interface nsISystemApplicationProfile extends nsISupports {
+  /**
+   * The key of the preferences below "vorel.app-profile." and of the manager's look-up of
+   * bindings.
+   */
+  readonly name: string;
+  /** A longer text for people; empty for the profiles that the system makes. */
+  readonly description: string;
+  /** The text for people; equal to the name for the profiles that the system makes. */
+  readonly label: string;
+}
+
+/**
+ * Implemented by every binding class. Any component may bring one: the system finds it by its
+ * contract ID in the category "vorel-application-profile-binding", makes one object for each
+ * adapter and profile, calls Init and IsEnabled, and keeps it for as long as the adapter is known.
+ * Main thread.
+ */
+interface nsISystemApplicationProfileBinding extends nsISupports {
+  /**
+   * Called once, first. aBranch is the part of the preferences that configures this profile on
+   * such an adapter; it always has an "authorized", and the binding's own keys stand beside that.
+   * A failure drops the binding without further notice.
+   */
+  init(adapter: nsISystemAdapter | null, applicationProfile: nsISystemApplicationProfile | null, branch: nsIPrefBranch | null): void;
+  /** Asked right after Init; a binding that answers false, or fails, is dropped. */
+  isEnabled(): boolean;
+  /** The profile given to Init. The manager's look-up reads its name. */
+  readonly applicationProfile: nsISystemApplicationProfile | null;
+  /**
+   * The adapter given to Init, the very object: when an adapter goes, its bindings are found by
+   * comparing.
+   */
+  readonly adapter: nsISystemAdapter | null;
+}
+
+/**
+ * Given to nsISystemManager::AddProfileBindingListener. Called on the main thread, in the order of
+ * registration, while the call that made the change waits. Results are ignored. For listeners that
+ * come and go during a round see nsISystemAdapterListener.
+ */
+interface nsISystemProfileBindingListener extends nsISupports {
+  /** The binding is in the list and in force. */
+  onProfileBindingAdded(binding: nsISystemApplicationProfileBinding | nsScripted<nsISystemApplicationProfileBinding> | null): void;
+  /** The binding is out of the list. */
+  onProfileBindingRemoved(binding: nsISystemApplicationProfileBinding | nsScripted<nsISystemApplicationProfileBinding> | null): void;
+}
+
+/**
+ * The list of adapters, the list of bindings that say on which adapters application profiles are
+ * in force, and listeners to both.
+ *
+ * Meant for the main thread: no operation takes a lock. The lists are empty before start-up has
+ * reached the profile, and again after "xpcom-shutdown"; the operations work all the same. Out
+ * arrays are new ones, with references to the same objects: a later change of the machine does not
+ * show in them.
+ */
+interface nsISystemManager extends nsISupports {
+  /** All adapters, in the order in which they were found. */
+  readonly adapters: nsIArray;
+  /**
+   * Looks again at the adapters of one kind. Followed for nsISystemAdapterIP, whose result is the
+   * discovery's; for every other interface success, and nothing is done.
+   */
+  refreshAdapters(iid: nsIDLike): void;
+  /**
+   * The adapters that answer to an interface, in the order in which they were found; an empty
+   * array when there is none. NS_ERROR_FAILURE when no array can be made.
+   */
+  getAdaptersByIId(iid: nsIDLike): nsIArray | null;
+  /**
+   * The bindings of a profile, in the order in which they came into force; null, and success, when
+   * there is none. aUri is the profile's name, or a URN that holds it: "urn:vorel:owl:NAME" or
+   * "urn:vorel:owl:NAME:...". Upper and lower case differ. A binding that fails to tell its
+   * profile fails the call.
+   */
+  getApplicationProfileBindingsByProfileUri(uri: string): nsIArray | null;
+  /**
+   * NS_OK, always. A listener that is added twice is called twice. Held until it is removed, or
+   * until "xpcom-shutdown".
+   */
+  addAdapterListener(listener: nsISystemAdapterListener | nsScripted<nsISystemAdapterListener> | null): void;
+  /** Removes it once. The value 1 when it was found, 0 when it was not. */
+  removeAdapterListener(listener: nsISystemAdapterListener | nsScripted<nsISystemAdapterListener> | null): void;
+  /** The value 1. Otherwise as AddAdapterListener. */
+  addProfileBindingListener(listener: nsISystemProfileBindingListener | nsScripted<nsISystemProfileBindingListener> | null): void;
+  /** Removes it once. The value 1 when it was found, 0 when it was not. */
+  removeProfileBindingListener(listener: nsISystemProfileBindingListener | nsScripted<nsISystemProfileBindingListener> | null): void;
+}
+
+/**
+ * A directory that the application works from, or the root of a removable volume. Those of volumes
+ * have the device "mass-storage" and a connector "usb"; those of directories have neither.
+ */
+interface nsISystemAdapterStorage extends nsISystemAdapter {
+  /**
+   * A new file object at each call, which the caller may change. Null, and success, when the
+   * adapter has got no directory: a volume is published before its directory is known. That the
+   * directory exists, or still exists, is not asked.
+   */
+  readonly directory: nsIFile | null;
+}
+
+/**
+ * Paths are relative to the root of the watch, use "/", and have no leading "/". A directory's
+ * path ends in "/". Called on the thread that started the watch; results are ignored.
+ *
+ * One report is one difference between two looks at the disk, so that several writes may come as
+ * one change, and a file that came and went between two looks is never heard of.
+ *
+ * From within OnWatcherStarted and OnWatcherStopped, no watch on the same root may be started or
+ * stopped through the shared service: it holds its lock across these two calls.
+ */
+interface nsISystemFileSystemListener extends nsISupports {
+  /** The watch stands; what changes from now on is reported. */
+  onWatcherStarted(): void;
+  /** The watch has ended. */
+  onWatcherStopped(): void;
+  /**
+   * Code 0 with the watched path: the root does not exist. Code 2 with an empty text: the picture
+   * of the directory failed. The watch does not stand.
+   */
+  onWatcherError(code: number, text: string): void;
+  /** A file was written to, or something came into, left or got another name in a directory. */
+  onFileSystemChanged(path: string): void;
+  /** Of a directory, everything below it is reported first, the deepest first. */
+  onFileSystemRemoved(path: string): void;
+  /** Of a directory, everything that it already holds is reported first. */
+  onFileSystemAdded(path: string): void;
+}
+
+/**
+ * A client of the shared service that does not implement this one hears a removal and an addition
+ * in place of a move.
+ */
+interface nsISystemFileSystemListener2 extends nsISystemFileSystemListener {
+  /**
+   * Something has another name or another place below the root. Of a directory, one call for each
+   * entry below it comes first, the deepest first, then its own.
+   */
+  onFileSystemMoved(oldPath: string, newPath: string): void;
+}
+
+/**
+ * Init, then StartWatching; the listener hears of the rest. All on one thread, the one that calls
+ * StartWatching, and it must run an event loop: reports come through it.
+ */
+interface nsISystemFileSystemWatcher extends nsISupports {
+  /**
+   * aRootURL is a "file:" URL; the directory need not exist yet. aIsRecursive is taken and not
+   * used: all watchers are recursive. Fails with the resolver's result for a URL that no file can
+   * be made of.
+   */
+  init(listener: nsISystemFileSystemListener | nsScripted<nsISystemFileSystemListener> | null, rootURL: string, isRecursive: boolean): void;
+  /**
+   * Returns before the watch stands: OnWatcherStarted says that it does, OnWatcherError that it
+   * can't. A second call on a standing watch succeeds and does nothing.
+   */
+  startWatching(): void;
+  /**
+   * OnWatcherStopped has been called when this returns. Without a standing watch it succeeds and
+   * does nothing.
+   */
+  stopWatching(): void;
+  /** False during the first walk through the directory. */
+  readonly isWatching: boolean;
+  /** The absolute path of the root, with the platform's separators. */
+  readonly watchPath: string;
+  readonly isSupported: boolean;
+}
+
+/**
+ * What script sees of a watcher; adds nothing to it. The constructor takes one object:
+ *
+ *   rootPath   string, required: the root, a URL, absolute or relative to the document
+ *   listener   object: implements nsISystemFileSystemListener, and ...2 if it wants moves
+ *   recursive  boolean: taken and without effect, all watchers are recursive
+ *   document   object: a document in place of the script's own
+ *
+ * Without a listener StartWatching succeeds and does nothing. The watch ends with the document.
+ * Main thread only.
+ */
+interface nsIFileSystemWatcher extends nsISystemFileSystemWatcher {
+}
+
+/**
+ * What IPv4, IPv6 and link-layer (MAC) addresses have in common. A new value is all zero.
+ *
+ * Values may be passed between threads, but one value is not to be changed by two threads at once. Whoever
+ * hands out a value of its own hands out a clone, so a caller may change what it was given.
+ */
+interface nsISystemIPStructure extends nsISupports {
+  /**
+   * The text form: 192.168.1.20 for IPv4, 2001:db8::1 for IPv6, 00-1A-2B-3C-4D-5E for a MAC address.
+   * Setting: Reads the text form.
+   *
+   * IPv4: four decimal numbers with points between, and text behind them is ignored. Fewer are NS_ERROR_FAILURE and
+   * change nothing. A number that is not in 0 to 255 is NS_ERROR_NOT_IMPLEMENTED; the bytes before it are stored.
+   * IPv6: the longest text from the start that is an address (so that a zone, a prefix length or a port behind it
+   * does no harm); NS_ERROR_FAILURE, and nothing is changed, when there is none.
+   * MAC: hexadecimal numbers up to FF with "-" or ":" between, as many as the text has: the value takes that length.
+   * NS_ERROR_FAILURE, and nothing is changed, for other text.
+   */
+  string: string;
+  /** A copy of the bytes, to be freed with NS_Free. NS_ERROR_FAILURE for a value without bytes. */
+  getBytes(): number[];
+  /**
+   * Takes aCount bytes. NS_ERROR_INVALID_ARG for a null pointer (whatever the count), NS_ERROR_FAILURE when aCount is
+   * not the length that the value has.
+   */
+  setBytes(count: number, bytes: number[]): void;
+  /** A new value of the same class with the same bytes. */
+  clone(): nsISystemIPStructure | null;
+  /** True when aOther has the same length and bytes, whatever its class. False for null. Always succeeds. */
+  equals(other: nsISystemIPStructure | null): boolean;
+}
+
+/**
+ * Four bytes; byte 0 is the first number of the text form. Made by "@vorel/system/ipv4structure;1", or by script with
+ * `new SystemIPv4Structure()`. The accessors below do no checks and always succeed.
+ */
+interface nsISystemIPv4Structure extends nsISystemIPStructure {
+  byte0: number;
+  byte1: number;
+  byte2: number;
+  byte3: number;
+}
+
+/**
+ * Sixteen bytes; byte 0 is the high byte of the first group of the text form. Made by "@vorel/system/ipv6structure;1",
+ * or by script with `new SystemIPv6Structure()`. The accessors below do no checks and always succeed.
+ */
+interface nsISystemIPv6Structure extends nsISystemIPStructure {
+  byte0: number;
+  byte1: number;
+  byte2: number;
+  byte3: number;
+  byte4: number;
+  byte5: number;
+  byte6: number;
+  byte7: number;
+  byte8: number;
+  byte9: number;
+  byte10: number;
+  byte11: number;
+  byte12: number;
+  byte13: number;
+  byte14: number;
+  byte15: number;
+}
+
+/**
+ * Six bytes, or as many as the last text had that SetString took; byte 0 is the first of the text form. Made by
+ * "@vorel/system/macstructure;1", or by script with `new SystemMACStructure()`. The accessors below do no checks and
+ * always succeed: bytes 0 to 5 are there even when the value is shorter.
+ */
+interface nsISystemMACStructure extends nsISystemIPStructure {
+  byte0: number;
+  byte1: number;
+  byte2: number;
+  byte3: number;
+  byte4: number;
+  byte5: number;
+}
+
+/**
+ * What a network interface has: an address and the prefix that says who is reached without a gateway. Made by IP
+ * adapters only. The operations on origins, lifetimes and the state of duplicate detection keep their places; where
+ * told so they are not implemented, in any object.
+ */
+interface nsISystemIPAddress extends nsISupports {
+  /**
+   * The address itself, not a copy; null when none was set.
+   * Setting: Keeps aAddress itself; null is allowed.
+   */
+  address: nsISystemIPStructure | null;
+  /**
+   * In bits. 0 in a new object.
+   * Setting: Any value is taken, also one that is longer than the address.
+   */
+  prefixLength: number;
+  /**
+   * The prefix length as an IPv4 mask, whatever the class of the address: of 32 bits and more it is 255.255.255.255.
+   * Setting: Sets the prefix length to the number of leading one bits of aMask, which is not kept: 255.0.255.0 gives 8.
+   * NS_ERROR_NULL_POINTER for null; a failure of its GetBytes is returned.
+   */
+  mask: nsISystemIPStructure | null;
+  /**
+   * 1 in any object.
+   * Setting: NS_ERROR_NOT_IMPLEMENTED, as all that follow.
+   */
+  prefixOrigin: number;
+  suffixOrigin: number;
+  validLifetime: number | bigint;
+  preferredLifetime: number | bigint;
+  leaseLifetime: number | bigint;
+  dadState: number;
+}
+
+/**
+ * Each interface has two of these. The live adapter stands in the manager's list and tells what is
+ * in force; it refuses changes with NS_ERROR_NOT_IMPLEMENTED. The registered view, which the live
+ * adapter hands out, reads and writes what is configured. Writing makes nothing come into force:
+ * that takes a restart of the network's service or of the machine.
+ *
+ * The system path is the interface's name in the system, and the label its friendly name.
+ *
+ * The live adapter is renewed by discovery on the main thread, and is to be read there. A view may
+ * be used from any thread. Addresses are handed out as clones or in new arrays, unless told
+ * otherwise. In a view, a key or a value that is missing or can't be written is NS_ERROR_FAILURE.
+ *
+ * Places without a name are reserved: NS_ERROR_NOT_IMPLEMENTED.
+ */
+interface nsISystemAdapterIP extends nsISystemAdapter {
+  /**
+   * The registered view, always the same one; of a view, itself. It answers to what this adapter
+   * answers to.
+   */
+  readonly registered: nsISystemAdapter | null;
+  /** What the interface is, for people: its driver or product. */
+  readonly description: string;
+  /** The number assigned by IANA: 6 Ethernet, 71 wireless, 1 other. 0 in a view. */
+  readonly interfaceType: number;
+  /** 1 up, 2 down, 3 testing, 4 unknown, 5 dormant, 6 not present, 7 lower layer down. 0 in a view. */
+  readonly operStatus: number;
+  /** Null, and success, when there is none. */
+  readonly macAddress: nsISystemMACStructure | null;
+  /**
+   * In bits a second; 0 when not known. A view has the speeds, and the next two, of the moment
+   * when it was made.
+   */
+  readonly transmitLinkSpeed: number | bigint;
+  readonly receiveLinkSpeed: number | bigint;
+  readonly isIpv4Enabled: boolean;
+  readonly isIpv6Enabled: boolean;
+  /** 0 in a view. */
+  readonly ipv6InterfaceIndex: number;
+  /** 0. */
+  readonly reservedCounterA: number | bigint;
+  readonly reservedCounterB: number | bigint;
+  /** The server of the last lease, read once a view; null, and success, of a live adapter. */
+  readonly dhcpv4Server: nsISystemIPv4Structure | null;
+  /** Null, and success. */
+  readonly dhcpv6Server: nsISystemIPv6Structure | null;
+  /** Whether the addresses come from a server. */
+  isDhcpv4Enabled: boolean;
+  /**
+   * Configures address, netmask and gateway, and the gateway's metric unless that is -1, in this
+   * order; what was written before a failure stays. A null argument is NS_ERROR_INVALID_ARG, also
+   * on a live adapter. Does not turn DHCP off.
+   */
+  setIpv4Address(address: nsISystemIPStructure | null, netmask: nsISystemIPStructure | null, gateway: nsISystemIPStructure | null, metric: number): void;
+  /** False in a view. */
+  readonly isDhcpv6Enabled: boolean;
+  /**
+   * A new array of nsISystemIPAddress. A view has the first configured IPv4 address, or that of
+   * the last lease when DHCP is on.
+   */
+  readonly unicastAddresses: nsIArray;
+  /** The first that is IPv4, itself and no clone. NS_ERROR_FAILURE when there is none. */
+  readonly firstIpv4Address: nsISystemIPAddress | null;
+  /** New arrays of nsISystemIPStructure, empty in a view. */
+  readonly anycastAddresses: nsIArray;
+  readonly multicastAddresses: nsIArray;
+  /**
+   * Whether the DNS servers come with the lease, that is, whether none is configured. A live
+   * adapter leaves the output as it is, and succeeds.
+   * Setting: True takes the configured servers away; false changes nothing.
+   */
+  isDnsDhcpEnabled: boolean;
+  /** Configures DNS servers; either may be null. With both null none is configured. */
+  setDns(primary: nsISystemIPStructure | null, secondary: nsISystemIPStructure | null): void;
+  /** The first two DNS servers; an output for which there is none stays as it is. */
+  getDns(): { primary: nsISystemIPStructure | null; secondary: nsISystemIPStructure | null };
+  /** A new array of nsISystemIPStructure, in the order in which they are asked. */
+  readonly dnsServers: nsIArray;
+  /**
+   * A new array of nsISystemIPStructure, by rising metric. A live adapter without a gateway has
+   * the one entry 0.0.0.0, a view has one at most.
+   */
+  readonly gatewayAddresses: nsIArray;
+  /** NS_ERROR_FAILURE when there is none. */
+  readonly firstIpv4Gateway: nsISystemIPv4Structure | null;
+  /** False. */
+  readonly isAlwaysFalse: boolean;
+  /** Does nothing, and succeeds. */
+  setIgnored(ignored: number): void;
+  /**
+   * One below the number that the system's configuration has; 3 when that says nothing. The system
+   * has one for all interfaces; a live adapter has what was last set on it.
+   */
+  igmpVersion: number;
+}
+
+/** Has no operations of its own: it marks the adapter. */
+interface nsISystemAdapterLAN extends nsISystemAdapterIP {
+}
+
+/** Marks the adapter. Its own places are reserved: NS_ERROR_NOT_IMPLEMENTED. */
+interface nsISystemAdapterWLAN extends nsISystemAdapterIP {
+}
+
+/** Marks the adapter. Its own places are reserved: NS_ERROR_NOT_IMPLEMENTED. */
+interface nsISystemAdapterWWAN extends nsISystemAdapterIP {
+}
+
+/**
+ * One object a process. Main thread.
+ *
+ * A time is a text: month, day, hour and minute of two digits each, the year, a point, the seconds
+ * of two digits. Five seconds after 15:04 on 2 January 2014 is "010215042014.05". Texts that are
+ * read may leave out the point and the seconds, which are zero then.
+ *
+ * A zone is an Olson name, "Europe/Berlin".
+ */
+interface nsISystemClock extends nsISupports {
+  /**
+   * The zone that the machine is set to. A success that leaves the string as it is: the machine's
+   * zone has no Olson name that could be found. NS_ERROR_FAILURE when the machine does not tell.
+   * Setting: Sets the machine's zone, for all processes and for good. Running script sees it at once.
+   * NS_ERROR_FAILURE for a name that is not known, that the machine has no definition of, or that
+   * this process may not set; the zone stays as it was.
+   */
+  timezone: string;
+  /**
+   * The time in the machine's zone.
+   * Setting: Sets the clock. NS_ERROR_FAILURE for a text that is no time, a time that does not exist, or
+   * without the right to do so; the clock stays as it was. Takes 10 ms.
+   */
+  localTime: string;
+  /**
+   * The time in UTC.
+   * Setting: As SetLocalTime, but takes no time.
+   */
+  utcTime: string;
+  /**
+   * The zones that can be set, sorted by byte. A name for which the machine has several
+   * definitions stands there as many times. The machine is looked at by the first call of a
+   * process; later ones answer the same. Array and strings are the caller's, to be freed with
+   * NS_Free.
+   */
+  getSupportedTimezones(): string[];
+}
+
+/**
+ * Brings font files into the running process, takes them out again, and tells what is there. What
+ * is brought in goes with the process. Main thread.
+ *
+ * A font is known by the leaf name of its file, in any case of ASCII letters: two files of the
+ * same name in two folders are one font. A face is known by family, style (1 italic, 0 not) and
+ * weight (700 bold, 400 not).
+ */
+interface nsISystemFont extends nsISupports {
+  /**
+   * Adds all fonts below a directory, at any depth, but those whose face the platform has already;
+   * then has the browser engine look at its fonts again. A file that can't be read as a font is
+   * passed over. NS_ERROR_FAILURE when there is no such directory.
+   */
+  synchronize(directory: nsIFile | null): void;
+  /**
+   * Adds one file, which is to answer nsIFile. Success, and nothing done, when a font of that name
+   * is there. NS_ERROR_FAILURE when the platform refuses the file. When only its description can't
+   * be read the font is in, without a face to be found by, and the result is that of the
+   * description.
+   */
+  addFont(file: nsISupports | null): void;
+  /**
+   * Takes out what AddFont brought in. Success, and nothing done, for a font that AddFont did not
+   * bring in, and for a file of that name at another path. A file that has become unreadable can't
+   * be taken out.
+   */
+  removeFont(file: nsISupports | null): void;
+  /**
+   * Whether a key, a leaf name in small letters, is a font of the system's folder and one that was
+   * added. That is never so of a font that AddFont brought in; kept as it stands.
+   */
+  hasFont(key: string): boolean;
+  /**
+   * Looks for a face, first among those of the platform, then among the files known here. A style
+   * of 0xFFFF is italic at any weight. aFile may be null; otherwise *aFile is the file that the
+   * face is known to lie in, or null, and a face known here counts as found, whatever the platform
+   * says.
+   */
+  findFontFace(family: string, style: number, weight: number): { found: boolean; file: nsIFile | null };
+  /** Whether the name ends like a font's: ".ttf", ".ttc", ".otf", ".fon", ".woff", in any case. */
+  isFontFile(file: nsIFile | null): boolean;
+}
+
+/** Any thread. */
+interface nsISystemMaintenance extends nsISupports {
+  /**
+   * Ends the process by a write to address 0, and so by way of the crash reporter.
+   * NS_ERROR_FAILURE should the write be survived.
+   */
+  crashProcess(): void;
+  /**
+   * Blocks the main thread for ever; from another thread, that one too. Where the watchdog is on
+   * it ends the process 180 seconds after it was last fed.
+   */
+  hangMainThread(): void;
+  /**
+   * Runs a line of the system's shell, on a thread of its own. The result tells whether that
+   * thread could be started; nothing but a warning in the log tells how the command ended.
+   */
+  runCommand(commandLine: string): void;
+}
+
+/** A maintenance command that runs off the main thread, and its status. Main thread. */
+interface nsISystemRequest extends nsISupports {
+  /**
+   * Starts the command and comes back at once. When it has ended, aObserver, which may be null,
+   * hears "system-request-stopped" with the request as subject and the status, as "0x%x", as data.
+   * NS_ERROR_IN_PROGRESS while it runs; a request that has ended may be started again.
+   */
+  asyncStart(observer: nsIObserver | nsScripted<nsIObserver> | nsIObserver["observe"] | null): void;
+  /**
+   * Ends the command, and what it has started, as far as that can be ended; the observer hears of
+   * it when it has. NS_ERROR_NOT_AVAILABLE when it does not run.
+   */
+  cancel(): void;
+  /**
+   * NS_ERROR_NOT_INITIALIZED before the first start, NS_ERROR_IN_PROGRESS while the command runs,
+   * then NS_OK when it ended with 0, NS_ERROR_ABORT when it was cancelled, NS_ERROR_FAILURE when
+   * it ended otherwise or could not be run.
+   */
+  readonly status: number;
+}
+
+/** Formats the data disk. */
+interface nsISystemRequestFormat extends nsISystemRequest {
+}
+
+/** Makes what has been changed on a disk that forgets stay. */
+interface nsISystemRequestCommit extends nsISystemRequest {
+}
+
+/** Checks the data disk and repairs it. */
+interface nsISystemRequestCheckDataDisk extends nsISystemRequest {
+}
+
+/** Main thread, but for what is said otherwise. */
+interface nsISystemGeneralSettings extends nsISupports {
+  /**
+   * The machine's name on the network, at most 63 bytes. Success, and the string as it was, when
+   * it can't be had.
+   * Setting: NS_ERROR_NOT_IMPLEMENTED, always.
+   */
+  hostName: string;
+  /**
+   * Whether the mouse cursor shows, as it was last set here; true to begin with. Any thread.
+   * Setting: Shows or hides it, whatever others in the process have done to it. Any thread.
+   */
+  showCursor: boolean;
+  /**
+   * The machine's serial number, on platforms where it has one; NS_ERROR_NOT_IMPLEMENTED on all
+   * others.
+   */
+  readonly deviceId: string;
+  /**
+   * The address of the first LAN adapter, as it was when this was first asked for.
+   * NS_ERROR_FAILURE when that adapter has none; without such an adapter, the failure of the list.
+   */
+  readonly mac: nsISystemMACStructure | null;
+  /**
+   * A text that names this machine, made of its address: "00000000-0000-0000-0001-001122334455".
+   * Kept from the first success on. The failures of GetMac.
+   */
+  readonly uuid: string;
+  /** What the player runs on, "nt-ia32". */
+  readonly platform: string;
+  /**
+   * The product's version, from the preference "extensions.lastAppVersion"; its failure when there
+   * is none.
+   */
+  readonly version: string;
+  /**
+   * Five texts about the device, for the application's use, in the preferences
+   * "vorel.player.device-info.field1" to "field5". One that was never set is empty.
+   */
+  field1: string;
+  field2: string;
+  field3: string;
+  field4: string;
+  field5: string;
+}
+
+/** The interfaces by name. Where one is wanted as a parameter, it is one of these. */
+interface nsInterfaces {
+  readonly nsISupports: nsInterfaceID<nsISupports>;
+  readonly nsIHostDocument: nsInterfaceID<nsIHostDocument>;
+  readonly nsIWeakReference: nsInterfaceID<nsIWeakReference>;
+  readonly nsISupportsWeakReference: nsInterfaceID<nsISupportsWeakReference>;
+  readonly nsIClassInfo: nsInterfaceID<nsIClassInfo> & { readonly SINGLETON: 1; readonly THREADSAFE: 2; readonly MAIN_THREAD_ONLY: 4; readonly DOM_OBJECT: 8; readonly PLUGIN_OBJECT: 16; readonly CONTENT_NODE: 64; readonly RESERVED: 2147483648; };
+  readonly nsIProgrammingLanguage: nsInterfaceID<nsIProgrammingLanguage> & { readonly UNKNOWN: 0; readonly CPLUSPLUS: 1; readonly JAVASCRIPT: 2; readonly PYTHON: 3; readonly PERL: 4; readonly JAVA: 5; readonly ZX81_BASIC: 6; readonly JAVASCRIPT2: 7; readonly RUBY: 8; readonly PHP: 9; readonly TCL: 10; readonly MAX: 10; };
+  readonly nsIInterfaceRequestor: nsInterfaceID<nsIInterfaceRequestor>;
+  readonly nsIComponentManager: nsInterfaceID<nsIComponentManager>;
+  readonly nsIServiceManager: nsInterfaceID<nsIServiceManager>;
+  readonly nsIComponentRegistrar: nsInterfaceID<nsIComponentRegistrar>;
+  readonly nsIFactory: nsInterfaceID<nsIFactory>;
+  readonly nsIModule: nsInterfaceID<nsIModule>;
+  readonly nsICategoryManager: nsInterfaceID<nsICategoryManager>;
+  readonly nsIObserver: nsInterfaceID<nsIObserver>;
+  readonly nsIObserverService: nsInterfaceID<nsIObserverService>;
+  readonly nsIMemory: nsInterfaceID<nsIMemory>;
+  readonly nsIDebug: nsInterfaceID<nsIDebug>;
+  readonly nsIDebug2: nsInterfaceID<nsIDebug2>;
+  readonly nsIConsoleService: nsInterfaceID<nsIConsoleService>;
+  readonly nsIConsoleMessage: nsInterfaceID<nsIConsoleMessage>;
+  readonly nsIConsoleListener: nsInterfaceID<nsIConsoleListener>;
+  readonly nsIUUIDGenerator: nsInterfaceID<nsIUUIDGenerator>;
+  readonly nsIPrefService: nsInterfaceID<nsIPrefService>;
+  readonly nsIPrefBranch: nsInterfaceID<nsIPrefBranch> & { readonly PREF_INVALID: 0; readonly PREF_STRING: 32; readonly PREF_INT: 64; readonly PREF_BOOL: 128; };
+  readonly nsIPrefBranch2: nsInterfaceID<nsIPrefBranch2> & { readonly PREF_INVALID: 0; readonly PREF_STRING: 32; readonly PREF_INT: 64; readonly PREF_BOOL: 128; };
+  readonly nsIPrefBranchInternal: nsInterfaceID<nsIPrefBranchInternal> & { readonly PREF_INVALID: 0; readonly PREF_STRING: 32; readonly PREF_INT: 64; readonly PREF_BOOL: 128; };
+  readonly nsIEventTarget: nsInterfaceID<nsIEventTarget> & { readonly DISPATCH_NORMAL: 0; readonly DISPATCH_SYNC: 1; };
+  readonly nsIThread: nsInterfaceID<nsIThread> & { readonly DISPATCH_NORMAL: 0; readonly DISPATCH_SYNC: 1; };
+  readonly nsIThreadInternal: nsInterfaceID<nsIThreadInternal> & { readonly DISPATCH_NORMAL: 0; readonly DISPATCH_SYNC: 1; };
+  readonly nsIThreadObserver: nsInterfaceID<nsIThreadObserver>;
+  readonly nsIThreadManager: nsInterfaceID<nsIThreadManager> & { readonly DEFAULT_STACK_SIZE: 0; };
+  readonly nsIRunnable: nsInterfaceID<nsIRunnable>;
+  readonly nsITimer: nsInterfaceID<nsITimer> & { readonly TYPE_ONE_SHOT: 0; readonly TYPE_REPEATING_SLACK: 1; readonly TYPE_REPEATING_PRECISE: 2; readonly TYPE_REPEATING_PRECISE_CAN_SKIP: 3; };
+  readonly nsITimerCallback: nsInterfaceID<nsITimerCallback>;
+  readonly nsIArray: nsInterfaceID<nsIArray>;
+  readonly nsIMutableArray: nsInterfaceID<nsIMutableArray>;
+  readonly nsISimpleEnumerator: nsInterfaceID<nsISimpleEnumerator>;
+  readonly nsIStringEnumerator: nsInterfaceID<nsIStringEnumerator>;
+  readonly nsIUTF8StringEnumerator: nsInterfaceID<nsIUTF8StringEnumerator>;
+  readonly nsISupportsPrimitive: nsInterfaceID<nsISupportsPrimitive> & { readonly TYPE_ID: 1; readonly TYPE_CSTRING: 2; readonly TYPE_STRING: 3; readonly TYPE_PRBOOL: 4; readonly TYPE_PRUINT8: 5; readonly TYPE_PRUINT16: 6; readonly TYPE_PRUINT32: 7; readonly TYPE_PRUINT64: 8; readonly TYPE_PRTIME: 9; readonly TYPE_CHAR: 10; readonly TYPE_PRINT16: 11; readonly TYPE_PRINT32: 12; readonly TYPE_PRINT64: 13; readonly TYPE_FLOAT: 14; readonly TYPE_DOUBLE: 15; readonly TYPE_VOID: 16; readonly TYPE_INTERFACE_POINTER: 17; };
+  readonly nsISupportsCString: nsInterfaceID<nsISupportsCString> & { readonly TYPE_ID: 1; readonly TYPE_CSTRING: 2; readonly TYPE_STRING: 3; readonly TYPE_PRBOOL: 4; readonly TYPE_PRUINT8: 5; readonly TYPE_PRUINT16: 6; readonly TYPE_PRUINT32: 7; readonly TYPE_PRUINT64: 8; readonly TYPE_PRTIME: 9; readonly TYPE_CHAR: 10; readonly TYPE_PRINT16: 11; readonly TYPE_PRINT32: 12; readonly TYPE_PRINT64: 13; readonly TYPE_FLOAT: 14; readonly TYPE_DOUBLE: 15; readonly TYPE_VOID: 16; readonly TYPE_INTERFACE_POINTER: 17; };
+  readonly nsISupportsString: nsInterfaceID<nsISupportsString> & { readonly TYPE_ID: 1; readonly TYPE_CSTRING: 2; readonly TYPE_STRING: 3; readonly TYPE_PRBOOL: 4; readonly TYPE_PRUINT8: 5; readonly TYPE_PRUINT16: 6; readonly TYPE_PRUINT32: 7; readonly TYPE_PRUINT64: 8; readonly TYPE_PRTIME: 9; readonly TYPE_CHAR: 10; readonly TYPE_PRINT16: 11; readonly TYPE_PRINT32: 12; readonly TYPE_PRINT64: 13; readonly TYPE_FLOAT: 14; readonly TYPE_DOUBLE: 15; readonly TYPE_VOID: 16; readonly TYPE_INTERFACE_POINTER: 17; };
+  readonly nsISupportsPRBool: nsInterfaceID<nsISupportsPRBool> & { readonly TYPE_ID: 1; readonly TYPE_CSTRING: 2; readonly TYPE_STRING: 3; readonly TYPE_PRBOOL: 4; readonly TYPE_PRUINT8: 5; readonly TYPE_PRUINT16: 6; readonly TYPE_PRUINT32: 7; readonly TYPE_PRUINT64: 8; readonly TYPE_PRTIME: 9; readonly TYPE_CHAR: 10; readonly TYPE_PRINT16: 11; readonly TYPE_PRINT32: 12; readonly TYPE_PRINT64: 13; readonly TYPE_FLOAT: 14; readonly TYPE_DOUBLE: 15; readonly TYPE_VOID: 16; readonly TYPE_INTERFACE_POINTER: 17; };
+  readonly nsISupportsPRUint32: nsInterfaceID<nsISupportsPRUint32> & { readonly TYPE_ID: 1; readonly TYPE_CSTRING: 2; readonly TYPE_STRING: 3; readonly TYPE_PRBOOL: 4; readonly TYPE_PRUINT8: 5; readonly TYPE_PRUINT16: 6; readonly TYPE_PRUINT32: 7; readonly TYPE_PRUINT64: 8; readonly TYPE_PRTIME: 9; readonly TYPE_CHAR: 10; readonly TYPE_PRINT16: 11; readonly TYPE_PRINT32: 12; readonly TYPE_PRINT64: 13; readonly TYPE_FLOAT: 14; readonly TYPE_DOUBLE: 15; readonly TYPE_VOID: 16; readonly TYPE_INTERFACE_POINTER: 17; };
+  readonly nsISupportsPRInt32: nsInterfaceID<nsISupportsPRInt32> & { readonly TYPE_ID: 1; readonly TYPE_CSTRING: 2; readonly TYPE_STRING: 3; readonly TYPE_PRBOOL: 4; readonly TYPE_PRUINT8: 5; readonly TYPE_PRUINT16: 6; readonly TYPE_PRUINT32: 7; readonly TYPE_PRUINT64: 8; readonly TYPE_PRTIME: 9; readonly TYPE_CHAR: 10; readonly TYPE_PRINT16: 11; readonly TYPE_PRINT32: 12; readonly TYPE_PRINT64: 13; readonly TYPE_FLOAT: 14; readonly TYPE_DOUBLE: 15; readonly TYPE_VOID: 16; readonly TYPE_INTERFACE_POINTER: 17; };
+  readonly nsISupportsInterfacePointer: nsInterfaceID<nsISupportsInterfacePointer> & { readonly TYPE_ID: 1; readonly TYPE_CSTRING: 2; readonly TYPE_STRING: 3; readonly TYPE_PRBOOL: 4; readonly TYPE_PRUINT8: 5; readonly TYPE_PRUINT16: 6; readonly TYPE_PRUINT32: 7; readonly TYPE_PRUINT64: 8; readonly TYPE_PRTIME: 9; readonly TYPE_CHAR: 10; readonly TYPE_PRINT16: 11; readonly TYPE_PRINT32: 12; readonly TYPE_PRINT64: 13; readonly TYPE_FLOAT: 14; readonly TYPE_DOUBLE: 15; readonly TYPE_VOID: 16; readonly TYPE_INTERFACE_POINTER: 17; };
+  readonly nsISupportsID: nsInterfaceID<nsISupportsID> & { readonly TYPE_ID: 1; readonly TYPE_CSTRING: 2; readonly TYPE_STRING: 3; readonly TYPE_PRBOOL: 4; readonly TYPE_PRUINT8: 5; readonly TYPE_PRUINT16: 6; readonly TYPE_PRUINT32: 7; readonly TYPE_PRUINT64: 8; readonly TYPE_PRTIME: 9; readonly TYPE_CHAR: 10; readonly TYPE_PRINT16: 11; readonly TYPE_PRINT32: 12; readonly TYPE_PRINT64: 13; readonly TYPE_FLOAT: 14; readonly TYPE_DOUBLE: 15; readonly TYPE_VOID: 16; readonly TYPE_INTERFACE_POINTER: 17; };
+  readonly nsIProperties: nsInterfaceID<nsIProperties>;
+  readonly nsIPropertyBag: nsInterfaceID<nsIPropertyBag>;
+  readonly nsIVariant: nsInterfaceID<nsIVariant>;
+  readonly nsIFile: nsInterfaceID<nsIFile> & { readonly NORMAL_FILE_TYPE: 0; readonly DIRECTORY_TYPE: 1; readonly OS_READAHEAD: 1073741824; readonly DELETE_ON_CLOSE: 2147483648; };
+  readonly nsILocalFile: nsInterfaceID<nsILocalFile> & { readonly NORMAL_FILE_TYPE: 0; readonly DIRECTORY_TYPE: 1; readonly OS_READAHEAD: 1073741824; readonly DELETE_ON_CLOSE: 2147483648; };
+  readonly nsIDirectoryService: nsInterfaceID<nsIDirectoryService>;
+  readonly nsIDirectoryServiceProvider: nsInterfaceID<nsIDirectoryServiceProvider>;
+  readonly nsIDirectoryServiceProvider2: nsInterfaceID<nsIDirectoryServiceProvider2>;
+  readonly nsIInputStream: nsInterfaceID<nsIInputStream>;
+  readonly nsIOutputStream: nsInterfaceID<nsIOutputStream>;
+  readonly nsIAsyncInputStream: nsInterfaceID<nsIAsyncInputStream> & { readonly WAIT_CLOSURE_ONLY: 1; };
+  readonly nsIInputStreamCallback: nsInterfaceID<nsIInputStreamCallback>;
+  readonly nsIAsyncOutputStream: nsInterfaceID<nsIAsyncOutputStream> & { readonly WAIT_CLOSURE_ONLY: 1; };
+  readonly nsIOutputStreamCallback: nsInterfaceID<nsIOutputStreamCallback>;
+  readonly nsIBinaryInputStream: nsInterfaceID<nsIBinaryInputStream>;
+  readonly nsIBinaryOutputStream: nsInterfaceID<nsIBinaryOutputStream>;
+  readonly nsIPipe: nsInterfaceID<nsIPipe>;
+  readonly nsISearchableInputStream: nsInterfaceID<nsISearchableInputStream>;
+  readonly nsISeekableStream: nsInterfaceID<nsISeekableStream> & { readonly NS_SEEK_SET: 0; readonly NS_SEEK_CUR: 1; readonly NS_SEEK_END: 2; };
+  readonly nsIFileInputStream: nsInterfaceID<nsIFileInputStream> & { readonly DELETE_ON_CLOSE: 2; readonly CLOSE_ON_EOF: 4; readonly REOPEN_ON_REWIND: 8; readonly DEFER_OPEN: 16; };
+  readonly nsIFileOutputStream: nsInterfaceID<nsIFileOutputStream> & { readonly DEFER_OPEN: 1; };
+  readonly nsISafeOutputStream: nsInterfaceID<nsISafeOutputStream>;
+  readonly nsIStringInputStream: nsInterfaceID<nsIStringInputStream>;
+  readonly nsIURI: nsInterfaceID<nsIURI>;
+  readonly nsIURL: nsInterfaceID<nsIURL>;
+  readonly nsIFileURL: nsInterfaceID<nsIFileURL>;
+  readonly nsIIOService: nsInterfaceID<nsIIOService>;
+  readonly nsIIOService2: nsInterfaceID<nsIIOService2>;
+  readonly nsIProtocolHandler: nsInterfaceID<nsIProtocolHandler> & { readonly URI_STD: 0; readonly URI_NORELATIVE: 1; readonly URI_NOAUTH: 2; readonly URI_INHERITS_SECURITY_CONTEXT: 16; readonly URI_FORBIDS_AUTOMATIC_DOCUMENT_REPLACEMENT: 32; readonly URI_LOADABLE_BY_ANYONE: 64; readonly URI_DANGEROUS_TO_LOAD: 128; readonly URI_IS_UI_RESOURCE: 256; readonly URI_IS_LOCAL_FILE: 512; readonly URI_LOADABLE_BY_SUBSUMERS: 16384; readonly URI_NON_PERSISTABLE: 1024; readonly URI_DOES_NOT_RETURN_DATA: 2048; readonly URI_IS_LOCAL_RESOURCE: 4096; readonly URI_OPENING_EXECUTES_SCRIPT: 8192; readonly URI_SYNC_LOAD_IS_OK: 32768; readonly ALLOWS_PROXY: 4; readonly ALLOWS_PROXY_HTTP: 8; readonly URI_FORBIDS_COOKIE_ACCESS: 32768; };
+  readonly nsIFileProtocolHandler: nsInterfaceID<nsIFileProtocolHandler> & { readonly URI_STD: 0; readonly URI_NORELATIVE: 1; readonly URI_NOAUTH: 2; readonly URI_INHERITS_SECURITY_CONTEXT: 16; readonly URI_FORBIDS_AUTOMATIC_DOCUMENT_REPLACEMENT: 32; readonly URI_LOADABLE_BY_ANYONE: 64; readonly URI_DANGEROUS_TO_LOAD: 128; readonly URI_IS_UI_RESOURCE: 256; readonly URI_IS_LOCAL_FILE: 512; readonly URI_LOADABLE_BY_SUBSUMERS: 16384; readonly URI_NON_PERSISTABLE: 1024; readonly URI_DOES_NOT_RETURN_DATA: 2048; readonly URI_IS_LOCAL_RESOURCE: 4096; readonly URI_OPENING_EXECUTES_SCRIPT: 8192; readonly URI_SYNC_LOAD_IS_OK: 32768; readonly ALLOWS_PROXY: 4; readonly ALLOWS_PROXY_HTTP: 8; readonly URI_FORBIDS_COOKIE_ACCESS: 32768; };
+  readonly nsIRequest: nsInterfaceID<nsIRequest> & { readonly LOAD_REQUESTMASK: 65535; readonly LOAD_NORMAL: 0; readonly LOAD_BACKGROUND: 1; readonly INHIBIT_PIPELINE: 64; readonly INHIBIT_CACHING: 128; readonly INHIBIT_PERSISTENT_CACHING: 256; readonly LOAD_BYPASS_CACHE: 512; readonly LOAD_FROM_CACHE: 1024; readonly VALIDATE_ALWAYS: 2048; readonly VALIDATE_NEVER: 4096; readonly VALIDATE_ONCE_PER_SESSION: 8192; readonly LOAD_ANONYMOUS: 16384; readonly LOAD_FRESH_CONNECTION: 32768; };
+  readonly nsIRequestObserver: nsInterfaceID<nsIRequestObserver>;
+  readonly nsIStreamListener: nsInterfaceID<nsIStreamListener>;
+  readonly nsIChannel: nsInterfaceID<nsIChannel> & { readonly LOAD_DOCUMENT_URI: 65536; readonly LOAD_RETARGETED_DOCUMENT_URI: 131072; readonly LOAD_REPLACE: 262144; readonly LOAD_INITIAL_DOCUMENT_URI: 524288; readonly LOAD_TARGETED: 1048576; readonly LOAD_CALL_CONTENT_SNIFFERS: 2097152; readonly LOAD_CLASSIFY_URI: 4194304; readonly DISPOSITION_INLINE: 0; readonly DISPOSITION_ATTACHMENT: 1; } & { readonly LOAD_REQUESTMASK: 65535; readonly LOAD_NORMAL: 0; readonly LOAD_BACKGROUND: 1; readonly INHIBIT_PIPELINE: 64; readonly INHIBIT_CACHING: 128; readonly INHIBIT_PERSISTENT_CACHING: 256; readonly LOAD_BYPASS_CACHE: 512; readonly LOAD_FROM_CACHE: 1024; readonly VALIDATE_ALWAYS: 2048; readonly VALIDATE_NEVER: 4096; readonly VALIDATE_ONCE_PER_SESSION: 8192; readonly LOAD_ANONYMOUS: 16384; readonly LOAD_FRESH_CONNECTION: 32768; };
+  readonly nsILoadGroup: nsInterfaceID<nsILoadGroup> & { readonly LOAD_REQUESTMASK: 65535; readonly LOAD_NORMAL: 0; readonly LOAD_BACKGROUND: 1; readonly INHIBIT_PIPELINE: 64; readonly INHIBIT_CACHING: 128; readonly INHIBIT_PERSISTENT_CACHING: 256; readonly LOAD_BYPASS_CACHE: 512; readonly LOAD_FROM_CACHE: 1024; readonly VALIDATE_ALWAYS: 2048; readonly VALIDATE_NEVER: 4096; readonly VALIDATE_ONCE_PER_SESSION: 8192; readonly LOAD_ANONYMOUS: 16384; readonly LOAD_FRESH_CONNECTION: 32768; };
+  readonly nsINetworkLinkService: nsInterfaceID<nsINetworkLinkService> & { readonly LINK_TYPE_UNKNOWN: 0; readonly LINK_TYPE_ETHERNET: 1; readonly LINK_TYPE_USB: 2; readonly LINK_TYPE_WIFI: 3; readonly LINK_TYPE_WIMAX: 4; readonly LINK_TYPE_2G: 5; readonly LINK_TYPE_3G: 6; readonly LINK_TYPE_4G: 7; };
+  readonly nsICharsetConverterManager: nsInterfaceID<nsICharsetConverterManager>;
+  readonly nsIFontEnumerator: nsInterfaceID<nsIFontEnumerator>;
+  readonly nsICrashReporter: nsInterfaceID<nsICrashReporter>;
+  readonly nsIXULRuntime: nsInterfaceID<nsIXULRuntime> & { readonly PROCESS_TYPE_DEFAULT: 0; readonly PROCESS_TYPE_PLUGIN: 1; readonly PROCESS_TYPE_CONTENT: 2; readonly PROCESS_TYPE_IPDLUNITTEST: 3; };
+  readonly nsIXULAppInfo: nsInterfaceID<nsIXULAppInfo>;
+  readonly nsIAppStartup: nsInterfaceID<nsIAppStartup> & { readonly eConsiderQuit: 1; readonly eAttemptQuit: 2; readonly eForceQuit: 3; readonly eRestart: 16; readonly eRestarti386: 32; readonly eRestartx86_64: 64; };
+  readonly nsIBaseWindow: nsInterfaceID<nsIBaseWindow>;
+  readonly nsIXULWindow: nsInterfaceID<nsIXULWindow> & { readonly lowestZ: 0; readonly loweredZ: 4; readonly normalZ: 5; readonly raisedZ: 6; readonly highestZ: 9; };
+  readonly nsIAppShellService: nsInterfaceID<nsIAppShellService> & { readonly SIZE_TO_CONTENT: -1; };
+  readonly nsIWindowMediator: nsInterfaceID<nsIWindowMediator> & { readonly zLevelTop: 1; readonly zLevelBottom: 2; readonly zLevelBelow: 3; };
+  readonly nsISystemDevice: nsInterfaceID<nsISystemDevice>;
+  readonly nsISystemConnector: nsInterfaceID<nsISystemConnector>;
+  readonly nsISystemAdapter: nsInterfaceID<nsISystemAdapter>;
+  readonly nsISystemAdapterListener: nsInterfaceID<nsISystemAdapterListener>;
+  readonly nsISystemApplicationProfile: nsInterfaceID<nsISystemApplicationProfile>;
+  readonly nsISystemApplicationProfileBinding: nsInterfaceID<nsISystemApplicationProfileBinding>;
+  readonly nsISystemProfileBindingListener: nsInterfaceID<nsISystemProfileBindingListener>;
+  readonly nsISystemManager: nsInterfaceID<nsISystemManager>;
+  readonly nsISystemAdapterStorage: nsInterfaceID<nsISystemAdapterStorage>;
+  readonly nsISystemFileSystemListener: nsInterfaceID<nsISystemFileSystemListener>;
+  readonly nsISystemFileSystemListener2: nsInterfaceID<nsISystemFileSystemListener2>;
+  readonly nsISystemFileSystemWatcher: nsInterfaceID<nsISystemFileSystemWatcher>;
+  readonly nsIFileSystemWatcher: nsInterfaceID<nsIFileSystemWatcher>;
+  readonly nsISystemIPStructure: nsInterfaceID<nsISystemIPStructure>;
+  readonly nsISystemIPv4Structure: nsInterfaceID<nsISystemIPv4Structure>;
+  readonly nsISystemIPv6Structure: nsInterfaceID<nsISystemIPv6Structure>;
+  readonly nsISystemMACStructure: nsInterfaceID<nsISystemMACStructure>;
+  readonly nsISystemIPAddress: nsInterfaceID<nsISystemIPAddress>;
+  readonly nsISystemAdapterIP: nsInterfaceID<nsISystemAdapterIP>;
+  readonly nsISystemAdapterLAN: nsInterfaceID<nsISystemAdapterLAN>;
+  readonly nsISystemAdapterWLAN: nsInterfaceID<nsISystemAdapterWLAN>;
+  readonly nsISystemAdapterWWAN: nsInterfaceID<nsISystemAdapterWWAN>;
+  readonly nsISystemClock: nsInterfaceID<nsISystemClock>;
+  readonly nsISystemFont: nsInterfaceID<nsISystemFont>;
+  readonly nsISystemMaintenance: nsInterfaceID<nsISystemMaintenance>;
+  readonly nsISystemRequest: nsInterfaceID<nsISystemRequest>;
+  readonly nsISystemRequestFormat: nsInterfaceID<nsISystemRequestFormat>;
+  readonly nsISystemRequestCommit: nsInterfaceID<nsISystemRequestCommit>;
+  readonly nsISystemRequestCheckDataDisk: nsInterfaceID<nsISystemRequestCheckDataDisk>;
+  readonly nsISystemGeneralSettings: nsInterfaceID<nsISystemGeneralSettings>;
+}
+
+interface nsClassOfContract {
+  readonly contractID: string;
+  getService<T = any>(iid?: nsInterfaceID<T>): T;
+  createInstance<T = any>(iid?: nsInterfaceID<T>): T;
+}
+
+/** What is thrown for an operation that fails. */
+interface nsException extends Error {
+  /** The result code, one of Components.results. */
+  readonly result: number;
+  /** "nsIFoo.bar". */
+  readonly method: string;
+}
+
+declare const Components: {
+  /** By contract ID; an error for one that is not registered. */
+  readonly classes: { readonly [contractID: string]: nsClassOfContract };
+  readonly interfaces: nsInterfaces;
+  readonly results: { readonly [name: string]: number };
+  readonly utils: {
+    /** Writes an error with its place and stack, as one that nobody caught. */
+    reportError(error: unknown): void;
+    forceGC(): void;
+  };
+  /** An error to be thrown by script that implements an interface. */
+  Exception: { new (message?: string, result?: number): nsException };
+  ID(text: string): string;
+  isSuccessCode(result: number): boolean;
+};
+
+/** The arguments of the command line that stand behind the application. */
+declare const arguments: readonly string[];
+declare const document: nsIHostDocument;
+declare const window: typeof globalThis;
+/** Ends the application: no more script runs. The status is that of the process, from 0 to 255. */
+declare function quit(status?: number): never;
+declare function setTimeout(callback: (...values: any[]) => void, delay?: number, ...values: any[]): number;
+declare function setInterval(callback: (...values: any[]) => void, delay?: number, ...values: any[]): number;
+declare function clearTimeout(id: number | undefined): void;
+declare function clearInterval(id: number | undefined): void;
+declare const console: {
+  log(...values: unknown[]): void;
+  info(...values: unknown[]): void;
+  debug(...values: unknown[]): void;
+  dir(...values: unknown[]): void;
+  warn(...values: unknown[]): void;
+  error(...values: unknown[]): void;
+  assert(condition: unknown, ...values: unknown[]): void;
+  trace(...values: unknown[]): void;
+  group(...values: unknown[]): void;
+  groupEnd(): void;
+  time(name?: string): void;
+  timeEnd(name?: string): void;
+};
+
+/** The machine: adapters, bindings, and listeners to both. */
+declare const systemManager: nsISystemManager;
+declare const systemMaintenance: nsISystemMaintenance & nsITimerCallback & nsIObserver;
+declare const systemGeneralSettings: nsISystemGeneralSettings;
+
+declare const FileSystemWatcher: nsInterfaceID<nsIFileSystemWatcher> & {
+  /** The watch begins with startWatching(). rootPath is a URL, absolute or relative to the document. */
+  new (options: {
+    rootPath: string;
+    listener?: nsISystemFileSystemListener2 | nsScripted<nsISystemFileSystemListener2>;
+    recursive?: boolean;
+    document?: nsIHostDocument;
+  }): nsIFileSystemWatcher;
+};
+
+declare const SystemManager: nsInterfaceID<nsISystemManager>;
+declare const SystemAdapterIP: nsInterfaceID<nsISystemAdapterIP>;
+declare const SystemAdapterLAN: nsInterfaceID<nsISystemAdapterLAN>;
+declare const SystemAdapterWLAN: nsInterfaceID<nsISystemAdapterWLAN>;
+declare const SystemAdapterWWAN: nsInterfaceID<nsISystemAdapterWWAN>;
+declare const SystemAdapterStorage: nsInterfaceID<nsISystemAdapterStorage>;
+declare const SystemIPAddress: nsInterfaceID<nsISystemIPAddress>;
+declare const SystemIPv4Structure: nsInterfaceID<nsISystemIPv4Structure> & { new (): nsISystemIPv4Structure };
+declare const SystemIPv6Structure: nsInterfaceID<nsISystemIPv6Structure> & { new (): nsISystemIPv6Structure };
+declare const SystemMACStructure: nsInterfaceID<nsISystemMACStructure> & { new (): nsISystemMACStructure };
