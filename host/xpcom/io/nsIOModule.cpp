@@ -1,4 +1,5 @@
 #include "nsBinaryStreams.h"
+#include "nsCharsetConverterManager.h"
 #include "nsConstructors.h"
 #include "nsDirectoryService.h"
 #include "nsFileProtocolHandler.h"
@@ -25,6 +26,7 @@ constexpr nsCID kStringInputStreamCID = "0abb0835-5000-4790-af28-61b3ba17c295"_i
 constexpr nsCID kPipeCID = "e4a0ee4e-0775-457b-9118-b3ae97a7c758"_iid;
 constexpr nsCID kBinaryInputStreamCID = "c521a612-2aad-46db-b6ab-3b821fb150b1"_iid;
 constexpr nsCID kBinaryOutputStreamCID = "86c37b9a-74e7-4672-844e-6e7dd83ba484"_iid;
+constexpr nsCID kCharsetConverterManagerCID = "3c1c0163-9bd0-11d3-9d09-0050040007b2"_iid;
 constexpr nsCID kLoadGroupCID = "e1c61582-2a84-11d3-8cce-0060b0fc14a3"_iid;
 
 const vorel::Module::CIDEntry kCIDs[] = {
@@ -40,6 +42,7 @@ const vorel::Module::CIDEntry kCIDs[] = {
     {&kPipeCID, false, nullptr, NS_ConstructNew<nsPipe>},
     {&kBinaryInputStreamCID, false, nullptr, NS_ConstructNew<nsBinaryInputStream>},
     {&kBinaryOutputStreamCID, false, nullptr, NS_ConstructNew<nsBinaryOutputStream>},
+    {&kCharsetConverterManagerCID, true, nullptr, NS_ConstructNew<nsCharsetConverterManager>},
     {&kLoadGroupCID, false, nullptr, NS_ConstructNew<nsLoadGroup>},
     {nullptr, false, nullptr, nullptr},
 };
@@ -58,6 +61,7 @@ const vorel::Module::ContractIDEntry kContracts[] = {
     {"@mozilla.org/pipe;1", &kPipeCID},
     {"@mozilla.org/binaryinputstream;1", &kBinaryInputStreamCID},
     {"@mozilla.org/binaryoutputstream;1", &kBinaryOutputStreamCID},
+    {"@mozilla.org/charset-converter-manager;1", &kCharsetConverterManagerCID},
     {"@mozilla.org/network/load-group;1", &kLoadGroupCID},
     {nullptr, nullptr},
 };
