@@ -17,7 +17,9 @@ TEST(Watch, EventsAreHeldBackOrMisspelt) {
   // A name whose every odd character means something in an address.
   const fs::path root = fs::path(program.Directory()) / "a b%41#?";
   fs::create_directories(root / "sub");
-  program.Start({"watch", root.string(), "--json"});
+  // On a described machine, too, the directories are real ones.
+  program.Start(
+      {"--machine", SourceFile("app/machines/kiosk.json"), "watch", root.string(), "--json"});
   ASSERT_TRUE(program.WaitFor("{\"event\":\"started\"}\n"));
   std::ofstream(root / "sub/file") << "text";
   EXPECT_TRUE(program.WaitFor("{\"event\":\"added\",\"path\":\"sub/file\"}\n"));

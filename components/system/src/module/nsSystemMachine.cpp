@@ -100,9 +100,13 @@ nsresult NS_OpenMachine(nsPlatformRef* aPlatform) {
     SYSTEM_LOG_ERROR(NS_GetLogger("system.machine"), message);
     return rv;
   }
-  nsPlatformRef platform = machine->Platform();
+  const auto platform = std::make_shared<nsPlatform>(*machine->Platform());
+  // A machine file has no files: those of the process are watched, as the host's own files are.
+  const nsPlatformRef native = NS_NewNativePlatform();
+  platform->mFiles = native->mFiles;
+  platform->mDirectoryChanges = native->mDirectoryChanges;
   rv = MakeRefCounted<MachineScript>(std::move(machine))->Start();
   NS_ENSURE_SUCCESS(rv, rv);
-  *aPlatform = std::move(platform);
+  *aPlatform = platform;
   return NS_OK;
 }
