@@ -1,6 +1,7 @@
 // The port of fonts: one suite for the simulated and for the native backend, which runs on a
 // configuration of fontconfig of the test's own.
 #include <stdlib.h>
+#include <unistd.h>
 
 #include "nsIFontEnumerator.h"
 #include "nsLinuxFonts.h"
@@ -18,6 +19,7 @@ const bool gConfigured = [] {
   std::ofstream(sPath) << "<fontconfig><dir>/tmp/vorel-no-fonts</dir>"
                           "<cachedir>/tmp/vorel-no-cache</cachedir></fontconfig>";
   setenv("FONTCONFIG_FILE", sPath, 1);
+  atexit([] { unlink(sPath); });
   return true;
 }();
 
