@@ -93,15 +93,15 @@ TEST_F(Observers, WeakOneIsKeptAliveOrCalledDead) {
 
 TEST_F(Observers, WeakOnesThatDieElsewhereCrash) {
   std::atomic<int> calls = 0;
-  std::atomic<bool> stop = false;
+  std::atomic<bool> done = false;
   std::thread other([&] {
-    while (!stop) {
+    for (int i = 0; i < 500; ++i) {
       const auto observer = MakeRefCounted<nsTestWeakObserver>(&calls);
       EXPECT_EQ(NS_OK, mService->AddObserver(observer.get(), "topic", true));
     }
+    done = true;
   });
-  for (int i = 0; i < 500; ++i) Notify();
-  stop = true;
+  while (!done) Notify();
   other.join();
 }
 

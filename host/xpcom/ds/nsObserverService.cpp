@@ -67,12 +67,26 @@ nsresult nsObserverService::RemoveObserver(nsIObserver* aObserver, const char* a
 
 nsCOMArray<nsIObserver> nsObserverService::Observers(std::string_view aTopic) {
   nsCOMArray<nsIObserver> observers;
-  for (const nsObserverRef& ref : Refs(aTopic)) {
+  std::vector<nsObserverRef> dead;
+  for (nsObserverRef& ref : Refs(aTopic)) {
     if (auto observer = ref.Get())
       observers.push_back(std::move(observer));
     else
-      Remove(aTopic, ref);
+      dead.push_back(std::move(ref));
   }
+  if (dead.empty()) return observers;
+  // Both lists are in one order, so that one pass is enough. What it misses because the list has
+  // changed meanwhile, the next one finds.
+  std::lock_guard lock(mMutex);
+  const auto topic = mTopics.find(aTopic);
+  if (topic == mTopics.end()) return observers;
+  auto next = dead.begin();
+  std::erase_if(topic->second, [&](const nsObserverRef& aRef) {
+    const bool isDead = next != dead.end() && aRef == *next;
+    if (isDead) ++next;
+    return isDead;
+  });
+  if (topic->second.empty()) mTopics.erase(topic);
   return observers;
 }
 
