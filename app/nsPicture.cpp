@@ -80,6 +80,9 @@ void nsPicture::AddAttributes(nsISupports* aObject, const nsScriptInterface& aIn
     nsString text;
     nsCString bytes;
     const nsScriptType type = member.mParams[0].mType;
+    // The adapter of a binding stands as an index already. The stored view of an adapter is not
+    // what is in force, and to ask for it would make the store.
+    if (member.mParams[0].mIID && *member.mParams[0].mIID == nsISystemAdapter::kIID) continue;
     if (type == nsScriptType::eString) slot.Set<nsAString*>(&text);
     if (type == nsScriptType::eCString) slot.Set<nsACString*>(&bytes);
     if (NS_FAILED(member.mCall(self, &slot))) continue;
@@ -193,7 +196,7 @@ Json nsPicture::DescribeBinding(nsISystemApplicationProfileBinding* aBinding,
   // What a binding class offers of its own.
   const Json attributes = Value(aBinding, 0);
   for (const auto& [key, value] : attributes.items())
-    if (key != "adapter" && key != "applicationProfile") out[key] = value;
+    if (key != "applicationProfile") out[key] = value;
   return out;
 }
 
