@@ -53,7 +53,6 @@ bool NS_FromScript(nsScriptRuntime* aRuntime, JS::HandleValue aValue, const nsSc
                    const nsPlace& aPlace, nsCallFrame& aFrame, size_t aIndex);
 /// Makes room for what an operation writes.
 void NS_PrepareOut(const nsScriptParam& aParam, nsCallFrame& aFrame, size_t aIndex);
-/// Takes over what an operation handed out, so that it is freed whatever happens then.
 /// Makes a value of a slot. An array's length is aLength.
 bool NS_ToScript(nsScriptRuntime* aRuntime, const nsScriptParam& aParam, const nsScriptSlot& aSlot,
                  const nsIID* aIID, uint32_t aLength, JS::MutableHandleValue aResult);
