@@ -160,6 +160,8 @@ Json nsPicture::Value(nsISupports* aObject, int aDepth) const {
   Json out = Json::object();
   for (const nsIID& iid : ListedInterfaces(aObject))
     if (const auto* table = Find(iid)) AddAttributes(aObject, *table, aDepth, &out);
+  // A value that has a text form, an address, is shown by it and not byte by byte.
+  if (const auto text = out.find("string"); text != out.end()) return *text;
   return out;
 }
 
@@ -251,6 +253,20 @@ std::string Join(const std::vector<std::string>& aTexts) {
   return out;
 }
 
+// What an operator looks at first: the state of a link and its addresses.
+std::string State(const Json& aAdapter) {
+  const auto status = aAdapter.find("operStatus");
+  if (status == aAdapter.end()) return {};
+  std::vector<std::string> out = {*status == 1   ? "up"
+                                  : *status == 2 ? "down"
+                                                 : "status " + status->dump()};
+  const Json addresses = aAdapter.value("unicastAddresses", Json::array());
+  for (const Json& address : addresses)
+    if (address.is_object())
+      out.push_back(Field(address, "address") + "/" + Field(address, "prefixLength"));
+  return Join(out);
+}
+
 std::vector<std::string> Row(size_t aIndex, const Json& aAdapter) {
   std::vector<std::string> connectors;
   const Json list = aAdapter.value("connectors", Json::array());
@@ -259,8 +275,9 @@ std::vector<std::string> Row(size_t aIndex, const Json& aAdapter) {
   std::string name = Field(aAdapter, "label");
   if (name.empty()) name = Field(aAdapter, "sysPath");
   if (name.empty()) name = Field(aAdapter, "directory");
-  return {std::to_string(aIndex), Kind(aAdapter), name,
-          device.is_object() ? Field(device, "name") : "", Join(connectors)};
+  return {
+      std::to_string(aIndex), Kind(aAdapter), name, device.is_object() ? Field(device, "name") : "",
+      Join(connectors),       State(aAdapter)};
 }
 
 void PrintTable(std::ostream& aOut, const std::vector<std::vector<std::string>>& aRows,
@@ -285,7 +302,8 @@ void PrintTable(std::ostream& aOut, const std::vector<std::vector<std::string>>&
 
 void nsPicture::Print(std::ostream& aOut, const Json& aPicture, bool aColours) {
   const Json& adapters = aPicture["adapters"];
-  std::vector<std::vector<std::string>> rows = {{"#", "ADAPTER", "NAME", "DEVICE", "CONNECTOR"}};
+  std::vector<std::vector<std::string>> rows = {
+      {"#", "ADAPTER", "NAME", "DEVICE", "CONNECTOR", "STATE"}};
   for (size_t i = 0; i < adapters.size(); ++i) rows.push_back(Row(i, adapters[i]));
   if (rows.size() == 1)
     aOut << "no adapters\n";
