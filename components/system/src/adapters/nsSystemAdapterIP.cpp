@@ -393,9 +393,9 @@ nsresult nsSystemAdapterIP::GetDhcpv4Server(nsISystemIPv4Structure** aDhcpv4Serv
 }
 
 nsresult nsSystemAdapterIP::GetIsDhcpv4Enabled(bool* aIsDhcpv4Enabled) {
+  const std::lock_guard monitor(mMonitor);
   *aIsDhcpv4Enabled = mDhcpv4Enabled;
   if (!mIsRegistered) return NS_OK;
-  const std::lock_guard monitor(mMonitor);
   RegKey key;
   if (const nsresult rv = OpenKey(mRegKey, Registry::kRead, &key); NS_FAILED(rv)) return rv;
   uint32_t value = 0;
@@ -627,9 +627,9 @@ nsresult nsSystemAdapterIP::GetDnsServers(nsIArray** aDnsServers) {
 // ---- IGMP: the store's number is one above script's
 
 nsresult nsSystemAdapterIP::GetIgmpVersion(uint16_t* aIgmpVersion) {
+  const std::lock_guard monitor(mMonitor);
   *aIgmpVersion = mIgmpVersion;
   if (!mIsRegistered) return NS_OK;
-  const std::lock_guard monitor(mMonitor);
   mIgmpVersion = 3;
   RegKey key;
   if (const nsresult rv = OpenKey(kTcpipParametersKey, Registry::kRead, &key); NS_FAILED(rv))

@@ -1,7 +1,7 @@
 // The port of network interfaces: what the machine has, in two pictures that the discovery joins.
 //
-// The records have the shape and the field names of the platform for which the logic was described,
-// and so have their numbers. A backend fills in every field that its system knows.
+// The records have the shape, the field names and the numbers of one platform's functions for it. A
+// backend fills in every field that its system knows.
 #pragma once
 
 #include <array>
