@@ -3,6 +3,9 @@ pref("vorel.player.playout.base-uri", "file:///var/lib/vorel/player/");
 pref("vorel.appli.software.base-uri", "file:///var/lib/vorel/software/");
 pref("vorel.appli.addon.base-uri", "file:///var/lib/vorel/addons/");
 
+// What systemGeneralSettings.version answers.
+pref("extensions.lastAppVersion", "0.1.0");
+
 // Which profiles are put in force, and where: vorel.app-profile.PROFILE.DEVICE.CONNECTOR.MASK.
 pref("vorel.app-profile.richmedia-player.*.*.*.authorized", true);
 pref("vorel.app-profile.manifest-downloader.*.*.*.authorized", true);
