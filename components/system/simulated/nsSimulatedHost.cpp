@@ -129,7 +129,7 @@ nsresult nsSimulatedHost::CancelCommand(CommandHandle aCommand) {
   if (nsresult rv = Enter("CancelCommand"); NS_FAILED(rv)) return rv;
   const std::lock_guard lock(mLock);
   const auto command = mRunning.find(aCommand);
-  if (command == mRunning.end()) return NS_ERROR_FAILURE;
+  if (command == mRunning.end()) return NS_ERROR_NOT_AVAILABLE;
   if (!command->second) command->second = kEndedBySignal;
   mEnded.notify_all();
   Record("CancelCommand");

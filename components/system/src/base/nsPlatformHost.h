@@ -37,6 +37,7 @@ class nsPlatformHost {
   /// *aStatus is what it ended with: 0 for success, 127 when there is no such command, 128 and the
   /// number of the signal that ended it. To be called once for each command.
   virtual nsresult WaitForCommand(CommandHandle aCommand, int32_t* aStatus) = 0;
-  /// Asks a command, and what it has started, to end. Not after WaitForCommand has come back.
+  /// Asks a command, and what it has started, to end. NS_ERROR_NOT_AVAILABLE, and nothing done,
+  /// when it has ended and WaitForCommand has forgotten it.
   virtual nsresult CancelCommand(CommandHandle aCommand) = 0;
 };

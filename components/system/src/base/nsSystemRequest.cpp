@@ -39,27 +39,36 @@ nsresult nsSystemRequest::AsyncStart(nsISupports* aSelf, nsIObserver* aObserver)
 
 nsresult nsSystemRequest::Start(nsCOMPtr<nsISupports> aSelf) {
   const auto running = std::make_shared<Running>();
-  const std::shared_ptr<nsPlatformHost> host = mPlatform->mHost;
-  const nsresult rv = CommandRunner::Start(
-      host, mLogger, mCommandLine,
-      [running, host](nsPlatformHost::CommandHandle aCommand) {
-        const std::lock_guard lock(running->mLock);
-        running->mCommand = aCommand;
-        // It was cancelled before it had begun.
-        if (running->mCancelled) (void)host->CancelCommand(aCommand);
-      },
-      [this, aSelf](int32_t aExitStatus) { Stopped(aSelf.get(), aExitStatus); });
+  const nsresult rv = Run(std::move(aSelf), running);
   if (NS_FAILED(rv)) return rv;
   mRunning = running;
   mStatus = NS_ERROR_IN_PROGRESS;
   return NS_OK;
 }
 
+nsresult nsSystemRequest::Run(nsCOMPtr<nsISupports> aSelf, std::shared_ptr<Running> aRunning) {
+  const std::shared_ptr<nsPlatformHost> host = mPlatform->mHost;
+  return CommandRunner::Start(
+      host, mLogger, mCommandLine,
+      [running = std::move(aRunning), host](nsPlatformHost::CommandHandle aCommand) {
+        const std::lock_guard lock(running->mLock);
+        running->mCommand = aCommand;
+        // It was cancelled before it had begun.
+        if (running->mCancelled) (void)host->CancelCommand(aCommand);
+      },
+      [this, aSelf](int32_t aExitStatus) { Stopped(aSelf.get(), aExitStatus); });
+}
+
 nsresult nsSystemRequest::Cancel() {
   if (!mRunning) return NS_ERROR_NOT_AVAILABLE;
   const std::lock_guard lock(mRunning->mLock);
+  if (mRunning->mCommand) {
+    // It may have ended, and the news of that be on its way.
+    const nsresult rv = mPlatform->mHost->CancelCommand(*mRunning->mCommand);
+    if (NS_FAILED(rv)) return rv;
+  }
   mRunning->mCancelled = true;
-  return mRunning->mCommand ? mPlatform->mHost->CancelCommand(*mRunning->mCommand) : NS_OK;
+  return NS_OK;
 }
 
 nsresult nsSystemRequest::GetStatus(nsresult* aStatus) {

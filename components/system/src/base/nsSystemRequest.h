@@ -24,8 +24,10 @@ class nsSystemRequest {
   /// What the thread of the command and the main thread both see.
   struct Running;
 
-  /// Starts the command.
+  /// Starts the command, and takes note that it runs.
   nsresult Start(nsCOMPtr<nsISupports> aSelf);
+  /// Runs the command off the main thread.
+  nsresult Run(nsCOMPtr<nsISupports> aSelf, std::shared_ptr<Running> aRunning);
   /// The command has ended.
   void Stopped(nsISupports* aSelf, int32_t aExitStatus);
 

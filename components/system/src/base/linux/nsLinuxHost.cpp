@@ -61,21 +61,32 @@ nsresult nsLinuxHost::StartCommand(const std::string& aLine, CommandHandle* aCom
     *aError = error;
     return FromErrno(error);
   }
+  const std::lock_guard lock(mLock);
+  mCommands.insert(process);
   *aCommand = static_cast<CommandHandle>(process);
   return NS_OK;
 }
 
 nsresult nsLinuxHost::WaitForCommand(CommandHandle aCommand, int32_t* aStatus) {
-  int status = 0;
-  pid_t ended;
+  const auto process = static_cast<pid_t>(aCommand);
+  siginfo_t ended;
+  int result;
   do {
-    ended = waitpid(static_cast<pid_t>(aCommand), &status, 0);
-  } while (ended < 0 && errno == EINTR);
-  if (ended < 0) return FromErrno(errno);
+    result = waitid(P_PID, static_cast<id_t>(process), &ended, WEXITED | WNOWAIT);
+  } while (result != 0 && errno == EINTR);
+  if (result != 0) return FromErrno(errno);
+  // From here on its number may become that of another process, which nobody meant to cancel.
+  const std::lock_guard lock(mLock);
+  mCommands.erase(process);
+  int status = 0;
+  if (waitpid(process, &status, 0) < 0) return FromErrno(errno);
   *aStatus = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
   return NS_OK;
 }
 
 nsresult nsLinuxHost::CancelCommand(CommandHandle aCommand) {
-  return kill(-static_cast<pid_t>(aCommand), SIGTERM) == 0 ? NS_OK : FromErrno(errno);
+  const auto process = static_cast<pid_t>(aCommand);
+  const std::lock_guard lock(mLock);
+  if (!mCommands.contains(process)) return NS_ERROR_NOT_AVAILABLE;
+  return kill(-process, SIGTERM) == 0 ? NS_OK : FromErrno(errno);
 }

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <mutex>
+#include <set>
 
 #include "nsPlatformHost.h"
 
@@ -20,4 +23,5 @@ class nsLinuxHost final : public nsPlatformHost {
  private:
   std::mutex mLock;
   int32_t mCursorCounter = 0;
+  std::set<pid_t> mCommands;  // not yet forgotten, so their numbers are nobody else's
 };
