@@ -46,7 +46,8 @@ class nsPlatformWatchdog {
 
   // Any thread, in any state of the process.
 
-  /// Writes to the standard error stream, past all buffers.
+  /// Writes to the standard error stream, past all buffers. Does not wait for long: what can't be
+  /// written is lost.
   virtual void WriteStandardError(std::string_view aText) = 0;
   /// Writes to address 0, which ends the process in its crash handling. Comes back when the write
   /// is survived.

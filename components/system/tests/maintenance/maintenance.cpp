@@ -1,4 +1,5 @@
 // The watchdog, commands and requests.
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -300,6 +301,8 @@ TEST(LinuxHost, ACommandsEndIsLostOrItCannotBeEnded) {
     EXPECT_EQ(host.StartCommand(aLine, &command, &error), NS_OK);
     EXPECT_TRUE(!aCancel || NS_SUCCEEDED(host.CancelCommand(command)));
     EXPECT_EQ(host.WaitForCommand(command, &status), NS_OK);
+    // Its number may be that of another process by now.
+    EXPECT_EQ(host.CancelCommand(command), NS_ERROR_NOT_AVAILABLE);
     return status;
   };
   EXPECT_EQ(run("exit 0", false), 0);
@@ -363,6 +366,21 @@ TEST(LinuxWatchdog, AHungProcessLivesOn) {
   EXPECT_EQ(text, "fired\n");
   EXPECT_TRUE(WIFSIGNALED(status)) << WEXITSTATUS(status);
   EXPECT_EQ(WTERMSIG(status), SIGSEGV);
+}
+
+TEST(LinuxWatchdog, AHungReaderOfTheErrorsKeepsTheProcess) {
+  const auto [text, status] = RunInProcess([] {
+    int ends[2];
+    if (pipe(ends) != 0) _exit(1);
+    fcntl(ends[1], F_SETFL, O_NONBLOCK);
+    while (write(ends[1], "full", 4) > 0) {
+    }
+    fcntl(ends[1], F_SETFL, 0);
+    dup2(ends[1], STDERR_FILENO);
+    alarm(20);
+    nsLinuxWatchdog().WriteStandardError("fired\n");
+  });
+  EXPECT_EQ(status, 0);
 }
 
 TEST(LinuxWatchdog, AStoppedTimerFiresOrItsThreadOutlivesIt) {

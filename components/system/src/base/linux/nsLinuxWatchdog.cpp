@@ -13,6 +13,8 @@
 
 namespace {
 
+constexpr int kWriteLimit = 500;  // ms
+
 int64_t Now() {
   timespec now;
   clock_gettime(CLOCK_MONOTONIC, &now);
@@ -102,6 +104,9 @@ nsresult nsLinuxWatchdog::WriteErrorMode(uint32_t aMode) {
 
 void nsLinuxWatchdog::WriteStandardError(std::string_view aText) {
   while (!aText.empty()) {
+    // Whoever reads it may hang as well, and the process has to end all the same.
+    pollfd ready{.fd = STDERR_FILENO, .events = POLLOUT, .revents = 0};
+    if (poll(&ready, 1, kWriteLimit) == 0) return;
     const ssize_t written = write(STDERR_FILENO, aText.data(), aText.size());
     if (written > 0)
       aText.remove_prefix(static_cast<size_t>(written));
