@@ -146,6 +146,15 @@ TEST_F(CrashTest, AbortLeavesNoReportOrIsSurvived) {
   EXPECT_TRUE(Has(Report(), "Signal=6 SIGABRT\n"));
 }
 
+#if defined(__x86_64__)
+TEST_F(CrashTest, ATrapIsSurvived) {
+  const int status = Run([] { asm volatile("int3"); });
+  EXPECT_TRUE(WIFSIGNALED(status));
+  EXPECT_EQ(WTERMSIG(status), SIGTRAP);
+  EXPECT_TRUE(Has(Report(), "Signal=5 SIGTRAP\n"));
+}
+#endif
+
 TEST_F(CrashTest, AThreadThatDoesNotAnswerHoldsTheReportUp) {
   const auto start = std::chrono::steady_clock::now();
   const int status = Run([] {

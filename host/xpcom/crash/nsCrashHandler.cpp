@@ -40,7 +40,8 @@ constexpr size_t kAlternateStackSize = 128 * 1024;
 // How far up a stack is looked through when its frames can't be followed.
 constexpr size_t kMaximumScan = 32 * 1024;
 // A thread that does not answer for that long has the signal blocked, or can't run.
-constexpr int kAnswerTries = 200;  // of a millisecond
+constexpr int kAnswerTries = 200;      // of a millisecond
+constexpr unsigned kReportLimit = 60;  // seconds
 
 // The stack of one thread: first the frames that could be followed, then what looks like a return
 // address on the rest of it.
@@ -310,21 +311,35 @@ void WriteReport(int aSignal, const siginfo_t& aInfo, const ucontext_t& aContext
   close(file);
 }
 
+// Memory may be damaged in any way, and the disk may hang: a report that does not come to its end
+// must not keep a process that has to end. What ends it then needs nothing of this process.
+void LimitReport() {
+  struct sigaction action {};
+  action.sa_handler = SIG_DFL;
+  sigaction(SIGALRM, &action, nullptr);
+  sigset_t taken;
+  sigemptyset(&taken);
+  sigaddset(&taken, SIGALRM);
+  pthread_sigmask(SIG_UNBLOCK, &taken, nullptr);
+  alarm(kReportLimit);
+}
+
 void OnCrash(int aSignal, siginfo_t* aInfo, void* aContext) {
   State& state = *gState;
   const pid_t self = ThreadId();
   pid_t reporter = 0;
   if (state.mReporter.compare_exchange_strong(reporter, self)) {
+    LimitReport();
     WriteReport(aSignal, *aInfo, *static_cast<const ucontext_t*>(aContext), self);
   } else if (reporter != self) {
     // Another thread goes wrong while this one's report is written; the process is about to end.
     for (;;) pause();
   }
   // A crash within the report comes here at once. What had the signal before has its way now: the
-  // same happens again when this returns, or is made to.
+  // same happens again when this returns, or is made to; a trap goes on behind its instruction.
   for (size_t i = 0; i < kSignals.size(); ++i)
     if (kSignals[i].mNumber == aSignal) sigaction(aSignal, &state.mBefore[i], nullptr);
-  if (aInfo->si_code <= 0) syscall(SYS_tgkill, getpid(), self, aSignal);
+  if (aInfo->si_code <= 0 || aSignal == SIGTRAP) syscall(SYS_tgkill, getpid(), self, aSignal);
 }
 
 }  // namespace
