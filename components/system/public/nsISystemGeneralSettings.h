@@ -32,7 +32,7 @@ class nsISystemGeneralSettings : public nsISupports {
   /// A text that names this machine, made of its address: "00000000-0000-0000-0001-001122334455".
   /// Kept from the first success on. The failures of GetMac.
   virtual nsresult GetUuid(nsACString& aUuid) = 0;
-  /// What the player runs on, "nt-ia32".
+  /// What the player runs on, system and processor: "nt-ia32", "linux-x86_64".
   virtual nsresult GetPlatform(nsACString& aPlatform) = 0;
   /// The product's version, from the preference "extensions.lastAppVersion"; its failure when there
   /// is none.

@@ -72,9 +72,7 @@ nsresult nsSimulatedFonts::AddFontFile(const std::string& aPath, uint32_t* aCoun
 nsresult nsSimulatedFonts::RemoveFontFile(const std::string& aPath) {
   if (nsresult rv = Enter("RemoveFontFile"); NS_FAILED(rv)) return rv;
   const std::lock_guard lock(mLock);
-  const auto added = std::ranges::find(mAdded, aPath);
-  if (added == mAdded.end()) return NS_ERROR_FAILURE;
-  mAdded.erase(added);
+  if (std::erase(mAdded, aPath) == 0) return NS_ERROR_FAILURE;
   Record("RemoveFontFile " + aPath);
   return NS_OK;
 }

@@ -25,7 +25,7 @@ class nsPlatformFonts {
   /// with 0 does not happen: NS_ERROR_FAILURE for a file without a font that the platform can use.
   /// A file that was added already is added once more.
   virtual nsresult AddFontFile(const std::string& aPath, uint32_t* aCount) = 0;
-  /// Undoes one AddFontFile of the same path. NS_ERROR_FAILURE when there is none to undo.
+  /// Undoes every AddFontFile of the same path. NS_ERROR_FAILURE when there is none to undo.
   virtual nsresult RemoveFontFile(const std::string& aPath) = 0;
   /// The faces of a family, added ones included, in the platform's order. The platform may take
   /// names that differ in case or blanks for the same, so mFamily says what each is called. None is

@@ -57,6 +57,8 @@ TEST_P(FontPort, AnAddedFileIsNotSeenOrNotForgotten) {
   EXPECT_TRUE(faces[0].mItalic);
   EXPECT_EQ(faces[0].mWeight, 400);
 
+  ASSERT_EQ(port.AddFontFile(a, &count), NS_OK);
+  EXPECT_EQ(count, 1u);
   EXPECT_EQ(port.RemoveFontFile(a), NS_OK);
   EXPECT_EQ(port.RemoveFontFile(a), NS_ERROR_FAILURE);
   ASSERT_EQ(port.ReadFaces("Port One", &faces), NS_OK);
