@@ -20,6 +20,7 @@
 #include "nsPicture.h"
 #include "nsScriptHost.h"
 #include "nsServices.h"
+#include "nsShell.h"
 #include "nsSystemScript.h"
 
 namespace {
@@ -81,7 +82,8 @@ std::string MissingFile(const nsCommandLine& aLine) {
   return {};
 }
 
-/// Calls a function on the main thread for SIGINT and SIGTERM, instead of what they do otherwise.
+/// Calls a function with the signal's number on the main thread for SIGINT and SIGTERM, instead of
+/// what they do otherwise.
 class SignalWatch {
  public:
   // Threads inherit the mask, so this comes before the first of them.
@@ -90,7 +92,7 @@ class SignalWatch {
     (void)pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   }
 
-  explicit SignalWatch(std::function<void()> aCall) {
+  explicit SignalWatch(std::function<void(int)> aCall) {
     const sigset_t signals = Signals();
     mFd = signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
     nsCOMPtr<nsIThread> main;
@@ -100,7 +102,8 @@ class SignalWatch {
         mFd, main.get(),
         [fd = mFd, call = std::move(aCall)] {
           signalfd_siginfo info;
-          while (read(fd, &info, sizeof info) == sizeof info) call();
+          while (read(fd, &info, sizeof info) == sizeof info)
+            call(static_cast<int>(info.ssi_signo));
         },
         &mWatch);
     if (NS_FAILED(rv)) {
@@ -156,7 +159,7 @@ int ShowPicture(nsHost& aHost, const nsCommandLine& aLine) {
         nsPicture::PrintChange(std::cout, aChange);
       if (!std::cout) aHost.Quit();
     });
-    const SignalWatch signals([&] { aHost.Quit(); });
+    const SignalWatch signals([&](int) { aHost.Quit(); });
     (void)aHost.Run();
     follower->SetReport({});
   }
@@ -168,7 +171,7 @@ int ShowPicture(nsHost& aHost, const nsCommandLine& aLine) {
 int RunScript(nsHost& aHost, nsScriptHost& aScript, const nsCommandLine& aLine,
               const std::filesystem::path& aShare) {
   (void)aHost.StartProfile();
-  const SignalWatch signals([&] { aScript.Quit(0); });
+  const SignalWatch signals([&](int) { aScript.Quit(0); });
   nsresult rv;
   if (aLine.mTask == Task::eEvaluate) {
     std::string result;
@@ -180,6 +183,16 @@ int RunScript(nsHost& aHost, nsScriptHost& aScript, const nsCommandLine& aLine,
   }
   const int status = NS_FAILED(rv) && !aScript.HasQuit() ? kFailure : aScript.RunUntilDone();
   return Flushed(status);
+}
+
+int RunShell(nsHost& aHost, nsScriptHost& aScript) {
+  (void)aHost.StartProfile();
+  const std::string& profile = aHost.Options().mProfileDirectory;
+  nsShell shell(aScript, profile.empty() ? "" : profile + "/shell-history");
+  const SignalWatch signals([&](int aSignal) {
+    if (aSignal != SIGINT || !shell.ClearLine()) aScript.Quit(0);
+  });
+  return Flushed(shell.Run());
 }
 
 int Run(const nsCommandLine& aLine) {
@@ -220,6 +233,7 @@ int Run(const nsCommandLine& aLine) {
   const auto script = nsScriptHost::Create(scriptOptions, &error);
   if (!script) return Complain(kFailure, error);
   const int status = aLine.mTask == Task::ePicture ? ShowPicture(host, aLine)
+                     : aLine.mTask == Task::eShell ? RunShell(host, *script)
                                                    : RunScript(host, *script, aLine, share);
   host.Stop();  // before the scripts go, so that their observers hear of the end
   return status;

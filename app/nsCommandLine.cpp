@@ -9,6 +9,7 @@ constexpr std::string_view kHelp =
     R"(usage: vorel [OPTIONS]                         print the picture of this machine
        vorel [OPTIONS] FILE.js [ARGUMENTS]     run an application (FILE.mjs: as a module)
        vorel [OPTIONS] -e TEXT [ARGUMENTS]     run a line of script
+       vorel [OPTIONS] shell                   run script line by line, as it is entered
        vorel [OPTIONS] watch DIRECTORY         print the changes of a directory tree as they come
 
   --json                print JSON: the picture as one object, events one object a line
@@ -101,6 +102,18 @@ bool nsCommandLine::Parse(const std::vector<std::string>& aArguments, nsCommandL
     return false;
   };
 
+  // Takes what follows a command: options and nothing else.
+  const auto options = [&](const char* aRule) {
+    for (; i < aArguments.size(); ++i) {
+      if (!aArguments[i].starts_with("-")) {
+        *aError = std::string(aRule) + "; '" + aArguments[i] + "' is one too many";
+        return false;
+      }
+      if (!option()) return false;
+    }
+    return true;
+  };
+
   for (; i < aArguments.size(); ++i) {
     const std::string& text = aArguments[i];
     if (text == "-e") {
@@ -123,13 +136,13 @@ bool nsCommandLine::Parse(const std::vector<std::string>& aArguments, nsCommandL
       }
       out.mTask = Task::eWatch;
       out.mArguments.push_back(aArguments[i++]);
-      for (; i < aArguments.size(); ++i) {
-        if (!aArguments[i].starts_with("-")) {
-          *aError = "watch takes one directory; '" + aArguments[i] + "' is one too many";
-          return false;
-        }
-        if (!option()) return false;
-      }
+      if (!options("watch takes one directory")) return false;
+      break;
+    }
+    if (text == "shell") {
+      out.mTask = Task::eShell;
+      ++i;
+      if (!options("shell takes options only")) return false;
       break;
     }
     if (text.ends_with(".js") || text.ends_with(".mjs")) {

@@ -11,6 +11,7 @@ struct nsCommandLine {
     ePicture,      ///< print the picture of the machine
     eApplication,  ///< run a script file
     eEvaluate,     ///< run a script text
+    eShell,        ///< read script line by line and run it
     eWatch,        ///< print the changes of a directory tree
     ePrintTypes,   ///< print the TypeScript declarations
     eHelp,

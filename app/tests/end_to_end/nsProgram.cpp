@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <pty.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -31,13 +32,21 @@ std::string nsProgram::Write(const std::string& aName, const std::string& aText)
   return path.string();
 }
 
-void nsProgram::Start(const std::vector<std::string>& aArguments) {
+void nsProgram::Become(const std::vector<std::string>& aArguments) {
   const std::string program = VOREL_BINARY_DIR "/bin/vorel";
   std::vector<std::string> arguments = {program};
   arguments.insert(arguments.end(), aArguments.begin(), aArguments.end());
   std::vector<char*> argv;
   for (auto& argument : arguments) argv.push_back(argument.data());
   argv.push_back(nullptr);
+  setenv("HOME", mDirectory.c_str(), 1);
+  unsetenv("XDG_DATA_HOME");
+  unsetenv("XDG_STATE_HOME");
+  if (chdir(mDirectory.c_str()) == 0) execv(program.c_str(), argv.data());
+  _exit(127);
+}
+
+void nsProgram::Start(const std::vector<std::string>& aArguments) {
   int out[2], err[2];
   ASSERT_EQ(pipe2(out, O_CLOEXEC), 0);
   ASSERT_EQ(pipe2(err, O_CLOEXEC), 0);
@@ -45,18 +54,30 @@ void nsProgram::Start(const std::vector<std::string>& aArguments) {
   mPid = fork();
   ASSERT_GE(mPid, 0);
   if (mPid == 0) {
+    dup2(open(mInput.c_str(), O_RDONLY | O_CLOEXEC), STDIN_FILENO);
     dup2(out[1], STDOUT_FILENO);
     dup2(err[1], STDERR_FILENO);
-    setenv("HOME", mDirectory.c_str(), 1);
-    unsetenv("XDG_DATA_HOME");
-    unsetenv("XDG_STATE_HOME");
-    if (chdir(mDirectory.c_str()) == 0) execv(program.c_str(), argv.data());
-    _exit(127);
+    Become(aArguments);
   }
   close(out[1]);
   close(err[1]);
   mOut = out[0];
   mErr = err[0];
+}
+
+void nsProgram::StartOnTerminal(const std::vector<std::string>& aArguments) {
+  const winsize size = {24, 80, 0, 0};
+  mOutcome = {};
+  mPid = forkpty(&mOut, nullptr, nullptr, &size);
+  ASSERT_GE(mPid, 0);
+  if (mPid == 0) {
+    setenv("TERM", "xterm", 1);
+    Become(aArguments);
+  }
+}
+
+void nsProgram::Type(const std::string& aText) {
+  ASSERT_EQ(write(mOut, aText.data(), aText.size()), static_cast<ssize_t>(aText.size()));
 }
 
 void nsProgram::Read(int aFd, std::string* aInto) {

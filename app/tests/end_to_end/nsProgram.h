@@ -25,6 +25,11 @@ class nsProgram {
   /// Starts it beside the test. WaitFor reads its output up to a text, Finish sends a signal (0:
   /// none) and waits.
   void Start(const std::vector<std::string>& aArguments);
+  /// The same on a terminal of its own, where Type enters text; its errors are in the output.
+  void StartOnTerminal(const std::vector<std::string>& aArguments);
+  void Type(const std::string& aText);
+  /// What it reads from standard input; nothing, unless this is called before.
+  void SetInput(const std::string& aText) { mInput = Write("input", aText); }
   bool WaitFor(const std::string& aText);
   nsOutcome Finish(int aSignal);
 
@@ -33,10 +38,12 @@ class nsProgram {
   const std::string& Directory() const { return mDirectory; }
 
  private:
+  [[noreturn]] void Become(const std::vector<std::string>& aArguments);
   void Read(int aFd, std::string* aInto);
   bool Pump(std::chrono::steady_clock::time_point aUntil);
 
   std::string mDirectory;
+  std::string mInput = "/dev/null";
   int mPid = -1;
   int mOut = -1, mErr = -1;
   nsOutcome mOutcome;

@@ -40,6 +40,13 @@ TEST(CommandLine, WatchTakesOptionsOnBothSides) {
   EXPECT_EQ(line.mArguments, std::vector<std::string>{"dir"});
 }
 
+TEST(CommandLine, ShellTakesOptionsOnBothSides) {
+  const auto line = Parsed({"--profile", "p", "shell", "--machine", "m"});
+  EXPECT_EQ(line.mTask, nsCommandLine::Task::eShell);
+  EXPECT_EQ(line.mProfileDirectory, "p");
+  EXPECT_EQ(line.mMachineFile, "m");
+}
+
 TEST(CommandLine, MistakesAreSilentlyAccepted) {
   EXPECT_NE(ErrorOf({"--jsn"}).find("--jsn"), std::string::npos);
   EXPECT_NE(ErrorOf({"--machine"}).find("needs a value"), std::string::npos);
@@ -49,6 +56,7 @@ TEST(CommandLine, MistakesAreSilentlyAccepted) {
   EXPECT_NE(ErrorOf({"app.txt"}).find("app.txt"), std::string::npos);
   EXPECT_NE(ErrorOf({"watch"}).find("directory"), std::string::npos);
   EXPECT_NE(ErrorOf({"watch", "a", "b"}).find("'b'"), std::string::npos);
+  EXPECT_NE(ErrorOf({"shell", "a"}).find("'a'"), std::string::npos);
   EXPECT_NE(ErrorOf({"-e"}).find("-e"), std::string::npos);
   EXPECT_NE(ErrorOf({"--watch", "app.js"}).find("--watch"), std::string::npos);
 }
