@@ -23,9 +23,8 @@ TEST(Shell, PipedLinesStopAtAnErrorOrLoseStatementsOfSeveralLines) {
   const nsOutcome outcome = program.Run({"--machine", SourceFile(kKiosk), "shell"});
   EXPECT_EQ(outcome.mStatus, 1);
   EXPECT_NE(outcome.mErrors.find("shell:1:7: Error: oops"), std::string::npos) << outcome.mErrors;
-  const size_t sum = outcome.mOutput.find("42\n");
-  ASSERT_NE(sum, std::string::npos) << outcome.mOutput;
-  EXPECT_NE(outcome.mOutput.find("late\n", sum), std::string::npos) << outcome.mOutput;
+  EXPECT_NE(outcome.mOutput.find("42\n"), std::string::npos) << outcome.mOutput;
+  EXPECT_NE(outcome.mOutput.find("late\n"), std::string::npos) << outcome.mOutput;
   EXPECT_EQ(outcome.mOutput.find("vorel>"), std::string::npos) << outcome.mOutput;
 }
 
