@@ -1502,7 +1502,7 @@ interface nsISystemGeneralSettings extends nsISupports {
    * Kept from the first success on. The failures of GetMac.
    */
   readonly uuid: string;
-  /** What the player runs on, "nt-ia32". */
+  /** What the player runs on, system and processor: "nt-ia32", "linux-x86_64". */
   readonly platform: string;
   /**
    * The product's version, from the preference "extensions.lastAppVersion"; its failure when there
