@@ -30,8 +30,11 @@ nsresult nsLinuxHost::ReadPlatformName(std::string* aName) {
 nsresult nsLinuxHost::ReadDeviceId(std::string*) { return NS_ERROR_NOT_IMPLEMENTED; }
 
 nsresult nsLinuxHost::StepCursorCounter(bool aShow, int32_t* aCounter) {
-  const std::lock_guard lock(mLock);
-  *aCounter = mCursorCounter += aShow ? 1 : -1;
+  const std::lock_guard lock(mCursorLock);
+  const bool shown = mCursorCounter >= 0;
+  mCursorCounter += aShow ? 1 : -1;
+  if (const bool now = mCursorCounter >= 0; now != shown) mCursor.SetShown(now);
+  *aCounter = mCursorCounter;
   return NS_OK;
 }
 

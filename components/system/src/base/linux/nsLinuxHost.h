@@ -5,10 +5,11 @@
 #include <mutex>
 #include <set>
 
+#include "nsDisplayCursor.h"
 #include "nsPlatformHost.h"
 
-/// The names of this system, and commands through its shell. The cursor's counter is kept; nothing
-/// is drawn by it, for this port has no connection to a display.
+/// The names of this system, commands through its shell, and the cursor of the X display. X knows
+/// no counter that others move too: it is this object's own.
 class nsLinuxHost final : public nsPlatformHost {
  public:
   nsresult ReadHostName(uint32_t aCapacity, std::string* aName) override;
@@ -21,7 +22,9 @@ class nsLinuxHost final : public nsPlatformHost {
   nsresult CancelCommand(CommandHandle aCommand) override;
 
  private:
-  std::mutex mLock;
+  std::mutex mCursorLock;  // guards the two below; held while a display is waited for
   int32_t mCursorCounter = 0;
+  nsDisplayCursor mCursor;  // hidden while the counter is negative
+  std::mutex mLock;
   std::set<pid_t> mCommands;  // not yet forgotten, so their numbers are nobody else's
 };
