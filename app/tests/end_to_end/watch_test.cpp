@@ -42,6 +42,24 @@ TEST(Watch, MissingDirectoryIsWaitedFor) {
   EXPECT_EQ(outcome.mOutput, "{\"event\":\"error\",\"code\":0,\"text\":\"" + path + "\"}\n");
 }
 
+TEST(Watch, OptionsThatTheCollectorMovesAreReadFromTheirOldPlace) {
+  nsProgram program;
+  fs::create_directory(fs::path(program.Directory()) / "data");
+  const std::string script = program.Write("app.js", R"(
+    const fill = () => { const kept = []; for (let i = 0; i < 1e6; i++) kept.push({ i }); };
+    const watcher = new FileSystemWatcher({
+      get recursive() { fill(); return true; },
+      get listener() { fill(); return { onWatcherStarted() {} }; },
+      get document() { fill(); },
+      rootPath: "data/" });
+    console.log(watcher.watchPath.endsWith("/data"));
+    quit(0);
+  )");
+  const nsOutcome outcome = program.Run({script});
+  EXPECT_EQ(outcome.mStatus, 0) << outcome.mErrors;
+  EXPECT_EQ(outcome.mOutput, "true\n");
+}
+
 TEST(Watch, WrongUseOfTheConstructorIsAccepted) {
   nsProgram program;
   fs::create_directory(fs::path(program.Directory()) / "data");

@@ -17,13 +17,22 @@ namespace {
 constexpr char kServiceContractID[] = "@vorel/system/filesystemwatcherservice;1";
 constexpr char kXPConnectContractID[] = "@mozilla.org/js/xpc/XPConnect;1";
 
+/// The options, taken from the argument anew for each use: what runs in between, a getter or the
+/// making of a wrapper, can have moved them. Null when the argument is null.
+JSObject* Options(JSContext* cx, const jsval& aArgument) {
+  JSObject* options = nullptr;
+  (void)JS_ValueToObject(cx, aArgument, &options);
+  return options;
+}
+
 /// A property that holds an object, wrapped for use as T; null, and success, for any other value.
 template <nsInterface T>
-nsresult WrapProperty(nsIXPConnect* aXPConnect, JSContext* cx, JSObject* aObject, const char* aName,
-                      nsCOMPtr<T>* aResult) {
+nsresult WrapProperty(nsIXPConnect* aXPConnect, JSContext* cx, const jsval& aArgument,
+                      const char* aName, nsCOMPtr<T>* aResult) {
   jsval value;
   JSObject* object = nullptr;
-  if (!aObject || !JS_GetProperty(cx, aObject, aName, &value) ||
+  JSObject* const options = Options(cx, aArgument);
+  if (!options || !JS_GetProperty(cx, options, aName, &value) ||
       !JS_ValueToObject(cx, value, &object) || !object)
     return NS_OK;
   return aXPConnect->WrapJS(cx, object, T::kIID, NS_OutVoid(*aResult));
@@ -71,8 +80,9 @@ nsresult nsSystemFileSystemWatcherProxy::Initialize(nsISupports* aOwner, JSConte
     return NS_ERROR_FAILURE;
   }
   JSObject* options;
-  const int32_t type = JS_TypeOfValue(cx, aArgv[0]);
-  if (type == JSTYPE_OF_VOID || !JS_ValueToObject(cx, aArgv[0], &options)) {
+  const jsval& argument = aArgv[0];
+  const int32_t type = JS_TypeOfValue(cx, argument);
+  if (type == JSTYPE_OF_VOID || !JS_ValueToObject(cx, argument, &options)) {
     SYSTEM_LOG_WARNING(mLog, "argument is not an object");
     return NS_ERROR_FAILURE;
   }
@@ -83,10 +93,10 @@ nsresult nsSystemFileSystemWatcherProxy::Initialize(nsISupports* aOwner, JSConte
   const auto xpconnect = do_GetService<nsIXPConnect>(kXPConnectContractID, &rv);
   NS_ENSURE_SUCCESS(rv, rv);
   nsCOMPtr<nsISystemFileSystemListener> listener;
-  rv = WrapProperty(xpconnect.get(), cx, options, "listener", &listener);
+  rv = WrapProperty(xpconnect.get(), cx, argument, "listener", &listener);
   NS_ENSURE_SUCCESS(rv, rv);
   nsCOMPtr<nsDocument> document;
-  rv = WrapProperty(xpconnect.get(), cx, options, "document", &document);
+  rv = WrapProperty(xpconnect.get(), cx, argument, "document", &document);
   NS_ENSURE_SUCCESS(rv, rv);
   if (!document) {
     rv = NS_GetDocument(aOwner, &document);
@@ -99,9 +109,10 @@ nsresult nsSystemFileSystemWatcherProxy::Initialize(nsISupports* aOwner, JSConte
     (void)mLoadGroup->AddRequest(mRequest.get(), nullptr);
   }
 
-  NS_ENSURE_TRUE(options, NS_ERROR_FAILURE);
   nsDependentString rootPath(std::u16string_view{});
-  rv = nsJSUtils::ReadStringProperty(cx, options, "rootPath", rootPath);
+  options = Options(cx, argument);
+  rv =
+      options ? nsJSUtils::ReadStringProperty(cx, options, "rootPath", rootPath) : NS_ERROR_FAILURE;
   NS_ENSURE_SUCCESS(rv, rv);
   const auto baseUri = NS_GetBaseURI(document.get());
   NS_ENSURE_TRUE(baseUri, NS_ERROR_FAILURE);
