@@ -158,8 +158,9 @@ void nsSystemFileSystemWatcher::BackgroundThreadProc(nsSystemFileSystemWatcher* 
 
 nsresult nsSystemFileSystemWatcher::FinishThread() {
   // The thread may still be between handing out this call and its end, with a reference to it: once
-  // it is over, this object can only end here.
-  JoinThread();
+  // it is over, this object can only end here. While a new watch runs, it has been waited for, and
+  // the thread is the new one.
+  if (!mThreadShouldRun) JoinThread();
   Release();
   return NS_OK;
 }
@@ -227,7 +228,8 @@ nsresult nsSystemFileSystemWatcher::PostUpdate() {
 
 nsresult nsSystemFileSystemWatcher::Notify(nsITimer*) {
   std::lock_guard lock(mEventLock);
-  if (mUpdateQueued) return PostUpdate();
+  // After a stop the flag may never clear, and there is nothing left to wait for.
+  if (mUpdateQueued) return mShuttingDown ? NS_OK : PostUpdate();
   mUpdateQueued = true;
   mUpdateRunning = true;
   const auto threadPool = do_GetService<nsIEventTarget>(VOREL_THREADPOOL_CONTRACTID);

@@ -198,6 +198,16 @@ TEST_F(WatcherTest, StoppedWatcherReportsOrLives) {
   EXPECT_TRUE(NS_RunEventsUntil([&] { return !isAlive(); })) << "a reference is left";
 }
 
+TEST_F(WatcherTest, EndOfAnEarlierWatchWaitsForTheNewOne) {
+  StartAndWalk();
+  EXPECT_EQ(mWatcher->StopWatching(), NS_OK);
+  // The earlier thread's leave is still on its way to the main thread when the new one starts.
+  EXPECT_EQ(mWatcher->OnTreeReady(nsString(u"/data"), {}), NS_OK);
+  NS_RunEvents();
+  EXPECT_TRUE(IsWatching());
+  EXPECT_EQ(mListener->Take(), (Lines{"stopped", "started"}));
+}
+
 TEST_F(WatcherTest, WatcherOutlivesTheApplication) {
   StartAndWalk();
   ASSERT_EQ(do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID)
