@@ -130,7 +130,7 @@ bool nsCommandLine::Parse(const std::vector<std::string>& aArguments, nsCommandL
       continue;
     }
     if (text == "watch") {
-      if (++i == aArguments.size() || aArguments[i].starts_with("-")) {
+      if (++i == aArguments.size() || aArguments[i].empty() || aArguments[i].starts_with("-")) {
         *aError = "watch needs a directory";
         return false;
       }

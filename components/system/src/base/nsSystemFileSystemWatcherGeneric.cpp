@@ -51,8 +51,7 @@ nsresult nsSystemFileSystemWatcherGeneric::Init(nsISystemFileSystemListener* aLi
   SYSTEM_LOG_DEBUG(mLog, "Init : " + std::string(NS_View(aRootURL)));
   NS_ENSURE_TRUE(aListener, NS_ERROR_NULL_POINTER);
   mListener = aListener;
-  nsresult rv = NS_GetPathFromFileURL(aRootURL, mWatchPath);
-  NS_ENSURE_SUCCESS(rv, rv);
+  if (nsresult rv = NS_GetPathFromFileURL(aRootURL, mWatchPath); NS_FAILED(rv)) return rv;
   SYSTEM_LOG_DEBUG(mLog, "WatchPath : " + NS_ToUtf8(mWatchPath));
   mIsRecursive = true;
   mIsWatching = false;

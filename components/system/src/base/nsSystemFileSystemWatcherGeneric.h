@@ -63,5 +63,6 @@ class nsSystemFileSystemWatcherGeneric : public nsThreadSafeSupportsWeakReferenc
   nsCOMPtr<nsSystemFileSystemTree> mTree;
 };
 
-/// The path of the file that a "file:" URL names, the same for all URLs that name it.
+/// The path of the file that a "file:" URL names, the same for all URLs that name it. Warns of a
+/// failure itself.
 nsresult NS_GetPathFromFileURL(const nsACString& aURL, nsAString& aPath);

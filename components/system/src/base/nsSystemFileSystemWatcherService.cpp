@@ -154,7 +154,7 @@ nsresult nsSystemFileSystemWatcherService::StartWatching(const nsACString& aRoot
   NS_ENSURE_TRUE(aListener, NS_ERROR_NULL_POINTER);
   nsString path;
   nsresult rv = NS_GetPathFromFileURL(aRootURL, path);
-  NS_ENSURE_SUCCESS(rv, rv);
+  if (NS_FAILED(rv)) return rv;
 
   std::lock_guard lock(mLock);
   auto found = mTable.find(path);
@@ -176,7 +176,7 @@ nsresult nsSystemFileSystemWatcherService::StopWatching(const nsACString& aRootU
                                                         nsISystemFileSystemListener* aListener) {
   nsString path;
   nsresult rv = NS_GetPathFromFileURL(aRootURL, path);
-  NS_ENSURE_SUCCESS(rv, rv);
+  if (NS_FAILED(rv)) return rv;
 
   Entry ended;  // let go of after the lock: the end of a watcher waits for its thread
   std::lock_guard lock(mLock);

@@ -144,7 +144,7 @@ nsInotifyDirectories::Directory* nsInotifyDirectories::WatchChild(int aParentFd,
 void nsInotifyDirectories::WatchTree(Directory* aTop) {
   std::vector<int> stack{
       aTop->mWatch};  // by watch: what is read here may move what was read before
-  while (!stack.empty()) {
+  while (!stack.empty() && !mIsStopped) {
     const auto found = mDirectories.find(stack.back());
     stack.pop_back();
     if (found == mDirectories.end()) continue;
@@ -169,6 +169,7 @@ void nsInotifyDirectories::WatchTree(Directory* aTop) {
 void nsInotifyDirectories::Scan() {
   ++mScan;
   WatchTree(mTop);
+  if (mIsStopped) return;
   std::vector<Directory*> unseen;
   for (const auto& [watch, directory] : mDirectories)
     if (directory->mScan != mScan && !(directory->mParent && directory->mParent->mScan != mScan))

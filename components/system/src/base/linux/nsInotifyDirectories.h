@@ -4,6 +4,7 @@
 
 #include <sys/inotify.h>
 
+#include <atomic>
 #include <map>
 #include <memory>
 #include <set>
@@ -21,7 +22,7 @@
 /// events. Events may be out of date when they are read; so nothing is believed but what the disk
 /// then says.
 ///
-/// One thread at a time.
+/// One thread at a time, but for Stop.
 class nsInotifyDirectories {
  public:
   /// aRoot as the system has it, without a trailing slash.
@@ -34,6 +35,8 @@ class nsInotifyDirectories {
 
   /// Watches everything below the root, and forgets what is no longer there.
   void Scan();
+  /// Ends a scan early, and all later ones at once. Any thread.
+  void Stop() { mIsStopped = true; }
   /// Handles what the kernel has queued. New directories are watched before their names are in
   /// Names. False when the root is gone.
   bool ReadEvents();
@@ -77,4 +80,5 @@ class nsInotifyDirectories {
   uint32_t mScan = 0;
   bool mOverflow = false;
   bool mToldLimit = false;
+  std::atomic<bool> mIsStopped = false;
 };

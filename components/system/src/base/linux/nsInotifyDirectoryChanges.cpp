@@ -114,6 +114,7 @@ bool InotifyReader::IsOpen() const {
 
 void InotifyReader::Close() {
   if (mThread.joinable()) {
+    mDirectories->Stop();
     const uint64_t one = 1;
     (void)!write(mStop.get(), &one, sizeof one);  // can't fail: the count is far from its limit
     mThread.join();
@@ -148,7 +149,7 @@ void InotifyReader::Wait() {
   std::unique_lock lock(mLock);
   while (!mIsWoken &&
          (!mCompletion || (mNames.empty() && !mEnd) || Clock::now() < DeliveryTime())) {
-    if (mCompletion && !mNames.empty())
+    if (mCompletion && (!mNames.empty() || mEnd))
       mChanged.wait_until(lock, DeliveryTime());
     else
       mChanged.wait(lock);
