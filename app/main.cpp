@@ -1,27 +1,30 @@
 // vorel: shows the picture of the machine, or runs an application on it.
+#include <poll.h>
 #include <signal.h>
+#include <sys/eventfd.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <chrono>
 #include <climits>
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <nlohmann/json.hpp>
+#include <thread>
 
 #include "nsCommandLine.h"
-#include "nsFdWatch.h"
 #include "nsFollower.h"
 #include "nsHost.h"
 #include "nsILog4.h"
 #include "nsISystemManager.h"
-#include "nsIThread.h"
-#include "nsIThreadManager.h"
 #include "nsPicture.h"
 #include "nsScriptHost.h"
 #include "nsServices.h"
 #include "nsShell.h"
 #include "nsSystemScript.h"
+#include "nsVorelMethodCaller.h"
 
 namespace {
 
@@ -83,7 +86,8 @@ std::string MissingFile(const nsCommandLine& aLine) {
 }
 
 /// Calls a function with the signal's number on the main thread for SIGINT and SIGTERM, instead of
-/// what they do otherwise.
+/// what they do otherwise. A script that never ends keeps the main thread from that: another
+/// signal, two seconds after the first or later, then ends the process.
 class SignalWatch {
  public:
   // Threads inherit the mask, so this comes before the first of them.
@@ -92,33 +96,73 @@ class SignalWatch {
     (void)pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   }
 
-  explicit SignalWatch(std::function<void(int)> aCall) {
+  explicit SignalWatch(std::function<void(int)> aCall) : mState(std::make_shared<State>()) {
+    mState->mCall = std::move(aCall);
     const sigset_t signals = Signals();
-    mFd = signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
-    nsCOMPtr<nsIThread> main;
-    if (const auto threads = do_GetService<nsIThreadManager>(NS_THREADMANAGER_CONTRACTID))
-      (void)threads->GetMainThread(main.getter_AddRefs());
-    const nsresult rv = nsFdWatch::Start(
-        mFd, main.get(),
-        [fd = mFd, call = std::move(aCall)] {
-          signalfd_siginfo info;
-          while (read(fd, &info, sizeof info) == sizeof info)
-            call(static_cast<int>(info.ssi_signo));
-        },
-        &mWatch);
-    if (NS_FAILED(rv)) {
-      // Better killed by a signal than deaf to it.
+    mSignals = signalfd(-1, &signals, SFD_CLOEXEC);
+    mStop = eventfd(0, EFD_CLOEXEC);
+    if (mSignals >= 0 && mStop >= 0)
+      mThread = std::thread([this] { Watch(); });
+    else  // better killed by a signal than deaf to it
       (void)pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
-    }
   }
   SignalWatch(const SignalWatch&) = delete;
   SignalWatch& operator=(const SignalWatch&) = delete;
   ~SignalWatch() {
-    mWatch.reset();
-    if (mFd >= 0) close(mFd);
+    if (mThread.joinable()) {
+      (void)eventfd_write(mStop, 1);
+      mThread.join();
+    }
+    mState->mCall = nullptr;
+    if (mSignals >= 0) close(mSignals);
+    if (mStop >= 0) close(mStop);
   }
 
  private:
+  struct State {
+    std::function<void(int)> mCall;        // main thread
+    std::atomic<bool> mIsWaiting = false;  // a call has been dispatched and has not begun
+  };
+
+  class Call final : public nsImplements<Call, nsIRunnable> {
+   public:
+    Call(std::shared_ptr<State> aState, int aSignal)
+        : mState(std::move(aState)), mSignal(aSignal) {}
+    nsresult Run() override {
+      mState->mIsWaiting = false;
+      if (mState->mCall) mState->mCall(mSignal);
+      return NS_OK;
+    }
+
+   private:
+    ~Call() override = default;
+    const std::shared_ptr<State> mState;
+    const int mSignal;
+  };
+
+  void Watch() {
+    std::chrono::steady_clock::time_point first;
+    for (;;) {
+      pollfd fds[] = {{mSignals, POLLIN, 0}, {mStop, POLLIN, 0}};
+      if (poll(fds, 2, -1) < 0) continue;
+      if (fds[1].revents) return;
+      signalfd_siginfo info;
+      if (read(mSignals, &info, sizeof info) != sizeof info) continue;
+      const int number = static_cast<int>(info.ssi_signo);
+      const auto now = std::chrono::steady_clock::now();
+      if (!mState->mIsWaiting.exchange(true)) {
+        first = now;
+        (void)NS_DispatchToMainThread(MakeRefCounted<Call>(mState, number).get(),
+                                      NS_DISPATCH_NORMAL);
+      } else if (now - first >= std::chrono::seconds(2)) {
+        const sigset_t signals = Signals();
+        (void)signal(number, SIG_DFL);
+        (void)pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+        (void)raise(number);
+      }
+    }
+  }
+
   static sigset_t Signals() {
     sigset_t signals;
     sigemptyset(&signals);
@@ -126,8 +170,10 @@ class SignalWatch {
     sigaddset(&signals, SIGTERM);
     return signals;
   }
-  int mFd = -1;
-  std::unique_ptr<nsFdWatch> mWatch;
+
+  const std::shared_ptr<State> mState;
+  int mSignals = -1, mStop = -1;
+  std::thread mThread;
 };
 
 int ShowPicture(nsHost& aHost, const nsCommandLine& aLine) {
