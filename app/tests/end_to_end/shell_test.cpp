@@ -43,19 +43,20 @@ TEST(Shell, TerminalLosesKeysTimersOrHistory) {
                                               "shell"};
   program.StartOnTerminal(arguments);
   ASSERT_TRUE(program.WaitFor("vorel> "));
+  // What is typed before the prompt is there would be read by the terminal in its own way.
   program.Type("Number.MAX_SAF\t+0\r");
-  ASSERT_TRUE(program.WaitFor("9007199254740991"));
+  ASSERT_TRUE(program.WaitFor("9007199254740991\r\nvorel> "));
   program.Type("setTimeout(() => console.log('ti' + 'ck'), 1); 0\r");
   ASSERT_TRUE(program.WaitFor("tick"));  // while a line is edited
   // The interrupt drops a statement that is begun, not the shell.
   program.Type("let broken = [1,\r");
   ASSERT_TRUE(program.WaitFor("... "));
   program.Type("\3");
-  ASSERT_TRUE(program.WaitFor("^C"));
+  ASSERT_TRUE(program.WaitFor("^C\r\nvorel> "));
   program.Type("nothing.there\r");
-  ASSERT_TRUE(program.WaitFor("ReferenceError: nothing is not defined"));
+  ASSERT_TRUE(program.WaitFor("nothing is not defined\r\nvorel> "));
   program.Type("40 + 2\r");
-  ASSERT_TRUE(program.WaitFor("42"));
+  ASSERT_TRUE(program.WaitFor("42\r\nvorel> "));
   program.Type("\4");
   EXPECT_EQ(program.Finish(0).mStatus, 0);
 
@@ -65,7 +66,7 @@ TEST(Shell, TerminalLosesKeysTimersOrHistory) {
   program.StartOnTerminal(arguments);
   ASSERT_TRUE(program.WaitFor("vorel> "));
   program.Type("\x10\r");  // the line before
-  ASSERT_TRUE(program.WaitFor("42"));
+  ASSERT_TRUE(program.WaitFor("42\r\nvorel> "));
   program.Type("quit(9)\r");
   EXPECT_EQ(program.Finish(0).mStatus, 9);
 }
