@@ -1,11 +1,15 @@
-// What does it cost to cross between script and compiled code? The loops stand in script, so that a
-// whole crossing is measured; times are of one.
+// What does it cost to cross between script and compiled code? The loop stands on the side that
+// calls, so that a whole crossing is measured; times are of one.
 #include <benchmark/benchmark.h>
 
 #include <iostream>
 
 #include "nsHost.h"
+#include "nsIMutableArray.h"
+#include "nsIObserverService.h"
 #include "nsScriptHost.h"
+#include "nsServices.h"
+#include "nsXPCOM.h"
 
 namespace {
 
@@ -28,6 +32,8 @@ nsScriptHost* Scripts() {
         const observers = classes['@mozilla.org/observer-service;1'].getService(interfaces.nsIObserverService);
         let heard = 0;
         observers.addObserver(() => { ++heard; }, 'bench', false);
+        let subject;
+        observers.addObserver({ observe(object) { subject = object; ++heard; } }, 'bench-object', false);
         function readAttribute(n) { let sum = 0; for (let i = 0; i < n; ++i) sum += list.length; return sum; }
         function readString(n) { let sum = 0; for (let i = 0; i < n; ++i) sum += text.data.length; return sum; }
         function writeString(n) { for (let i = 0; i < n; ++i) text.data = 'a name of usual length'; }
@@ -40,6 +46,12 @@ nsScriptHost* Scripts() {
   return sScripts.get();
 }
 
+void SetCallTime(benchmark::State& aState, int aCalls) {
+  aState.counters["call"] =
+      benchmark::Counter(static_cast<double>(aCalls) * static_cast<double>(aState.iterations()),
+                         benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+}
+
 void Loop(benchmark::State& aState, const char* aFunction) {
   nsScriptHost* const scripts = Scripts();
   if (!scripts) return aState.SkipWithError("no scripts");
@@ -47,15 +59,27 @@ void Loop(benchmark::State& aState, const char* aFunction) {
   for (auto _ : aState)
     if (NS_FAILED(scripts->Evaluate(call, "bench.js", nullptr)))
       return aState.SkipWithError("the script failed");
-  aState.counters["call"] =
-      benchmark::Counter(static_cast<double>(kCalls) * static_cast<double>(aState.iterations()),
-                         benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+  SetCallTime(aState, kCalls);
+}
+
+/// An event of compiled code that a listener of script hears, with nothing of script around it.
+void Notify(benchmark::State& aState, const char* aTopic, bool aWithObject) {
+  if (!Scripts()) return aState.SkipWithError("no scripts");
+  const auto observers = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID);
+  const auto subject =
+      aWithObject ? do_CreateInstance<nsIMutableArray>(VOREL_ARRAY_CONTRACTID) : nullptr;
+  for (auto _ : aState)
+    if (NS_FAILED(observers->NotifyObservers(subject.get(), aTopic, nullptr)))
+      return aState.SkipWithError("the listener was not called");
+  SetCallTime(aState, 1);
 }
 
 BENCHMARK_CAPTURE(Loop, ReadAttribute, "readAttribute");
 BENCHMARK_CAPTURE(Loop, ReadString, "readString");
 BENCHMARK_CAPTURE(Loop, WriteString, "writeString");
-// A call into compiled code, and back into script from there.
+BENCHMARK_CAPTURE(Notify, Listener, "bench", false);
+BENCHMARK_CAPTURE(Notify, ListenerOfObject, "bench-object", true);
+// From script into compiled code, and back into script from there.
 BENCHMARK_CAPTURE(Loop, NotifyListener, "callListener");
 BENCHMARK_CAPTURE(Loop, MakeObject, "makeObject");
 

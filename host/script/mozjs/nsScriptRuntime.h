@@ -100,6 +100,9 @@ class nsScriptRuntime {
       ReleaseGarbage();
   }
 
+  /// The property of a table's name, made once. False with a pending exception.
+  bool NameOf(std::string_view aName, JS::MutableHandleId aResult);
+
   // ---- Names of interfaces (nsWrappers.cpp)
 
   JSObject* InterfaceObject(const nsScriptInterface* aInterface);
@@ -171,6 +174,8 @@ class nsScriptRuntime {
   std::unordered_map<const nsScriptInterface*, JS::PersistentRootedObject> mInterfaceObjects;
   std::unordered_map<std::string, JS::PersistentRootedObject> mShapes;
   std::deque<nsNamedInterface> mNames;
+  // By their place: tables last as long as the process. Pinned, so that no tracer is needed.
+  std::unordered_map<const char*, JS::PropertyKey> mProperties;
   std::vector<nsISupports*> mGarbage;
   std::unordered_set<nsScriptedObject*> mScripted;
   uint32_t mLiveObjects = 0;

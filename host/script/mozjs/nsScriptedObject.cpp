@@ -104,15 +104,17 @@ nsISupports* nsScriptedObject::AddFace(const nsScriptInterface* aInterface) {
 }
 
 bool nsScriptedObject::HasMembers(const nsScriptInterface* aInterface, bool aAll) {
-  JSContext* const cx = nsScriptRuntime::Current()->Context();
+  nsScriptRuntime* const runtime = nsScriptRuntime::Current();
+  JSContext* const cx = runtime->Context();
   JS::RootedObject object(cx, mObject);
+  JS::RootedId name(cx);
   bool any = false;
   for (const nsScriptInterface* level = aInterface; level && *level->mIID != nsISupports::kIID;
        level = nsScriptTables::Parent(*level)) {
     if (aAll && any && FindFace(level)) break;  // what it answers to already need not be looked at
     for (const nsScriptMember& member : level->mMembers) {
       bool has = false;
-      if (!JS_HasProperty(cx, object, std::string(member.mName).c_str(), &has)) {
+      if (!runtime->NameOf(member.mName, &name) || !JS_HasPropertyById(cx, object, name, &has)) {
         JS_ClearPendingException(cx);
         return false;
       }
@@ -152,7 +154,7 @@ nsresult nsScriptedObject::QueryInterface(const nsIID& aIID, void** aResult) {
   } else if (const nsScriptInterface* const table = nsScriptTables::Find(aIID);
              table && table->mImplement) {
     *aResult = FindFace(table);
-    if (!*aResult && !mCutOff && NS_IsMainThread() && nsScriptRuntime::Current() && Claims(table))
+    if (!*aResult && !mCutOff && IsOnScriptThread() && nsScriptRuntime::Current() && Claims(table))
       *aResult = AddFace(table);
   }
   if (!*aResult) return NS_ERROR_NO_INTERFACE;
@@ -161,7 +163,7 @@ nsresult nsScriptedObject::QueryInterface(const nsIID& aIID, void** aResult) {
 }
 
 nsrefcnt nsScriptedObject::Release() {
-  if (!mCutOff && !NS_IsMainThread()) {
+  if (!mCutOff && !IsOnScriptThread()) {
     nsrefcnt count = mCount.load();
     while (count > 1)
       if (mCount.compare_exchange_weak(count, count - 1, std::memory_order_acq_rel))
@@ -195,7 +197,7 @@ nsresult nsScriptedObject::CallScript(const nsScriptInterface& aInterface,
                                       const nsScriptMember& aMember, bool aSet,
                                       nsScriptSlot* aSlots) {
   if (mCutOff) return NS_ERROR_NOT_AVAILABLE;
-  if (!NS_IsMainThread()) {
+  if (!IsOnScriptThread()) {
     fprintf(stderr,
             "vorel: %.*s.%.*s of a script's object was called on another thread than the main one; "
             "refused\n",
@@ -240,7 +242,8 @@ bool nsScriptedObject::Invoke(const nsScriptInterface& aInterface, const nsScrip
   JSContext* const cx = runtime->Context();
   JS::RootedObject object(cx, mObject);
   JS::RootedValue self(cx, JS::ObjectValue(*object)), result(cx);
-  const std::string name(aMember.mName);
+  JS::RootedId name(cx);
+  if (!runtime->NameOf(aMember.mName, &name)) return false;
   const std::span<const nsScriptParam> params = aMember.mParams;
 
   JS::RootedValueVector arguments(cx);
@@ -261,15 +264,15 @@ bool nsScriptedObject::Invoke(const nsScriptInterface& aInterface, const nsScrip
       return false;
   }
 
-  if (aSet) return JS_SetProperty(cx, object, name.c_str(), arguments[0]);
+  if (aSet) return JS_SetPropertyById(cx, object, name, arguments[0]);
   if (aMember.mIsAttribute) {
-    if (!JS_GetProperty(cx, object, name.c_str(), &result)) return false;
+    if (!JS_GetPropertyById(cx, object, name, &result)) return false;
   } else {
     JS::RootedValue function(cx);
     if (aInterface.mFunction && JS::IsCallable(object)) {
       function = self;
       self.setUndefined();
-    } else if (!JS_GetProperty(cx, object, name.c_str(), &function)) {
+    } else if (!JS_GetPropertyById(cx, object, name, &function)) {
       return false;
     }
     if (function.isNullOrUndefined()) {  // a listener need not care for everything
@@ -280,9 +283,10 @@ bool nsScriptedObject::Invoke(const nsScriptInterface& aInterface, const nsScrip
   }
 
   // What script answers is checked as strictly as what it gives to compiled code.
+  if (outs == 0) return true;
   nsCallFrame frame(params.size());
   const nsPlace place{&aInterface, &aMember, -1};
-  for (size_t i = 0; i < params.size() && outs > 0; ++i) {
+  for (size_t i = 0; i < params.size(); ++i) {
     const nsScriptParam& param = params[i];
     if (!param.mOut || param.mIsLength) continue;
     JS::RootedValue value(cx, result);
@@ -291,7 +295,9 @@ bool nsScriptedObject::Invoke(const nsScriptInterface& aInterface, const nsScrip
         return NS_ThrowTypeError(cx, place.Text(param) + ": an object with it is expected, not " +
                                          NS_DescribeValue(cx, result));
       JS::RootedObject fields(cx, &result.toObject());
-      if (!JS_GetProperty(cx, fields, std::string(param.mName).c_str(), &value)) return false;
+      JS::RootedId field(cx);
+      if (!runtime->NameOf(param.mName, &field) || !JS_GetPropertyById(cx, fields, field, &value))
+        return false;
     }
     if (param.mType == nsScriptType::eAnyInterface) {
       auto& held = frame.Hold<nsCOMPtr<nsISupports>>(i);
@@ -302,7 +308,7 @@ bool nsScriptedObject::Invoke(const nsScriptInterface& aInterface, const nsScrip
       return false;
     }
   }
-  for (size_t i = 0; i < params.size() && outs > 0; ++i) {
+  for (size_t i = 0; i < params.size(); ++i) {
     if (!params[i].mOut || params[i].mIsLength) continue;
     if (!NS_GiveOut(params[i], frame, i, aSlots[i]))
       return NS_ThrowTypeError(cx, place.Text(params[i]) + ": script can't answer an array");

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "nsScriptRuntime.h"
@@ -15,9 +16,8 @@
 /// what it listens to makes a circle that neither side's memory management can see; it lasts until
 /// the listener is removed, or until script ends, when the object is cut off from its script.
 ///
-/// Counts may change on any thread; the last reference always goes on the main thread. Calls on
-/// other threads than the main one are refused: script has one thread, and who calls from elsewhere
-/// has to dispatch.
+/// Counts may change on any thread; the last reference always goes on script's thread, the main
+/// one. Calls on other threads are refused: who calls from elsewhere has to dispatch.
 class nsScriptedObject final : public nsScriptObject {
  public:
   static constexpr nsIID kPrivateIID = "7e0cb6a6-8a3c-4d0e-a2b5-51d3f5ad9d3c"_iid;
@@ -43,6 +43,7 @@ class nsScriptedObject final : public nsScriptObject {
  private:
   nsScriptedObject(nsScriptRuntime* aRuntime, JS::HandleObject aObject);
   ~nsScriptedObject();
+  bool IsOnScriptThread() const { return std::this_thread::get_id() == mThread; }
   nsISupports* FindFace(const nsScriptInterface* aInterface);
   nsISupports* AddFace(const nsScriptInterface* aInterface);
   /// Whether the object of script claims the interface: by its QueryInterface, else by its members.
@@ -53,6 +54,8 @@ class nsScriptedObject final : public nsScriptObject {
 
   std::atomic<nsrefcnt> mCount{0};
   std::atomic<bool> mCutOff{false};
+  // Compared for every call: the thread manager would be asked by its contract.
+  const std::thread::id mThread = std::this_thread::get_id();
   JS::PersistentRootedObject mObject;
   const bool mComponent;  ///< made on behalf of a component: does not keep the application running
   std::mutex mMutex;      ///< guards mFaces

@@ -162,6 +162,7 @@ bool CallMember(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
   JS::RootedObject object(cx, results > 1 ? JS_NewPlainObject(cx) : nullptr);
   if (results > 1 && !object) return false;
   JS::RootedValue value(cx);
+  JS::RootedId name(cx);
   for (size_t i = 0; i < params.size(); ++i) {
     const nsScriptParam& param = params[i];
     if (!param.mOut || param.mIsLength) continue;
@@ -170,8 +171,8 @@ bool CallMember(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
             ? frame.mSlots[static_cast<size_t>(param.mRelated)].Get<const nsIID*>()
             : nullptr;
     if (!NS_ToScript(runtime, param, frame.mSlots[i], iid, outs.Length(i), &value)) return false;
-    if (results > 1 &&
-        !JS_DefineProperty(cx, object, std::string(param.mName).c_str(), value, JSPROP_ENUMERATE))
+    if (results > 1 && (!runtime->NameOf(param.mName, &name) ||
+                        !JS_DefinePropertyById(cx, object, name, value, JSPROP_ENUMERATE)))
       return false;
   }
   if (results > 1) value.setObject(*object);
@@ -406,18 +407,30 @@ bool nsScriptRuntime::Wrap(nsISupports* aNative, const nsScriptInterface* aInter
 
 // ---- Prototypes
 
+bool nsScriptRuntime::NameOf(std::string_view aName, JS::MutableHandleId aResult) {
+  auto found = mProperties.find(aName.data());
+  if (found == mProperties.end()) {
+    JSString* const text = JS_AtomizeAndPinStringN(mCx, aName.data(), aName.size());
+    if (!text) return false;
+    found = mProperties.emplace(aName.data(), JS::PropertyKey::fromPinnedString(text)).first;
+  }
+  aResult.set(found->second);
+  return true;
+}
+
 bool nsScriptRuntime::DefineMembers(JS::HandleObject aPrototype,
                                     const nsScriptInterface* aInterface) {
   if (*aInterface->mIID == nsISupports::kIID)
     return JS_DefineFunction(mCx, aPrototype, "QueryInterface", QueryInterface, 1,
                              JSPROP_ENUMERATE) &&
            JS_DefineFunction(mCx, aPrototype, "toString", ToString, 0, 0);
+  JS::RootedId name(mCx);
   for (const nsScriptMember& member : aInterface->mMembers) {
-    const std::string name(member.mName);
+    if (!NameOf(member.mName, &name)) return false;
     if (!member.mIsAttribute) {
       JS::RootedObject method(
           mCx, NewMember(mCx, CallMember<Kind::eMethod>, Arity(member), aInterface, member));
-      if (!method || !JS_DefineProperty(mCx, aPrototype, name.c_str(), method, JSPROP_ENUMERATE))
+      if (!method || !JS_DefinePropertyById(mCx, aPrototype, name, method, JSPROP_ENUMERATE))
         return false;
       continue;
     }
@@ -426,7 +439,7 @@ bool nsScriptRuntime::DefineMembers(JS::HandleObject aPrototype,
         mCx,
         member.mSet ? NewMember(mCx, CallMember<Kind::eSetter>, 1, aInterface, member) : nullptr);
     if (!getter || (member.mSet && !setter) ||
-        !JS_DefineProperty(mCx, aPrototype, name.c_str(), getter, setter, JSPROP_ENUMERATE))
+        !JS_DefinePropertyById(mCx, aPrototype, name, getter, setter, JSPROP_ENUMERATE))
       return false;
   }
   return DefineInterfaceConstants(aPrototype, aInterface);
