@@ -1,4 +1,5 @@
 // vorel: shows the picture of the machine, or runs an application on it.
+#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/eventfd.h>
@@ -6,9 +7,11 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
-#include <climits>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <iostream>
 #include <nlohmann/json.hpp>
@@ -39,10 +42,18 @@ int Complain(int aStatus, const std::string& aText) {
   return aStatus;
 }
 
-// A reader that is gone, or a full disk: the output is not whole, so the status must say so.
+// A standard descriptor that is closed would be given to the first file that is opened, and what is
+// meant for a reader would end up in there. These can be neither read nor written as meant.
+void TakeClosedDescriptors() {
+  for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+    if (fcntl(fd, F_GETFD) < 0) (void)open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+}
+
+// A reader that is gone, or a full disk: the output, scripts' too, is not whole, so the status must
+// say so.
 int Flushed(int aStatus) {
   std::cout.flush();
-  if (std::cout) return aStatus;
+  if (std::cout && !std::ferror(stdout)) return aStatus;
   return aStatus == 0 ? Complain(kFailure, "the output could not be written") : aStatus;
 }
 
@@ -66,23 +77,26 @@ uint32_t Severity(const std::string& aLevel) {
   return nsILog4Logger::SEVERITY_ERROR + 1;
 }
 
-// What is named on the command line must be there: a clear line now beats a warning among others
-// later.
-std::string MissingFile(const nsCommandLine& aLine) {
+// What is wrong with a file or directory of the command line; empty when nothing is.
+std::string Unusable(const std::string& aPath, bool aIsDirectory) {
+  if (access(aPath.c_str(), aIsDirectory ? R_OK | X_OK : R_OK) != 0)
+    return aPath + ": " + std::strerror(errno);
   std::error_code error;
-  const auto isFile = [&](const std::string& aPath) {
-    return std::filesystem::exists(aPath, error) && !std::filesystem::is_directory(aPath, error);
-  };
-  const auto isDirectory = [&](const std::string& aPath) {
-    return std::filesystem::is_directory(aPath, error);
-  };
-  if (aLine.mTask == Task::eApplication && !isFile(aLine.mScript))
-    return aLine.mScript + ": no such file";
-  if (!aLine.mMachineFile.empty() && !isFile(aLine.mMachineFile))
-    return aLine.mMachineFile + ": no such file";
-  if (!aLine.mApplicationDirectory.empty() && !isDirectory(aLine.mApplicationDirectory))
-    return aLine.mApplicationDirectory + ": no such directory";
-  return {};
+  if (std::filesystem::is_directory(aPath, error) == aIsDirectory) return {};
+  return aPath + (aIsDirectory ? ": Not a directory" : ": Is a directory");
+}
+
+// A clear line now beats a warning among others later.
+std::string UnusableFile(const nsCommandLine& aLine) {
+  std::string wrong;
+  if (aLine.mTask == Task::eApplication) wrong = Unusable(aLine.mScript, false);
+  // One that is not there is the watcher's to tell.
+  if (aLine.mTask == Task::eWatch && access(aLine.mArguments[0].c_str(), F_OK) == 0)
+    wrong = Unusable(aLine.mArguments[0], true);
+  if (wrong.empty() && !aLine.mMachineFile.empty()) wrong = Unusable(aLine.mMachineFile, false);
+  if (wrong.empty() && !aLine.mApplicationDirectory.empty())
+    wrong = Unusable(aLine.mApplicationDirectory, true);
+  return wrong;
 }
 
 /// Calls a function with the signal's number on the main thread for SIGINT and SIGTERM, instead of
@@ -250,8 +264,8 @@ int Run(const nsCommandLine& aLine) {
     std::cout << nsScriptHost::PrintTypes();
     return Flushed(0);
   }
-  if (const std::string missing = MissingFile(aLine); !missing.empty())
-    return Complain(kWrongArguments, missing);
+  if (const std::string wrong = UnusableFile(aLine); !wrong.empty())
+    return Complain(kWrongArguments, wrong);
 
   nsHostOptions options;
   options.mApplicationDirectory = aLine.mApplicationDirectory.empty() ? (share / "default").string()
@@ -288,6 +302,7 @@ int Run(const nsCommandLine& aLine) {
 }  // namespace
 
 int main(int aCount, char** aArguments) {
+  TakeClosedDescriptors();
   (void)signal(SIGPIPE, SIG_IGN);
   nsCommandLine line;
   std::string error;

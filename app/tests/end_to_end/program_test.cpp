@@ -4,7 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
-
+#include <cstdlib>
 #include <nlohmann/json.hpp>
 #include <set>
 
@@ -73,12 +73,11 @@ TEST(Program, PictureOfThisMachineWritesToTheProfile) {
 
 TEST(Program, WrongArgumentsEndWithAnythingButOneLineAndStatus2) {
   nsProgram program;
-  const std::vector<std::vector<std::string>> wrong = {{"--jsn"},
-                                                       {"--log", "loud"},
-                                                       {"missing.js"},
-                                                       {"--machine", "missing.json"},
-                                                       {"--app", "missing"},
-                                                       {"watch"}};
+  const std::vector<std::vector<std::string>> wrong = {
+      {"--jsn"},          {"--log", "loud"},
+      {"missing.js"},     {"--machine", "missing.json"},
+      {"--machine", "."}, {"--app", "missing"},
+      {"watch"},          {"watch", program.Write("file", "")}};
   for (const auto& arguments : wrong) {
     const nsOutcome outcome = program.Run(arguments);
     EXPECT_EQ(outcome.mStatus, 2) << arguments[0];
@@ -87,6 +86,27 @@ TEST(Program, WrongArgumentsEndWithAnythingButOneLineAndStatus2) {
     EXPECT_EQ(std::count(outcome.mErrors.begin(), outcome.mErrors.end(), '\n'), 1)
         << outcome.mErrors;
   }
+}
+
+TEST(Program, LostOutputEndsWithSuccessOrInAFileOfTheProfile) {
+  nsProgram program;
+  const std::string vorel = VOREL_BINARY_DIR "/bin/vorel --profile " + program.Directory() + " ";
+  for (const std::string task : {"-e 1+1", "-e 'console.log(1)'", "--version", "--json"}) {
+    for (const char* output : {" >&-", " >/dev/full", " >&- <&-"}) {
+      const int status = std::system((vorel + task + output + " 2>/dev/null").c_str());
+      EXPECT_EQ(WEXITSTATUS(status), 1) << task << output;
+    }
+  }
+}
+
+TEST(Program, RemovedWorkingDirectoryCrashesIt) {
+  nsProgram program;
+  const std::string gone = program.Directory() + "/gone";
+  const int status =
+      std::system(("mkdir " + gone + " && cd " + gone + " && rmdir " + gone +
+                   " && " VOREL_BINARY_DIR "/bin/vorel --profile relative >/dev/null 2>&1")
+                      .c_str());
+  EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
 TEST(Program, BrokenMachineFileIsTakenForAnEmptyMachine) {
@@ -101,8 +121,7 @@ TEST(Program, BrokenMachineFileIsTakenForAnEmptyMachine) {
 
 TEST(Program, FilesOfAnApplicationStopItWhenTheyAreDamaged) {
   nsProgram program;
-  program.Write("app/chrome.manifest",
-                "\xff\xfe garbage\ncategory a\ncategory good entry value\n");
+  program.Write("app/chrome.manifest", "\xff\xfe garbage\ncategory a\ncategory good entry value\n");
   program.Write("app/defaults/preferences/a.js", "pref(\"x\", 1;\npref(\"good.one\", 7);\n");
   const std::string script = program.Write(
       "app/main.js",

@@ -153,12 +153,15 @@ void nsHost::Impl::SetDirectories() {
     directories.emplace_back("VorelMachine", mOptions.mMachineFile);
   const auto service = do_GetService<nsIProperties>(NS_DIRECTORYSERVICE_CONTRACTID);
   for (const auto& [key, path] : directories) {
-    // Files have whole paths.
-    const std::string whole = std::filesystem::absolute(path).lexically_normal().native();
+    // Files have whole paths; without a working directory there are none.
+    std::error_code error;
+    const std::string whole = std::filesystem::absolute(path, error).lexically_normal().native();
     nsCOMPtr<nsILocalFile> file;
-    nsresult rv = NS_NewNativeLocalFile(nsDependentCString(whole), true, file.getter_AddRefs());
+    nsresult rv =
+        error ? NS_ERROR_FILE_UNRECOGNIZED_PATH
+              : NS_NewNativeLocalFile(nsDependentCString(whole), true, file.getter_AddRefs());
     if (NS_SUCCEEDED(rv)) rv = service ? service->Set(key, file.get()) : NS_ERROR_NOT_AVAILABLE;
-    Complain(key + (": " + whole), rv);
+    Complain(key + (": " + path), rv);
   }
 }
 
