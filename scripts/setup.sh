@@ -26,7 +26,7 @@ install_packages() {
 
 # build PRESET [TARGET...]: configures on first use, then builds what changed. Quiet when nothing did.
 build() {
-  local preset=$1 dir=$root/build/$1 log
+  local preset=$1 dir=$root/build/$1 log line said=
   shift
   log=$dir/build.log
   mkdir -p "$dir"
@@ -34,13 +34,21 @@ build() {
     say "configuring ($preset)"
     (cd "$root" && cmake --preset "$preset" >"$log" 2>&1) || { cat "$log" >&2; fail "configuring failed."; }
   fi
-  if ! ninja -C "$dir" -n "$@" 2>/dev/null | grep -q 'no work to do'; then
-    say "building ($preset): some minutes the first time"
-    if [ -t 2 ]; then
-      ninja -C "$dir" "$@" >&2 || fail "the build failed."
-    else
-      # One line a step is too much for a log: the last lines tell what went wrong.
-      ninja -C "$dir" "$@" >"$log" 2>&1 || { grep -E -A12 'FAILED|error' "$log" | head -80 >&2; fail "the build failed; the whole of it is in build/${dir##*/}/build.log."; }
-    fi
-  fi
+  # Whether there is anything to do shows with the first step. A terminal gets the steps on one line.
+  if ninja -C "$dir" "$@" </dev/null 2>&1 | tee "$log" | {
+    while IFS= read -r line; do
+      case $line in
+        *"Re-checking globbed directories"* | *"Re-running CMake"*) ;;
+        "["*)
+          [ "$said" ] || say "building ($preset): some minutes the first time"
+          said=yes
+          [ ! -t 2 ] || printf '\r\033[K%.79s' "$line" >&2
+          ;;
+      esac
+    done
+    [ -z "$said" ] || [ ! -t 2 ] || printf '\r\033[K' >&2
+  }; then return; fi
+  # One line a step is too much: these tell what went wrong.
+  grep -E -A12 'FAILED|error' "$log" | head -80 >&2
+  fail "the build failed; the whole of it is in build/${dir##*/}/build.log."
 }
