@@ -131,7 +131,8 @@ class nsPlatformNetwork {
   /// Loads the library that has the interface table. False when the system has none; calling it
   /// again is free.
   virtual bool LoadIpHelper() = 0;
-  /// The function of it that reads a row; empty when the library has none or is not loaded.
+  /// The function of it that reads a row; empty when the library has none or is not loaded. Rows
+  /// may be as they were at its first call: each walk asks for the function anew.
   virtual GetIfEntry2Function FindGetIfEntry2() = 0;
 
   /// The old wireless test: opens an interface by the name that the packet driver gives it.

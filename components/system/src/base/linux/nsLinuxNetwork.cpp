@@ -8,6 +8,7 @@
 #include <memory>
 #include <set>
 #include <sstream>
+#include <utility>
 
 #include "nsAddressText.h"
 #include "nsCore.h"
@@ -77,20 +78,46 @@ std::vector<nsSocketAddress> CommonServers(const nsFileTree& aFiles) {
   return servers;
 }
 
-/// The DNS servers that a network service has set for one link.
-std::vector<nsSocketAddress> LinkServers(const nsFileTree& aFiles, uint32_t aIndex) {
-  const std::string index = std::to_string(aIndex);
-  // Set at the resolver by other services, NetworkManager above all; then those of the system's own
-  // network service.
-  const std::pair<std::string, std::string> places[] = {
-      {"/run/systemd/resolve/netif/" + index, "SERVERS"},
-      {"/run/systemd/netif/links/" + index, "DNS"}};
-  for (const auto& [path, key] : places) {
-    const auto servers = ServersIn(NS_ValueOfKey(aFiles.ReadFile(path).value_or(""), key));
-    if (!servers.empty()) return servers;
+/// What network services keep of single links: files in a few directories, named by the index of
+/// the link. The directories are listed once, since most links have no file.
+class ServiceFiles {
+ public:
+  explicit ServiceFiles(const nsFileTree& aFiles) : mFiles(aFiles) {
+    for (Place& place : mPlaces) place.mNames = aFiles.List(place.mDirectory);
   }
-  return {};
-}
+
+  /// The DNS servers that a service has set for one link.
+  std::vector<nsSocketAddress> ServersOf(uint32_t aIndex) const {
+    for (const Place& place : mPlaces) {
+      if (!place.mServersKey || !place.Has(aIndex)) continue;
+      const std::string path = place.mDirectory + ('/' + std::to_string(aIndex));
+      auto servers =
+          ServersIn(NS_ValueOfKey(mFiles.ReadFile(path).value_or(""), place.mServersKey));
+      if (!servers.empty()) return servers;
+    }
+    return {};
+  }
+  bool HasLease(uint32_t aIndex) const { return mPlaces[kLeases].Has(aIndex); }
+
+ private:
+  struct Place {
+    std::string mDirectory;
+    const char* mServersKey;
+    std::vector<std::string> mNames = {};  // sorted
+
+    bool Has(uint32_t aIndex) const {
+      return !mNames.empty() && std::ranges::binary_search(mNames, std::to_string(aIndex));
+    }
+  };
+  static constexpr size_t kLeases = 2;
+
+  const nsFileTree& mFiles;
+  // Servers set at the resolver by other services, NetworkManager above all, come before those of
+  // the system's own network service.
+  Place mPlaces[3] = {{"/run/systemd/resolve/netif", "SERVERS"},
+                      {"/run/systemd/netif/links", "DNS"},
+                      {"/run/systemd/netif/leases", nullptr}};
+};
 
 /// Bytes out of hexadecimal text, as the kernel's tables have them.
 bool ReadHex(std::string_view aText, std::span<uint8_t> aBytes) {
@@ -204,9 +231,7 @@ nsresult nsLinuxNetwork::GetAdaptersAddresses(uint32_t aFamily, uint32_t,
     if (NS_FAILED(rv)) return rv;
     for (const DefaultRoute& route : routes) outward.insert(route.mLinkIndex);
   }
-  const bool linkServers = mFiles.IsDirectory("/run/systemd/resolve/netif") ||
-                           mFiles.IsDirectory("/run/systemd/netif/links");
-  const bool leases = mFiles.IsDirectory("/run/systemd/netif/leases");
+  const ServiceFiles services(mFiles);
 
   std::map<uint32_t, Record*> byIndex;
   std::vector<Record> records(links.size());
@@ -225,13 +250,12 @@ nsresult nsLinuxNetwork::GetAdaptersAddresses(uint32_t aFamily, uint32_t,
         link.mOperState < std::size(kStatusOf) ? kStatusOf[link.mOperState] : Record::kUnknown;
     if (link.mHasIPv4) record.mFlags |= Record::kIpv4Enabled;
     if (link.mHasIPv6) record.mFlags |= Record::kIpv6Enabled;
-    if (leases && mFiles.Exists("/run/systemd/netif/leases/" + std::to_string(link.mIndex)))
-      record.mFlags |= Record::kDhcpEnabled;
+    if (services.HasLease(link.mIndex)) record.mFlags |= Record::kDhcpEnabled;
     record.mPhysicalAddress = link.mAddress;
     record.mTransmitLinkSpeed = record.mReceiveLinkSpeed = files.Speed();
     record.mMulticastAddresses = std::move(groups[link.mIndex]);
     record.mAnycastAddresses = std::move(anycasts[link.mIndex]);
-    if (linkServers) record.mDnsServers = LinkServers(mFiles, link.mIndex);
+    record.mDnsServers = services.ServersOf(link.mIndex);
     if (record.mDnsServers.empty() && outward.contains(link.mIndex)) record.mDnsServers = servers;
   }
   for (const Address& address : addresses) {
@@ -283,12 +307,25 @@ nsresult nsLinuxNetwork::GetAdaptersInfo(std::vector<nsAdapterInfo>* aInfos) {
 }
 
 nsPlatformNetwork::GetIfEntry2Function nsLinuxNetwork::FindGetIfEntry2() {
-  // One socket for all the questions of a walk.
-  return [files = mFiles, socket = std::make_shared<Socket>()](uint32_t aIfIndex, nsIfRow* aRow) {
-    Link link;
-    if (const nsresult rv = socket->LinkOf(aIfIndex, &link); NS_FAILED(rv)) return rv;
-    const nsLinkFiles known(files, link);
-    *aRow = {known.Type(), 0, known.Medium()};
+  // A walk asks for one link after the other: all of them come with the first question, in one
+  // answer of the kernel. One that came later is asked for alone.
+  struct Walk {
+    Socket mSocket;
+    bool mAsked = false;
+    std::vector<Link> mLinks;
+  };
+  return [files = mFiles, walk = std::make_shared<Walk>()](uint32_t aIfIndex, nsIfRow* aRow) {
+    if (!std::exchange(walk->mAsked, true)) {
+      if (const nsresult rv = walk->mSocket.Links(&walk->mLinks); NS_FAILED(rv)) return rv;
+      std::ranges::sort(walk->mLinks, {}, &Link::mIndex);
+    }
+    Link later;
+    auto link = std::ranges::lower_bound(walk->mLinks, aIfIndex, {}, &Link::mIndex);
+    const bool known = link != walk->mLinks.end() && link->mIndex == aIfIndex;
+    if (!known)
+      if (const nsresult rv = walk->mSocket.LinkOf(aIfIndex, &later); NS_FAILED(rv)) return rv;
+    const nsLinkFiles linkFiles(files, known ? *link : later);
+    *aRow = {linkFiles.Type(), 0, linkFiles.Medium()};
     return NS_OK;
   };
 }
