@@ -311,6 +311,11 @@ class nsSimulatedDirectoryChanges::Reader final : public nsPlatformDirectoryRead
     mIsWoken = true;
     mOwner.mChanged.notify_all();
   }
+  void Remind(std::u16string_view aName) override {
+    std::lock_guard lock(mOwner.mLock);
+    if (mIsOpen) mNames.emplace_back(aName);
+    mOwner.mChanged.notify_all();
+  }
 
   // With the owner's lock held.
   void Name(std::u16string_view aPath) {

@@ -99,6 +99,11 @@ class nsPlatformDirectoryReader {
   /// Ends one Wait, this one or the next; further calls before that have no effect. Any thread.
   virtual void Wake() = 0;
 
+  /// Names a path below the root as if something had changed there, so that a read completes soon:
+  /// for a receiver that still holds names and acts on completions only. Any thread, also while
+  /// another one waits. Nothing happens without an open root.
+  virtual void Remind(std::u16string_view aName) = 0;
+
   static constexpr uint32_t kNotifyFileName = 0x1;
   static constexpr uint32_t kNotifyDirName = 0x2;
   static constexpr uint32_t kNotifyLastWrite = 0x10;

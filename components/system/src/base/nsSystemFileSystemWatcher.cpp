@@ -273,20 +273,15 @@ nsresult nsSystemFileSystemWatcher::Update() {
   const bool isUnfinished = tree->IsUnfinished();
   mUpdateRunning = false;
   mUpdateQueued = false;
-  // Names that came in meanwhile wait for the next completion.
 
+  // What came in meanwhile is taken along with the next completion, and so is what has to be looked
+  // at once more. One is asked for, as nothing more need change.
   std::lock_guard lock(mEventLock);
+  if (!mEventPaths.empty()) mReader->Remind(mEventPaths.begin()->view());
   if (!isUnfinished)
     mLooksAgain = 0;
   else if (++mLooksAgain <= kMostLooksAgain)
-    LookAgainAt(looked);
+    for (const nsString& directory : looked)
+      mReader->Remind(std::u16string(directory.view().substr(mWatchPath.Length() + 1)) + u'.');
   return NS_OK;
-}
-
-void nsSystemFileSystemWatcher::LookAgainAt(const std::vector<nsString>& aDirectories) {
-  for (const nsString& directory : aDirectories) {
-    nsString name(directory.view().substr(mWatchPath.Length() + 1));
-    mEventPaths.insert(name += u".");
-  }
-  (void)PostUpdate();
 }

@@ -49,7 +49,6 @@ class nsSystemFileSystemWatcher final : public nsSystemFileSystemWatcherGeneric,
   void InsertChangedNames(uint32_t aBytes);
   nsresult PostUpdate();
   nsresult Update();
-  void LookAgainAt(const std::vector<nsString>& aDirectories);
   nsresult FinishThread();
   void JoinThread();
   void Stop() override;

@@ -265,6 +265,17 @@ TYPED_TEST(DirectoryChangesContract, MovedDirectoryIsNamedByItsOldPath) {
   }));
 }
 
+TYPED_TEST(DirectoryChangesContract, ReminderWaitsForAChange) {
+  this->mReader->Remind(u"before");
+  ASSERT_EQ(this->mReader->Open(this->mDisk.Path()), NS_OK);
+  nsReaderThread thread(*this->mReader);
+  this->mReader->Remind(this->mDisk.Native(u"a/."));
+  EXPECT_TRUE(thread.AwaitName(this->mDisk.Native(u"a/.")));
+  EXPECT_TRUE(thread.Await([](const nsReaderThread::Names& aNames) {
+    return !aNames.contains(u"before");
+  })) << "of a time without a root";
+}
+
 TYPED_TEST(DirectoryChangesContract, WrongUseGoesUnnoticed) {
   NoCompletion completion;
   alignas(4) uint8_t buffer[64];

@@ -29,12 +29,10 @@ using namespace std::chrono_literals;
 // may be put off while something always happens.
 constexpr auto kQuietSpell = 50ms;
 constexpr auto kLongestUnrest = 1000ms;
-// From then on, when one directory is named to shake out what waits at the receiver.
-constexpr std::array<Clock::duration, 5> kReminders{200ms, 1s, 4s, 15s, 60s};
 
-// The receiver acts on a pause between two completions. While changes come without one, a pause is
-// made for it from time to time.
-constexpr auto kPause = 20ms;
+// The receiver acts on a pause of 10 ms between two completions. While changes come without one, a
+// pause is made for it from time to time, long enough for a timer that is a little late.
+constexpr auto kPause = 12ms;
 constexpr auto kLongestStream = 500ms;
 
 class InotifyReader final : public nsPlatformDirectoryReader {
@@ -48,12 +46,12 @@ class InotifyReader final : public nsPlatformDirectoryReader {
                 Completion* aCompletion) override;
   void Wait() override;
   void Wake() override;
+  void Remind(std::u16string_view aName) override;
 
  private:
   void Run();
-  void RunRounds(Clock::time_point aNow);
-  int UntilNextRound(Clock::time_point aNow) const;
-  void NameDirectories(const std::vector<std::string>& aDirectories);
+  void NameDirectories();
+  int UntilQuiet() const;
   void Publish(std::set<std::u16string> aNames);
   void End(nsresult aResult);
   Clock::time_point DeliveryTime() const;
@@ -63,10 +61,7 @@ class InotifyReader final : public nsPlatformDirectoryReader {
   nsUniqueFd mStop;  // an event descriptor: readable when the thread is to end
   std::thread mThread;
   Clock::time_point mUnrestStart, mLastEvent;
-  bool mIsRestless = false;  // something has changed since the last round
-  std::string mReminder;     // a directory of that round
-  size_t mNextReminder = kReminders.size();
-  Clock::time_point mReminderTime;
+  bool mIsRestless = false;  // something has changed since directories were named
 
   mutable std::mutex mLock;  // guards what follows
   std::condition_variable mChanged;
@@ -92,8 +87,6 @@ nsresult InotifyReader::Open(const nsAString& aRoot) {
   mStop = nsUniqueFd(eventfd(0, EFD_CLOEXEC));
   if (!mStop) return vorel::FromErrno(errno);
   mDirectories = std::move(directories);
-  mIsRestless = false;
-  mNextReminder = kReminders.size();
   {
     std::lock_guard lock(mLock);
     mIsOpen = true;
@@ -177,6 +170,13 @@ void InotifyReader::Wake() {
   mChanged.notify_all();
 }
 
+void InotifyReader::Remind(std::u16string_view aName) {
+  std::lock_guard lock(mLock);
+  if (!mIsOpen) return;
+  mNames.emplace(aName);
+  mChanged.notify_all();
+}
+
 // ---- The thread
 
 void InotifyReader::Publish(std::set<std::u16string> aNames) {
@@ -197,66 +197,47 @@ void InotifyReader::End(nsresult aResult) {
   mChanged.notify_all();
 }
 
-void InotifyReader::NameDirectories(const std::vector<std::string>& aDirectories) {
+void InotifyReader::NameDirectories() {
+  mIsRestless = false;
   std::set<std::u16string> names;
-  for (const std::string& directory : aDirectories)
+  for (const std::string& directory : mDirectories->TakeDirectories())
     names.insert(directory.empty() ? u"." : vorel::FromNative(directory) + u"/.");
-  if (!aDirectories.empty()) mReminder = aDirectories.back();
-  mNextReminder = 0;
-  mReminderTime = Clock::now() + kReminders[0];
   Publish(std::move(names));
 }
 
-void InotifyReader::RunRounds(Clock::time_point aNow) {
-  if (mIsRestless) {
-    if (aNow < mLastEvent + kQuietSpell && aNow < mUnrestStart + kLongestUnrest) return;
-    mIsRestless = false;
-    NameDirectories(mDirectories->TakeDirectories());
-  } else if (mNextReminder < kReminders.size() && aNow >= mReminderTime) {
-    Publish({mReminder.empty() ? u"." : vorel::FromNative(mReminder) + u"/."});
-    if (++mNextReminder < kReminders.size()) mReminderTime = aNow + kReminders[mNextReminder];
-  }
-}
-
-int InotifyReader::UntilNextRound(Clock::time_point aNow) const {
-  Clock::time_point next;
-  if (mIsRestless)
-    next = std::min(mLastEvent + kQuietSpell, mUnrestStart + kLongestUnrest);
-  else if (mNextReminder < kReminders.size())
-    next = mReminderTime;
-  else
-    return -1;
-  const auto wait = std::chrono::ceil<std::chrono::milliseconds>(next - aNow);
+int InotifyReader::UntilQuiet() const {
+  if (!mIsRestless) return -1;
+  const auto wait =
+      std::chrono::ceil<std::chrono::milliseconds>(mLastEvent + kQuietSpell - Clock::now());
   return static_cast<int>(std::max(wait, 0ms).count());
 }
 
 void InotifyReader::Run() {
   pthread_setname_np(pthread_self(), "Inotify");
   mDirectories->Scan();
-  NameDirectories(mDirectories->TakeDirectories());
+  NameDirectories();
   while (true) {
     std::array<pollfd, 2> waiting{{{mDirectories->Fd(), POLLIN, 0}, {mStop.get(), POLLIN, 0}}};
-    (void)poll(waiting.data(), waiting.size(), UntilNextRound(Clock::now()));
+    (void)poll(waiting.data(), waiting.size(), UntilQuiet());
     if (waiting[1].revents) return;
-    if (waiting[0].revents) {
-      const bool goesOn = mDirectories->ReadEvents();
-      std::set<std::u16string> names;
-      for (const std::string& name : mDirectories->TakeNames())
-        names.insert(vorel::FromNative(name));
-      Publish(std::move(names));
-      if (!goesOn) {
-        End(NS_ERROR_FILE_NOT_FOUND);
-        return;
-      }
-      mLastEvent = Clock::now();
-      if (!std::exchange(mIsRestless, true)) mUnrestStart = mLastEvent;
-      if (mDirectories->TakeOverflow()) {
-        // All directories count as touched by the scan, and are named in the next round.
-        mDirectories->Scan();
-        mUnrestStart = mLastEvent - kLongestUnrest;
-      }
+    if (!waiting[0].revents) {
+      if (UntilQuiet() == 0) NameDirectories();
+      continue;
     }
-    RunRounds(Clock::now());
+    const bool goesOn = mDirectories->ReadEvents();
+    std::set<std::u16string> names;
+    for (const std::string& name : mDirectories->TakeNames()) names.insert(vorel::FromNative(name));
+    Publish(std::move(names));
+    if (!goesOn) {
+      End(NS_ERROR_FILE_NOT_FOUND);
+      return;
+    }
+    mLastEvent = Clock::now();
+    if (!std::exchange(mIsRestless, true)) mUnrestStart = mLastEvent;
+    const bool hasOverflown = mDirectories->TakeOverflow();
+    if (hasOverflown) mDirectories->Scan();  // all directories count as touched by it
+    // Together with names of changes, so that the receiver is not kept from acting on them.
+    if (hasOverflown || mLastEvent > mUnrestStart + kLongestUnrest) NameDirectories();
   }
 }
 
