@@ -61,8 +61,10 @@ nsresult nsStandardURL::GetScheme(nsACString& aScheme) { return Give(aScheme, mP
 nsresult nsStandardURL::SetScheme(const nsACString& aScheme) {
   std::string scheme;
   const nsresult rv = NS_ExtractScheme(std::string(NS_View(aScheme)) + ":", &scheme);
-  if (NS_SUCCEEDED(rv)) mParts.mScheme = scheme;
-  return rv;
+  if (NS_FAILED(rv)) return rv;
+  nsURLParts parts = mParts;
+  parts.mScheme = scheme;
+  return mParts.Parse(parts.Spec());  // the new scheme may ask for a host, or have none
 }
 
 nsresult nsStandardURL::ReplaceAuthority(const std::string& aUserPass,
@@ -78,15 +80,17 @@ nsresult nsStandardURL::SetUserPass(const nsACString& aUserPass) {
 }
 nsresult nsStandardURL::GetUsername(nsACString& aUsername) { return Give(aUsername, mParts.mUser); }
 nsresult nsStandardURL::SetUsername(const nsACString& aUsername) {
-  mParts.mUser = NS_EscapePath(NS_View(aUsername));
+  if (mParts.IsFile()) return NS_ERROR_MALFORMED_URI;
+  mParts.mUser = NS_EscapeUserInfo(NS_View(aUsername));
   return NS_OK;
 }
 nsresult nsStandardURL::GetPassword(nsACString& aPassword) {
   return Give(aPassword, mParts.mPassword.value_or(""));
 }
 nsresult nsStandardURL::SetPassword(const nsACString& aPassword) {
+  if (mParts.IsFile()) return NS_ERROR_MALFORMED_URI;
   mParts.mPassword.reset();
-  if (!NS_View(aPassword).empty()) mParts.mPassword = NS_EscapePath(NS_View(aPassword));
+  if (!NS_View(aPassword).empty()) mParts.mPassword = NS_EscapeUserInfo(NS_View(aPassword));
   return NS_OK;
 }
 nsresult nsStandardURL::GetHostPort(nsACString& aHostPort) {
@@ -105,10 +109,7 @@ nsresult nsStandardURL::GetHost(nsACString& aHost) {
 nsresult nsStandardURL::SetHost(const nsACString& aHost) {
   std::string host(NS_View(aHost));
   if (host.find(':') != host.npos && !host.starts_with('[')) host = "[" + host + "]";
-  nsURLParts parts = mParts;
-  const nsresult rv = parts.ParseAuthority(host);
-  if (NS_SUCCEEDED(rv)) mParts.mHost = parts.mHost;
-  return rv;
+  return mParts.ParseHost(host);
 }
 
 nsresult nsStandardURL::GetPort(int32_t* aPort) {
@@ -118,7 +119,7 @@ nsresult nsStandardURL::GetPort(int32_t* aPort) {
 }
 
 nsresult nsStandardURL::SetPort(int32_t aPort) {
-  if (aPort < -1 || aPort > 65535) return NS_ERROR_MALFORMED_URI;
+  if (aPort < -1 || aPort > 65535 || mParts.IsFile()) return NS_ERROR_MALFORMED_URI;
   mParts.mPort = aPort == NS_DefaultPort(mParts.mScheme) ? -1 : aPort;
   return NS_OK;
 }

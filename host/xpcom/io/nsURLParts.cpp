@@ -1,5 +1,7 @@
 #include "nsURLParts.h"
 
+#include <arpa/inet.h>
+
 #include <algorithm>
 #include <charconv>
 
@@ -40,6 +42,18 @@ std::string EscapeForbidden(std::string_view aText) {
   return Escape(aText, [](char aChar) {
     return aChar > 0x20 && aChar < 0x7F &&
            std::string_view("\"<>`").find(aChar) == std::string_view::npos;
+  });
+}
+
+bool IsHost(const std::string& aHost) {
+  if (aHost.starts_with('[')) {
+    in6_addr address;
+    return aHost.ends_with(']') &&
+           inet_pton(AF_INET6, aHost.substr(1, aHost.size() - 2).c_str(), &address) == 1;
+  }
+  return std::none_of(aHost.begin(), aHost.end(), [](char aChar) {
+    return static_cast<unsigned char>(aChar) <= 0x20 || aChar == 0x7F ||
+           std::string_view("\"<>[]\\^`{|}%/?#@:").find(aChar) != std::string_view::npos;
   });
 }
 
@@ -93,6 +107,13 @@ std::string NS_EscapePath(std::string_view aPath) {
   });
 }
 
+std::string NS_EscapeUserInfo(std::string_view aText) {
+  return Escape(aText, [](char aChar) {
+    return IsAlpha(aChar) || IsDigit(aChar) ||
+           std::string_view("-_.~!$&'()*+,;=%").find(aChar) != std::string_view::npos;
+  });
+}
+
 std::string NS_Unescape(std::string_view aText) {
   std::string text;
   for (size_t i = 0; i < aText.size(); ++i) {
@@ -105,24 +126,30 @@ std::string NS_Unescape(std::string_view aText) {
   return text;
 }
 
+nsresult nsURLParts::ParseHost(std::string_view aHost) {
+  std::string host = ToLower(aHost);
+  if (!IsHost(host) || IsFile() || (host.empty() && NS_DefaultPort(mScheme) != -1))
+    return NS_ERROR_MALFORMED_URI;
+  mHost = std::move(host);
+  return NS_OK;
+}
+
 nsresult nsURLParts::ParseAuthority(std::string_view aAuthority) {
-  nsURLParts parts;
+  nsURLParts parts = *this;
+  parts.mUser.clear();
+  parts.mPassword.reset();
+  parts.mPort = -1;
   if (const size_t at = aAuthority.rfind('@'); at != aAuthority.npos) {
     const std::string_view userPass = aAuthority.substr(0, at);
     const size_t colon = userPass.find(':');
-    parts.mUser = EscapeForbidden(userPass.substr(0, colon));
-    if (colon != userPass.npos) parts.mPassword = EscapeForbidden(userPass.substr(colon + 1));
+    parts.mUser = NS_EscapeUserInfo(userPass.substr(0, colon));
+    if (colon != userPass.npos) parts.mPassword = NS_EscapeUserInfo(userPass.substr(colon + 1));
     aAuthority.remove_prefix(at + 1);
   }
   const size_t bracket = aAuthority.starts_with('[') ? aAuthority.find(']') : 0;
   if (bracket == aAuthority.npos) return NS_ERROR_MALFORMED_URI;
   const size_t colon = aAuthority.find(':', bracket);
-  parts.mHost = ToLower(aAuthority.substr(0, colon));
-  const bool badHost = std::any_of(parts.mHost.begin(), parts.mHost.end(), [](char aChar) {
-    return static_cast<unsigned char>(aChar) <= 0x20 || aChar == 0x7F ||
-           std::string_view("\"<>\\^`{|}%/?#").find(aChar) != std::string_view::npos;
-  });
-  if (badHost) return NS_ERROR_MALFORMED_URI;
+  if (const nsresult rv = parts.ParseHost(aAuthority.substr(0, colon)); NS_FAILED(rv)) return rv;
   if (colon != aAuthority.npos && colon + 1 < aAuthority.size()) {
     const std::string_view port = aAuthority.substr(colon + 1);
     const auto [end, error] = std::from_chars(port.data(), port.data() + port.size(), parts.mPort);
@@ -130,10 +157,8 @@ nsresult nsURLParts::ParseAuthority(std::string_view aAuthority) {
         parts.mPort > 65535)
       return NS_ERROR_MALFORMED_URI;
   }
-  mUser = parts.mUser;
-  mPassword = parts.mPassword;
-  mHost = parts.mHost;
-  mPort = parts.mPort == NS_DefaultPort(mScheme) ? -1 : parts.mPort;
+  if (parts.mPort == NS_DefaultPort(mScheme)) parts.mPort = -1;
+  *this = std::move(parts);
   return NS_OK;
 }
 
@@ -158,8 +183,9 @@ nsresult nsURLParts::Parse(std::string_view aSpec) {
   std::string text;
   for (const char c : aSpec)
     if (c != '\n' && c != '\r' && c != '\t') text += c;
-  while (!text.empty() && static_cast<unsigned char>(text.back()) <= 0x20) text.pop_back();
-  text.erase(0, std::min(text.find_first_not_of(' '), text.size()));
+  const auto isSpace = [](char aChar) { return static_cast<unsigned char>(aChar) <= 0x20; };
+  while (!text.empty() && isSpace(text.back())) text.pop_back();
+  text.erase(text.begin(), std::find_if_not(text.begin(), text.end(), isSpace));
 
   nsURLParts parts;
   nsresult rv = NS_ExtractScheme(text, &parts.mScheme);
@@ -177,8 +203,6 @@ nsresult nsURLParts::Parse(std::string_view aSpec) {
   } else if (!parts.IsFile()) {
     return NS_ERROR_MALFORMED_URI;
   }
-  if (!parts.IsFile() && parts.mHost.empty() && NS_DefaultPort(parts.mScheme) != -1)
-    return NS_ERROR_MALFORMED_URI;
   rv = parts.ParsePath(rest);
   if (NS_SUCCEEDED(rv)) *this = std::move(parts);
   return rv;
