@@ -1,5 +1,6 @@
 // Compiled objects in script: wrappers, prototypes, members.
 #include <js/CallAndConstruct.h>
+#include <js/MemoryFunctions.h>
 #include <js/PropertyAndElement.h>
 #include <js/Symbol.h>
 #include <js/friend/StackLimits.h>
@@ -21,10 +22,15 @@ namespace {
 constexpr size_t kWrapperSlot = 0;
 constexpr size_t kNameSlot = 0;
 
+// What the collector is told that an object costs beside itself, so that it runs in time: the
+// wrapper, its entry, and a guess at the compiled object.
+constexpr size_t kWrapperSize = 512;
+
 void FinalizeWrapper(JS::GCContext*, JSObject* aObject) {
   auto* const wrapper = JS::GetMaybePtrFromReservedSlot<nsWrapper>(aObject, kWrapperSlot);
-  if (wrapper && nsScriptRuntime::Current())
-    NS_FinalizeWrapper(nsScriptRuntime::Current(), wrapper);
+  if (!wrapper || !nsScriptRuntime::Current()) return;
+  JS::RemoveAssociatedMemory(aObject, kWrapperSize, JS::MemoryUse::Embedding1);
+  NS_FinalizeWrapper(nsScriptRuntime::Current(), wrapper);
 }
 
 constexpr JSClassOps kWrapperOps = {nullptr, nullptr,         nullptr, nullptr, nullptr,
@@ -401,6 +407,7 @@ bool nsScriptRuntime::Wrap(nsISupports* aNative, const nsScriptInterface* aInter
   wrapper->mObject = object;
   mWrappers[wrapper->mIdentity] = wrapper.get();
   JS::SetReservedSlot(object, kWrapperSlot, JS::PrivateValue(wrapper.release()));
+  JS::AddAssociatedMemory(object, kWrapperSize, JS::MemoryUse::Embedding1);
   aResult.setObject(*object);
   return true;
 }
