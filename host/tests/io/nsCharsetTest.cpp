@@ -76,6 +76,7 @@ TEST_F(Charset, BadBytesEndTheText) {
   EXPECT_EQ(u"a\uFFFDb", Decode(decoder.get(),
                                 "a\xFF"
                                 "b"));
+  EXPECT_EQ(u"\uFFFDab", Decode(Decoder("ISO-10646").get(), std::string_view("\xDC\0\0a\0b", 6)));
   decoder->SetInputErrorBehavior(nsIUnicodeDecoder::kOnError_Signal);
   int32_t used = 0;
   EXPECT_EQ(u"a", Decode(decoder.get(),

@@ -32,6 +32,15 @@ std::string SystemName(std::string_view aCharset) {
   return name;
 }
 
+/// The bytes of which a set makes its characters.
+size_t UnitSize(const std::string& aSystemName) {
+  for (const char* name : {"UTF-16", "UCS-2"})
+    if (aSystemName.starts_with(name)) return 2;
+  for (const char* name : {"UTF-32", "UCS-4"})
+    if (aSystemName.starts_with(name)) return 4;
+  return 1;
+}
+
 /// A converter of the system's.
 class Converter {
  public:
@@ -62,7 +71,8 @@ class Converter {
 
 class Decoder final : public nsImplements<Decoder, nsIUnicodeDecoder> {
  public:
-  explicit Decoder(const std::string& aCharset) : mConverter(kUnicode, aCharset) {}
+  explicit Decoder(const std::string& aCharset)
+      : mConverter(kUnicode, aCharset), mUnitSize(UnitSize(aCharset)) {}
   bool IsOpen() const { return mConverter.IsOpen(); }
 
   nsresult Convert(const char* aSrc, int32_t* aSrcLength, char16_t* aDest,
@@ -86,8 +96,9 @@ class Decoder final : public nsImplements<Decoder, nsIUnicodeDecoder> {
         *reinterpret_cast<char16_t*>(out) = GetCharacterForUnMapped();
         out += 2;
         outLeft -= 2;
-        ++in;
-        --inLeft;
+        const size_t skipped = std::min(mUnitSize, inLeft);
+        in += skipped;
+        inLeft -= skipped;
       }
     }
     *aSrcLength = static_cast<int32_t>(in - aSrc);
@@ -111,6 +122,7 @@ class Decoder final : public nsImplements<Decoder, nsIUnicodeDecoder> {
  private:
   ~Decoder() override = default;
   Converter mConverter;
+  const size_t mUnitSize;
   int32_t mBehavior = kOnError_Recover;
 };
 
