@@ -15,6 +15,7 @@
 #include <filesystem>
 #include <iostream>
 #include <nlohmann/json.hpp>
+#include <system_error>
 #include <thread>
 
 #include "nsCommandLine.h"
@@ -115,9 +116,7 @@ class SignalWatch {
     const sigset_t signals = Signals();
     mSignals = signalfd(-1, &signals, SFD_CLOEXEC);
     mStop = eventfd(0, EFD_CLOEXEC);
-    if (mSignals >= 0 && mStop >= 0)
-      mThread = std::thread([this] { Watch(); });
-    else  // better killed by a signal than deaf to it
+    if (mSignals < 0 || mStop < 0 || !Start())  // better killed by a signal than deaf to it
       (void)pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
   }
   SignalWatch(const SignalWatch&) = delete;
@@ -153,6 +152,15 @@ class SignalWatch {
     const std::shared_ptr<State> mState;
     const int mSignal;
   };
+
+  bool Start() {
+    try {
+      mThread = std::thread([this] { Watch(); });
+    } catch (const std::system_error&) {
+      return false;
+    }
+    return true;
+  }
 
   void Watch() {
     std::chrono::steady_clock::time_point first;

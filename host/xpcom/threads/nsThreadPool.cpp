@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <chrono>
+#include <system_error>
 
 #include "nsIObserverService.h"
 #include "nsServices.h"
@@ -17,6 +18,7 @@ thread_local const nsWorkerThreads* tPool = nullptr;
 
 nsresult nsWorkerThreads::Put(nsIRunnable* aEvent) {
   Threads ended;
+  nsresult rv = NS_OK;
   {
     const std::lock_guard lock(mMutex);
     if (mClosed) return NS_ERROR_UNEXPECTED;
@@ -27,14 +29,16 @@ nsresult nsWorkerThreads::Put(nsIRunnable* aEvent) {
         mThreads.back() = std::thread(&nsWorkerThreads::Main, this, std::prev(mThreads.end()));
       } catch (const std::system_error&) {
         mThreads.pop_back();
-        if (mThreads.empty()) return NS_ERROR_OUT_OF_MEMORY;
+        if (mThreads.empty()) rv = NS_ERROR_OUT_OF_MEMORY;
       }
     }
-    mEvents.emplace_back(aEvent);
-    mChanged.notify_one();
+    if (NS_SUCCEEDED(rv)) {
+      mEvents.emplace_back(aEvent);
+      mChanged.notify_one();
+    }
   }
   for (std::thread& each : ended) each.join();  // they are at their last instructions
-  return NS_OK;
+  return rv;
 }
 
 bool nsWorkerThreads::IsOnOne() const { return tPool == this; }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <system_error>
 
 #include "nsHostTime.h"
 #include "nsThreadManager.h"
@@ -38,7 +39,10 @@ struct nsTimers::Firing {
       }
       if (timer) timer->Fire(generation);
     });
-    (void)mTarget->Dispatch(event.get(), aFlags);
+    if (NS_SUCCEEDED(mTarget->Dispatch(event.get(), aFlags))) return;
+    const std::lock_guard lock(nsTimers::get().mMutex);
+    if (mLink->mTimer && mLink->mTimer->mGeneration == mGeneration)
+      nsTimers::get().Disarm(mLink->mTimer);
   }
 };
 
@@ -108,11 +112,20 @@ void nsTimers::Advance(uint32_t aMilliseconds) {
   self->ProcessPending();
 }
 
+bool nsTimers::EnsureThread() {
+  if (mThread.joinable()) return true;
+  try {
+    mThread = std::thread(&nsTimers::Main, this);
+  } catch (const std::system_error&) {
+    return false;
+  }
+  return true;
+}
+
 void nsTimers::Arm(nsTimer* aTimer, int64_t aDeadline) {
   Disarm(aTimer);
   aTimer->mPlace = mArmed.emplace(aDeadline, aTimer);
   aTimer->mIsArmed = true;
-  if (!mThread.joinable()) mThread = std::thread(&nsTimers::Main, this);
   if (aTimer->mPlace == mArmed.begin()) mChanged.notify_one();
 }
 
@@ -195,6 +208,7 @@ nsresult nsTimer::InitCommon(Callback aCallback, void* aClosure, uint32_t aDelay
   nsTimers& timers = nsTimers::get();
   const std::lock_guard lock(timers.mMutex);  // aCallback, with what was set before, dies after it
   if (!timers.mRunning || !mTarget) return NS_ERROR_NOT_INITIALIZED;
+  if (!timers.EnsureThread()) return NS_ERROR_OUT_OF_MEMORY;
   mCallback.swap(aCallback);
   mClosure = aClosure;
   mDelay = aDelay;

@@ -44,6 +44,8 @@ class nsTimers {
   struct Firing;
 
   int64_t NowLocked() const;
+  /// False when the system gives no more threads.
+  bool EnsureThread();
   void Arm(nsTimer* aTimer, int64_t aDeadline);
   void Disarm(nsTimer* aTimer);
   /// Takes the first timer that is due at a time, which becomes the present one where time is
@@ -64,20 +66,17 @@ class nsTimers {
 /// One timer. Any thread may call it; the callback runs on the target, by default the thread that
 /// made the timer.
 /// - Init* arms it, and does so anew when it is armed: what was set before is forgotten, and a
-/// firing already
-///   under way to the target does not call anything. NS_ERROR_INVALID_ARG for an unknown type,
-///   NS_ERROR_NULL_POINTER without a callback, NS_ERROR_NOT_INITIALIZED while the host has no
-///   threads.
+///   firing already under way to the target does not call anything. NS_ERROR_INVALID_ARG for an
+///   unknown type, NS_ERROR_NULL_POINTER without a callback, NS_ERROR_NOT_INITIALIZED while the
+///   host has no threads, NS_ERROR_OUT_OF_MEMORY when the system has none left for the timers.
 /// - Cancel may be called at any time, also from the callback, which then is the last. Once it has
-/// returned on
-///   the target thread nothing is called any more.
+///   returned on the target thread nothing is called any more.
 /// - The last release cancels. The timer is alive during its callback.
 /// - One shot: the callback is let go after it was called. Repeating with slack: the delay counts
-/// from the end of
-///   the callback. Precise: it counts from the time due before, and firings pile up behind a slow
-///   callback. Precise that can skip: so too, but times that have passed by the end of the callback
-///   are left out.
-/// - A repeating timer of delay 0 fires every millisecond.
+///   from the end of the callback. Precise: it counts from the time due before, and firings pile up
+///   behind a slow callback. Precise that can skip: so too, but times that have passed by the end
+///   of the callback are left out.
+/// - A repeating timer of delay 0 fires every millisecond. One whose target is gone fires no more.
 class nsTimer final : public nsImplements<nsTimer, nsITimer> {
  public:
   static const nsClassInfoRecord kClassInfo;
