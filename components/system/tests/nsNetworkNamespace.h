@@ -14,19 +14,17 @@
 #include <string>
 #include <thread>
 
+#include "nsMountNamespace.h"
+
 /// The calling thread, and threads that it makes, are in a namespace without any link but the
 /// loopback, and see the sysfs of it; at the end the thread is back where it was.
 class nsNetworkNamespace {
  public:
   nsNetworkNamespace() {
-    mNetwork = open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC);
-    mMounts = open("/proc/thread-self/ns/mnt", O_RDONLY | O_CLOEXEC);
-    mDirectory = open(".", O_PATH | O_CLOEXEC);
-    mEntered = mNetwork >= 0 && mMounts >= 0 && unshare(CLONE_NEWNET | CLONE_NEWNS) == 0;
+    mEntered = mMounts.IsUsable() && mBefore >= 0 && unshare(CLONE_NEWNET) == 0;
     if (!mEntered)
       mLacks = "no right to a network namespace of its own";
-    else if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-             mount("sysfs", "/sys", "sysfs", 0, nullptr) != 0)
+    else if (mount("sysfs", "/sys", "sysfs", 0, nullptr) != 0)
       mLacks = "no right to mount the sysfs of a namespace";
     else if (!TryIp("link add probe0 type veth peer name probe1"))
       mLacks = "no virtual wires, or no program ip";
@@ -35,12 +33,9 @@ class nsNetworkNamespace {
   }
   ~nsNetworkNamespace() {
     if (mEntered) {
-      EXPECT_EQ(setns(mNetwork, CLONE_NEWNET) + setns(mMounts, CLONE_NEWNS) + fchdir(mDirectory),
-                0);
+      EXPECT_EQ(setns(mBefore, CLONE_NEWNET), 0);
     }
-    close(mNetwork);
-    close(mMounts);
-    close(mDirectory);
+    close(mBefore);
   }
   nsNetworkNamespace(const nsNetworkNamespace&) = delete;
   nsNetworkNamespace& operator=(const nsNetworkNamespace&) = delete;
@@ -86,7 +81,8 @@ class nsNetworkNamespace {
     return system(("ip " + aArguments + " 2>/dev/null").c_str()) == 0;
   }
 
-  int mNetwork = -1, mMounts = -1, mDirectory = -1;
+  const nsMountNamespace mMounts;
+  const int mBefore = open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC);
   bool mEntered = false;
   std::string mLacks;
 };

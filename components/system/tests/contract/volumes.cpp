@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/loop.h>
-#include <sched.h>
 #include <spawn.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
@@ -17,6 +16,7 @@
 
 #include "nsCapturedTree.h"
 #include "nsLinuxVolumes.h"
+#include "nsMountNamespace.h"
 #include "nsPlatformVolumes.h"
 #include "nsSimulatedMachine.h"
 
@@ -77,25 +77,12 @@ class CapturedMachine final : public Machine {
   nsLinuxVolumes mVolumes{mTree.Root()};
 };
 
-// Mounts in a namespace of the test's own; nobody else sees them, and leaving it undoes them.
 class NativeMachine final : public Machine {
  public:
-  NativeMachine() {
-    mNamespace = open("/proc/self/ns/mnt", O_RDONLY | O_CLOEXEC);
-    mDirectory = open(".", O_PATH | O_CLOEXEC);
-    mEntered = mNamespace >= 0 && unshare(CLONE_NEWNS) == 0;
-    mUsable = mEntered && mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
-    mVolumes = std::make_unique<nsLinuxVolumes>();
+  std::string Lacks() override {
+    return mMounts.IsUsable() ? "" : "no right to a mount namespace of its own";
   }
-  ~NativeMachine() override {
-    if (mEntered) {
-      EXPECT_EQ(setns(mNamespace, CLONE_NEWNS) + fchdir(mDirectory), 0);
-    }
-    close(mNamespace);
-    close(mDirectory);
-  }
-  std::string Lacks() override { return mUsable ? "" : "no right to a mount namespace of its own"; }
-  nsPlatformVolumes& Port() override { return *mVolumes; }
+  nsPlatformVolumes& Port() override { return mVolumes; }
   std::string Place(const std::string& aName) {
     std::filesystem::create_directories(mPlaces.Root() + "/" + aName);
     return mPlaces.Root() + "/" + aName;
@@ -107,11 +94,8 @@ class NativeMachine final : public Machine {
 
  private:
   nsCapturedTree mPlaces;
-  int mNamespace = -1;
-  int mDirectory = -1;
-  bool mEntered = false;
-  bool mUsable = false;
-  std::unique_ptr<nsLinuxVolumes> mVolumes;
+  const nsMountNamespace mMounts;
+  nsLinuxVolumes mVolumes;
 };
 
 struct Backend {
