@@ -4,6 +4,7 @@
 #include "nsICategoryManager.h"
 #include "nsIComponentManager.h"
 #include "nsIComponentRegistrar.h"
+#include "nsICrashReporter.h"
 #include "nsIFactory.h"
 #include "nsIModuleLoader.h"
 #include "nsISimpleEnumerator.h"
@@ -242,6 +243,8 @@ TEST_F(Manifest, ApplicationIsAnother) {
   EXPECT_EQ("p@x", text.view());
   const auto runtime = do_GetService<nsIXULRuntime>("@mozilla.org/xre/runtime;1");
   EXPECT_TRUE(NS_SameObject(info.get(), runtime.get()));
+  EXPECT_TRUE(NS_SameObject(
+      info.get(), do_GetService<nsICrashReporter>("@mozilla.org/toolkit/crash-reporter;1").get()));
   EXPECT_EQ(NS_OK, runtime->GetOS(text));
   EXPECT_EQ("Linux", text.view());
 }

@@ -1,14 +1,17 @@
 // The application and its process, as objects.
 #pragma once
 
+#include "nsCrashReporter.h"
 #include "nsIAppStartup.h"
 #include "nsIXULAppInfo.h"
 #include "nsIXULRuntime.h"
 #include "nsImplements.h"
 
-/// "@mozilla.org/xre/app-info;1" and "@mozilla.org/xre/runtime;1": one object. What
-/// "application.ini" does not say, is empty. Any thread.
-class nsAppRuntime final : public nsImplements<nsAppRuntime, nsIXULAppInfo, nsIXULRuntime> {
+/// "@mozilla.org/xre/app-info;1", "@mozilla.org/xre/runtime;1" and
+/// "@mozilla.org/toolkit/crash-reporter;1": one object, as on the platform. What "application.ini"
+/// does not say, is empty. Any thread but for the crash reporter.
+class nsAppRuntime final
+    : public nsImplements<nsAppRuntime, nsIXULAppInfo, nsIXULRuntime, nsCrashReporter> {
  public:
   nsresult GetVendor(nsACString& aVendor) override;
   nsresult GetName(nsACString& aName) override;

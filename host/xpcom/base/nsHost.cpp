@@ -6,6 +6,7 @@
 #include "nsComponentManager.h"
 #include "nsHostMessage.h"
 #include "nsHostModules.h"
+#include "nsICrashReporter.h"
 #include "nsILocalFile.h"
 #include "nsILog4.h"
 #include "nsIObserver.h"
@@ -19,6 +20,8 @@
 #include "nsThreadManager.h"
 
 namespace {
+
+constexpr char kCrashReporterContractID[] = "@mozilla.org/toolkit/crash-reporter;1";
 
 std::atomic<GeckoProcessType> gProcessType{GeckoProcessType_Default};
 nsHost* gHost = nullptr;
@@ -127,6 +130,7 @@ nsresult nsHost::Impl::Start(const nsHostOptions& aOptions) {
   mPrefs = static_cast<nsPrefService*>(do_GetService<nsIPrefService>(NS_PREFSERVICE_CID).get());
   if (!mOptions.mApplicationDirectory.empty())
     mPrefs->ReadDefaults(mOptions.mApplicationDirectory + "/defaults/preferences");
+  (void)do_GetService<nsICrashReporter>(kCrashReporterContractID);  // its making turns it on
   mObservers = static_cast<nsObserverService*>(
       do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CID).get());
   mManager->Categories().SetAnnouncing(true);

@@ -66,6 +66,7 @@ const vorel::Module::ContractIDEntry kContracts[] = {
     {"@mozilla.org/uuid-generator;1", &kUUIDGeneratorCID},
     {"@mozilla.org/xre/app-info;1", &kAppRuntimeCID},
     {"@mozilla.org/xre/runtime;1", &kAppRuntimeCID},
+    {"@mozilla.org/toolkit/crash-reporter;1", &kAppRuntimeCID},
     {"@mozilla.org/toolkit/app-startup;1", &kAppStartupCID},
     {NS_ARRAY_CONTRACTID, &NS_ARRAY_CID},
     {VOREL_ARRAY_CONTRACTID, &NS_ARRAYCI_CID},
@@ -94,7 +95,6 @@ const nsHostModule kHostModules[] = {
     {"network", &kNetworkModule},
     {"script", &kScriptModule},
     {"zone", &kZoneModule},
-    {"crash", &kCrashModule},
     {"gfx", &kGfxModule},
     {nullptr, nullptr},
 };

@@ -2,12 +2,12 @@
 
 #include <cstdlib>
 
+#include "nsComponentManager.h"
 #include "nsCrashHandler.h"
 #include "nsIFile.h"
 #include "nsILocalFile.h"
 #include "nsIPrefBranch.h"
 #include "nsIProperties.h"
-#include "nsIXULAppInfo.h"
 #include "nsServices.h"
 #include "nsString.h"
 #include "nsXPCOM.h"
@@ -16,7 +16,6 @@ namespace {
 
 constexpr char kEnabledPref[] = "vorel.crashreporter.enabled";
 constexpr char kEnabledVariable[] = "VOREL_CRASHREPORTER";
-constexpr char kAppInfoContractID[] = "@mozilla.org/xre/app-info;1";
 constexpr char kNotesKey[] = "Notes";
 
 bool IsWanted() {
@@ -42,11 +41,10 @@ std::string ReportDirectory() {
 }  // namespace
 
 nsCrashReporter::nsCrashReporter() : mDirectory(ReportDirectory()) {
-  if (const auto info = do_GetService<nsIXULAppInfo>(kAppInfoContractID)) {
-    nsCString text;
-    if (NS_SUCCEEDED(info->GetName(text))) mAnnotations["ProductName"] = text.view();
-    if (NS_SUCCEEDED(info->GetVersion(text))) mAnnotations["Version"] = text.view();
-    if (NS_SUCCEEDED(info->GetAppBuildID(text))) mAnnotations["BuildID"] = text.view();
+  if (const auto manager = nsComponentManager::Current()) {
+    const nsAppInfo& info = manager->AppInfo();
+    mAnnotations = {
+        {"ProductName", info.mName}, {"Version", info.mVersion}, {"BuildID", info.mBuildID}};
   }
   if (IsWanted()) (void)SetEnabled(true);
 }
@@ -56,6 +54,7 @@ nsCrashReporter::~nsCrashReporter() {
 }
 
 nsresult nsCrashReporter::GetEnabled(bool* aEnabled) {
+  if (!aEnabled) return NS_ERROR_NULL_POINTER;
   *aEnabled = mEnabled;
   return NS_OK;
 }
@@ -119,6 +118,7 @@ nsresult nsCrashReporter::AppendAppNotesToCrashReport(const nsACString& aData) {
 }
 
 nsresult nsCrashReporter::GetSubmitReports(bool* aSubmitReports) {
+  if (!aSubmitReports) return NS_ERROR_NULL_POINTER;
   *aSubmitReports = false;
   return NS_OK;
 }

@@ -4,17 +4,17 @@
 #include <string>
 
 #include "nsICrashReporter.h"
-#include "nsImplements.h"
 
-/// "@mozilla.org/toolkit/crash-reporter;1". Writes reports into the folder "crashes" of the
-/// profile; without a profile, into that of the directory for temporary files. Sends them nowhere,
-/// and asks nobody. Main thread.
+/// The part of nsAppRuntime that is "@mozilla.org/toolkit/crash-reporter;1". Writes reports into
+/// the folder "crashes" of the profile; without a profile, into that of the directory for temporary
+/// files. Sends them nowhere, and asks nobody. Main thread.
 ///
-/// On from the start when the environment's VOREL_CRASHREPORTER is "1", or when that is not set and
-/// the preference "vorel.crashreporter.enabled" is true.
-class nsCrashReporter final : public nsImplements<nsCrashReporter, nsICrashReporter> {
+/// On from the host's start when the environment's VOREL_CRASHREPORTER is "1", or when that is not
+/// set and the application's default for the preference "vorel.crashreporter.enabled" is true: the
+/// profile's preferences are not read yet then.
+class nsCrashReporter : public nsICrashReporter {
  public:
-  nsCrashReporter();
+  using Self = nsCrashReporter;  // stands for the interface in the list of the whole object
 
   nsresult GetEnabled(bool* aEnabled) override;
   nsresult SetEnabled(bool aEnabled) override;
@@ -34,9 +34,11 @@ class nsCrashReporter final : public nsImplements<nsCrashReporter, nsICrashRepor
   nsresult GetSubmitReports(bool* aSubmitReports) override;
   nsresult SetSubmitReports(bool aSubmitReports) override;
 
- private:
-  ~nsCrashReporter() override;
+ protected:
+  nsCrashReporter();
+  ~nsCrashReporter();
 
+ private:
   void WriteAnnotations() const;
 
   bool mEnabled = false;

@@ -24,5 +24,4 @@ extern const vorel::Module kThreadsModule;
 extern const vorel::Module kLogModule;
 extern const vorel::Module kIOModule;
 extern const vorel::Module kZoneModule;
-extern const vorel::Module kCrashModule;
 extern const vorel::Module kGfxModule;

@@ -14,7 +14,7 @@
 namespace {
 
 constexpr char kActionPref[] = "vorel.appli.crashhandler.action";
-constexpr char kCrashReporterContractID[] = "@mozilla.org/toolkit/crash-reporter;1";
+constexpr char kAppInfoContractID[] = "@mozilla.org/xre/app-info;1";
 constexpr uint32_t kFeedInterval = 15'000;     // ms
 constexpr uint32_t kWatchdogLimit = 180'000;   // ms
 constexpr uint32_t kWantedResolution = 1'000;  // ms
@@ -64,7 +64,7 @@ nsSystemMaintenance::nsSystemMaintenance(nsPlatformRef aPlatform)
 
 nsresult nsSystemMaintenance::ConfigureCrashReporter(const std::string& aAction) {
   nsresult rv;
-  const auto reporter = do_GetService<nsICrashReporter>(kCrashReporterContractID, &rv);
+  const auto reporter = do_GetService<nsICrashReporter>(kAppInfoContractID, &rv);
   if (NS_FAILED(rv)) {
     SYSTEM_LOG_WARNING(mLogger, "Can't get nsICrashReporter");
     return rv;

@@ -59,7 +59,7 @@ constexpr vorel::Module::CIDEntry kReporterCIDs[] = {
     {&kReporterCID, true, nullptr, vorel::test::Construct<TestReporter>},
     {nullptr, false, nullptr, nullptr}};
 constexpr vorel::Module::ContractIDEntry kReporterContracts[] = {
-    {"@mozilla.org/toolkit/crash-reporter;1", &kReporterCID}, {nullptr, nullptr}};
+    {"@mozilla.org/xre/app-info;1", &kReporterCID}, {nullptr, nullptr}};
 constexpr vorel::Module kReporterModule = {
     vorel::Module::kVersion, kReporterCIDs, kReporterContracts, nullptr, nullptr, nullptr, nullptr};
 
