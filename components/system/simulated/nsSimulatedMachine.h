@@ -16,10 +16,10 @@
 #include "nsSimulatedCalls.h"
 #include "nsSimulatedClock.h"
 #include "nsSimulatedFileSystem.h"
-#include "nsSimulatedNetwork.h"
-#include "nsSimulatedRegistry.h"
 #include "nsSimulatedFonts.h"
 #include "nsSimulatedHost.h"
+#include "nsSimulatedNetwork.h"
+#include "nsSimulatedRegistry.h"
 #include "nsSimulatedVolumes.h"
 #include "nsSimulatedWatchdog.h"
 

@@ -1,8 +1,8 @@
 // What the library needs of a machine: one port for each subject, gathered here.
 //
-// A method of a port reads one fact or does one action, in our own words, units and result codes. Everything that
-// decides, orders, retries, caches, compares, defaults or notifies stands above it. Out parameters are written on
-// success only.
+// A method of a port reads one fact or does one action, in our own words, units and result codes.
+// Everything that decides, orders, retries, caches, compares, defaults or notifies stands above it.
+// Out parameters are written on success only.
 #pragma once
 
 #include <memory>
@@ -33,5 +33,6 @@ struct nsPlatform {
 };
 using nsPlatformRef = std::shared_ptr<const nsPlatform>;
 
-/// The machine that the process runs on. The backend that is built defines it: each port of it is a line there.
+/// The machine that the process runs on. The backend that is built defines it: each port of it is a
+/// line there.
 nsPlatformRef NS_NewNativePlatform();

@@ -5,9 +5,11 @@
 
 namespace {
 
-class nsCOMArrayEnumerator final : public nsImplementsOnOneThread<nsCOMArrayEnumerator, nsISimpleEnumerator> {
+class nsCOMArrayEnumerator final
+    : public nsImplementsOnOneThread<nsCOMArrayEnumerator, nsISimpleEnumerator> {
  public:
-  explicit nsCOMArrayEnumerator(std::vector<nsCOMPtr<nsISupports>> aElements) : mElements(std::move(aElements)) {}
+  explicit nsCOMArrayEnumerator(std::vector<nsCOMPtr<nsISupports>> aElements)
+      : mElements(std::move(aElements)) {}
 
   nsresult HasMoreElements(bool* aResult) override {
     if (!aResult) return NS_ERROR_NULL_POINTER;

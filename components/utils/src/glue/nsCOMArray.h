@@ -14,11 +14,12 @@ template <class T>
 using nsCOMArray = std::vector<nsCOMPtr<T>>;
 
 namespace vorel::detail {
-nsresult NewArrayEnumerator(nsISimpleEnumerator** aResult, std::vector<nsCOMPtr<nsISupports>> aElements);
+nsresult NewArrayEnumerator(nsISimpleEnumerator** aResult,
+                            std::vector<nsCOMPtr<nsISupports>> aElements);
 }
 
-/// An enumerator over the elements as they are now: later changes of the list do not show in it. Elements not
-/// handed out are released with it. One thread at a time.
+/// An enumerator over the elements as they are now: later changes of the list do not show in it.
+/// Elements not handed out are released with it. One thread at a time.
 template <class T>
 nsresult NS_NewArrayEnumerator(nsISimpleEnumerator** aResult, const nsCOMArray<T>& aList) {
   std::vector<nsCOMPtr<nsISupports>> elements;

@@ -6,8 +6,8 @@
 
 #include "nsCore.h"
 
-/// Owns one reference. Made from a raw pointer it adds one; getter_AddRefs takes over the one that an out
-/// parameter hands out.
+/// Owns one reference. Made from a raw pointer it adds one; getter_AddRefs takes over the one that
+/// an out parameter hands out.
 template <class T>
 class nsCOMPtr {
  public:
@@ -19,8 +19,8 @@ class nsCOMPtr {
   nsCOMPtr(const nsCOMPtr& aOther) : nsCOMPtr(aOther.mPtr) {}
   nsCOMPtr(nsCOMPtr&& aOther) noexcept : mPtr(std::exchange(aOther.mPtr, nullptr)) {}
   template <class U>
-    requires(!std::same_as<T, U> && std::convertible_to<U*, T*>)
-  nsCOMPtr(const nsCOMPtr<U>& aOther) : nsCOMPtr(static_cast<T*>(aOther.get())) {}
+  requires(!std::same_as<T, U> && std::convertible_to<U*, T*>) nsCOMPtr(const nsCOMPtr<U>& aOther)
+      : nsCOMPtr(static_cast<T*>(aOther.get())) {}
   nsCOMPtr& operator=(nsCOMPtr aOther) noexcept {
     std::swap(mPtr, aOther.mPtr);
     return *this;
@@ -68,7 +68,8 @@ void** NS_OutVoid(nsCOMPtr<T>& aPtr) {
 template <nsInterface T>
 nsCOMPtr<T> do_QueryInterface(nsISupports* aSource, nsresult* aRv = nullptr) {
   nsCOMPtr<T> result;
-  const nsresult rv = aSource ? aSource->QueryInterface(T::kIID, NS_OutVoid(result)) : NS_ERROR_NULL_POINTER;
+  const nsresult rv =
+      aSource ? aSource->QueryInterface(T::kIID, NS_OutVoid(result)) : NS_ERROR_NULL_POINTER;
   if (aRv) *aRv = rv;
   return result;
 }

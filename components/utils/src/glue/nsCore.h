@@ -25,8 +25,8 @@ struct nsID {
 
   /// "{xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx}", lower case.
   std::string ToString() const;
-  /// Reads 36 characters, with or without braces, in either case. False, and *aOut untouched, for any
-  /// other text.
+  /// Reads 36 characters, with or without braces, in either case. False, and *aOut untouched, for
+  /// any other text.
   static bool Parse(std::string_view aText, nsID* aOut);
 };
 static_assert(sizeof(nsID) == 16);
@@ -50,7 +50,8 @@ constexpr int HexDigit(char aChar) {
 }
 
 constexpr bool ParseID(std::string_view aText, nsID* aOut) {
-  if (aText.size() == 38 && aText.front() == '{' && aText.back() == '}') aText = aText.substr(1, 36);
+  if (aText.size() == 38 && aText.front() == '{' && aText.back() == '}')
+    aText = aText.substr(1, 36);
   if (aText.size() != 36) return false;
   std::array<uint8_t, 16> bytes{};
   size_t digits = 0;
@@ -64,7 +65,8 @@ constexpr bool ParseID(std::string_view aText, nsID* aOut) {
     bytes[digits / 2] = static_cast<uint8_t>(bytes[digits / 2] << 4 | v);
     ++digits;
   }
-  aOut->m0 = uint32_t{bytes[0]} << 24 | uint32_t{bytes[1]} << 16 | uint32_t{bytes[2]} << 8 | bytes[3];
+  aOut->m0 =
+      uint32_t{bytes[0]} << 24 | uint32_t{bytes[1]} << 16 | uint32_t{bytes[2]} << 8 | bytes[3];
   aOut->m1 = static_cast<uint16_t>(bytes[4] << 8 | bytes[5]);
   aOut->m2 = static_cast<uint16_t>(bytes[6] << 8 | bytes[7]);
   for (size_t i = 0; i < 8; ++i) aOut->m3[i] = bytes[8 + i];
@@ -79,8 +81,8 @@ consteval nsID operator""_iid(const char* aText, size_t aLength) {
   return id;
 }
 
-/// Root of every interface: slots 0 to 2 of each vtable. Interfaces have no virtual destructor (it would
-/// take slots) and never overload a virtual (some compilers regroup overloads).
+/// Root of every interface: slots 0 to 2 of each vtable. Interfaces have no virtual destructor (it
+/// would take slots) and never overload a virtual (some compilers regroup overloads).
 class nsISupports {
  public:
   using Self = nsISupports;
@@ -88,8 +90,8 @@ class nsISupports {
   static constexpr std::string_view kName = "nsISupports";
   static constexpr nsIID kIID = "00000000-0000-0000-c000-000000000046"_iid;
 
-  /// On success *aResult holds a pointer to the asked interface with a reference added; else it is null
-  /// and the result is NS_ERROR_NO_INTERFACE. NS_ERROR_NULL_POINTER without aResult.
+  /// On success *aResult holds a pointer to the asked interface with a reference added; else it is
+  /// null and the result is NS_ERROR_NO_INTERFACE. NS_ERROR_NULL_POINTER without aResult.
   virtual nsresult QueryInterface(const nsIID& aIID, void** aResult) = 0;
   virtual nsrefcnt AddRef() = 0;
   virtual nsrefcnt Release() = 0;
@@ -98,10 +100,11 @@ class nsISupports {
   ~nsISupports() = default;
 };
 
-/// An interface states four facts about itself: Self, Base, kName, kIID. Forgetting one would silently
-/// inherit the parent's, so the concept refuses it.
+/// An interface states four facts about itself: Self, Base, kName, kIID. Forgetting one would
+/// silently inherit the parent's, so the concept refuses it.
 template <class T>
-concept nsInterface = std::derived_from<T, nsISupports> && std::is_abstract_v<T> && std::same_as<typename T::Self, T> &&
-                      (std::same_as<T, nsISupports> ||
-                       (std::derived_from<T, typename T::Base> && !std::same_as<T, typename T::Base> &&
-                        T::kIID != T::Base::kIID && T::kName != T::Base::kName));
+concept nsInterface = std::derived_from<T, nsISupports> && std::is_abstract_v<T> &&
+    std::same_as<typename T::Self, T> &&
+    (std::same_as<T, nsISupports> ||
+     (std::derived_from<T, typename T::Base> && !std::same_as<T, typename T::Base> &&
+      T::kIID != T::Base::kIID && T::kName != T::Base::kName));

@@ -30,8 +30,8 @@ class nsPlainCount {
   nsrefcnt mCount = 0;
 };
 
-/// Answers a query from a list of interfaces and their parents; the first that matches wins, so nsISupports is
-/// always the first interface: the identity of the object. Adds no reference.
+/// Answers a query from a list of interfaces and their parents; the first that matches wins, so
+/// nsISupports is always the first interface: the identity of the object. Adds no reference.
 template <nsInterface... I, class Class>
 void* NS_FindInterface(Class* aSelf, const nsIID& aIID) {
   void* found = nullptr;
@@ -52,9 +52,10 @@ nsIClassInfo* NS_ClassInfoOf() {
   return &sInfo;
 }
 
-/// Counts and QueryInterface. A class that declares kClassInfo answers nsIClassInfo too, with an object of its
-/// own; one that does not, does not. At zero the count is set to 1, so that the destructor may hand out and
-/// take back references to the dying object. Destructors are private: objects die by Release.
+/// Counts and QueryInterface. A class that declares kClassInfo answers nsIClassInfo too, with an
+/// object of its own; one that does not, does not. At zero the count is set to 1, so that the
+/// destructor may hand out and take back references to the dying object. Destructors are private:
+/// objects die by Release.
 template <class Count, class Class, nsInterface... I>
 class nsImplementsWith : public I... {
   static_assert(sizeof...(I) > 0);
@@ -92,7 +93,8 @@ class nsImplementsWith : public I... {
 
  protected:
   nsImplementsWith() = default;
-  virtual ~nsImplementsWith() = default;  // stands after the interfaces' slots, so that their order holds
+  virtual ~nsImplementsWith() =
+      default;  // stands after the interfaces' slots, so that their order holds
 
  private:
   Count mRefCnt;

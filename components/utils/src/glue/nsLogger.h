@@ -1,4 +1,5 @@
-// Writing to the logging service. Logging is never required: without the service or a logger, nothing is written.
+// Writing to the logging service. Logging is never required: without the service or a logger,
+// nothing is written.
 //
 //   mLogger = NS_GetLogger("system.manager");
 //   SYSTEM_LOG_DEBUG(mLogger, "shortProfile=" + NS_ToUtf8(name));
@@ -21,22 +22,23 @@ inline bool IsEnabled(nsILog4Logger* aLogger, uint32_t aSeverity) {
   return aLogger && NS_SUCCEEDED(aLogger->IsEnabledFor(aSeverity, &enabled)) && enabled;
 }
 /// aFile as the compiler gives it, aFunction as __PRETTY_FUNCTION__ does.
-void Log(nsILog4Logger* aLogger, uint32_t aSeverity, std::string_view aText, const char* aFile, const char* aFunction,
-         uint32_t aLine);
+void Log(nsILog4Logger* aLogger, uint32_t aSeverity, std::string_view aText, const char* aFile,
+         const char* aFunction, uint32_t aLine);
 /// "nsSystemManager::Init" out of "nsresult nsSystemManager::Init(int)".
 std::string_view FunctionName(std::string_view aPretty);
 }  // namespace vorel::detail
 
 // The logger may be a temporary: it is held until the line is written.
-#define SYSTEM_LOG(aLogger, aSeverity, aText)                                                            \
-  do {                                                                                                   \
-    const auto& vorelHeld = aLogger;                                                                     \
-    nsILog4Logger* const vorelLogger = NS_RawLogger(vorelHeld);                                          \
-    if (vorel::detail::IsEnabled(vorelLogger, aSeverity))                                                \
-      vorel::detail::Log(vorelLogger, aSeverity, aText, __FILE__, __PRETTY_FUNCTION__, __LINE__);        \
+#define SYSTEM_LOG(aLogger, aSeverity, aText)                                                     \
+  do {                                                                                            \
+    const auto& vorelHeld = aLogger;                                                              \
+    nsILog4Logger* const vorelLogger = NS_RawLogger(vorelHeld);                                   \
+    if (vorel::detail::IsEnabled(vorelLogger, aSeverity))                                         \
+      vorel::detail::Log(vorelLogger, aSeverity, aText, __FILE__, __PRETTY_FUNCTION__, __LINE__); \
   } while (false)
 #define SYSTEM_LOG_DEBUG(aLogger, aText) SYSTEM_LOG(aLogger, nsILog4Logger::SEVERITY_DEBUG, aText)
-#define SYSTEM_LOG_WARNING(aLogger, aText) SYSTEM_LOG(aLogger, nsILog4Logger::SEVERITY_WARNING, aText)
+#define SYSTEM_LOG_WARNING(aLogger, aText) \
+  SYSTEM_LOG(aLogger, nsILog4Logger::SEVERITY_WARNING, aText)
 #define SYSTEM_LOG_ERROR(aLogger, aText) SYSTEM_LOG(aLogger, nsILog4Logger::SEVERITY_ERROR, aText)
 
 inline nsILog4Logger* NS_RawLogger(nsILog4Logger* aLogger) { return aLogger; }

@@ -20,7 +20,8 @@ nsresult GetServiceByCID(const nsCID& aCID, const nsIID& aIID, void** aResult) {
 nsresult CreateByContract(const char* aContractID, const nsIID& aIID, void** aResult) {
   nsCOMPtr<nsIComponentManager> manager;
   const nsresult rv = NS_GetComponentManager(manager.getter_AddRefs());
-  return NS_FAILED(rv) ? rv : manager->CreateInstanceByContractID(aContractID, nullptr, aIID, aResult);
+  return NS_FAILED(rv) ? rv
+                       : manager->CreateInstanceByContractID(aContractID, nullptr, aIID, aResult);
 }
 
 }  // namespace vorel::detail

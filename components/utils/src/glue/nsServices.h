@@ -45,7 +45,8 @@ inline constexpr char NS_ARRAY_CONTRACTID[] = "@mozilla.org/array;1";
 inline constexpr char NS_LOCALFILE_CONTRACTID[] = "@mozilla.org/file/local;1";
 inline constexpr char NS_DIRECTORYSERVICE_CONTRACTID[] = "@mozilla.org/file/directory_service;1";
 inline constexpr char NS_IOSERVICE_CONTRACTID[] = "@mozilla.org/network/io-service;1";
-inline constexpr char NS_FILEPROTOCOLHANDLER_CONTRACTID[] = "@mozilla.org/network/protocol;1?name=file";
+inline constexpr char NS_FILEPROTOCOLHANDLER_CONTRACTID[] =
+    "@mozilla.org/network/protocol;1?name=file";
 inline constexpr char VOREL_ARRAY_CONTRACTID[] = "@vorel/array;1";
 inline constexpr char VOREL_PREFS_CONTRACTID[] = "@vorel/ipc/prefs;1";
 inline constexpr char VOREL_THREADPOOL_CONTRACTID[] = "@vorel/vorelthreadpool;1";

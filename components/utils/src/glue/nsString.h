@@ -50,8 +50,10 @@ std::basic_string_view<Char> NS_View(const nsTAString<Char>& aString) {
 
 /// Sets a string, out parameters above all.
 template <class Char>
-void NS_Assign(nsTAString<Char>& aString, std::type_identity_t<std::basic_string_view<Char>> aText) {
-  (void)vorel::detail::StringApi<Char>::SetData(aString, aText.data(), static_cast<uint32_t>(aText.size()));
+void NS_Assign(nsTAString<Char>& aString,
+               std::type_identity_t<std::basic_string_view<Char>> aText) {
+  (void)vorel::detail::StringApi<Char>::SetData(aString, aText.data(),
+                                                static_cast<uint32_t>(aText.size()));
 }
 
 /// A string that owns its text. Copies share it until one of them changes.
@@ -71,7 +73,9 @@ class nsTString : public vorel::detail::StringApi<Char>::Container {
     (void)Api::Copy(*this, aOther);
     return *this;
   }
-  nsTString& operator=(const nsTString& aOther) { return *this = static_cast<const nsTAString<Char>&>(aOther); }
+  nsTString& operator=(const nsTString& aOther) {
+    return *this = static_cast<const nsTAString<Char>&>(aOther);
+  }
   nsTString& operator=(View aText) {
     Assign(aText);
     return *this;
@@ -82,7 +86,8 @@ class nsTString : public vorel::detail::StringApi<Char>::Container {
   void Assign(View aText) { NS_Assign(*this, aText); }
   nsTString& Append(View aText) {
     if (!aText.empty())
-      (void)Api::SetDataRange(*this, NS_STRING_MAX, 0, aText.data(), static_cast<uint32_t>(aText.size()));
+      (void)Api::SetDataRange(*this, NS_STRING_MAX, 0, aText.data(),
+                              static_cast<uint32_t>(aText.size()));
     return *this;
   }
   nsTString& operator+=(View aText) { return Append(aText); }
@@ -98,7 +103,9 @@ class nsTString : public vorel::detail::StringApi<Char>::Container {
   friend bool operator==(const nsTString& aA, const Text& aB) {
     return aA.view() == View(aB);
   }
-  friend auto operator<=>(const nsTString& aA, const nsTString& aB) { return aA.view() <=> aB.view(); }
+  friend auto operator<=>(const nsTString& aA, const nsTString& aB) {
+    return aA.view() <=> aB.view();
+  }
 };
 
 using nsString = nsTString<char16_t>;
@@ -119,15 +126,17 @@ class nsDependentString : public nsStringContainer {
 
  private:
   void Init(std::u16string_view aText) {
-    (void)NS_StringContainerInit2(*this, aText.data(), static_cast<uint32_t>(aText.size()),
-                                  NS_STRING_CONTAINER_INIT_DEPEND | NS_STRING_CONTAINER_INIT_SUBSTRING);
+    (void)NS_StringContainerInit2(
+        *this, aText.data(), static_cast<uint32_t>(aText.size()),
+        NS_STRING_CONTAINER_INIT_DEPEND | NS_STRING_CONTAINER_INIT_SUBSTRING);
   }
 };
 class nsDependentCString : public nsCStringContainer {
  public:
   explicit nsDependentCString(std::string_view aText) {
-    (void)NS_CStringContainerInit2(*this, aText.data(), static_cast<uint32_t>(aText.size()),
-                                   NS_STRING_CONTAINER_INIT_DEPEND | NS_STRING_CONTAINER_INIT_SUBSTRING);
+    (void)NS_CStringContainerInit2(
+        *this, aText.data(), static_cast<uint32_t>(aText.size()),
+        NS_STRING_CONTAINER_INIT_DEPEND | NS_STRING_CONTAINER_INIT_SUBSTRING);
   }
   ~nsDependentCString() { NS_CStringContainerFinish(*this); }
 };
@@ -138,7 +147,8 @@ std::u16string NS_ToUtf16(std::string_view aText);
 inline std::string NS_ToUtf8(const nsAString& aText) { return NS_ToUtf8(NS_View(aText)); }
 inline std::u16string NS_ToUtf16(const nsACString& aText) { return NS_ToUtf16(NS_View(aText)); }
 
-/// A decimal integer, the whole text of it: an optional sign and digits. Nothing for other text or overflow.
+/// A decimal integer, the whole text of it: an optional sign and digits. Nothing for other text or
+/// overflow.
 std::optional<int64_t> NS_ParseDecimal(std::u16string_view aText);
 /// What an out parameter of type char** hands out; to be freed with NS_Free. Null text gives null.
 char* NS_NewCString(std::string_view aText);

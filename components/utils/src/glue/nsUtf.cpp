@@ -9,13 +9,16 @@ namespace {
 constexpr char32_t kReplacement = 0xFFFD;
 constexpr char32_t kMalformed = 0xFFFFFFFF;
 
-// Reads one character and moves *aIndex behind it; behind the longest valid beginning of a malformed one.
+// Reads one character and moves *aIndex behind it; behind the longest valid beginning of a
+// malformed one.
 char32_t DecodeUtf8(std::string_view aText, size_t* aIndex) {
   const auto byte = [&](size_t aAt) { return static_cast<uint8_t>(aText[aAt]); };
   const uint8_t lead = byte((*aIndex)++);
   if (lead < 0x80) return lead;
   size_t more;
-  uint8_t low = 0x80, high = 0xBF;  // of the second byte: no overlong forms, no surrogates, nothing above 10FFFF
+  uint8_t low = 0x80,
+          high =
+              0xBF;  // of the second byte: no overlong forms, no surrogates, nothing above 10FFFF
   char32_t value;
   if (lead >= 0xC2 && lead <= 0xDF) {
     more = 1;
@@ -96,7 +99,8 @@ std::string Utf16ToUtf8(std::u16string_view aText) {
 std::u16string AsciiToUtf16(std::string_view aText) {
   std::u16string out;
   out.reserve(aText.size());
-  for (const char c : aText) out += static_cast<uint8_t>(c) < 0x80 ? static_cast<char16_t>(c) : char16_t{kReplacement};
+  for (const char c : aText)
+    out += static_cast<uint8_t>(c) < 0x80 ? static_cast<char16_t>(c) : char16_t{kReplacement};
   return out;
 }
 

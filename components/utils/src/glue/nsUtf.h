@@ -1,4 +1,5 @@
-// Conversion between UTF-8 and UTF-16. Total: every input has an output, and what is malformed becomes U+FFFD.
+// Conversion between UTF-8 and UTF-16. Total: every input has an output, and what is malformed
+// becomes U+FFFD.
 #pragma once
 
 #include <string>
@@ -6,7 +7,8 @@
 
 namespace vorel {
 
-/// A malformed sequence gives one U+FFFD for its longest valid beginning, so that no text after it is lost.
+/// A malformed sequence gives one U+FFFD for its longest valid beginning, so that no text after it
+/// is lost.
 std::u16string Utf8ToUtf16(std::string_view aText);
 /// A surrogate without a partner gives U+FFFD.
 std::string Utf16ToUtf8(std::u16string_view aText);

@@ -1,10 +1,12 @@
-// A method call packed as a runnable for another thread: a target, a member function, its arguments.
+// A method call packed as a runnable for another thread: a target, a member function, its
+// arguments.
 //
-//   auto caller = NS_NewRunnableMethodCaller<vorel::threads::eStrong>(this, &nsFoo::Bar, aArgument);
-//   rv = NS_DispatchToMainThread(caller.get(), NS_DISPATCH_SYNC);
+//   auto caller = NS_NewRunnableMethodCaller<vorel::threads::eStrong>(this, &nsFoo::Bar,
+//   aArgument); rv = NS_DispatchToMainThread(caller.get(), NS_DISPATCH_SYNC);
 //
-// The method's result does not come back: the dispatch's does. The rule for users: test whether this is the
-// wanted thread; if so call directly; if not, pack the same method with the same arguments and dispatch it.
+// The method's result does not come back: the dispatch's does. The rule for users: test whether
+// this is the wanted thread; if so call directly; if not, pack the same method with the same
+// arguments and dispatch it.
 #pragma once
 
 #include <tuple>
@@ -17,8 +19,9 @@
 inline constexpr uint32_t NS_DISPATCH_NORMAL = 0;
 inline constexpr uint32_t NS_DISPATCH_SYNC = 1;
 
-/// Runs it on the main thread; with NS_DISPATCH_SYNC waits for the end of it. NS_ERROR_NULL_POINTER without a
-/// runnable. Not to be called with SYNC from the main thread itself, nor with anything held that it needs.
+/// Runs it on the main thread; with NS_DISPATCH_SYNC waits for the end of it. NS_ERROR_NULL_POINTER
+/// without a runnable. Not to be called with SYNC from the main thread itself, nor with anything
+/// held that it needs.
 nsresult NS_DispatchToMainThread(nsIRunnable* aRunnable, uint32_t aFlags);
 /// False when the thread manager is not to be had.
 bool NS_IsMainThread();
@@ -28,7 +31,8 @@ namespace vorel::threads {
 /// What a caller keeps of its target.
 enum Ownership {
   eStrong = 2,  ///< a strong reference, until the caller dies
-  eWeak = 3,    ///< a plain pointer and a weak reference, which must still answer when the call is run
+  eWeak =
+      3,  ///< a plain pointer and a weak reference, which must still answer when the call is run
 };
 
 namespace detail {
@@ -57,7 +61,8 @@ class TargetHolder<eWeak, Target> {
   template <class Call>
   nsresult With(Call aCall) {
     nsCOMPtr<nsISupports> alive;
-    if (!mTarget || !mWeak || NS_FAILED(mWeak->QueryReferent(nsISupports::kIID, NS_OutVoid(alive))) || !alive)
+    if (!mTarget || !mWeak ||
+        NS_FAILED(mWeak->QueryReferent(nsISupports::kIID, NS_OutVoid(alive))) || !alive)
       return NS_ERROR_NOT_AVAILABLE;
     return aCall(mTarget);
   }
@@ -69,9 +74,9 @@ class TargetHolder<eWeak, Target> {
 
 }  // namespace detail
 
-/// The holder. Stored holds the argument types as they are kept: a string that must outlive its maker is kept
-/// as nsString_external; a reference or a plain interface pointer is legal only when the dispatching thread
-/// waits for the call or otherwise keeps the thing alive.
+/// The holder. Stored holds the argument types as they are kept: a string that must outlive its
+/// maker is kept as nsString_external; a reference or a plain interface pointer is legal only when
+/// the dispatching thread waits for the call or otherwise keeps the thing alive.
 template <int Mode, class Target, class Method, class... Stored>
 class nsVorelMethodCaller {
  public:
@@ -84,7 +89,8 @@ class nsVorelMethodCaller {
   nsresult Call() {
     return mTarget.With([this](Target* aTarget) -> nsresult {
       const auto call = [&] {
-        return std::apply([&](auto&... aArguments) { return (aTarget->*mMethod)(aArguments...); }, mArguments);
+        return std::apply([&](auto&... aArguments) { return (aTarget->*mMethod)(aArguments...); },
+                          mArguments);
       };
       if constexpr (std::same_as<decltype(call()), nsresult>) return call();
       (void)call();
@@ -104,7 +110,8 @@ class nsVorelMethodCaller {
 template <int Mode, class Target, class Method, class... Stored>
 class nsVorelRunnableMethodCaller final
     : public nsVorelMethodCaller<Mode, Target, Method, Stored...>,
-      public nsImplements<nsVorelRunnableMethodCaller<Mode, Target, Method, Stored...>, nsIRunnable> {
+      public nsImplements<nsVorelRunnableMethodCaller<Mode, Target, Method, Stored...>,
+                          nsIRunnable> {
   using Caller = nsVorelMethodCaller<Mode, Target, Method, Stored...>;
 
  public:
@@ -131,15 +138,18 @@ using nsVorelRunnableMethodCaller2 = nsVorelRunnableMethodCaller<Mode, Target, M
 
 }  // namespace vorel::threads
 
-/// Makes a caller whose arguments are stored as the types named; those that are not named are the method's own.
+/// Makes a caller whose arguments are stored as the types named; those that are not named are the
+/// method's own.
 template <int Mode, class... Stored, class Target, class Result, class Class, class... P>
 nsCOMPtr<nsIRunnable> NS_NewRunnableMethodCaller(Target* aTarget, Result (Class::*aMethod)(P...),
                                                  std::type_identity_t<P>... aArguments) {
   using namespace vorel::threads;
   if constexpr (sizeof...(Stored) == sizeof...(P))
-    return nsCOMPtr<nsIRunnable>(MakeRefCounted<nsVorelRunnableMethodCaller<Mode, Target, decltype(aMethod), Stored...>>(
-        aTarget, aMethod, aArguments...));
+    return nsCOMPtr<nsIRunnable>(
+        MakeRefCounted<nsVorelRunnableMethodCaller<Mode, Target, decltype(aMethod), Stored...>>(
+            aTarget, aMethod, aArguments...));
   else
     return nsCOMPtr<nsIRunnable>(
-        MakeRefCounted<nsVorelRunnableMethodCaller<Mode, Target, decltype(aMethod), P...>>(aTarget, aMethod, aArguments...));
+        MakeRefCounted<nsVorelRunnableMethodCaller<Mode, Target, decltype(aMethod), P...>>(
+            aTarget, aMethod, aArguments...));
 }
