@@ -14,16 +14,12 @@
 #include <cstring>
 #include <filesystem>
 #include <iostream>
-#include <nlohmann/json.hpp>
 #include <system_error>
 #include <thread>
 
 #include "nsCommandLine.h"
-#include "nsFollower.h"
 #include "nsHost.h"
 #include "nsILog4.h"
-#include "nsISystemManager.h"
-#include "nsPicture.h"
 #include "nsScriptHost.h"
 #include "nsServices.h"
 #include "nsShell.h"
@@ -33,7 +29,6 @@
 namespace {
 
 using Task = nsCommandLine::Task;
-using Json = nlohmann::ordered_json;
 
 constexpr int kFailure = 1;
 constexpr int kWrongArguments = 2;
@@ -198,47 +193,10 @@ class SignalWatch {
   std::thread mThread;
 };
 
-int ShowPicture(nsHost& aHost, const nsCommandLine& aLine) {
-  const auto manager = do_GetService<nsISystemManager>("@vorel/system/systemmanager;1");
-  if (!manager)
-    return Complain(kFailure, "the system manager is not to be had; --log debug tells more");
-  static const auto sInterfaces = NS_SystemScriptInterfaces();
-  const nsPicture picture(sInterfaces);
-  const auto follower = MakeRefCounted<nsFollower>(picture);
-  (void)manager->AddAdapterListener(follower.get());
-  (void)manager->AddProfileBindingListener(follower.get());
-
-  (void)aHost.StartProfile();
-
-  Json json;
-  if (const nsresult rv = picture.Read(manager.get(), follower->Bindings(), &json); NS_FAILED(rv))
-    return Complain(kFailure, "the machine can't be read: " + std::string(NS_ResultName(rv)));
-  if (aLine.mJson)
-    std::cout << json.dump() << '\n';
-  else
-    nsPicture::Print(std::cout, json, isatty(STDOUT_FILENO));
-
-  if (aLine.mFollow) {
-    std::cout.flush();
-    follower->SetReport([&](const Json& aChange) {
-      if (aLine.mJson)
-        std::cout << aChange.dump() << std::endl;
-      else
-        nsPicture::PrintChange(std::cout, aChange);
-      if (!std::cout) aHost.Quit();
-    });
-    const SignalWatch signals([&](int) { aHost.Quit(); });
-    (void)aHost.Run();
-    follower->SetReport({});
-  }
-  (void)manager->RemoveAdapterListener(follower.get());
-  (void)manager->RemoveProfileBindingListener(follower.get());
-  return Flushed(0);
-}
-
 int RunScript(nsHost& aHost, nsScriptHost& aScript, const nsCommandLine& aLine,
               const std::filesystem::path& aShare) {
-  (void)aHost.StartProfile();
+  // The picture listens from before the machine is looked at.
+  if (aLine.mTask != Task::ePicture) (void)aHost.StartProfile();
   const SignalWatch signals([&](int) { aScript.Quit(0); });
   nsresult rv;
   if (aLine.mTask == Task::eEvaluate) {
@@ -246,9 +204,11 @@ int RunScript(nsHost& aHost, nsScriptHost& aScript, const nsCommandLine& aLine,
     rv = aScript.Evaluate(aLine.mScript, "-e", &result);
     if (NS_SUCCEEDED(rv) && !result.empty()) std::cout << result << std::endl;
   } else {
-    rv = aScript.RunFile(aLine.mTask == Task::eWatch ? aShare / "watch.js"
-                                                     : std::filesystem::path(aLine.mScript));
+    rv = aScript.RunFile(aLine.mTask == Task::ePicture ? aShare / "picture.js"
+                         : aLine.mTask == Task::eWatch ? aShare / "watch.js"
+                                                       : std::filesystem::path(aLine.mScript));
   }
+  if (aLine.mTask == Task::ePicture && NS_SUCCEEDED(rv)) (void)aHost.StartProfile();
   const int status = NS_FAILED(rv) && !aScript.HasQuit() ? kFailure : aScript.RunUntilDone();
   return Flushed(status);
 }
@@ -282,7 +242,8 @@ int Run(const nsCommandLine& aLine) {
       aLine.mProfileDirectory.empty() ? DefaultProfile() : aLine.mProfileDirectory;
   // A look at the machine needs the settings but changes nothing, and may be taken beside a running
   // application.
-  options.mProfileReadOnly = aLine.mTask == Task::ePicture || aLine.mTask == Task::eWatch;
+  const bool isLook = aLine.mTask == Task::ePicture || aLine.mTask == Task::eWatch;
+  options.mProfileReadOnly = isLook;
   options.mManifests = {(share / "vorel.manifest").string()};
   options.mMachineFile = aLine.mMachineFile;
   for (const auto& [name, level] : aLine.mLogLevels)
@@ -295,14 +256,18 @@ int Run(const nsCommandLine& aLine) {
 
   nsScriptOptions scriptOptions;
   scriptOptions.mArguments = aLine.mArguments;
-  if (aLine.mTask == Task::eWatch && aLine.mJson) scriptOptions.mArguments.push_back("--json");
+  if (isLook) {  // the program's own scripts
+    if (aLine.mJson) scriptOptions.mArguments.push_back("--json");
+    if (aLine.mFollow) scriptOptions.mArguments.push_back("--watch");
+    if (isatty(STDOUT_FILENO)) scriptOptions.mArguments.push_back("--colours");
+    scriptOptions.mEndsWithOutput = true;
+  }
   if (aLine.mTask == Task::eApplication) scriptOptions.mFile = aLine.mScript;
   std::string error;
   const auto script = nsScriptHost::Create(scriptOptions, &error);
   if (!script) return Complain(kFailure, error);
-  const int status = aLine.mTask == Task::ePicture ? ShowPicture(host, aLine)
-                     : aLine.mTask == Task::eShell ? RunShell(host, *script)
-                                                   : RunScript(host, *script, aLine, share);
+  const int status = aLine.mTask == Task::eShell ? RunShell(host, *script)
+                                                 : RunScript(host, *script, aLine, share);
   host.Stop();  // before the scripts go, so that their observers hear of the end
   return status;
 }

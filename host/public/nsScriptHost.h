@@ -20,6 +20,9 @@ struct nsScriptOptions {
   std::string mFile;
   /// The heap of scripts, in bytes. A script that wants more gets an exception, "out of memory".
   uint32_t mHeapLimit = 256u << 20;
+  /// Ends as by quit(0) once standard output can't be written: the application is there for what it
+  /// prints. Others go on.
+  bool mEndsWithOutput = false;
 };
 
 /// The script engine with one environment: one global object, which the application and the

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <nlohmann/json.hpp>
 #include <set>
+#include <sstream>
 
 #include "nsProgram.h"
 
@@ -91,7 +92,8 @@ TEST(Program, WrongArgumentsEndWithAnythingButOneLineAndStatus2) {
 TEST(Program, LostOutputEndsWithSuccessOrInAFileOfTheProfile) {
   nsProgram program;
   const std::string vorel = VOREL_BINARY_DIR "/bin/vorel --profile " + program.Directory() + " ";
-  for (const std::string task : {"-e 1+1", "-e 'console.log(1)'", "--version", "--json"}) {
+  for (const std::string task :
+       {"-e 1+1", "-e 'console.log(1)'", "--version", "--json", "--watch", "watch ."}) {
     for (const char* output : {" >&-", " >/dev/full", " >&- <&-"}) {
       const int status = std::system((vorel + task + output + " 2>/dev/null").c_str());
       EXPECT_EQ(WEXITSTATUS(status), 1) << task << output;
@@ -166,6 +168,25 @@ TEST(Program, ScriptErrorIsReportedWithoutPlaceOrStatus) {
   EXPECT_NE(outcome.mErrors.find("app.js:3"), std::string::npos) << outcome.mErrors;
   EXPECT_NE(outcome.mErrors.find("noSuchThing"), std::string::npos) << outcome.mErrors;
   EXPECT_EQ(program.Run({"-e", "quit(7)"}).mStatus, 7);
+}
+
+TEST(Program, ChangeIsNotOneObjectInALineBehindThePicture) {
+  nsProgram program;
+  const std::string machine = program.Write("machine.json", R"({
+    "interfaces": [{"name": "eth0", "label": "wired", "mac": "02-00-5E-10-00-01"}],
+    "changes": [{"after": 0.2, "interfaces": {"set": [{"name": "eth0", "status": "down"}]}}]})");
+  program.Start({"--machine", machine, "--watch", "--json"});
+  ASSERT_TRUE(program.WaitFor("adapter-changed"));
+  const nsOutcome outcome = program.Finish(SIGINT);
+  EXPECT_EQ(outcome.mStatus, 0) << outcome.mErrors;
+  std::istringstream lines(outcome.mOutput);
+  std::string picture, change;
+  ASSERT_TRUE(std::getline(lines, picture) && std::getline(lines, change));
+  EXPECT_EQ(Json::parse(picture)["adapters"][0]["operStatus"], 1);
+  const Json event = Json::parse(change);
+  EXPECT_EQ(event["event"], "adapter-changed");
+  EXPECT_EQ(event["adapter"]["label"], "wired");
+  EXPECT_EQ(event["adapter"]["operStatus"], 2);
 }
 
 TEST(Program, InterruptedFollowerDiesByTheSignal) {

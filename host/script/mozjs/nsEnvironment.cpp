@@ -194,7 +194,7 @@ bool Print(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
   FILE* const out = JS::ToBoolean(args.get(0)) ? stderr : stdout;
   fwrite(text.data(), 1, text.size(), out);
   // Lines of an application are read by others as they come.
-  fflush(out);
+  if (fflush(out) != 0 && out == stdout && Runtime()->mEndsWithOutput) Runtime()->Quit(0);
   args.rval().setUndefined();
   return true;
 }

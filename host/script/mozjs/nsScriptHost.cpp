@@ -29,6 +29,7 @@ std::unique_ptr<nsScriptHost> nsScriptHost::Create(const nsScriptOptions& aOptio
   JS_SetGCParameter(cx, JSGC_MAX_BYTES, aOptions.mHeapLimit);
   JS::RootedObject global(cx, runtime->Global());
   JS::RootedValueVector arguments(cx);
+  runtime->mEndsWithOutput = aOptions.mEndsWithOutput;
   bool done = runtime->SetDocumentFile(aOptions.mFile);
   for (const std::string& argument : aOptions.mArguments) {
     JSString* const text = done ? NS_NewScriptString(cx, argument) : nullptr;

@@ -133,6 +133,7 @@ class nsScriptRuntime {
   void StopScripts() { mStopping = true; }
   int RunUntilDone();
   int mStatus = 0;
+  bool mEndsWithOutput = false;
 
   // ---- Timers (nsEnvironment.cpp)
   struct Timer {

@@ -541,10 +541,12 @@ JSObject* nsScriptRuntime::InterfaceObject(const nsScriptInterface* aInterface) 
   JS::RootedObject object(mCx, JS_NewObject(mCx, &kInterfaceClass));
   JS::RootedString nameString(mCx, NS_NewScriptString(mCx, aInterface->mName));
   JS::RootedString number(mCx, NS_NewScriptString(mCx, aInterface->mIID->ToString()));
-  if (!object || !nameString || !number) return nullptr;
+  JS::RootedObject prototype(mCx, Prototype(aInterface));
+  if (!object || !nameString || !number || !prototype) return nullptr;
   JS::SetReservedSlot(object, kNameSlot, JS::PrivateValue(name));
   if (!JS_DefineProperty(mCx, object, "name", nameString, JSPROP_READONLY) ||
       !JS_DefineProperty(mCx, object, "number", number, JSPROP_READONLY) ||
+      !JS_DefineProperty(mCx, object, "prototype", prototype, JSPROP_READONLY) ||
       !DefineHasInstance(object, name))
     return nullptr;
   for (const nsScriptInterface* level = aInterface; level; level = nsScriptTables::Parent(*level))

@@ -1,0 +1,165 @@
+// vorel [--json] [--watch]: prints the picture of the machine and, with --watch, its changes until it is interrupted.
+// The program gives --colours when people read it on a terminal.
+"use strict";
+
+const { classes, interfaces } = Components;
+const [asJson, watches, inColours] = ["--json", "--watch", "--colours"].map((option) => arguments.includes(option));
+
+// Deep enough for an adapter's connectors and an address's parts; objects that point at each other end here.
+const maxDepth = 3;
+// The adapter of a binding stands as an index already. The stored view of an adapter is not what is in force, and to
+// ask for it would make the store.
+const leftOut = ["adapter", "registered"];
+
+// ---- Objects that are written down
+
+/** The interfaces that an object's class information lists; none without class information. */
+function listedInterfaces(object) {
+  return object instanceof interfaces.nsIClassInfo ? object.getInterfaces() : [];
+}
+
+/** Every attribute of an interface, those of its parents first. What answers with a failure is left out. */
+function addAttributes(out, object, prototype, depth) {
+  if (prototype === Object.prototype) return;
+  addAttributes(out, object, Object.getPrototypeOf(prototype), depth);
+  for (const [name, { get }] of Object.entries(Object.getOwnPropertyDescriptors(prototype))) {
+    if (!get || leftOut.includes(name)) continue;
+    let value;
+    try { value = get.call(object); } catch (error) { continue; }
+    out[name] = valueOf(value, depth + 1);
+  }
+}
+
+function valueOf(value, depth) {
+  if (value === null || typeof value !== "object") return value;
+  if (value instanceof interfaces.nsIArray) return Array.from(value, (element) => valueOf(element, depth));
+  if (value instanceof interfaces.nsIFile) return value.path;
+  if (depth > maxDepth) return null;
+  const out = {};
+  for (const { prototype } of listedInterfaces(value)) if (prototype) addAttributes(out, value, prototype, depth);
+  // A value that has a text form, an address, is shown by it and not byte by byte.
+  return out.string ?? out;
+}
+
+function describeAdapter(adapter) {
+  return {
+    interfaces: listedInterfaces(adapter).map((listed) => listed.name ?? listed),
+    // The order in which an operator looks for things.
+    sysPath: "", label: "", device: null, connectors: [],
+    ...valueOf(adapter, 0),
+  };
+}
+
+/** The adapter of a binding is its index in the list. */
+function describeBinding(binding, adapters) {
+  const adapter = adapters.indexOf(binding.adapter);
+  // What a binding class offers of its own.
+  const { applicationProfile, ...others } = valueOf(binding, 0);
+  return {
+    profile: binding.applicationProfile?.name ?? null,
+    adapter: adapter < 0 ? null : adapter,
+    ...others,
+  };
+}
+
+/** Numbers of 64 bits keep all their digits. */
+function toJson(object) {
+  const mark = "\u0001";
+  return JSON.stringify(object, (_, value) => (typeof value === "bigint" ? mark + value : value))
+    .replace(/"\\u0001(-?\d+)"/g, "$1");
+}
+
+// ---- For people
+
+const text = (value) => (typeof value === "string" ? value : value == null ? "" : toJson(value));
+const join = (texts) => texts.filter((part) => part !== "").join(", ");
+
+/** "nsISystemAdapterStorage" is "Storage". */
+function kindOf(adapter) {
+  const kinds = adapter.interfaces.map((name) => /^nsISystemAdapter(.+)/.exec(name)?.[1]);
+  return kinds.filter(Boolean).pop() ?? "adapter";
+}
+
+const nameOf = (adapter) => text(adapter.label) || text(adapter.sysPath) || text(adapter.directory);
+
+/** What an operator looks at first: the state of a link and its addresses. */
+function stateOf({ operStatus, unicastAddresses = [] }) {
+  if (operStatus === undefined) return "";
+  const state = { 1: "up", 2: "down" }[operStatus] ?? "status " + operStatus;
+  return join([state, ...unicastAddresses.map(({ address, prefixLength }) => `${text(address)}/${text(prefixLength)}`)]);
+}
+
+function table(rows) {
+  const widths = rows[0].map((_, i) => Math.max(...rows.map((row) => row[i].length)));
+  return rows.map((row, i) => {
+    const line = row.map((cell, column) => cell.padEnd(widths[column])).join("  ").trimEnd();
+    return i === 0 && inColours ? `\x1b[1m${line}\x1b[0m` : line;
+  });
+}
+
+function tables({ adapters, bindings }) {
+  const adapterRows = adapters.map((adapter, i) => [
+    String(i), kindOf(adapter), nameOf(adapter), text(adapter.device?.name),
+    join(adapter.connectors.map((connector) => text(connector.name))), stateOf(adapter),
+  ]);
+  const bindingRows = bindings.map(({ profile, adapter }) =>
+    [text(profile), adapter === null ? "" : "#" + adapter, adapter === null ? "" : nameOf(adapters[adapter])]);
+  return [
+    ...(adapters.length ? table([["#", "ADAPTER", "NAME", "DEVICE", "CONNECTOR", "STATE"], ...adapterRows]) : ["no adapters"]),
+    "",
+    ...(bindings.length ? table([["PROFILE", "ON", ""], ...bindingRows]) : ["no bindings"]),
+  ].join("\n");
+}
+
+// ---- The picture and its changes
+
+let isShown = false;
+
+function show() {
+  try {
+    const adapters = Array.from(systemManager.adapters);
+    const picture = {
+      adapters: adapters.map(describeAdapter),
+      bindings: Array.from(bindings, (binding) => describeBinding(binding, adapters)),
+    };
+    console.log(asJson ? toJson(picture) : tables(picture));
+  } catch (error) {
+    Components.utils.reportError(error);
+    quit(1);
+  }
+  if (!watches) quit(0);
+  isShown = true;
+}
+
+function tellAdapter(event, adapter) {
+  if (!isShown) return;
+  const change = { event, adapter: describeAdapter(adapter) };
+  console.log(asJson ? toJson(change) : `${event}: ${kindOf(change.adapter)} ${nameOf(change.adapter)}`);
+}
+
+function tellBinding(event, binding) {
+  if (!isShown) return;
+  const change = { event, binding: describeBinding(binding, Array.from(systemManager.adapters)) };
+  console.log(asJson ? toJson(change) : `${event}: ${text(change.binding.profile)}`);
+}
+
+// The manager keeps no list of bindings that could be asked for, so they are gathered from before the machine is
+// looked at.
+const bindings = new Set();
+systemManager.addAdapterListener({
+  onAdapterAdded: (adapter) => tellAdapter("adapter-added", adapter),
+  onAdapterRemoved: (adapter) => tellAdapter("adapter-removed", adapter),
+  onAdapterChanged: (adapter) => tellAdapter("adapter-changed", adapter),
+});
+systemManager.addProfileBindingListener({
+  onProfileBindingAdded(binding) {
+    bindings.add(binding);
+    tellBinding("binding-added", binding);
+  },
+  onProfileBindingRemoved(binding) {
+    bindings.delete(binding);
+    tellBinding("binding-removed", binding);
+  },
+});
+classes["@mozilla.org/observer-service;1"].getService(interfaces.nsIObserverService)
+  .addObserver(show, "final-ui-startup", false);
