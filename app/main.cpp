@@ -244,6 +244,8 @@ int Run(const nsCommandLine& aLine) {
   // application.
   const bool isLook = aLine.mTask == Task::ePicture || aLine.mTask == Task::eWatch;
   options.mProfileReadOnly = isLook;
+  if (options.mProfileDirectory.empty() && !isLook)
+    std::cerr << "vorel: there is neither --profile nor a home directory: settings are not kept\n";
   options.mManifests = {(share / "vorel.manifest").string()};
   options.mMachineFile = aLine.mMachineFile;
   for (const auto& [name, level] : aLine.mLogLevels)

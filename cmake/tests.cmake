@@ -1,8 +1,8 @@
 # Test programs with GoogleTest.
 #
-# vorel_test(NAME [SLOW] SOURCES ... LIBS ...)  one program for one subject; SLOW ones run with ./test --slow.
-# vorel_test_folders(PREFIX LIBS ...)           one program for each folder below, of its *.cpp files.
-# vorel_threads(NAME...)                        test programs that run under ThreadSanitizer too.
+# vorel_test(NAME SOURCES ... LIBS ...)  one program for one subject.
+# vorel_test_folders(PREFIX LIBS ...)    one program for each folder below, of its *.cpp files.
+# vorel_threads(NAME...)                 test programs that run under ThreadSanitizer too.
 find_package(GTest REQUIRED)
 add_custom_target(thread_tests)
 
@@ -14,16 +14,13 @@ function(vorel_threads)
 endfunction()
 
 function(vorel_test name)
-  cmake_parse_arguments(ARG "SLOW" "" "SOURCES;LIBS" ${ARGN})
+  cmake_parse_arguments(ARG "" "" "SOURCES;LIBS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   target_include_directories(${name} PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
   target_link_libraries(${name} PRIVATE ${ARG_LIBS} GTest::gtest GTest::gtest_main)
   target_compile_definitions(${name} PRIVATE VOREL_SOURCE_DIR="${CMAKE_SOURCE_DIR}" VOREL_BINARY_DIR="${CMAKE_BINARY_DIR}")
   add_test(NAME ${name} COMMAND ${name} --gtest_brief=1)
   set_tests_properties(${name} PROPERTIES TIMEOUT 100)
-  if(ARG_SLOW)
-    set_tests_properties(${name} PROPERTIES LABELS slow)
-  endif()
 endfunction()
 
 function(vorel_test_folders prefix)

@@ -160,6 +160,12 @@ TEST(Program, SettingIsLostBetweenTwoRuns) {
   EXPECT_EQ(program.Run({"-e", prefs + "p.getCharPref('a.b')"}).mOutput, "caf\u00e9\n");
 }
 
+TEST(Program, SettingsThatAreNotKeptAreLostInSilence) {
+  const std::string heard =
+      "env -u HOME -u XDG_DATA_HOME " VOREL_BINARY_DIR "/bin/vorel -e 1 2>&1 >/dev/null | grep -q ";
+  EXPECT_EQ(std::system((heard + "'settings are not kept'").c_str()), 0);
+}
+
 TEST(Program, ScriptErrorIsReportedWithoutPlaceOrStatus) {
   nsProgram program;
   const std::string script = program.Write("app.js", "const a = 1;\n\nnoSuchThing();\n");
