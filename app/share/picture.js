@@ -26,13 +26,13 @@ function addAttributes(out, object, prototype, depth) {
     if (!get || leftOut.includes(name)) continue;
     let value;
     try { value = get.call(object); } catch (error) { continue; }
-    out[name] = valueOf(value, depth + 1);
+    out[name] = plain(value, depth + 1);
   }
 }
 
-function valueOf(value, depth) {
+function plain(value, depth) {
   if (value === null || typeof value !== "object") return value;
-  if (value instanceof interfaces.nsIArray) return Array.from(value, (element) => valueOf(element, depth));
+  if (value instanceof interfaces.nsIArray) return Array.from(value, (element) => plain(element, depth));
   if (value instanceof interfaces.nsIFile) return value.path;
   if (depth > maxDepth) return null;
   const out = {};
@@ -46,7 +46,7 @@ function describeAdapter(adapter) {
     interfaces: listedInterfaces(adapter).map((listed) => listed.name ?? listed),
     // The order in which an operator looks for things.
     sysPath: "", label: "", device: null, connectors: [],
-    ...valueOf(adapter, 0),
+    ...plain(adapter, 0),
   };
 }
 
@@ -54,7 +54,7 @@ function describeAdapter(adapter) {
 function describeBinding(binding, adapters) {
   const adapter = adapters.indexOf(binding.adapter);
   // What a binding class offers of its own.
-  const { applicationProfile, ...others } = valueOf(binding, 0);
+  const { applicationProfile, ...others } = plain(binding, 0);
   return {
     profile: binding.applicationProfile?.name ?? null,
     adapter: adapter < 0 ? null : adapter,

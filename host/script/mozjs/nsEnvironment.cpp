@@ -290,13 +290,14 @@ bool ReportError(JSContext*, unsigned aArgc, JS::Value* aVp) {
   return true;
 }
 
-/// makeError(result, message): what `new Components.Exception` gives.
+/// makeError(result, message, method): what `new Components.Exception` gives.
 bool MakeError(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
   JS::CallArgs args = JS::CallArgsFromVp(aArgc, aVp);
   double result = static_cast<double>(static_cast<uint32_t>(NS_ERROR_FAILURE));
   if (args.hasDefined(0) && !JS::ToNumber(cx, args[0], &result)) return false;
   const std::string detail = args.hasDefined(1) ? NS_ToText(cx, args[1]) : std::string();
-  NS_ThrowResult(cx, nsresult{JS::ToUint32(result)}, "Components.Exception", detail);
+  const std::string method = args.hasDefined(2) ? NS_ToText(cx, args[2]) : std::string();
+  NS_ThrowResult(cx, nsresult{JS::ToUint32(result)}, method, detail);
   return JS_GetPendingException(cx, args.rval()) && (JS_ClearPendingException(cx), true);
 }
 
@@ -480,7 +481,7 @@ bool NS_DefineEnvironment(nsScriptRuntime* aRuntime) {
     return false;
 
   JS::CompileOptions options(cx);
-  options.setFileAndLine("prelude.js", 1);
+  options.setFileAndLine(kScriptPreludeName, 1);
   JS::SourceText<mozilla::Utf8Unit> source;
   JS::RootedValue prelude(cx), made(cx);
   if (!source.init(cx, kScriptPrelude, sizeof(kScriptPrelude) - 1, JS::SourceOwnership::Borrowed) ||

@@ -5,6 +5,7 @@
 #include <js/ErrorReport.h>
 #include <js/Exception.h>
 #include <js/PropertyAndElement.h>
+#include <js/SavedFrameAPI.h>
 #include <js/Stack.h>
 #include <js/String.h>
 #include <js/friend/ErrorMessages.h>
@@ -12,9 +13,21 @@
 #include <algorithm>
 #include <cmath>
 
+#include "nsScriptRuntime.h"
 #include "nsString.h"
 
 namespace {
+
+/// Leaves the part of a stack that begins in the application: what the prelude does, it does in its
+/// caller's name.
+void SkipPrelude(JSContext* cx, JS::MutableHandleObject aStack) {
+  JS::RootedString source(cx);
+  bool prelude = true;
+  while (aStack && prelude &&
+         JS::GetSavedFrameSource(cx, nullptr, aStack, &source) == JS::SavedFrameResult::Ok &&
+         JS_StringEqualsAscii(cx, source, kScriptPreludeName, &prelude) && prelude)
+    if (JS::GetSavedFrameParent(cx, nullptr, aStack, aStack) != JS::SavedFrameResult::Ok) return;
+}
 
 /// An error object of the kind, made where script stands now.
 bool NewError(JSContext* cx, JSExnType aType, const std::string& aMessage,
@@ -22,13 +35,16 @@ bool NewError(JSContext* cx, JSExnType aType, const std::string& aMessage,
   JS::RootedString message(cx, NS_NewScriptString(cx, aMessage));
   JS::RootedObject stack(cx);
   if (!message || !JS::CaptureCurrentStack(cx, &stack)) return false;
-  JS::AutoFilename file;
-  unsigned line = 0, column = 0;
-  JS::DescribeScriptedCaller(cx, &file, &line, &column);
-  JS::RootedString fileName(cx, NS_NewScriptString(cx, file.get() ? file.get() : ""));
+  SkipPrelude(cx, &stack);
+  JS::RootedString file(cx, JS_GetEmptyString(cx));
+  uint32_t line = 0, column = 0;
+  if (stack) {
+    (void)JS::GetSavedFrameSource(cx, nullptr, stack, &file);
+    (void)JS::GetSavedFrameLine(cx, nullptr, stack, &line);
+    (void)JS::GetSavedFrameColumn(cx, nullptr, stack, &column);
+  }
   JS::Rooted<mozilla::Maybe<JS::Value>> cause(cx, mozilla::Nothing());
-  return fileName && JS::CreateError(cx, aType, stack, fileName, line, column + 1, nullptr, message,
-                                     cause, aError);
+  return JS::CreateError(cx, aType, stack, file, line, column, nullptr, message, cause, aError);
 }
 
 }  // namespace
@@ -46,9 +62,10 @@ bool NS_ThrowResult(JSContext* cx, nsresult aResult, const std::string& aMethod,
   snprintf(code, sizeof code, "0x%08x", static_cast<unsigned>(aResult));
   const std::string_view known = NS_ResultName(aResult);
   const std::string name(known.empty() ? code : known);
-  std::string message =
-      aMethod + ": " + name + (known.empty() ? "" : std::string(" (") + code + ")");
-  if (!aDetail.empty()) message += ": " + aDetail;
+  // The text of an error begins with its name.
+  std::string message = aMethod;
+  if (!message.empty() && !known.empty()) message += std::string(" (") + code + ")";
+  if (!aDetail.empty()) message += (message.empty() ? "" : ": ") + aDetail;
   JS::RootedValue error(cx);
   if (!NewError(cx, JSEXN_ERR, message, &error)) return false;
   JS::RootedObject object(cx, &error.toObject());

@@ -24,6 +24,9 @@
 class nsScriptedObject;
 class nsScriptRuntime;
 
+/// Stands for a file in the places of errors.
+inline constexpr char kScriptPreludeName[] = "prelude.js";
+
 /// A compiled object as script sees it. One for each object, for as long as script holds it.
 struct nsWrapper {
   /// A pointer to the object as the interface, with a reference.

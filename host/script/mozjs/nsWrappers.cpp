@@ -222,14 +222,16 @@ bool QueryInterface(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
             NS_DescribeValue(cx, args.get(0)));
   JS::RootedObject object(cx, &args.thisv().toObject());
   bool implements = false;
-  if (const nsScriptInterface* const table = nsScriptTables::Find(iid)) {
+  const nsScriptInterface* const table = nsScriptTables::Find(iid);
+  if (table) {
     if (!runtime->AddFace(object, wrapper, table, &implements)) return false;
   } else {
     nsCOMPtr<nsISupports> found;
     implements = NS_SUCCEEDED(wrapper->mIdentity->QueryInterface(iid, NS_OutVoid(found)));
   }
   if (!implements)
-    return NS_ThrowResult(cx, NS_ERROR_NO_INTERFACE, "nsISupports.QueryInterface", iid.ToString());
+    return NS_ThrowResult(cx, NS_ERROR_NO_INTERFACE, "nsISupports.QueryInterface",
+                          table ? std::string(table->mName) : iid.ToString());
   args.rval().setObject(*object);
   return true;
 }

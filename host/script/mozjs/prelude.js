@@ -125,10 +125,9 @@
   const classes = new Proxy(Object.create(null), {
     get(target, contract) {
       if (typeof contract !== "string") return undefined;
-      if (!host.isRegistered(contract)) {
-        const error = host.makeError(host.results.NS_ERROR_FACTORY_NOT_REGISTERED, `no class has the contract ID "${contract}"`);
-        throw error;
-      }
+      if (!host.isRegistered(contract))
+        throw host.makeError(host.results.NS_ERROR_FACTORY_NOT_REGISTERED, `no class has the contract ID "${contract}"`,
+          "Components.classes");
       return Object.freeze({
         contractID: contract,
         getService: (iid) => host.getService(contract, iid),
