@@ -180,9 +180,11 @@ int64_t nsMachineValue::IntegerBetween(int64_t aMinimum, int64_t aMaximum) const
 }
 
 std::string nsMachineValue::AsPath() const {
-  const std::string& path = AsString();
+  std::string path = AsString();
   if (path.empty() || path.find('\0') != path.npos) Fail("must be a path");
-  return path[0] == '/' ? path : mDirectory + "/" + path;
+  if (path[0] != '/') path = mDirectory + "/" + path;
+  while (path.size() > 1 && path.ends_with('/')) path.pop_back();
+  return path;
 }
 
 void nsMachineValue::AsObject(const std::function<void(nsMachineObject&)>& aRead) const {

@@ -39,7 +39,8 @@ class nsMachineValue {
                 Int aMaximum = std::numeric_limits<Int>::max()) const {
     return static_cast<Int>(IntegerBetween(aMinimum, aMaximum));
   }
-  /// A text that is not empty; a relative path is taken from the file's directory.
+  /// A text that is not empty; a relative path is taken from the file's directory. Separators at
+  /// its end are dropped.
   std::string AsPath() const;
   /// One of a few names, each with what it stands for.
   template <class T>

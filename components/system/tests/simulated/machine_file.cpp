@@ -40,6 +40,29 @@ constexpr std::string_view kStick = R"({
 }
 )";
 
+// Every other section, with every kind of value in it.
+constexpr std::string_view kRest = R"({
+  "interfaces": [
+    {"name": "eth0", "label": "Lan", "type": "ethernet", "medium": "wire", "status": "up", "mac": "00-1A-2B-3C-4D-5E",
+     "speed": 1000000000, "dhcp": true, "addresses": ["192.168.1.20/24", "fe80::1/64"], "dns": ["192.168.1.1"],
+     "gateways": ["192.168.1.1"], "index": 7}
+  ],
+  "registry": [
+    {"key": "SOFTWARE\\Vorel", "values": [{"name": "a", "text": "b"}, {"name": "c", "texts": ["d", ""]},
+     {"name": "e", "number": 4294967295}, {"name": "f", "bytes": "00ff"}]}
+  ],
+  "clock": {"utc": "2026-03-01T08:30:00Z", "zone": "Europe/Berlin", "zones": [{"name": "Europe/Berlin", "bias": -60,
+     "daylightBias": -60, "standardDate": [10, 5, 0, 3, 0], "daylightDate": [3, 5, 0, 2, 0]}]},
+  "fonts": {"folders": ["fonts/"], "faces": [{"family": "Sans", "italic": true, "weight": 700}]},
+  "host": {"name": "kiosk", "commands": [{"line": "reboot", "status": 0}, {"line": "sleep"}]},
+  "faults": [{"port": "Clock", "call": 2, "forEver": true}],
+  "changes": [
+    {"after": 0.5, "interfaces": {"remove": ["eth0"], "set": [{"name": "eth1", "status": "down"}]},
+     "clock": {"utc": "2027-01-01T00:00:00Z"}, "registry": [{"key": "A", "values": []}], "host": {"deviceId": "x"}}
+  ]
+}
+)";
+
 TEST(MachineFile, FactsOfTheFileAreMissing) {
   auto machine = Read(kStick);
   ASSERT_TRUE(machine);
@@ -56,6 +79,22 @@ TEST(MachineFile, FactsOfTheFileAreMissing) {
   std::string root;
   EXPECT_EQ(volumes.ReadRootDirectory('E', &root), NS_OK);
   EXPECT_EQ(root, "/machines/stick") << "a relative path starts at the file";
+}
+
+// The root is compared with the path of a file, which has no separator at its end.
+TEST(MachineFile, SeparatorAtTheEndOfARootStays) {
+  auto machine = Read(R"({"volumes": [
+    {"letter": "E", "kind": "removable", "bus": "usb", "root": "stick/"},
+    {"letter": "F", "kind": "removable", "bus": "usb", "root": "/media/f//"},
+    {"letter": "G", "kind": "fixed", "bus": "usb", "root": "/"}]})");
+  ASSERT_TRUE(machine);
+  const std::pair<char, std::string> roots[] = {
+      {'E', "/machines/stick"}, {'F', "/media/f"}, {'G', "/"}};
+  for (const auto& [letter, expected] : roots) {
+    std::string root;
+    EXPECT_EQ(machine->mVolumes->ReadRootDirectory(letter, &root), NS_OK);
+    EXPECT_EQ(root, expected);
+  }
 }
 
 TEST(MachineFile, ChangesComeTooEarlyOrInTheWrongOrder) {
@@ -178,17 +217,20 @@ TEST(MachineFile, UnreadableFileIsAnEmptyMachine) {
   EXPECT_FALSE(machine);
 }
 
-// Mutations of a good file: whatever comes out is a machine or a message with a line of the text.
+// Mutations of good files: whatever comes out is a machine that runs through its script, or a
+// message with a line of the text.
 TEST(MachineFile, HostileBytesCrashTheReader) {
+  ASSERT_TRUE(Read(kStick) && Read(kRest)) << "what is damaged must be good";
   nsMutation mutation;
   int machines = 0, messages = 0;
   for (int i = 0; i < 20000; ++i) {
-    const std::string text = mutation.Damage(std::string(kStick), "{}[]\",:\\0-e\n");
+    const std::string text =
+        mutation.Damage(std::string(i % 2 ? kStick : kRest), "{}[]\",:\\0-e\n");
     std::unique_ptr<nsSimulatedMachine> machine;
     std::string message;
     if (NS_SUCCEEDED(NS_ReadMachineText(text, "m.json", "/", &machine, &message))) {
       ++machines;
-      EXPECT_TRUE(machine);
+      while (machine->UntilNextChange()) machine->ApplyNextChange();
       continue;
     }
     ++messages;
