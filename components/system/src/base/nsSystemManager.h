@@ -21,7 +21,8 @@ class nsSystemManager final : public nsSystemManagerGeneric {
   /// The network for nsISystemAdapterIP.
   nsresult RefreshAdapters(const nsIID& aIID) override;
   /// "app-startup", "profile-after-change", "xul-window-registered", "network:link-status-changed",
-  /// and what the base does. The result is that of the step that the topic starts.
+  /// and what the base does. "app-startup" and "xul-window-registered" answer with the result of
+  /// their step, all others with NS_OK, whatever came of it.
   nsresult Observe(nsISupports* aSubject, const char* aTopic, const char16_t* aData) override;
 
   /// Goes through the whole machine, in a fixed order. Called once a process; nothing guards

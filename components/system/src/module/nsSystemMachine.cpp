@@ -30,11 +30,11 @@ class MachineScript final : public nsImplements<MachineScript, nsITimerCallback,
   nsresult Start() {
     if (!mMachine->UntilNextChange()) return NS_OK;
     nsresult rv;
+    mTimer = do_CreateInstance<nsITimer>(NS_TIMER_CONTRACTID, &rv);
+    NS_ENSURE_SUCCESS(rv, rv);
     const auto os = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID, &rv);
     NS_ENSURE_SUCCESS(rv, rv);
     rv = os->AddObserver(this, "xpcom-shutdown", false);
-    NS_ENSURE_SUCCESS(rv, rv);
-    mTimer = do_CreateInstance<nsITimer>(NS_TIMER_CONTRACTID, &rv);
     NS_ENSURE_SUCCESS(rv, rv);
     return WaitForNext();
   }

@@ -36,9 +36,8 @@ class GenericClassInfo final : public nsIClassInfo {
   const nsClassInfoRecord* mRecord;
 };
 
-/// A scriptable helper that supplies a class name and nothing else. A null out pointer is
-/// NS_ERROR_NULL_POINTER. aResult takes over a reference. For languages other than JAVASCRIPT the
-/// result is null and success.
+/// A scriptable helper that supplies a class name, which must live for ever, and nothing else. For
+/// languages other than JAVASCRIPT the result is null, and success.
 nsresult NS_NewGenericHelper(uint32_t aLanguage, const char* aClassName, nsISupports** aResult);
 
 namespace vorel::detail {
