@@ -105,6 +105,17 @@ TEST_F(Prefs, WrongLineTakesOthersWithIt) {
       nsTestLog::Take());
 }
 
+TEST_F(Prefs, AFileThatIsNoneFloodsTheLogOrIsReadForEver) {
+  std::string text;
+  for (int i = 0; i < 1000; ++i) text += "x\n";
+  for (int i = 0; i < 300000; ++i) text += "/*\n";
+  WriteApp(text);
+  Start();
+  const Strings told = nsTestLog::Take();
+  ASSERT_EQ(11u, told.size());
+  EXPECT_TRUE(told.back().ends_with("app.js: 300990 more lines are wrong")) << told.back();
+}
+
 TEST_F(Prefs, AnyBytesDoHarm) {
   std::mt19937 random(1);
   const std::string seed = "pref(\"a.b\", \"x\\u0041\"); /* c */ user_pref('d', -12); // e\n";

@@ -38,8 +38,9 @@ class Parser {
       if (c == '#' || mRest.starts_with("//")) {
         SkipLine();
       } else if (mRest.starts_with("/*")) {
-        const size_t end = mRest.find("*/", 2);
-        if (end == mRest.npos) throw Wrong{"a comment that does not end"};
+        const size_t end = mNoMoreEnds ? mRest.npos : mRest.find("*/", 2);
+        mNoMoreEnds = end == mRest.npos;
+        if (mNoMoreEnds) throw Wrong{"a comment that does not end"};
         for (const char inside : mRest.substr(0, end)) mLine += inside == '\n';
         mRest.remove_prefix(end + 2);
       } else if (c == '\r' || c == '\n') {
@@ -166,6 +167,7 @@ class Parser {
 
   std::string_view mRest;
   size_t mLine = 1;
+  bool mNoMoreEnds = false;  // of comments: looked for once, not from each beginning
   const nsPrefFileSink& mSink;
 };
 

@@ -12,6 +12,8 @@ namespace {
 
 // Long enough for a burst of changes to become one file, short enough to lose little.
 constexpr uint32_t kSaveDelayMilliseconds = 500;
+// Of a file that is none at all; the others are counted.
+constexpr size_t kMostErrorsTold = 10;
 
 std::string Because(nsresult aRv) { return std::string(NS_ResultName(aRv)); }
 
@@ -131,10 +133,13 @@ size_t nsPrefs::Parse(const std::string& aPath, std::string_view aContents) {
                                          : aName + " has a value of another type";
                             },
                             [&](size_t aLine, const std::string& aWhat) {
-                              ++errors;
+                              if (++errors > kMostErrorsTold) return;
                               NS_HostMessage(eHostError,
                                              aPath + ":" + std::to_string(aLine) + ": " + aWhat);
                             }});
+  if (errors > kMostErrorsTold)
+    NS_HostMessage(eHostError, aPath + ": " + std::to_string(errors - kMostErrorsTold) +
+                                   " more lines are wrong");
   return errors;
 }
 
@@ -203,7 +208,7 @@ nsresult nsPrefs::SaveTo(const std::string& aPath) const {
   for (const auto& [name, pref] : mPrefs)
     if (pref.mUser) text += NS_FormatUserPref(name, *pref.mUser);
   const nsresult rv = NS_ReplaceFile(aPath, text);
-  if (NS_FAILED(rv)) NS_HostMessage(eHostError, aPath + ": " + Because(rv));
+  if (NS_FAILED(rv)) NS_HostMessage(eHostError, aPath + ": " + Because(rv) + ". It is not saved.");
   return rv;
 }
 
