@@ -1,5 +1,9 @@
 // The module record, and the ways into the library that do not go by name: tables and slots.
+#include <algorithm>
+#include <array>
+#include <barrier>
 #include <map>
+#include <thread>
 
 #include "../nsSystemTest.h"
 #include "nsIDOMCIExtension.h"
@@ -162,6 +166,24 @@ TEST_F(ModuleTest, ServicesAreMadeTwiceAndInstancesOnce) {
     ASSERT_EQ(Create(row.mContractID, nullptr, a.getter_AddRefs()), NS_OK);
     ASSERT_EQ(Create(row.mContractID, nullptr, b.getter_AddRefs()), NS_OK);
     EXPECT_EQ(a == b, row.mService);
+  }
+}
+
+TEST_F(ModuleTest, ThreadsThatAskAtOnceGetDifferentSingletons) {
+  constexpr size_t kThreads = 4;
+  for (const Row& row : kRows) {
+    if (!row.mService || std::ranges::count(kNotBuilt, row.mContractID)) continue;
+    SCOPED_TRACE(row.mContractID);
+    std::barrier start(kThreads);
+    std::array<nsCOMPtr<nsISupports>, kThreads> instances;
+    std::vector<std::thread> threads;
+    for (auto& instance : instances)
+      threads.emplace_back([&] {
+        start.arrive_and_wait();
+        EXPECT_EQ(Create(row.mContractID, nullptr, instance.getter_AddRefs()), NS_OK);
+      });
+    for (auto& thread : threads) thread.join();
+    EXPECT_EQ(std::ranges::count(instances, instances[0]), kThreads);
   }
 }
 
