@@ -130,6 +130,23 @@ TEST_F(NativeWatchTest, TreeThatMovesInOrOutIsNotFollowed) {
     EXPECT_EQ(line.find("not-ours"), line.npos) << line;
 }
 
+TEST_F(NativeWatchTest, CopiedTreeIsSeenInPart) {
+  nsTemporaryDirectory source;
+  for (int i = 0; i < 50; ++i) {
+    const fs::path directory = source / std::to_string(i % 5) / "a/b/c" / std::to_string(i);
+    fs::create_directories(directory);
+    for (const char* name : {"x", "y", "z"}) Write(directory / name);
+  }
+  Watch watch(mRoot.Path());
+  auto copy = std::async(std::launch::async, [&] {
+    fs::copy(source.Path(), mRoot / "copy", fs::copy_options::recursive);
+  });
+  EXPECT_TRUE(NS_RunEventsUntil(
+      [&] { return copy.wait_for(std::chrono::seconds(0)) == std::future_status::ready; }));
+  EXPECT_TRUE(watch.AwaitPicture());
+  EXPECT_EQ(watch.mListener->Picture().size(), 1u + 5 * 4 + 50 * 4);
+}
+
 TEST_F(NativeWatchTest, RenamesAreTornApart) {
   for (int i = 0; i < 2000; ++i) Write(mRoot / ("old" + std::to_string(i)));
   Watch watch(mRoot.Path());
@@ -229,6 +246,48 @@ TEST(InotifyTest, MovedRootIsStillNamed) {
   nsresult result;
   ASSERT_TRUE(thread.AwaitEnd(&result));
   EXPECT_EQ(result, NS_ERROR_FILE_NOT_FOUND);
+}
+
+TEST(InotifyTest, RootThatMovesWithADirectoryAboveItIsStillNamed) {
+  nsTemporaryDirectory place;
+  fs::create_directories(place / "above/between/root");
+  fs::create_directory(place / "above/other");
+  const auto reader = nsInotifyDirectoryChanges().NewReader();
+  ASSERT_EQ(reader->Open(nsString((place / "above/between/root").u16string())), NS_OK);
+  nsReaderThread thread(*reader);
+  fs::rename(place / "above/other", place / "other");
+  nsTemporaryDirectory::Write(place / "above/between/root/file");
+  EXPECT_TRUE(thread.AwaitName(u"file")) << "another one's move ends the watch";
+  fs::rename(place / "above", place / "elsewhere");
+  nsresult result;
+  ASSERT_TRUE(thread.AwaitEnd(&result));
+  EXPECT_EQ(result, NS_ERROR_FILE_NOT_FOUND);
+}
+
+/// With the pool's work done here, where the test wants it.
+class SteppedNativeWatchTest : public NativeWatchTest {
+ protected:
+  void SetUp() override {
+    mOptions.mModules.push_back(&vorel::test::kPoolModule);
+    StartHost();
+  }
+  void TearDown() override { nsManualPool::Instance().Clear(); }
+};
+
+TEST_F(SteppedNativeWatchTest, ChangeBetweenTheFirstWalkAndTheFirstReadIsLost) {
+  fs::create_directory(mRoot / "below");
+  const auto listener = MakeRefCounted<nsWatchListener>();
+  const auto watcher = MakeRefCounted<nsSystemFileSystemWatcher>(NS_NewNativePlatform());
+  ASSERT_EQ(watcher->Init(listener.get(), nsCString("file://" + mRoot.Path().native()), true),
+            NS_OK);
+  ASSERT_EQ(watcher->StartWatching(), NS_OK);
+  ASSERT_EQ(nsManualPool::Instance().Run(), 1u);  // the walk
+  Write(mRoot / "below/file");
+  EXPECT_TRUE(NS_RunEventsUntil([&] {
+    (void)nsManualPool::Instance().Run();
+    return listener->HasHeard("added below/file");
+  }));
+  EXPECT_EQ(watcher->StopWatching(), NS_OK);
 }
 
 // ---- What needs a process of its own

@@ -2,11 +2,13 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 
 #include "nsLogger.h"
@@ -44,7 +46,35 @@ nsresult nsInotifyDirectories::Start() {
   top->mWatch = watch;
   mTop = top.get();
   mDirectories.emplace(watch, std::move(top));
+  struct stat status;
+  if (fstat(fd.get(), &status) != 0) return vorel::FromErrno(errno);
+  mRootDevice = status.st_dev;
+  mRootINode = status.st_ino;
+  WatchAncestors(fd.get());
   return NS_OK;
+}
+
+// A root that moves together with a directory above it has no event of its own. What can't be
+// watched here, for want of rights, is left out.
+void nsInotifyDirectories::WatchAncestors(int aRootFd) {
+  std::array<char, PATH_MAX> path;
+  const ssize_t length =
+      readlink(("/proc/self/fd/" + std::to_string(aRootFd)).c_str(), path.data(), path.size() - 1);
+  std::string_view rest(path.data(), static_cast<size_t>(std::max<ssize_t>(length, 0)));
+  for (size_t end; (end = rest.rfind('/')) != rest.npos && end > 0;) {
+    rest = rest.substr(0, end);
+    // One that is also to be found below the root, by a mount, keeps its other events.
+    const int watch = inotify_add_watch(mInotify.get(), std::string(rest).c_str(),
+                                        IN_MOVE_SELF | IN_ONLYDIR | IN_MASK_ADD);
+    if (watch >= 0) mAncestors.insert(watch);
+  }
+}
+
+bool nsInotifyDirectories::IsRootInPlace() const {
+  const nsUniqueFd fd(vorel::OpenDirectoryAt(AT_FDCWD, mRoot, O_PATH));
+  struct stat status;
+  return fd && fstat(fd.get(), &status) == 0 && status.st_dev == mRootDevice &&
+         status.st_ino == mRootINode;
 }
 
 int nsInotifyDirectories::AddWatch(int aFd) {
@@ -207,13 +237,15 @@ bool nsInotifyDirectories::HandleEvent(const inotify_event& aEvent, std::string_
     return true;
   }
   const auto found = mDirectories.find(aEvent.wd);
-  if (found == mDirectories.end()) return true;  // of a watch that we have given up
-  Directory* const directory = found->second.get();
-  if (directory == mTop &&
-      (aEvent.mask & (IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT | IN_IGNORED))) {
+  Directory* const directory = found == mDirectories.end() ? nullptr : found->second.get();
+  const bool hasMoved =
+      (aEvent.mask & IN_MOVE_SELF) && mAncestors.contains(aEvent.wd) && !IsRootInPlace();
+  if (hasMoved || (directory == mTop &&
+                   (aEvent.mask & (IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT | IN_IGNORED)))) {
     SYSTEM_LOG_WARNING(mLog, mRoot + " was deleted, moved or unmounted: its watch ends");
     return false;
   }
+  if (!directory) return true;  // above the root, or of a watch that we have given up
   if (aEvent.mask & IN_IGNORED) {
     Forget(directory);
     return true;

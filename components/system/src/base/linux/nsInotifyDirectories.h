@@ -3,6 +3,7 @@
 #pragma once
 
 #include <sys/inotify.h>
+#include <sys/types.h>
 
 #include <atomic>
 #include <map>
@@ -63,6 +64,8 @@ class nsInotifyDirectories {
   void WatchTree(Directory* aTop);
   Directory* WatchChild(int aParentFd, Directory* aParent, const std::string& aName);
   int AddWatch(int aFd);
+  void WatchAncestors(int aRootFd);
+  bool IsRootInPlace() const;
   nsUniqueFd Open(const Directory& aDirectory) const;
   bool PathOf(const Directory& aDirectory, std::string* aPath) const;
   void Detach(Directory* aDirectory);
@@ -74,6 +77,9 @@ class nsInotifyDirectories {
   nsUniqueFd mInotify;
   std::unordered_map<int, std::unique_ptr<Directory>> mDirectories;  // by watch
   Directory* mTop = nullptr;
+  std::set<int> mAncestors;  // watches of the directories above the root
+  dev_t mRootDevice = 0;
+  ino_t mRootINode = 0;
   std::set<Directory*> mAdrift;  // moved away to a place that is not known, or not yet
   std::vector<std::string> mNames;
   std::set<int> mTouched;  // watches
