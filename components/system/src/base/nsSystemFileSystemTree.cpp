@@ -456,21 +456,10 @@ nsresult nsSystemFileSystemTree::NotifyDirRemoved(nsSystemFileSystemNode* aRemov
                                                   const nsAString& aPath) {
   NS_ENSURE_TRUE(aRemovedDirNode, NS_ERROR_NULL_POINTER);
   const nsString path = WithSeparator(aPath);
-  for (const auto& [leafName, child] : aRemovedDirNode->Children()) {
-    nsString childPath(path);
-    childPath += leafName;
-    bool isDir;
-    nsresult rv = child->GetIsDir(&isDir);
-    NS_ENSURE_SUCCESS(rv, rv);
-    if (isDir) {
-      childPath = WithSeparator(childPath);
-      rv = NotifyDirRemoved(child.get(), childPath);
-      NS_ENSURE_SUCCESS(rv, rv);
-    }
-    rv = NotifyChanges(childPath, eRemoved);
-    NS_ENSURE_SUCCESS(rv, rv);
-  }
-  return NS_OK;
+  return NotifyBelow(*aRemovedDirNode, [&](std::u16string_view aBelow) {
+    nsString child(path);
+    return NotifyChanges(child += aBelow, eRemoved);
+  });
 }
 
 nsresult nsSystemFileSystemTree::NotifyDirMoved(nsSystemFileSystemNode* aRemovedDirNode,
@@ -479,23 +468,43 @@ nsresult nsSystemFileSystemTree::NotifyDirMoved(nsSystemFileSystemNode* aRemoved
   // The argument bears this name, as the text of the check is known by it.
   NS_ENSURE_TRUE(aRemovedDirNode, NS_ERROR_NULL_POINTER);
   const nsString oldPath = WithSeparator(aOldPath), newPath = WithSeparator(aNewPath);
-  for (const auto& [leafName, child] : aRemovedDirNode->Children()) {
+  return NotifyBelow(*aRemovedDirNode, [&](std::u16string_view aBelow) {
     nsString oldChild(oldPath), newChild(newPath);
-    oldChild += leafName;
-    newChild += leafName;
-    bool isDir;
-    nsresult rv = child->GetIsDir(&isDir);
-    NS_ENSURE_SUCCESS(rv, rv);
-    if (isDir) {
-      oldChild = WithSeparator(oldChild);
-      newChild = WithSeparator(newChild);
-      rv = NotifyDirMoved(child.get(), oldChild, newChild);
+    return NotifyMove(oldChild += aBelow, newChild += aBelow);
+  });
+}
+
+template <class Notify>
+nsresult nsSystemFileSystemTree::NotifyBelow(const nsSystemFileSystemNode& aDirNode,
+                                             Notify aNotify) {
+  // No call within itself for each level: trees can be deeper than the stack.
+  struct Level {
+    nsFileSystemNodeMap::const_iterator mNext, mEnd;
+    size_t mLength;  // of the path up to here
+  };
+  std::u16string path;
+  std::vector<Level> levels;
+  levels.push_back({aDirNode.Children().begin(), aDirNode.Children().end(), 0});
+  while (true) {
+    if (levels.back().mNext == levels.back().mEnd) {
+      levels.pop_back();
+      if (levels.empty()) return NS_OK;
+    } else {
+      const auto& [leafName, child] = *levels.back().mNext++;
+      bool isDir;
+      nsresult rv = child->GetIsDir(&isDir);
       NS_ENSURE_SUCCESS(rv, rv);
+      path += leafName.view();
+      if (isDir) {
+        path += mSeparator;
+        levels.push_back({child->Children().begin(), child->Children().end(), path.size()});
+        continue;
+      }
     }
-    rv = NotifyMove(oldChild, newChild);
+    nsresult rv = aNotify(path);
     NS_ENSURE_SUCCESS(rv, rv);
+    path.resize(levels.back().mLength);
   }
-  return NS_OK;
 }
 
 // ---- Over to the owner's thread

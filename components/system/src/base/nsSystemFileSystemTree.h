@@ -85,6 +85,10 @@ class nsSystemFileSystemTree final : public nsThreadSafeSupportsWeakReference {
   nsresult NotifyDirRemoved(nsSystemFileSystemNode* aRemovedDirNode, const nsAString& aPath);
   nsresult NotifyDirMoved(nsSystemFileSystemNode* aRemovedDirNode, const nsAString& aOldPath,
                           const nsAString& aNewPath);
+  /// Calls with the relative path of each entry below a directory, the deepest first; a directory's
+  /// ends in the separator. Ends at the first failure, and fails with it.
+  template <class Notify>
+  nsresult NotifyBelow(const nsSystemFileSystemNode& aDirNode, Notify aNotify);
   nsresult NotifyChanges(const nsAString& aPath, uint32_t aChangeType);
   nsresult NotifyMove(const nsAString& aOldPath, const nsAString& aNewPath);
   nsresult NotifyTreeReady();

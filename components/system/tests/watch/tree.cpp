@@ -1,4 +1,6 @@
 // The snapshot tree, step by step on simulated files, with either platform's separator.
+#include <pthread.h>
+
 #include <algorithm>
 #include <random>
 
@@ -166,6 +168,36 @@ TEST_P(TreeTest, FirstSnapshotMissesDirectoriesOrReportsFiles) {
   Build();
   EXPECT_EQ(mListener->Take(), Lines{"ready a a/b c"});
   EXPECT_EQ(Look({"", "a", "a/b", "c"}), Lines()) << "the snapshot lacks what is there";
+}
+
+/// On a thread whose stack is small, but not too small for what works level by level.
+void OnSmallStack(std::function<void()> aWork) {
+  pthread_attr_t attributes;
+  ASSERT_EQ(pthread_attr_init(&attributes), 0);
+  ASSERT_EQ(pthread_attr_setstacksize(&attributes, 256 * 1024), 0);
+  pthread_t thread;
+  const auto run = [](void* aFunction) -> void* {
+    (*static_cast<std::function<void()>*>(aFunction))();
+    return nullptr;
+  };
+  ASSERT_EQ(pthread_create(&thread, &attributes, run, &aWork), 0);
+  ASSERT_EQ(pthread_join(thread, nullptr), 0);
+  ASSERT_EQ(pthread_attr_destroy(&attributes), 0);
+}
+
+TEST_P(TreeTest, DeepTreeOverflowsTheStack) {
+  std::string deep = "top";
+  for (int depth = 1; depth < 2000; ++depth) deep += "/d";
+  mFiles->MakeDirectory(P(deep));
+  BuildQuietly();
+  mFiles->Rename(P("top"), P("moved"));
+  OnSmallStack([this] { (void)Look({""}); });
+  NS_RunEvents();
+  EXPECT_EQ(mListener->mPicture, Picture());
+  mFiles->Remove(P("moved"));
+  OnSmallStack([this] { (void)Look({""}); });
+  NS_RunEvents();
+  EXPECT_EQ(mListener->mPicture, std::set<std::string>());
 }
 
 TEST_P(TreeTest, EmptyRootIsTakenForAMissingOne) {
