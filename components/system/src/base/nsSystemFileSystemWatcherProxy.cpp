@@ -149,10 +149,12 @@ nsresult nsSystemFileSystemWatcherProxy::StartWatching() {
 }
 
 nsresult nsSystemFileSystemWatcherProxy::StopWatching() {
-  if (!mIsWatching) return NS_OK;
+  if (!mIsWatching || mIsStopping) return NS_OK;
   const auto service = Service();
   NS_ENSURE_TRUE(service, NS_ERROR_FAILURE);
+  mIsStopping = true;
   (void)service->StopWatching(mRootURL, mListener.get());
+  mIsStopping = false;
   mIsWatching = false;
   return NS_OK;
 }

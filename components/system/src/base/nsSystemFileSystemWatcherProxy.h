@@ -53,4 +53,7 @@ class nsSystemFileSystemWatcherProxy final : public nsThreadSafeSupportsWeakRefe
   nsCOMPtr<nsISystemFileSystemListener> mListener;
   nsCString mRootURL;
   bool mIsWatching = false;
+  // The service calls the listener, and a script may stop from there: a second time would count
+  // against another client.
+  bool mIsStopping = false;
 };
