@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <sys/eventfd.h>
 #include <sys/signalfd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -18,8 +19,11 @@
 #include <thread>
 
 #include "nsCommandLine.h"
+#include "nsFdWatch.h"
 #include "nsHost.h"
 #include "nsILog4.h"
+#include "nsIThread.h"
+#include "nsIThreadManager.h"
 #include "nsScriptHost.h"
 #include "nsServices.h"
 #include "nsShell.h"
@@ -75,11 +79,13 @@ uint32_t Severity(const std::string& aLevel) {
 
 // What is wrong with a file or directory of the command line; empty when nothing is.
 std::string Unusable(const std::string& aPath, bool aIsDirectory) {
+  std::error_code error;
+  const auto status = std::filesystem::status(aPath, error);
+  if (std::filesystem::exists(status) && std::filesystem::is_directory(status) != aIsDirectory)
+    return aPath + (aIsDirectory ? ": Not a directory" : ": Is a directory");
   if (access(aPath.c_str(), aIsDirectory ? R_OK | X_OK : R_OK) != 0)
     return aPath + ": " + std::strerror(errno);
-  std::error_code error;
-  if (std::filesystem::is_directory(aPath, error) == aIsDirectory) return {};
-  return aPath + (aIsDirectory ? ": Not a directory" : ": Is a directory");
+  return {};
 }
 
 // A clear line now beats a warning among others later.
@@ -198,6 +204,17 @@ int RunScript(nsHost& aHost, nsScriptHost& aScript, const nsCommandLine& aLine,
   // The picture listens from before the machine is looked at.
   if (aLine.mTask != Task::ePicture) (void)aHost.StartProfile();
   const SignalWatch signals([&](int) { aScript.Quit(0); });
+  // Nobody reads the changes any more. An application may have other things to do.
+  std::unique_ptr<nsFdWatch> reader;
+  struct stat output;
+  if ((aLine.mTask == Task::eWatch || aLine.mFollow) && fstat(STDOUT_FILENO, &output) == 0 &&
+      S_ISFIFO(output.st_mode)) {
+    nsCOMPtr<nsIThread> mainThread;
+    (void)do_GetService<nsIThreadManager>(NS_THREADMANAGER_CONTRACTID)
+        ->GetMainThread(mainThread.getter_AddRefs());
+    (void)nsFdWatch::Start(
+        STDOUT_FILENO, mainThread.get(), [&] { aScript.Quit(kFailure); }, &reader);
+  }
   nsresult rv;
   if (aLine.mTask == Task::eEvaluate) {
     std::string result;

@@ -130,7 +130,9 @@ bool nsCommandLine::Parse(const std::vector<std::string>& aArguments, nsCommandL
       continue;
     }
     if (text == "watch") {
-      if (++i == aArguments.size() || aArguments[i].empty() || aArguments[i].starts_with("-")) {
+      for (++i; i < aArguments.size() && aArguments[i].starts_with("-"); ++i)
+        if (!option()) return false;
+      if (i >= aArguments.size() || aArguments[i].empty()) {
         *aError = "watch needs a directory";
         return false;
       }

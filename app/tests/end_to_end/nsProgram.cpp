@@ -86,12 +86,16 @@ void nsProgram::Read(int aFd, std::string* aInto) {
   if (size > 0) {
     aInto->append(buffer, static_cast<size_t>(size));
   } else if (aFd == mOut) {
-    close(mOut);
-    mOut = -1;
+    CloseOutput();
   } else {
     close(mErr);
     mErr = -1;
   }
+}
+
+void nsProgram::CloseOutput() {
+  close(mOut);
+  mOut = -1;
 }
 
 // Reads what is there, waiting for it; false when both ends are closed or the time is up.

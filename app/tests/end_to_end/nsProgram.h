@@ -31,6 +31,8 @@ class nsProgram {
   /// What it reads from standard input; nothing, unless this is called before.
   void SetInput(const std::string& aText) { mInput = Write("input", aText); }
   bool WaitFor(const std::string& aText);
+  /// Reads its output no more.
+  void CloseOutput();
   nsOutcome Finish(int aSignal);
 
   /// Writes a file below the directory and gives its path.

@@ -34,6 +34,22 @@ TEST(Watch, EventsAreHeldBackOrMisspelt) {
   EXPECT_TRUE(outcome.mOutput.ends_with("{\"event\":\"stopped\"}\n")) << outcome.mOutput;
 }
 
+TEST(Watch, ProgramOutlivesTheReaderOfItsOutput) {
+  nsProgram program;
+  program.Start({"watch", "--json", program.Directory()});
+  ASSERT_TRUE(program.WaitFor("{\"event\":\"started\"}\n"));
+  program.CloseOutput();
+  EXPECT_EQ(program.Finish(0).mStatus, 1);
+}
+
+TEST(Watch, FileIsTakenForADirectory) {
+  nsProgram program;
+  const std::string path = program.Write("file", "");
+  const nsOutcome outcome = program.Run({"watch", path});
+  EXPECT_EQ(outcome.mStatus, 2);
+  EXPECT_EQ(outcome.mErrors, "vorel: " + path + ": Not a directory\n");
+}
+
 TEST(Watch, MissingDirectoryIsWaitedFor) {
   nsProgram program;
   const std::string path = program.Directory() + "/none";
@@ -58,6 +74,29 @@ TEST(Watch, OptionsThatTheCollectorMovesAreReadFromTheirOldPlace) {
   const nsOutcome outcome = program.Run({script});
   EXPECT_EQ(outcome.mStatus, 0) << outcome.mErrors;
   EXPECT_EQ(outcome.mOutput, "true\n");
+}
+
+TEST(Watch, StopFromWithinTheEndCountsTwice) {
+  nsProgram program;
+  fs::create_directory(fs::path(program.Directory()) / "data");
+  const std::string script = program.Write("app.js", R"(
+    const other = new FileSystemWatcher({ rootPath: "data/", listener: {
+      onWatcherStarted() {
+        const watcher = new FileSystemWatcher({ rootPath: "data/", listener: {
+          onWatcherStopped() { watcher.stopWatching(); console.log("stopped"); } } });
+        setTimeout(() => { watcher.startWatching(); watcher.stopWatching(); console.log(watcher.isWatching); }, 0);
+      },
+      onWatcherStopped() { console.log("the other one, too"); },
+      onFileSystemAdded(path) { console.log(path); quit(0); },
+    } });
+    other.startWatching();
+  )");
+  program.Start({script});
+  ASSERT_TRUE(program.WaitFor("stopped\nfalse\n"));
+  std::ofstream(fs::path(program.Directory()) / "data/file");
+  const nsOutcome outcome = program.Finish(0);
+  EXPECT_EQ(outcome.mStatus, 0) << outcome.mErrors;
+  EXPECT_EQ(outcome.mOutput, "stopped\nfalse\nfile\nthe other one, too\n");
 }
 
 TEST(Watch, WrongUseOfTheConstructorIsAccepted) {
