@@ -138,6 +138,18 @@ TEST_F(ManagerTest, AdaptersOfAnInterfaceAreNotJustThose) {
   EXPECT_TRUE(NS_Elements<nsISupports>(none.get()).empty());
 }
 
+TEST_F(ManagerTest, ArrayThatCannotBeMadeIsAnEmptyOne) {
+  Add(u"a");
+  mHost.Stop();
+  (void)TakeLog("");
+  nsIArray* untouched = reinterpret_cast<nsIArray*>(1);
+  EXPECT_EQ(mManager->GetAdaptersByIId(nsISystemAdapter::kIID, &untouched), NS_ERROR_FAILURE);
+  EXPECT_EQ(TakeLog("error"),
+            Strings{"error system.manager: Failed to create nsArray instance \""});
+  EXPECT_EQ(mManager->GetAdapters(&untouched), NS_ERROR_NOT_INITIALIZED);
+  EXPECT_EQ(untouched, reinterpret_cast<nsIArray*>(1));
+}
+
 TEST_F(ManagerTest, SystemPathFindsTheWrongAdapter) {
   const auto a = Add(u"COM1");
   Add(u"COM10");

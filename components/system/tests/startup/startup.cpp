@@ -3,6 +3,7 @@
 #include "nsIFile.h"
 #include "nsIObserverService.h"
 #include "nsISystemAdapterStorage.h"
+#include "nsTestWindow.h"
 
 namespace {
 
@@ -126,10 +127,37 @@ TEST_F(StartupTest, RefreshOfStorageDoesSomething) {
 
 TEST_F(StartupTest, AnythingPassesForAWindow) {
   Start();
-  EXPECT_EQ(mManager->Observe(nullptr, "xul-window-registered", nullptr), NS_ERROR_UNEXPECTED);
-  EXPECT_EQ(TakeLog("warning"), Strings{"warning debug: 'NS_ENSURE_TRUE(xulWindow) failed'"});
+  const auto bare = MakeRefCounted<nsTestBareWindow>();
+  const auto empty = MakeRefCounted<nsTestWindow>(nullptr);
+  const std::pair<nsIXULWindow*, std::string> cases[] = {
+      {nullptr, "xulWindow"}, {bare.get(), "baseWindow"}, {empty.get(), "mainWidget"}};
+  for (const auto& [window, missing] : cases) {
+    EXPECT_EQ(mManager->Observe(window, "xul-window-registered", nullptr), NS_ERROR_UNEXPECTED);
+    EXPECT_EQ(TakeLog("warning"),
+              Strings{"warning debug: 'NS_ENSURE_TRUE(" + missing + ") failed'"});
+  }
   EXPECT_EQ(mManager->Observe(nullptr, "something else", nullptr), NS_OK);
   EXPECT_EQ(mManager->Observe(nullptr, nullptr, nullptr), NS_OK);
+}
+
+// Only the outermost widget has a handle: whoever stops below it has found no window.
+TEST_F(StartupTest, SecondWindowIsLookedAt) {
+  Start();
+  ASSERT_EQ(mManager->Observe(nullptr, "app-startup", nullptr), NS_OK);
+  int handle;
+  const auto top = MakeRefCounted<nsTestWidget>(&handle);
+  const auto middle = MakeRefCounted<nsTestWidget>(nullptr, top.get());
+  const auto window =
+      MakeRefCounted<nsTestWindow>(MakeRefCounted<nsTestWidget>(nullptr, middle.get()).get());
+  const auto os = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID);
+  nsIXULWindow* const subject = window.get();
+  ASSERT_EQ(os->NotifyObservers(subject, "xul-window-registered", nullptr), NS_OK);
+  EXPECT_EQ(window->mAsked, 1);
+  ASSERT_EQ(os->NotifyObservers(subject, "xul-window-registered", nullptr), NS_OK);
+  EXPECT_EQ(mManager->Observe(subject, "xul-window-registered", nullptr), NS_OK);
+  EXPECT_EQ(window->mAsked, 1);
+  EXPECT_EQ(os->RemoveObserver(mManager.get(), "xul-window-registered"), NS_ERROR_FAILURE)
+      << "it still listens";
 }
 
 }  // namespace
