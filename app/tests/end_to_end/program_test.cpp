@@ -89,6 +89,18 @@ TEST(Program, WrongArgumentsEndWithAnythingButOneLineAndStatus2) {
   }
 }
 
+// Whatever it finds can be found again with the seed.
+TEST(Program, HostileScriptCrashesIt) {
+  for (const char* seed : {"1", "2", "3"}) {
+    nsProgram program;
+    const nsOutcome outcome =
+        program.Run({"--machine", SourceFile("app/machines/kiosk.json"), "--log", "off",
+                     SourceFile("app/tests/end_to_end/hostile.js"), seed, "3"});
+    EXPECT_EQ(outcome.mStatus, 0) << seed << outcome.mErrors;
+    EXPECT_TRUE(outcome.mOutput.starts_with("alive after ")) << seed << outcome.mOutput;
+  }
+}
+
 TEST(Program, LostOutputEndsWithSuccessOrInAFileOfTheProfile) {
   nsProgram program;
   const std::string vorel = VOREL_BINARY_DIR "/bin/vorel --profile " + program.Directory() + " ";

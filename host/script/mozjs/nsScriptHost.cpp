@@ -27,6 +27,8 @@ std::unique_ptr<nsScriptHost> nsScriptHost::Create(const nsScriptOptions& aOptio
   JSContext* const cx = runtime->Context();
   nsScriptRuntime::Entry entry(runtime);
   JS_SetGCParameter(cx, JSGC_MAX_BYTES, aOptions.mHeapLimit);
+  // Memory is out only when a collection does not help; the engine would try that once a minute.
+  JS_SetGCParameter(cx, JSGC_MIN_LAST_DITCH_GC_PERIOD, 0);
   JS::RootedObject global(cx, runtime->Global());
   JS::RootedValueVector arguments(cx);
   runtime->mEndsWithOutput = aOptions.mEndsWithOutput;

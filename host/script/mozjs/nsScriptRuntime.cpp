@@ -258,9 +258,6 @@ void nsScriptRuntime::ReportValue(JS::HandleValue aException, const char* aPrefi
     if (frames && JS::BuildStackString(mCx, nullptr, frames, &lines, 4))
       stack = NS_Text(mCx, lines);
   }
-  // The engine does not collect again soon after it has run into the limit; the next script must be
-  // able to go on.
-  if (aException.isString()) JS_GC(mCx);
   if (text.empty()) text = NS_ToText(mCx, aException);
   JS_ClearPendingException(mCx);
   // One frame is what the place says already; of a deep recursion the first ones are enough.

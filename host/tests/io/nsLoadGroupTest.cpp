@@ -5,6 +5,8 @@
 #include <string>
 
 #include "nsHost.h"
+#include "nsIBinaryInputStream.h"
+#include "nsIBinaryOutputStream.h"
 #include "nsILoadGroup.h"
 #include "nsIRequestObserver.h"
 #include "nsISimpleEnumerator.h"
@@ -129,6 +131,15 @@ TEST_F(LoadGroup, ARequestEscapesTheCancelling) {
   EXPECT_EQ(NS_OK, status);
   Add();
   EXPECT_EQ(1u, Active());
+}
+
+TEST_F(LoadGroup, CirclesOfGroupsOrStreamsAreWalkedForEver) {
+  EXPECT_EQ(NS_ERROR_INVALID_ARG, mGroup->AddRequest(mGroup.get(), nullptr));
+  EXPECT_EQ(NS_ERROR_INVALID_ARG, mGroup->SetDefaultLoadRequest(mGroup.get()));
+  const auto in = do_CreateInstance<nsIBinaryInputStream>("@mozilla.org/binaryinputstream;1");
+  const auto out = do_CreateInstance<nsIBinaryOutputStream>("@mozilla.org/binaryoutputstream;1");
+  EXPECT_EQ(NS_ERROR_INVALID_ARG, in->SetInputStream(in.get()));
+  EXPECT_EQ(NS_ERROR_INVALID_ARG, out->SetOutputStream(out.get()));
 }
 
 TEST_F(LoadGroup, TheDefaultRequestIsNotAsked) {

@@ -137,11 +137,22 @@ TEST_F(ScriptWrapper, MemoryLimitEndsTheProcess) {
   Stop();
   Start();
   nsScriptOptions options;
-  options.mHeapLimit = 24u << 20;
+  options.mHeapLimit = 8u << 20;
   StartScripts(options);
   EXPECT_NE("",
             Run("(() => { const all = []; for (;;) all.push('x'.repeat(100) + all.length) })()"));
   EXPECT_EQ("2", Run("1 + 1"));
+  // Members when there is no room left for what they answer. Whether a call still gets through is
+  // the engine's affair.
+  EXPECT_EQ("2", Run(R"JS((() => {
+      const members = [];
+      for (let level = thing; level !== Object.prototype; level = Object.getPrototypeOf(level))
+        for (const property of Object.values(Object.getOwnPropertyDescriptors(level)))
+          members.push(property.get ?? property.value);
+      const all = [];
+      try { for (;;) all.push('x'.repeat(100) + all.length); } catch (error) {}
+      for (const member of members) try { member.call(thing, 'x'); } catch (error) {}
+    })(); 1 + 1)JS"));
   // Deeper and deeper, through compiled code.
   const std::string deep =
       Run("(() => { const t = new TestThing(); t.addListener({ onThing() { t.notify('x') } });"

@@ -44,6 +44,7 @@ const nsClassInfoRecord nsBinaryInputStream::kClassInfo = {
 
 nsresult nsBinaryInputStream::SetInputStream(nsIInputStream* aInputStream) {
   if (!aInputStream) return NS_ERROR_NULL_POINTER;
+  if (do_QueryInterface<nsIBinaryInputStream>(aInputStream)) return NS_ERROR_INVALID_ARG;
   mStream = aInputStream;
   return NS_OK;
 }
@@ -183,6 +184,7 @@ const nsClassInfoRecord nsBinaryOutputStream::kClassInfo = {
 
 nsresult nsBinaryOutputStream::SetOutputStream(nsIOutputStream* aOutputStream) {
   if (!aOutputStream) return NS_ERROR_NULL_POINTER;
+  if (do_QueryInterface<nsIBinaryOutputStream>(aOutputStream)) return NS_ERROR_INVALID_ARG;
   mStream = aOutputStream;
   return NS_OK;
 }

@@ -13,6 +13,7 @@
 #include "nsIBinaryOutputStream.h"
 #include "nsImplements.h"
 
+/// Reads from another stream, which is no binary one: a circle of them would have no end.
 class nsBinaryInputStream final : public nsImplements<nsBinaryInputStream, nsIBinaryInputStream> {
  public:
   static const nsClassInfoRecord kClassInfo;
@@ -47,6 +48,7 @@ class nsBinaryInputStream final : public nsImplements<nsBinaryInputStream, nsIBi
   nsCOMPtr<nsIInputStream> mStream;
 };
 
+/// Writes to another stream, which is no binary one.
 class nsBinaryOutputStream final
     : public nsImplements<nsBinaryOutputStream, nsIBinaryOutputStream> {
  public:

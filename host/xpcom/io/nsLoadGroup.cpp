@@ -66,7 +66,7 @@ nsresult nsLoadGroup::Resume() {
 
 nsresult nsLoadGroup::GetLoadGroup(nsILoadGroup** aLoadGroup) {
   if (!aLoadGroup) return NS_ERROR_NULL_POINTER;
-  *aLoadGroup = nullptr;  // groups do not stand in groups
+  *aLoadGroup = nullptr;
   return NS_OK;
 }
 
@@ -103,6 +103,7 @@ nsresult nsLoadGroup::GetDefaultLoadRequest(nsIRequest** aDefaultLoadRequest) {
 }
 
 nsresult nsLoadGroup::SetDefaultLoadRequest(nsIRequest* aDefaultLoadRequest) {
+  if (do_QueryInterface<nsILoadGroup>(aDefaultLoadRequest)) return NS_ERROR_INVALID_ARG;
   mDefaultRequest = aDefaultLoadRequest;
   if (!mDefaultRequest) return NS_OK;
   const nsresult rv = mDefaultRequest->GetLoadFlags(&mLoadFlags);
@@ -112,6 +113,7 @@ nsresult nsLoadGroup::SetDefaultLoadRequest(nsIRequest* aDefaultLoadRequest) {
 
 nsresult nsLoadGroup::AddRequest(nsIRequest* aRequest, nsISupports* aContext) {
   if (!aRequest) return NS_ERROR_NULL_POINTER;
+  if (do_QueryInterface<nsILoadGroup>(aRequest)) return NS_ERROR_INVALID_ARG;
   if (NS_FAILED(mStatus)) return mStatus;
   if (Find(aRequest) != mRequests.end()) return NS_OK;
   uint32_t flags = LOAD_NORMAL;

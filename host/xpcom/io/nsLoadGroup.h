@@ -12,7 +12,8 @@
 ///
 /// Requests without LOAD_BACKGROUND count as active. The observer hears OnStartRequest with the
 /// first active one and OnStopRequest with the last. A request does not leave the group by itself:
-/// whoever added it removes it when it ends.
+/// whoever added it removes it when it ends. Groups do not stand in groups, where a circle of them
+/// would have no end: NS_ERROR_INVALID_ARG.
 class nsLoadGroup final : public nsImplements<nsLoadGroup, nsILoadGroup> {
  public:
   static const nsClassInfoRecord kClassInfo;
