@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdio>
 #include <optional>
+#include <set>
 
 #include "nsString.h"
 
@@ -188,9 +189,15 @@ void nsSimulatedClock::Apply(const Settings& aSettings) {
 
 void nsSimulatedClock::ReadFacts(const nsMachineValue& aValue) {
   aValue.AsObject([this](nsMachineObject& aObject) {
+    std::set<std::string> names;
     if (const auto* zones = aObject.Optional("zones"))
-      for (const nsMachineValue& zone : zones->AsArray())
-        zone.AsObject([this](nsMachineObject& aZone) { AddZone(ReadZone(aZone)); });
+      for (const nsMachineValue& element : zones->AsArray())
+        element.AsObject([&](nsMachineObject& aZone) {
+          nsSimulatedZone zone = ReadZone(aZone);
+          if (!names.insert(zone.mOlsonName).second)
+            aZone.Fail("the zone \"" + zone.mOlsonName + "\" stands here a second time");
+          AddZone(std::move(zone));
+        });
     Apply(ReadSettings(aObject));
   });
 }

@@ -1,6 +1,7 @@
 #include "nsSimulatedHost.h"
 
 #include <algorithm>
+#include <set>
 
 namespace {
 constexpr int32_t kNoSuchCommand = 127;
@@ -51,15 +52,17 @@ std::function<void()> nsSimulatedHost::ReadChange(const nsMachineValue& aValue) 
     text("name", &nsSimulatedHost::SetHostName);
     text("platform", &nsSimulatedHost::SetPlatformName);
     text("deviceId", &nsSimulatedHost::SetDeviceId);
+    std::set<std::string> lines;
     if (const auto* commands = aObject.Optional("commands"))
       for (const nsMachineValue& command : commands->AsArray())
         command.AsObject([&](nsMachineObject& aCommand) {
+          const std::string& line = aCommand.Required("line").AsString();
+          if (!lines.insert(line).second)
+            aCommand.Fail("the command \"" + line + "\" stands here a second time");
           std::optional<int32_t> status;
           if (const auto* value = aCommand.Optional("status"))
             status = value->AsInteger<int32_t>(0, 255);
-          steps.push_back([this, line = aCommand.Required("line").AsString(), status] {
-            SetCommand(line, status);
-          });
+          steps.push_back([this, line, status] { SetCommand(line, status); });
         });
   });
   return [steps] {

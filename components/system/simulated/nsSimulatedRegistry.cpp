@@ -53,9 +53,16 @@ nsRegistryData ReadKeys(const nsMachineValue& aValue) {
   nsRegistryData data;
   for (const nsMachineValue& element : aValue.AsArray())
     element.AsObject([&](nsMachineObject& aObject) {
-      auto& key = data.Make(aObject.Required("key").AsString());
-      for (const nsMachineValue& value : aObject.Required("values").AsArray())
-        key.Set(ReadValue(value));
+      const nsMachineValue& path = aObject.Required("key");
+      if (data.Find(path.AsString()))
+        path.Fail("the key \"" + path.AsString() + "\" stands here a second time");
+      auto& key = data.Make(path.AsString());
+      for (const nsMachineValue& each : aObject.Required("values").AsArray()) {
+        nsRegistryValue value = ReadValue(each);
+        if (key.Find(value.mName))
+          each.Fail("the value \"" + value.mName + "\" stands here a second time");
+        key.Set(std::move(value));
+      }
     });
   return data;
 }
@@ -89,8 +96,11 @@ void nsSimulatedRegistry::ReadFacts(const nsMachineValue& aValue) { ReadChange(a
 
 std::function<void()> nsSimulatedRegistry::ReadChange(const nsMachineValue& aValue) {
   return [this, data = ReadKeys(aValue)] {
-    for (const nsRegistryData::Key& key : data.mKeys)
-      for (const nsRegistryValue& value : key.mValues) Put(key.mPath, value);
+    const std::lock_guard lock(mLock);
+    for (const nsRegistryData::Key& key : data.mKeys) {
+      nsRegistryData::Key& known = mData.Make(key.mPath);
+      for (const nsRegistryValue& value : key.mValues) known.Set(value);
+    }
   };
 }
 

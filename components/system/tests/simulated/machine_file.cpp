@@ -156,6 +156,16 @@ TEST(MachineFile, MessageNamesTheWrongLineOrReason) {
       {"{\"volumes\": [{\"letter\": \"E\", \"kind\": \"fixed\", \"bus\": \"usb\"},\n"
        "{\"letter\": \"E\", \"kind\": \"fixed\", \"bus\": \"usb\"}]}",
        "m.json:2: the letter E is taken"},
+      {"{\"clock\": {\"zones\": [{\"name\": \"UTC\", \"bias\": 0},\n"
+       "{\"name\": \"UTC\", \"bias\": 1}]}}",
+       "m.json:2: the zone \"UTC\" stands here a second time"},
+      {"{\"host\": {\"commands\": [{\"line\": \"a\"},\n{\"line\": \"a\"}]}}",
+       "m.json:2: the command \"a\" stands here a second time"},
+      {"{\"registry\": [{\"key\": \"A\", \"values\": []},\n{\"key\": \"a\", \"values\": []}]}",
+       "m.json:2: the key \"a\" stands here a second time"},
+      {"{\"registry\": [{\"key\": \"A\", \"values\": [{\"name\": \"v\", \"number\": 1},\n"
+       "{\"name\": \"V\", \"number\": 1}]}]}",
+       "m.json:2: the value \"V\" stands here a second time"},
       {"{\"changes\": [\n{\"after\": 1}]}", "m.json:2: this change changes nothing"},
       {"{\"changes\": [\n{\"after\":\n-1, \"volumes\": {}}]}",
        "m.json:3: must be a number from 0 to 1e+06"},
