@@ -89,17 +89,27 @@ std::vector<nsMount> NS_ReachableMounts(const std::vector<nsMount>& aMounts) {
     return false;
   };
 
-  std::vector<nsMount> reachable;
-  for (const nsMount& mount : aMounts) {
-    bool hidden = covered(mount);
-    const nsMount* at = &mount;
-    for (size_t depth = 0; !hidden && depth < aMounts.size(); ++depth) {
-      hidden = buried(*at);
+  // Whether a mount is buried, or one that it stands on. Each is looked at once: whoever mounts a
+  // thousand file systems one inside of the other must not hold everybody up.
+  std::unordered_map<unsigned, bool> known;
+  const auto standsOnBuried = [&](const nsMount& aMount) {
+    std::vector<unsigned> way;
+    bool result = false;
+    for (const nsMount* at = &aMount; !result;) {
+      const auto [found, isNew] = known.emplace(at->mId, false);  // also ends a loop of parents
+      result = isNew ? buried(*at) : found->second;
+      if (!isNew) break;
+      way.push_back(at->mId);
       const auto parent = byId.find(at->mParent);
-      if (parent == byId.end() || parent->second == at) break;
+      if (parent == byId.end()) break;
       at = parent->second;
     }
-    if (!hidden) reachable.push_back(mount);
-  }
+    for (const unsigned id : way) known[id] = result;
+    return result;
+  };
+
+  std::vector<nsMount> reachable;
+  for (const nsMount& mount : aMounts)
+    if (!covered(mount) && !standsOnBuried(mount)) reachable.push_back(mount);
   return reachable;
 }
