@@ -1,6 +1,5 @@
 // Discovery of volumes.
 #include <new>
-#include <span>
 
 #include "nsDebug.h"
 #include "nsIArray.h"

@@ -1,13 +1,10 @@
 // Lists of strong references, and the snapshot enumerator over one.
 #pragma once
 
-#include <algorithm>
-#include <span>
 #include <vector>
 
 #include "nsCOMPtr.h"
 
-class nsIMutableArray;
 class nsISimpleEnumerator;
 
 template <class T>
