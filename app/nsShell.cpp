@@ -2,6 +2,7 @@
 
 #include <histedit.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -77,9 +78,32 @@ class nsShell::Terminal {
   bool IsReady() const { return mEdit && mHistory; }
 
   /// Begins an empty line.
-  void Prompt() { (void)el_set(mEdit, EL_UNBUFFERED, 1); }
+  void Prompt() {
+    (void)el_set(mEdit, EL_UNBUFFERED, 1);
+    mIsEditing = true;
+  }
   /// Ends the line; the terminal is as scripts and other programs expect it.
-  void Leave() { (void)el_set(mEdit, EL_UNBUFFERED, 0); }
+  void Leave() {
+    (void)el_set(mEdit, EL_UNBUFFERED, 0);
+    mIsEditing = false;
+  }
+
+  /// Makes room for what a timer or a listener prints, and shows the line again behind it.
+  void AroundOutput(bool aBegins) {
+    if (!mIsEditing) return;
+    if (!aBegins) {
+      (void)el_set(mEdit, EL_REFRESH);
+      return;
+    }
+    // The cursor may stand in a lower row of a long line.
+    winsize size{};
+    const LineInfo* const line = el_line(mEdit);
+    const auto column =
+        strlen(PromptText(mEdit)) + static_cast<size_t>(line->cursor - line->buffer);
+    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 && column >= size.ws_col)
+      std::cout << "\033[" << column / size.ws_col << 'A';
+    std::cout << "\r\033[J" << std::flush;
+  }
 
   enum class Input { eMore, eLine, eEnd };
   /// Takes one key.
@@ -155,6 +179,7 @@ class nsShell::Terminal {
   std::string mHistoryFile;
   EditLine* mEdit = nullptr;
   History* mHistory = nullptr;
+  bool mIsEditing = false;
 };
 
 nsShell::nsShell(nsScriptHost& aScript, std::string aHistoryFile) : mScript(aScript) {
@@ -177,13 +202,17 @@ int nsShell::Run() {
     std::cerr << "vorel: the input can't be read: " << NS_ResultName(rv) << '\n';
     return 1;
   }
-  if (mTerminal) mTerminal->Prompt();
+  if (mTerminal) {
+    mScript.SetAroundOutput([this](bool aBegins) { mTerminal->AroundOutput(aBegins); });
+    mTerminal->Prompt();
+  }
   while (!mEnded && !mScript.HasQuit()) {
     bool ran = false;
     if (NS_FAILED(main->ProcessNextEvent(true, &ran))) break;
   }
   watch.reset();
   if (mTerminal) {
+    mScript.SetAroundOutput({});
     mTerminal->Leave();
     if (!mScript.HasQuit()) mScript.Quit(0);
   }

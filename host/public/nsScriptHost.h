@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <span>
 #include <string>
@@ -73,10 +74,15 @@ class __attribute__((visibility("default"))) nsScriptHost {
   void Quit(int aStatus);
 
   /// Members that may follow a text like "systemManager.ad": whole names, sorted, without
-  /// duplicates. *aStart is where in the text the name begins. No getter of an accessor is called.
+  /// duplicates. *aStart is where in the text the name begins. Attributes before the last point are
+  /// read for that, and no function is called.
   std::vector<std::string> Complete(std::string_view aText, size_t* aStart);
   /// True when a text is a beginning that lacks its end, so that a shell should read another line.
   bool IsIncomplete(std::string_view aText);
+
+  /// Calls a function around everything that scripts print, and around reports of their errors:
+  /// with true before, with false after it. Empty: no more.
+  void SetAroundOutput(std::function<void(bool)> aFunction);
 
   /// To be called when the system's time zone has changed: Date sees the new one from then on.
   static void TimeZoneChanged();

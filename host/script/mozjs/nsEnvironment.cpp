@@ -8,6 +8,7 @@
 #include <js/SourceText.h>
 #include <jsfriendapi.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
@@ -24,6 +25,8 @@
 #include "nsIJSNativeInitializer.h"
 #include "nsILoadGroup.h"
 #include "nsILocalFile.h"
+#include "nsISimpleEnumerator.h"
+#include "nsISupportsCString.h"
 #include "nsITimerCallback.h"
 #include "nsImplements.h"
 #include "nsScriptErrors.h"
@@ -192,6 +195,7 @@ bool Print(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
   JS::CallArgs args = JS::CallArgsFromVp(aArgc, aVp);
   std::string text = NS_ToText(cx, args.get(1)) + "\n";
   FILE* const out = JS::ToBoolean(args.get(0)) ? stderr : stdout;
+  const nsScriptRuntime::Output output(Runtime());
   fwrite(text.data(), 1, text.size(), out);
   // Lines of an application are read by others as they come.
   if (fflush(out) != 0 && out == stdout && Runtime()->mEndsWithOutput) Runtime()->Quit(0);
@@ -301,6 +305,20 @@ bool MakeError(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
   return JS_GetPendingException(cx, args.rval()) && (JS_ClearPendingException(cx), true);
 }
 
+/// Names of top-level let, const and class, which are no properties of the global object.
+bool LexicalNames(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
+  JS::RootedObject scope(cx, JS_GlobalLexicalEnvironment(Runtime()->Global()));
+  JS::RootedIdVector ids(cx);
+  JS::RootedValueVector names(cx);
+  if (!js::GetPropertyKeys(cx, scope, JSITER_OWNONLY | JSITER_HIDDEN, &ids)) return false;
+  for (const JS::PropertyKey& id : ids)
+    if (id.isString() && !names.append(JS::StringValue(id.toString()))) return false;
+  JSObject* const array = JS::NewArrayObject(cx, names);
+  if (!array) return false;
+  JS::CallArgsFromVp(aArgc, aVp).rval().setObject(*array);
+  return true;
+}
+
 /// The class name of a wrapper; undefined for any other value.
 bool WrapperName(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
   JS::CallArgs args = JS::CallArgsFromVp(aArgc, aVp);
@@ -324,6 +342,7 @@ const JSFunctionSpec kNatives[] = {
     JS_FN("collectGarbage", CollectGarbage, 0, 0),
     JS_FN("reportError", ReportError, 1, 0),
     JS_FN("makeError", MakeError, 2, 0),
+    JS_FN("lexicalNames", LexicalNames, 0, 0),
     JS_FN("wrapperName", WrapperName, 1, 0),
     JS_FS_END,
 };
@@ -338,6 +357,13 @@ const JSFunctionSpec kGlobals[] = {
 };
 
 // ---- Names from the categories
+
+constexpr char kPropertyCategory[] = "JavaScript-global-property";
+constexpr char kClassCategory[] = "JavaScript-DOM-class";
+constexpr char kInterfaceCategory[] = "JavaScript-DOM-interface";
+constexpr char kConstructorCategory[] = "JavaScript-global-constructor";
+constexpr const char* kNameCategories[] = {kPropertyCategory, kClassCategory, kInterfaceCategory,
+                                           kConstructorCategory};
 
 std::string CategoryEntry(const char* aCategory, const std::string& aEntry) {
   const auto categories = do_GetService<nsICategoryManager>(NS_CATEGORYMANAGER_CONTRACTID);
@@ -395,9 +421,9 @@ bool Construct(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
 bool ResolveClass(JSContext* cx, const std::string& aName, bool* aFound,
                   JS::MutableHandleValue aResult) {
   nsScriptRuntime* const runtime = Runtime();
-  const std::string extension = CategoryEntry("JavaScript-DOM-class", aName);
-  const std::string interface = CategoryEntry("JavaScript-DOM-interface", aName);
-  const std::string contract = CategoryEntry("JavaScript-global-constructor", aName);
+  const std::string extension = CategoryEntry(kClassCategory, aName);
+  const std::string interface = CategoryEntry(kInterfaceCategory, aName);
+  const std::string contract = CategoryEntry(kConstructorCategory, aName);
   if (extension.empty() && interface.empty() && contract.empty()) return true;
   nsNamedInterface* const name = runtime->NewName();
   name->mName = aName;
@@ -438,7 +464,7 @@ bool NS_ResolveGlobalName(JSContext* cx, JS::HandleObject aGlobal, JS::HandleId 
   if (!aId.isString() || !Runtime() || !Runtime()->Context()) return true;
   const std::string name = NS_Text(cx, aId.toString());
   JS::RootedValue value(cx);
-  const std::string service = CategoryEntry("JavaScript-global-property", name);
+  const std::string service = CategoryEntry(kPropertyCategory, name);
   if (!service.empty()) {
     nsCOMPtr<nsISupports> object;
     const nsresult rv =
@@ -452,6 +478,33 @@ bool NS_ResolveGlobalName(JSContext* cx, JS::HandleObject aGlobal, JS::HandleId 
     return false;
   }
   return !*aResolved || JS_DefinePropertyById(cx, aGlobal, aId, value, 0);
+}
+
+bool NS_ListGlobalNames(JSContext* cx, JS::HandleObject aGlobal, JS::MutableHandleIdVector aNames) {
+  const auto categories = do_GetService<nsICategoryManager>(NS_CATEGORYMANAGER_CONTRACTID);
+  for (const char* category : kNameCategories) {
+    nsCOMPtr<nsISimpleEnumerator> entries;
+    if (!categories || NS_FAILED(categories->EnumerateCategory(category, entries.getter_AddRefs())))
+      continue;
+    bool more = false;
+    while (NS_SUCCEEDED(entries->HasMoreElements(&more)) && more) {
+      nsCOMPtr<nsISupports> entry;
+      nsCString name;
+      if (NS_FAILED(entries->GetNext(entry.getter_AddRefs()))) break;
+      const auto text = do_QueryInterface<nsISupportsCString>(entry);
+      if (!text || NS_FAILED(text->GetData(name))) continue;
+      JS::RootedString string(cx, NS_NewScriptString(cx, name.view()));
+      JS::RootedId id(cx);
+      bool known = false;
+      if (!string || !JS_StringToId(cx, string, &id) ||
+          !JS_AlreadyHasOwnPropertyById(cx, aGlobal, id, &known))
+        return false;
+      known = known || std::any_of(aNames.begin(), aNames.end(),
+                                   [&](const JS::PropertyKey& aKey) { return aKey == id; });
+      if (!known && !aNames.append(id)) return false;
+    }
+  }
+  return true;
 }
 
 nsCOMPtr<nsIHostDocument> NS_NewScriptDocument(const std::string& aFile) {

@@ -133,6 +133,11 @@ bool nsScriptHost::IsIncomplete(std::string_view aText) {
   return !JS_Utf8BufferIsCompilableUnit(cx, global, aText.data(), aText.size());
 }
 
+void nsScriptHost::SetAroundOutput(std::function<void(bool)> aFunction) {
+  if (nsScriptRuntime* const runtime = nsScriptRuntime::Current())
+    runtime->mAroundOutput = std::move(aFunction);
+}
+
 void nsScriptHost::TimeZoneChanged() {
   // Without an engine there is nothing to forget.
   if (nsScriptRuntime::Current()) JS_ClearDateCaches(nullptr);

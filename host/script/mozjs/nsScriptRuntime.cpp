@@ -35,9 +35,16 @@ bool ResolveGlobal(JSContext* cx, JS::HandleObject aGlobal, JS::HandleId aId, bo
   return *aResolved || NS_ResolveGlobalName(cx, aGlobal, aId, aResolved);
 }
 
+bool EnumerateGlobal(JSContext* cx, JS::HandleObject aGlobal, JS::MutableHandleIdVector aNames,
+                     bool aEnumerableOnly) {
+  // Names of the categories are no more enumerable than those of the language.
+  return JS_NewEnumerateStandardClasses(cx, aGlobal, aNames, aEnumerableOnly) &&
+         (aEnumerableOnly || NS_ListGlobalNames(cx, aGlobal, aNames));
+}
+
 constexpr JSClassOps kGlobalOps = {
-    nullptr, nullptr, nullptr, JS_NewEnumerateStandardClasses, ResolveGlobal, nullptr,
-    nullptr, nullptr, nullptr, JS_GlobalObjectTraceHook};
+    nullptr, nullptr, nullptr, EnumerateGlobal, ResolveGlobal,
+    nullptr, nullptr, nullptr, nullptr,         JS_GlobalObjectTraceHook};
 constexpr JSClass kGlobalClass = {"Window", JSCLASS_GLOBAL_FLAGS, &kGlobalOps, nullptr, nullptr,
                                   nullptr};
 
@@ -242,6 +249,7 @@ void nsScriptRuntime::ReportException() {
 }
 
 void nsScriptRuntime::ReportValue(JS::HandleValue aException, const char* aPrefix) {
+  const Output output(this);
   std::string place, text, stack;
   JS::RootedObject error(mCx, aException.isObject() ? &aException.toObject() : nullptr);
   if (error) {

@@ -7,6 +7,7 @@
 #include <jsapi.h>
 
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -137,6 +138,21 @@ class nsScriptRuntime {
   int RunUntilDone();
   int mStatus = 0;
   bool mEndsWithOutput = false;
+  std::function<void(bool)> mAroundOutput;  ///< called with true before text is written, then false
+  class Output {
+   public:
+    explicit Output(nsScriptRuntime* aRuntime) : mAround(aRuntime->mAroundOutput) {
+      if (mAround) mAround(true);
+    }
+    ~Output() {
+      if (mAround) mAround(false);
+    }
+    Output(const Output&) = delete;
+    Output& operator=(const Output&) = delete;
+
+   private:
+    const std::function<void(bool)> mAround;
+  };
 
   // ---- Timers (nsEnvironment.cpp)
   struct Timer {
@@ -199,6 +215,8 @@ bool NS_DefineEnvironment(nsScriptRuntime* aRuntime);
 /// Looks a name up in the categories of global names.
 bool NS_ResolveGlobalName(JSContext* cx, JS::HandleObject aGlobal, JS::HandleId aId,
                           bool* aResolved);
+/// Those of the categories that have not been looked up yet.
+bool NS_ListGlobalNames(JSContext* cx, JS::HandleObject aGlobal, JS::MutableHandleIdVector aNames);
 /// Hooks for `import`, static and dynamic.
 void NS_InitModules(JSContext* cx);
 /// Runs a file as what its name says it is. False with a pending exception, or stopped.

@@ -186,10 +186,10 @@
   // ---- Completion
 
   // [start, names] for a text whose end is a name to be completed. Attributes on the way are read, as whoever
-  // evaluates the text would; functions are not called.
+  // evaluates the text would; what the name could be is not.
   function complete(text) {
     const match = /(?:[A-Za-z_$][A-Za-z0-9_$]*(?:\.|\[[0-9]+\]\.))*[A-Za-z0-9_$]*$/.exec(text);
-    const path = match[0].split(/\.|(?=\[)/).filter((part) => part !== "" || true);
+    const path = match[0].split(/\.|(?=\[)/);
     const prefix = path.pop();
     let object = global;
     for (const part of path) {
@@ -202,8 +202,9 @@
       }
       if (object === null || object === undefined) return [text.length, []];
     }
-    const names = memberNames(Object(object)).filter((name) => name.startsWith(prefix) && identifier.test(name));
-    return [text.length - prefix.length, names.sort()];
+    const names = [...memberNames(Object(object)), ...(path.length === 0 ? host.lexicalNames() : [])];
+    const fitting = names.filter((name) => name.startsWith(prefix) && identifier.test(name));
+    return [text.length - prefix.length, [...new Set(fitting)].sort()];
   }
 
   return { inspect, complete };

@@ -112,6 +112,12 @@ TEST_F(ScriptEnvironment, CompletionCallsOrMissesMembers) {
   EXPECT_EQ(std::vector<std::string>({"setInterval", "setTimeout"}),
             mScripts->Complete("set", &start));
   EXPECT_TRUE(mScripts->Complete("nowhere.x", &start).empty());
+  // Names that are looked up when they are used, and those that are no properties.
+  EXPECT_EQ(std::vector<std::string>({"TestExtra", "TestThing"}),
+            mScripts->Complete("new Test", &start));
+  (void)Run("let later = 1; class Later {}");
+  EXPECT_EQ(std::vector<std::string>({"later"}), mScripts->Complete("late", &start));
+  EXPECT_EQ(std::vector<std::string>({"Later"}), mScripts->Complete("Late", &start));
   EXPECT_TRUE(mScripts->IsIncomplete("function f() {"));
   EXPECT_FALSE(mScripts->IsIncomplete("1 +* 2"));
 }
