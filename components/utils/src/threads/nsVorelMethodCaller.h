@@ -138,12 +138,14 @@ using nsVorelRunnableMethodCaller2 = nsVorelRunnableMethodCaller<Mode, Target, M
 
 }  // namespace vorel::threads
 
-/// Makes a caller whose arguments are stored as the types named; those that are not named are the
-/// method's own.
+/// Makes a caller whose arguments are stored as the types named: all of them, or none, and then as
+/// the types of the method's own arguments.
 template <int Mode, class... Stored, class Target, class Result, class Class, class... P>
 nsCOMPtr<nsIRunnable> NS_NewRunnableMethodCaller(Target* aTarget, Result (Class::*aMethod)(P...),
                                                  std::type_identity_t<P>... aArguments) {
   using namespace vorel::threads;
+  static_assert(sizeof...(Stored) == 0 || sizeof...(Stored) == sizeof...(P),
+                "one that is forgotten could be kept as a reference that dies");
   if constexpr (sizeof...(Stored) == sizeof...(P))
     return nsCOMPtr<nsIRunnable>(
         MakeRefCounted<nsVorelRunnableMethodCaller<Mode, Target, decltype(aMethod), Stored...>>(
