@@ -542,7 +542,7 @@ interface nsISafeOutputStream extends nsISupports {
 }
 
 interface nsIStringInputStream extends nsIInputStream {
-  setData(data: string | null, dataLen: number): void;
+  setData(data: string, dataLen: number): void;
 }
 
 interface nsIURI extends nsISupports {

@@ -355,7 +355,9 @@ struct Operation<Method> {
           if (whole[j] == lengths[i]) params[i].mRelated = static_cast<int8_t>(j);
         if (params[i].mRelated < 0) throw "no parameter has the name of the length";
         auto& length = params[static_cast<size_t>(params[i].mRelated)];
-        if (length.mType != nsScriptType::eUint32) throw "a length is a uint32_t";
+        if (length.mType != nsScriptType::eUint32 &&
+            (length.mType != nsScriptType::eInt32 || params[i].mOut))
+          throw "a length is a uint32_t, or, of an in parameter, an int32_t";
         if (params[i].mOut && length.mOut) length.mIsLength = true;
       }
       if (params[i].mType == nsScriptType::eAnyInterface) {

@@ -92,7 +92,11 @@ bool CheckLengths(JSContext* cx, std::span<const nsScriptParam> aParams, nsCallF
     } else if (const auto* const text = std::get_if<std::string>(&aFrame.At(i))) {
       have = text->size();
     }
-    const uint32_t length = aFrame.mSlots[static_cast<size_t>(param.mRelated)].Get<uint32_t>();
+    const auto related = static_cast<size_t>(param.mRelated);
+    // A length that may be negative is the whole text then, up to its zero.
+    if (aParams[related].mType == nsScriptType::eInt32 && aFrame.mSlots[related].Get<int32_t>() < 0)
+      continue;
+    const uint32_t length = aFrame.mSlots[related].Get<uint32_t>();
     if (length > have)
       return NS_ThrowTypeError(cx, aPlace.Text(param) + ": " + std::to_string(length) +
                                        " are to be taken of " + std::to_string(have));

@@ -66,6 +66,15 @@ TEST_F(ScriptConversion, NullStringIsEmptyText) {
             Thrown("thing.label = undefined"));
 }
 
+TEST_F(ScriptConversion, TextIsReadBeyondItsEnd) {
+  const std::string stream =
+      "const s = Components.classes['@mozilla.org/io/string-input-stream;1']"
+      ".createInstance(Components.interfaces.nsIStringInputStream); ";
+  EXPECT_EQ("3", Run(stream + "s.setData('abc', -1); s.available()"));
+  EXPECT_EQ("TypeError: nsIStringInputStream.setData: argument 1 (data): 5000 are to be taken of 3",
+            Thrown(stream + "s.setData('abc', 5000)"));
+}
+
 TEST_F(ScriptConversion, ArrayIsReadBeyondItsEnd) {
   EXPECT_EQ("[ 3, 2, 1 ]", Run("thing.reverse(3, [1, 2, 3])"));
   EXPECT_EQ("[]", Run("thing.reverse(0, [])"));

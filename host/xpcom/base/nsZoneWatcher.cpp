@@ -35,6 +35,7 @@ void GoBy(const std::string& aName) { (void)PR_SetEnv(strdup(("TZ=" + aName).c_s
 }  // namespace
 
 nsresult nsZoneWatcher::Observe(nsISupports*, const char* aTopic, const char16_t* aData) {
+  if (!aTopic) return NS_ERROR_INVALID_ARG;
   if (std::string_view(aTopic) == kStartTopic) {
     nsresult rv;
     const auto observers = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID, &rv);

@@ -67,7 +67,7 @@ nsresult nsSystemFileSystemWatcher::StopWatching() {
 }
 
 nsresult nsSystemFileSystemWatcher::Observe(nsISupports*, const char* aTopic, const char16_t*) {
-  if (std::string_view(aTopic) != kQuitApplication) return NS_OK;
+  if (!aTopic || std::string_view(aTopic) != kQuitApplication) return NS_OK;
   if (mIsWatching) (void)StopWatching();
   nsresult rv;
   const auto observers = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID, &rv);
