@@ -267,7 +267,9 @@ bool nsInotifyDirectories::HandleEvent(const inotify_event& aEvent, std::string_
   }
   if (std::string path; PathOf(*directory, &path)) {
     if (!path.empty()) path += '/';
-    mNames.push_back(path.append(aName));
+    path += aName;
+    // A file that is written has several events in a row.
+    if (mNames.empty() || mNames.back() != path) mNames.push_back(std::move(path));
   }
   return true;
 }

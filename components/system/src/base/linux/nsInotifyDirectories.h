@@ -11,6 +11,7 @@
 #include <set>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "nsCOMPtr.h"
@@ -82,7 +83,7 @@ class nsInotifyDirectories {
   ino_t mRootINode = 0;
   std::set<Directory*> mAdrift;  // moved away to a place that is not known, or not yet
   std::vector<std::string> mNames;
-  std::set<int> mTouched;  // watches
+  std::unordered_set<int> mTouched;  // watches
   uint32_t mScan = 0;
   bool mOverflow = false;
   bool mToldLimit = false;

@@ -12,9 +12,10 @@
 #include <condition_variable>
 #include <mutex>
 #include <optional>
-#include <set>
 #include <system_error>
 #include <thread>
+#include <unordered_set>
+#include <vector>
 
 #include "nsInotifyDirectories.h"
 #include "nsLogger.h"
@@ -52,7 +53,7 @@ class InotifyReader final : public nsPlatformDirectoryReader {
   void Run();
   void NameDirectories();
   int UntilQuiet() const;
-  void Publish(std::set<std::u16string> aNames);
+  void Publish(std::vector<std::u16string> aNames);
   void End(nsresult aResult);
   Clock::time_point DeliveryTime() const;
 
@@ -67,8 +68,8 @@ class InotifyReader final : public nsPlatformDirectoryReader {
   std::condition_variable mChanged;
   bool mIsOpen = false;
   bool mIsWoken = false;
-  std::set<std::u16string> mNames;  // to be delivered
-  std::optional<nsresult> mEnd;     // to be delivered after them
+  std::unordered_set<std::u16string> mNames;  // to be delivered
+  std::optional<nsresult> mEnd;               // to be delivered after them
   Clock::time_point mStreamStart, mLastDelivery;
   uint8_t* mBuffer = nullptr;
   uint32_t mSize = 0;
@@ -179,15 +180,11 @@ void InotifyReader::Remind(std::u16string_view aName) {
 
 // ---- The thread
 
-void InotifyReader::Publish(std::set<std::u16string> aNames) {
+void InotifyReader::Publish(std::vector<std::u16string> aNames) {
   std::lock_guard lock(mLock);
-  for (auto name = aNames.begin(); name != aNames.end();) {
+  for (std::u16string& name : aNames)
     // A name without room in a whole buffer can't be told, and is longer than any path may be.
-    if (name->size() < 0x4000)
-      mNames.insert(aNames.extract(name++));
-    else
-      ++name;
-  }
+    if (name.size() < 0x4000) mNames.insert(std::move(name));
   mChanged.notify_all();
 }
 
@@ -199,9 +196,9 @@ void InotifyReader::End(nsresult aResult) {
 
 void InotifyReader::NameDirectories() {
   mIsRestless = false;
-  std::set<std::u16string> names;
+  std::vector<std::u16string> names;
   for (const std::string& directory : mDirectories->TakeDirectories())
-    names.insert(directory.empty() ? u"." : vorel::FromNative(directory) + u"/.");
+    names.push_back(directory.empty() ? u"." : vorel::FromNative(directory) + u"/.");
   Publish(std::move(names));
 }
 
@@ -225,8 +222,9 @@ void InotifyReader::Run() {
       continue;
     }
     const bool goesOn = mDirectories->ReadEvents();
-    std::set<std::u16string> names;
-    for (const std::string& name : mDirectories->TakeNames()) names.insert(vorel::FromNative(name));
+    std::vector<std::u16string> names;
+    for (const std::string& name : mDirectories->TakeNames())
+      names.push_back(vorel::FromNative(name));
     Publish(std::move(names));
     if (!goesOn) {
       End(NS_ERROR_FILE_NOT_FOUND);
