@@ -86,6 +86,7 @@ class Watch {
 
 class NativeWatchTest : public nsSystemTest {
  protected:
+  NativeWatchTest() { mOptions.mModules.push_back(&vorel::test::kWatcherModule); }
   void SetUp() override { StartHost(); }
   static void Write(const fs::path& aPath) { nsTemporaryDirectory::Write(aPath); }
 
@@ -534,7 +535,6 @@ TEST_F(NativeWatchTest, WatchersOnManyThreadsRace) {
     Write(mRoot / std::to_string(i) / "file");
   }
   vorel::test::gWatchPlatform = NS_NewNativePlatform();
-  const auto service = MakeRefCounted<nsSystemFileSystemWatcherService>();
   std::atomic<bool> stop = false;
   std::thread maker([&] {
     for (int i = 0; !stop; ++i) {
@@ -565,6 +565,38 @@ TEST_F(NativeWatchTest, WatchersOnManyThreadsRace) {
     EXPECT_TRUE(NS_RunEventsUntil(isFarEnough));
     EXPECT_EQ(watcher->StopWatching(), NS_OK);
   }
+  // On threads of their own: clients of the service, each with its root.
+  struct Client {
+    nsCOMPtr<nsIThread> mThread;
+    nsCString mURL;
+    std::vector<nsCOMPtr<nsWatchListener>> mListeners;  // a caller does not own its arguments
+  };
+  std::vector<Client> clients(4);
+  for (size_t i = 0; i < clients.size(); ++i) {
+    ASSERT_EQ(do_GetService<nsIThreadManager>(NS_THREADMANAGER_CONTRACTID)
+                  ->NewThread(0, 0, clients[i].mThread.getter_AddRefs()),
+              NS_OK);
+    clients[i].mURL = nsCString("file://" + (mRoot / std::to_string(i)).native());
+  }
+  const auto service = MakeRefCounted<nsSystemFileSystemWatcherService>();
+  const auto call = [&](Client& aClient, auto aMethod) {
+    const auto caller = NS_NewRunnableMethodCaller<vorel::threads::eStrong>(
+        service.get(), aMethod, aClient.mURL, aClient.mListeners.back().get());
+    ASSERT_EQ(aClient.mThread->Dispatch(caller.get(), NS_DISPATCH_NORMAL), NS_OK);
+  };
+  for (size_t round = 0; round < 9; ++round) {
+    for (Client& client : clients) {
+      client.mListeners.push_back(MakeRefCounted<nsWatchListener>());
+      call(client, &nsSystemFileSystemWatcherService::StartWatching);
+    }
+    EXPECT_TRUE(NS_RunEventsUntil([&] {
+      return std::ranges::all_of(clients, [&](const Client& aClient) {
+        return aClient.mListeners.back()->HeardCount() >= round % 3;
+      });
+    }));
+    for (Client& client : clients) call(client, &nsSystemFileSystemWatcherService::StopWatching);
+  }
+  for (Client& client : clients) EXPECT_EQ(client.mThread->Shutdown(), NS_OK);
   stop = true;
   maker.join();
   NS_RunEvents();
