@@ -37,8 +37,8 @@ struct Module {
   const ContractIDEntry* mContractIDs;    ///< closed by a null contractid; may be null
   const CategoryEntry* mCategoryEntries;  ///< closed by a null category; may be null
   GetFactoryProcPtr getFactoryProc;       ///< asked before a row's own procedures; may be null
-  LoadFuncPtr loadProc;                   ///< runs once, on the main thread, before the first object is made
-  UnloadFuncPtr unloadProc;               ///< runs once, after all services are released
+  LoadFuncPtr loadProc;      ///< runs once, on the main thread, before the first object is made
+  UnloadFuncPtr unloadProc;  ///< runs once, after all services are released
 };
 static_assert(sizeof(void*) != 8 || (sizeof(Module) == 56 && sizeof(Module::CIDEntry) == 32));
 

@@ -36,9 +36,10 @@ class nsILog4Logger : public nsISupports {
   virtual nsresult GetName(nsACString& aName) = 0;
   /// Costs next to nothing: one load and one comparison. False for an unknown severity.
   virtual nsresult IsEnabledFor(uint32_t aSeverity, bool* aEnabled) = 0;
-  /// Writes one record, whole even when several threads log; nothing when the severity is off. The text is
-  /// UTF-8; the location may be null. NS_ERROR_INVALID_ARG for an unknown severity.
-  virtual nsresult Log(uint32_t aSeverity, const nsACString& aText, nsILog4LocationInfo* aLocation) = 0;
+  /// Writes one record, whole even when several threads log; nothing when the severity is off. The
+  /// text is UTF-8; the location may be null. NS_ERROR_INVALID_ARG for an unknown severity.
+  virtual nsresult Log(uint32_t aSeverity, const nsACString& aText,
+                       nsILog4LocationInfo* aLocation) = 0;
 
  protected:
   ~nsILog4Logger() = default;
@@ -52,11 +53,12 @@ class nsILog4Service : public nsISupports {
   static constexpr std::string_view kName = "nsILog4Service";
   static constexpr nsIID kIID = "b7d4e2c6-93a1-4f2f-8a53-1c5e6b7a8d90"_iid;
 
-  /// The logger of a name, the same object for the same name. Its level is that of the longest configured
-  /// name that is the name itself or stands before a "." in it, else the general level.
+  /// The logger of a name, the same object for the same name. Its level is that of the longest
+  /// configured name that is the name itself or stands before a "." in it, else the general level.
   virtual nsresult GetLogger(const nsACString& aName, nsILog4Logger** aLogger) = 0;
-  /// Sets the level of a name and of those below it, or, for the empty name, the general level. A severity, or
-  /// 3 for nothing at all; NS_ERROR_INVALID_ARG for others. Loggers that exist follow at once.
+  /// Sets the level of a name and of those below it, or, for the empty name, the general level. A
+  /// severity, or 3 for nothing at all; NS_ERROR_INVALID_ARG for others. Loggers that exist follow
+  /// at once.
   virtual nsresult SetLevel(const nsACString& aName, uint32_t aSeverity) = 0;
 
  protected:

@@ -41,8 +41,8 @@ int JS_ValueToBoolean(JSContext* cx, jsval aValue, int* aBoolean);
 /// value: no wrapper objects are made, and no exception is left.
 int JS_ValueToObject(JSContext* cx, jsval aValue, JSObject** aObject);
 
-/// The time zone of the system has changed: Date sees the new one from then on. The context may be null; nothing happens
-/// when no script runs.
+/// The time zone of the system has changed: Date sees the new one from then on. The context may be
+/// null; nothing happens when no script runs.
 void JS_ClearDateCaches(JSContext* cx);
 
 }  // extern "C"

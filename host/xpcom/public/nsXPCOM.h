@@ -20,7 +20,12 @@ enum GeckoProcessType : int32_t {
   GeckoProcessType_Invalid = 4,
 };
 
-enum : uint32_t { NS_DEBUG_WARNING = 0, NS_DEBUG_ASSERTION = 1, NS_DEBUG_BREAK = 2, NS_DEBUG_ABORT = 3 };
+enum : uint32_t {
+  NS_DEBUG_WARNING = 0,
+  NS_DEBUG_ASSERTION = 1,
+  NS_DEBUG_BREAK = 2,
+  NS_DEBUG_ABORT = 3
+};
 
 #pragma GCC visibility push(default)
 extern "C" {
@@ -35,13 +40,15 @@ nsresult NS_GetDebug(nsIDebug** aResult);
 nsresult NS_NewLocalFile(const nsAString& aPath, bool aFollowLinks, nsILocalFile** aResult);
 nsresult NS_NewNativeLocalFile(const nsACString& aPath, bool aFollowLinks, nsILocalFile** aResult);
 
-/// The allocator for memory that changes owner across an interface. Ends the process when memory is out.
+/// The allocator for memory that changes owner across an interface. Ends the process when memory is
+/// out.
 void* NS_Alloc(size_t aSize);
 void* NS_Realloc(void* aPtr, size_t aSize);
 void NS_Free(void* aPtr);
 
 /// Writes the text to standard error; ends the process for NS_DEBUG_ABORT only.
-void NS_DebugBreak(uint32_t aSeverity, const char* aText, const char* aExpression, const char* aFile, int32_t aLine);
+void NS_DebugBreak(uint32_t aSeverity, const char* aText, const char* aExpression,
+                   const char* aFile, int32_t aLine);
 
 /// What this process is: GeckoProcessType_Default unless the program was told otherwise.
 GeckoProcessType XRE_GetProcessType();

@@ -1,4 +1,5 @@
-// What the platform's interface headers need: identifiers, strings, and names of types that only pass through.
+// What the platform's interface headers need: identifiers, strings, and names of types that only
+// pass through.
 #pragma once
 
 #include <cstdio>
@@ -20,16 +21,16 @@ class JSObject;
 class JSString;
 class JSFreeOp;
 
-/// A script value as it crosses interfaces: the engine's 8 bytes, not to be looked into. It is rooted by
-/// whoever passes it, for the time of the call.
+/// A script value as it crosses interfaces: the engine's 8 bytes, not to be looked into. It is
+/// rooted by whoever passes it, for the time of the call.
 struct jsval {
   uint64_t mBits;
 };
 
 using nsTimerCallbackFunc = void (*)(nsITimer* aTimer, void* aClosure);
-using nsWriteSegmentFun = nsresult (*)(nsIInputStream* aStream, void* aClosure, const char* aFrom, uint32_t aOffset,
-                                       uint32_t aCount, uint32_t* aWritten);
-using nsReadSegmentFun = nsresult (*)(nsIOutputStream* aStream, void* aClosure, char* aTo, uint32_t aOffset,
-                                      uint32_t aCount, uint32_t* aRead);
+using nsWriteSegmentFun = nsresult (*)(nsIInputStream* aStream, void* aClosure, const char* aFrom,
+                                       uint32_t aOffset, uint32_t aCount, uint32_t* aWritten);
+using nsReadSegmentFun = nsresult (*)(nsIOutputStream* aStream, void* aClosure, char* aTo,
+                                      uint32_t aOffset, uint32_t aCount, uint32_t* aRead);
 /// Makes the native object behind a script constructor.
 using nsDOMConstructorFunc = nsresult (*)(nsISupports** aObject);
