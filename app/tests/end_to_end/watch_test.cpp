@@ -30,7 +30,7 @@ TEST(Watch, EventsAreHeldBackOrMisspelt) {
   fs::remove_all(root / "sub");
   EXPECT_TRUE(program.WaitFor("{\"event\":\"removed\",\"path\":\"sub/\"}\n"));
   const nsOutcome outcome = program.Finish(SIGTERM);
-  EXPECT_EQ(outcome.mStatus, 0);
+  EXPECT_EQ(outcome.mStatus, 0) << outcome.mErrors;
   EXPECT_TRUE(outcome.mOutput.ends_with("{\"event\":\"stopped\"}\n")) << outcome.mOutput;
 }
 

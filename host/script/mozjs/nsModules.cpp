@@ -4,6 +4,7 @@
 #include <js/Promise.h>
 #include <js/PropertyAndElement.h>
 #include <js/SourceText.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <filesystem>
@@ -58,12 +59,15 @@ JSObject* ResolveImport(JSContext* cx, JS::Handle<JS::Value> aReferrer,
   const std::string name = NS_Text(cx, specifier);
   const std::string from = aReferrer.isString() ? NS_Text(cx, aReferrer.toString()) : "./";
   const std::string file = ResolvePath(name, from);
-  if (file.empty()) {
-    NS_ThrowTypeError(cx,
-                      "import \"" + name + "\": a path that begins with ./, ../ or / is expected");
-    return nullptr;
-  }
-  return GetModule(cx, file);
+  std::string wrong;
+  if (file.empty())
+    wrong = "a path that begins with ./, ../ or / is expected";
+  else if (access(file.c_str(), R_OK) != 0)
+    wrong = file + " can't be read";
+  if (wrong.empty()) return GetModule(cx, file);
+  NS_ThrowTypeError(
+      cx, (aReferrer.isString() ? from + ": " : "") + "import \"" + name + "\": " + wrong);
+  return nullptr;
 }
 
 bool DescribeModule(JSContext* cx, JS::Handle<JS::Value> aPrivate, JS::Handle<JSObject*> aMeta) {

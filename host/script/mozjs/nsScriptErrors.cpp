@@ -18,15 +18,21 @@
 
 namespace {
 
+// The engine's own script, forEach and the like, is no place for an error.
+constexpr auto kNoSelfHosted = JS::SavedFrameSelfHosted::Exclude;
+
 /// Leaves the part of a stack that begins in the application: what the prelude does, it does in its
 /// caller's name.
 void SkipPrelude(JSContext* cx, JS::MutableHandleObject aStack) {
   JS::RootedString source(cx);
   bool prelude = true;
-  while (aStack && prelude &&
-         JS::GetSavedFrameSource(cx, nullptr, aStack, &source) == JS::SavedFrameResult::Ok &&
+  while (aStack &&
+         JS::GetSavedFrameSource(cx, nullptr, aStack, &source, kNoSelfHosted) ==
+             JS::SavedFrameResult::Ok &&
          JS_StringEqualsAscii(cx, source, kScriptPreludeName, &prelude) && prelude)
-    if (JS::GetSavedFrameParent(cx, nullptr, aStack, aStack) != JS::SavedFrameResult::Ok) return;
+    if (JS::GetSavedFrameParent(cx, nullptr, aStack, aStack, kNoSelfHosted) !=
+        JS::SavedFrameResult::Ok)
+      return;
 }
 
 /// An error object of the kind, made where script stands now.
@@ -39,9 +45,9 @@ bool NewError(JSContext* cx, JSExnType aType, const std::string& aMessage,
   JS::RootedString file(cx, JS_GetEmptyString(cx));
   uint32_t line = 0, column = 0;
   if (stack) {
-    (void)JS::GetSavedFrameSource(cx, nullptr, stack, &file);
-    (void)JS::GetSavedFrameLine(cx, nullptr, stack, &line);
-    (void)JS::GetSavedFrameColumn(cx, nullptr, stack, &column);
+    (void)JS::GetSavedFrameSource(cx, nullptr, stack, &file, kNoSelfHosted);
+    (void)JS::GetSavedFrameLine(cx, nullptr, stack, &line, kNoSelfHosted);
+    (void)JS::GetSavedFrameColumn(cx, nullptr, stack, &column, kNoSelfHosted);
   }
   JS::Rooted<mozilla::Maybe<JS::Value>> cause(cx, mozilla::Nothing());
   return JS::CreateError(cx, aType, stack, file, line, column, nullptr, message, cause, aError);
