@@ -62,9 +62,10 @@ class EndObserver final : public nsImplements<EndObserver, nsIObserver> {
  public:
   nsresult Observe(nsISupports*, const char* aTopic, const char16_t*) override {
     nsScriptRuntime* const runtime = nsScriptRuntime::Current();
-    if (runtime && std::string_view(aTopic) == "quit-application")
+    if (!runtime || !aTopic) return NS_OK;
+    if (std::string_view(aTopic) == "quit-application")
       runtime->Quit(runtime->mStatus);
-    else if (runtime && !runtime->IsRunningScript())  // a script may send any topic
+    else if (!runtime->IsRunningScript())  // a script may send any topic
       nsScriptRuntime::Shutdown();
     return NS_OK;
   }
