@@ -1012,13 +1012,13 @@ interface nsISystemManager extends nsISupports {
    */
   getApplicationProfileBindingsByProfileUri(uri: string): nsIArray | null;
   /**
-   * NS_OK, always. A listener that is added twice is called twice. Held until it is removed, or
-   * until "xpcom-shutdown".
+   * NS_OK, always; null is passed over. A listener that is added twice is called twice. Held until
+   * it is removed, or until "xpcom-shutdown".
    */
   addAdapterListener(listener: nsISystemAdapterListener | nsScripted<nsISystemAdapterListener> | null): void;
   /** Removes it once. The value 1 when it was found, 0 when it was not. */
   removeAdapterListener(listener: nsISystemAdapterListener | nsScripted<nsISystemAdapterListener> | null): void;
-  /** The value 1. Otherwise as AddAdapterListener. */
+  /** The value 1; 0 for null. Otherwise as AddAdapterListener. */
   addProfileBindingListener(listener: nsISystemProfileBindingListener | nsScripted<nsISystemProfileBindingListener> | null): void;
   /** Removes it once. The value 1 when it was found, 0 when it was not. */
   removeProfileBindingListener(listener: nsISystemProfileBindingListener | nsScripted<nsISystemProfileBindingListener> | null): void;

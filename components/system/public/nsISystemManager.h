@@ -42,12 +42,12 @@ class nsISystemManager : public nsISupports {
   // The results of three of the next four are kept as they are, though they read like nothing else
   // here: callers depend on them, and script sees 0 and 1 as success.
 
-  /// NS_OK, always. A listener that is added twice is called twice. Held until it is removed, or
-  /// until "xpcom-shutdown".
+  /// NS_OK, always; null is passed over. A listener that is added twice is called twice. Held until
+  /// it is removed, or until "xpcom-shutdown".
   virtual nsresult AddAdapterListener(nsISystemAdapterListener* aListener) = 0;
   /// Removes it once. The value 1 when it was found, 0 when it was not.
   virtual nsresult RemoveAdapterListener(nsISystemAdapterListener* aListener) = 0;
-  /// The value 1. Otherwise as AddAdapterListener.
+  /// The value 1; 0 for null. Otherwise as AddAdapterListener.
   virtual nsresult AddProfileBindingListener(nsISystemProfileBindingListener* aListener) = 0;
   /// Removes it once. The value 1 when it was found, 0 when it was not.
   virtual nsresult RemoveProfileBindingListener(nsISystemProfileBindingListener* aListener) = 0;
