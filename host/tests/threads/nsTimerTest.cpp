@@ -212,6 +212,20 @@ TEST_F(Timers, ATimerFiresOnTheWrongThreadOrOutOfOrder) {
   EXPECT_EQ(worker, seen);
 }
 
+TEST_F(Timers, ATimerKeepsItsCallbackWhenItsThreadIsGone) {
+  const auto worker = NS_TestNewThread();
+  const auto timer = NewTimer();
+  auto held = std::make_shared<int>();
+  const std::weak_ptr<int> kept = held;
+  ASSERT_EQ(NS_OK, timer->SetTarget(worker.get()));
+  ASSERT_EQ(NS_OK, timer->InitWithCallback(
+                       NewCallback([held = std::move(held)](nsITimer*) { ADD_FAILURE(); }).get(),
+                       10, nsITimer::TYPE_REPEATING_PRECISE));
+  ASSERT_EQ(NS_OK, worker->Shutdown());
+  NS_AdvanceTime(30);
+  EXPECT_TRUE(kept.expired());
+}
+
 TEST_F(Timers, WrongArgumentsAreTaken) {
   const auto timer = NewTimer();
   EXPECT_EQ(NS_ERROR_NULL_POINTER, timer->Init(nullptr, 1, 0));

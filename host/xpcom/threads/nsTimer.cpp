@@ -29,7 +29,8 @@ struct nsTimers::Firing {
   uint32_t mGeneration;
   nsCOMPtr<nsIEventTarget> mTarget;
 
-  /// A target that is gone takes nothing: the timer has then fired for the last time.
+  /// A target that is gone takes nothing: the timer has then fired for the last time, and lets go of
+  /// its callback, which may hold the timer.
   void Send(uint32_t aFlags) {
     const auto event = NS_NewRunnable([link = mLink, generation = mGeneration] {
       nsCOMPtr<nsTimer> timer;
@@ -40,9 +41,11 @@ struct nsTimers::Firing {
       if (timer) timer->Fire(generation);
     });
     if (NS_SUCCEEDED(mTarget->Dispatch(event.get(), aFlags))) return;
+    nsTimer::Callback dropped;
     const std::lock_guard lock(nsTimers::get().mMutex);
-    if (mLink->mTimer && mLink->mTimer->mGeneration == mGeneration)
-      nsTimers::get().Disarm(mLink->mTimer);
+    if (!mLink->mTimer || mLink->mTimer->mGeneration != mGeneration) return;
+    nsTimers::get().Disarm(mLink->mTimer);
+    dropped.swap(mLink->mTimer->mCallback);
   }
 };
 

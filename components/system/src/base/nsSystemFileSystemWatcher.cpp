@@ -69,6 +69,9 @@ nsresult nsSystemFileSystemWatcher::StopWatching() {
 nsresult nsSystemFileSystemWatcher::Observe(nsISupports*, const char* aTopic, const char16_t*) {
   if (!aTopic || std::string_view(aTopic) != kQuitApplication) return NS_OK;
   if (mIsWatching) (void)StopWatching();
+  // The main thread takes no more events before long, and the library is unloaded: its threads are
+  // over by then.
+  if (!mThreadShouldRun) JoinThread();
   nsresult rv;
   const auto observers = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID, &rv);
   NS_ENSURE_SUCCESS(rv, rv);
@@ -110,12 +113,11 @@ nsresult nsSystemFileSystemWatcher::OnTreeReady(const nsAString& aRootPath,
   }
   if (!mThreadArmed) {
     mThreadShouldRun = true;
-    AddRef();  // for the thread; FinishThread takes it back
     try {
       std::lock_guard lock(mThreadLock);
-      mWatcherThread = std::thread(&BackgroundThreadProc, this);
+      mWatcherThread =
+          std::thread(&BackgroundThreadProc, nsCOMPtr<nsSystemFileSystemWatcher>(this));
     } catch (const std::system_error&) {
-      Release();
       NS_WARN_TEXT("NS_ENSURE_TRUE(mWatcherThread != INVALID_HANDLE_VALUE) failed", nullptr);
       return NS_ERROR_OUT_OF_MEMORY;
     }
@@ -127,7 +129,7 @@ nsresult nsSystemFileSystemWatcher::OnTreeReady(const nsAString& aRootPath,
   return NS_OK;
 }
 
-void nsSystemFileSystemWatcher::BackgroundThreadProc(nsSystemFileSystemWatcher* aWatcher) {
+void nsSystemFileSystemWatcher::BackgroundThreadProc(nsCOMPtr<nsSystemFileSystemWatcher> aWatcher) {
   if (!aWatcher) {
     const auto log = NS_GetLogger("system.fileWatcher");
     SYSTEM_LOG_ERROR(log, "Could not get nsSystemFileSystemWatcher context in thread!");
@@ -150,10 +152,12 @@ void nsSystemFileSystemWatcher::BackgroundThreadProc(nsSystemFileSystemWatcher* 
     aWatcher->mThreadArmed = false;
     reader.Wake();
   }
+  // The thread's reference goes into the call, so that the watcher does not end on this thread. A
+  // main thread that takes no more calls leaves no better place.
   const auto runnable = NS_NewRunnableMethodCaller<vorel::threads::eStrong>(
-      aWatcher, &nsSystemFileSystemWatcher::FinishThread);
-  // Without a main thread there is no better place left than this one.
-  if (NS_FAILED(NS_DispatchToMainThread(runnable.get(), NS_DISPATCH_NORMAL))) aWatcher->Release();
+      aWatcher.get(), &nsSystemFileSystemWatcher::FinishThread);
+  aWatcher = nullptr;
+  (void)NS_DispatchToMainThread(runnable.get(), NS_DISPATCH_NORMAL);
 }
 
 nsresult nsSystemFileSystemWatcher::FinishThread() {
@@ -161,7 +165,6 @@ nsresult nsSystemFileSystemWatcher::FinishThread() {
   // it is over, this object can only end here. While a new watch runs, it has been waited for, and
   // the thread is the new one.
   if (!mThreadShouldRun) JoinThread();
-  Release();
   return NS_OK;
 }
 

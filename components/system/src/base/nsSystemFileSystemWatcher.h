@@ -43,7 +43,7 @@ class nsSystemFileSystemWatcher final : public nsSystemFileSystemWatcherGeneric,
  private:
   ~nsSystemFileSystemWatcher() override;
 
-  static void BackgroundThreadProc(nsSystemFileSystemWatcher* aWatcher);
+  static void BackgroundThreadProc(nsCOMPtr<nsSystemFileSystemWatcher> aWatcher);
   void WatchNextChange();
   void OnReadCompleted(nsresult aResult, uint32_t aBytes) override;
   void InsertChangedNames(uint32_t aBytes);
