@@ -144,7 +144,9 @@ bool ReadNumber(JS::HandleValue aValue, nsScriptType aType, nsScriptSlot& aSlot)
 
 bool IsNumber(nsScriptType aType) { return aType <= nsScriptType::eResult; }
 
-size_t NumberSize(nsScriptType aType) {
+}  // namespace
+
+size_t NS_NumberSize(nsScriptType aType) {
   using enum nsScriptType;
   switch (aType) {
     case eBool:
@@ -162,6 +164,8 @@ size_t NumberSize(nsScriptType aType) {
       return 4;
   }
 }
+
+namespace {
 
 bool Copy(JSContext* cx, JS::HandleString aString, std::u16string* aResult) {
   aResult->resize(JS_GetStringLength(aString));
@@ -257,7 +261,7 @@ bool ReadArray(nsScriptRuntime* aRuntime, JS::HandleValue aValue, const nsScript
   if (!JS::GetArrayLength(cx, array, &length)) return false;
   if (length > 64u << 20)
     return NS_ThrowTypeError(cx, aPlace.Text(aParam) + ": the array is too long");
-  const size_t size = NumberSize(aParam.mType);
+  const size_t size = NS_NumberSize(aParam.mType);
   std::vector<std::byte> bytes;
   JS::RootedValue element(cx);
   for (uint32_t i = 0; i < length; ++i) {
@@ -401,7 +405,7 @@ bool SetValue(nsScriptRuntime* aRuntime, const nsScriptParam& aParam, const nsSc
 /// The i-th element of an array as a slot of its own.
 nsScriptSlot Element(const nsScriptParam& aParam, const std::byte* aArray, uint32_t aIndex) {
   nsScriptSlot slot;
-  const size_t size = IsNumber(aParam.mType) ? NumberSize(aParam.mType) : sizeof(void*);
+  const size_t size = IsNumber(aParam.mType) ? NS_NumberSize(aParam.mType) : sizeof(void*);
   std::memcpy(slot.mBytes, aArray + aIndex * size, size);
   return slot;
 }

@@ -47,6 +47,9 @@ class nsCallFrame {
   Room mHeld[12];
 };
 
+/// Bytes of a number in a slot, and in an array.
+size_t NS_NumberSize(nsScriptType aType);
+
 /// Reads a value for an in parameter, and what it points to into the frame. False with a pending
 /// TypeError.
 bool NS_FromScript(nsScriptRuntime* aRuntime, JS::HandleValue aValue, const nsScriptParam& aParam,

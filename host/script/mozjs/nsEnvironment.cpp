@@ -12,6 +12,7 @@
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
+#include <utility>
 
 #include "nsConvert.h"
 #include "nsICategoryManager.h"
@@ -262,7 +263,7 @@ bool GetObject(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
   const std::string method =
       std::string(Service ? "getService" : "createInstance") + " of " + contract;
   nsID iid = nsISupports::kIID;
-  if (args.hasDefined(1) && !runtime->ReadID(args[1], &iid))
+  if (args.length() > 1 && !runtime->ReadID(args[1], &iid))
     return NS_ThrowTypeError(
         cx, method + ": argument 1 (iid): an interface of Components.interfaces is expected, not " +
                 NS_DescribeValue(cx, args[1]));
@@ -405,9 +406,11 @@ bool Construct(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
   if (!runtime->Wrap(object.get(), nullptr, &value)) return false;
   if (const auto initializer = do_QueryInterface<nsIJSNativeInitializer>(object)) {
     nsKeptCharacters::CallScope kept;
+    const std::string outer = std::exchange(runtime->mConstructing, method + ": ");
     // The engine's values are 8 bytes, as the platform's are.
     rv = initializer->Initialize(runtime->Document(), cx, &value.toObject(), args.length(),
                                  reinterpret_cast<jsval*>(args.array()));
+    runtime->mConstructing = outer;
     if (runtime->IsStopping()) return false;
     if (NS_FAILED(rv)) return NS_ThrowResult(cx, rv, method);
     JS_ClearPendingException(cx);

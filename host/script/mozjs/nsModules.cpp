@@ -16,6 +16,7 @@
 #include "nsScriptErrors.h"
 #include "nsScriptModule.h"
 #include "nsScriptRuntime.h"
+#include "nsScriptedObject.h"
 #include "nsString.h"
 
 namespace {
@@ -123,7 +124,13 @@ class ScriptFactory final : public nsImplements<ScriptFactory, nsIFactory> {
       runtime->ReportException();
       return NS_ERROR_FAILURE;
     }
-    return native->QueryInterface(aIID, aResult);
+    const nsresult rv = native->QueryInterface(aIID, aResult);
+    const nsScriptInterface* const table = nsScriptTables::Find(aIID);
+    if (NS_FAILED(rv) && table) {
+      NS_ThrowNotImplemented(cx, table, std::string(table->mName), mFile);
+      runtime->ReportException();
+    }
+    return rv;
   }
   nsresult LockFactory(bool) override { return NS_OK; }
 

@@ -18,13 +18,11 @@ class ScriptObjectFactory final
   nsISupports* GetClassInfoInstance(int32_t) override { return nullptr; }
   nsISupports* GetExternalClassInfoInstance(const nsAString&) override { return nullptr; }
   nsresult RegisterDOMClassInfo(const char* aName, nsDOMConstructorFunc,
-                                const nsIID* aProtoChainInterface, const nsIID** aInterfaces,
-                                uint32_t, bool, const nsCID* aConstructorCID) override {
+                                const nsIID* aProtoChainInterface, const nsIID**, uint32_t, bool,
+                                const nsCID* aConstructorCID) override {
     if (!aName || !mName || mName->mName != aName) return NS_ERROR_INVALID_ARG;
+    // What else the class implements, others implement too, and are no instances of it.
     if (aProtoChainInterface) mName->mIIDs.push_back(*aProtoChainInterface);
-    for (; aInterfaces && *aInterfaces; ++aInterfaces)
-      if (!aProtoChainInterface || **aInterfaces != *aProtoChainInterface)
-        mName->mIIDs.push_back(**aInterfaces);
     if (aConstructorCID) {
       mName->mCID = *aConstructorCID;
       mName->mConstructs = true;
@@ -76,7 +74,8 @@ class XPConnect final : public nsImplements<XPConnect, nsIXPConnect> {
     if (!runtime || !aObject) return NS_ERROR_NOT_AVAILABLE;
     JS::RootedValue value(cx, JS::ObjectValue(*aObject));
     nsCOMPtr<nsISupports> result;
-    if (!NS_ToNative(runtime, value, aIID, "a property", &result)) return NS_ERROR_NO_INTERFACE;
+    if (!NS_ToNative(runtime, value, aIID, runtime->mConstructing + "a property", &result))
+      return NS_ERROR_NO_INTERFACE;
     return result->QueryInterface(aIID, aResult);
   }
 

@@ -201,7 +201,8 @@ void nsScriptRuntime::RunJobs() {
   JS::AutoSaveExceptionState saved(mCx);
   js::RunJobs(mCx);
   while (!mRejections.get().empty()) {
-    JS::RootedObject promise(mCx, mRejections.get().popCopy());
+    JS::RootedObject promise(mCx, mRejections.get()[0]);
+    mRejections.get().erase(mRejections.get().begin());
     JS::RootedValue reason(mCx, JS::GetPromiseResult(promise));
     ReportValue(reason, "unhandled rejection: ");
     js::RunJobs(mCx);

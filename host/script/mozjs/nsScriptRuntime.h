@@ -136,6 +136,7 @@ class nsScriptRuntime {
   bool IsStopping() const { return mStopping; }
   void StopScripts() { mStopping = true; }
   int RunUntilDone();
+  std::string mConstructing;  ///< "new Name: " while a compiled object reads its arguments
   int mStatus = 0;
   bool mEndsWithOutput = false;
   std::function<void(bool)> mAroundOutput;  ///< called with true before text is written, then false

@@ -11,6 +11,20 @@
 #include "nsScriptErrors.h"
 #include "nsVorelMethodCaller.h"
 
+bool NS_ThrowNotImplemented(JSContext* cx, const nsScriptInterface* aInterface,
+                            const std::string& aName, const std::string& aPlace) {
+  std::string message = aPlace + ": an object that implements " + aName + " is expected, ";
+  if (!aInterface || !aInterface->mImplement)
+    return NS_ThrowTypeError(cx, message + "and script can't implement that");
+  const char* separator = "one with ";
+  for (const nsScriptMember& member : aInterface->mMembers) {
+    (message += separator) += member.mName;
+    separator = ", ";
+  }
+  if (aInterface->mFunction) message += ", or a function";
+  return NS_ThrowTypeError(cx, message);
+}
+
 nsScriptedObject::nsScriptedObject(nsScriptRuntime* aRuntime, JS::HandleObject aObject)
     : mObject(aRuntime->Context(), aObject), mComponent(aRuntime->InComponent()) {
   aRuntime->Register(this, !mComponent);
@@ -50,8 +64,7 @@ bool nsScriptedObject::Get(nsScriptRuntime* aRuntime, JS::HandleObject aObject,
   JSContext* const cx = aRuntime->Context();
   const bool root = aInterface && *aInterface->mIID == nsISupports::kIID;
   if (!aInterface || (!aInterface->mImplement && !root))
-    return NS_ThrowTypeError(cx, aPlace + ": an object that implements " + aName +
-                                     " is expected, and script can't implement that");
+    return NS_ThrowNotImplemented(cx, aInterface, aName, aPlace);
   JS::RootedObject map(cx, aRuntime->ScriptedObjects());
   JS::RootedValue known(cx);
   if (!JS::GetWeakMapEntry(cx, map, aObject, &known)) return false;
@@ -73,12 +86,7 @@ bool nsScriptedObject::Get(nsScriptRuntime* aRuntime, JS::HandleObject aObject,
     const bool function = aInterface->mFunction && JS::IsCallable(aObject);
     if (!function && !self->Claims(aInterface) && !self->HasMembers(aInterface, false)) {
       if (JS_IsExceptionPending(cx)) return false;
-      std::string members;
-      for (const nsScriptMember& member : aInterface->mMembers)
-        members += (members.empty() ? "" : ", ") + std::string(member.mName);
-      return NS_ThrowTypeError(cx, aPlace + ": an object that implements " + aName +
-                                       " is expected, one with " + members +
-                                       (aInterface->mFunction ? ", or a function" : ""));
+      return NS_ThrowNotImplemented(cx, aInterface, aName, aPlace);
     }
     face = self->AddFace(aInterface);
     // Asked now, since compiled code may ask for them on another thread.

@@ -9,6 +9,11 @@
 
 #include "nsScriptRuntime.h"
 
+/// False with a pending TypeError: what stands at the place is no such object. aInterface may be
+/// null.
+bool NS_ThrowNotImplemented(JSContext* cx, const nsScriptInterface* aInterface,
+                            const std::string& aName, const std::string& aPlace);
+
 /// One for each object of script that compiled code holds, with a face for each interface it was
 /// taken for.
 ///

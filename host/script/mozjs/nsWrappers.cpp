@@ -82,13 +82,7 @@ bool CheckLengths(JSContext* cx, std::span<const nsScriptParam> aParams, nsCallF
     if (param.mOut || !param.mCounted) continue;
     size_t have = 0;
     if (const auto* const bytes = std::get_if<std::vector<std::byte>>(&aFrame.At(i))) {
-      have = bytes->size() /
-             (param.mType == nsScriptType::eUint8 || param.mType == nsScriptType::eInt8 ? 1 : 8);
-      if (param.mType == nsScriptType::eUint16 || param.mType == nsScriptType::eInt16)
-        have = bytes->size() / 2;
-      if (param.mType == nsScriptType::eUint32 || param.mType == nsScriptType::eInt32 ||
-          param.mType == nsScriptType::eFloat)
-        have = bytes->size() / 4;
+      have = bytes->size() / NS_NumberSize(param.mType);
     } else if (const auto* const text = std::get_if<std::string>(&aFrame.At(i))) {
       have = text->size();
     }

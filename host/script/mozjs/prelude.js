@@ -130,8 +130,9 @@
           "Components.classes");
       return Object.freeze({
         contractID: contract,
-        getService: (iid) => host.getService(contract, iid),
-        createInstance: (iid) => host.createInstance(contract, iid),
+        // No argument means any interface; undefined, a name mistyped, is a mistake.
+        getService: (...iid) => host.getService(contract, ...iid),
+        createInstance: (...iid) => host.createInstance(contract, ...iid),
       });
     },
     has: (target, contract) => typeof contract === "string" && host.isRegistered(contract),

@@ -34,6 +34,8 @@ TEST_F(ScriptEnvironment, ErrorIsNotSeen) {
   EXPECT_EQ(1, status);
   EXPECT_TRUE(text.starts_with("vorel: test.js:1:26: Error: in a timer\n")) << text;
   EXPECT_EQ("vorel: unhandled rejection: 5\n", Run("Promise.reject(5); undefined"));
+  EXPECT_EQ("vorel: unhandled rejection: 1\nvorel: unhandled rejection: 2\n",
+            Run("Promise.reject(1); Promise.reject(2); undefined"));
   EXPECT_EQ("", Run("Promise.reject(6).catch(() => {}); undefined"));
   EXPECT_TRUE(Run("\n\nlet x = ;").starts_with("vorel: test.js:3:9: SyntaxError"));
   EXPECT_TRUE(Run("throw null").starts_with("vorel: null"));

@@ -135,7 +135,9 @@ class ScriptComponent : public nsScriptTest {
               "component {c0000000-0000-4000-8000-000000000003} broken.js\n"
               "contract @test/broken;1 {c0000000-0000-4000-8000-000000000003}\n"
               "component {c0000000-0000-4000-8000-000000000004} module.mjs\n"
-              "contract @test/module;1 {c0000000-0000-4000-8000-000000000004}\n"));
+              "contract @test/module;1 {c0000000-0000-4000-8000-000000000004}\n"
+              "component {c0000000-0000-4000-8000-000000000005} lacking.js\n"
+              "contract @test/lacking;1 {c0000000-0000-4000-8000-000000000005}\n"));
     Write("listener.js",
           "let made = 0;\n"
           "class Listener { constructor() { this.n = ++made } onThing() {} ask(n) { return { "
@@ -143,6 +145,7 @@ class ScriptComponent : public nsScriptTest {
           "const NSGetFactory = (cid) => cid === '{c0000000-0000-4000-8000-000000000001}' ? "
           "Listener : null;\n");
     Write("broken.js", "const NSGetFactory = 1;\nlet = ;\n");
+    Write("lacking.js", "const NSGetFactory = () => class { onThing() {} };\n");
     Write("module.mjs",
           "import { n } from './n.mjs';\nexport const NSGetFactory = () => class { onThing() {} "
           "ask() { return { double: n, text: 'm' } } };\n");
@@ -165,6 +168,18 @@ TEST_F(ScriptComponent, ClassOfAManifestIsNotMade) {
   EXPECT_EQ(17, number);
   // What it holds does not keep an application running.
   EXPECT_EQ(0, Finish().first);
+}
+
+TEST_F(ScriptComponent, NobodyLearnsWhatAClassLacks) {
+  nsresult rv;
+  testing::internal::CaptureStderr();
+  EXPECT_FALSE(do_CreateInstance<nsITestListener>("@test/lacking;1", &rv));
+  EXPECT_EQ(NS_ERROR_NO_INTERFACE, rv);
+  const std::string text = testing::internal::GetCapturedStderr();
+  EXPECT_NE(std::string::npos,
+            text.find("lacking.js: an object that implements nsITestListener is expected, one "
+                      "with onThing, ask"))
+      << text;
 }
 
 TEST_F(ScriptComponent, ClassOfABrokenFileIsMade) {

@@ -80,6 +80,10 @@ TEST_F(ScriptWrapper, NameWithoutServiceIsUndefinedSomewhereElse) {
   EXPECT_TRUE(Thrown("nowhere").starts_with("nowhere is not defined"));
   EXPECT_EQ("Components.classes (0x80040154): no class has the contract ID \"@no;1\"",
             Thrown("Components.classes['@no;1'].getService()"));
+  EXPECT_EQ(
+      "TypeError: getService of @test/thing;1: argument 1 (iid): an interface of "
+      "Components.interfaces is expected, not undefined",
+      Thrown("Components.classes['@test/thing;1'].getService(Components.interfaces.nsIMistyped)"));
   EXPECT_EQ("false true",
             Run("`${'@no;1' in Components.classes} ${'@test/thing;1' in Components.classes}`"));
 }
