@@ -7,7 +7,7 @@ const [asJson, watches, inColours] = ["--json", "--watch", "--colours"].map((opt
 
 // Deep enough for an adapter's connectors and an address's parts; objects that point at each other end here.
 const maxDepth = 3;
-// The adapter of a binding stands as an index already. The stored view of an adapter is not what is in force, and to
+// The adapter of a binding stands there already. The stored view of an adapter is not what is in force, and to
 // ask for it would make the store.
 const leftOut = ["adapter", "registered"];
 
@@ -50,28 +50,26 @@ function describeAdapter(adapter) {
   };
 }
 
-/** The adapter of a binding is its index in the list. */
-function describeBinding(binding, adapters) {
-  const adapter = adapters.indexOf(binding.adapter);
+/** The adapter is given as `adapter`. */
+function describeBinding(binding, adapter) {
   // What a binding class offers of its own.
   const { applicationProfile, ...others } = plain(binding, 0);
-  return {
-    profile: binding.applicationProfile?.name ?? null,
-    adapter: adapter < 0 ? null : adapter,
-    ...others,
-  };
+  return { profile: binding.applicationProfile?.name ?? null, adapter, ...others };
 }
 
 /** Numbers of 64 bits keep all their digits. */
-function toJson(object) {
-  const mark = "\u0001";
-  return JSON.stringify(object, (_, value) => (typeof value === "bigint" ? mark + value : value))
-    .replace(/"\\u0001(-?\d+)"/g, "$1");
+function toJson(value) {
+  if (typeof value === "bigint") return String(value);
+  if (Array.isArray(value)) return `[${value.map(toJson).join(",")}]`;
+  if (value === null || typeof value !== "object") return JSON.stringify(value) ?? "null";
+  return `{${Object.entries(value).map(([name, part]) => `${JSON.stringify(name)}:${toJson(part)}`).join(",")}}`;
 }
 
 // ---- For people
 
-const text = (value) => (typeof value === "string" ? value : value == null ? "" : toJson(value));
+// What devices call themselves is not to steer the terminal.
+const safe = (name) => name.replace(/[\x00-\x1f\x7f-\x9f]/g, "\ufffd");
+const text = (value) => (typeof value === "string" ? safe(value) : value == null ? "" : toJson(value));
 const join = (texts) => texts.filter((part) => part !== "").join(", ");
 
 /** "nsISystemAdapterStorage" is "Storage". */
@@ -118,9 +116,10 @@ let isShown = false;
 function show() {
   try {
     const adapters = Array.from(systemManager.adapters);
+    const indexOf = (adapter) => (adapters.includes(adapter) ? adapters.indexOf(adapter) : null);
     const picture = {
       adapters: adapters.map(describeAdapter),
-      bindings: Array.from(bindings, (binding) => describeBinding(binding, adapters)),
+      bindings: Array.from(bindings, (binding) => describeBinding(binding, indexOf(binding.adapter))),
     };
     console.log(asJson ? toJson(picture) : tables(picture));
   } catch (error) {
@@ -139,8 +138,11 @@ function tellAdapter(event, adapter) {
 
 function tellBinding(event, binding) {
   if (!isShown) return;
-  const change = { event, binding: describeBinding(binding, Array.from(systemManager.adapters)) };
-  console.log(asJson ? toJson(change) : `${event}: ${text(change.binding.profile)}`);
+  // An index would mean nothing: the adapter of a binding that goes has gone before it.
+  const adapter = binding.adapter && describeAdapter(binding.adapter);
+  const change = { event, binding: describeBinding(binding, adapter) };
+  console.log(asJson ? toJson(change)
+    : `${event}: ${text(change.binding.profile)}${adapter ? ` on ${kindOf(adapter)} ${nameOf(adapter)}` : ""}`);
 }
 
 // The manager keeps no list of bindings that could be asked for, so they are gathered from before the machine is

@@ -207,6 +207,89 @@ TEST(Program, ChangeIsNotOneObjectInALineBehindThePicture) {
   EXPECT_EQ(event["adapter"]["operStatus"], 2);
 }
 
+TEST(Program, NameFromTheMachineIsTakenForANumber) {
+  nsProgram program;
+  const std::string machine = program.Write("machine.json", R"({"interfaces": [
+    {"name": "eth0", "label": "\u000112", "description": "\"\u00011", "mac": "02-00-5E-10-00-01",
+     "speed": 9223372036854775807}]})");
+  const Json adapter = PictureOf(program.Run({"--machine", machine, "--json"}))["adapters"][0];
+  EXPECT_EQ(adapter["label"], "\u000112");
+  EXPECT_EQ(adapter["description"], "\"\u00011");
+  EXPECT_EQ(adapter["transmitLinkSpeed"], 9223372036854775807);
+}
+
+// A binding may be in force on any adapter that its class chooses.
+TEST(Program, BindingStaysWhenItsAdapterGoes) {
+  nsProgram program;
+  program.Write("application/chrome.manifest", R"(
+component {6f0a5b4e-6c0b-4a6c-9a55-9a3c1df3b6a2} upload.js
+contract @test/upload;1 {6f0a5b4e-6c0b-4a6c-9a55-9a3c1df3b6a2}
+category vorel-application-profile-binding storage-external-medias-reader.mass-storage.usb.* @test/upload;1
+)");
+  program.Write("application/upload.js", R"(
+class Upload {
+  adapter = null;
+  applicationProfile = null;
+  init(adapter, profile, branch) {
+    this.adapter = [...systemManager.adapters].find(({ label }) => label === "wired");
+    this.applicationProfile = profile;
+  }
+  isEnabled() { return true; }
+}
+const NSGetFactory = () => Upload;
+)");
+  program.Write("application/defaults/preferences/test.js", R"(
+pref("vorel.app-profile.storage-external-medias-reader.mass-storage.usb.*.authorized", true);
+)");
+  const std::string application = program.Directory() + "/application";
+  const std::string machine = program.Write("machine.json", R"({
+    "volumes": [{"letter": "E", "kind": "removable", "bus": "usb", "root": "stick"}],
+    "interfaces": [{"name": "eth0", "label": "wired", "mac": "02-00-5E-10-00-01"}],
+    "changes": [{"after": 0.2, "interfaces": {"remove": ["eth0"]}}]})");
+
+  program.Start({"--machine", machine, "--app", application, "--watch", "--json"});
+  ASSERT_TRUE(program.WaitFor("binding-removed"));
+  std::istringstream lines(program.Finish(SIGINT).mOutput);
+  std::string picture, first, second;
+  ASSERT_TRUE(std::getline(lines, picture) && std::getline(lines, first) &&
+              std::getline(lines, second));
+  EXPECT_EQ(Json::parse(picture)["bindings"],
+            (Json{{{"profile", "storage-external-medias-reader"}, {"adapter", 0}}}));
+  EXPECT_EQ(Json::parse(first)["event"], "adapter-removed");
+  const Json event = Json::parse(second);
+  EXPECT_EQ(event["event"], "binding-removed");
+  EXPECT_EQ(event["binding"]["profile"], "storage-external-medias-reader");
+  EXPECT_EQ(event["binding"]["adapter"]["label"], "wired");
+
+  // An application hears the same, and has the last word.
+  const nsOutcome outcome =
+      program.Run({"--machine", machine, "--app", application, program.Write("app.js", R"(
+    const adapters = { onAdapterRemoved: ({ label }) => console.log("-", label) };
+    const bindings = {
+      onProfileBindingRemoved({ applicationProfile, adapter }) {
+        console.log("-", applicationProfile.name, "on", adapter.label);
+        systemManager.removeAdapterListener(adapters);
+        systemManager.removeProfileBindingListener(bindings);
+        quit(7);
+      },
+    };
+    systemManager.addAdapterListener(adapters);
+    systemManager.addProfileBindingListener(bindings);)")});
+  EXPECT_EQ(outcome.mOutput, "- wired\n- storage-external-medias-reader on wired\n");
+  EXPECT_EQ(outcome.mStatus, 7) << outcome.mErrors;
+}
+
+TEST(Program, ObjectIsAnInstanceOfAClassThatSharesAnInterface) {
+  nsProgram program;
+  EXPECT_EQ(program
+                .Run({"-e",
+                      "[systemManager, systemMaintenance].map((object) =>"
+                      " `${object instanceof SystemManager} ${object instanceof SystemMaintenance}`"
+                      ").join()"})
+                .mOutput,
+            "true false,false true\n");
+}
+
 TEST(Program, InterruptedFollowerDiesByTheSignal) {
   nsProgram program;
   program.Start({"--machine", SourceFile("app/machines/kiosk.json"), "--watch"});
