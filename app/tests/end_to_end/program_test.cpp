@@ -101,6 +101,23 @@ TEST(Program, HostileScriptCrashesIt) {
   }
 }
 
+TEST(Program, EndThatAScriptTellsCrashesTheMachine) {
+  nsProgram program;
+  const std::string machine = program.Write("machine.json", R"({
+    "interfaces": [{"name": "eth0", "mac": "02-00-5E-10-00-01"}],
+    "changes": [{"after": 0.1, "interfaces": {"set": [{"name": "eth0", "status": "down"}]}},
+                {"after": 10, "interfaces": {"remove": ["eth0"]}}]})");
+  const nsOutcome outcome = program.Run({"--machine", machine, program.Write("app.js", R"(
+    systemManager.addAdapterListener({
+      onAdapterChanged() {
+        Components.classes["@mozilla.org/observer-service;1"]
+          .getService(Components.interfaces.nsIObserverService).notifyObservers(null, "xpcom-shutdown", null);
+        setTimeout(() => quit(3), 0);
+      },
+    });)")});
+  EXPECT_EQ(outcome.mStatus, 3) << outcome.mErrors;
+}
+
 TEST(Program, LostOutputEndsWithSuccessOrInAFileOfTheProfile) {
   nsProgram program;
   const std::string vorel = VOREL_BINARY_DIR "/bin/vorel --profile " + program.Directory() + " ";

@@ -46,9 +46,9 @@ class MachineScript final : public nsImplements<MachineScript, nsITimerCallback,
   }
 
   nsresult Observe(nsISupports*, const char*, const char16_t*) override {
-    const nsresult rv = mTimer->Cancel();
-    mTimer = nullptr;
-    return rv;
+    // The end may be told more than once: a script may send any topic.
+    const nsCOMPtr<nsITimer> timer = std::exchange(mTimer, nullptr);
+    return timer ? timer->Cancel() : NS_OK;
   }
 
  private:
@@ -64,13 +64,13 @@ class MachineScript final : public nsImplements<MachineScript, nsITimerCallback,
 
   nsresult WaitForNext() {
     const auto wait = mMachine->UntilNextChange();
-    if (!wait) return NS_OK;
+    if (!wait || !mTimer) return NS_OK;
     const auto delay = static_cast<uint32_t>(std::clamp<int64_t>(wait->count(), 0, UINT32_MAX));
     return mTimer->InitWithCallback(this, delay, nsITimer::TYPE_ONE_SHOT);
   }
 
   const std::unique_ptr<nsSimulatedMachine> mMachine;
-  nsCOMPtr<nsITimer> mTimer;
+  nsCOMPtr<nsITimer> mTimer;  // null after the end
   bool mNetworkChanged = false;
 };
 
