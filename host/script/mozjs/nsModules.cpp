@@ -249,10 +249,7 @@ bool NS_ReadScript(JSContext* cx, const std::string& aFile, std::string* aText) 
     text.append(bytes, count);
   const bool failed = !in || ferror(in);
   if (in) fclose(in);
-  if (failed) {
-    JS_ReportErrorUTF8(cx, "%s can't be read", aFile.c_str());
-    return false;
-  }
+  if (failed) return NS_ThrowError(cx, aFile + " can't be read");
   // The first line of a program may say what runs it.
   if (text.starts_with("#!")) text.insert(0, "//");
   *aText = std::move(text);

@@ -53,12 +53,20 @@ bool NewError(JSContext* cx, JSExnType aType, const std::string& aMessage,
   return JS::CreateError(cx, aType, stack, file, line, column, nullptr, message, cause, aError);
 }
 
+bool Throw(JSContext* cx, JSExnType aType, const std::string& aMessage) {
+  JS::RootedValue error(cx);
+  if (NewError(cx, aType, aMessage, &error)) JS_SetPendingException(cx, error);
+  return false;
+}
+
 }  // namespace
 
 bool NS_ThrowTypeError(JSContext* cx, const std::string& aMessage) {
-  JS::RootedValue error(cx);
-  if (NewError(cx, JSEXN_TYPEERR, aMessage, &error)) JS_SetPendingException(cx, error);
-  return false;
+  return Throw(cx, JSEXN_TYPEERR, aMessage);
+}
+
+bool NS_ThrowError(JSContext* cx, const std::string& aMessage) {
+  return Throw(cx, JSEXN_ERR, aMessage);
 }
 
 bool NS_ThrowResult(JSContext* cx, nsresult aResult, const std::string& aMethod,

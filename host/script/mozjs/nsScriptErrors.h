@@ -10,6 +10,8 @@
 
 /// Throws a TypeError. Always false.
 bool NS_ThrowTypeError(JSContext* cx, const std::string& aMessage);
+/// Throws an Error. Always false.
+bool NS_ThrowError(JSContext* cx, const std::string& aMessage);
 /// Throws an Error with `result`, `name` and `method`; keeps an exception that is pending already.
 /// Always false.
 bool NS_ThrowResult(JSContext* cx, nsresult aResult, const std::string& aMethod,
