@@ -114,6 +114,16 @@ for (let i = 0; i < objects.length; ++i) {
     }
   }
 }
+// The host's own steps, told out of their order and more than once.
+const steps = ["xpcom-shutdown-loaders", "xpcom-shutdown-threads", "xpcom-shutdown", "app-startup", "profile-do-change",
+  "profile-before-change", "profile-after-change", "final-ui-startup", "xul-window-registered", "network:link-status-changed"];
+const observers = classes["@mozilla.org/observer-service;1"].getService(interfaces.nsIObserverService);
+for (const step of [...steps, ...steps]) {
+  const told = attempt(() => [...observers.enumerateObservers(step)]) ?? [];
+  for (const observer of told) for (const other of steps) attempt(() => observer.observe(oneOf(objects), other, null));
+  attempt(() => observers.notifyObservers(null, step, null));
+}
+
 setTimeout(() => {
   console.log(`alive after ${calls} calls of ${objects.length} objects`);
   quit(0);
