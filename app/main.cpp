@@ -23,9 +23,7 @@
 #include "nsHost.h"
 #include "nsILog4.h"
 #include "nsIThread.h"
-#include "nsIThreadManager.h"
 #include "nsScriptHost.h"
-#include "nsServices.h"
 #include "nsShell.h"
 #include "nsSystemScript.h"
 #include "nsVorelMethodCaller.h"
@@ -210,8 +208,7 @@ int RunScript(nsHost& aHost, nsScriptHost& aScript, const nsCommandLine& aLine,
   if ((aLine.mTask == Task::eWatch || aLine.mFollow) && fstat(STDOUT_FILENO, &output) == 0 &&
       S_ISFIFO(output.st_mode)) {
     nsCOMPtr<nsIThread> mainThread;
-    (void)do_GetService<nsIThreadManager>(NS_THREADMANAGER_CONTRACTID)
-        ->GetMainThread(mainThread.getter_AddRefs());
+    (void)NS_GetMainThread(mainThread.getter_AddRefs());
     (void)nsFdWatch::Start(
         STDOUT_FILENO, mainThread.get(), [&] { aScript.Quit(kFailure); }, &reader);
   }

@@ -17,9 +17,8 @@
 
 #include "nsFdWatch.h"
 #include "nsIThread.h"
-#include "nsIThreadManager.h"
 #include "nsScriptHost.h"
-#include "nsServices.h"
+#include "nsVorelMethodCaller.h"
 
 namespace {
 
@@ -193,8 +192,7 @@ nsShell::~nsShell() = default;
 
 int nsShell::Run() {
   nsCOMPtr<nsIThread> main;
-  if (const auto threads = do_GetService<nsIThreadManager>(NS_THREADMANAGER_CONTRACTID))
-    (void)threads->GetMainThread(main.getter_AddRefs());
+  (void)NS_GetMainThread(main.getter_AddRefs());
   std::unique_ptr<nsFdWatch> watch;
   const nsresult rv = nsFdWatch::Start(
       STDIN_FILENO, main.get(), [this] { mTerminal ? ReadTerminal() : ReadStream(); }, &watch);

@@ -116,10 +116,10 @@ let isShown = false;
 function show() {
   try {
     const adapters = Array.from(systemManager.adapters);
-    const indexOf = (adapter) => (adapters.includes(adapter) ? adapters.indexOf(adapter) : null);
+    const indices = new Map(adapters.map((adapter, i) => [adapter, i]));
     const picture = {
       adapters: adapters.map(describeAdapter),
-      bindings: Array.from(bindings, (binding) => describeBinding(binding, indexOf(binding.adapter))),
+      bindings: Array.from(bindings, (binding) => describeBinding(binding, indices.get(binding.adapter) ?? null)),
     };
     console.log(asJson ? toJson(picture) : tables(picture));
   } catch (error) {

@@ -58,6 +58,10 @@ class nsMachineValue {
   /// error.
   void AsObject(const std::function<void(nsMachineObject&)>& aRead) const;
 
+  /// aKind and its name have been read before.
+  [[noreturn]] void FailRepeated(const std::string& aKind, const std::string& aName) const {
+    Fail("the " + aKind + " \"" + aName + "\" stands here a second time");
+  }
   [[noreturn]] void Fail(const std::string& aReason) const {
     throw nsMachineFileError(mLine, aReason);
   }

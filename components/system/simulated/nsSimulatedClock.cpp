@@ -194,8 +194,7 @@ void nsSimulatedClock::ReadFacts(const nsMachineValue& aValue) {
       for (const nsMachineValue& element : zones->AsArray())
         element.AsObject([&](nsMachineObject& aZone) {
           nsSimulatedZone zone = ReadZone(aZone);
-          if (!names.insert(zone.mOlsonName).second)
-            aZone.Fail("the zone \"" + zone.mOlsonName + "\" stands here a second time");
+          if (!names.insert(zone.mOlsonName).second) element.FailRepeated("zone", zone.mOlsonName);
           AddZone(std::move(zone));
         });
     Apply(ReadSettings(aObject));

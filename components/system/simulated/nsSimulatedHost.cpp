@@ -57,8 +57,7 @@ std::function<void()> nsSimulatedHost::ReadChange(const nsMachineValue& aValue) 
       for (const nsMachineValue& command : commands->AsArray())
         command.AsObject([&](nsMachineObject& aCommand) {
           const std::string& line = aCommand.Required("line").AsString();
-          if (!lines.insert(line).second)
-            aCommand.Fail("the command \"" + line + "\" stands here a second time");
+          if (!lines.insert(line).second) command.FailRepeated("command", line);
           std::optional<int32_t> status;
           if (const auto* value = aCommand.Optional("status"))
             status = value->AsInteger<int32_t>(0, 255);

@@ -173,8 +173,7 @@ std::vector<Fields> ReadInterfaces(const nsMachineValue& aValue) {
   for (const nsMachineValue& element : aValue.AsArray()) {
     Fields fields = ReadFields(element);
     for (const Fields& other : interfaces)
-      if (other.mName == fields.mName)
-        element.Fail("the interface \"" + fields.mName + "\" stands here a second time");
+      if (other.mName == fields.mName) element.FailRepeated("interface", fields.mName);
     interfaces.push_back(std::move(fields));
   }
   return interfaces;

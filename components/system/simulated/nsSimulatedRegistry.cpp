@@ -54,13 +54,11 @@ nsRegistryData ReadKeys(const nsMachineValue& aValue) {
   for (const nsMachineValue& element : aValue.AsArray())
     element.AsObject([&](nsMachineObject& aObject) {
       const nsMachineValue& path = aObject.Required("key");
-      if (data.Find(path.AsString()))
-        path.Fail("the key \"" + path.AsString() + "\" stands here a second time");
+      if (data.Find(path.AsString())) path.FailRepeated("key", path.AsString());
       auto& key = data.Make(path.AsString());
       for (const nsMachineValue& each : aObject.Required("values").AsArray()) {
         nsRegistryValue value = ReadValue(each);
-        if (key.Find(value.mName))
-          each.Fail("the value \"" + value.mName + "\" stands here a second time");
+        if (key.Find(value.mName)) each.FailRepeated("value", value.mName);
         key.Set(std::move(value));
       }
     });

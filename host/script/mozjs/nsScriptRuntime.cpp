@@ -15,7 +15,6 @@
 
 #include "nsIObserverService.h"
 #include "nsIThread.h"
-#include "nsIThreadManager.h"
 #include "nsImplements.h"
 #include "nsScriptErrors.h"
 #include "nsScriptedObject.h"
@@ -299,9 +298,8 @@ void nsScriptRuntime::Quit(int aStatus) {
 }
 
 int nsScriptRuntime::RunUntilDone() {
-  const auto threads = do_GetService<nsIThreadManager>(NS_THREADMANAGER_CONTRACTID);
   nsCOMPtr<nsIThread> thread;
-  if (threads) (void)threads->GetMainThread(thread.getter_AddRefs());
+  (void)NS_GetMainThread(thread.getter_AddRefs());
   bool ran = true;
   while (!mQuit && thread) {
     if (!ran) {  // idle

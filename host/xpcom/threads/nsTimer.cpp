@@ -29,8 +29,8 @@ struct nsTimers::Firing {
   uint32_t mGeneration;
   nsCOMPtr<nsIEventTarget> mTarget;
 
-  /// A target that is gone takes nothing: the timer has then fired for the last time, and lets go of
-  /// its callback, which may hold the timer.
+  /// A target that is gone takes nothing: the timer has then fired for the last time, and lets go
+  /// of its callback, which may hold the timer.
   void Send(uint32_t aFlags) {
     const auto event = NS_NewRunnable([link = mLink, generation = mGeneration] {
       nsCOMPtr<nsTimer> timer;

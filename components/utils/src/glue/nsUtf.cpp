@@ -16,9 +16,8 @@ char32_t DecodeUtf8(std::string_view aText, size_t* aIndex) {
   const uint8_t lead = byte((*aIndex)++);
   if (lead < 0x80) return lead;
   size_t more;
-  uint8_t low = 0x80,
-          high =
-              0xBF;  // of the second byte: no overlong forms, no surrogates, nothing above 10FFFF
+  // Of the second byte: no overlong forms, no surrogates, nothing above 10FFFF.
+  uint8_t low = 0x80, high = 0xBF;
   char32_t value;
   if (lead >= 0xC2 && lead <= 0xDF) {
     more = 1;

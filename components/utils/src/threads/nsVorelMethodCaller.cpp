@@ -4,13 +4,16 @@
 #include "nsIThreadManager.h"
 #include "nsServices.h"
 
-nsresult NS_DispatchToMainThread(nsIRunnable* aRunnable, uint32_t aFlags) {
-  if (!aRunnable) return NS_ERROR_NULL_POINTER;
+nsresult NS_GetMainThread(nsIThread** aThread) {
   nsresult rv;
   const auto manager = do_GetService<nsIThreadManager>(NS_THREADMANAGER_CONTRACTID, &rv);
-  if (NS_FAILED(rv)) return rv;
+  return NS_FAILED(rv) ? rv : manager->GetMainThread(aThread);
+}
+
+nsresult NS_DispatchToMainThread(nsIRunnable* aRunnable, uint32_t aFlags) {
+  if (!aRunnable) return NS_ERROR_NULL_POINTER;
   nsCOMPtr<nsIThread> main;
-  rv = manager->GetMainThread(main.getter_AddRefs());
+  const nsresult rv = NS_GetMainThread(main.getter_AddRefs());
   return NS_FAILED(rv) ? rv : main->Dispatch(aRunnable, aFlags);
 }
 

@@ -1,8 +1,8 @@
 // A method call packed as a runnable for another thread: a target, a member function, its
 // arguments.
 //
-//   auto caller = NS_NewRunnableMethodCaller<vorel::threads::eStrong>(this, &nsFoo::Bar,
-//   aArgument); rv = NS_DispatchToMainThread(caller.get(), NS_DISPATCH_SYNC);
+//   auto caller = NS_NewRunnableMethodCaller<vorel::threads::eStrong>(this, &nsFoo::Bar, aWhat);
+//   rv = NS_DispatchToMainThread(caller.get(), NS_DISPATCH_SYNC);
 //
 // The method's result does not come back: the dispatch's does. The rule for users: test whether
 // this is the wanted thread; if so call directly; if not, pack the same method with the same
@@ -16,9 +16,14 @@
 #include "nsIWeakReference.h"
 #include "nsImplements.h"
 
+class nsIThread;
+
 inline constexpr uint32_t NS_DISPATCH_NORMAL = 0;
 inline constexpr uint32_t NS_DISPATCH_SYNC = 1;
 
+/// The thread that the host was started on. Any thread; fails when the thread manager is not to be
+/// had.
+nsresult NS_GetMainThread(nsIThread** aThread);
 /// Runs it on the main thread; with NS_DISPATCH_SYNC waits for the end of it. NS_ERROR_NULL_POINTER
 /// without a runnable. Not to be called with SYNC from the main thread itself, nor with anything
 /// held that it needs.
@@ -30,9 +35,10 @@ namespace vorel::threads {
 
 /// What a caller keeps of its target.
 enum Ownership {
-  eStrong = 2,  ///< a strong reference, until the caller dies
-  eWeak =
-      3,  ///< a plain pointer and a weak reference, which must still answer when the call is run
+  /// A strong reference, until the caller dies.
+  eStrong = 2,
+  /// A plain pointer and a weak reference, which must still answer when the call is run.
+  eWeak = 3,
 };
 
 namespace detail {
