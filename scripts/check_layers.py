@@ -7,19 +7,15 @@ import pathlib
 import re
 import sys
 
-# A folder belongs to the layer of its longest prefix here.
+# A folder belongs to the layer of its longest prefix here. Below ROOMS each folder is a layer of its own name, and a
+# folder of a platform belongs to that room's native backend, "native ROOM".
 LAYERS = {
     "host/xpcom/public": "platform",
     "components/system/public": "public",
     "components/utils/src/glue": "glue",
     "components/utils/src/threads": "threads",
-    "components/system/src/base": "logic",
-    "components/system/src/adapters": "logic",
-    "components/system/src/apb": "logic",
-    "components/system/src/base/linux": "native",
-    "components/system/src/adapters/linux": "native",
-    "components/system/src/base/windows": "native",
-    "components/system/src/adapters/windows": "native",
+    "components/utils/src/native": "native",
+    "components/system/src/base": "base",
     "components/system/src/module": "module",
     "components/system/simulated": "simulated",
     "components/system/script": "bindings",
@@ -29,25 +25,53 @@ LAYERS = {
     "host/script/mozjs": "engine",
     "app": "program",
 }
+ROOMS = re.compile(r"components/system/src/((?:base|adapters|apb)/.+)$")
+PLATFORMS = {"linux", "windows"}
 
-# What a layer may include with quotation marks. A port is a header of the logic named nsPlatform*.h.
+# What a layer may include with quotation marks; "port" is a header nsPlatform*.h of any room, "*" all rooms and their
+# backends. A room may always use itself, and a backend its own room's ports.
 BASIC = {"platform", "glue"}
 MAY = {
     "platform": {"platform", "glue"},
     "public": {"public", "platform", "glue"},
     "glue": BASIC,
     "threads": BASIC | {"threads"},
-    "logic": BASIC | {"threads", "public", "logic", "port"},
-    "native": BASIC | {"port", "native"},
-    "module": BASIC | {"threads", "public", "logic", "port", "native", "simulated", "module"},
-    "simulated": BASIC | {"port", "simulated"},
+    "native": BASIC | {"native"},
+    "base": BASIC | {"threads", "public"},
+    "room": BASIC | {"threads", "public", "base"},
+    "base/backend": BASIC | {"port"},
+    "base/discovery": BASIC | {"threads", "public", "base", "port", "adapters"},
+    "backend": BASIC | {"native", "base/backend", "native base/backend"},
+    "module": BASIC | {"threads", "public", "port", "simulated", "native", "*"},
+    "simulated": BASIC | {"port", "base/backend", "simulated"},
     "bindings": BASIC | {"public", "embedding", "bindings"},
     "embedding": BASIC | {"embedding"},
-    "host": BASIC | {"threads", "embedding", "host"},
+    "host": BASIC | {"threads", "embedding", "native", "host"},
     "bridge": BASIC | {"threads", "embedding", "host", "bridge"},
     "engine": BASIC | {"threads", "embedding", "host", "bridge", "engine"},
     "program": BASIC | {"threads", "public", "embedding", "bindings", "program"},
 }
+
+
+def may_use(mine, theirs, is_port):
+    """Whether a file of the layer mine may include a header of the layer theirs."""
+    if mine == theirs:
+        return True
+    if mine.startswith("native "):
+        room = mine.removeprefix("native ")
+        allowed = MAY["backend"]
+        if is_port and theirs in ("base", room):
+            return True
+    else:
+        allowed = MAY.get(mine) or MAY["room"]
+    if is_port and ("port" in allowed or theirs in allowed):
+        return True
+    if theirs.startswith("adapters/") and "adapters" in allowed:
+        return True
+    if "*" in allowed and ("/" in theirs or theirs in ("base", "native base")):
+        return True
+    return theirs in allowed
+
 
 # What may stand in angle brackets where the system and other libraries may not be seen.
 STANDARD = set(
@@ -59,13 +83,14 @@ STANDARD = set(
     string string_view system_error thread tuple type_traits typeindex typeinfo unordered_map unordered_set utility
     valarray variant vector version""".split()
 )
-ONLY_STANDARD = {"platform", "public", "glue", "threads", "logic", "module", "simulated", "bindings", "embedding"}
+ONLY_STANDARD = {"platform", "public", "glue", "threads", "base", "room", "module", "simulated", "bindings", "embedding"}
 NSPR = re.compile(r"(nspr/)?(pr|pl)\w+\.h$")
 MORE = {  # beside the standard library
     "glue": NSPR,
     "threads": NSPR,
     "module": NSPR,
-    "logic": re.compile(r"((nspr/)?(pr|pl)\w+|ft2build)\.h$"),
+    "base": re.compile(r"(nspr/)?(pr|pl)\w+\.h$"),
+    "room": re.compile(r"((nspr/)?(pr|pl)\w+|ft2build)\.h$"),
     "simulated": re.compile(r"nlohmann/json(_fwd)?\.hpp$"),
 }
 ENGINE = re.compile(r"(js/|jsapi|jsfriendapi|mozilla/)")
@@ -74,6 +99,10 @@ INCLUDE = re.compile(r'\s*#\s*include\s+(["<])([^">]+)[">]')
 
 def layer(path):
     text = path.as_posix()
+    room = ROOMS.match(path.parent.as_posix())
+    if room:
+        parts = room[1].split("/")
+        return "native " + "/".join(parts[:-1]) if parts[-1] in PLATFORMS else "/".join(parts)
     fits = [p for p in LAYERS if text.startswith(p + "/")]
     return LAYERS[max(fits, key=len)] if fits else None
 
@@ -82,10 +111,10 @@ def main(root):
     files = [p.relative_to(root) for p in root.rglob("*") if p.suffix in (".h", ".cpp") and "build" not in p.parts]
     files = [p for p in files if "tests" not in p.parts and layer(p)]
     where = {p.name: layer(p) for p in files if p.suffix == ".h"}
-    where = {n: "port" if l == "logic" and n.startswith("nsPlatform") else l for n, l in where.items()}
     bad = 0
     for path in files:
         mine = layer(path)
+        kind = "backend" if mine.startswith("native") else mine if mine in MAY and not mine.startswith("base/") else "room"
         for number, line in enumerate((root / path).read_text(errors="replace").split("\n"), 1):
             m = INCLUDE.match(line)
             if not m:
@@ -97,9 +126,9 @@ def main(root):
                 why = "the script engine is seen in host/script/mozjs only"
             elif quoted:
                 theirs = where.get(base, "platform")  # made by the build: a platform interface
-                if theirs not in MAY[mine]:
+                if not may_use(mine, theirs, base.startswith("nsPlatform")):
                     why = f"{mine} may not use {theirs}"
-            elif mine in ONLY_STANDARD and name not in STANDARD and not (mine in MORE and MORE[mine].match(name)):
+            elif kind in ONLY_STANDARD and name not in STANDARD and not (kind in MORE and MORE[kind].match(name)):
                 why = f"{mine} may not see this header"
             if why:
                 print(f"{path}:{number}: {line.strip()}: {why}")

@@ -1,6 +1,9 @@
 # Sourced by run and test: installs what packages.txt lists and configures a build. Everything it says goes to
 # standard error, so that the output of run can be piped.
 
+# Clones share the compiler's cache: what it knows a file by does not depend on where the tree lies.
+export CCACHE_BASEDIR=$root CCACHE_NOHASHDIR=1
+
 say() { printf 'vorel: %s\n' "$*" >&2; }
 fail() { say "$*"; exit 1; }
 

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "nsCore.h"
+#include "nsPlatformNetworkSeed.h"
 
 namespace {
 
@@ -69,7 +70,10 @@ nsRegistryData ReadKeys(const nsMachineValue& aValue) {
 
 nsSimulatedRegistry::nsSimulatedRegistry(nsSimulatedCallsRef aCalls,
                                          std::shared_ptr<nsPlatformNetwork> aNetwork)
-    : nsSimulatedPort(std::move(aCalls), "Registry"), mNetwork(std::move(aNetwork)) {}
+    : nsPlatformRegistryStore([network = std::move(aNetwork)](const std::string& aPath) {
+        return NS_SeedTcpipKey(aPath, *network, [](const nsAdapterAddresses&) { return ""; });
+      }),
+      nsSimulatedPort(std::move(aCalls), "Registry") {}
 
 void nsSimulatedRegistry::Put(const std::string& aPath, nsRegistryValue aValue) {
   const std::lock_guard lock(mLock);
@@ -80,7 +84,7 @@ void nsSimulatedRegistry::Take(const std::string& aPath, const std::string& aNam
   const std::lock_guard lock(mLock);
   if (nsRegistryData::Key* key = mData.Find(aPath))
     std::erase_if(key->mValues, [&](const nsRegistryValue& aValue) {
-      return nsRegistryData::SameName(aValue.mName, aName);
+      return NS_SameRegistryName(aValue.mName, aName);
     });
 }
 
@@ -116,8 +120,4 @@ nsresult nsSimulatedRegistry::Change(const char* aMethod, const Visitor& aVisito
   if (aMethod && data != mData) Record(aMethod);
   mData = std::move(data);
   return NS_OK;
-}
-
-std::optional<std::vector<nsRegistryValue>> nsSimulatedRegistry::Seed(const std::string& aPath) {
-  return NS_SeedTcpipKey(aPath, *mNetwork, [](const nsAdapterAddresses&) { return ""; });
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "nsMachineValue.h"
+#include "nsPlatformNetwork.h"
 #include "nsPlatformRegistryData.h"
 #include "nsSimulatedCalls.h"
 
@@ -25,8 +26,6 @@ class nsSimulatedRegistry final : public nsPlatformRegistryStore, public nsSimul
  private:
   nsresult Read(const char* aMethod, const Visitor& aVisitor) override;
   nsresult Change(const char* aMethod, const Visitor& aVisitor) override;
-  std::optional<std::vector<nsRegistryValue>> Seed(const std::string& aPath) override;
 
-  const std::shared_ptr<nsPlatformNetwork> mNetwork;
   nsRegistryData mData;
 };

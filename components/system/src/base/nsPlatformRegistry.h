@@ -5,8 +5,11 @@
 // filled with what is in force, so that reading answers from the first day.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -60,12 +63,27 @@ class nsPlatformRegistry {
                              std::unique_ptr<nsPlatformRegistryKey>* aKey) = 0;
 };
 
-/// Where the values of IP adapters lie: the key of all interfaces, and below it one for each by its
-/// adapter name.
-inline constexpr std::string_view kTcpipParametersKey =
-    "SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Parameters";
-inline constexpr std::string_view kTcpipInterfacesKey =
-    "SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Parameters\\Interfaces\\";
+/// A value with its name.
+struct nsRegistryValue {
+  std::string mName;
+  uint32_t mType = nsPlatformRegistry::kBinary;
+  std::vector<uint8_t> mData;
+
+  friend bool operator==(const nsRegistryValue&, const nsRegistryValue&) = default;
+};
+
+/// What a key holds that is opened for the first time; nothing when there is no such key. The
+/// subject that a key belongs to knows.
+using nsRegistrySeed =
+    std::function<std::optional<std::vector<nsRegistryValue>>(const std::string& aPath)>;
+
+/// Names of keys and values are compared without regard to case, in ASCII.
+inline bool NS_SameRegistryName(std::string_view aA, std::string_view aB) {
+  const auto lower = [](char aChar) {
+    return aChar >= 'A' && aChar <= 'Z' ? static_cast<char>(aChar + 32) : aChar;
+  };
+  return std::ranges::equal(aA, aB, {}, lower, lower);
+}
 
 /// Bytes of the types of values.
 inline std::vector<uint8_t> NS_RegistryString(std::string_view aText) {

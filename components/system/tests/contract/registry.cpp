@@ -4,6 +4,7 @@
 #include <functional>
 
 #include "nsCapturedTree.h"
+#include "nsLinuxNetwork.h"
 #include "nsLinuxRegistry.h"
 #include "nsSimulatedMachine.h"
 
@@ -113,14 +114,14 @@ TEST_P(Registry, AMissingKeyOpensOrOneAboveAnotherDoesNot) {
 
 INSTANTIATE_TEST_SUITE_P(
     Backends, Registry,
-    testing::Values(Backend{"Simulated",
-                            [](Store& aStore) { aStore.mPort = aStore.mMachine.mRegistry; }},
-                    Backend{"Native",
-                            [](Store& aStore) {
-                              aStore.mPort = std::make_shared<nsLinuxRegistry>(
-                                  [path = aStore.mTree.Root() + "/state/registry"] { return path; },
-                                  std::make_shared<nsLinuxNetwork>(aStore.mTree.Root()));
-                            }}),
+    testing::Values(
+        Backend{"Simulated", [](Store& aStore) { aStore.mPort = aStore.mMachine.mRegistry; }},
+        Backend{"Native",
+                [](Store& aStore) {
+                  aStore.mPort = std::make_shared<nsLinuxRegistry>(
+                      [path = aStore.mTree.Root() + "/state/registry"] { return path; },
+                      NS_NetworkSeed(std::make_shared<nsLinuxNetwork>(aStore.mTree.Root())));
+                }}),
     [](const auto& aInfo) { return aInfo.param.mName; });
 
 }  // namespace

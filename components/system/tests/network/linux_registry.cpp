@@ -9,6 +9,7 @@
 #include "../nsCapturedTree.h"
 #include "../nsMutation.h"
 #include "../nsNetworkNamespace.h"
+#include "nsLinuxNetwork.h"
 #include "nsLinuxRegistry.h"
 #include "nsRegistryText.h"
 
@@ -35,7 +36,7 @@ class LinuxRegistry : public testing::Test {
  protected:
   std::shared_ptr<nsLinuxRegistry> Open() {
     return std::make_shared<nsLinuxRegistry>([path = Path()] { return path; },
-                                             std::make_shared<nsLinuxNetwork>());
+                                             NS_NetworkSeed(std::make_shared<nsLinuxNetwork>()));
   }
   std::string Path() const { return mTree.Root() + "/registry"; }
   static nsresult Set(nsLinuxRegistry& aStore, const std::string& aName, Bytes aData) {
@@ -149,7 +150,7 @@ TEST_F(LinuxRegistry, AStoreThatCantBeWrittenSaysThatItWas) {
   mTree.Write("/file", "no directory");
   const auto store =
       std::make_shared<nsLinuxRegistry>([path = mTree.Root() + "/file/registry"] { return path; },
-                                        std::make_shared<nsLinuxNetwork>());
+                                        NS_NetworkSeed(std::make_shared<nsLinuxNetwork>()));
   EXPECT_EQ(Set(*store, "v", {1}), NS_ERROR_FAILURE);
 }
 

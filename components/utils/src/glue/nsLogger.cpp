@@ -34,15 +34,24 @@ std::string_view FunctionName(std::string_view aPretty) {
   return aPretty;
 }
 
+std::string LocationPath(std::string_view aFile) {
+  std::string path(aFile.substr(0, aFile.rfind('.')));
+  for (const std::string_view folder :
+       {"components/system/src/base/", "components/system/src/adapters/",
+        "components/system/src/apb/"})
+    if (path.starts_with(folder)) path.erase(folder.size(), path.rfind('/') + 1 - folder.size());
+  return path;
+}
+
 void Log(nsILog4Logger* aLogger, uint32_t aSeverity, std::string_view aText, const char* aFile,
          const char* aFunction, uint32_t aLine) {
   std::string_view file = aFile;
   // Compilers are given paths from the directory of the build.
   while (file.starts_with("../")) file.remove_prefix(3);
-  file = file.substr(0, file.rfind('.'));
+  const std::string source = LocationPath(file);
   const auto location = do_CreateInstance<nsILog4LocationInfo>(VOREL_LOG4LOCATIONINFO_CONTRACTID);
   if (location)
-    (void)location->Init(nsDependentCString(file), nsDependentCString(FunctionName(aFunction)),
+    (void)location->Init(nsDependentCString(source), nsDependentCString(FunctionName(aFunction)),
                          aLine);
   (void)aLogger->Log(aSeverity, nsDependentCString(aText), location.get());
 }

@@ -26,6 +26,9 @@ void Log(nsILog4Logger* aLogger, uint32_t aSeverity, std::string_view aText, con
          const char* aFunction, uint32_t aLine);
 /// "nsSystemManager::Init" out of "nsresult nsSystemManager::Init(int)".
 std::string_view FunctionName(std::string_view aPretty);
+/// "components/system/src/base/nsSystemManager" out of the path of its source file. The room below
+/// base, adapters or apb in which a file lies does not show: readers of logs know the form.
+std::string LocationPath(std::string_view aFile);
 }  // namespace vorel::detail
 
 // The logger may be a temporary: it is held until the line is written.

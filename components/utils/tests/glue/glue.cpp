@@ -156,4 +156,14 @@ TEST(Log, FunctionIsNotNamedAsInTheSource) {
   for (const auto& [pretty, name] : cases) EXPECT_EQ(FunctionName(pretty), name);
 }
 
+TEST(Log, TheRoomOfAFileDoesNotShowInItsLocation) {
+  using vorel::detail::LocationPath;
+  EXPECT_EQ(LocationPath("components/system/src/base/discovery/nsSystemManager.cpp"),
+            "components/system/src/base/nsSystemManager");
+  EXPECT_EQ(LocationPath("components/system/src/adapters/digitaltv/graph/nsPin.cpp"),
+            "components/system/src/adapters/nsPin");
+  EXPECT_EQ(LocationPath("components/system/src/base/nsX.h"), "components/system/src/base/nsX");
+  EXPECT_EQ(LocationPath("host/xpcom/io/nsPipe.cpp"), "host/xpcom/io/nsPipe");
+}
+
 }  // namespace

@@ -148,12 +148,6 @@ nsresult nsLinuxRegistry::Change(const char*, const Visitor& aVisitor) {
   return Save(path, data);
 }
 
-std::optional<std::vector<nsRegistryValue>> nsLinuxRegistry::Seed(const std::string& aPath) {
-  return NS_SeedTcpipKey(aPath, *mNetwork, [&](const nsAdapterAddresses& aRecord) {
-    return mNetwork->DhcpServerOf(aRecord.mIfIndex);
-  });
-}
-
 std::string NS_RegistryPath() {
   nsCOMPtr<nsIFile> profile;
   nsCString path;

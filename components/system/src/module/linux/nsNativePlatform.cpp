@@ -15,7 +15,7 @@ nsPlatformRef NS_NewNativePlatform() {
   platform->mVolumes = std::make_shared<nsLinuxVolumes>();
   const auto network = std::make_shared<nsLinuxNetwork>();
   platform->mNetwork = network;
-  platform->mRegistry = std::make_shared<nsLinuxRegistry>(NS_RegistryPath, network);
+  platform->mRegistry = std::make_shared<nsLinuxRegistry>(NS_RegistryPath, NS_NetworkSeed(network));
   platform->mClock = std::make_shared<nsLinuxClock>();
   platform->mTimeZones = std::make_shared<nsLinuxTimeZones>();
   platform->mFonts = std::make_shared<nsLinuxFonts>();

@@ -4,7 +4,6 @@
 #include <functional>
 #include <memory>
 
-#include "nsLinuxNetwork.h"
 #include "nsPlatformRegistryData.h"
 
 /// Each change replaces the file as a whole, durably, under a lock on the file beside it
@@ -12,22 +11,19 @@
 /// whole is set aside as PATH.damaged, or with a number behind that, with a warning; the store then
 /// starts anew.
 ///
-/// The key of an interface, and that of all interfaces, are there from the first time they are
-/// opened.
+/// What a key holds that is opened for the first time comes from a seed.
 class nsLinuxRegistry final : public nsPlatformRegistryStore {
  public:
   /// aPath says where the file lies; asked at every use, since the profile is not known from the
   /// start.
-  nsLinuxRegistry(std::function<std::string()> aPath, std::shared_ptr<nsLinuxNetwork> aNetwork)
-      : mPath(std::move(aPath)), mNetwork(std::move(aNetwork)) {}
+  explicit nsLinuxRegistry(std::function<std::string()> aPath, nsRegistrySeed aSeed = {})
+      : nsPlatformRegistryStore(std::move(aSeed)), mPath(std::move(aPath)) {}
 
  private:
   nsresult Read(const char* aMethod, const Visitor& aVisitor) override;
   nsresult Change(const char* aMethod, const Visitor& aVisitor) override;
-  std::optional<std::vector<nsRegistryValue>> Seed(const std::string& aPath) override;
 
   const std::function<std::string()> mPath;
-  const std::shared_ptr<nsLinuxNetwork> mNetwork;
 };
 
 /// "registry" in the profile's directory; before there is a profile, and without one,

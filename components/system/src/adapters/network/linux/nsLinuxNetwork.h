@@ -3,6 +3,7 @@
 
 #include "nsFileTree.h"
 #include "nsPlatformNetwork.h"
+#include "nsPlatformRegistry.h"
 
 /// Answers for the network namespace of the calling thread. The system passes for one of the newest
 /// version, whose records are complete.
@@ -32,3 +33,6 @@ class nsLinuxNetwork final : public nsPlatformNetwork {
  private:
   const nsFileTree mFiles;
 };
+
+/// The seed of the keys of a network's interfaces.
+nsRegistrySeed NS_NetworkSeed(std::shared_ptr<nsLinuxNetwork> aNetwork);

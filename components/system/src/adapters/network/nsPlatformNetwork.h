@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "nsError.h"
@@ -145,3 +146,10 @@ class nsPlatformNetwork {
   /// What PacketOpenAdapter gave is not to be used any more.
   virtual void PacketCloseAdapter(PacketAdapter aAdapter) = 0;
 };
+
+/// Where the configuration store keeps the values of IP adapters: the key of all interfaces, and
+/// below it one for each by its adapter name.
+inline constexpr std::string_view kTcpipParametersKey =
+    "SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Parameters";
+inline constexpr std::string_view kTcpipInterfacesKey =
+    "SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Parameters\\Interfaces\\";

@@ -14,6 +14,7 @@
 #include "nsCore.h"
 #include "nsLinkFiles.h"
 #include "nsNetlink.h"
+#include "nsPlatformNetworkSeed.h"
 #include "nsUtf.h"
 
 namespace {
@@ -333,4 +334,12 @@ nsPlatformNetwork::GetIfEntry2Function nsLinuxNetwork::FindGetIfEntry2() {
 std::string nsLinuxNetwork::DhcpServerOf(uint32_t aIfIndex) const {
   const std::string lease = "/run/systemd/netif/leases/" + std::to_string(aIfIndex);
   return NS_ValueOfKey(mFiles.ReadFile(lease).value_or(""), "SERVER_ADDRESS");
+}
+
+nsRegistrySeed NS_NetworkSeed(std::shared_ptr<nsLinuxNetwork> aNetwork) {
+  return [network = std::move(aNetwork)](const std::string& aPath) {
+    return NS_SeedTcpipKey(aPath, *network, [&](const nsAdapterAddresses& aRecord) {
+      return network->DhcpServerOf(aRecord.mIfIndex);
+    });
+  };
 }
