@@ -7,7 +7,6 @@
 #include <filesystem>
 #include <fstream>
 
-#include "../components/system/tests/fonts/nsTestFont.h"
 #include "nsHost.h"
 #include "nsILocalFile.h"
 #include "nsLinuxTimeZones.h"
@@ -15,6 +14,7 @@
 #include "nsPlatform.h"
 #include "nsString.h"
 #include "nsSystemFont.h"
+#include "nsTestFont.h"
 #include "nsTimeZoneTable.h"
 #include "nsXPCOM.h"
 

@@ -1,7 +1,8 @@
 # Test programs with GoogleTest.
 #
 # vorel_test(NAME SOURCES ... LIBS ...)  one program for one subject.
-# vorel_test_folders(PREFIX LIBS ...)    one program for each folder below, of its *.cpp files.
+# vorel_test_folders(PREFIX LIBS ...)    one program for each folder below, of its *.cpp files and those in its folder
+#                                        of this platform; support/ has what the programs share.
 # vorel_threads(NAME...)                 test programs that run under ThreadSanitizer too.
 find_package(GTest REQUIRED)
 add_custom_target(thread_tests)
@@ -26,8 +27,10 @@ endfunction()
 function(vorel_test_folders prefix)
   cmake_parse_arguments(ARG "" "" "LIBS" ${ARGN})
   file(GLOB folders CONFIGURE_DEPENDS LIST_DIRECTORIES true RELATIVE ${CMAKE_CURRENT_SOURCE_DIR} ${CMAKE_CURRENT_SOURCE_DIR}/*)
+  list(REMOVE_ITEM folders support)
   foreach(folder ${folders})
-    file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/*.cpp)
+    set(here ${CMAKE_CURRENT_SOURCE_DIR}/${folder})
+    file(GLOB sources CONFIGURE_DEPENDS ${here}/*.cpp ${here}/${VOREL_PLATFORM}/*.cpp)
     if(sources)
       vorel_test(${prefix}_${folder} SOURCES ${sources} LIBS ${ARG_LIBS})
     endif()

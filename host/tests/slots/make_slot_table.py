@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Makes the rows of nsSlotTest.cpp: what the platform's table says of each operation, beside the compiled headers.
+"""Makes the rows of slot_test.cpp: what the platform's table says of each operation, beside the compiled headers.
 
 usage: make_slot_table.py TABLE DEFINITIONS OUTPUT
 

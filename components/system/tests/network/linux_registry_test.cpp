@@ -6,11 +6,11 @@
 
 #include <filesystem>
 
-#include "../nsCapturedTree.h"
-#include "../nsMutation.h"
-#include "../nsNetworkNamespace.h"
+#include "nsCapturedTree.h"
 #include "nsLinuxNetwork.h"
 #include "nsLinuxRegistry.h"
+#include "nsMutation.h"
+#include "nsNetworkNamespace.h"
 #include "nsRegistryText.h"
 
 namespace {

@@ -2,12 +2,12 @@
 #include <atomic>
 #include <thread>
 
-#include "../nsSystemTest.h"
 #include "nsIRunnable.h"
 #include "nsISystemAdapterStorage.h"
 #include "nsIThread.h"
 #include "nsIThreadManager.h"
 #include "nsSystemAdapterStorage.h"
+#include "nsSystemTest.h"
 
 namespace {
 

@@ -90,7 +90,7 @@ TEST_F(Log, ARecordIsMoreThanALineOrLacksItsPlace) {
   const std::string time = "\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3} ";
   EXPECT_TRUE(std::regex_match(
       lines[0], std::regex(time + "warning log3: two\\\\nlines \\\\x1b\\[31m and \uFFFD bytes "
-                                  "\\(.*TestBody, .*host/tests/log/nsLogTest:\\d+\\)")))
+                                  "\\(.*TestBody, .*host/tests/log/log_test:\\d+\\)")))
       << lines[0];
   EXPECT_TRUE(std::regex_match(lines[1], std::regex(time + "error   log3: placeless"))) << lines[1];
 }

@@ -1,6 +1,6 @@
 // IP adapters: the live one, and the view of what is configured.
-#include "../nsFaultSweep.h"
-#include "../nsNetworkTest.h"
+#include "nsFaultSweep.h"
+#include "nsNetworkTest.h"
 #include "nsSystemAdapterIP.h"
 
 namespace {

@@ -5,7 +5,6 @@
 #include <map>
 #include <thread>
 
-#include "../nsSystemTest.h"
 #include "nsIDOMCIExtension.h"
 #include "nsIDOMScriptObjectFactory.h"
 #include "nsISystemAdapterStorage.h"
@@ -14,6 +13,7 @@
 #include "nsIThreadManager.h"
 #include "nsIXPCScriptable.h"
 #include "nsSystemAdapterStorage.h"
+#include "nsSystemTest.h"
 
 extern "C" const vorel::Module* const NSModule;
 

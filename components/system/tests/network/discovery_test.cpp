@@ -2,8 +2,8 @@
 #include <map>
 #include <random>
 
-#include "../nsFaultSweep.h"
-#include "../nsNetworkTest.h"
+#include "nsFaultSweep.h"
+#include "nsNetworkTest.h"
 
 namespace {
 

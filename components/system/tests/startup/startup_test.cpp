@@ -1,8 +1,8 @@
 // Start-up: topics, process types, standing directories, and the order of it all.
-#include "../nsSystemTest.h"
 #include "nsIFile.h"
 #include "nsIObserverService.h"
 #include "nsISystemAdapterStorage.h"
+#include "nsSystemTest.h"
 #include "nsTestWindow.h"
 
 namespace {

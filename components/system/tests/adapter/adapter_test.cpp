@@ -1,5 +1,5 @@
 // The adapter base: which bindings a profile gets.
-#include "../nsSystemTest.h"
+#include "nsSystemTest.h"
 
 namespace {
 

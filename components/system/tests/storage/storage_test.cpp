@@ -1,9 +1,9 @@
 // Discovery of volumes, and the storage adapter.
-#include "../nsFaultSweep.h"
-#include "../nsSystemTest.h"
+#include "nsFaultSweep.h"
 #include "nsIFile.h"
 #include "nsILocalFile.h"
 #include "nsSystemAdapterStorage.h"
+#include "nsSystemTest.h"
 
 namespace {
 

@@ -10,13 +10,13 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "../nsCapturedTree.h"
-#include "../nsMutation.h"
-#include "../nsNetworkNamespace.h"
 #include "nsAddressText.h"
+#include "nsCapturedTree.h"
 #include "nsLinkFiles.h"
 #include "nsLinuxNetwork.h"
+#include "nsMutation.h"
 #include "nsNetlink.h"
+#include "nsNetworkNamespace.h"
 #include "nsUtf.h"
 
 namespace {
