@@ -1,76 +1,66 @@
 #include "nsSystemMachine.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "nsDebug.h"
+#include "nsEventPump.h"
 #include "nsIFile.h"
 #include "nsINetworkLinkService.h"
 #include "nsIObserver.h"
 #include "nsIObserverService.h"
 #include "nsIProperties.h"
-#include "nsITimer.h"
-#include "nsITimerCallback.h"
+#include "nsIThread.h"
 #include "nsImplements.h"
 #include "nsLogger.h"
 #include "nsServices.h"
 #include "nsSimulatedMachineFile.h"
+#include "nsSimulatedScript.h"
 #include "nsString.h"
+#include "nsVorelMethodCaller.h"
 
 namespace {
 
-// Applies the changes of a machine's script when their time has come.
-class MachineScript final : public nsImplements<MachineScript, nsITimerCallback, nsIObserver> {
+// Runs the script of a machine on the main thread, until the end of the host.
+class MachineScript final : public nsImplements<MachineScript, nsIObserver> {
  public:
-  explicit MachineScript(std::unique_ptr<nsSimulatedMachine> aMachine)
+  explicit MachineScript(std::shared_ptr<nsSimulatedMachine> aMachine)
       : mMachine(std::move(aMachine)) {
     mMachine->mNetwork->SetListener([this] { mNetworkChanged = true; });
   }
 
   nsresult Start() {
-    if (!mMachine->UntilNextChange()) return NS_OK;
     nsresult rv;
-    mTimer = do_CreateInstance<nsITimer>(NS_TIMER_CONTRACTID, &rv);
-    NS_ENSURE_SUCCESS(rv, rv);
     const auto os = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID, &rv);
     NS_ENSURE_SUCCESS(rv, rv);
     rv = os->AddObserver(this, "xpcom-shutdown", false);
     NS_ENSURE_SUCCESS(rv, rv);
-    return WaitForNext();
-  }
-
-  nsresult Notify(nsITimer*) override {
-    mMachine->ApplyNextChange();
-    if (std::exchange(mNetworkChanged, false)) TellOfNetwork();
-    return WaitForNext();
+    nsCOMPtr<nsIThread> mainThread;
+    rv = NS_GetMainThread(mainThread.getter_AddRefs());
+    NS_ENSURE_SUCCESS(rv, rv);
+    return nsEventPump::Start(
+        "MachineScript", std::make_shared<nsSimulatedScript>(mMachine), mainThread.get(),
+        [this] { OnChange(); }, &mPump);
   }
 
   nsresult Observe(nsISupports*, const char*, const char16_t*) override {
-    // The end may be told more than once: a script may send any topic.
-    const nsCOMPtr<nsITimer> timer = std::exchange(mTimer, nullptr);
-    return timer ? timer->Cancel() : NS_OK;
+    mPump = nullptr;
+    return NS_OK;
   }
 
  private:
   ~MachineScript() override { mMachine->mNetwork->SetListener({}); }
 
   // The host tells of changes of the real network only.
-  void TellOfNetwork() {
+  void OnChange() {
+    if (!std::exchange(mNetworkChanged, false)) return;
     const auto os = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID);
     const auto links =
         do_GetService<nsINetworkLinkService>("@mozilla.org/network/network-link-service;1");
     if (os) (void)os->NotifyObservers(links.get(), "network:link-status-changed", u"unknown");
   }
 
-  nsresult WaitForNext() {
-    const auto wait = mMachine->UntilNextChange();
-    if (!wait || !mTimer) return NS_OK;
-    const auto delay = static_cast<uint32_t>(std::clamp<int64_t>(wait->count(), 0, UINT32_MAX));
-    return mTimer->InitWithCallback(this, delay, nsITimer::TYPE_ONE_SHOT);
-  }
-
-  const std::unique_ptr<nsSimulatedMachine> mMachine;
-  nsCOMPtr<nsITimer> mTimer;  // null after the end
+  const std::shared_ptr<nsSimulatedMachine> mMachine;
+  std::unique_ptr<nsEventPump> mPump;  // null after the end
   bool mNetworkChanged = false;
 };
 
@@ -105,8 +95,10 @@ nsresult NS_OpenMachine(nsPlatformRef* aPlatform) {
   const nsPlatformRef native = NS_NewNativePlatform();
   platform->mFiles = native->mFiles;
   platform->mDirectoryChanges = native->mDirectoryChanges;
-  rv = MakeRefCounted<MachineScript>(std::move(machine))->Start();
-  NS_ENSURE_SUCCESS(rv, rv);
+  if (machine->UntilNextChange()) {
+    rv = MakeRefCounted<MachineScript>(std::move(machine))->Start();
+    NS_ENSURE_SUCCESS(rv, rv);
+  }
   *aPlatform = platform;
   return NS_OK;
 }

@@ -7,5 +7,5 @@
 /// The simulated machine of the file that the directory service has under "VorelMachine"; without
 /// that, the machine that the process runs on. An unreadable file fails with the reader's result,
 /// after an error line that tells file, line and reason. The script of changes that a file may
-/// bring starts here, on a timer of the main thread.
+/// bring starts here, and is applied on the main thread.
 nsresult NS_OpenMachine(nsPlatformRef* aPlatform);
