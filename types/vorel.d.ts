@@ -852,232 +852,6 @@ interface nsIWindowMediator extends nsISupports {
 }
 
 /**
- * The device of an adapter. Its name is the first of the keys by which application profiles are
- * looked up. Immutable; any thread.
- */
-interface nsISystemDevice extends nsISupports {
-  /**
-   * The device type's name, "mass-storage" for one: a word of the preference names, so without
-   * points.
-   */
-  readonly name: string;
-  /** The text for people, "mass storage". */
-  readonly label: string;
-}
-
-/**
- * A connector of an adapter. Its name and mask are the second and third key by which application
- * profiles are looked up. Main thread; immutable but for the label.
- */
-interface nsISystemConnector extends nsISupports {
-  /** The connector type, "usb" for one: a word of the preference names, so without points. */
-  readonly name: string;
-  /**
-   * "*", or decimal digits: a bit mask that tells equal connectors of one machine apart. The masks
-   * of an adapter's connectors are joined bit by bit.
-   */
-  readonly mask: string;
-  /**
-   * The text for people: the one of the maker until SetLabel.
-   * Setting: Changes the label and stores it as the preference "vorel.connectors.NAME.MASK", for the
-   * application: the system itself does not read it back. The label is changed even when it could
-   * not be stored: NS_ERROR_FAILURE without the preferences, else the error that they gave.
-   */
-  label: string;
-  /** Success, and the caller's string stays as it is. */
-  readonly type: string;
-}
-
-/**
- * What all adapters have in common. Each kind has an interface that derives from this one.
- *
- * What is told here is set before the manager publishes the adapter and does not change after
- * that. The count is atomic, and these operations may be called on any thread.
- */
-interface nsISystemAdapter extends nsISupports {
-  /**
-   * What identifies the adapter to the system, in a form of its kind: "COM3" for a serial port.
-   * Empty for directories and volumes.
-   */
-  readonly sysPath: string;
-  /** The text for people, "Port serie COM3". May be empty. */
-  readonly label: string;
-  /**
-   * A new array of its nsISystemConnector, in the order in which they were found; empty when there
-   * is none. Fails as making an array fails.
-   */
-  readonly connectors: nsIArray;
-  /** A new array, always empty. */
-  readonly attachedObjects: nsIArray;
-  /** Null, and success, for an adapter that belongs to no device. */
-  readonly device: nsISystemDevice | null;
-}
-
-/**
- * Given to nsISystemManager::AddAdapterListener. Called on the main thread, in the order of
- * registration, while the call that made the change waits. Results are ignored: a listener that
- * fails disturbs nobody.
- *
- * A listener may add and remove listeners. One that is added is called in the same round; one that
- * removes itself makes the round skip the listener after it.
- */
-interface nsISystemAdapterListener extends nsISupports {
-  /** The adapter is in the list. Its bindings are not made yet. */
-  onAdapterAdded(adapter: nsISystemAdapter | null): void;
-  /** The adapter is out of the list. Its bindings still are in theirs, and go next. */
-  onAdapterRemoved(adapter: nsISystemAdapter | null): void;
-  /** What the adapter reports has changed. */
-  onAdapterChanged(adapter: nsISystemAdapter | null): void;
-}
-
-/**
- * An application profile. It lives through the bindings that say on which adapters it is in force.
- * Immutable; any thread.
- */
-interface nsISystemApplicationProfile extends nsISupports {
-  /**
-   * The key of the preferences below "vorel.app-profile." and of the manager's look-up of
-   * bindings.
-   */
-  readonly name: string;
-  /** A longer text for people; empty for the profiles that the system makes. */
-  readonly description: string;
-  /** The text for people; equal to the name for the profiles that the system makes. */
-  readonly label: string;
-}
-
-/**
- * Implemented by every binding class. Any component may bring one: the system finds it by its
- * contract ID in the category "vorel-application-profile-binding", makes one object for each
- * adapter and profile, calls Init and IsEnabled, and keeps it for as long as the adapter is known.
- * Main thread.
- */
-interface nsISystemApplicationProfileBinding extends nsISupports {
-  /**
-   * Called once, first. aBranch is the part of the preferences that configures this profile on
-   * such an adapter; it always has an "authorized", and the binding's own keys stand beside that.
-   * A failure drops the binding without further notice.
-   */
-  init(adapter: nsISystemAdapter | null, applicationProfile: nsISystemApplicationProfile | null, branch: nsIPrefBranch | null): void;
-  /** Asked right after Init; a binding that answers false, or fails, is dropped. */
-  isEnabled(): boolean;
-  /** The profile given to Init. The manager's look-up reads its name. */
-  readonly applicationProfile: nsISystemApplicationProfile | null;
-  /**
-   * The adapter given to Init, the very object: when an adapter goes, its bindings are found by
-   * comparing.
-   */
-  readonly adapter: nsISystemAdapter | null;
-}
-
-/**
- * Given to nsISystemManager::AddProfileBindingListener. Called on the main thread, in the order of
- * registration, while the call that made the change waits. Results are ignored. For listeners that
- * come and go during a round see nsISystemAdapterListener.
- */
-interface nsISystemProfileBindingListener extends nsISupports {
-  /** The binding is in the list and in force. */
-  onProfileBindingAdded(binding: nsISystemApplicationProfileBinding | nsScripted<nsISystemApplicationProfileBinding> | null): void;
-  /** The binding is out of the list. */
-  onProfileBindingRemoved(binding: nsISystemApplicationProfileBinding | nsScripted<nsISystemApplicationProfileBinding> | null): void;
-}
-
-/**
- * The list of adapters, the list of bindings that say on which adapters application profiles are
- * in force, and listeners to both.
- *
- * Meant for the main thread: no operation takes a lock. The lists are empty before start-up has
- * reached the profile, and again after "xpcom-shutdown"; the operations work all the same. Out
- * arrays are new ones, with references to the same objects: a later change of the machine does not
- * show in them.
- */
-interface nsISystemManager extends nsISupports {
-  /** All adapters, in the order in which they were found. */
-  readonly adapters: nsIArray;
-  /**
-   * Looks again at the adapters of one kind. Followed for nsISystemAdapterIP, whose result is the
-   * discovery's; for every other interface success, and nothing is done.
-   */
-  refreshAdapters(iid: nsIDLike): void;
-  /**
-   * The adapters that answer to an interface, in the order in which they were found; an empty
-   * array when there is none. NS_ERROR_FAILURE when no array can be made.
-   */
-  getAdaptersByIId(iid: nsIDLike): nsIArray | null;
-  /**
-   * The bindings of a profile, in the order in which they came into force; null, and success, when
-   * there is none. aUri is the profile's name, or a URN that holds it: "urn:vorel:owl:NAME" or
-   * "urn:vorel:owl:NAME:...". Upper and lower case differ. A binding that fails to tell its
-   * profile fails the call.
-   */
-  getApplicationProfileBindingsByProfileUri(uri: string): nsIArray | null;
-  /**
-   * NS_OK, always; null is passed over. A listener that is added twice is called twice. Held until
-   * it is removed, or until "xpcom-shutdown".
-   */
-  addAdapterListener(listener: nsISystemAdapterListener | nsScripted<nsISystemAdapterListener> | null): void;
-  /** Removes it once. The value 1 when it was found, 0 when it was not. */
-  removeAdapterListener(listener: nsISystemAdapterListener | nsScripted<nsISystemAdapterListener> | null): void;
-  /** The value 1; 0 for null. Otherwise as AddAdapterListener. */
-  addProfileBindingListener(listener: nsISystemProfileBindingListener | nsScripted<nsISystemProfileBindingListener> | null): void;
-  /** Removes it once. The value 1 when it was found, 0 when it was not. */
-  removeProfileBindingListener(listener: nsISystemProfileBindingListener | nsScripted<nsISystemProfileBindingListener> | null): void;
-}
-
-/**
- * A directory that the application works from, or the root of a removable volume. Those of volumes
- * have the device "mass-storage" and a connector "usb"; those of directories have neither.
- */
-interface nsISystemAdapterStorage extends nsISystemAdapter {
-  /**
-   * A new file object at each call, which the caller may change. Null, and success, when the
-   * adapter has got no directory: a volume is published before its directory is known. That the
-   * directory exists, or still exists, is not asked.
-   */
-  readonly directory: nsIFile | null;
-}
-
-/**
- * Paths are relative to the root of the watch, use "/", and have no leading "/". A directory's
- * path ends in "/". Called on the thread that started the watch; results are ignored.
- *
- * One report is one difference between two looks at the disk, so that several writes may come as
- * one change, and a file that came and went between two looks is never heard of.
- *
- * From within OnWatcherStarted and OnWatcherStopped, no watch on the same root may be started or
- * stopped through the shared service: it holds its lock across these two calls.
- */
-interface nsISystemFileSystemListener extends nsISupports {
-  /** The watch stands; what changes from now on is reported. */
-  onWatcherStarted(): void;
-  /** The watch has ended. */
-  onWatcherStopped(): void;
-  /**
-   * Code 0 with the watched path: the root does not exist. Code 2 with an empty text: the picture
-   * of the directory failed. The watch does not stand.
-   */
-  onWatcherError(code: number, text: string): void;
-  /** A file was written to, or something came into, left or got another name in a directory. */
-  onFileSystemChanged(path: string): void;
-  /** Of a directory, everything below it is reported first, the deepest first. */
-  onFileSystemRemoved(path: string): void;
-  /** Of a directory, everything that it already holds is reported first. */
-  onFileSystemAdded(path: string): void;
-}
-
-/**
- * A client of the shared service that does not implement this one hears a removal and an addition
- * in place of a move.
- */
-interface nsISystemFileSystemListener2 extends nsISystemFileSystemListener {
-  /**
-   * Something has another name or another place below the root. Of a directory, one call for each
-   * entry below it comes first, the deepest first, then its own.
-   */
-  onFileSystemMoved(oldPath: string, newPath: string): void;
-}
-
-/**
  * Init, then StartWatching; the listener hears of the rest. All on one thread, the one that calls
  * StartWatching, and it must run an event loop: reports come through it.
  */
@@ -1120,117 +894,28 @@ interface nsIFileSystemWatcher extends nsISystemFileSystemWatcher {
 }
 
 /**
- * What IPv4, IPv6 and link-layer (MAC) addresses have in common. A new value is all zero.
+ * What all adapters have in common. Each kind has an interface that derives from this one.
  *
- * Values may be passed between threads, but one value is not to be changed by two threads at once. Whoever
- * hands out a value of its own hands out a clone, so a caller may change what it was given.
+ * What is told here is set before the manager publishes the adapter and does not change after
+ * that. The count is atomic, and these operations may be called on any thread.
  */
-interface nsISystemIPStructure extends nsISupports {
+interface nsISystemAdapter extends nsISupports {
   /**
-   * The text form: 192.168.1.20 for IPv4, 2001:db8::1 for IPv6, 00-1A-2B-3C-4D-5E for a MAC address.
-   * Setting: Reads the text form.
-   *
-   * IPv4: four decimal numbers with points between, and text behind them is ignored. Fewer are NS_ERROR_FAILURE and
-   * change nothing. A number that is not in 0 to 255 is NS_ERROR_NOT_IMPLEMENTED; the bytes before it are stored.
-   * IPv6: the longest text from the start that is an address (so that a zone, a prefix length or a port behind it
-   * does no harm); NS_ERROR_FAILURE, and nothing is changed, when there is none.
-   * MAC: hexadecimal numbers up to FF with "-" or ":" between, as many as the text has: the value takes that length.
-   * NS_ERROR_FAILURE, and nothing is changed, for other text.
+   * What identifies the adapter to the system, in a form of its kind: "COM3" for a serial port.
+   * Empty for directories and volumes.
    */
-  string: string;
-  /** A copy of the bytes, to be freed with NS_Free. NS_ERROR_FAILURE for a value without bytes. */
-  getBytes(): number[];
+  readonly sysPath: string;
+  /** The text for people, "Port serie COM3". May be empty. */
+  readonly label: string;
   /**
-   * Takes aCount bytes. NS_ERROR_INVALID_ARG for a null pointer (whatever the count), NS_ERROR_FAILURE when aCount is
-   * not the length that the value has.
+   * A new array of its nsISystemConnector, in the order in which they were found; empty when there
+   * is none. Fails as making an array fails.
    */
-  setBytes(count: number, bytes: number[]): void;
-  /** A new value of the same class with the same bytes. */
-  clone(): nsISystemIPStructure | null;
-  /** True when aOther has the same length and bytes, whatever its class. False for null. Always succeeds. */
-  equals(other: nsISystemIPStructure | null): boolean;
-}
-
-/**
- * Four bytes; byte 0 is the first number of the text form. Made by "@vorel/system/ipv4structure;1", or by script with
- * `new SystemIPv4Structure()`. The accessors below do no checks and always succeed.
- */
-interface nsISystemIPv4Structure extends nsISystemIPStructure {
-  byte0: number;
-  byte1: number;
-  byte2: number;
-  byte3: number;
-}
-
-/**
- * Sixteen bytes; byte 0 is the high byte of the first group of the text form. Made by "@vorel/system/ipv6structure;1",
- * or by script with `new SystemIPv6Structure()`. The accessors below do no checks and always succeed.
- */
-interface nsISystemIPv6Structure extends nsISystemIPStructure {
-  byte0: number;
-  byte1: number;
-  byte2: number;
-  byte3: number;
-  byte4: number;
-  byte5: number;
-  byte6: number;
-  byte7: number;
-  byte8: number;
-  byte9: number;
-  byte10: number;
-  byte11: number;
-  byte12: number;
-  byte13: number;
-  byte14: number;
-  byte15: number;
-}
-
-/**
- * Six bytes, or as many as the last text had that SetString took; byte 0 is the first of the text form. Made by
- * "@vorel/system/macstructure;1", or by script with `new SystemMACStructure()`. The accessors below do no checks and
- * always succeed: bytes 0 to 5 are there even when the value is shorter.
- */
-interface nsISystemMACStructure extends nsISystemIPStructure {
-  byte0: number;
-  byte1: number;
-  byte2: number;
-  byte3: number;
-  byte4: number;
-  byte5: number;
-}
-
-/**
- * What a network interface has: an address and the prefix that says who is reached without a gateway. Made by IP
- * adapters only. The operations on origins, lifetimes and the state of duplicate detection keep their places; where
- * told so they are not implemented, in any object.
- */
-interface nsISystemIPAddress extends nsISupports {
-  /**
-   * The address itself, not a copy; null when none was set.
-   * Setting: Keeps aAddress itself; null is allowed.
-   */
-  address: nsISystemIPStructure | null;
-  /**
-   * In bits. 0 in a new object.
-   * Setting: Any value is taken, also one that is longer than the address.
-   */
-  prefixLength: number;
-  /**
-   * The prefix length as an IPv4 mask, whatever the class of the address: of 32 bits and more it is 255.255.255.255.
-   * Setting: Sets the prefix length to the number of leading one bits of aMask, which is not kept: 255.0.255.0 gives 8.
-   * NS_ERROR_NULL_POINTER for null; a failure of its GetBytes is returned.
-   */
-  mask: nsISystemIPStructure | null;
-  /**
-   * 1 in any object.
-   * Setting: NS_ERROR_NOT_IMPLEMENTED, as all that follow.
-   */
-  prefixOrigin: number;
-  suffixOrigin: number;
-  validLifetime: number | bigint;
-  preferredLifetime: number | bigint;
-  leaseLifetime: number | bigint;
-  dadState: number;
+  readonly connectors: nsIArray;
+  /** A new array, always empty. */
+  readonly attachedObjects: nsIArray;
+  /** Null, and success, for an adapter that belongs to no device. */
+  readonly device: nsISystemDevice | null;
 }
 
 /**
@@ -1332,12 +1017,82 @@ interface nsISystemAdapterIP extends nsISystemAdapter {
 interface nsISystemAdapterLAN extends nsISystemAdapterIP {
 }
 
+/**
+ * Given to nsISystemManager::AddAdapterListener. Called on the main thread, in the order of
+ * registration, while the call that made the change waits. Results are ignored: a listener that
+ * fails disturbs nobody.
+ *
+ * A listener may add and remove listeners. One that is added is called in the same round; one that
+ * removes itself makes the round skip the listener after it.
+ */
+interface nsISystemAdapterListener extends nsISupports {
+  /** The adapter is in the list. Its bindings are not made yet. */
+  onAdapterAdded(adapter: nsISystemAdapter | null): void;
+  /** The adapter is out of the list. Its bindings still are in theirs, and go next. */
+  onAdapterRemoved(adapter: nsISystemAdapter | null): void;
+  /** What the adapter reports has changed. */
+  onAdapterChanged(adapter: nsISystemAdapter | null): void;
+}
+
+/**
+ * A directory that the application works from, or the root of a removable volume. Those of volumes
+ * have the device "mass-storage" and a connector "usb"; those of directories have neither.
+ */
+interface nsISystemAdapterStorage extends nsISystemAdapter {
+  /**
+   * A new file object at each call, which the caller may change. Null, and success, when the
+   * adapter has got no directory: a volume is published before its directory is known. That the
+   * directory exists, or still exists, is not asked.
+   */
+  readonly directory: nsIFile | null;
+}
+
 /** Marks the adapter. Its own places are reserved: NS_ERROR_NOT_IMPLEMENTED. */
 interface nsISystemAdapterWLAN extends nsISystemAdapterIP {
 }
 
 /** Marks the adapter. Its own places are reserved: NS_ERROR_NOT_IMPLEMENTED. */
 interface nsISystemAdapterWWAN extends nsISystemAdapterIP {
+}
+
+/**
+ * An application profile. It lives through the bindings that say on which adapters it is in force.
+ * Immutable; any thread.
+ */
+interface nsISystemApplicationProfile extends nsISupports {
+  /**
+   * The key of the preferences below "vorel.app-profile." and of the manager's look-up of
+   * bindings.
+   */
+  readonly name: string;
+  /** A longer text for people; empty for the profiles that the system makes. */
+  readonly description: string;
+  /** The text for people; equal to the name for the profiles that the system makes. */
+  readonly label: string;
+}
+
+/**
+ * Implemented by every binding class. Any component may bring one: the system finds it by its
+ * contract ID in the category "vorel-application-profile-binding", makes one object for each
+ * adapter and profile, calls Init and IsEnabled, and keeps it for as long as the adapter is known.
+ * Main thread.
+ */
+interface nsISystemApplicationProfileBinding extends nsISupports {
+  /**
+   * Called once, first. aBranch is the part of the preferences that configures this profile on
+   * such an adapter; it always has an "authorized", and the binding's own keys stand beside that.
+   * A failure drops the binding without further notice.
+   */
+  init(adapter: nsISystemAdapter | null, applicationProfile: nsISystemApplicationProfile | null, branch: nsIPrefBranch | null): void;
+  /** Asked right after Init; a binding that answers false, or fails, is dropped. */
+  isEnabled(): boolean;
+  /** The profile given to Init. The manager's look-up reads its name. */
+  readonly applicationProfile: nsISystemApplicationProfile | null;
+  /**
+   * The adapter given to Init, the very object: when an adapter goes, its bindings are found by
+   * comparing.
+   */
+  readonly adapter: nsISystemAdapter | null;
 }
 
 /**
@@ -1376,6 +1131,83 @@ interface nsISystemClock extends nsISupports {
    * NS_Free.
    */
   getSupportedTimezones(): string[];
+}
+
+/**
+ * A connector of an adapter. Its name and mask are the second and third key by which application
+ * profiles are looked up. Main thread; immutable but for the label.
+ */
+interface nsISystemConnector extends nsISupports {
+  /** The connector type, "usb" for one: a word of the preference names, so without points. */
+  readonly name: string;
+  /**
+   * "*", or decimal digits: a bit mask that tells equal connectors of one machine apart. The masks
+   * of an adapter's connectors are joined bit by bit.
+   */
+  readonly mask: string;
+  /**
+   * The text for people: the one of the maker until SetLabel.
+   * Setting: Changes the label and stores it as the preference "vorel.connectors.NAME.MASK", for the
+   * application: the system itself does not read it back. The label is changed even when it could
+   * not be stored: NS_ERROR_FAILURE without the preferences, else the error that they gave.
+   */
+  label: string;
+  /** Success, and the caller's string stays as it is. */
+  readonly type: string;
+}
+
+/**
+ * The device of an adapter. Its name is the first of the keys by which application profiles are
+ * looked up. Immutable; any thread.
+ */
+interface nsISystemDevice extends nsISupports {
+  /**
+   * The device type's name, "mass-storage" for one: a word of the preference names, so without
+   * points.
+   */
+  readonly name: string;
+  /** The text for people, "mass storage". */
+  readonly label: string;
+}
+
+/**
+ * Paths are relative to the root of the watch, use "/", and have no leading "/". A directory's
+ * path ends in "/". Called on the thread that started the watch; results are ignored.
+ *
+ * One report is one difference between two looks at the disk, so that several writes may come as
+ * one change, and a file that came and went between two looks is never heard of.
+ *
+ * From within OnWatcherStarted and OnWatcherStopped, no watch on the same root may be started or
+ * stopped through the shared service: it holds its lock across these two calls.
+ */
+interface nsISystemFileSystemListener extends nsISupports {
+  /** The watch stands; what changes from now on is reported. */
+  onWatcherStarted(): void;
+  /** The watch has ended. */
+  onWatcherStopped(): void;
+  /**
+   * Code 0 with the watched path: the root does not exist. Code 2 with an empty text: the picture
+   * of the directory failed. The watch does not stand.
+   */
+  onWatcherError(code: number, text: string): void;
+  /** A file was written to, or something came into, left or got another name in a directory. */
+  onFileSystemChanged(path: string): void;
+  /** Of a directory, everything below it is reported first, the deepest first. */
+  onFileSystemRemoved(path: string): void;
+  /** Of a directory, everything that it already holds is reported first. */
+  onFileSystemAdded(path: string): void;
+}
+
+/**
+ * A client of the shared service that does not implement this one hears a removal and an addition
+ * in place of a move.
+ */
+interface nsISystemFileSystemListener2 extends nsISystemFileSystemListener {
+  /**
+   * Something has another name or another place below the root. Of a directory, one call for each
+   * entry below it comes first, the deepest first, then its own.
+   */
+  onFileSystemMoved(oldPath: string, newPath: string): void;
 }
 
 /**
@@ -1422,58 +1254,6 @@ interface nsISystemFont extends nsISupports {
   isFontFile(file: nsIFile | null): boolean;
 }
 
-/** Any thread. */
-interface nsISystemMaintenance extends nsISupports {
-  /**
-   * Ends the process by a write to address 0, and so by way of the crash reporter.
-   * NS_ERROR_FAILURE should the write be survived.
-   */
-  crashProcess(): void;
-  /**
-   * Blocks the main thread for ever; from another thread, that one too. Where the watchdog is on
-   * it ends the process 180 seconds after it was last fed.
-   */
-  hangMainThread(): void;
-  /**
-   * Runs a line of the system's shell, on a thread of its own. The result tells whether that
-   * thread could be started; nothing but a warning in the log tells how the command ended.
-   */
-  runCommand(commandLine: string): void;
-}
-
-/** A maintenance command that runs off the main thread, and its status. Main thread. */
-interface nsISystemRequest extends nsISupports {
-  /**
-   * Starts the command and comes back at once. When it has ended, aObserver, which may be null,
-   * hears "system-request-stopped" with the request as subject and the status, as "0x%x", as data.
-   * NS_ERROR_IN_PROGRESS while it runs; a request that has ended may be started again.
-   */
-  asyncStart(observer: nsIObserver | nsScripted<nsIObserver> | nsIObserver["observe"] | null): void;
-  /**
-   * Ends the command, and what it has started, as far as that can be ended; the observer hears of
-   * it when it has. NS_ERROR_NOT_AVAILABLE when it does not run.
-   */
-  cancel(): void;
-  /**
-   * NS_ERROR_NOT_INITIALIZED before the first start, NS_ERROR_IN_PROGRESS while the command runs,
-   * then NS_OK when it ended with 0, NS_ERROR_ABORT when it was cancelled, NS_ERROR_FAILURE when
-   * it ended otherwise or could not be run.
-   */
-  readonly status: number;
-}
-
-/** Formats the data disk. */
-interface nsISystemRequestFormat extends nsISystemRequest {
-}
-
-/** Makes what has been changed on a disk that forgets stay. */
-interface nsISystemRequestCommit extends nsISystemRequest {
-}
-
-/** Checks the data disk and repairs it. */
-interface nsISystemRequestCheckDataDisk extends nsISystemRequest {
-}
-
 /** Main thread, but for what is said otherwise. */
 interface nsISystemGeneralSettings extends nsISupports {
   /**
@@ -1518,6 +1298,230 @@ interface nsISystemGeneralSettings extends nsISupports {
   field3: string;
   field4: string;
   field5: string;
+}
+
+/**
+ * What a network interface has: an address and the prefix that says who is reached without a
+ * gateway. Made by IP adapters only. The operations on origins, lifetimes and the state of
+ * duplicate detection keep their places; where told so they are not implemented, in any object.
+ */
+interface nsISystemIPAddress extends nsISupports {
+  /**
+   * The address itself, not a copy; null when none was set.
+   * Setting: Keeps aAddress itself; null is allowed.
+   */
+  address: nsISystemIPStructure | null;
+  /**
+   * In bits. 0 in a new object.
+   * Setting: Any value is taken, also one that is longer than the address.
+   */
+  prefixLength: number;
+  /**
+   * The prefix length as an IPv4 mask, whatever the class of the address: of 32 bits and more it
+   * is 255.255.255.255.
+   * Setting: Sets the prefix length to the number of leading one bits of aMask, which is not kept:
+   * 255.0.255.0 gives 8. NS_ERROR_NULL_POINTER for null; a failure of its GetBytes is returned.
+   */
+  mask: nsISystemIPStructure | null;
+  /**
+   * 1 in any object.
+   * Setting: NS_ERROR_NOT_IMPLEMENTED, as all that follow.
+   */
+  prefixOrigin: number;
+  suffixOrigin: number;
+  validLifetime: number | bigint;
+  preferredLifetime: number | bigint;
+  leaseLifetime: number | bigint;
+  dadState: number;
+}
+
+/**
+ * What IPv4, IPv6 and link-layer (MAC) addresses have in common. A new value is all zero.
+ *
+ * Values may be passed between threads, but one value is not to be changed by two threads at once. Whoever
+ * hands out a value of its own hands out a clone, so a caller may change what it was given.
+ */
+interface nsISystemIPStructure extends nsISupports {
+  /**
+   * The text form: 192.168.1.20 for IPv4, 2001:db8::1 for IPv6, 00-1A-2B-3C-4D-5E for a MAC address.
+   * Setting: Reads the text form.
+   *
+   * IPv4: four decimal numbers with points between, and text behind them is ignored. Fewer are NS_ERROR_FAILURE and
+   * change nothing. A number that is not in 0 to 255 is NS_ERROR_NOT_IMPLEMENTED; the bytes before it are stored.
+   * IPv6: the longest text from the start that is an address (so that a zone, a prefix length or a port behind it
+   * does no harm); NS_ERROR_FAILURE, and nothing is changed, when there is none.
+   * MAC: hexadecimal numbers up to FF with "-" or ":" between, as many as the text has: the value takes that length.
+   * NS_ERROR_FAILURE, and nothing is changed, for other text.
+   */
+  string: string;
+  /** A copy of the bytes, to be freed with NS_Free. NS_ERROR_FAILURE for a value without bytes. */
+  getBytes(): number[];
+  /**
+   * Takes aCount bytes. NS_ERROR_INVALID_ARG for a null pointer (whatever the count), NS_ERROR_FAILURE when aCount is
+   * not the length that the value has.
+   */
+  setBytes(count: number, bytes: number[]): void;
+  /** A new value of the same class with the same bytes. */
+  clone(): nsISystemIPStructure | null;
+  /** True when aOther has the same length and bytes, whatever its class. False for null. Always succeeds. */
+  equals(other: nsISystemIPStructure | null): boolean;
+}
+
+/**
+ * Four bytes; byte 0 is the first number of the text form. Made by
+ * "@vorel/system/ipv4structure;1", or by script with `new SystemIPv4Structure()`. The accessors
+ * below do no checks and always succeed.
+ */
+interface nsISystemIPv4Structure extends nsISystemIPStructure {
+  byte0: number;
+  byte1: number;
+  byte2: number;
+  byte3: number;
+}
+
+/**
+ * Sixteen bytes; byte 0 is the high byte of the first group of the text form. Made by
+ * "@vorel/system/ipv6structure;1", or by script with `new SystemIPv6Structure()`. The accessors
+ * below do no checks and always succeed.
+ */
+interface nsISystemIPv6Structure extends nsISystemIPStructure {
+  byte0: number;
+  byte1: number;
+  byte2: number;
+  byte3: number;
+  byte4: number;
+  byte5: number;
+  byte6: number;
+  byte7: number;
+  byte8: number;
+  byte9: number;
+  byte10: number;
+  byte11: number;
+  byte12: number;
+  byte13: number;
+  byte14: number;
+  byte15: number;
+}
+
+/**
+ * Six bytes, or as many as the last text had that SetString took; byte 0 is the first of the text
+ * form. Made by
+ * "@vorel/system/macstructure;1", or by script with `new SystemMACStructure()`. The accessors
+ * below do no checks and always succeed: bytes 0 to 5 are there even when the value is shorter.
+ */
+interface nsISystemMACStructure extends nsISystemIPStructure {
+  byte0: number;
+  byte1: number;
+  byte2: number;
+  byte3: number;
+  byte4: number;
+  byte5: number;
+}
+
+/** Any thread. */
+interface nsISystemMaintenance extends nsISupports {
+  /**
+   * Ends the process by a write to address 0, and so by way of the crash reporter.
+   * NS_ERROR_FAILURE should the write be survived.
+   */
+  crashProcess(): void;
+  /**
+   * Blocks the main thread for ever; from another thread, that one too. Where the watchdog is on
+   * it ends the process 180 seconds after it was last fed.
+   */
+  hangMainThread(): void;
+  /**
+   * Runs a line of the system's shell, on a thread of its own. The result tells whether that
+   * thread could be started; nothing but a warning in the log tells how the command ended.
+   */
+  runCommand(commandLine: string): void;
+}
+
+/**
+ * The list of adapters, the list of bindings that say on which adapters application profiles are
+ * in force, and listeners to both.
+ *
+ * Meant for the main thread: no operation takes a lock. The lists are empty before start-up has
+ * reached the profile, and again after "xpcom-shutdown"; the operations work all the same. Out
+ * arrays are new ones, with references to the same objects: a later change of the machine does not
+ * show in them.
+ */
+interface nsISystemManager extends nsISupports {
+  /** All adapters, in the order in which they were found. */
+  readonly adapters: nsIArray;
+  /**
+   * Looks again at the adapters of one kind. Followed for nsISystemAdapterIP, whose result is the
+   * discovery's; for every other interface success, and nothing is done.
+   */
+  refreshAdapters(iid: nsIDLike): void;
+  /**
+   * The adapters that answer to an interface, in the order in which they were found; an empty
+   * array when there is none. NS_ERROR_FAILURE when no array can be made.
+   */
+  getAdaptersByIId(iid: nsIDLike): nsIArray | null;
+  /**
+   * The bindings of a profile, in the order in which they came into force; null, and success, when
+   * there is none. aUri is the profile's name, or a URN that holds it: "urn:vorel:owl:NAME" or
+   * "urn:vorel:owl:NAME:...". Upper and lower case differ. A binding that fails to tell its
+   * profile fails the call.
+   */
+  getApplicationProfileBindingsByProfileUri(uri: string): nsIArray | null;
+  /**
+   * NS_OK, always; null is passed over. A listener that is added twice is called twice. Held until
+   * it is removed, or until "xpcom-shutdown".
+   */
+  addAdapterListener(listener: nsISystemAdapterListener | nsScripted<nsISystemAdapterListener> | null): void;
+  /** Removes it once. The value 1 when it was found, 0 when it was not. */
+  removeAdapterListener(listener: nsISystemAdapterListener | nsScripted<nsISystemAdapterListener> | null): void;
+  /** The value 1; 0 for null. Otherwise as AddAdapterListener. */
+  addProfileBindingListener(listener: nsISystemProfileBindingListener | nsScripted<nsISystemProfileBindingListener> | null): void;
+  /** Removes it once. The value 1 when it was found, 0 when it was not. */
+  removeProfileBindingListener(listener: nsISystemProfileBindingListener | nsScripted<nsISystemProfileBindingListener> | null): void;
+}
+
+/**
+ * Given to nsISystemManager::AddProfileBindingListener. Called on the main thread, in the order of
+ * registration, while the call that made the change waits. Results are ignored. For listeners that
+ * come and go during a round see nsISystemAdapterListener.
+ */
+interface nsISystemProfileBindingListener extends nsISupports {
+  /** The binding is in the list and in force. */
+  onProfileBindingAdded(binding: nsISystemApplicationProfileBinding | nsScripted<nsISystemApplicationProfileBinding> | null): void;
+  /** The binding is out of the list. */
+  onProfileBindingRemoved(binding: nsISystemApplicationProfileBinding | nsScripted<nsISystemApplicationProfileBinding> | null): void;
+}
+
+/** A maintenance command that runs off the main thread, and its status. Main thread. */
+interface nsISystemRequest extends nsISupports {
+  /**
+   * Starts the command and comes back at once. When it has ended, aObserver, which may be null,
+   * hears "system-request-stopped" with the request as subject and the status, as "0x%x", as data.
+   * NS_ERROR_IN_PROGRESS while it runs; a request that has ended may be started again.
+   */
+  asyncStart(observer: nsIObserver | nsScripted<nsIObserver> | nsIObserver["observe"] | null): void;
+  /**
+   * Ends the command, and what it has started, as far as that can be ended; the observer hears of
+   * it when it has. NS_ERROR_NOT_AVAILABLE when it does not run.
+   */
+  cancel(): void;
+  /**
+   * NS_ERROR_NOT_INITIALIZED before the first start, NS_ERROR_IN_PROGRESS while the command runs,
+   * then NS_OK when it ended with 0, NS_ERROR_ABORT when it was cancelled, NS_ERROR_FAILURE when
+   * it ended otherwise or could not be run.
+   */
+  readonly status: number;
+}
+
+/** Formats the data disk. */
+interface nsISystemRequestFormat extends nsISystemRequest {
+}
+
+/** Makes what has been changed on a disk that forgets stay. */
+interface nsISystemRequestCommit extends nsISystemRequest {
+}
+
+/** Checks the data disk and repairs it. */
+interface nsISystemRequestCheckDataDisk extends nsISystemRequest {
 }
 
 /** The interfaces by name. Where one is wanted as a parameter, it is one of these. */
@@ -1615,36 +1619,36 @@ interface nsInterfaces {
   readonly nsIXULWindow: nsInterfaceID<nsIXULWindow> & { readonly lowestZ: 0; readonly loweredZ: 4; readonly normalZ: 5; readonly raisedZ: 6; readonly highestZ: 9; };
   readonly nsIAppShellService: nsInterfaceID<nsIAppShellService> & { readonly SIZE_TO_CONTENT: -1; };
   readonly nsIWindowMediator: nsInterfaceID<nsIWindowMediator> & { readonly zLevelTop: 1; readonly zLevelBottom: 2; readonly zLevelBelow: 3; };
-  readonly nsISystemDevice: nsInterfaceID<nsISystemDevice>;
-  readonly nsISystemConnector: nsInterfaceID<nsISystemConnector>;
-  readonly nsISystemAdapter: nsInterfaceID<nsISystemAdapter>;
-  readonly nsISystemAdapterListener: nsInterfaceID<nsISystemAdapterListener>;
-  readonly nsISystemApplicationProfile: nsInterfaceID<nsISystemApplicationProfile>;
-  readonly nsISystemApplicationProfileBinding: nsInterfaceID<nsISystemApplicationProfileBinding>;
-  readonly nsISystemProfileBindingListener: nsInterfaceID<nsISystemProfileBindingListener>;
-  readonly nsISystemManager: nsInterfaceID<nsISystemManager>;
-  readonly nsISystemAdapterStorage: nsInterfaceID<nsISystemAdapterStorage>;
-  readonly nsISystemFileSystemListener: nsInterfaceID<nsISystemFileSystemListener>;
-  readonly nsISystemFileSystemListener2: nsInterfaceID<nsISystemFileSystemListener2>;
   readonly nsISystemFileSystemWatcher: nsInterfaceID<nsISystemFileSystemWatcher>;
   readonly nsIFileSystemWatcher: nsInterfaceID<nsIFileSystemWatcher>;
+  readonly nsISystemAdapter: nsInterfaceID<nsISystemAdapter>;
+  readonly nsISystemAdapterIP: nsInterfaceID<nsISystemAdapterIP>;
+  readonly nsISystemAdapterLAN: nsInterfaceID<nsISystemAdapterLAN>;
+  readonly nsISystemAdapterListener: nsInterfaceID<nsISystemAdapterListener>;
+  readonly nsISystemAdapterStorage: nsInterfaceID<nsISystemAdapterStorage>;
+  readonly nsISystemAdapterWLAN: nsInterfaceID<nsISystemAdapterWLAN>;
+  readonly nsISystemAdapterWWAN: nsInterfaceID<nsISystemAdapterWWAN>;
+  readonly nsISystemApplicationProfile: nsInterfaceID<nsISystemApplicationProfile>;
+  readonly nsISystemApplicationProfileBinding: nsInterfaceID<nsISystemApplicationProfileBinding>;
+  readonly nsISystemClock: nsInterfaceID<nsISystemClock>;
+  readonly nsISystemConnector: nsInterfaceID<nsISystemConnector>;
+  readonly nsISystemDevice: nsInterfaceID<nsISystemDevice>;
+  readonly nsISystemFileSystemListener: nsInterfaceID<nsISystemFileSystemListener>;
+  readonly nsISystemFileSystemListener2: nsInterfaceID<nsISystemFileSystemListener2>;
+  readonly nsISystemFont: nsInterfaceID<nsISystemFont>;
+  readonly nsISystemGeneralSettings: nsInterfaceID<nsISystemGeneralSettings>;
+  readonly nsISystemIPAddress: nsInterfaceID<nsISystemIPAddress>;
   readonly nsISystemIPStructure: nsInterfaceID<nsISystemIPStructure>;
   readonly nsISystemIPv4Structure: nsInterfaceID<nsISystemIPv4Structure>;
   readonly nsISystemIPv6Structure: nsInterfaceID<nsISystemIPv6Structure>;
   readonly nsISystemMACStructure: nsInterfaceID<nsISystemMACStructure>;
-  readonly nsISystemIPAddress: nsInterfaceID<nsISystemIPAddress>;
-  readonly nsISystemAdapterIP: nsInterfaceID<nsISystemAdapterIP>;
-  readonly nsISystemAdapterLAN: nsInterfaceID<nsISystemAdapterLAN>;
-  readonly nsISystemAdapterWLAN: nsInterfaceID<nsISystemAdapterWLAN>;
-  readonly nsISystemAdapterWWAN: nsInterfaceID<nsISystemAdapterWWAN>;
-  readonly nsISystemClock: nsInterfaceID<nsISystemClock>;
-  readonly nsISystemFont: nsInterfaceID<nsISystemFont>;
   readonly nsISystemMaintenance: nsInterfaceID<nsISystemMaintenance>;
+  readonly nsISystemManager: nsInterfaceID<nsISystemManager>;
+  readonly nsISystemProfileBindingListener: nsInterfaceID<nsISystemProfileBindingListener>;
   readonly nsISystemRequest: nsInterfaceID<nsISystemRequest>;
   readonly nsISystemRequestFormat: nsInterfaceID<nsISystemRequestFormat>;
   readonly nsISystemRequestCommit: nsInterfaceID<nsISystemRequestCommit>;
   readonly nsISystemRequestCheckDataDisk: nsInterfaceID<nsISystemRequestCheckDataDisk>;
-  readonly nsISystemGeneralSettings: nsInterfaceID<nsISystemGeneralSettings>;
 }
 
 interface nsClassOfContract {
@@ -1702,13 +1706,17 @@ declare const console: {
   timeEnd(name?: string): void;
 };
 
-/** The machine: adapters, bindings, and listeners to both. */
+/** The machine as the application sees it: "@vorel/system/systemmanager;1", in script the global systemManager. */
 declare const systemManager: nsISystemManager;
+/** Tests and repair: "@vorel/system/maintenance;1", in script the global systemMaintenance. */
 declare const systemMaintenance: nsISystemMaintenance & nsITimerCallback & nsIObserver;
+/** The machine as a whole: "@vorel/system/generalsettings;1", in script the global systemGeneralSettings. */
 declare const systemGeneralSettings: nsISystemGeneralSettings;
-
+declare const SystemManager: nsInterfaceID<nsISystemManager>;
+declare const SystemMaintenance: nsInterfaceID<nsISystemMaintenance & nsITimerCallback & nsIObserver>;
+declare const SystemGeneralSettings: nsInterfaceID<nsISystemGeneralSettings>;
+/** The watcher that script constructs: new FileSystemWatcher({rootPath, listener}). */
 declare const FileSystemWatcher: nsInterfaceID<nsIFileSystemWatcher> & {
-  /** The watch begins with startWatching(). rootPath is a URL, absolute or relative to the document. */
   new (options: {
     rootPath: string;
     listener?: nsISystemFileSystemListener2 | nsScripted<nsISystemFileSystemListener2>;
@@ -1716,14 +1724,27 @@ declare const FileSystemWatcher: nsInterfaceID<nsIFileSystemWatcher> & {
     document?: nsIHostDocument;
   }): nsIFileSystemWatcher;
 };
-
-declare const SystemManager: nsInterfaceID<nsISystemManager>;
+/** A network interface as an adapter. */
 declare const SystemAdapterIP: nsInterfaceID<nsISystemAdapterIP>;
+/** A wired network interface as an adapter. */
 declare const SystemAdapterLAN: nsInterfaceID<nsISystemAdapterLAN>;
+/** A wireless network interface as an adapter. */
 declare const SystemAdapterWLAN: nsInterfaceID<nsISystemAdapterWLAN>;
+/** A mobile network interface as an adapter. */
 declare const SystemAdapterWWAN: nsInterfaceID<nsISystemAdapterWWAN>;
-declare const SystemAdapterStorage: nsInterfaceID<nsISystemAdapterStorage>;
+/** An IPv4 address. */
+declare const SystemIPv4Structure: nsInterfaceID<nsISystemIPv4Structure> & {
+  new (): nsISystemIPv4Structure;
+};
+/** An IPv6 address. */
+declare const SystemIPv6Structure: nsInterfaceID<nsISystemIPv6Structure> & {
+  new (): nsISystemIPv6Structure;
+};
+/** A link-layer address. */
+declare const SystemMACStructure: nsInterfaceID<nsISystemMACStructure> & {
+  new (): nsISystemMACStructure;
+};
+/** An address together with the length of its on-link prefix. */
 declare const SystemIPAddress: nsInterfaceID<nsISystemIPAddress>;
-declare const SystemIPv4Structure: nsInterfaceID<nsISystemIPv4Structure> & { new (): nsISystemIPv4Structure };
-declare const SystemIPv6Structure: nsInterfaceID<nsISystemIPv6Structure> & { new (): nsISystemIPv6Structure };
-declare const SystemMACStructure: nsInterfaceID<nsISystemMACStructure> & { new (): nsISystemMACStructure };
+/** A directory as an adapter. */
+declare const SystemAdapterStorage: nsInterfaceID<nsISystemAdapterStorage>;

@@ -12,7 +12,7 @@ import re
 import sys
 
 sys.path.insert(0, str(pathlib.Path(__file__).parent.parent / "xpcom"))
-from generate_interfaces import parse  # noqa: E402
+from generate_interfaces import Interface, Operation, parse  # noqa: E402, F401
 
 FILES = 6
 VALUE = r"(bool|u?int\d+_t|float|double|nsresult)"
@@ -47,6 +47,9 @@ def face(interface, interfaces):
     out = [f"class {interface.name}Face final : public nsScriptFace<{interface.name}> {{", " public:",
            "  using nsScriptFace::nsScriptFace;"]
     for owner, o in operations:
+        if o.script == "-":
+            out.append(f'  nsresult {o.name}({", ".join(t for t, _, _ in o.arguments)}) override {{ return NS_ERROR_NOT_IMPLEMENTED; }}')
+            continue
         arguments = ", ".join(f"{t} {n}" for t, n, _ in o.arguments)
         names = ", ".join(n for _, n, _ in o.arguments)
         call, name = "Call", o.script
@@ -56,12 +59,17 @@ def face(interface, interfaces):
     return out + ["};", ""]
 
 
-def table(interface, interfaces):
+def is_left_out(operation, interfaces):
+    return (operation.script == "-" or operation.result != "nsresult"
+            or not all(crosses(t, f, interfaces) for t, _, f in operation.arguments))
+
+
+def table(interface, left_out):
     lines = [f'nsConstant<"{n}", {interface.name}::{n}>' for n, _ in interface.constants]
     attributes = {}
     for o in interface.operations:
         whole = f"&{interface.name}::{o.name}"
-        if o.script == "-" or o.result != "nsresult" or not all(crosses(t, f, interfaces) for t, _, f in o.arguments):
+        if left_out(o):
             lines.append(f"nsLeftOut<{whole}>")
         elif m := re.match(r"attribute (\w+)", o.script):
             if m[1] in attributes:
@@ -101,7 +109,7 @@ def main(arguments):
             if "implementable" in i.flags:
                 out += face(i, interfaces)
         out += ["}  // namespace", ""]
-        out += [table(i, interfaces) for i in mine]
+        out += [table(i, lambda o: is_left_out(o, interfaces)) for i in mine]
         write(directory / f"platform_{n}.cpp", out)
     out = ['#include "nsScriptTables.h"', ""]
     out += [f"extern const nsScriptInterface* const k{i.name}Table;" for i in shown]

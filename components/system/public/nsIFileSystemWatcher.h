@@ -12,6 +12,12 @@
 ///
 /// Without a listener StartWatching succeeds and does nothing. The watch ends with the document.
 /// Main thread only.
+// script: new (options: {
+//   rootPath: string;
+//   listener?: nsISystemFileSystemListener2 | nsScripted<nsISystemFileSystemListener2>;
+//   recursive?: boolean;
+//   document?: nsIHostDocument;
+// })
 class nsIFileSystemWatcher : public nsISystemFileSystemWatcher {
  public:
   using Self = nsIFileSystemWatcher;

@@ -22,6 +22,7 @@ class nsISystemMACStructure;
 /// otherwise. In a view, a key or a value that is missing or can't be written is NS_ERROR_FAILURE.
 ///
 /// Places without a name are reserved: NS_ERROR_NOT_IMPLEMENTED.
+// script: global SystemAdapterIP, row 0
 class nsISystemAdapterIP : public nsISystemAdapter {
  public:
   using Self = nsISystemAdapterIP;

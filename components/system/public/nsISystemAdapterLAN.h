@@ -4,6 +4,7 @@
 #include "nsISystemAdapterIP.h"
 
 /// Has no operations of its own: it marks the adapter.
+// script: global SystemAdapterLAN, row 1
 class nsISystemAdapterLAN : public nsISystemAdapterIP {
  public:
   using Self = nsISystemAdapterLAN;

@@ -7,6 +7,7 @@ class nsIFile;
 
 /// A directory that the application works from, or the root of a removable volume. Those of volumes
 /// have the device "mass-storage" and a connector "usb"; those of directories have neither.
+// script: global SystemAdapterStorage, row 9
 class nsISystemAdapterStorage : public nsISystemAdapter {
  public:
   using Self = nsISystemAdapterStorage;

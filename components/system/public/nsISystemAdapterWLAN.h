@@ -4,6 +4,7 @@
 #include "nsISystemAdapterIP.h"
 
 /// Marks the adapter. Its own places are reserved: NS_ERROR_NOT_IMPLEMENTED.
+// script: global SystemAdapterWLAN, row 2
 class nsISystemAdapterWLAN : public nsISystemAdapterIP {
  public:
   using Self = nsISystemAdapterWLAN;

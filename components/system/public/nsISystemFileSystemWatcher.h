@@ -7,6 +7,7 @@ class nsISystemFileSystemListener;
 
 /// Init, then StartWatching; the listener hears of the rest. All on one thread, the one that calls
 /// StartWatching, and it must run an event loop: reports come through it.
+// script: global FileSystemWatcher, row 10
 class nsISystemFileSystemWatcher : public nsISupports {
  public:
   using Self = nsISystemFileSystemWatcher;

@@ -3,9 +3,10 @@
 
 #include "nsISystemIPStructure.h"
 
-/// What a network interface has: an address and the prefix that says who is reached without a gateway. Made by IP
-/// adapters only. The operations on origins, lifetimes and the state of duplicate detection keep their places; where
-/// told so they are not implemented, in any object.
+/// What a network interface has: an address and the prefix that says who is reached without a
+/// gateway. Made by IP adapters only. The operations on origins, lifetimes and the state of
+/// duplicate detection keep their places; where told so they are not implemented, in any object.
+// script: global SystemIPAddress, row 7
 class nsISystemIPAddress : public nsISupports {
  public:
   using Self = nsISystemIPAddress;
@@ -21,10 +22,11 @@ class nsISystemIPAddress : public nsISupports {
   virtual nsresult GetPrefixLength(uint8_t* aPrefixLength) = 0;
   /// Any value is taken, also one that is longer than the address.
   virtual nsresult SetPrefixLength(uint8_t aPrefixLength) = 0;
-  /// The prefix length as an IPv4 mask, whatever the class of the address: of 32 bits and more it is 255.255.255.255.
+  /// The prefix length as an IPv4 mask, whatever the class of the address: of 32 bits and more it
+  /// is 255.255.255.255.
   virtual nsresult GetMask(nsISystemIPStructure** aMask) = 0;
-  /// Sets the prefix length to the number of leading one bits of aMask, which is not kept: 255.0.255.0 gives 8.
-  /// NS_ERROR_NULL_POINTER for null; a failure of its GetBytes is returned.
+  /// Sets the prefix length to the number of leading one bits of aMask, which is not kept:
+  /// 255.0.255.0 gives 8. NS_ERROR_NULL_POINTER for null; a failure of its GetBytes is returned.
   virtual nsresult SetMask(nsISystemIPStructure* aMask) = 0;
   /// 1 in any object.
   virtual nsresult GetPrefixOrigin(uint16_t* aPrefixOrigin) = 0;

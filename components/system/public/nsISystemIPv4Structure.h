@@ -3,8 +3,11 @@
 
 #include "nsISystemIPStructure.h"
 
-/// Four bytes; byte 0 is the first number of the text form. Made by "@vorel/system/ipv4structure;1", or by script with
-/// `new SystemIPv4Structure()`. The accessors below do no checks and always succeed.
+/// Four bytes; byte 0 is the first number of the text form. Made by
+/// "@vorel/system/ipv4structure;1", or by script with `new SystemIPv4Structure()`. The accessors
+/// below do no checks and always succeed.
+// script: global SystemIPv4Structure, row 4
+// script: new ()
 class nsISystemIPv4Structure : public nsISystemIPStructure {
  public:
   using Self = nsISystemIPv4Structure;

@@ -3,8 +3,11 @@
 
 #include "nsISystemIPStructure.h"
 
-/// Sixteen bytes; byte 0 is the high byte of the first group of the text form. Made by "@vorel/system/ipv6structure;1",
-/// or by script with `new SystemIPv6Structure()`. The accessors below do no checks and always succeed.
+/// Sixteen bytes; byte 0 is the high byte of the first group of the text form. Made by
+/// "@vorel/system/ipv6structure;1", or by script with `new SystemIPv6Structure()`. The accessors
+/// below do no checks and always succeed.
+// script: global SystemIPv6Structure, row 5
+// script: new ()
 class nsISystemIPv6Structure : public nsISystemIPStructure {
  public:
   using Self = nsISystemIPv6Structure;

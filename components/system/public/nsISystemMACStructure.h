@@ -3,9 +3,12 @@
 
 #include "nsISystemIPStructure.h"
 
-/// Six bytes, or as many as the last text had that SetString took; byte 0 is the first of the text form. Made by
-/// "@vorel/system/macstructure;1", or by script with `new SystemMACStructure()`. The accessors below do no checks and
-/// always succeed: bytes 0 to 5 are there even when the value is shorter.
+/// Six bytes, or as many as the last text had that SetString took; byte 0 is the first of the text
+/// form. Made by
+/// "@vorel/system/macstructure;1", or by script with `new SystemMACStructure()`. The accessors
+/// below do no checks and always succeed: bytes 0 to 5 are there even when the value is shorter.
+// script: global SystemMACStructure, row 6
+// script: new ()
 class nsISystemMACStructure : public nsISystemIPStructure {
  public:
   using Self = nsISystemMACStructure;

@@ -15,6 +15,7 @@ class nsISystemProfileBindingListener;
 /// reached the profile, and again after "xpcom-shutdown"; the operations work all the same. Out
 /// arrays are new ones, with references to the same objects: a later change of the machine does not
 /// show in them.
+// script: global SystemManager, row 8
 class nsISystemManager : public nsISupports {
  public:
   using Self = nsISystemManager;

@@ -1,4 +1,4 @@
-// What script sees of the library's interfaces.
+// What script sees of the library's interfaces. Made by the build of the headers: generate.py.
 #pragma once
 
 #include <vector>
@@ -8,19 +8,10 @@
 /// All tables, parents first. They live for ever.
 std::vector<const nsScriptInterface*> NS_SystemScriptInterfaces();
 
-/// The contract comments of the headers, made at build time.
+/// The contract comments of the headers.
 extern const nsScriptComment kSystemScriptComments[];
 extern const size_t kSystemScriptCommentCount;
 
-/// TypeScript declarations of the global names that the module's categories and the default
-/// application's manifest bring.
+/// TypeScript declarations of the global names that the module's categories bring, and of those
+/// that script makes with new.
 extern const char kSystemScriptDeclarations[];
-
-// One file a family of interfaces; each is named in nsSystemScript.cpp.
-using nsScriptTableList = std::vector<const nsScriptInterface*>;
-nsScriptTableList NS_ManagerTables();
-nsScriptTableList NS_StorageTables();
-nsScriptTableList NS_WatcherTables();
-nsScriptTableList NS_AddressTables();
-nsScriptTableList NS_NetworkTables();
-nsScriptTableList NS_ServiceTables();

@@ -10,7 +10,8 @@ namespace {
 class nsSystemApplicationProfile final
     : public nsImplements<nsSystemApplicationProfile, nsISystemApplicationProfile> {
  public:
-  static const nsClassInfoRecord kClassInfo;
+  static constexpr nsClassInfoRecord kClassInfo =
+      NS_ClassInfo<"", nsISystemApplicationProfile>("aa7b2f11-8adc-421d-9139-c53c58f9629b"_iid);
 
   nsSystemApplicationProfile(const nsAString& aName, const nsAString& aLabel,
                              const nsAString& aDescription)
@@ -36,10 +37,6 @@ class nsSystemApplicationProfile final
   const nsString mLabel;
   const nsString mDescription;
 };
-
-const nsClassInfoRecord nsSystemApplicationProfile::kClassInfo = {
-    NS_ClassInterfaces<nsISystemApplicationProfile>, nullptr, nsIClassInfo::DOM_OBJECT,
-    "aa7b2f11-8adc-421d-9139-c53c58f9629b"_iid};
 
 }  // namespace
 

@@ -16,7 +16,8 @@ namespace {
 
 class nsSystemConnector final : public nsImplements<nsSystemConnector, nsISystemConnector> {
  public:
-  static const nsClassInfoRecord kClassInfo;
+  static constexpr nsClassInfoRecord kClassInfo =
+      NS_ClassInfo<"", nsISystemConnector>("d8cfd2f3-5eba-4559-9b97-f0e3e3a45b76"_iid);
   using Arrays = std::array<nsCOMPtr<nsIArray>, 3>;
 
   nsSystemConnector(const nsAString& aName, const nsAString& aMask, const nsAString& aLabel,
@@ -57,10 +58,6 @@ class nsSystemConnector final : public nsImplements<nsSystemConnector, nsISystem
   const nsString mType;
   const Arrays mArrays;  // held, not read
 };
-
-const nsClassInfoRecord nsSystemConnector::kClassInfo = {
-    NS_ClassInterfaces<nsISystemConnector>, nullptr, nsIClassInfo::DOM_OBJECT,
-    "d8cfd2f3-5eba-4559-9b97-f0e3e3a45b76"_iid};
 
 nsresult nsSystemConnector::SetLabel(const nsAString& aLabel) {
   mLabel = aLabel;

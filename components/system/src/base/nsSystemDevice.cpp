@@ -9,7 +9,8 @@ namespace {
 
 class nsSystemDevice final : public nsImplements<nsSystemDevice, nsISystemDevice> {
  public:
-  static const nsClassInfoRecord kClassInfo;
+  static constexpr nsClassInfoRecord kClassInfo =
+      NS_ClassInfo<"", nsISystemDevice>("dddc59c1-9fc3-49af-8c91-9c2c8d8a219b"_iid);
 
   nsSystemDevice(const nsAString& aName, const nsAString& aLabel) : mName(aName), mLabel(aLabel) {}
 
@@ -30,10 +31,6 @@ class nsSystemDevice final : public nsImplements<nsSystemDevice, nsISystemDevice
   const nsString mName;
   const nsString mLabel;
 };
-
-const nsClassInfoRecord nsSystemDevice::kClassInfo = {NS_ClassInterfaces<nsISystemDevice>, nullptr,
-                                                      nsIClassInfo::DOM_OBJECT,
-                                                      "dddc59c1-9fc3-49af-8c91-9c2c8d8a219b"_iid};
 
 }  // namespace
 

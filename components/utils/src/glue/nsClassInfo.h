@@ -65,3 +65,12 @@ template <vorel::detail::ClassName Name>
 nsresult NS_NamedHelper(uint32_t aLanguage, nsISupports** aHelper) {
   return NS_NewGenericHelper(aLanguage, Name.mText, aHelper);
 }
+
+/// A class's record: the name that script shows, "" for none, and the interfaces in the order in
+/// which script sees them. Stands in the class:
+///   static constexpr nsClassInfoRecord kClassInfo = NS_ClassInfo<"Thing", nsIThing>("..."_iid);
+template <vorel::detail::ClassName Name, nsInterface... I>
+consteval nsClassInfoRecord NS_ClassInfo(const nsCID& aClassID = {}) {
+  return {NS_ClassInterfaces<I...>, Name.mText[0] ? NS_NamedHelper<Name> : nullptr,
+          nsIClassInfo::DOM_OBJECT, aClassID};
+}

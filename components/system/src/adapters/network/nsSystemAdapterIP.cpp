@@ -655,15 +655,3 @@ nsresult nsSystemAdapterIP::SetIgmpVersion(uint16_t aIgmpVersion) {
 }
 
 // ---- The classes
-
-const nsClassInfoRecord nsSystemAdapterLAN::kClassInfo{
-    NS_ClassInterfaces<nsISystemAdapter, nsISystemAdapterIP, nsISystemAdapterLAN>, nullptr,
-    nsIClassInfo::DOM_OBJECT, "0e5e0c1c-8f0a-4f3e-a0a9-2a0f6f7d5a01"_iid};
-
-const nsClassInfoRecord nsSystemAdapterWLAN::kClassInfo{
-    NS_ClassInterfaces<nsISystemAdapter, nsISystemAdapterIP, nsISystemAdapterWLAN>, nullptr,
-    nsIClassInfo::DOM_OBJECT, "0e5e0c1c-8f0a-4f3e-a0a9-2a0f6f7d5a02"_iid};
-
-const nsClassInfoRecord nsSystemAdapterWWAN::kClassInfo{
-    NS_ClassInterfaces<nsISystemAdapter, nsISystemAdapterIP, nsISystemAdapterWWAN>, nullptr,
-    nsIClassInfo::DOM_OBJECT, "0e5e0c1c-8f0a-4f3e-a0a9-2a0f6f7d5a03"_iid};

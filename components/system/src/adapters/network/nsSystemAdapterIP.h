@@ -222,7 +222,9 @@ class nsSystemAdapterIPOf : public nsSystemAdapterBase<nsImplements<Class, Inter
 class nsSystemAdapterLAN final
     : public nsSystemAdapterIPOf<nsSystemAdapterLAN, nsISystemAdapterLAN> {
  public:
-  static const nsClassInfoRecord kClassInfo;
+  static constexpr nsClassInfoRecord kClassInfo =
+      NS_ClassInfo<"", nsISystemAdapter, nsISystemAdapterIP, nsISystemAdapterLAN>(
+          "0e5e0c1c-8f0a-4f3e-a0a9-2a0f6f7d5a01"_iid);
   using nsSystemAdapterIPOf::nsSystemAdapterIPOf;
 
  private:
@@ -232,7 +234,9 @@ class nsSystemAdapterLAN final
 class nsSystemAdapterWLAN final
     : public nsSystemAdapterIPOf<nsSystemAdapterWLAN, nsISystemAdapterWLAN> {
  public:
-  static const nsClassInfoRecord kClassInfo;
+  static constexpr nsClassInfoRecord kClassInfo =
+      NS_ClassInfo<"", nsISystemAdapter, nsISystemAdapterIP, nsISystemAdapterWLAN>(
+          "0e5e0c1c-8f0a-4f3e-a0a9-2a0f6f7d5a02"_iid);
   using nsSystemAdapterIPOf::nsSystemAdapterIPOf;
 
   nsresult Reserved64(void*) override { return kReserved; }
@@ -249,7 +253,9 @@ class nsSystemAdapterWLAN final
 class nsSystemAdapterWWAN final
     : public nsSystemAdapterIPOf<nsSystemAdapterWWAN, nsISystemAdapterWWAN> {
  public:
-  static const nsClassInfoRecord kClassInfo;
+  static constexpr nsClassInfoRecord kClassInfo =
+      NS_ClassInfo<"", nsISystemAdapter, nsISystemAdapterIP, nsISystemAdapterWWAN>(
+          "0e5e0c1c-8f0a-4f3e-a0a9-2a0f6f7d5a03"_iid);
   using nsSystemAdapterIPOf::nsSystemAdapterIPOf;
 
   nsresult Reserved64(void*) override { return kReserved; }

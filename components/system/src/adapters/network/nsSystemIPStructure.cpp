@@ -52,11 +52,6 @@ void nsAddressBytes::Assign(std::span<const uint8_t> aBytes) {
   std::ranges::copy(aBytes, mBytes.begin());
 }
 
-const nsClassInfoRecord nsSystemIPv4Structure::kClassInfo{
-    NS_ClassInterfaces<nsISystemIPStructure, nsISystemIPv4Structure>,
-    NS_NamedHelper<"SystemIPv4Structure">, nsIClassInfo::DOM_OBJECT,
-    "44be1a59-69ba-401e-aa66-ee1e5142d685"_iid};
-
 std::string nsSystemIPv4Structure::Format() {
   return vorel::address::FormatIPv4(mBytes.First<kLength>());
 }
@@ -68,11 +63,6 @@ nsresult nsSystemIPv4Structure::Parse(std::string_view aText) {
 nsresult nsSystemIPv4Structure::Initialize(nsISupports*, JSContext*, JSObject*, uint32_t, jsval*) {
   return NS_OK;
 }
-
-const nsClassInfoRecord nsSystemIPv6Structure::kClassInfo{
-    NS_ClassInterfaces<nsISystemIPStructure, nsISystemIPv6Structure>,
-    NS_NamedHelper<"SystemIPv6Structure">, nsIClassInfo::DOM_OBJECT,
-    "fb3dbf4f-d33f-49a0-9b48-45d3d3f5d3dd"_iid};
 
 std::string nsSystemIPv6Structure::Format() {
   return vorel::address::FormatIPv6(mBytes.First<kLength>());
@@ -87,11 +77,6 @@ nsresult nsSystemIPv6Structure::Initialize(nsISupports*, JSContext*, JSObject*, 
   return RefuseArguments(aArgc);
 }
 
-const nsClassInfoRecord nsSystemMACStructure::kClassInfo{
-    NS_ClassInterfaces<nsISystemIPStructure, nsISystemMACStructure>,
-    NS_NamedHelper<"SystemMACStructure">, nsIClassInfo::DOM_OBJECT,
-    "2348063c-bd53-4d5d-974e-90e20dc9c54d"_iid};
-
 std::string nsSystemMACStructure::Format() { return vorel::address::FormatMAC(mBytes.Address()); }
 
 nsresult nsSystemMACStructure::Parse(std::string_view aText) {
@@ -105,10 +90,6 @@ nsresult nsSystemMACStructure::Initialize(nsISupports*, JSContext*, JSObject*, u
                                           jsval*) {
   return RefuseArguments(aArgc);
 }
-
-const nsClassInfoRecord nsSystemIPAddress::kClassInfo{
-    NS_ClassInterfaces<nsISystemIPAddress>, NS_NamedHelper<"SystemIPAddress">,
-    nsIClassInfo::DOM_OBJECT, "8d0a6f6c-6b0d-4f0e-9a37-3f4a3c5b7e21"_iid};
 
 nsresult nsSystemIPAddress::GetAddress(nsISystemIPStructure** aAddress) {
   nsCOMPtr(mAddress).forget(aAddress);

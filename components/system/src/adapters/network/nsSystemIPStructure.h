@@ -11,6 +11,7 @@
 #include "nsISystemIPv6Structure.h"
 #include "nsISystemMACStructure.h"
 #include "nsImplements.h"
+#include "nsModuleClass.h"
 #include "nsString.h"
 
 /// A byte buffer of which mLength bytes are the address. It never gets shorter than the class's own
@@ -90,7 +91,12 @@ class nsSystemIPv4Structure final
     : public nsSystemIPStructure<nsSystemIPv4Structure, nsISystemIPv4Structure> {
  public:
   static constexpr uint32_t kLength = 4;
-  static const nsClassInfoRecord kClassInfo;
+  static constexpr nsModuleClass kModuleClass{.mRow = 0,
+                                              .mCID = "44be1a59-69ba-401e-aa66-ee1e5142d685"_iid,
+                                              .mContractID = "@vorel/system/ipv4structure;1"};
+  static constexpr nsClassInfoRecord kClassInfo =
+      NS_ClassInfo<"SystemIPv4Structure", nsISystemIPStructure, nsISystemIPv4Structure>(
+          kModuleClass.mCID);
 
   VOREL_ADDRESS_BYTES_0_TO_3
   std::string Format();
@@ -107,7 +113,12 @@ class nsSystemIPv6Structure final
     : public nsSystemIPStructure<nsSystemIPv6Structure, nsISystemIPv6Structure> {
  public:
   static constexpr uint32_t kLength = 16;
-  static const nsClassInfoRecord kClassInfo;
+  static constexpr nsModuleClass kModuleClass{.mRow = 1,
+                                              .mCID = "fb3dbf4f-d33f-49a0-9b48-45d3d3f5d3dd"_iid,
+                                              .mContractID = "@vorel/system/ipv6structure;1"};
+  static constexpr nsClassInfoRecord kClassInfo =
+      NS_ClassInfo<"SystemIPv6Structure", nsISystemIPStructure, nsISystemIPv6Structure>(
+          kModuleClass.mCID);
 
   VOREL_ADDRESS_BYTES_0_TO_5
   VOREL_ADDRESS_BYTE(6)
@@ -134,7 +145,12 @@ class nsSystemMACStructure final
     : public nsSystemIPStructure<nsSystemMACStructure, nsISystemMACStructure> {
  public:
   static constexpr uint32_t kLength = 6;
-  static const nsClassInfoRecord kClassInfo;
+  static constexpr nsModuleClass kModuleClass{.mRow = 2,
+                                              .mCID = "2348063c-bd53-4d5d-974e-90e20dc9c54d"_iid,
+                                              .mContractID = "@vorel/system/macstructure;1"};
+  static constexpr nsClassInfoRecord kClassInfo =
+      NS_ClassInfo<"SystemMACStructure", nsISystemIPStructure, nsISystemMACStructure>(
+          kModuleClass.mCID);
 
   VOREL_ADDRESS_BYTES_0_TO_5
   std::string Format();
@@ -154,7 +170,9 @@ class nsSystemMACStructure final
 class nsSystemIPAddress final
     : public nsImplements<nsSystemIPAddress, nsISystemIPAddress, nsIJSNativeInitializer> {
  public:
-  static const nsClassInfoRecord kClassInfo;
+  static constexpr nsClassInfoRecord kClassInfo =
+      NS_ClassInfo<"SystemIPAddress", nsISystemIPAddress>(
+          "8d0a6f6c-6b0d-4f0e-9a37-3f4a3c5b7e21"_iid);
 
   nsresult GetAddress(nsISystemIPStructure** aAddress) override;
   nsresult SetAddress(nsISystemIPStructure* aAddress) override;

@@ -3,10 +3,6 @@
 #include "nsDebug.h"
 #include "nsIFile.h"
 
-const nsClassInfoRecord nsSystemAdapterStorage::kClassInfo = {
-    NS_ClassInterfaces<nsISystemAdapter, nsISystemAdapterStorage>, nullptr,
-    nsIClassInfo::DOM_OBJECT, "94b94625-ff11-444e-b647-a315a4144409"_iid};
-
 nsSystemAdapterStorage::nsSystemAdapterStorage()
     : mLogger(NS_GetLogger("system.adapter.storage")) {}
 nsSystemAdapterStorage::~nsSystemAdapterStorage() = default;

@@ -9,7 +9,9 @@
 class nsSystemAdapterStorage final
     : public nsSystemAdapterBase<nsImplements<nsSystemAdapterStorage, nsISystemAdapterStorage>> {
  public:
-  static const nsClassInfoRecord kClassInfo;
+  static constexpr nsClassInfoRecord kClassInfo =
+      NS_ClassInfo<"", nsISystemAdapter, nsISystemAdapterStorage>(
+          "94b94625-ff11-444e-b647-a315a4144409"_iid);
 
   nsSystemAdapterStorage();
 

@@ -27,11 +27,16 @@ struct nsSystemManager::StandingDirectory {
                    // can't be set
 };
 
-const nsClassInfoRecord nsSystemManager::kClassInfo = {
-    NS_ClassInterfaces<nsISystemManager>, NS_NamedHelper<"SystemManager">, nsIClassInfo::DOM_OBJECT,
-    "31b9ff0f-7703-4b2f-b7fa-a870c6db4746"_iid};
-
 nsSystemManager::nsSystemManager(nsPlatformRef aPlatform) : mPlatform(std::move(aPlatform)) {}
+
+nsresult nsSystemManager::InitSingleton() {
+  nsresult rv;
+  const auto os = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID, &rv);
+  NS_ENSURE_SUCCESS(rv, rv);
+  rv = os->AddObserver(this, "xpcom-shutdown", false);
+  NS_ENSURE_SUCCESS(rv, rv);
+  return NS_OK;
+}
 nsSystemManager::~nsSystemManager() = default;
 
 nsresult nsSystemManager::QueryInterface(const nsIID& aIID, void** aResult) {

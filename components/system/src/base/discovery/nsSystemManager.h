@@ -1,6 +1,7 @@
 // The manager: start-up, and the discovery that fills the registry.
 #pragma once
 
+#include "nsModuleClass.h"
 #include "nsPlatform.h"
 #include "nsSystemManagerGeneric.h"
 
@@ -11,9 +12,19 @@ class nsSystemAdapterGeneric;
 /// "@vorel/system/systemmanager;1". Main thread, but for what the base says of other threads.
 class nsSystemManager final : public nsSystemManagerGeneric {
  public:
-  static const nsClassInfoRecord kClassInfo;
+  static constexpr nsModuleClass kModuleClass{.mRow = 11,
+                                              .mCID = "31b9ff0f-7703-4b2f-b7fa-a870c6db4746"_iid,
+                                              .mContractID = "@vorel/system/systemmanager;1",
+                                              .mIsService = true,
+                                              .mDOMRow = 0,
+                                              .mGlobal = "systemManager",
+                                              .mAtStartup = true};
+  static constexpr nsClassInfoRecord kClassInfo =
+      NS_ClassInfo<"SystemManager", nsISystemManager>(kModuleClass.mCID);
 
   explicit nsSystemManager(nsPlatformRef aPlatform);
+  /// Hears of the end from here on.
+  nsresult InitSingleton();
 
   /// nsISystemManager, nsIObserver, nsIClassInfo. Not nsISupportsWeakReference, although the base
   /// could.

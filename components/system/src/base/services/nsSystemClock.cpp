@@ -59,10 +59,6 @@ const nsSystemClock::Reading nsSystemClock::kUtcTime = {"aUtcTime",
                                                         "Can't set system time",
                                                         false};
 
-const nsClassInfoRecord nsSystemClock::kClassInfo = {
-    NS_ClassInterfaces<nsISystemClock>, NS_NamedHelper<"SystemClock">, nsIClassInfo::DOM_OBJECT,
-    "90316285-26d8-4232-bd0f-b2b04385d109"_iid};
-
 nsSystemClock::nsSystemClock(nsPlatformRef aPlatform)
     : mPlatform(std::move(aPlatform)), mLogger(NS_GetLogger("system.clock")) {}
 

@@ -3,6 +3,7 @@
 #include "nsISystemClock.h"
 #include "nsImplements.h"
 #include "nsLogger.h"
+#include "nsModuleClass.h"
 #include "nsPlatform.h"
 #include "nsPlatformClock.h"
 
@@ -12,7 +13,12 @@ inline constexpr char kTimeZoneChangedTopic[] = "system-timezone-changed";
 
 class nsSystemClock final : public nsImplements<nsSystemClock, nsISystemClock> {
  public:
-  static const nsClassInfoRecord kClassInfo;
+  static constexpr nsModuleClass kModuleClass{.mRow = 12,
+                                              .mCID = "90316285-26d8-4232-bd0f-b2b04385d109"_iid,
+                                              .mContractID = "@vorel/system/clock;1",
+                                              .mIsService = true};
+  static constexpr nsClassInfoRecord kClassInfo =
+      NS_ClassInfo<"SystemClock", nsISystemClock>(kModuleClass.mCID);
 
   explicit nsSystemClock(nsPlatformRef aPlatform);
 

@@ -10,10 +10,16 @@
 #include "nsISystemFont.h"
 #include "nsImplements.h"
 #include "nsLogger.h"
+#include "nsModuleClass.h"
 #include "nsPlatform.h"
 
 class nsSystemFont final : public nsImplements<nsSystemFont, nsISystemFont> {
  public:
+  static constexpr nsModuleClass kModuleClass{.mRow = 15,
+                                              .mCID = "33386123-8c43-4153-90d7-e632e801179c"_iid,
+                                              .mContractID = "@vorel/system/systemfont;1",
+                                              .mIsService = true};
+
   /// Looks through the folders of the system's fonts.
   explicit nsSystemFont(nsPlatformRef aPlatform);
 

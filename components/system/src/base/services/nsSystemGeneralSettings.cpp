@@ -9,10 +9,6 @@ constexpr int32_t kShown = 0;
 constexpr int32_t kHidden = -1;
 }  // namespace
 
-const nsClassInfoRecord nsSystemGeneralSettings::kClassInfo = {
-    NS_ClassInterfaces<nsISystemGeneralSettings>, NS_NamedHelper<"SystemGeneralSettings">,
-    nsIClassInfo::DOM_OBJECT, "792a619b-5a10-4249-a0c6-6778b1e0595e"_iid};
-
 nsSystemGeneralSettings::nsSystemGeneralSettings(nsPlatformRef aPlatform)
     : mPlatform(std::move(aPlatform)) {}
 

@@ -1,14 +1,23 @@
 #pragma once
 
 #include "nsImplements.h"
+#include "nsModuleClass.h"
 #include "nsPlatform.h"
 #include "nsSystemGeneralSettingsGeneric.h"
 
 class nsSystemGeneralSettings final : public nsSystemGeneralSettingsGeneric {
  public:
-  static const nsClassInfoRecord kClassInfo;
+  static constexpr nsModuleClass kModuleClass{.mRow = 13,
+                                              .mCID = "792a619b-5a10-4249-a0c6-6778b1e0595e"_iid,
+                                              .mContractID = "@vorel/system/generalsettings;1",
+                                              .mIsService = true,
+                                              .mDOMRow = 2,
+                                              .mGlobal = "systemGeneralSettings"};
+  static constexpr nsClassInfoRecord kClassInfo =
+      NS_ClassInfo<"SystemGeneralSettings", nsISystemGeneralSettings>(kModuleClass.mCID);
 
   explicit nsSystemGeneralSettings(nsPlatformRef aPlatform);
+  nsresult InitSingleton() { return InitGeneric(); }
 
   nsresult QueryInterface(const nsIID& aIID, void** aResult) override;
   nsrefcnt AddRef() override { return mRefCnt.Increment(); }

@@ -31,11 +31,6 @@ void EndHungProcess(nsPlatformWatchdog& aPort) {
 
 }  // namespace
 
-const nsClassInfoRecord nsSystemMaintenance::kClassInfo = {
-    NS_ClassInterfaces<nsISystemMaintenance, nsITimerCallback, nsIObserver>,
-    NS_NamedHelper<"SystemMaintenance">, nsIClassInfo::DOM_OBJECT,
-    "8155b51f-fa15-4ad9-a1a8-6b9cefd36168"_iid};
-
 nsSystemMaintenance::nsSystemMaintenance(nsPlatformRef aPlatform)
     : mPlatform(std::move(aPlatform)), mLogger(NS_GetLogger("system.maintenance")) {
   std::string action = "None";

@@ -7,6 +7,7 @@
 #include "nsITimerCallback.h"
 #include "nsImplements.h"
 #include "nsLogger.h"
+#include "nsModuleClass.h"
 #include "nsPlatform.h"
 
 /// The main thread feeds the watchdog from a repeating timer, so as long as its event loop runs,
@@ -15,7 +16,16 @@
 class nsSystemMaintenance final : public nsImplements<nsSystemMaintenance, nsISystemMaintenance,
                                                       nsITimerCallback, nsIObserver> {
  public:
-  static const nsClassInfoRecord kClassInfo;
+  static constexpr nsModuleClass kModuleClass{.mRow = 14,
+                                              .mCID = "8155b51f-fa15-4ad9-a1a8-6b9cefd36168"_iid,
+                                              .mContractID = "@vorel/system/maintenance;1",
+                                              .mIsService = true,
+                                              .mDOMRow = 1,
+                                              .mGlobal = "systemMaintenance",
+                                              .mAtStartup = true};
+  static constexpr nsClassInfoRecord kClassInfo =
+      NS_ClassInfo<"SystemMaintenance", nsISystemMaintenance, nsITimerCallback, nsIObserver>(
+          kModuleClass.mCID);
 
   /// Prepares crash handling and, unless the preference "vorel.appli.crashhandler.action" is "None"
   /// or "none" or not there, arms the watchdog. No failure of that shows here.

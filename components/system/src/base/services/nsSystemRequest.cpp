@@ -86,12 +86,3 @@ void nsSystemRequest::Stopped(nsISupports* aSelf, int32_t aExitStatus) {
 }
 
 // No class of the module's makes these; they have no identifiers of their own.
-const nsClassInfoRecord nsSystemRequestFormat::kClassInfo = {
-    NS_ClassInterfaces<nsISystemRequest, nsISystemRequestFormat>,
-    NS_NamedHelper<"systemRequestFormat">, nsIClassInfo::DOM_OBJECT, nsCID{}};
-const nsClassInfoRecord nsSystemRequestCommit::kClassInfo = {
-    NS_ClassInterfaces<nsISystemRequest, nsISystemRequestCommit>,
-    NS_NamedHelper<"systemRequestCommit">, nsIClassInfo::DOM_OBJECT, nsCID{}};
-const nsClassInfoRecord nsSystemRequestCheckDataDisk::kClassInfo = {
-    NS_ClassInterfaces<nsISystemRequest, nsISystemRequestCheckDataDisk>,
-    NS_NamedHelper<"systemRequestCheckDataDisk">, nsIClassInfo::DOM_OBJECT, nsCID{}};

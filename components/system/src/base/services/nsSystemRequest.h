@@ -61,7 +61,8 @@ class SystemRequestClass : public nsImplements<Class, Interface>, protected nsSy
 class nsSystemRequestFormat final
     : public vorel::detail::SystemRequestClass<nsSystemRequestFormat, nsISystemRequestFormat> {
  public:
-  static const nsClassInfoRecord kClassInfo;
+  static constexpr nsClassInfoRecord kClassInfo =
+      NS_ClassInfo<"systemRequestFormat", nsISystemRequest, nsISystemRequestFormat>();
   static constexpr char kLoggerName[] = "system.maintenance.format";
   static constexpr char kCommand[] = "/usr/bin/format.sh";
   using SystemRequestClass::SystemRequestClass;
@@ -70,7 +71,8 @@ class nsSystemRequestFormat final
 class nsSystemRequestCommit final
     : public vorel::detail::SystemRequestClass<nsSystemRequestCommit, nsISystemRequestCommit> {
  public:
-  static const nsClassInfoRecord kClassInfo;
+  static constexpr nsClassInfoRecord kClassInfo =
+      NS_ClassInfo<"systemRequestCommit", nsISystemRequest, nsISystemRequestCommit>();
   static constexpr char kLoggerName[] = "system.maintenance.commit";
   static constexpr char kCommand[] = "/usr/bin/commit.sh";
   using SystemRequestClass::SystemRequestClass;
@@ -80,7 +82,8 @@ class nsSystemRequestCheckDataDisk final
     : public vorel::detail::SystemRequestClass<nsSystemRequestCheckDataDisk,
                                                nsISystemRequestCheckDataDisk> {
  public:
-  static const nsClassInfoRecord kClassInfo;
+  static constexpr nsClassInfoRecord kClassInfo =
+      NS_ClassInfo<"systemRequestCheckDataDisk", nsISystemRequest, nsISystemRequestCheckDataDisk>();
   static constexpr char kLoggerName[] = "system.maintenance.checkdatadisk";
   static constexpr char kCommand[] = "/usr/bin/checkdatadisk.sh";
   using SystemRequestClass::SystemRequestClass;

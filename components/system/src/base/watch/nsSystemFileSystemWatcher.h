@@ -8,6 +8,7 @@
 #include "nsIObserver.h"
 #include "nsITimer.h"
 #include "nsITimerCallback.h"
+#include "nsModuleClass.h"
 #include "nsPlatformDirectoryChanges.h"
 #include "nsSystemFileSystemWatcherGeneric.h"
 
@@ -25,6 +26,11 @@ class nsSystemFileSystemWatcher final : public nsSystemFileSystemWatcherGeneric,
                                         public nsITimerCallback,
                                         private nsPlatformDirectoryReader::Completion {
  public:
+  static constexpr nsModuleClass kModuleClass{
+      .mRow = 6,
+      .mCID = "81651f6e-bcc1-49d8-a0bb-a9dabcee6c4f"_iid,
+      .mContractID = "@vorel/system/filesystemwatcherprivate;1"};
+
   explicit nsSystemFileSystemWatcher(nsPlatformRef aPlatform);
 
   nsresult QueryInterface(const nsIID& aIID, void** aResult) override;

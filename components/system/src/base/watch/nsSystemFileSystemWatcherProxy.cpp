@@ -14,7 +14,6 @@
 
 namespace {
 
-constexpr char kServiceContractID[] = "@vorel/system/filesystemwatcherservice;1";
 constexpr char kXPConnectContractID[] = "@mozilla.org/js/xpc/XPConnect;1";
 
 /// The options, taken from the argument anew for each use: what runs in between, a getter or the
@@ -40,10 +39,6 @@ nsresult WrapProperty(nsIXPConnect* aXPConnect, JSContext* cx, const jsval& aArg
 
 }  // namespace
 
-const nsClassInfoRecord nsSystemFileSystemWatcherProxy::kClassInfo = {
-    NS_ClassInterfaces<nsIFileSystemWatcher>, NS_NamedHelper<"FileSystemWatcher">,
-    nsIClassInfo::DOM_OBJECT, "98125353-15e3-49db-a7ec-84308fe2be39"_iid};
-
 nsSystemFileSystemWatcherProxy::nsSystemFileSystemWatcherProxy()
     : mLog(NS_GetLogger("system.fileWatcher")) {}
 
@@ -66,7 +61,8 @@ nsresult nsSystemFileSystemWatcherProxy::QueryInterface(const nsIID& aIID, void*
 
 nsCOMPtr<nsSystemFileSystemWatcherService> nsSystemFileSystemWatcherProxy::Service() {
   // The service has no interface of its own: it and this class are of one library.
-  const auto service = do_GetService<nsISupports>(kServiceContractID);
+  const auto service =
+      do_GetService<nsISupports>(nsSystemFileSystemWatcherService::kModuleClass.mContractID);
   return static_cast<nsSystemFileSystemWatcherService*>(service.get());
 }
 

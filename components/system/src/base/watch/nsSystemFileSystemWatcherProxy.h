@@ -7,6 +7,7 @@
 #include "nsILog4.h"
 #include "nsIRequest.h"
 #include "nsISystemFileSystemListener.h"
+#include "nsModuleClass.h"
 #include "nsString.h"
 #include "nsSystemFileSystemWatcherService.h"
 #include "nsThreadSafeWeakReference.h"
@@ -20,7 +21,12 @@ class nsSystemFileSystemWatcherProxy final : public nsThreadSafeSupportsWeakRefe
   /// Answered with the object itself. It is also the identifier of weak-reference support, whose
   /// implementation is the first base, so that both are one address.
   static constexpr nsIID kPrivateIID = nsISupportsWeakReference::kIID;
-  static const nsClassInfoRecord kClassInfo;
+  static constexpr nsModuleClass kModuleClass{.mRow = 7,
+                                              .mCID = "98125353-15e3-49db-a7ec-84308fe2be39"_iid,
+                                              .mContractID = "@vorel/system/filesystemwatcher;1",
+                                              .mDOMRow = 3};
+  static constexpr nsClassInfoRecord kClassInfo =
+      NS_ClassInfo<"FileSystemWatcher", nsIFileSystemWatcher>(kModuleClass.mCID);
 
   nsSystemFileSystemWatcherProxy();
 

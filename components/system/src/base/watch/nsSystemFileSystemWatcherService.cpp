@@ -5,12 +5,10 @@
 #include "nsDebug.h"
 #include "nsIThreadManager.h"
 #include "nsServices.h"
-#include "nsSystemFileSystemWatcherGeneric.h"
+#include "nsSystemFileSystemWatcher.h"
 #include "nsVorelMethodCaller.h"
 
 namespace {
-
-constexpr char kWatcherContractID[] = "@vorel/system/filesystemwatcherprivate;1";
 
 nsCOMPtr<nsIThread> CurrentThread() {
   nsCOMPtr<nsIThread> thread;
@@ -161,7 +159,8 @@ nsresult nsSystemFileSystemWatcherService::StartWatching(const nsACString& aRoot
   if (found == mTable.end()) {
     Entry entry;
     entry.mListener = MakeRefCounted<nsSystemFileSystemWatcherServiceListener>();
-    entry.mWatcher = do_CreateInstance<nsISystemFileSystemWatcher>(kWatcherContractID, &rv);
+    entry.mWatcher = do_CreateInstance<nsISystemFileSystemWatcher>(
+        nsSystemFileSystemWatcher::kModuleClass.mContractID, &rv);
     NS_ENSURE_SUCCESS(rv, rv);
     // A start that fails goes unnoticed: the client hears OnWatcherError or nothing.
     (void)entry.mWatcher->Init(entry.mListener.get(), aRootURL, true);

@@ -11,6 +11,7 @@
 #include "nsISystemFileSystemWatcher.h"
 #include "nsIThread.h"
 #include "nsImplements.h"
+#include "nsModuleClass.h"
 #include "nsString.h"
 
 /// The one listener that a platform watcher sees: calls each client on the thread on which it was
@@ -58,6 +59,12 @@ class nsSystemFileSystemWatcherServiceListener final
 class nsSystemFileSystemWatcherService final
     : public nsImplements<nsSystemFileSystemWatcherService, nsISupports> {
  public:
+  static constexpr nsModuleClass kModuleClass{
+      .mRow = 9,
+      .mCID = "0f0aeecb-13ab-4976-a73f-17617d04ef5f"_iid,
+      .mContractID = "@vorel/system/filesystemwatcherservice;1",
+      .mIsService = true};
+
   /// The listener hears of the root's changes on the calling thread. URLs that name the same path
   /// share one watcher. Fails with the resolver's result; that a watch can't be started is heard by
   /// the listener or not at all.
