@@ -25,7 +25,7 @@ namespace crashing {
 
 // With external linkage and never inlined, so that a report can name them.
 __attribute__((noinline, no_sanitize("address", "undefined", "thread"))) int WriteNowhere() {
-  int* volatile nowhere = nullptr;
+  volatile int* volatile nowhere = nullptr;
   *nowhere = 1;
   return 1;
 }
