@@ -109,6 +109,7 @@ struct Fields {
 
   void ApplyTo(nsSimulatedInterface& aInterface) const {
     for (const Step& step : mSteps) step(aInterface);
+    aInterface.mHasInfo = aInterface.mAddresses.mPhysicalAddress.size() == 6;
   }
 };
 
@@ -325,61 +326,76 @@ nsSystemVersion nsSimulatedNetwork::GetSystemVersion() {
   return mVersion;
 }
 
-nsresult nsSimulatedNetwork::GetAdaptersInfo(std::vector<nsAdapterInfo>* aInfos) {
-  if (nsresult rv = Enter("GetAdaptersInfo"); NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLock);
-  std::vector<nsAdapterInfo> infos;
-  for (const nsSimulatedInterface& interface : mInterfaces) {
-    if (!interface.mHasInfo) continue;
-    nsAdapterInfo info;
-    info.mAdapterName = interface.mAddresses.mAdapterName;
-    for (const nsUnicastAddress& address : interface.mAddresses.mUnicastAddresses)
-      if (address.mAddress.mFamily == nsSocketAddress::kIPv4)
-        info.mIpAddressList.push_back(
-            {Dotted(address.mAddress.mBytes), MaskText(address.mOnLinkPrefixLength)});
-    if (info.mIpAddressList.empty()) info.mIpAddressList.push_back({"0.0.0.0", "0.0.0.0"});
-    info.mGatewayList = interface.mGateways;
-    if (info.mGatewayList.empty()) info.mGatewayList.push_back("0.0.0.0");
-    infos.push_back(std::move(info));
+/// The interfaces as they were; the calls are the port's, and fail as the test wants it.
+class nsSimulatedNetwork::Reading final : public nsNetworkReading {
+ public:
+  explicit Reading(nsSimulatedNetwork& aNetwork) : mNetwork(aNetwork) {
+    const std::lock_guard lock(mNetwork.mLock);
+    mInterfaces = mNetwork.mInterfaces;
+    mHasFunction = mNetwork.mHasLibrary && mNetwork.mHasFunction;
   }
-  if (infos.empty()) return NS_ERROR_NOT_AVAILABLE;
-  *aInfos = std::move(infos);
-  return NS_OK;
-}
 
-nsresult nsSimulatedNetwork::GetAdaptersAddresses(uint32_t, uint32_t,
-                                                  std::vector<nsAdapterAddresses>* aAddresses) {
-  if (nsresult rv = Enter("GetAdaptersAddresses"); NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLock);
-  std::vector<nsAdapterAddresses> addresses;
-  for (const nsSimulatedInterface& interface : mInterfaces)
-    addresses.push_back(interface.mAddresses);
-  *aAddresses = std::move(addresses);
-  return NS_OK;
+  nsresult GetAdaptersInfo(std::vector<nsAdapterInfo>* aInfos) override {
+    if (nsresult rv = mNetwork.Enter("GetAdaptersInfo"); NS_FAILED(rv)) return mFailure = rv;
+    std::vector<nsAdapterInfo> infos;
+    for (const nsSimulatedInterface& interface : mInterfaces) {
+      if (!interface.mHasInfo) continue;
+      nsAdapterInfo info;
+      info.mAdapterName = interface.mAddresses.mAdapterName;
+      for (const nsUnicastAddress& address : interface.mAddresses.mUnicastAddresses)
+        if (address.mAddress.mFamily == nsSocketAddress::kIPv4)
+          info.mIpAddressList.push_back(
+              {Dotted(address.mAddress.mBytes), MaskText(address.mOnLinkPrefixLength)});
+      if (info.mIpAddressList.empty()) info.mIpAddressList.push_back({"0.0.0.0", "0.0.0.0"});
+      info.mGatewayList = interface.mGateways;
+      if (info.mGatewayList.empty()) info.mGatewayList.push_back("0.0.0.0");
+      infos.push_back(std::move(info));
+    }
+    if (infos.empty()) return NS_ERROR_NOT_AVAILABLE;
+    *aInfos = std::move(infos);
+    return NS_OK;
+  }
+
+  nsresult GetAdaptersAddresses(uint32_t, uint32_t,
+                                std::vector<nsAdapterAddresses>* aAddresses) override {
+    if (nsresult rv = mNetwork.Enter("GetAdaptersAddresses"); NS_FAILED(rv)) return mFailure = rv;
+    std::vector<nsAdapterAddresses> addresses;
+    for (const nsSimulatedInterface& interface : mInterfaces)
+      addresses.push_back(interface.mAddresses);
+    *aAddresses = std::move(addresses);
+    return NS_OK;
+  }
+
+  GetIfEntry2Function FindGetIfEntry2() override {
+    if (NS_FAILED(mNetwork.Enter("FindGetIfEntry2")) || !mHasFunction) return {};
+    return [this](uint32_t aIfIndex, nsIfRow* aRow) {
+      if (nsresult rv = mNetwork.Enter("GetIfEntry2"); NS_FAILED(rv)) return rv;
+      for (const nsSimulatedInterface& interface : mInterfaces) {
+        if (interface.mAddresses.mIfIndex != aIfIndex || !interface.mHasRow) continue;
+        *aRow = {interface.mAddresses.mIfType, 0, interface.mPhysicalMedium};
+        return NS_OK;
+      }
+      return NS_ERROR_NOT_AVAILABLE;
+    };
+  }
+
+  std::string Reason() const override { return std::string(NS_ResultName(mFailure)); }
+
+ private:
+  nsSimulatedNetwork& mNetwork;
+  std::vector<nsSimulatedInterface> mInterfaces;
+  bool mHasFunction = false;
+  nsresult mFailure = NS_OK;
+};
+
+std::unique_ptr<nsNetworkReading> nsSimulatedNetwork::Read() {
+  return std::make_unique<Reading>(*this);
 }
 
 bool nsSimulatedNetwork::LoadIpHelper() {
   if (NS_FAILED(Enter("LoadIpHelper"))) return false;
   const std::lock_guard lock(mLock);
   return mHasLibrary;
-}
-
-nsPlatformNetwork::GetIfEntry2Function nsSimulatedNetwork::FindGetIfEntry2() {
-  if (NS_FAILED(Enter("FindGetIfEntry2"))) return {};
-  const std::lock_guard lock(mLock);
-  if (!mHasLibrary || !mHasFunction) return {};
-  return [this](uint32_t aIfIndex, nsIfRow* aRow) { return GetIfEntry2(aIfIndex, aRow); };
-}
-
-nsresult nsSimulatedNetwork::GetIfEntry2(uint32_t aIfIndex, nsIfRow* aRow) {
-  if (nsresult rv = Enter("GetIfEntry2"); NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLock);
-  for (const nsSimulatedInterface& interface : mInterfaces) {
-    if (interface.mAddresses.mIfIndex != aIfIndex || !interface.mHasRow) continue;
-    *aRow = {interface.mAddresses.mIfType, 0, interface.mPhysicalMedium};
-    return NS_OK;
-  }
-  return NS_ERROR_NOT_AVAILABLE;
 }
 
 nsresult nsSimulatedNetwork::PacketOpenAdapter(const std::string& aName, PacketAdapter* aAdapter) {

@@ -14,7 +14,8 @@ struct nsSimulatedInterface {
   nsAdapterAddresses mAddresses;       ///< The name in it is the interface's identity.
   std::vector<std::string> mGateways;  ///< By rising metric.
   uint32_t mPhysicalMedium = nsIfRow::kEthernet8023;
-  bool mHasInfo = true;       ///< Whether the second picture has it.
+  bool mHasInfo = true;       ///< Whether the second picture has it. Of the machine file's it has
+                              ///< those whose address has six bytes.
   bool mHasRow = true;        ///< Whether the interface table has it.
   bool mAnswersSsid = false;  ///< Whether it passes the old wireless test.
 };
@@ -48,19 +49,17 @@ class nsSimulatedNetwork final : public nsPlatformNetwork, public nsSimulatedPor
   std::function<void()> ReadChange(const nsMachineValue& aValue);
 
   nsSystemVersion GetSystemVersion() override;
-  nsresult GetAdaptersInfo(std::vector<nsAdapterInfo>* aInfos) override;
-  nsresult GetAdaptersAddresses(uint32_t aFamily, uint32_t aFlags,
-                                std::vector<nsAdapterAddresses>* aAddresses) override;
+  std::unique_ptr<nsNetworkReading> Read() override;
   bool LoadIpHelper() override;
-  GetIfEntry2Function FindGetIfEntry2() override;
   nsresult PacketOpenAdapter(const std::string& aName, PacketAdapter* aAdapter) override;
   nsresult PacketRequest(PacketAdapter aAdapter, bool aSet, uint32_t aOid,
                          std::vector<uint8_t>* aData) override;
   void PacketCloseAdapter(PacketAdapter aAdapter) override;
 
  private:
+  class Reading;
+
   nsSimulatedInterface* Find(const std::string& aName);
-  nsresult GetIfEntry2(uint32_t aIfIndex, nsIfRow* aRow);
   void Changed();
 
   std::vector<nsSimulatedInterface> mInterfaces;

@@ -107,13 +107,13 @@ class Network : public testing::TestWithParam<Backend> {
   /// The record of an interface; an empty one when it is not there.
   Record RecordOf(const std::string& aName) {
     std::vector<Record> records;
-    EXPECT_EQ(Port().GetAdaptersAddresses(0, 0x90, &records), NS_OK);
+    EXPECT_EQ(Port().Read()->GetAdaptersAddresses(0, 0x90, &records), NS_OK);
     const auto found = std::ranges::find(records, aName, &Record::mAdapterName);
     return found == records.end() ? Record() : *found;
   }
   nsAdapterInfo InfoOf(const std::string& aName) {
     std::vector<nsAdapterInfo> infos;
-    (void)Port().GetAdaptersInfo(&infos);
+    (void)Port().Read()->GetAdaptersInfo(&infos);
     const auto found = std::ranges::find(infos, aName, &nsAdapterInfo::mAdapterName);
     return found == infos.end() ? nsAdapterInfo() : *found;
   }
@@ -171,7 +171,8 @@ TEST_P(Network, WhatOnlyLooksLikeAWireHasTheMediumOfOne) {
   mMachine->AddWire("vw0", "02:11:22:33:44:55");
   mMachine->AddBridge("vb0");
   ASSERT_TRUE(Port().LoadIpHelper());
-  const auto getIfEntry2 = Port().FindGetIfEntry2();
+  const auto reading = Port().Read();
+  const auto getIfEntry2 = reading->FindGetIfEntry2();
   ASSERT_TRUE(getIfEntry2);
   nsIfRow row;
   EXPECT_EQ(getIfEntry2(RecordOf("vw0").mIfIndex, &row), NS_OK);

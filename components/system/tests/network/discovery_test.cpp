@@ -133,6 +133,70 @@ TEST_F(DiscoveryTest, AKnownAdapterIsReplacedInsteadOfRenewed) {
   EXPECT_EQ(NS_TextOf(adapter, &nsISystemAdapterIP::GetLabel), "Renamed");
 }
 
+TEST_F(DiscoveryTest, ANameThatPassesOnTakesItsAdapterAlong) {
+  const auto put = [&](const char* aName, uint32_t aIndex, const char* aMac) {
+    Interface wire = Wire(aName, aMac, {});
+    wire.mAddresses.mIfIndex = aIndex;
+    wire.mHasInfo = wire.mAddresses.mPhysicalAddress.size() == 6;
+    Network().Put(wire);
+  };
+  put("eth0", 2, "02-00-00-00-00-02");
+  put("eth1", 3, "02-00-00-00-00-03");
+  EXPECT_EQ(Discover(), NS_OK);
+  const auto before = Adapters(*mManager);
+  const auto listener = Listen();
+  const auto heard = [&] {
+    EXPECT_EQ(Discover(), NS_OK);
+    return std::exchange(listener->mHeard, {});
+  };
+  put("eth0", 3, "02-00-00-00-00-03");
+  put("eth1", 2, "02-00-00-00-00-02");
+  EXPECT_EQ(heard(), (Strings{"adapter removed eth0", "adapter added eth0", "adapter removed eth1",
+                              "adapter added eth1"}))
+      << "swapped: the name is the same, the interface is another one";
+  for (const auto& adapter : Adapters(*mManager))
+    EXPECT_EQ(std::ranges::find(before, adapter), before.end());
+
+  put("eth0", 4, "");
+  Network().Remove("eth1");
+  EXPECT_EQ(heard(), (Strings{"adapter removed eth0", "adapter removed eth1"}))
+      << "what has taken over the name can't be an adapter, and the others go all the same";
+  EXPECT_EQ(heard(), Strings{});
+}
+
+TEST_F(DiscoveryTest, AListenerThatLooksAgainLeavesTheListBehindTheMachine) {
+  for (const char* name : {"eth0", "eth1", "eth2"})
+    Network().Put(Wire(name, "02-00-00-00-00-01", {}));
+  EXPECT_EQ(Discover(), NS_OK);
+  const auto listener = Listen();
+  listener->mThen = [&, changed = false]() mutable {
+    if (std::exchange(changed, true)) return;
+    // Between the picture of the outer look and its end.
+    Network().Remove("eth1");
+    Network().Remove("eth2");
+    Network().Put(Wire("eth2", "02-00-00-00-00-02", {}));
+    EXPECT_EQ(Discover(), NS_OK);
+  };
+  Network().Alter("eth0", [](Interface& aI) { aI.mAddresses.mOperStatus = Record::kDown; });
+  EXPECT_EQ(Discover(), NS_OK);
+  EXPECT_EQ(Names(), (Strings{"lan eth0", "lan eth2"}));
+  EXPECT_EQ(listener->mHeard, (Strings{"adapter changed eth0", "adapter removed eth2",
+                                       "adapter added eth2", "adapter removed eth1"}));
+}
+
+TEST_F(DiscoveryTest, APictureThatCantBeHadIsNotTold) {
+  Network().Put(Wire("eth0", "02-00-00-00-00-01", {}));
+  for (const char* method : {"GetAdaptersInfo", "GetAdaptersAddresses"}) {
+    (void)TakeLog("");
+    mMachine.mCalls->Fail({.mPort = "Network", .mMethod = method});
+    (void)Discover();
+    EXPECT_EQ(TakeLog("warning"),
+              (Strings{"warning system.manager: Can't read the network interfaces: "
+                       "NS_ERROR_FAILURE"}))
+        << method;
+  }
+}
+
 TEST_F(DiscoveryTest, AnAddressOfAnotherLengthIsReadBeyondItsEnd) {
   Network().Put(Wire("eth0", "02-00-00-00-00-01", {}));
   Network().Put(Wire("odd", "02-00-00-00-00-00-00-01", {}));
@@ -276,8 +340,8 @@ TEST_F(DiscoveryTest, ManyRandomChangesEndInAnotherPictureThanTheMachines) {
   ASSERT_EQ(Discover(), NS_OK);
   std::vector<Record> records;
   std::vector<nsAdapterInfo> infos;
-  ASSERT_EQ(Network().GetAdaptersAddresses(0, 0, &records), NS_OK);
-  ASSERT_EQ(Network().GetAdaptersInfo(&infos), NS_OK);
+  ASSERT_EQ(Network().Read()->GetAdaptersAddresses(0, 0, &records), NS_OK);
+  (void)Network().Read()->GetAdaptersInfo(&infos);
   std::map<std::string, uint32_t> wanted, is;
   for (const auto& info : infos)
     for (const auto& record : records)

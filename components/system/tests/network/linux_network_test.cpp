@@ -217,7 +217,7 @@ class NativeNetwork : public testing::Test {
   }
   static std::vector<Record> Records(nsLinuxNetwork& aNetwork) {
     std::vector<Record> records;
-    EXPECT_EQ(aNetwork.GetAdaptersAddresses(0, 0x90, &records), NS_OK);
+    EXPECT_EQ(aNetwork.Read()->GetAdaptersAddresses(0, 0x90, &records), NS_OK);
     return records;
   }
   static Record RecordOf(nsLinuxNetwork& aNetwork, const std::string& aName) {

@@ -7,6 +7,7 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -103,8 +104,32 @@ struct nsSystemVersion {
   uint32_t mMajor = 0, mMinor = 0, mBuild = 0;
 };
 
-/// All methods may be called from any thread, at any time; none changes the machine. Each call
-/// looks at the machine anew. Errors not named are NS_ERROR_FAILURE: the system does not answer.
+/// The interfaces as they were at one moment: both pictures and the rows of the interface table are
+/// made of one reading, so that none lacks what another one has, and none fails alone for a reason
+/// that has passed when the next one is asked for. One thread at a time.
+class nsNetworkReading {
+ public:
+  /// Fills in the row of an interface, by its index; NS_ERROR_NOT_AVAILABLE when there is none.
+  using GetIfEntry2Function = std::function<nsresult(uint32_t aIfIndex, nsIfRow* aRow)>;
+
+  virtual ~nsNetworkReading() = default;
+
+  /// The second picture, in the system's order: the interfaces that have a link-layer address of
+  /// six bytes, which are those that can be adapters. NS_ERROR_NOT_AVAILABLE when there is none.
+  virtual nsresult GetAdaptersInfo(std::vector<nsAdapterInfo>* aInfos) = 0;
+  /// The first picture, in the system's order. aFamily is 0 for all; aFlags are those of
+  /// nsPlatformNetwork.
+  virtual nsresult GetAdaptersAddresses(uint32_t aFamily, uint32_t aFlags,
+                                        std::vector<nsAdapterAddresses>* aAddresses) = 0;
+  /// The function that reads a row; empty when the system has none or its library is not loaded. It
+  /// lives no longer than the reading.
+  virtual GetIfEntry2Function FindGetIfEntry2() = 0;
+  /// Why the last of the two pictures failed, for people.
+  virtual std::string Reason() const = 0;
+};
+
+/// All methods may be called from any thread, at any time; none changes the machine. Errors not
+/// named are NS_ERROR_FAILURE: the system does not answer.
 class nsPlatformNetwork {
  public:
   /// Flags of GetAdaptersAddresses.
@@ -113,9 +138,6 @@ class nsPlatformNetwork {
   static constexpr uint32_t kOidSsid = 0x0D010102;
 
   using PacketAdapter = uint32_t;
-  /// Fills in the row of an interface, by its index; NS_ERROR_NOT_AVAILABLE when there is none.
-  /// One that has been handed out serves one thread at a time.
-  using GetIfEntry2Function = std::function<nsresult(uint32_t aIfIndex, nsIfRow* aRow)>;
 
   virtual ~nsPlatformNetwork() = default;
 
@@ -123,18 +145,12 @@ class nsPlatformNetwork {
   /// the interface table is there, before that the old wireless test is. Does not change.
   virtual nsSystemVersion GetSystemVersion() = 0;
 
-  /// The second picture, in the system's order. NS_ERROR_NOT_AVAILABLE when it has no interface.
-  virtual nsresult GetAdaptersInfo(std::vector<nsAdapterInfo>* aInfos) = 0;
-  /// The first picture, in the system's order. aFamily is 0 for all; aFlags as above.
-  virtual nsresult GetAdaptersAddresses(uint32_t aFamily, uint32_t aFlags,
-                                        std::vector<nsAdapterAddresses>* aAddresses) = 0;
+  /// Looks at the machine. Never null: one that failed says so when it is asked.
+  virtual std::unique_ptr<nsNetworkReading> Read() = 0;
 
   /// Loads the library that has the interface table. False when the system has none; calling it
   /// again is free.
   virtual bool LoadIpHelper() = 0;
-  /// The function of it that reads a row; empty when the library has none or is not loaded. Rows
-  /// may be as they were at its first call: each walk asks for the function anew.
-  virtual GetIfEntry2Function FindGetIfEntry2() = 0;
 
   /// The old wireless test: opens an interface by the name that the packet driver gives it.
   /// NS_ERROR_NOT_AVAILABLE when there is no driver or it does not know the name.

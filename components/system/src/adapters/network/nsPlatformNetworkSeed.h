@@ -1,5 +1,5 @@
-// What the key of a network interface holds when it is opened for the first time, for backends whose
-// system has no configuration store of its own.
+// What the key of a network interface holds when it is opened for the first time, for backends
+// whose system has no configuration store of its own.
 #pragma once
 
 #include "nsAddressText.h"
@@ -52,8 +52,9 @@ inline std::optional<std::vector<nsRegistryValue>> NS_SeedTcpipKey(
 
   std::vector<nsAdapterInfo> infos;
   std::vector<nsAdapterAddresses> addresses;
-  if (NS_FAILED(aNetwork.GetAdaptersInfo(&infos)) ||
-      NS_FAILED(aNetwork.GetAdaptersAddresses(0, 0, &addresses)))
+  const auto reading = aNetwork.Read();
+  if (NS_FAILED(reading->GetAdaptersInfo(&infos)) ||
+      NS_FAILED(reading->GetAdaptersAddresses(0, 0, &addresses)))
     return std::nullopt;
   const auto same = [&](const auto& aRecord) {
     return NS_SameRegistryName(aRecord.mAdapterName, name);

@@ -103,6 +103,7 @@ nsresult nsSystemAdapterIP::Init(const nsAdapterAddresses& aAddresses) {
   mGeneric->mSysPath = nsString(NS_ToUtf16(std::string_view(aAddresses.mAdapterName)));
   mGeneric->mLabel = nsString(aAddresses.mFriendlyName);
   mDescription = nsString(aAddresses.mDescription);
+  mIfIndex = aAddresses.mIfIndex;
   mOperStatus = aAddresses.mOperStatus;
   mIpv6IfIndex = aAddresses.mIpv6IfIndex;
   mTransmitLinkSpeed = aAddresses.mTransmitLinkSpeed;

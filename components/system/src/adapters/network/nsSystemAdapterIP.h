@@ -30,6 +30,9 @@ class nsSystemAdapterIP {
   nsresult Update(const nsAdapterInfo& aInfo, const nsAdapterAddresses& aAddresses,
                   bool* aModified);
 
+  /// By which the system knows the interface; another one may come to bear its name.
+  uint32_t IfIndex() const { return mIfIndex; }
+
   // nsISystemAdapterIP
   nsresult GetRegistered(nsISystemAdapter** aRegistered);
   nsresult GetDescription(nsAString& aDescription) const;
@@ -104,6 +107,7 @@ class nsSystemAdapterIP {
   mutable std::recursive_mutex mMonitor;
   bool mIsRegistered = false;
   nsString mDescription;
+  uint32_t mIfIndex = 0;
   uint32_t mInterfaceType = 0;
   uint32_t mOperStatus = 0;
   nsCOMPtr<nsISystemMACStructure> mMacAddress;

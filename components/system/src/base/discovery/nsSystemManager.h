@@ -59,13 +59,15 @@ class nsSystemManager final : public nsSystemManagerGeneric {
 
   nsresult OnAppStartup();
   nsresult OnWindowRegistered(nsISupports* aWindow);
-  /// Makes the list of IP adapters agree with the machine.
+  /// Makes the list of IP adapters agree with the machine. A listener that has it look once more is
+  /// served at once, and the look that it heard of ends there: it knows less.
   nsresult InitNetwork();
   nsresult AddStandingDirectory(const StandingDirectory& aStanding, nsIPrefBranch* aPrefs);
   /// Makes a profile of that name, lets the adapter make its bindings, and takes them over.
   nsresult AddProfile(nsSystemAdapterGeneric& aAdapter, const char16_t* aName);
 
   const nsPlatformRef mPlatform;
+  uint64_t mNetworkLooks = 0;  // that came to their end
   /// The native handle of the application's first window; null until there is one.
   void* mWnd = nullptr;
 };

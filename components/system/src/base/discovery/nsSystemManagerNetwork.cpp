@@ -33,7 +33,7 @@ bool IsWireless(nsPlatformNetwork& aNetwork, const std::string& aAdapterName) {
 }
 
 void CorrectInterfaceType(nsPlatformNetwork& aNetwork,
-                          const nsPlatformNetwork::GetIfEntry2Function& aGetIfEntry2,
+                          const nsNetworkReading::GetIfEntry2Function& aGetIfEntry2,
                           nsILog4Logger* aLogger, Addresses& aRecord) {
   if (aRecord.mIfType != Addresses::kEthernet) return;
   if (!aGetIfEntry2) {
@@ -105,26 +105,37 @@ nsresult nsSystemManager::InitNetwork() {
   const auto ipAdapters = do_QueryInterface<nsIMutableArray>(known);
   NS_ENSURE_TRUE(ipAdapters, NS_ERROR_UNEXPECTED);
 
+  const auto reading = network.Read();
   // Without the second picture there is simply no interface in it.
   std::vector<nsAdapterInfo> infos;
-  (void)network.GetAdaptersInfo(&infos);
+  const nsresult noInfos = reading->GetAdaptersInfo(&infos);
   InfoTable infoByName(16);
   for (const nsAdapterInfo& info : infos) infoByName[info.mAdapterName] = &info;
 
   std::vector<Addresses> records;
-  rv = network.GetAdaptersAddresses(
+  rv = reading->GetAdaptersAddresses(
       0, nsPlatformNetwork::kIncludePrefix | nsPlatformNetwork::kIncludeGateways, &records);
+  if (NS_FAILED(rv) || (NS_FAILED(noInfos) && noInfos != NS_ERROR_NOT_AVAILABLE))
+    SYSTEM_LOG_WARNING(mLogger, "Can't read the network interfaces: " + reading->Reason());
   if (NS_FAILED(rv)) return rv == NS_ERROR_OUT_OF_MEMORY ? rv : NS_ERROR_FAILURE;
 
-  nsPlatformNetwork::GetIfEntry2Function GetIfEntry2Func;
+  nsNetworkReading::GetIfEntry2Function GetIfEntry2Func;
   if (network.GetSystemVersion().mMajor >= kInterfaceTableVersion) {
     const bool module = network.LoadIpHelper();
     NS_ENSURE_TRUE(module, NS_ERROR_UNEXPECTED);
-    GetIfEntry2Func = network.FindGetIfEntry2();
+    GetIfEntry2Func = reading->FindGetIfEntry2();
     NS_ENSURE_TRUE(GetIfEntry2Func, NS_ERROR_UNEXPECTED);
   }
 
+  const uint64_t looks = mNetworkLooks;
+  const auto strike = [&](nsISystemAdapter* aAdapter) {
+    uint32_t index = 0;
+    if (NS_SUCCEEDED(ipAdapters->IndexOf(0, aAdapter, &index)))
+      (void)ipAdapters->RemoveElementAt(index);
+  };
   for (Addresses& record : records) {
+    // A listener has looked meanwhile, and has seen what came after this.
+    if (looks != mNetworkLooks) return NS_OK;
     SYSTEM_LOG_DEBUG(mLogger, "AdapterName = " + record.mAdapterName);
     SYSTEM_LOG_DEBUG(mLogger,
                      "FriendlyName=" + NS_ToUtf8(std::u16string_view(record.mFriendlyName)));
@@ -137,6 +148,14 @@ nsresult nsSystemManager::InitNetwork() {
     nsCOMPtr<nsISystemAdapter> adapter;
     rv = GetAdapterBySysPath(nullptr, sysPath, adapter.getter_AddRefs());
     NS_ENSURE_SUCCESS(rv, rv);
+    auto* const ip = dynamic_cast<nsSystemAdapterIP*>(adapter.get());
+    if (ip && ip->IfIndex() != record.mIfIndex) {
+      // The interface has gone, or has another name by now, and another one has taken over its own.
+      strike(adapter.get());
+      (void)RemoveAdapter(adapter.get());
+      if (looks != mNetworkLooks) return NS_OK;
+      adapter = nullptr;
+    }
     if (!adapter) {
       if (record.mIfType == Addresses::kEthernet) {
         SYSTEM_LOG_DEBUG(mLogger, "Adding Network adapter of type IF_TYPE_ETHERNET_CSMACD");
@@ -153,9 +172,7 @@ nsresult nsSystemManager::InitNetwork() {
     }
 
     SYSTEM_LOG_DEBUG(mLogger, "Update adapter sysPath=" + NS_ToUtf8(sysPath));
-    // An adapter of another kind may bear that system path.
-    auto* const ip = dynamic_cast<nsSystemAdapterIP*>(adapter.get());
-    NS_ENSURE_TRUE(ip, NS_ERROR_UNEXPECTED);
+    NS_ENSURE_TRUE(ip, NS_ERROR_UNEXPECTED);  // an adapter of another kind bears that system path
     bool modified = false;
     rv = ip->Update(*info->second, record, &modified);
     NS_ENSURE_SUCCESS(rv, rv);
@@ -163,18 +180,18 @@ nsresult nsSystemManager::InitNetwork() {
       SYSTEM_LOG_DEBUG(mLogger, "Adapter is modified");
       (void)NotifyAdapterChanged(adapter.get());
     }
-    uint32_t index = 0;
-    if (NS_SUCCEEDED(ipAdapters->IndexOf(0, adapter.get(), &index)))
-      (void)ipAdapters->RemoveElementAt(index);
+    strike(adapter.get());
   }
 
   uint32_t gone = 0;
   (void)ipAdapters->GetLength(&gone);
   for (uint32_t i = 0; i < gone; ++i) {
+    if (looks != mNetworkLooks) return NS_OK;
     nsCOMPtr<nsISystemAdapter> adapter;
     rv = ipAdapters->QueryElementAt(i, nsISystemAdapter::kIID, NS_OutVoid(adapter));
     NS_ENSURE_SUCCESS(rv, rv);
     (void)RemoveAdapter(adapter.get());
   }
+  ++mNetworkLooks;
   return NS_OK;
 }

@@ -3,10 +3,12 @@
 #include <linux/if.h>
 #include <linux/if_arp.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <sstream>
 
 #include "nsPlatformNetwork.h"
+#include "nsRetry.h"
 
 namespace {
 
@@ -25,10 +27,17 @@ std::string NS_ValueOfKey(const std::string& aText, const std::string& aKey) {
 
 nsLinkFiles::nsLinkFiles(const nsFileTree& aFiles, const vorel::netlink::Link& aLink)
     : mFiles(aFiles), mLink(aLink), mPath("/sys/class/net/" + aLink.mName) {
-  mIsHardware = !aLink.mParent.empty() || (aLink.mKind.empty() && mFiles.Exists(mPath + "/device"));
+  const auto exists = [&](const char* aName) {
+    const bool is = mFiles.Exists(mPath + aName);
+    if (!is && NS_IsPassing(errno)) mError = errno;
+    return is;
+  };
+  mIsHardware = !aLink.mParent.empty() || (aLink.mKind.empty() && exists("/device"));
   if (!mIsHardware && !aLink.mKind.empty()) return;
-  mDeviceType = NS_ValueOfKey(mFiles.ReadFile(mPath + "/uevent").value_or(""), "DEVTYPE");
-  mIsWireless = mDeviceType == "wlan" || mFiles.Exists(mPath + "/phy80211");
+  const auto told = mFiles.ReadFile(mPath + "/uevent");
+  if (!told && NS_IsPassing(errno)) mError = errno;
+  mDeviceType = NS_ValueOfKey(told.value_or(""), "DEVTYPE");
+  mIsWireless = mDeviceType == "wlan" || exists("/phy80211");
 }
 
 uint32_t nsLinkFiles::Type() const {

@@ -13,6 +13,9 @@ class nsLinkFiles {
   /// Both must outlive this.
   nsLinkFiles(const nsFileTree& aFiles, const vorel::netlink::Link& aLink);
 
+  /// 0, or the number of errno for which the machine could not be asked just now. Type and Medium
+  /// are a guess then.
+  int Error() const { return mError; }
   /// One of nsAdapterAddresses::Type.
   uint32_t Type() const;
   /// One of nsIfRow::Medium. A wire is a device with hardware behind it, or one end of a pair: what
@@ -27,6 +30,7 @@ class nsLinkFiles {
   const nsFileTree& mFiles;
   const vorel::netlink::Link& mLink;
   const std::string mPath;
+  int mError = 0;
   bool mIsHardware = false;
   bool mIsWireless = false;
   std::string mDeviceType;

@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <cstring>
 #include <map>
 #include <memory>
 #include <set>
@@ -24,6 +25,7 @@ using vorel::netlink::DefaultRoute;
 using vorel::netlink::Link;
 using vorel::netlink::Socket;
 using Record = nsAdapterAddresses;
+constexpr size_t kAddressLength = 6;
 using AddressesByIndex = std::map<uint32_t, std::vector<nsSocketAddress>>;
 
 // By IF_OPER_...
@@ -198,21 +200,56 @@ std::string MaskText(unsigned aLength) {
                  static_cast<uint8_t>(mask >> 8), static_cast<uint8_t>(mask)});
 }
 
-}  // namespace
+/// What the kernel told, once; the rest is looked up when it is asked for.
+class Reading final : public nsNetworkReading {
+ public:
+  explicit Reading(const nsFileTree& aFiles) : mFiles(aFiles) {
+    Socket socket;
+    mResult = socket.Links(&mLinks);
+    if (NS_SUCCEEDED(mResult)) mResult = socket.Addresses(AF_UNSPEC, &mAddresses);
+    if (NS_SUCCEEDED(mResult)) mResult = socket.DefaultRoutes(AF_UNSPEC, &mRoutes);
+    if (NS_FAILED(mResult)) {
+      mError = socket.Error();
+      return;
+    }
+    mLinkFiles.reserve(mLinks.size());
+    for (const Link& link : mLinks) {
+      const int error = mLinkFiles.emplace_back(mFiles, link).Error();
+      if (error == 0) continue;
+      // A wireless link that passes for a wired one would keep the wrong adapter.
+      mResult = NS_ERROR_FAILURE;
+      mError = error;
+      return;
+    }
+  }
 
-nsresult nsLinuxNetwork::GetAdaptersAddresses(uint32_t aFamily, uint32_t,
-                                              std::vector<Record>* aAddresses) {
-  Socket socket;
-  std::vector<Link> links;
-  std::vector<Address> addresses;
-  nsresult rv = socket.Links(&links);
-  if (NS_FAILED(rv)) return rv;
-  const uint8_t family = aFamily == nsSocketAddress::kIPv6   ? AF_INET6
-                         : aFamily == nsSocketAddress::kIPv4 ? AF_INET
-                                                             : AF_UNSPEC;
-  rv = socket.Addresses(family, &addresses);
-  if (NS_FAILED(rv)) return rv;
+  nsresult GetAdaptersInfo(std::vector<nsAdapterInfo>* aInfos) override;
+  nsresult GetAdaptersAddresses(uint32_t aFamily, uint32_t aFlags,
+                                std::vector<Record>* aAddresses) override;
+  GetIfEntry2Function FindGetIfEntry2() override {
+    return [this](uint32_t aIfIndex, nsIfRow* aRow) {
+      const auto link = std::ranges::find(mLinks, aIfIndex, &Link::mIndex);
+      if (link == mLinks.end()) return NS_ERROR_NOT_AVAILABLE;
+      const nsLinkFiles& files = mLinkFiles[static_cast<size_t>(link - mLinks.begin())];
+      *aRow = {files.Type(), 0, files.Medium()};
+      return NS_OK;
+    };
+  }
+  std::string Reason() const override { return std::strerror(mError); }
 
+ private:
+  const nsFileTree& mFiles;
+  nsresult mResult;
+  int mError = 0;
+  std::vector<Link> mLinks;
+  std::vector<nsLinkFiles> mLinkFiles;  // of each link
+  std::vector<Address> mAddresses;
+  std::vector<DefaultRoute> mRoutes;
+};
+
+nsresult Reading::GetAdaptersAddresses(uint32_t aFamily, uint32_t,
+                                       std::vector<Record>* aAddresses) {
+  if (NS_FAILED(mResult)) return mResult;
   AddressesByIndex groups, anycasts;
   // The tables of this thread's namespace, which need not be that of the process.
   const auto table = [&](const char* aName) {
@@ -226,20 +263,15 @@ nsresult nsLinuxNetwork::GetAdaptersAddresses(uint32_t aFamily, uint32_t,
   // their own.
   const std::vector<nsSocketAddress> servers = CommonServers(mFiles);
   std::set<uint32_t> outward;
-  if (!servers.empty()) {
-    std::vector<DefaultRoute> routes;
-    rv = socket.DefaultRoutes(AF_UNSPEC, &routes);
-    if (NS_FAILED(rv)) return rv;
-    for (const DefaultRoute& route : routes) outward.insert(route.mLinkIndex);
-  }
+  for (const DefaultRoute& route : mRoutes) outward.insert(route.mLinkIndex);
   const ServiceFiles services(mFiles);
 
   std::map<uint32_t, Record*> byIndex;
-  std::vector<Record> records(links.size());
-  for (size_t i = 0; i < links.size(); ++i) {
-    const Link& link = links[i];
+  std::vector<Record> records(mLinks.size());
+  for (size_t i = 0; i < mLinks.size(); ++i) {
+    const Link& link = mLinks[i];
     Record& record = records[i];
-    const nsLinkFiles files(mFiles, link);
+    const nsLinkFiles& files = mLinkFiles[i];
     byIndex[link.mIndex] = &record;
     record.mAdapterName = link.mName;
     record.mFriendlyName = vorel::Utf8ToUtf16(link.mAlias.empty() ? link.mName : link.mAlias);
@@ -259,9 +291,11 @@ nsresult nsLinuxNetwork::GetAdaptersAddresses(uint32_t aFamily, uint32_t,
     record.mDnsServers = services.ServersOf(link.mIndex);
     if (record.mDnsServers.empty() && outward.contains(link.mIndex)) record.mDnsServers = servers;
   }
-  for (const Address& address : addresses) {
+  const bool all = aFamily != nsSocketAddress::kIPv4 && aFamily != nsSocketAddress::kIPv6;
+  const uint8_t family = aFamily == nsSocketAddress::kIPv6 ? AF_INET6 : AF_INET;
+  for (const Address& address : mAddresses) {
     const auto found = byIndex.find(address.mLinkIndex);
-    if (found == byIndex.end()) continue;  // its link came after the links were asked for
+    if (found == byIndex.end() || (!all && address.mFamily != family)) continue;
     found->second->mUnicastAddresses.push_back(UnicastOf(address));
     // One that ends is one that somebody renews.
     if (address.mFamily == AF_INET && !(address.mFlags & IFA_F_PERMANENT))
@@ -271,30 +305,27 @@ nsresult nsLinuxNetwork::GetAdaptersAddresses(uint32_t aFamily, uint32_t,
   return NS_OK;
 }
 
-nsresult nsLinuxNetwork::GetAdaptersInfo(std::vector<nsAdapterInfo>* aInfos) {
-  Socket socket;
-  std::vector<Link> links;
-  std::vector<Address> addresses;
-  std::vector<DefaultRoute> routes;
-  nsresult rv = socket.Links(&links);
-  if (NS_FAILED(rv)) return rv;
-  if (links.empty()) return NS_ERROR_NOT_AVAILABLE;
-  rv = socket.Addresses(AF_INET, &addresses);
-  if (NS_FAILED(rv)) return rv;
-  rv = socket.DefaultRoutes(AF_INET, &routes);
-  if (NS_FAILED(rv)) return rv;
+nsresult Reading::GetAdaptersInfo(std::vector<nsAdapterInfo>* aInfos) {
+  if (NS_FAILED(mResult)) return mResult;
+  std::vector<DefaultRoute> routes = mRoutes;
+  std::erase_if(routes, [](const DefaultRoute& aRoute) { return aRoute.mFamily != AF_INET; });
   std::ranges::stable_sort(routes, {}, &DefaultRoute::mMetric);
 
   std::map<uint32_t, nsAdapterInfo*> byIndex;
-  std::vector<nsAdapterInfo> infos(links.size());
-  for (size_t i = 0; i < links.size(); ++i) {
-    infos[i].mAdapterName = links[i].mName;
-    byIndex[links[i].mIndex] = &infos[i];
+  std::vector<nsAdapterInfo> infos;
+  infos.reserve(mLinks.size());
+  for (const Link& link : mLinks) {
+    if (link.mAddress.size() != kAddressLength) continue;
+    byIndex[link.mIndex] = &infos.emplace_back();
+    infos.back().mAdapterName = link.mName;
   }
-  for (const Address& address : addresses)
-    if (const auto found = byIndex.find(address.mLinkIndex); found != byIndex.end())
+  if (infos.empty()) return NS_ERROR_NOT_AVAILABLE;
+  for (const Address& address : mAddresses) {
+    const auto found = byIndex.find(address.mLinkIndex);
+    if (found != byIndex.end() && address.mFamily == AF_INET)
       found->second->mIpAddressList.push_back(
           {Dotted(address.mBytes), MaskText(address.mPrefixLength)});
+  }
   for (const DefaultRoute& route : routes)
     if (const auto found = byIndex.find(route.mLinkIndex);
         found != byIndex.end() && route.mHasGateway)
@@ -307,28 +338,10 @@ nsresult nsLinuxNetwork::GetAdaptersInfo(std::vector<nsAdapterInfo>* aInfos) {
   return NS_OK;
 }
 
-nsPlatformNetwork::GetIfEntry2Function nsLinuxNetwork::FindGetIfEntry2() {
-  // A walk asks for one link after the other: all of them come with the first question, in one
-  // answer of the kernel. One that came later is asked for alone.
-  struct Walk {
-    Socket mSocket;
-    bool mAsked = false;
-    std::vector<Link> mLinks;
-  };
-  return [files = mFiles, walk = std::make_shared<Walk>()](uint32_t aIfIndex, nsIfRow* aRow) {
-    if (!std::exchange(walk->mAsked, true)) {
-      if (const nsresult rv = walk->mSocket.Links(&walk->mLinks); NS_FAILED(rv)) return rv;
-      std::ranges::sort(walk->mLinks, {}, &Link::mIndex);
-    }
-    Link later;
-    auto link = std::ranges::lower_bound(walk->mLinks, aIfIndex, {}, &Link::mIndex);
-    const bool known = link != walk->mLinks.end() && link->mIndex == aIfIndex;
-    if (!known)
-      if (const nsresult rv = walk->mSocket.LinkOf(aIfIndex, &later); NS_FAILED(rv)) return rv;
-    const nsLinkFiles linkFiles(files, known ? *link : later);
-    *aRow = {linkFiles.Type(), 0, linkFiles.Medium()};
-    return NS_OK;
-  };
+}  // namespace
+
+std::unique_ptr<nsNetworkReading> nsLinuxNetwork::Read() {
+  return std::make_unique<Reading>(mFiles);
 }
 
 std::string nsLinuxNetwork::DhcpServerOf(uint32_t aIfIndex) const {

@@ -13,11 +13,8 @@ class nsLinuxNetwork final : public nsPlatformNetwork {
   explicit nsLinuxNetwork(std::string aRoot = "/") : mFiles(std::move(aRoot)) {}
 
   nsSystemVersion GetSystemVersion() override { return {10, 0, 0}; }
-  nsresult GetAdaptersInfo(std::vector<nsAdapterInfo>* aInfos) override;
-  nsresult GetAdaptersAddresses(uint32_t aFamily, uint32_t aFlags,
-                                std::vector<nsAdapterAddresses>* aAddresses) override;
+  std::unique_ptr<nsNetworkReading> Read() override;
   bool LoadIpHelper() override { return true; }
-  GetIfEntry2Function FindGetIfEntry2() override;
   // There is no packet driver.
   nsresult PacketOpenAdapter(const std::string&, PacketAdapter*) override {
     return NS_ERROR_NOT_AVAILABLE;

@@ -15,6 +15,8 @@
 #include <cstring>
 #include <type_traits>
 
+#include "nsRetry.h"
+
 namespace vorel::netlink {
 namespace {
 
@@ -23,6 +25,8 @@ constexpr size_t kBufferSize = 64 * 1024;
 // A machine whose links change all the time is described as it was in between: each change brings
 // another look anyway.
 constexpr int kDumpTries = 16;
+// What the kernel lacked for a moment it may have at the next try.
+constexpr int kFailedTries = 4;
 
 /// Messages are copied out: nothing guarantees their alignment here.
 template <class T>
@@ -90,10 +94,8 @@ std::vector<uint8_t> Payload(const Header& aHeader) {
   return bytes;
 }
 
-std::vector<uint8_t> LinkQuestion(uint32_t aIndex) {
-  ifinfomsg header{};
-  header.ifi_index = static_cast<int>(aIndex);
-  std::vector<uint8_t> bytes = Payload(header);
+std::vector<uint8_t> LinkQuestion() {
+  std::vector<uint8_t> bytes = Payload(ifinfomsg{});
   const rtattr attribute{RTA_LENGTH(sizeof(uint32_t)), IFLA_EXT_MASK};
   const uint32_t mask = RTEXT_FILTER_SKIP_STATS;
   const size_t at = bytes.size();
@@ -252,34 +254,44 @@ std::vector<DefaultRoute> ParseDefaultRoutes(Bytes aPayload) {
   return hops;
 }
 
-Socket::Socket()
-    : mFd(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE)), mBuffer(kBufferSize) {
-  if (mFd < 0) return;
+Socket::Socket() : mBuffer(kBufferSize) {}
+
+Socket::~Socket() { Close(); }
+
+bool Socket::Open() {
+  if (mFd >= 0) return true;
+  mFd = NS_RetryPassing([] { return socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE); });
+  if (mFd < 0) return false;
   const timeval patience{5, 0};  // rather an error than a main thread that hangs
   (void)setsockopt(mFd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+  return true;
 }
 
-Socket::~Socket() {
+void Socket::Close() {
   if (mFd >= 0) close(mFd);
+  mFd = -1;
 }
 
-Socket::Outcome Socket::Ask(uint16_t aType, uint16_t aFlags, Bytes aPayload,
-                            const Visitor& aVisit) {
+Socket::Outcome Socket::Failed(int aError) {
+  mError = aError;
+  return Outcome::kFailed;
+}
+
+Socket::Outcome Socket::Ask(uint16_t aType, Bytes aPayload, const Visitor& aVisit) {
   nlmsghdr header{};
   header.nlmsg_len = static_cast<uint32_t>(sizeof header + aPayload.size());
   header.nlmsg_type = aType;
-  header.nlmsg_flags = static_cast<uint16_t>(NLM_F_REQUEST | aFlags);
+  header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
   header.nlmsg_seq = ++mSequence;
   std::vector<uint8_t> request(header.nlmsg_len);
   std::memcpy(request.data(), &header, sizeof header);
   std::memcpy(request.data() + sizeof header, aPayload.data(), aPayload.size());
   sockaddr_nl kernel{};
   kernel.nl_family = AF_NETLINK;
-  if (mFd < 0 || sendto(mFd, request.data(), request.size(), 0,
+  if (!Open() || sendto(mFd, request.data(), request.size(), 0,
                         reinterpret_cast<sockaddr*>(&kernel), sizeof kernel) < 0)
-    return Outcome::kFailed;
+    return Failed(errno);
 
-  const bool dump = aFlags & NLM_F_DUMP;
   bool changed = false;
   for (;;) {
     sockaddr_nl from{};
@@ -287,7 +299,8 @@ Socket::Outcome Socket::Ask(uint16_t aType, uint16_t aFlags, Bytes aPayload,
     msghdr message{&from, sizeof from, &piece, 1, nullptr, 0, 0};
     const ssize_t got = recvmsg(mFd, &message, 0);
     if (got < 0 && errno == EINTR) continue;
-    if (got < 0 || (message.msg_flags & MSG_TRUNC)) return Outcome::kFailed;
+    if (got < 0) return Failed(errno);
+    if (message.msg_flags & MSG_TRUNC) return Failed(EMSGSIZE);
     if (from.nl_pid != 0) continue;  // not from the kernel
     std::optional<Outcome> outcome;
     (void)ForEachMessage(
@@ -299,10 +312,9 @@ Socket::Outcome Socket::Ask(uint16_t aType, uint16_t aFlags, Bytes aPayload,
             outcome = changed ? Outcome::kChanged : Outcome::kDone;
           } else if (aMessage == NLMSG_ERROR) {
             nlmsgerr error{};
-            outcome = Take(aBody, &error) && error.error == 0 ? Outcome::kDone : Outcome::kRefused;
+            outcome = Failed(Take(aBody, &error) ? -error.error : EBADMSG);
           } else {
             aVisit(aMessage, aBody);
-            if (!dump) outcome = Outcome::kDone;
           }
           return !outcome;
         });
@@ -312,15 +324,19 @@ Socket::Outcome Socket::Ask(uint16_t aType, uint16_t aFlags, Bytes aPayload,
 
 nsresult Socket::Dump(uint16_t aType, Bytes aPayload, const std::function<void()>& aStart,
                       const Visitor& aVisit) {
+  int failures = 0;
   for (int tries = 0; tries < kDumpTries; ++tries) {
     aStart();
-    switch (Ask(aType, NLM_F_DUMP, aPayload, aVisit)) {
+    switch (Ask(aType, aPayload, aVisit)) {
       case Outcome::kDone:
         return NS_OK;
       case Outcome::kChanged:
         break;
-      default:
-        return NS_ERROR_FAILURE;
+      case Outcome::kFailed:
+        // What is left of the answer goes with the socket.
+        Close();
+        if (!NS_IsPassing(mError) || ++failures == kFailedTries) return NS_ERROR_FAILURE;
+        break;
     }
   }
   return NS_OK;
@@ -329,7 +345,7 @@ nsresult Socket::Dump(uint16_t aType, Bytes aPayload, const std::function<void()
 nsresult Socket::Links(std::vector<Link>* aLinks) {
   std::vector<Link> links;
   const nsresult rv = Dump(
-      RTM_GETLINK, LinkQuestion(0), [&] { links.clear(); },
+      RTM_GETLINK, LinkQuestion(), [&] { links.clear(); },
       [&](uint16_t aType, Bytes aPayload) {
         if (aType != RTM_NEWLINK) return;
         if (auto link = ParseLink(aPayload)) links.push_back(std::move(*link));
@@ -364,18 +380,6 @@ nsresult Socket::DefaultRoutes(uint8_t aFamily, std::vector<DefaultRoute>* aRout
       });
   if (NS_SUCCEEDED(rv)) *aRoutes = std::move(routes);
   return rv;
-}
-
-nsresult Socket::LinkOf(uint32_t aIndex, Link* aLink) {
-  std::optional<Link> found;
-  const Outcome outcome =
-      Ask(RTM_GETLINK, 0, LinkQuestion(aIndex), [&](uint16_t aType, Bytes aPayload) {
-        if (aType == RTM_NEWLINK) found = ParseLink(aPayload);
-      });
-  if (outcome == Outcome::kRefused) return NS_ERROR_NOT_AVAILABLE;
-  if (outcome != Outcome::kDone || !found) return NS_ERROR_FAILURE;
-  *aLink = std::move(*found);
-  return NS_OK;
 }
 
 }  // namespace vorel::netlink

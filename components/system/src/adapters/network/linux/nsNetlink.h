@@ -70,22 +70,28 @@ class Socket {
   Socket(const Socket&) = delete;
   Socket& operator=(const Socket&) = delete;
 
-  /// Everything of a kind, as it was at one moment; where the kernel says that it changed in
-  /// between, it is asked again. NS_ERROR_FAILURE when it does not answer.
+  /// Everything of a kind, as it was at one moment. Where the kernel says that it changed in
+  /// between, or that it lacked something for a moment, it is asked again. NS_ERROR_FAILURE when it
+  /// does not answer; Error() says why.
   nsresult Links(std::vector<Link>* aLinks);
   nsresult Addresses(uint8_t aFamily, std::vector<Address>* aAddresses);
   nsresult DefaultRoutes(uint8_t aFamily, std::vector<DefaultRoute>* aRoutes);
-  /// NS_ERROR_NOT_AVAILABLE when there is no such link.
-  nsresult LinkOf(uint32_t aIndex, Link* aLink);
+
+  /// The number of errno that the last failure is known by.
+  int Error() const { return mError; }
 
  private:
-  enum class Outcome { kDone, kChanged, kRefused, kFailed };
+  enum class Outcome { kDone, kChanged, kFailed };
   using Visitor = std::function<void(uint16_t aType, Bytes aPayload)>;
-  Outcome Ask(uint16_t aType, uint16_t aFlags, Bytes aPayload, const Visitor& aVisit);
+  bool Open();
+  void Close();
+  Outcome Failed(int aError);
+  Outcome Ask(uint16_t aType, Bytes aPayload, const Visitor& aVisit);
   nsresult Dump(uint16_t aType, Bytes aPayload, const std::function<void()>& aStart,
                 const Visitor& aVisit);
 
-  const int mFd;
+  int mFd = -1;
+  int mError = 0;
   uint32_t mSequence = 0;
   std::vector<uint8_t> mBuffer;
 };

@@ -11,6 +11,8 @@
 #include <cerrno>
 #include <memory>
 
+#include "nsRetry.h"
+
 namespace {
 
 bool ReadToEnd(int aFd, std::string& aText) {
@@ -18,9 +20,9 @@ bool ReadToEnd(int aFd, std::string& aText) {
   for (;;) {
     const size_t length = aText.size();
     aText.resize(length + 16384);
-    const ssize_t got = read(aFd, aText.data() + length, aText.size() - length);
+    const ssize_t got =
+        NS_RetryPassing([&] { return read(aFd, aText.data() + length, aText.size() - length); });
     aText.resize(length + static_cast<size_t>(std::max<ssize_t>(got, 0)));
-    if (got < 0 && errno == EINTR) continue;
     if (got <= 0) return got == 0;
   }
 }
@@ -45,7 +47,9 @@ std::string Normalise(const std::string& aPath) {
 }  // namespace
 
 std::optional<std::string> nsFileTree::ReadFile(const std::string& aPath) const {
-  const int fd = open(Real(aPath).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  const std::string real = Real(aPath);
+  const int fd = NS_RetryPassing(
+      [&] { return open(real.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); });
   if (fd < 0) return std::nullopt;
   std::string text;
   bool good = ReadToEnd(fd, text);
@@ -55,7 +59,9 @@ std::optional<std::string> nsFileTree::ReadFile(const std::string& aPath) const 
   for (int tries = 0; good && tries < 4 && poll(&changed, 1, 0) > 0 && (changed.revents & POLLPRI);
        ++tries)
     good = lseek(fd, 0, SEEK_SET) == 0 && ReadToEnd(fd, text);
+  const int error = errno;
   close(fd);
+  errno = error;
   if (!good) return std::nullopt;
   return text;
 }
@@ -68,24 +74,31 @@ std::string nsFileTree::ReadAttribute(const std::string& aPath) const {
 
 std::optional<std::string> nsFileTree::ReadLink(const std::string& aPath) const {
   char target[PATH_MAX];
-  const ssize_t length = readlink(Real(aPath).c_str(), target, sizeof target);
+  const std::string real = Real(aPath);
+  const ssize_t length =
+      NS_RetryPassing([&] { return readlink(real.c_str(), target, sizeof target); });
   if (length <= 0) return std::nullopt;
   const std::string text(target, static_cast<size_t>(length));
   return Normalise(text[0] == '/' ? text : aPath + "/../" + text);
 }
 
 bool nsFileTree::Exists(const std::string& aPath) const {
-  return access(Real(aPath).c_str(), F_OK) == 0;
+  const std::string real = Real(aPath);
+  return NS_RetryPassing([&] { return access(real.c_str(), F_OK); }) == 0;
 }
 
 bool nsFileTree::IsDirectory(const std::string& aPath) const {
+  const std::string real = Real(aPath);
   struct stat status;
-  return stat(Real(aPath).c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+  return NS_RetryPassing([&] { return stat(real.c_str(), &status); }) == 0 &&
+         S_ISDIR(status.st_mode);
 }
 
 std::vector<std::string> nsFileTree::List(const std::string& aPath) const {
   std::vector<std::string> names;
-  const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir(Real(aPath).c_str()), closedir);
+  const std::string real = Real(aPath);
+  const std::unique_ptr<DIR, int (*)(DIR*)> directory(
+      NS_RetryPassing([&] { return opendir(real.c_str()); }, nullptr), closedir);
   while (const dirent* entry = directory ? readdir(directory.get()) : nullptr) {
     const std::string name = entry->d_name;
     if (name != "." && name != "..") names.push_back(name);

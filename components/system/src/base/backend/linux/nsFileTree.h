@@ -9,6 +9,9 @@
 /// Paths are absolute ones of the described machine, "/sys/dev/block/8:1". Links are not followed
 /// by the tree itself: those of sysfs are relative, and are resolved by ReadLink, which never
 /// leaves the tree.
+///
+/// What fails for a reason that passes is tried again. Where something is not read all the same,
+/// errno says why: NS_IsPassing tells whether the machine lacks it, or could not be asked.
 class nsFileTree {
  public:
   /// "/" is the machine itself.
