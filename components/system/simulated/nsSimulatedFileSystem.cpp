@@ -35,12 +35,14 @@ nsSimulatedFiles::nsSimulatedFiles(nsSimulatedCallsRef aCalls, char16_t aSeparat
       mRoot(NewNode(kDirectory)) {}
 
 nsSimulatedFiles::NodeRef nsSimulatedFiles::NewNode(Kind aKind) {
-  auto node = std::make_shared<Node>();
+  auto node = std::make_shared<Node>(mFreeINodes);
   node->mFacts.mStatus = NS_OK;
   node->mFacts.mKind = aKind;
   node->mFacts.mLastModify = ++mNow;
   node->mFacts.mHasINode = true;
-  node->mFacts.mINode = ++mLastINode;
+  if (mFreeINodes->empty()) mFreeINodes->push_back(++mLastINode);
+  node->mFacts.mINode = mFreeINodes->back();
+  mFreeINodes->pop_back();
   node->mFacts.mVolume = 1;
   return node;
 }

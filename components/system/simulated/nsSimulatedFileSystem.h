@@ -4,6 +4,7 @@
 #include <functional>
 #include <map>
 #include <set>
+#include <vector>
 
 #include "nsPlatformDirectoryChanges.h"
 #include "nsPlatformFiles.h"
@@ -11,7 +12,8 @@
 
 /// Files and directories that exist as facts only, with either platform's separator. Time stands
 /// still but for the changes made here: each gives its file, and the directory of a name that comes
-/// or goes, the next number.
+/// or goes, the next number. The identity of what has gone is given to the next thing that is made,
+/// of whatever kind, as disks do.
 ///
 /// Paths are absolute. Changes of what is not there, and names below something that is no
 /// directory, are mistakes of the test and end the process.
@@ -55,7 +57,11 @@ class nsSimulatedFiles final : public nsPlatformFiles, public nsSimulatedPort {
                        std::unique_ptr<Listing>* aListing) override;
 
  private:
+  using FreeINodes = std::shared_ptr<std::vector<uint64_t>>;
   struct Node {
+    explicit Node(FreeINodes aFree) : mFree(std::move(aFree)) {}
+    ~Node() { mFree->push_back(mFacts.mINode); }
+    const FreeINodes mFree;
     Entry mFacts;  // without a name
     std::map<std::u16string, std::shared_ptr<Node>> mChildren;
   };
@@ -73,9 +79,10 @@ class nsSimulatedFiles final : public nsPlatformFiles, public nsSimulatedPort {
   void Announce(std::u16string_view aPath);
 
   const char16_t mSeparator;
-  NodeRef mRoot;
   int64_t mNow = 0;
   uint64_t mLastINode = 0;
+  const FreeINodes mFreeINodes = std::make_shared<std::vector<uint64_t>>();
+  NodeRef mRoot;
   std::function<void(std::u16string_view)> mObserver;
 };
 

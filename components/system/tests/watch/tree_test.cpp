@@ -357,15 +357,79 @@ TEST_P(TreeTest, ReusedIdentityIsNotTakenForAMove) {
   EXPECT_EQ(Look({""}), Lines{"moved old > new"});
 }
 
-TEST_P(TreeTest, MoveIsMadeUpWithoutAnIdentityOfTheRootsVolume) {
+TEST_P(TreeTest, MoveIsMadeUpWithoutAnIdentityOrMissedOnAnotherVolume) {
   mFiles->Write(P("one"));
   mFiles->SetHasINode(P("one"), false);
   mFiles->Write(P("two"));
   mFiles->SetVolume(P("two"), 2);
+  mFiles->Write(P("three"));
+  mFiles->SetINode(P("three"), 33);
   BuildQuietly();
   mFiles->Rename(P("one"), P("1"));
   mFiles->Rename(P("two"), P("2"));
-  EXPECT_EQ(Sorted(Look({""})), (Lines{"added 1", "added 2", "removed one", "removed two"}));
+  mFiles->Remove(P("three"));
+  mFiles->Write(P("other"));
+  mFiles->SetINode(P("other"), 33);  // the same number, on another volume
+  mFiles->SetVolume(P("other"), 2);
+  EXPECT_EQ(Sorted(Look({""})),
+            (Lines{"added 1", "added other", "moved two > 2", "removed one", "removed three"}));
+}
+
+TEST_P(TreeTest, NumberThatAnotherKindHadMakesAMove) {
+  mFiles->Write(P("file"));
+  mFiles->MakeDirectory(P("directory"));
+  mFiles->Write(P("plain"));
+  mFiles->SetINode(P("file"), 1001);
+  mFiles->SetINode(P("directory"), 1002);
+  mFiles->SetINode(P("plain"), 1003);
+  BuildQuietly();
+  for (const char* name : {"file", "directory", "plain"}) mFiles->Remove(P(name));
+  mFiles->MakeDirectory(P("new"));
+  mFiles->Write(P("new/below"));
+  mFiles->Write(P("other"));
+  mFiles->MakeOther(P("link"), nsPlatformFiles::kSymlink);
+  mFiles->SetINode(P("new"), 1001);
+  mFiles->SetINode(P("other"), 1002);
+  mFiles->SetINode(P("link"), 1003);
+  EXPECT_EQ(Sorted(Look({""})), (Lines{"added link", "added new/", "added new/below", "added other",
+                                       "removed directory/", "removed file", "removed plain"}));
+  EXPECT_EQ(Snapshot(), Picture());
+}
+
+TEST_P(TreeTest, SecondSourceOfAMoveLeavesItsChildrenAtTheDestination) {
+  // As where an identity could not be told in time.
+  for (const char* name : {"a", "b"}) {
+    mFiles->MakeDirectory(P(name));
+    mFiles->Write(P(std::string(name) + "/of-" + name));
+    mFiles->SetINode(P(name), 1001);
+  }
+  BuildQuietly();
+  mFiles->Remove(P("a"));
+  mFiles->Remove(P("b"));
+  mFiles->MakeDirectory(P("c"));
+  mFiles->SetINode(P("c"), 1001);
+  const Lines heard = Look({""});
+  EXPECT_EQ(
+      std::ranges::count_if(heard, [](const auto& aLine) { return aLine.starts_with("moved"); }), 2)
+      << "one directory, and what it held";
+  EXPECT_TRUE(mTree->IsUnfinished());
+  (void)Look({"", "c"});
+  EXPECT_EQ(mListener->mPicture, Picture());
+  EXPECT_EQ(Snapshot(), Picture());
+}
+
+TEST_P(TreeTest, IdentityOfWhatHasTakenAPlaceIsNotLearnt) {
+  mFiles->Write(P("a"));
+  mFiles->Write(P("b"));
+  BuildQuietly();
+  for (const char* name : {"a", "b"}) mFiles->SetLastModify(P(name), 7);
+  (void)Look({""});
+  mFiles->Rename(P("a"), P("c"));
+  mFiles->Rename(P("b"), P("a"));
+  mFiles->Rename(P("c"), P("b"));
+  EXPECT_EQ(Look({""}), Lines()) << "the same times";
+  mFiles->Rename(P("b"), P("d"));
+  EXPECT_EQ(Look({""}), Lines{"moved b > d"});
 }
 
 TEST_P(TreeTest, MoveHidesTheChangeForEver) {
@@ -386,10 +450,27 @@ TEST_P(TreeTest, HardLinksThatComeTogetherAreLost) {
   EXPECT_EQ(Look({""}), Lines{"added 1"});
   EXPECT_TRUE(mTree->IsUnfinished());
   EXPECT_EQ(TakeLog("error system.fileWatcher"),
-            (Lines{2, "error system.fileWatcher: ERROR: Could not add create change item!"}));
-  EXPECT_EQ(Look({""}), Lines{"added 2"});
-  EXPECT_EQ(Look({""}), Lines{"added 3"});
+            Lines{"error system.fileWatcher: ERROR: Could not add create change item!"});
+  EXPECT_EQ(Look({""}), (Lines{"added 2", "added 3"}));
   EXPECT_FALSE(mTree->IsUnfinished());
+  for (const char* name : {"1", "2", "3"}) mFiles->Remove(P(name));
+  EXPECT_EQ(Look({""}).size(), 1u);
+  EXPECT_EQ(Look({""}).size(), 2u);
+  EXPECT_EQ(TakeLog("error "), Lines());
+}
+
+TEST_P(TreeTest, LookAtWhatHasGoneWarns) {
+  mFiles->MakeDirectory(P("a/b"));
+  BuildQuietly();
+  mFiles->Remove(P("a"));
+  EXPECT_EQ(mTree->StartUpdate(true), NS_OK);
+  EXPECT_TRUE(mTree->Expects(nsString(P("a/b/"))));
+  EXPECT_EQ(mTree->Update(nsString(P("a/b/"))), NS_ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(mTree->Update(nsString(P(""))), NS_OK);
+  EXPECT_FALSE(mTree->Expects(nsString(P("a/b/")))) << "it lies below one known to be gone";
+  EXPECT_FALSE(mTree->Expects(nsString(P("unknown/"))));
+  EXPECT_EQ(mTree->StopUpdate(), NS_OK);
+  EXPECT_EQ(TakeLog(""), Lines());
 }
 
 // ---- What can't be read

@@ -136,14 +136,37 @@ TEST_F(WatcherTest, NamesThatComeDuringAnUpdateAreLost) {
 }
 
 TEST_F(WatcherTest, HardLinksWaitForAnotherChange) {
+  constexpr int kLinks = 300;
   StartAndWalk();
-  Files().Write(u"/data/1");
-  Files().Link(u"/data/1", u"/data/2");
-  Files().Link(u"/data/1", u"/data/3");
+  Files().Write(u"/data/0");
+  for (int i = 1; i < kLinks; ++i)
+    Files().Link(u"/data/0", u"/data/" + NS_ToUtf16(std::to_string(i)));
   Settle();
   Settle();
+  EXPECT_EQ(mListener->Take().size(), size_t{kLinks});
+  EXPECT_EQ(TakeLog("error ").size(), 1u);
+  for (int i = 0; i < kLinks; ++i) Files().Remove(u"/data/" + NS_ToUtf16(std::to_string(i)));
   Settle();
-  EXPECT_EQ(mListener->Take(), (Lines{"added 1", "added 2", "added 3"}));
+  Settle();
+  EXPECT_EQ(mListener->Take().size(), size_t{kLinks});
+}
+
+TEST_F(WatcherTest, LinkInANewDirectoryWaitsForAnotherChange) {
+  StartAndWalk();
+  Files().MakeDirectory(u"/data/new/below");
+  Files().MakeOther(u"/data/new/below/link", nsPlatformFiles::kSymlink);
+  Settle();
+  Settle();
+  EXPECT_EQ(mListener->Take(), (Lines{"added new/below/", "added new/", "added new/below/link"}));
+}
+
+TEST_F(WatcherTest, RemovedTreeWarns) {
+  Files().MakeDirectory(u"/data/a/b/c");
+  StartAndWalk();
+  for (const char16_t* name : {u"/data/a/b/c", u"/data/a/b", u"/data/a"}) Files().Remove(name);
+  Settle();
+  EXPECT_EQ(mListener->Take(), (Lines{"removed a/b/c/", "removed a/b/", "removed a/"}));
+  EXPECT_EQ(TakeLog("warning "), Lines());
 }
 
 TEST_F(WatcherTest, MissingRootIsNotTold) {
@@ -218,6 +241,21 @@ TEST_F(WatcherTest, WatcherOutlivesTheApplication) {
                 ->NotifyObservers(nullptr, "quit-application", nullptr),
             NS_OK);
   EXPECT_EQ(mListener->Take(), Lines{"stopped"});
+}
+
+TEST_F(WatcherTest, WalkThatOutlivesTheApplicationStartsAWatch) {
+  Files().MakeDirectory(u"/data/a/b");
+  Start();
+  nsHost::Current()->Quit();
+  const uint64_t before = mMachine.mCalls->Count();
+  Walk();
+  EXPECT_EQ(mListener->Take(), Lines());
+  EXPECT_FALSE(IsWatching());
+  EXPECT_EQ(mMachine.mCalls->Count(), before) << "it walks on";
+  const auto late = MakeRefCounted<nsSystemFileSystemWatcher>(mMachine.Platform());
+  (void)late->Init(mListener.get(), nsCString(kRootURL), true);
+  EXPECT_EQ(late->StartWatching(), NS_ERROR_ILLEGAL_DURING_SHUTDOWN);
+  EXPECT_EQ(nsManualPool::Instance().Run(), 0u);
 }
 
 TEST_F(WatcherTest, PlainListenerHearsOfAMoveHere) {

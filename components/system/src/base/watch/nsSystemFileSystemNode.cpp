@@ -43,6 +43,11 @@ nsresult nsSystemFileSystemNode::Init(nsSystemFileSystemNode* aParent, const nsS
   return NS_OK;
 }
 
+void nsSystemFileSystemNode::SetOrigin(nsPlatformFiles::Kind aKind, uint16_t aVolume) {
+  mKind = aKind;
+  mVolume = aVolume;
+}
+
 nsresult nsSystemFileSystemNode::GetLeafName(nsAString& aLeafName) const {
   return NS_StringCopy(aLeafName, mLeafName);
 }
@@ -104,6 +109,7 @@ nsresult nsSystemFileSystemNode::ChangeNode(const nsAString& aLeafName,
   nsSystemFileSystemNode& child = *found->second;
   child.mLastModify = aChangeNode->mLastModify;
   child.mINode = aChangeNode->mINode;
+  child.SetOrigin(aChangeNode->mKind, aChangeNode->mVolume);
   child.mLeafName = aChangeNode->mLeafName;
   return NS_OK;
 }

@@ -6,6 +6,7 @@
 #include <unordered_map>
 
 #include "nsCOMPtr.h"
+#include "nsPlatformFiles.h"
 #include "nsString.h"
 
 class nsSystemFileSystemNode;
@@ -35,6 +36,9 @@ class nsSystemFileSystemNode final {
 
   nsresult Init(nsSystemFileSystemNode* aParent, const nsString& aLeafName, bool aIsDir,
                 int64_t aLastModify, uint64_t aINode, bool aHasINode);
+  /// What else belongs to the identity: a number says nothing without its volume, and one that a
+  /// file had may be a directory's next. aVolume is the tree's own number for it.
+  void SetOrigin(nsPlatformFiles::Kind aKind, uint16_t aVolume);
 
   nsresult GetLeafName(nsAString& aLeafName) const;
   /// Leaves the key under which the parent's map holds this node: remove, rename, add again.
@@ -45,6 +49,8 @@ class nsSystemFileSystemNode final {
   nsresult GetParent(nsSystemFileSystemNode** aParent) const;
   /// Writes the number always; NS_ERROR_FAILURE when the identity could not be read.
   nsresult GetINode(uint64_t* aINode) const;
+  nsPlatformFiles::Kind Kind() const { return mKind; }
+  uint16_t Volume() const { return mVolume; }
 
   const nsFileSystemNodeMap& Children() const;
   /// Keeps the present child of that name, if there is one; becomes the new one's parent in any
@@ -62,6 +68,8 @@ class nsSystemFileSystemNode final {
   std::atomic<nsrefcnt> mRefCnt{0};
   bool mHasINode = false;
   bool mIsDir = false;
+  nsPlatformFiles::Kind mKind = nsPlatformFiles::kFile;
+  uint16_t mVolume = 0;
   std::unique_ptr<nsFileSystemNodeMap> mChildren;  // made for the first child: files have none
   nsString mLeafName;
   uint64_t mINode = 0;

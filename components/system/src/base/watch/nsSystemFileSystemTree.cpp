@@ -21,6 +21,12 @@ bool StringBeginsWith(const nsAString& aText, const nsAString& aBeginning) {
   return NS_View(aText).starts_with(NS_View(aBeginning));
 }
 
+/// A directory that has gone since it was named is nothing to warn of: the look at the one above it
+/// tells.
+bool IsGone(nsresult aResult) {
+  return aResult == NS_ERROR_FILE_NOT_FOUND || aResult == NS_ERROR_FILE_NOT_DIRECTORY;
+}
+
 }  // namespace
 
 nsSystemFileSystemTree::nsSystemFileSystemTree(std::shared_ptr<nsPlatformFiles> aFiles)
@@ -77,6 +83,7 @@ nsresult nsSystemFileSystemTree::InitTree() {
 }
 
 nsresult nsSystemFileSystemTree::BuildTree() {
+  if (mIsCancelled) return NS_OK;
   bool exists = false;
   if (NS_FAILED(mFiles->Exists(mRootPath, &exists)) || !exists)
     return DispatchToOwner(&nsSystemFileSystemTree::NotifyRootPathMissing);
@@ -85,13 +92,12 @@ nsresult nsSystemFileSystemTree::BuildTree() {
     std::lock_guard lock(mRootNodeLock);
     mRootNode = nullptr;
     nsPlatformFiles::Entry root;
-    if (NS_SUCCEEDED(mFiles->ReadEntry(mRootPath, &root))) {
-      mRootVolume = root.mVolume;
+    if (NS_SUCCEEDED(mFiles->ReadEntry(mRootPath, &root)))
       (void)CreateNode(&root, nullptr, mRootNode.getter_AddRefs());
-    }
     // A root that can't be read is announced as ready all the same; updates fail by its absence.
     if (mRootNode) (void)AddChildren(mRootPath, mRootNode.get(), true, false);
   }
+  if (mIsCancelled) return NS_OK;
   return DispatchToOwner(&nsSystemFileSystemTree::NotifyTreeReady);
 }
 
@@ -118,22 +124,36 @@ nsresult nsSystemFileSystemTree::CreateNode(const nsPlatformFiles::Entry* aFile,
   if (aFile->mLeafName.IsEmpty()) return NS_ERROR_FAILURE;
   if (NS_FAILED(aFile->mStatus)) return aFile->mStatus;
   uint64_t inode = 0;
-  const bool hasINode = NS_SUCCEEDED(GetINode(*aFile, &inode));
+  uint16_t volume = 0;
+  const bool hasINode = NS_SUCCEEDED(GetINode(*aFile, &inode, &volume));
   auto node = MakeRefCounted<nsSystemFileSystemNode>();
   nsresult rv = node->Init(aParent, aFile->mLeafName, aFile->mKind == nsPlatformFiles::kDirectory,
                            aFile->mLastModify, inode, hasINode);
   NS_ENSURE_SUCCESS(rv, rv);
+  node->SetOrigin(aFile->mKind, volume);
   node.forget(aNode);
   return NS_OK;
 }
 
-nsresult nsSystemFileSystemTree::GetINode(const nsPlatformFiles::Entry& aFile,
-                                          uint64_t* aINode) const {
-  // Numbers of another volume, mounted below the root, say nothing here: they may be in use on the
-  // root's own for something else.
-  if (!aFile.mHasINode || aFile.mVolume != mRootVolume) return NS_ERROR_FAILURE;
+nsresult nsSystemFileSystemTree::GetINode(const nsPlatformFiles::Entry& aFile, uint64_t* aINode,
+                                          uint16_t* aVolume) {
+  if (!aFile.mHasINode) return NS_ERROR_FAILURE;
+  // There are few at a time, and the root's own comes first.
+  const auto known = std::ranges::find(mVolumes, aFile.mVolume);
+  const auto number = static_cast<size_t>(known - mVolumes.begin());
+  if (number > UINT16_MAX) return NS_ERROR_FAILURE;
+  if (known == mVolumes.end()) mVolumes.push_back(aFile.mVolume);
   *aINode = aFile.mINode;
+  *aVolume = static_cast<uint16_t>(number);
   return NS_OK;
+}
+
+bool nsSystemFileSystemTree::HasIdentity(const nsSystemFileSystemNode& aNode,
+                                         const nsPlatformFiles::Entry& aFile) const {
+  uint64_t inode;
+  return NS_SUCCEEDED(aNode.GetINode(&inode)) == aFile.mHasINode &&
+         (!aFile.mHasINode || (inode == aFile.mINode && aNode.Kind() == aFile.mKind &&
+                               mVolumes[aNode.Volume()] == aFile.mVolume));
 }
 
 nsresult nsSystemFileSystemTree::GetPathEntries(
@@ -145,15 +165,17 @@ nsresult nsSystemFileSystemTree::GetPathEntries(
 
 nsresult nsSystemFileSystemTree::GetChildren(const nsAString& aPath,
                                              nsSystemFileSystemNode* aParent,
-                                             nsFileSystemNodeMap* aChildren) {
+                                             nsFileSystemNodeMap* aChildren, bool* aLeftOut) {
   std::unique_ptr<nsPlatformFiles::Listing> entries;
   nsresult rv = GetPathEntries(aPath, &entries);
   NS_ENSURE_SUCCESS(rv, rv);
   while (entries->HasMore()) {
     nsPlatformFiles::Entry entry;
-    if (NS_FAILED(entries->GetNext(&entry)) || entry.mKind == nsPlatformFiles::kSymlink ||
-        entry.mKind == nsPlatformFiles::kSpecial)
+    if (NS_FAILED(entries->GetNext(&entry))) continue;
+    if (entry.mKind == nsPlatformFiles::kSymlink || entry.mKind == nsPlatformFiles::kSpecial) {
+      if (aLeftOut) *aLeftOut = true;
       continue;
+    }
     nsCOMPtr<nsSystemFileSystemNode> node;
     if (NS_FAILED(CreateNode(&entry, aParent, node.getter_AddRefs()))) continue;
     aChildren->emplace(entry.mLeafName, std::move(node));
@@ -166,12 +188,15 @@ nsresult nsSystemFileSystemTree::AddChildren(const nsAString& aPath,
                                              bool aBuildDiscoveredDirs, bool aNotifyListener) {
   std::vector<std::pair<nsString, nsCOMPtr<nsSystemFileSystemNode>>> stack;
   stack.emplace_back(aPath, aParent);
-  while (!stack.empty()) {
+  while (!stack.empty() && !mIsCancelled) {
     const auto [path, node] = std::move(stack.back());
     stack.pop_back();
     const nsString base = WithSeparator(path);
     nsFileSystemNodeMap children;
-    (void)GetChildren(path, node.get(), &children);
+    bool leftOut = false;
+    (void)GetChildren(path, node.get(), &children, &leftOut);
+    // A link in a new directory is told by the first look at that, which must come in any case.
+    if (leftOut && aNotifyListener) mLeftOut.push_back(base);
     for (const auto& [leafName, child] : children) {
       if (NS_FAILED(node->AddChild(child.get()))) continue;
       bool isDir;
@@ -195,9 +220,34 @@ nsresult nsSystemFileSystemTree::AddChildren(const nsAString& aPath,
 nsresult nsSystemFileSystemTree::StartUpdate(bool aDetectMoves) {
   mDetectMoves = aDetectMoves;
   mIsUnfinished = mMissedDirectory = false;
+  mTellsLinks = std::exchange(mHasSkippedLinks, false);
   mINodeIndex.clear();
+  mGone.clear();
   mChanges.clear();
+  mLeftOut.clear();
   return NS_OK;
+}
+
+bool nsSystemFileSystemTree::Expects(const nsAString& aPath) {
+  std::lock_guard lock(mRootNodeLock);
+  std::u16string_view path = NS_View(aPath);
+  const nsSystemFileSystemNode* node = mRootNode.get();
+  if (!node || !path.starts_with(mRootPath.view())) return false;
+  path.remove_prefix(mRootPath.Length());
+  while (true) {
+    path.remove_prefix(std::min(path.find_first_not_of(mSeparator), path.size()));
+    if (path.empty()) return true;
+    const size_t end = std::min(path.find(mSeparator), path.size());
+    const auto found = node->Children().find(path.substr(0, end));
+    if (found == node->Children().end() || found->second->Kind() != nsPlatformFiles::kDirectory) {
+      // One that is not known yet, perhaps because what holds it moves in this cycle.
+      mMissedDirectory = true;
+      return false;
+    }
+    node = found->second.get();
+    if (mGone.contains(node)) return false;
+    path.remove_prefix(end);
+  }
 }
 
 nsresult nsSystemFileSystemTree::Update(const nsAString& aPath) {
@@ -214,6 +264,7 @@ nsresult nsSystemFileSystemTree::Update(const nsAString& aPath) {
   }
   NS_ENSURE_SUCCESS(rv, rv);
   rv = GetNodeChanges(node.get(), aPath, &mChanges);
+  if (IsGone(rv)) return rv;
   NS_ENSURE_SUCCESS(rv, rv);
   return NS_OK;
 }
@@ -224,6 +275,7 @@ nsresult nsSystemFileSystemTree::GetNodeChanges(nsSystemFileSystemNode* aNode,
   nsFileSystemNodeMap gone = aNode->Children();
   std::unique_ptr<nsPlatformFiles::Listing> entries;
   nsresult rv = GetPathEntries(aPath, &entries);
+  if (IsGone(rv)) return rv;
   NS_ENSURE_SUCCESS(rv, rv);
 
   const auto append = [&](const nsPlatformFiles::Entry& aEntry, uint32_t aChangeType) {
@@ -232,8 +284,10 @@ nsresult nsSystemFileSystemTree::GetNodeChanges(nsSystemFileSystemNode* aNode,
       SYSTEM_LOG_ERROR(mLog, "ERROR: Could not create a nsSystemFileSystemNode!");
       return false;
     }
+    // Links of one file that come by the hundred are one thing to say.
+    const bool isTold = mHasSkippedLinks;
     if (NS_FAILED(AppendCreateNodeChangeItem(node.get(), aChangeType, aChanges))) {
-      SYSTEM_LOG_ERROR(mLog, "ERROR: Could not add create change item!");
+      if (!isTold) SYSTEM_LOG_ERROR(mLog, "ERROR: Could not add create change item!");
       return false;
     }
     return true;
@@ -274,8 +328,16 @@ nsresult nsSystemFileSystemTree::GetNodeChanges(nsSystemFileSystemNode* aNode,
       // one.
       (void)AppendCreateNodeChangeItem(child, eRemoved, aChanges);
       mIsUnfinished = true;
-    } else if (known != entry.mLastModify && !append(entry, eChanged)) {
-      continue;
+    } else if (known != entry.mLastModify) {
+      if (!append(entry, eChanged)) continue;
+    } else if (!HasIdentity(*child, entry)) {
+      // Something else of the same time in its place is no change, but has to be known by its own
+      // identity when it moves.
+      nsCOMPtr<nsSystemFileSystemNode> node;
+      if (NS_SUCCEEDED(CreateNode(&entry, aNode, node.getter_AddRefs()))) {
+        std::lock_guard lock(mRootNodeLock);
+        (void)aNode->ChangeNode(entry.mLeafName, node.get());
+      }
     }
     gone.erase(found);
   }
@@ -289,43 +351,49 @@ nsresult nsSystemFileSystemTree::AppendCreateNodeChangeItem(nsSystemFileSystemNo
                                                             uint32_t aChangeType,
                                                             ChangeArray* aChanges) {
   NS_ENSURE_TRUE(aChangedNode, NS_ERROR_NULL_POINTER);
-  uint64_t inode = 0;
-  const bool isUsable = NS_SUCCEEDED(aChangedNode->GetINode(&inode)) && mDetectMoves;
-  const auto earlier = isUsable ? mINodeIndex.find(inode) : mINodeIndex.end();
-  if (earlier == mINodeIndex.end()) {
+  const auto add = [&] {
     aChanges->push_back(MakeRefCounted<nsSystemFileSystemNodeChange>(aChangedNode, aChangeType));
+    if (aChangeType == eRemoved && aChangedNode->Kind() == nsPlatformFiles::kDirectory)
+      mGone.insert(aChangedNode);
+  };
+  Identity identity{0, aChangedNode->Volume(), aChangedNode->Kind()};
+  const bool isUsable = NS_SUCCEEDED(aChangedNode->GetINode(&identity.mINode)) && mDetectMoves;
+  const auto earlier = isUsable ? mINodeIndex.find(identity) : mINodeIndex.end();
+  if (earlier == mINodeIndex.end()) {
     if (isUsable && (aChangeType == eAdded || aChangeType == eRemoved))
-      mINodeIndex[inode] = aChanges->back();
+      mINodeIndex[identity] = {aChanges->size(), aChangeType, false};
+    add();
     return NS_OK;
   }
 
   // A second sighting of the inode in this cycle.
-  uint32_t earlierType;
-  nsresult rv = earlier->second->GetChangeType(&earlierType);
-  NS_ENSURE_SUCCESS(rv, rv);
-  nsCOMPtr<nsSystemFileSystemNode> source, destination;
-  if (aChangeType == eAdded && earlierType == eRemoved) {
-    rv = earlier->second->GetNode(source.getter_AddRefs());
-    NS_ENSURE_SUCCESS(rv, rv);
-    destination = aChangedNode;
-  } else if (aChangeType == eRemoved && earlierType == eAdded) {
-    source = aChangedNode;
-    rv = earlier->second->GetNode(destination.getter_AddRefs());
-    NS_ENSURE_SUCCESS(rv, rv);
-  } else {
-    mIsUnfinished = true;
+  Sighting& sighting = earlier->second;
+  const bool isPair = (aChangeType == eAdded && sighting.mType == eRemoved) ||
+                      (aChangeType == eRemoved && sighting.mType == eAdded);
+  if (!isPair || sighting.mIsPaired) {
+    if (isPair || !mTellsLinks) mIsUnfinished = true;
+    // A second source of one move has gone, whatever took its place at the destination.
+    if (mTellsLinks || (isPair && aChangeType == eRemoved)) {
+      add();
+      return NS_OK;
+    }
+    // More links of one file: the first is told now, all others by the next look.
+    mHasSkippedLinks = true;
     return NS_ERROR_FAILURE;
   }
-  auto changedItem = MakeRefCounted<nsSystemFileSystemNodeChange>(source.get(), eMoved);
-  rv = changedItem->SetMovedNode(destination.get());
+  nsCOMPtr<nsSystemFileSystemNode> other;
+  nsresult rv = (*aChanges)[sighting.mChange]->GetNode(other.getter_AddRefs());
   NS_ENSURE_SUCCESS(rv, rv);
+  const bool isSource = aChangeType == eRemoved;
+  auto changedItem =
+      MakeRefCounted<nsSystemFileSystemNodeChange>(isSource ? aChangedNode : other.get(), eMoved);
+  rv = changedItem->SetMovedNode(isSource ? other.get() : aChangedNode);
+  NS_ENSURE_SUCCESS(rv, rv);
+  if (isSource && aChangedNode->Kind() == nsPlatformFiles::kDirectory) mGone.insert(aChangedNode);
+  // The index keeps the earlier change, so that a third sighting (of a hard link) finds it used up.
+  (*aChanges)[sighting.mChange] = nullptr;
+  sighting.mIsPaired = true;
   aChanges->push_back(std::move(changedItem));
-  // The index keeps the earlier change, so that a third sighting (of a hard link) pairs with it
-  // once more and finds it gone from here.
-  if (std::erase(mChanges, earlier->second) == 0) {
-    mIsUnfinished = true;
-    return NS_ERROR_FAILURE;
-  }
   return NS_OK;
 }
 
@@ -333,6 +401,7 @@ nsresult nsSystemFileSystemTree::StopUpdate() {
   const size_t count = mChanges.size();
   for (size_t i = 0; i < count; ++i) {
     nsSystemFileSystemNodeChange* const change = mChanges[i].get();
+    if (!change) continue;  // half of a move that comes later
     uint32_t changeType;
     nsresult rv = change->GetChangeType(&changeType);
     NS_ENSURE_SUCCESS(rv, rv);
@@ -359,6 +428,7 @@ nsresult nsSystemFileSystemTree::StopUpdate() {
     NS_ENSURE_SUCCESS(rv, rv);
   }
   mINodeIndex.clear();
+  mGone.clear();
   mChanges.clear();
   return NS_OK;
 }

@@ -4,9 +4,11 @@
 // with the snapshot, so lost, doubled or reordered hints can't make the snapshot wrong, only late.
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "nsILog4.h"
@@ -34,6 +36,8 @@ class nsSystemFileSystemTree final : public nsThreadSafeSupportsWeakReference {
   nsresult SetListener(nsISystemFileSystemTreeListener* aListener);
   /// No call into the listener is under way when this returns, but one that it is called from.
   nsresult ClearListener();
+  /// Ends walks early, also those that have not begun, without a word. Any thread.
+  void Cancel() { mIsCancelled = true; }
 
   /// Returns at once; the first snapshot is taken on the thread pool. Once for each tree:
   /// NS_ERROR_ALREADY_INITIALIZED.
@@ -48,6 +52,9 @@ class nsSystemFileSystemTree final : public nsThreadSafeSupportsWeakReference {
   /// Gathers the changes of one directory. Fails for one that is not in the snapshot: what lies in
   /// a directory that has just appeared is reported with it.
   nsresult Update(const nsAString& aPath);
+  /// Whether there is any use in Update for a directory: not for one that is not in the snapshot,
+  /// and not for what lies below one that this cycle has already found gone. Says no in silence.
+  bool Expects(const nsAString& aPath);
   /// Applies the changes of the cycle to the snapshot and reports them. Returns at the first
   /// failure with the rest undone.
   nsresult StopUpdate();
@@ -55,6 +62,9 @@ class nsSystemFileSystemTree final : public nsThreadSafeSupportsWeakReference {
   /// left out because another stood in its way (of the same inode, of the same name, of a directory
   /// above), or a directory moved while one of those asked for was not known.
   bool IsUnfinished() const { return mIsUnfinished; }
+  /// Directories that the last cycle has walked and that hold what a walk leaves out (links,
+  /// special files): the next look at them tells it.
+  const std::vector<nsString>& LeftOut() const { return mLeftOut; }
 
   nsresult GetNode(const nsAString& aPath, nsSystemFileSystemNode* aRootSearchNode,
                    nsSystemFileSystemNode** aNodeRetVal);
@@ -65,8 +75,27 @@ class nsSystemFileSystemTree final : public nsThreadSafeSupportsWeakReference {
  private:
   ~nsSystemFileSystemTree() override = default;
 
+  /// What makes two sightings one thing.
+  struct Identity {
+    uint64_t mINode;
+    uint16_t mVolume;
+    nsPlatformFiles::Kind mKind;
+    bool operator==(const Identity&) const = default;
+  };
+  struct IdentityHash {
+    size_t operator()(const Identity& aIdentity) const {
+      return std::hash<uint64_t>()(aIdentity.mINode) ^ aIdentity.mVolume;
+    }
+  };
+  struct Sighting {
+    size_t mChange;  // its place in mChanges
+    uint32_t mType;
+    bool mIsPaired;
+  };
+
+  /// aLeftOut, when given, tells whether the directory holds what is skipped.
   nsresult GetChildren(const nsAString& aPath, nsSystemFileSystemNode* aParent,
-                       nsFileSystemNodeMap* aChildren);
+                       nsFileSystemNodeMap* aChildren, bool* aLeftOut = nullptr);
   nsresult AddChildren(const nsAString& aPath, nsSystemFileSystemNode* aParent,
                        bool aBuildDiscoveredDirs, bool aNotifyListener);
   nsresult CreateNode(const nsPlatformFiles::Entry* aFile, nsSystemFileSystemNode* aParent,
@@ -93,7 +122,8 @@ class nsSystemFileSystemTree final : public nsThreadSafeSupportsWeakReference {
   nsresult NotifyMove(const nsAString& aOldPath, const nsAString& aNewPath);
   nsresult NotifyTreeReady();
   nsresult NotifyRootPathMissing();
-  nsresult GetINode(const nsPlatformFiles::Entry& aFile, uint64_t* aINode) const;
+  nsresult GetINode(const nsPlatformFiles::Entry& aFile, uint64_t* aINode, uint16_t* aVolume);
+  bool HasIdentity(const nsSystemFileSystemNode& aNode, const nsPlatformFiles::Entry& aFile) const;
   nsresult GetPathEntries(const nsAString& aPath,
                           std::unique_ptr<nsPlatformFiles::Listing>* aEntries);
 
@@ -112,7 +142,8 @@ class nsSystemFileSystemTree final : public nsThreadSafeSupportsWeakReference {
   nsCOMPtr<nsIThread> mOwnerThread;
   nsCOMPtr<nsIWeakReference> mListener;
   nsString mRootPath;
-  uint64_t mRootVolume = 0;
+  std::vector<uint64_t> mVolumes;  // the place is the tree's own number
+  std::atomic<bool> mIsCancelled = false;
   bool mIsRecursive = false;
   bool mIsInitialized = false;
   std::mutex mRootNodeLock;  // guards the nodes of the live tree
@@ -125,6 +156,10 @@ class nsSystemFileSystemTree final : public nsThreadSafeSupportsWeakReference {
   bool mDetectMoves = false;
   bool mIsUnfinished = false;
   bool mMissedDirectory = false;
-  ChangeArray mChanges;
-  std::unordered_map<uint64_t, nsCOMPtr<nsSystemFileSystemNodeChange>> mINodeIndex;
+  bool mHasSkippedLinks = false;  // this cycle; the next one tells them
+  bool mTellsLinks = false;
+  ChangeArray mChanges;  // null: has become a part of a later one
+  std::unordered_map<Identity, Sighting, IdentityHash> mINodeIndex;
+  std::unordered_set<const nsSystemFileSystemNode*> mGone;  // directories; mChanges holds them
+  std::vector<nsString> mLeftOut;
 };

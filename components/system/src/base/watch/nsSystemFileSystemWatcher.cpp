@@ -1,9 +1,11 @@
 #include "nsSystemFileSystemWatcher.h"
 
+#include <algorithm>
 #include <cstring>
 #include <system_error>
 
 #include "nsDebug.h"
+#include "nsIAppStartup.h"
 #include "nsIEventTarget.h"
 #include "nsIObserverService.h"
 #include "nsLogger.h"
@@ -12,6 +14,7 @@
 
 namespace {
 
+constexpr char kAppStartupContractID[] = "@mozilla.org/toolkit/app-startup;1";
 constexpr char kQuitApplication[] = "quit-application";
 constexpr uint32_t kChangeBufferSize = 65536;
 constexpr bool kWatchSubtree = true;
@@ -21,8 +24,8 @@ constexpr uint32_t kNotifyFilter =
 static_assert(kNotifyFilter == 0x53);
 constexpr uint32_t kCoalescingDelay = 10;  // ms
 
-// Hard links that come or go together are told one a look. Each look gets further; the bound is for
-// volumes whose files change all the time or share their identities.
+// What one look leaves out the next ones tell. The bound is for volumes whose files change all the
+// time.
 constexpr uint32_t kMostLooksAgain = 100;
 
 }  // namespace
@@ -58,6 +61,15 @@ nsresult nsSystemFileSystemWatcher::Init(nsISystemFileSystemListener* aListener,
   return nsSystemFileSystemWatcherGeneric::Init(aListener, aRootURL, aIsRecursive);
 }
 
+nsresult nsSystemFileSystemWatcher::StartWatching() {
+  bool isQuitting = false;
+  if (const auto startup = do_GetService<nsIAppStartup>(kAppStartupContractID))
+    (void)startup->GetShuttingDown(&isQuitting);
+  if (isQuitting) mIsQuitting = true;
+  if (mIsQuitting) return NS_ERROR_ILLEGAL_DURING_SHUTDOWN;
+  return nsSystemFileSystemWatcherGeneric::StartWatching();
+}
+
 nsresult nsSystemFileSystemWatcher::StopWatching() {
   mShuttingDown = true;
   if (!mIsWatching) return NS_OK;
@@ -68,7 +80,11 @@ nsresult nsSystemFileSystemWatcher::StopWatching() {
 
 nsresult nsSystemFileSystemWatcher::Observe(nsISupports*, const char* aTopic, const char16_t*) {
   if (!aTopic || std::string_view(aTopic) != kQuitApplication) return NS_OK;
+  mIsQuitting = true;
   if (mIsWatching) (void)StopWatching();
+  // A walk that still runs is not waited for longer than it takes to notice, and its end starts
+  // nothing: threads would outlive the library.
+  if (const auto tree = Tree()) tree->Cancel();
   // The main thread takes no more events before long, and the library is unloaded: its threads are
   // over by then.
   if (!mThreadShouldRun) JoinThread();
@@ -96,6 +112,7 @@ void nsSystemFileSystemWatcher::Stop() {
 
 nsresult nsSystemFileSystemWatcher::OnTreeReady(const nsAString& aRootPath,
                                                 const std::vector<nsString>&) {
+  if (mIsQuitting) return NS_ERROR_ILLEGAL_DURING_SHUTDOWN;
   if (mWatchPath.IsEmpty()) mWatchPath = aRootPath;
   {
     std::lock_guard lock(mEventLock);
@@ -270,7 +287,8 @@ nsresult nsSystemFileSystemWatcher::Update() {
   std::vector<nsString> looked;
   while (!directories.empty()) {
     looked.push_back(std::move(directories.extract(directories.begin()).value()));
-    (void)tree->Update(looked.back());
+    // A directory comes after the one above it, which may have told that it is gone.
+    if (tree->Expects(looked.back())) (void)tree->Update(looked.back());
   }
   (void)tree->StopUpdate();
   const bool isUnfinished = tree->IsUnfinished();
@@ -281,10 +299,13 @@ nsresult nsSystemFileSystemWatcher::Update() {
   // at once more. One is asked for, as nothing more need change.
   std::lock_guard lock(mEventLock);
   if (!mEventPaths.empty()) mReader->Remind(mEventPaths.begin()->view());
+  const auto lookAgain = [&](const nsString& aDirectory) {
+    mReader->Remind(std::u16string(aDirectory.view().substr(mWatchPath.Length() + 1)) + u'.');
+  };
   if (!isUnfinished)
     mLooksAgain = 0;
   else if (++mLooksAgain <= kMostLooksAgain)
-    for (const nsString& directory : looked)
-      mReader->Remind(std::u16string(directory.view().substr(mWatchPath.Length() + 1)) + u'.');
+    std::ranges::for_each(looked, lookAgain);
+  std::ranges::for_each(tree->LeftOut(), lookAgain);
   return NS_OK;
 }

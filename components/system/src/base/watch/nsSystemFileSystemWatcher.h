@@ -39,6 +39,8 @@ class nsSystemFileSystemWatcher final : public nsSystemFileSystemWatcherGeneric,
 
   nsresult Init(nsISystemFileSystemListener* aListener, const nsACString& aRootURL,
                 bool aIsRecursive) override;
+  /// NS_ERROR_ILLEGAL_DURING_SHUTDOWN once the application ends.
+  nsresult StartWatching() override;
   nsresult StopWatching() override;
   nsresult OnTreeReady(const nsAString& aRootPath,
                        const std::vector<nsString>& aDiscoveredDirs) override;
@@ -65,6 +67,7 @@ class nsSystemFileSystemWatcher final : public nsSystemFileSystemWatcherGeneric,
   std::atomic<bool> mThreadShouldRun = false;
   std::atomic<bool> mThreadArmed = false;
   std::atomic<bool> mShuttingDown = false;  // never cleared
+  bool mIsQuitting = false;                 // the application ends: nothing starts any more
   nsCOMPtr<nsITimer> mTimer;
 
   std::mutex mEventLock;  // guards what follows

@@ -69,10 +69,14 @@ nsresult nsSystemFileSystemWatcherGeneric::StartWatching() {
     return NS_OK;
   }
   const auto tree = MakeRefCounted<nsSystemFileSystemTree>(mPlatform->mFiles);
+  nsCOMPtr<nsSystemFileSystemTree> old = tree;
   {
-    nsCOMPtr<nsSystemFileSystemTree> old = tree;
     std::lock_guard lock(mTreeLock);
     old.swap(mTree);
+  }
+  if (old) {
+    old->Cancel();
+    (void)old->ClearListener();
   }
   nsresult rv = tree->SetListener(this);
   NS_ENSURE_SUCCESS(rv, rv);
@@ -94,7 +98,10 @@ nsresult nsSystemFileSystemWatcherGeneric::StopWatching() {
 void nsSystemFileSystemWatcherGeneric::Stop() {
   SYSTEM_LOG_DEBUG(mLog, "stop");
   (void)StopWatching();
-  if (const auto tree = Tree()) (void)tree->ClearListener();
+  if (const auto tree = Tree()) {
+    tree->Cancel();
+    (void)tree->ClearListener();
+  }
   mListener = nullptr;
 }
 
