@@ -7,12 +7,13 @@ export CCACHE_BASEDIR=$root CCACHE_NOHASHDIR=1
 say() { printf 'vorel: %s\n' "$*" >&2; }
 fail() { say "$*"; exit 1; }
 
-# Installs missing packages, and nothing when the list has been dealt with before.
+# install_packages [LIST]: installs missing packages, and nothing when the list has been dealt with before.
 install_packages() {
-  local list=$root/packages.txt stamp=$root/build/.packages missing
+  local name=${1:-packages.txt} list stamp missing
+  list=$root/$name stamp=$root/build/.${name//\//-}
   cmp -s "$list" "$stamp" && return
-  command -v dpkg-query >/dev/null || fail "this needs Debian 12 (or a system with its packages): install the packages of packages.txt by hand, then copy packages.txt to build/.packages."
-  missing=$(comm -23 <(sort "$list") <(dpkg-query -W -f '${Package} ${db:Status-Status}\n' 2>/dev/null | awk '$2=="installed"{print $1}' | sort -u))
+  command -v dpkg-query >/dev/null || fail "this needs Debian 12 (or a system with its packages): install the packages of $name by hand, then copy it to $stamp."
+  missing=$(comm -23 <(grep -v '^#' "$list" | sort) <(dpkg-query -W -f '${Package} ${db:Status-Status}\n' 2>/dev/null | awk '$2=="installed"{print $1}' | sort -u))
   if [ -n "$missing" ]; then
     local as_root=()
     if [ "$(id -u)" != 0 ]; then
