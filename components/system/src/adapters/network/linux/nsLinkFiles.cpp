@@ -45,10 +45,6 @@ uint32_t nsLinkFiles::Type() const {
     case ARPHRD_ETHER:
       if (mIsWireless) return Record::kWireless;
       return mDeviceType == "wwan" ? Record::kWwan : Record::kEthernet;
-    case ARPHRD_IEEE80211:
-    case ARPHRD_IEEE80211_PRISM:
-    case ARPHRD_IEEE80211_RADIOTAP:
-      return Record::kWireless;
     case ARPHRD_LOOPBACK:
       return Record::kLoopback;
     case ARPHRD_PPP:
@@ -61,7 +57,7 @@ uint32_t nsLinkFiles::Type() const {
     case ARPHRD_IPGRE:
     case ARPHRD_IP6GRE:
       return Record::kTunnel;
-    default:
+    default:  // among them links of bare radio frames, which listen and carry no addresses
       return Record::kOther;
   }
 }
