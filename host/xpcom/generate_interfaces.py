@@ -10,6 +10,7 @@ import pathlib
 import re
 import sys
 
+INCLUDE = re.compile(r"include (\w+\.h)$")  # of all interfaces below it, in place of nsXPCOMTypes.h
 INTERFACE = re.compile(r"interface (\w+) ([0-9a-f-]{36}) : (\w+)((?: \w+)*)$")
 CONSTANT = re.compile(r"  const (\w+) = (-?\w+)$")
 OPERATION = re.compile(r"  (\d+) (\w+)\((.*)\)(?: -> (.+?))? = (-|[\w ]+)$")
@@ -28,7 +29,7 @@ class Operation:
 
 
 def parse(path):
-    interfaces, docs = {}, []
+    interfaces, docs, include = {}, [], "nsXPCOMTypes.h"
     for number, line in enumerate(pathlib.Path(path).read_text().split("\n"), 1):
         def bad(why):
             sys.exit(f"{path}:{number}: {why}: {line}")
@@ -37,10 +38,13 @@ def parse(path):
             docs.append(line[3:])
         elif not line.strip() or line.startswith("#"):
             continue
+        elif m := INCLUDE.match(line):
+            include = m[1]
         elif m := INTERFACE.match(line):
             if m[1] in interfaces:
                 bad("interface is there already")
             current = interfaces[m[1]] = Interface(m[1], m[2], m[3], m[4], docs)
+            current.include = include
             parent = interfaces.get(current.parent)
             if not parent and current.parent != "nsISupports":
                 bad("unknown parent")
@@ -67,8 +71,8 @@ def parse(path):
 
 def header(interface):
     types = " ".join(t for o in interface.operations for t in [o.result] + [a[0] for a in o.arguments])
-    names = sorted(set(re.findall(r"\bnsI[A-Z]\w+", types)) - {interface.name, interface.parent, "nsIID", "nsISupports"})
-    out = ["#pragma once", "", '#include "nsXPCOMTypes.h"']
+    names = sorted(set(re.findall(r"\b(?:ns)?I[A-Z]\w+", types)) - {interface.name, interface.parent, "nsIID", "nsISupports"})
+    out = ["#pragma once", "", f'#include "{interface.include}"']
     if interface.parent != "nsISupports":
         out.append(f'#include "{interface.parent}.h"')
     out.append("")
