@@ -53,13 +53,9 @@ constexpr Row kRows[] = {
 
 // Rows of the table above whose classes the library does not have yet.
 const std::vector<std::string_view> kNotBuilt = {
-    "@vorel/isocountry;1",
-    "@vorel/digitaltvservice;1",
-    "@vorel/digitaltvaudiochannel;1",
     "@vorel/system/apb/displayoutput;1",
     "@vorel/systemdisplayposition;1",
     "@vorel/system/adapter///digitaltvreceiver;1",
-    "@vorel/bdascanresultdigitaltvservice;1",
 };
 
 constexpr const char* kCategories[][3] = {
