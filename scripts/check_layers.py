@@ -36,7 +36,7 @@ MAY = {
     "public": {"public", "platform", "glue"},
     "glue": BASIC,
     "threads": BASIC | {"threads"},
-    "native": BASIC | {"native"},
+    "native": BASIC | {"threads", "native"},
     "base": BASIC | {"threads", "public"},
     "room": BASIC | {"threads", "public", "base"},
     "adapters/digitaltv": BASIC | {"threads", "public", "base", "adapters/digitaltv/ts"},

@@ -5,8 +5,8 @@
 #include <map>
 #include <string_view>
 
-#include "nsHostFile.h"
 #include "nsHostMessage.h"
+#include "nsNativeFile.h"
 
 const char kOS[] = "Linux";
 #if defined(__x86_64__)

@@ -8,7 +8,7 @@
 #include <filesystem>
 
 #include "nsErrno.h"
-#include "nsHostFile.h"
+#include "nsNativeFile.h"
 
 namespace {
 
@@ -31,24 +31,16 @@ nsresult nsProfileLock::Lock(const std::string& aDirectory, std::string* aError)
   std::filesystem::create_directories(aDirectory, error);
   if (error) return fail(error.value());
   const std::string path = aDirectory + "/.parentlock";
-  const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
-  if (fd < 0) return fail(errno);
-  if (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
-    const int reason = errno;
-    ::close(fd);
-    if (reason != EWOULDBLOCK) return fail(reason);
+  nsUniqueFd fd(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+  if (!fd) return fail(errno);
+  if (::flock(fd.get(), LOCK_EX | LOCK_NB) != 0) {
+    if (errno != EWOULDBLOCK) return fail(errno);
     *aError = "The profile " + aDirectory + " is in use by process" + HolderOf(path) + ".";
     return NS_ERROR_FILE_IS_LOCKED;
   }
-  const std::string self = std::to_string(::getpid()) + "\n";
   // The lock holds without the number too.
-  if (::ftruncate(fd, 0) == 0) (void)!::write(fd, self.data(), self.size());
-  Unlock();
-  mFd = fd;
+  if (::ftruncate(fd.get(), 0) == 0)
+    (void)NS_WriteDescriptor(fd.get(), std::to_string(::getpid()) + "\n");
+  mFd = std::move(fd);
   return NS_OK;
-}
-
-void nsProfileLock::Unlock() {
-  if (mFd >= 0) ::close(mFd);
-  mFd = -1;
 }

@@ -9,21 +9,15 @@
 #include <vector>
 
 #include "nsAppInfo.h"
+#include "nsAscii.h"
 #include "nsComponentManager.h"
-#include "nsHostFile.h"
 #include "nsHostMessage.h"
+#include "nsNativeFile.h"
 #include "nsVersion.h"
 
 namespace {
 
 using Words = std::vector<std::string_view>;
-
-std::string Lower(std::string_view aText) {
-  std::string lower(aText);
-  for (char& c : lower)
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  return lower;
-}
 
 // "x", and what follows the operator, of "x<=1": for flags that compare versions.
 struct VersionTest {
@@ -174,7 +168,7 @@ bool Manifest::Applies(const Words& aFlags) {
   bool known = true;
   for (const std::string_view flag : aFlags) {
     VersionTest test = SplitTest(flag);
-    const std::string name = Lower(test.mName);
+    const std::string name = NS_ToLowerAscii(test.mName);
     const auto fact = std::find_if(std::begin(facts), std::end(facts),
                                    [&](const Fact& aFact) { return aFact.mName == name; });
     const bool fits = fact != std::end(facts) &&
@@ -185,8 +179,9 @@ bool Manifest::Applies(const Words& aFlags) {
       continue;
     }
     fact->mNamed = true;
-    fact->mHolds |=
-        fact->mIsVersion ? Holds(fact->mValue, test) : Lower(fact->mValue) == Lower(test.mValue);
+    fact->mHolds |= fact->mIsVersion
+                        ? Holds(fact->mValue, test)
+                        : NS_ToLowerAscii(fact->mValue) == NS_ToLowerAscii(test.mValue);
   }
   return known && std::none_of(std::begin(facts), std::end(facts),
                                [](const Fact& aFact) { return aFact.mNamed && !aFact.mHolds; });

@@ -12,6 +12,7 @@
 
 #include "nsCOMArray.h"
 #include "nsErrno.h"
+#include "nsUniqueFd.h"
 #include "nsXPCOM.h"
 
 namespace fs = std::filesystem;
@@ -41,24 +42,9 @@ nsresult PathOf(nsIFile* aFile, std::string* aPath) {
   return rv;
 }
 
-/// A descriptor that is closed again.
-class Descriptor {
- public:
-  explicit Descriptor(int aFd) : mFd(aFd) {}
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  ~Descriptor() {
-    if (mFd >= 0) close(mFd);
-  }
-  int get() const { return mFd; }
-
- private:
-  int mFd;
-};
-
 nsresult SyncToDisk(const std::string& aPath) {
-  const Descriptor file(open(aPath.c_str(), O_RDONLY | O_CLOEXEC));
-  return file.get() >= 0 && fsync(file.get()) == 0 ? NS_OK : NS_LastResult();
+  const nsUniqueFd file(open(aPath.c_str(), O_RDONLY | O_CLOEXEC));
+  return file && fsync(file.get()) == 0 ? NS_OK : NS_LastResult();
 }
 
 /// Copies to a name of its own next to the destination and then gives it the name, so that the
@@ -477,7 +463,7 @@ nsresult nsLocalFile::Create(uint32_t aType, uint32_t aPermissions) {
   if (aType != NORMAL_FILE_TYPE && aType != DIRECTORY_TYPE) return NS_ERROR_FILE_UNKNOWN_TYPE;
   const auto create = [&] {
     if (aType == DIRECTORY_TYPE) return mkdir(mPath.c_str(), aPermissions) == 0;
-    return Descriptor(open(mPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, aPermissions))
+    return nsUniqueFd(open(mPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, aPermissions))
                .get() >= 0;
   };
   if (create()) return NS_OK;

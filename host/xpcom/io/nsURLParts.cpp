@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <charconv>
 
+#include "nsAscii.h"
 #include "nsCore.h"
 
 namespace {
@@ -13,13 +14,6 @@ bool IsAlpha(char aChar) {
   return (aChar >= 'a' && aChar <= 'z') || (aChar >= 'A' && aChar <= 'Z');
 }
 bool IsDigit(char aChar) { return aChar >= '0' && aChar <= '9'; }
-
-std::string ToLower(std::string_view aText) {
-  std::string lower(aText);
-  for (char& c : lower)
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  return lower;
-}
 
 template <class Keep>
 std::string Escape(std::string_view aText, Keep aKeep) {
@@ -96,7 +90,7 @@ nsresult NS_ExtractScheme(std::string_view aSpec, std::string* aScheme) {
     return IsAlpha(aChar) || IsDigit(aChar) || aChar == '+' || aChar == '-' || aChar == '.';
   });
   if (!valid) return NS_ERROR_MALFORMED_URI;
-  *aScheme = ToLower(scheme);
+  *aScheme = NS_ToLowerAscii(scheme);
   return NS_OK;
 }
 
@@ -127,7 +121,7 @@ std::string NS_Unescape(std::string_view aText) {
 }
 
 nsresult nsURLParts::ParseHost(std::string_view aHost) {
-  std::string host = ToLower(aHost);
+  std::string host = NS_ToLowerAscii(aHost);
   if (!IsHost(host) || IsFile() || (host.empty() && NS_DefaultPort(mScheme) != -1))
     return NS_ERROR_MALFORMED_URI;
   mHost = std::move(host);

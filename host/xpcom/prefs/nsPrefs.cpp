@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "nsHostFile.h"
 #include "nsHostMessage.h"
+#include "nsNativeFile.h"
 #include "nsServices.h"
 #include "nsString.h"
 

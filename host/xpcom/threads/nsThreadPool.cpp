@@ -1,9 +1,6 @@
 #include "nsThreadPool.h"
 
-#include <pthread.h>
-
 #include <chrono>
-#include <system_error>
 
 #include "nsIObserverService.h"
 #include "nsServices.h"
@@ -17,7 +14,7 @@ thread_local const nsWorkerThreads* tPool = nullptr;
 }  // namespace
 
 nsresult nsWorkerThreads::Put(nsIRunnable* aEvent) {
-  Threads ended;
+  Threads ended;  // joined without the lock, which they may still hold
   nsresult rv = NS_OK;
   {
     const std::lock_guard lock(mMutex);
@@ -25,9 +22,8 @@ nsresult nsWorkerThreads::Put(nsIRunnable* aEvent) {
     ended.swap(mEnded);
     if (mIdle <= mEvents.size() && mThreads.size() < mLimit) {
       mThreads.emplace_back();
-      try {
-        mThreads.back() = std::thread(&nsWorkerThreads::Main, this, std::prev(mThreads.end()));
-      } catch (const std::system_error&) {
+      const auto self = std::prev(mThreads.end());
+      if (NS_FAILED(self->Start(mName, [this, self] { Main(self); }))) {
         mThreads.pop_back();
         if (mThreads.empty()) rv = NS_ERROR_OUT_OF_MEMORY;
       }
@@ -37,14 +33,12 @@ nsresult nsWorkerThreads::Put(nsIRunnable* aEvent) {
       mChanged.notify_one();
     }
   }
-  for (std::thread& each : ended) each.join();  // they are at their last instructions
   return rv;
 }
 
 bool nsWorkerThreads::IsOnOne() const { return tPool == this; }
 
 void nsWorkerThreads::Main(Threads::iterator aSelf) {
-  pthread_setname_np(pthread_self(), mName);
   tPool = this;
   std::unique_lock lock(mMutex);
   while (true) {
@@ -79,7 +73,6 @@ void nsWorkerThreads::Shutdown() {
     std::unique_lock lock(mMutex);
     mEndedOne.wait(lock, [this] { return mThreads.empty(); });
   }
-  for (std::thread& each : mEnded) each.join();
   mEnded.clear();
   mCloser = nullptr;
 }

@@ -5,13 +5,13 @@
 #include <deque>
 #include <list>
 #include <mutex>
-#include <thread>
 
 #include "nsCOMPtr.h"
 #include "nsIEventTarget.h"
 #include "nsIObserver.h"
 #include "nsIRunnable.h"
 #include "nsImplements.h"
+#include "nsNamedThread.h"
 
 class nsThread;
 
@@ -35,7 +35,7 @@ class nsWorkerThreads {
   void Shutdown();
 
  private:
-  using Threads = std::list<std::thread>;
+  using Threads = std::list<nsNamedThread>;
   void Main(Threads::iterator aSelf);
 
   const char* const mName;
@@ -44,7 +44,7 @@ class nsWorkerThreads {
   std::condition_variable mChanged, mEndedOne;
   std::deque<nsCOMPtr<nsIRunnable>> mEvents;
   Threads mThreads;
-  Threads mEnded;  // to be joined
+  Threads mEnded;  // joined when they are let go
   size_t mIdle = 0;
   bool mClosed = false;
   nsCOMPtr<nsThread> mCloser;  // waits for the last thread, by the flag

@@ -1,10 +1,7 @@
 #include "nsTimer.h"
 
-#include <pthread.h>
-
 #include <algorithm>
 #include <chrono>
-#include <system_error>
 
 #include "nsHostTime.h"
 #include "nsThreadManager.h"
@@ -71,7 +68,7 @@ void nsTimers::Shutdown() {
     }
     mChanged.notify_one();
   }
-  if (mThread.joinable()) mThread.join();
+  mThread.Join();
 }
 
 int64_t nsTimers::NowLocked() const { return mVirtual ? mVirtualNow : SystemNow() + mOffset; }
@@ -116,13 +113,7 @@ void nsTimers::Advance(uint32_t aMilliseconds) {
 }
 
 bool nsTimers::EnsureThread() {
-  if (mThread.joinable()) return true;
-  try {
-    mThread = std::thread(&nsTimers::Main, this);
-  } catch (const std::system_error&) {
-    return false;
-  }
-  return true;
+  return mThread.IsStarted() || NS_SUCCEEDED(mThread.Start("Timer", [this] { Main(); }));
 }
 
 void nsTimers::Arm(nsTimer* aTimer, int64_t aDeadline) {
@@ -150,7 +141,6 @@ bool nsTimers::TakeDue(int64_t aTime, Firing* aFiring) {
 }
 
 void nsTimers::Main() {
-  pthread_setname_np(pthread_self(), "Timer");
   std::unique_lock lock(mMutex);
   while (mRunning) {
     if (mVirtual || mArmed.empty()) {

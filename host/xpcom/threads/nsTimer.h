@@ -6,7 +6,6 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <thread>
 #include <variant>
 
 #include "nsCOMPtr.h"
@@ -15,6 +14,7 @@
 #include "nsITimer.h"
 #include "nsITimerCallback.h"
 #include "nsImplements.h"
+#include "nsNamedThread.h"
 
 class nsTimer;
 
@@ -56,7 +56,7 @@ class nsTimers {
   std::mutex mMutex;
   std::condition_variable mChanged;
   Deadlines mArmed;
-  std::thread mThread;  // runs since the first timer was armed
+  nsNamedThread mThread;  // runs since the first timer was armed
   bool mRunning = false;
   bool mVirtual = false;
   int64_t mVirtualNow = 0;

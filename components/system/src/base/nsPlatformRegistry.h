@@ -15,6 +15,7 @@
 #include <string_view>
 #include <vector>
 
+#include "nsAscii.h"
 #include "nsError.h"
 
 /// An open key; closes when it goes. One thread at a time.
@@ -41,8 +42,9 @@ class nsPlatformRegistryKey {
   virtual nsresult EnumerateValues(std::vector<std::string>* aNames) = 0;
 };
 
-/// All methods may be called from any thread, and from several processes on one store. Errors not
-/// named are NS_ERROR_FAILURE: the store does not answer.
+/// All methods may be called from any thread, and from several processes on one store. Beside the
+/// errors named, NS_ERROR_FILE_NO_DEVICE_SPACE when the store can't grow, and NS_ERROR_FAILURE: it
+/// does not answer.
 class nsPlatformRegistry {
  public:
   /// Access rights. kRead holds kQueryValue.
@@ -79,9 +81,7 @@ using nsRegistrySeed =
 
 /// Names of keys and values are compared without regard to case, in ASCII.
 inline bool NS_SameRegistryName(std::string_view aA, std::string_view aB) {
-  const auto lower = [](char aChar) {
-    return aChar >= 'A' && aChar <= 'Z' ? static_cast<char>(aChar + 32) : aChar;
-  };
+  const auto lower = [](char aChar) { return NS_ToLowerAscii(aChar); };
   return std::ranges::equal(aA, aB, {}, lower, lower);
 }
 

@@ -8,6 +8,7 @@
 #include <array>
 #include <string_view>
 
+#include "nsAscii.h"
 #include "nsDebug.h"
 #include "nsIFile.h"
 #include "nsIFontEnumerator.h"
@@ -26,15 +27,6 @@ constexpr uint16_t kBold = 700;
 constexpr uint16_t kNormal = 400;
 
 constexpr std::array<std::string_view, 5> kFontEndings{".ttf", ".ttc", ".otf", ".fon", ".woff"};
-
-char ToLowerAscii(char aChar) {
-  return aChar >= 'A' && aChar <= 'Z' ? static_cast<char>(aChar - 'A' + 'a') : aChar;
-}
-
-std::string ToLowerAscii(std::string aText) {
-  std::ranges::transform(aText, aText.begin(), [](char aChar) { return ToLowerAscii(aChar); });
-  return aText;
-}
 
 // Text of eight bits taken as ASCII: each byte becomes a unit.
 std::u16string Inflate(std::string_view aText) {
@@ -62,7 +54,7 @@ std::u16string LeafName(nsIFile* aFile) {
 }
 
 std::u16string MakeKey(const std::u16string& aLeafName) {
-  return NS_ToUtf16(ToLowerAscii(NS_ToUtf8(aLeafName)));
+  return NS_ToUtf16(NS_ToLowerAscii(NS_ToUtf8(aLeafName)));
 }
 
 // The next entry of a directory; null, and success, after the last.
@@ -195,7 +187,7 @@ nsresult nsSystemFont::IsFontFile(nsIFile* aFile, bool* aIsFontFile) {
   nsString leafName;
   const nsresult rv = aFile->GetLeafName(leafName);
   if (NS_FAILED(rv)) return rv;
-  const std::string name = ToLowerAscii(NS_ToUtf8(leafName));
+  const std::string name = NS_ToLowerAscii(NS_ToUtf8(leafName));
   *aIsFontFile = std::ranges::any_of(
       kFontEndings, [&](std::string_view aEnding) { return name.ends_with(aEnding); });
   return NS_OK;

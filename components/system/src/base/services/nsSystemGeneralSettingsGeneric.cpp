@@ -3,8 +3,8 @@
 #include <prprf.h>
 
 #include <algorithm>
-#include <cctype>
 
+#include "nsAscii.h"
 #include "nsDebug.h"
 #include "nsIArray.h"
 #include "nsISystemAdapter.h"
@@ -115,9 +115,7 @@ nsresult nsSystemGeneralSettingsGeneric::GetUuid(nsACString& aUuid) {
   NS_ENSURE_SUCCESS(rv, rv);
   std::string digits(text.view());
   std::erase(digits, '-');
-  std::ranges::transform(digits, digits.begin(), [](unsigned char aChar) {
-    return static_cast<char>(std::tolower(aChar));
-  });
+  digits = NS_ToLowerAscii(digits);
   nsCString deviceId;
   const bool hasId = NS_SUCCEEDED(GetDeviceId(deviceId));
   const std::string uuid = MakeUuid(hasId ? std::string(deviceId.view()) : std::string(), digits);

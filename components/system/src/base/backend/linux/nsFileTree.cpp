@@ -11,21 +11,11 @@
 #include <cerrno>
 #include <memory>
 
+#include "nsNativeFile.h"
 #include "nsRetry.h"
+#include "nsUniqueFd.h"
 
 namespace {
-
-bool ReadToEnd(int aFd, std::string& aText) {
-  aText.clear();
-  for (;;) {
-    const size_t length = aText.size();
-    aText.resize(length + 16384);
-    const ssize_t got =
-        NS_RetryPassing([&] { return read(aFd, aText.data() + length, aText.size() - length); });
-    aText.resize(length + static_cast<size_t>(std::max<ssize_t>(got, 0)));
-    if (got <= 0) return got == 0;
-  }
-}
 
 std::string Normalise(const std::string& aPath) {
   std::vector<std::string> parts;
@@ -48,19 +38,19 @@ std::string Normalise(const std::string& aPath) {
 
 std::optional<std::string> nsFileTree::ReadFile(const std::string& aPath) const {
   const std::string real = Real(aPath);
-  const int fd = NS_RetryPassing(
-      [&] { return open(real.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); });
-  if (fd < 0) return std::nullopt;
+  nsUniqueFd fd(NS_RetryPassing(
+      [&] { return open(real.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); }));
+  if (!fd) return std::nullopt;
   std::string text;
-  bool good = ReadToEnd(fd, text);
+  bool good = NS_SUCCEEDED(NS_ReadDescriptor(fd.get(), &text));
   // The mount table comes in pieces. When it has changed in between, which the kernel tells for
   // this file alone, the pieces need not fit together.
-  pollfd changed{fd, POLLPRI, 0};
+  pollfd changed{fd.get(), POLLPRI, 0};
   for (int tries = 0; good && tries < 4 && poll(&changed, 1, 0) > 0 && (changed.revents & POLLPRI);
        ++tries)
-    good = lseek(fd, 0, SEEK_SET) == 0 && ReadToEnd(fd, text);
+    good = lseek(fd.get(), 0, SEEK_SET) == 0 && NS_SUCCEEDED(NS_ReadDescriptor(fd.get(), &text));
   const int error = errno;
-  close(fd);
+  (void)fd.Close();
   errno = error;
   if (!good) return std::nullopt;
   return text;

@@ -7,7 +7,7 @@
 
 #include <cerrno>
 
-#include "nsLinuxError.h"
+#include "nsErrno.h"
 
 namespace {
 
@@ -54,7 +54,7 @@ nsresult WriteTime(time_t (*aJoin)(tm*), const nsPlatformTime& aTime, uint32_t* 
   const timespec time{.tv_sec = seconds, .tv_nsec = aTime.mMilliseconds * 1'000'000L};
   if (clock_settime(CLOCK_REALTIME, &time) == 0) return NS_OK;
   *aError = static_cast<uint32_t>(errno);
-  return FromErrno(errno);
+  return NS_LastResult();
 }
 
 nsresult EnableTimeCapability(bool aEnable, uint32_t* aError) {

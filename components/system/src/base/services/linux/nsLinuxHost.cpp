@@ -8,12 +8,12 @@
 
 #include <cerrno>
 
-#include "nsLinuxError.h"
+#include "nsErrno.h"
 
 nsresult nsLinuxHost::ReadHostName(uint32_t aCapacity, std::string* aName) {
   std::string name(aCapacity, '\0');
   // A name that is too long comes without a zero at its end, or as a failure.
-  if (gethostname(name.data(), name.size()) != 0) return FromErrno(errno);
+  if (gethostname(name.data(), name.size()) != 0) return NS_LastResult();
   const size_t end = name.find('\0');
   if (end == name.npos) return NS_ERROR_FAILURE;
   *aName = name.substr(0, end);
@@ -22,7 +22,7 @@ nsresult nsLinuxHost::ReadHostName(uint32_t aCapacity, std::string* aName) {
 
 nsresult nsLinuxHost::ReadPlatformName(std::string* aName) {
   utsname system;
-  if (uname(&system) != 0) return FromErrno(errno);
+  if (uname(&system) != 0) return NS_LastResult();
   *aName = std::string("linux-") + system.machine;
   return NS_OK;
 }
@@ -45,7 +45,7 @@ nsresult nsLinuxHost::StartCommand(const std::string& aLine, CommandHandle* aCom
   posix_spawnattr_t attributes;
   if (const int error = posix_spawnattr_init(&attributes); error != 0) {
     *aError = error;
-    return FromErrno(error);
+    return NS_ResultOfErrno(error);
   }
   sigset_t all, none;
   sigfillset(&all);
@@ -62,7 +62,7 @@ nsresult nsLinuxHost::StartCommand(const std::string& aLine, CommandHandle* aCom
   posix_spawnattr_destroy(&attributes);
   if (error != 0) {
     *aError = error;
-    return FromErrno(error);
+    return NS_ResultOfErrno(error);
   }
   const std::lock_guard lock(mLock);
   mCommands.insert(process);
@@ -77,12 +77,12 @@ nsresult nsLinuxHost::WaitForCommand(CommandHandle aCommand, int32_t* aStatus) {
   do {
     result = waitid(P_PID, static_cast<id_t>(process), &ended, WEXITED | WNOWAIT);
   } while (result != 0 && errno == EINTR);
-  if (result != 0) return FromErrno(errno);
+  if (result != 0) return NS_LastResult();
   // From here on its number may become that of another process, which nobody meant to cancel.
   const std::lock_guard lock(mLock);
   mCommands.erase(process);
   int status = 0;
-  if (waitpid(process, &status, 0) < 0) return FromErrno(errno);
+  if (waitpid(process, &status, 0) < 0) return NS_LastResult();
   *aStatus = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
   return NS_OK;
 }
@@ -91,5 +91,5 @@ nsresult nsLinuxHost::CancelCommand(CommandHandle aCommand) {
   const auto process = static_cast<pid_t>(aCommand);
   const std::lock_guard lock(mLock);
   if (!mCommands.contains(process)) return NS_ERROR_NOT_AVAILABLE;
-  return kill(-process, SIGTERM) == 0 ? NS_OK : FromErrno(errno);
+  return kill(-process, SIGTERM) == 0 ? NS_OK : NS_LastResult();
 }

@@ -12,7 +12,9 @@
 #include <set>
 #include <sstream>
 
-#include "nsLinuxError.h"
+#include "nsErrno.h"
+#include "nsNativeFile.h"
+#include "nsUniqueFd.h"
 
 namespace fs = std::filesystem;
 
@@ -23,13 +25,12 @@ constexpr std::string_view kZoneData = "/usr/share/zoneinfo/";
 // The largest file of the zone data has some 4 KB.
 constexpr size_t kMaximumFileSize = 256 * 1024;
 
+// Nothing for an empty file as well.
 std::optional<std::string> ReadFile(const std::string& aPath) {
-  std::ifstream file(aPath, std::ios::binary);
-  std::string bytes(kMaximumFileSize + 1, '\0');
-  file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  if (file.gcount() <= 0 || static_cast<size_t>(file.gcount()) > kMaximumFileSize)
+  std::string bytes;
+  if (NS_FAILED(NS_ReadFile(aPath, &bytes, kMaximumFileSize, nsFileKind::eRegular)) ||
+      bytes.empty())
     return std::nullopt;
-  bytes.resize(static_cast<size_t>(file.gcount()));
   return bytes;
 }
 
@@ -47,13 +48,10 @@ nsLinuxTimeZones::nsLinuxTimeZones(std::string_view aRoot)
 
 bool nsLinuxTimeZones::HasZone(std::string_view aOlsonName) const {
   if (!IsPlainName(aOlsonName)) return false;
-  const int file = open((mZoneData + std::string(aOlsonName)).c_str(), O_RDONLY | O_CLOEXEC);
-  if (file < 0) return false;
+  const nsUniqueFd file(open((mZoneData + std::string(aOlsonName)).c_str(), O_RDONLY | O_CLOEXEC));
   char magic[4] = {};
-  const bool isZone = read(file, magic, sizeof magic) == sizeof magic &&
-                      std::string_view(magic, sizeof magic) == "TZif";
-  close(file);
-  return isZone;
+  return file && read(file.get(), magic, sizeof magic) == sizeof magic &&
+         std::string_view(magic, sizeof magic) == "TZif";
 }
 
 nsresult nsLinuxTimeZones::Describe(std::string_view aOlsonName,
@@ -180,7 +178,7 @@ nsresult nsLinuxTimeZones::WriteCurrentZone(const nsPlatformZoneName& aZone,
   const auto fail = [aError] {
     const int error = errno;
     *aError = static_cast<uint32_t>(error);
-    return FromErrno(error);
+    return NS_ResultOfErrno(error);
   };
   // A link can't be made under a name that is taken, nor rewritten: made beside and moved over.
   const std::string target = std::string(kZoneData) + std::string(aZone.mOlsonName);
@@ -192,9 +190,6 @@ nsresult nsLinuxTimeZones::WriteCurrentZone(const nsPlatformZoneName& aZone,
     unlink(fresh.c_str());
     return rv;
   }
-  const int folder = open(fs::path(mLocalTime).parent_path().c_str(), O_RDONLY | O_CLOEXEC);
-  if (folder < 0) return fail();
-  const nsresult rv = fsync(folder) == 0 ? NS_OK : fail();
-  close(folder);
-  return rv;
+  const nsUniqueFd folder(open(fs::path(mLocalTime).parent_path().c_str(), O_RDONLY | O_CLOEXEC));
+  return folder && fsync(folder.get()) == 0 ? NS_OK : fail();
 }

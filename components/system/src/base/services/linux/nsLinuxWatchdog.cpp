@@ -2,14 +2,11 @@
 
 #include <poll.h>
 #include <signal.h>
-#include <sys/eventfd.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-
-#include "nsLinuxError.h"
 
 namespace {
 
@@ -24,10 +21,8 @@ int64_t Now() {
 }  // namespace
 
 nsLinuxWatchdog::~nsLinuxWatchdog() {
-  if (mWake < 0) return;
-  eventfd_write(mWake, 1);
-  pthread_join(mThread, nullptr);
-  close(mWake);
+  mWake.Set();
+  mThread.Join();
 }
 
 nsresult nsLinuxWatchdog::ReadCapabilities(uint32_t* aSmallest, uint32_t* aLargest) {
@@ -42,8 +37,7 @@ nsresult nsLinuxWatchdog::BeginPeriod(uint32_t aPeriod) {
 }
 
 nsresult nsLinuxWatchdog::StartThread() {
-  const int wake = eventfd(0, EFD_CLOEXEC);
-  if (wake < 0) return FromErrno(errno);
+  if (NS_FAILED(mWake.Open())) return NS_ERROR_FAILURE;
   // Signals are for other threads to take. Not those by which a thread learns that it has gone
   // wrong, nor those by which a crash report asks all threads for their stacks.
   sigset_t taken, before;
@@ -52,25 +46,14 @@ nsresult nsLinuxWatchdog::StartThread() {
        {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGALRM, SIGTERM, SIGUSR1, SIGUSR2, SIGCHLD, SIGWINCH})
     sigaddset(&taken, signal);
   pthread_sigmask(SIG_BLOCK, &taken, &before);
-  mWake = wake;
-  const int error = pthread_create(
-      &mThread, nullptr,
-      [](void* aSelf) -> void* {
-        pthread_setname_np(pthread_self(), "Watchdog");
-        static_cast<nsLinuxWatchdog*>(aSelf)->Watch();
-        return nullptr;
-      },
-      this);
+  const nsresult rv = mThread.Start("Watchdog", [this] { Watch(); });
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  if (error == 0) return NS_OK;
-  close(wake);
-  mWake = -1;
-  return FromErrno(error);
+  return NS_FAILED(rv) ? NS_ERROR_FAILURE : NS_OK;
 }
 
 void nsLinuxWatchdog::Watch() {
   for (;;) {
-    pollfd wake{.fd = mWake, .events = POLLIN, .revents = 0};
+    pollfd wake{.fd = mWake.get(), .events = POLLIN, .revents = 0};
     const int64_t sleep = mTimer.UntilNextLook(Now(), mPeriod);
     if (poll(&wake, 1, static_cast<int>(sleep)) > 0) return;
     if (mTimer.TakeExpired(Now())) mRoutine.load()(*this);
@@ -79,7 +62,7 @@ void nsLinuxWatchdog::Watch() {
 
 nsresult nsLinuxWatchdog::StartTimer(uint32_t aDelay, uint32_t, Routine aRoutine, uint32_t,
                                      uint32_t* aId) {
-  if (mWake < 0)
+  if (!mThread.IsStarted())
     if (const nsresult rv = StartThread(); NS_FAILED(rv)) return rv;
   mRoutine = aRoutine;
   const uint32_t id = mTimer.Start(Now(), aDelay);

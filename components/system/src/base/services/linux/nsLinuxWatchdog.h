@@ -1,9 +1,10 @@
+// The deadline of a main thread that hangs.
 #pragma once
-
-#include <pthread.h>
 
 #include <atomic>
 
+#include "nsEventFd.h"
+#include "nsNamedThread.h"
 #include "nsPlatformWatchdog.h"
 #include "nsPlatformWatchdogTimer.h"
 
@@ -36,6 +37,6 @@ class nsLinuxWatchdog final : public nsPlatformWatchdog {
   std::atomic<Routine> mRoutine{nullptr};
   std::atomic<uint32_t> mPeriod{1000};
   uint32_t mErrorMode = 0;
-  int mWake = -1;  // readable when the thread is to end; not there before the first timer
-  pthread_t mThread{};
+  nsEventFd mWake;  // set when the thread is to end
+  nsNamedThread mThread;
 };

@@ -31,23 +31,22 @@ nsInotifyDirectories::~nsInotifyDirectories() = default;
 nsresult nsInotifyDirectories::Start() {
   mInotify = nsUniqueFd(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
   if (!mInotify) {
-    const int error = errno;
-    if (error == EMFILE)
+    if (errno == EMFILE)
       SYSTEM_LOG_WARNING(
           mLog, "The limit of watchers is reached (fs.inotify.max_user_instances): " + mRoot +
                     " can't be watched");
-    return vorel::FromErrno(error);
+    return NS_ERROR_FAILURE;
   }
   const nsUniqueFd fd(vorel::OpenDirectoryAt(AT_FDCWD, mRoot, O_PATH));
-  if (!fd) return vorel::FromErrno(errno);
+  if (!fd) return vorel::DirectoryError(errno);
   const int watch = AddWatch(fd.get());
-  if (watch < 0) return vorel::FromErrno(errno);
+  if (watch < 0) return errno == ENOSPC ? NS_ERROR_FAILURE : vorel::DirectoryError(errno);
   auto top = std::make_unique<Directory>();
   top->mWatch = watch;
   mTop = top.get();
   mDirectories.emplace(watch, std::move(top));
   struct stat status;
-  if (fstat(fd.get(), &status) != 0) return vorel::FromErrno(errno);
+  if (fstat(fd.get(), &status) != 0) return NS_LastResult();
   mRootDevice = status.st_dev;
   mRootINode = status.st_ino;
   WatchAncestors(fd.get());

@@ -1,24 +1,20 @@
 #include "nsInotifyDirectoryChanges.h"
 
 #include <poll.h>
-#include <pthread.h>
-#include <sys/eventfd.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <optional>
-#include <system_error>
-#include <thread>
 #include <unordered_set>
 #include <vector>
 
+#include "nsEventFd.h"
 #include "nsInotifyDirectories.h"
 #include "nsLogger.h"
+#include "nsNamedThread.h"
 #include "nsString.h"
 
 namespace {
@@ -59,8 +55,8 @@ class InotifyReader final : public nsPlatformDirectoryReader {
 
   // The reader's own thread.
   std::unique_ptr<nsInotifyDirectories> mDirectories;
-  nsUniqueFd mStop;  // an event descriptor: readable when the thread is to end
-  std::thread mThread;
+  nsEventFd mStop;
+  nsNamedThread mThread;
   Clock::time_point mUnrestStart, mLastEvent;
   bool mIsRestless = false;  // something has changed since directories were named
 
@@ -85,20 +81,15 @@ nsresult InotifyReader::Open(const nsAString& aRoot) {
   auto directories =
       std::make_unique<nsInotifyDirectories>(root, NS_GetLogger("system.fileWatcher"));
   if (nsresult rv = directories->Start(); NS_FAILED(rv)) return rv;
-  mStop = nsUniqueFd(eventfd(0, EFD_CLOEXEC));
-  if (!mStop) return vorel::FromErrno(errno);
+  if (NS_FAILED(mStop.Open())) return NS_ERROR_FAILURE;
   mDirectories = std::move(directories);
   {
     std::lock_guard lock(mLock);
     mIsOpen = true;
   }
-  try {
-    mThread = std::thread(&InotifyReader::Run, this);
-  } catch (const std::system_error&) {
-    Close();
-    return NS_ERROR_OUT_OF_MEMORY;
-  }
-  return NS_OK;
+  const nsresult rv = mThread.Start("Inotify", [this] { Run(); });
+  if (NS_FAILED(rv)) Close();
+  return rv;
 }
 
 bool InotifyReader::IsOpen() const {
@@ -107,14 +98,11 @@ bool InotifyReader::IsOpen() const {
 }
 
 void InotifyReader::Close() {
-  if (mThread.joinable()) {
-    mDirectories->Stop();
-    const uint64_t one = 1;
-    (void)!write(mStop.get(), &one, sizeof one);  // can't fail: the count is far from its limit
-    mThread.join();
-  }
+  if (mDirectories) mDirectories->Stop();
+  mStop.Set();
+  mThread.Join();
   mDirectories.reset();
-  mStop = nsUniqueFd();
+  mStop.Close();
   std::lock_guard lock(mLock);
   mIsOpen = false;
   mCompletion = nullptr;
@@ -210,7 +198,6 @@ int InotifyReader::UntilQuiet() const {
 }
 
 void InotifyReader::Run() {
-  pthread_setname_np(pthread_self(), "Inotify");
   mDirectories->Scan();
   NameDirectories();
   while (true) {

@@ -31,14 +31,14 @@ class LinuxListing final : public nsPlatformFiles::Listing {
 
   bool HasMore() override { return mNext || mError; }
   nsresult GetNext(nsPlatformFiles::Entry* aEntry) override {
-    if (const int error = std::exchange(mError, 0)) return vorel::FromErrno(error);
+    if (const int error = std::exchange(mError, 0)) return vorel::DirectoryError(error);
     if (!mNext) return NS_ERROR_UNEXPECTED;
     struct stat status;
     if (fstatat(dirfd(mDirectory), mNext->d_name, &status, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) ==
         0)
       SetFacts(status, aEntry);
     else
-      aEntry->mStatus = vorel::FromErrno(errno);
+      aEntry->mStatus = vorel::DirectoryError(errno);
     aEntry->mLeafName.Assign(vorel::FromNative(mNext->d_name));
     Advance();
     return NS_OK;
@@ -77,7 +77,7 @@ nsresult nsLinuxFiles::Exists(const nsAString& aPath, bool* aExists) {
   if (!path.starts_with('/')) return NS_ERROR_FILE_UNRECOGNIZED_PATH;
   struct stat status;
   const int error = ReadStatus(path, &status);
-  if (error != 0 && error != ENOENT && error != ENOTDIR) return vorel::FromErrno(error);
+  if (error != 0 && error != ENOENT && error != ENOTDIR) return vorel::DirectoryError(error);
   *aExists = error == 0;
   return NS_OK;
 }
@@ -87,7 +87,7 @@ nsresult nsLinuxFiles::ReadEntry(const nsAString& aPath, Entry* aEntry) {
   const std::string bytes = vorel::ToNative(path);
   if (!bytes.starts_with('/')) return NS_ERROR_FILE_UNRECOGNIZED_PATH;
   struct stat status;
-  if (const int error = ReadStatus(bytes, &status)) return vorel::FromErrno(error);
+  if (const int error = ReadStatus(bytes, &status)) return vorel::DirectoryError(error);
   while (path.size() > 1 && path.ends_with(u'/')) path.remove_suffix(1);
   aEntry->mLeafName = path.size() == 1 ? path : path.substr(path.rfind(u'/') + 1);
   SetFacts(status, aEntry);
@@ -99,9 +99,9 @@ nsresult nsLinuxFiles::OpenListing(const nsAString& aPath, bool aFollowLink,
   const std::string path = vorel::ToNative(NS_View(aPath));
   if (!path.starts_with('/')) return NS_ERROR_FILE_UNRECOGNIZED_PATH;
   nsUniqueFd fd(vorel::OpenDirectoryAt(AT_FDCWD, path, O_RDONLY | (aFollowLink ? 0 : O_NOFOLLOW)));
-  if (!fd) return vorel::FromErrno(errno);
+  if (!fd) return vorel::DirectoryError(errno);
   DIR* const directory = fdopendir(fd.get());
-  if (!directory) return vorel::FromErrno(errno);
+  if (!directory) return vorel::DirectoryError(errno);
   (void)fd.release();
   *aListing = std::make_unique<LinuxListing>(directory);
   return NS_OK;

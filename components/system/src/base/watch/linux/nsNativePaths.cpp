@@ -12,17 +12,6 @@
 
 #include "nsUtf.h"
 
-nsUniqueFd& nsUniqueFd::operator=(nsUniqueFd aOther) noexcept {
-  std::swap(mFd, aOther.mFd);
-  return *this;
-}
-
-nsUniqueFd::~nsUniqueFd() {
-  if (mFd >= 0) close(mFd);
-}
-
-int nsUniqueFd::release() { return std::exchange(mFd, -1); }
-
 namespace vorel {
 
 std::u16string FromNative(std::string_view aBytes) {
@@ -56,25 +45,8 @@ std::string ToNative(std::u16string_view aText) {
   return bytes += Utf16ToUtf8(aText.substr(start));
 }
 
-nsresult FromErrno(int aErrno) {
-  switch (aErrno) {
-    case 0:
-      return NS_OK;
-    case ENOENT:
-      return NS_ERROR_FILE_NOT_FOUND;
-    case ENOTDIR:
-    case ELOOP:  // of a link that is not to be followed
-      return NS_ERROR_FILE_NOT_DIRECTORY;
-    case EACCES:
-    case EPERM:
-      return NS_ERROR_FILE_ACCESS_DENIED;
-    case ENAMETOOLONG:
-      return NS_ERROR_FILE_NAME_TOO_LONG;
-    case ENOMEM:
-      return NS_ERROR_OUT_OF_MEMORY;
-    default:
-      return NS_ERROR_FAILURE;
-  }
+nsresult DirectoryError(int aErrno) {
+  return aErrno == ELOOP ? NS_ERROR_FILE_NOT_DIRECTORY : NS_ResultOfErrno(aErrno);
 }
 
 namespace {

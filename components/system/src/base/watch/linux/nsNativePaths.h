@@ -4,23 +4,8 @@
 #include <string>
 #include <string_view>
 
-#include "nsError.h"
-
-/// A file descriptor that is closed with its owner.
-class nsUniqueFd {
- public:
-  explicit nsUniqueFd(int aFd = -1) : mFd(aFd) {}
-  nsUniqueFd(nsUniqueFd&& aOther) noexcept : mFd(aOther.release()) {}
-  nsUniqueFd& operator=(nsUniqueFd aOther) noexcept;
-  ~nsUniqueFd();
-
-  int get() const { return mFd; }
-  int release();
-  explicit operator bool() const { return mFd >= 0; }
-
- private:
-  int mFd;
-};
+#include "nsErrno.h"
+#include "nsUniqueFd.h"
 
 namespace vorel {
 
@@ -30,8 +15,8 @@ namespace vorel {
 std::u16string FromNative(std::string_view aBytes);
 std::string ToNative(std::u16string_view aText);
 
-/// The result that stands for a system call's error.
-nsresult FromErrno(int aErrno);
+/// NS_ResultOfErrno for a directory: a link that is not to be followed is none.
+nsresult DirectoryError(int aErrno);
 
 /// Opens a directory whose path may be longer than the system takes in one call. aFlags as for
 /// open(2); the last component is followed when it is a link, unless O_NOFOLLOW says no. -1 and

@@ -5,7 +5,9 @@
 
 #include "nsError.h"
 
-inline nsresult NS_ResultOfErrno(int aErrno) {
+/// The result that stands for a number of errno; NS_OK for 0, NS_ERROR_FAILURE for one that no
+/// result tells more of.
+constexpr nsresult NS_ResultOfErrno(int aErrno) {
   switch (aErrno) {
     case 0:
       return NS_OK;
