@@ -252,6 +252,16 @@ nsresult nsSimulatedClock::WriteUtcTime(const nsPlatformTime& aTime, uint32_t* a
   return WriteTime(aTime, false, aError);
 }
 
+nsresult nsSimulatedClock::WriteHardwareClock(uint32_t* aError) {
+  if (nsresult rv = Enter("WriteHardwareClock"); NS_FAILED(rv)) {
+    *aError = kErrorInvalidParameter;
+    return rv;
+  }
+  const std::lock_guard lock(mLock);
+  Record("WriteHardwareClock " + std::to_string(mUtc));
+  return NS_OK;
+}
+
 nsresult nsSimulatedClock::EnablePrivilege(std::string_view aName, bool aEnable, uint32_t* aError) {
   if (nsresult rv = Enter("EnablePrivilege"); NS_FAILED(rv)) return rv;
   const std::lock_guard lock(mLock);
@@ -310,6 +320,11 @@ nsresult nsSimulatedClock::FindZone(const nsPlatformZoneName& aZone) {
   if (nsresult rv = Enter("FindZone"); NS_FAILED(rv)) return rv;
   const std::lock_guard lock(mLock);
   return Find(aZone) ? NS_OK : NS_ERROR_NOT_AVAILABLE;
+}
+
+// Each of its zones has one name.
+bool nsSimulatedClock::IsSameZone(const nsPlatformZoneName& aZone, std::string_view aOlsonName) {
+  return aZone.mOlsonName == aOlsonName;
 }
 
 nsresult nsSimulatedClock::ReadRules(const nsPlatformZoneName& aZone, nsPlatformZoneRules* aRules) {

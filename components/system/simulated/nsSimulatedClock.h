@@ -51,12 +51,14 @@ class nsSimulatedClock final : public nsPlatformClock,
   nsresult ReadUtcTime(nsPlatformTime* aTime) override;
   nsresult WriteLocalTime(const nsPlatformTime& aTime, uint32_t* aError) override;
   nsresult WriteUtcTime(const nsPlatformTime& aTime, uint32_t* aError) override;
+  nsresult WriteHardwareClock(uint32_t* aError) override;
   nsresult EnablePrivilege(std::string_view aName, bool aEnable, uint32_t* aError) override;
 
   nsresult ReadCurrentOlsonName(std::string* aName) override;
   nsresult ReadCurrentStandardName(std::u16string* aName) override;
   nsresult ReadCurrentLocalizedNames(std::u16string* aStandard, std::u16string* aDaylight) override;
   nsresult FindZone(const nsPlatformZoneName& aZone) override;
+  bool IsSameZone(const nsPlatformZoneName& aZone, std::string_view aOlsonName) override;
   nsresult ReadRules(const nsPlatformZoneName& aZone, nsPlatformZoneRules* aRules) override;
   nsresult ReadStandardName(const nsPlatformZoneName& aZone, std::u16string* aName) override;
   nsresult ReadDaylightName(const nsPlatformZoneName& aZone, std::u16string* aName) override;

@@ -1,6 +1,7 @@
 #include "nsSimulatedFonts.h"
 
 #include <algorithm>
+#include <filesystem>
 
 nsSimulatedFonts::nsSimulatedFonts(nsSimulatedCallsRef aCalls)
     : nsSimulatedPort(std::move(aCalls), "Fonts") {}
@@ -61,6 +62,9 @@ nsresult nsSimulatedFonts::AddFontFile(const std::string& aPath, uint32_t* aCoun
   if (nsresult rv = Enter("AddFontFile"); NS_FAILED(rv)) return rv;
   const std::lock_guard lock(mLock);
   const auto file = mFiles.find(aPath);
+  std::error_code error;
+  if (file == mFiles.end() && !std::filesystem::is_regular_file(aPath, error))
+    return NS_ERROR_FAILURE;
   const size_t count = file == mFiles.end() ? 1 : file->second.size();
   if (count == 0) return NS_ERROR_FAILURE;
   mAdded.push_back(aPath);

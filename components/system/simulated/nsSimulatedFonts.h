@@ -17,7 +17,7 @@ class nsSimulatedFonts final : public nsPlatformFonts, public nsSimulatedPort {
   /// A face that the platform has from the start.
   void AddFace(Face aFace);
   /// What the platform sees in a file when it is added: nothing is a file that it refuses. A file
-  /// that is not told of has one face that no family finds.
+  /// that is not told of has one face that no family finds, and has to exist.
   void SetFile(std::string aPath, std::vector<Face> aFaces);
   /// The files that are added, in order, those that were added twice twice.
   std::vector<std::string> AddedFiles() const;

@@ -10,12 +10,18 @@
 
 namespace {
 
+// The readers of the library take text behind an address, and blanks before its numbers, as the
+// system does; who writes a machine file means what stands there.
 bool ReadAddress(const std::string& aText, nsSocketAddress* aAddress) {
   nsSocketAddress address;
+  const auto ipv4 = std::span(address.mBytes).first<4>();
   if (aText.find(':') != aText.npos) {
     address.mFamily = nsSocketAddress::kIPv6;
-    if (NS_FAILED(vorel::address::ParseIPv6(aText, address.mBytes))) return false;
-  } else if (NS_FAILED(vorel::address::ParseIPv4(aText, std::span(address.mBytes).first<4>()))) {
+    size_t read = 0;
+    if (NS_FAILED(vorel::address::ParseIPv6(aText, address.mBytes, &read)) || read != aText.size())
+      return false;
+  } else if (NS_FAILED(vorel::address::ParseIPv4(aText, ipv4)) ||
+             vorel::address::FormatIPv4(ipv4) != aText) {
     return false;
   }
   *aAddress = address;
@@ -95,7 +101,9 @@ uint32_t StatusOf(const nsMachineValue& aValue) {
 
 std::vector<uint8_t> MacOf(const nsMachineValue& aValue) {
   std::vector<uint8_t> bytes;
-  if (!aValue.AsString().empty() && NS_FAILED(vorel::address::ParseMAC(aValue.AsString(), &bytes)))
+  const std::string& text = aValue.AsString();
+  const bool plain = text.find_first_not_of("0123456789abcdefABCDEF-:") == text.npos;
+  if (!text.empty() && (!plain || NS_FAILED(vorel::address::ParseMAC(text, &bytes))))
     aValue.Fail("must be bytes in hexadecimal with \"-\" or \":\" between");
   return bytes;
 }

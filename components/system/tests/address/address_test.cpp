@@ -117,8 +117,10 @@ TEST(IPv6, WhatTheSystemsOwnReaderMakesOfOddText) {
       << "a leading :: stands for two groups at least";
   EXPECT_EQ(Read6("1:2:3:4:5:6:7::"), "1:2:3:4:5:6:7:0");
   EXPECT_EQ(Read6("1:2:3:4:5:6:7::8"), "1:2:3:4:5:6:7:0");
-  EXPECT_EQ(Read6("1::12345"), "1::2345");
   EXPECT_EQ(Read6("1::0x1234"), "1::1234");
+  EXPECT_EQ(Read6("1::0x12345678"), "1::5678");
+  EXPECT_EQ(Read6("1::0x80000000"), "1::ffff") << "the largest number of 31 bits";
+  EXPECT_EQ(Read6("1::0x100000000"), "1::ffff");
 }
 
 TEST(IPv6, TextWithoutAnAddressIsRefusedAndChangesNothing) {
@@ -140,6 +142,10 @@ TEST(IPv6, TextWithoutAnAddressIsRefusedAndChangesNothing) {
                            "::1234.5.6.7",
                            "1:2:3:4:5:1.2.3.4",
                            "12345:2:3:4:5:6:7:8",
+                           "1:2:3:4:5:6:7:12345",
+                           "2001:db8::12345",
+                           "2001:db8::00001",
+                           "1::23456:1",
                            "[::1]",
                            " ::1",
                            "x"}) {

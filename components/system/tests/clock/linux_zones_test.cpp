@@ -1,6 +1,7 @@
 // The zones of this system's zone data, against the C library's reading of the same data; and the
 // setting of a zone, under a root of the test's own.
 #include <gtest/gtest.h>
+#include <linux/rtc.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -19,6 +20,37 @@
 #include "nsTimeZoneTable.h"
 
 namespace fs = std::filesystem;
+
+namespace {
+
+/// While the clocks are held, what would set them is kept here.
+struct Held {
+  bool mIsHeld = false;
+  int mError = 0;
+  time_t mTime = 0;
+  rtc_time mHardware{};
+};
+Held gHeld;
+
+}  // namespace
+
+// The linker puts these in the place of the C library's functions.
+extern "C" {
+int __real_clock_settime(clockid_t, const timespec*);
+int __real_ioctl(int, unsigned long, void*);
+
+int __wrap_clock_settime(clockid_t aClock, const timespec* aTime) {
+  if (!gHeld.mIsHeld) return __real_clock_settime(aClock, aTime);
+  gHeld.mTime = aTime->tv_sec;
+  return 0;
+}
+int __wrap_ioctl(int aFd, unsigned long aRequest, void* aData) {
+  if (!gHeld.mIsHeld || aRequest != RTC_SET_TIME) return __real_ioctl(aFd, aRequest, aData);
+  gHeld.mHardware = *static_cast<const rtc_time*>(aData);
+  errno = gHeld.mError;
+  return gHeld.mError == 0 ? 0 : -1;
+}
+}
 
 namespace {
 
@@ -161,6 +193,46 @@ TEST_F(LinuxZones, AZoneSetInAnotherWayIsNotRecognised) {
   EXPECT_EQ(name.view(), "untouched");
 }
 
+TEST_F(LinuxZones, AZoneOfTheSystemThatTheTableLacksCantBeSet) {
+  for (const char* name : {"Europe/Madrid", "UTC"}) {
+    EXPECT_EQ(Clock()->SetTimezone(nsCString(name)), NS_OK);
+    EXPECT_EQ(Current(), name);
+  }
+  EXPECT_EQ(Clock()->SetTimezone(nsCString("Asia/Kolkata")), NS_OK);
+  EXPECT_EQ(Current(), "Asia/Calcutta") << "the same zone by the name that applications know";
+  for (const char* name : {"", "localtime", "posixrules", "Europe", "Europe/Atlantis", "../Berlin"})
+    EXPECT_EQ(Clock()->SetTimezone(nsCString(name)), NS_ERROR_FAILURE) << name;
+  EXPECT_EQ(Current(), "Asia/Calcutta");
+}
+
+TEST_F(LinuxZones, ACopyOfNoPresentFileIsTakenForAZone) {
+  fs::remove(mRoot / "usr/share/zoneinfo");
+  fs::create_directories(mRoot / "usr/share/zoneinfo/Europe");
+  fs::copy_file(std::string(kZoneData) + "/Europe/Berlin",
+                mRoot / "usr/share/zoneinfo/Europe/Berlin");
+  // As distributions have it; it leads to the copy itself.
+  fs::create_symlink(mRoot / "etc/localtime", mRoot / "usr/share/zoneinfo/localtime");
+  fs::copy_file(std::string(kZoneData) + "/Asia/Tokyo", mRoot / "etc/localtime");
+  nsCString name("untouched");
+  EXPECT_EQ(Clock()->GetTimezone(name), NS_ERROR_FAILURE);
+  EXPECT_EQ(name.view(), "untouched");
+}
+
+TEST_F(LinuxZones, ALinkOverOthersIsNotFollowed) {
+  fs::create_symlink(mRoot / "usr/share/zoneinfo/Europe/Warsaw", mRoot / "etc/zone");
+  fs::create_symlink("zone", mRoot / "etc/localtime");
+  EXPECT_EQ(Current(), "Europe/Warsaw");
+}
+
+TEST_F(LinuxZones, TheNameBesideTheLinkStaysBehind) {
+  std::ofstream(mRoot / "etc/timezone") << "Europe/Berlin\n";
+  ASSERT_EQ(Clock()->SetTimezone(nsCString("Asia/Tokyo")), NS_OK);
+  std::string name;
+  std::getline(std::ifstream(mRoot / "etc/timezone") >> std::ws, name);
+  EXPECT_EQ(name, "Asia/Tokyo");
+  EXPECT_EQ(std::distance(fs::directory_iterator(mRoot / "etc"), {}), 2);
+}
+
 TEST_F(LinuxZones, ARefusedChangeLeavesTheSystemWithoutAZone) {
   nsLinuxTimeZones zones(mRoot.string());
   uint32_t error = 0;
@@ -197,6 +269,77 @@ TEST(LinuxClock, TheClockIsSetWithoutTheRight) {
   waitpid(child, &status, 0);
   if (WEXITSTATUS(status) == 2) GTEST_SKIP() << "this process may not become another user";
   EXPECT_EQ(status, 0);
+}
+
+class HeldClock : public testing::Test {
+ protected:
+  void SetUp() override {
+    gHeld = {.mIsHeld = true};
+    mZone = getenv("TZ") ? getenv("TZ") : "";
+  }
+  void TearDown() override {
+    gHeld = {};
+    mZone.empty() ? unsetenv("TZ") : setenv("TZ", mZone.c_str(), 1);
+    tzset();
+  }
+  std::string mZone;
+};
+
+TEST_F(HeldClock, ASkippedHourThatTouchesMidnightIsRefused) {
+  // The clocks went from 1 November 2015, 00:00, to 01:00 in one, and from 26 March 2017, 00:00, in
+  // the other.
+  for (const auto& [zone, time] : std::initializer_list<std::pair<const char*, nsPlatformTime>>{
+           {"America/Sao_Paulo", {.mYear = 2015, .mMonth = 10, .mDay = 18, .mMinute = 30}},
+           {"Asia/Beirut", {.mYear = 2017, .mMonth = 3, .mDay = 26, .mMinute = 30}}}) {
+    setenv("TZ", zone, 1);
+    tzset();
+    nsLinuxClock clock;
+    uint32_t error = 0;
+    EXPECT_EQ(clock.WriteLocalTime(time, &error), NS_OK) << zone;
+    // Half an hour before the change, or after it.
+    tm change{};
+    change.tm_year = time.mYear - 1900;
+    change.tm_mon = time.mMonth - 1;
+    change.tm_mday = time.mDay;
+    change.tm_hour = 1;
+    change.tm_isdst = -1;
+    EXPECT_EQ(std::abs(gHeld.mTime - mktime(&change)), 1800) << zone;
+  }
+}
+
+TEST_F(HeldClock, TheTimeIsGoneWithThePower) {
+  char path[] = "/tmp/vorel-rtc-XXXXXX";
+  ASSERT_NE(mkdtemp(path), nullptr);
+  const fs::path root(path);
+  nsLinuxClock clock(root.string());
+  uint32_t error = 0;
+  EXPECT_EQ(clock.WriteHardwareClock(&error), NS_ERROR_NOT_AVAILABLE) << "there is none";
+
+  fs::create_directories(root / "dev");
+  fs::create_directories(root / "etc");
+  std::ofstream(root / "dev/rtc0").close();
+  setenv("TZ", "Asia/Tokyo", 1);
+  tzset();
+  const auto difference = [&] {
+    EXPECT_EQ(clock.WriteHardwareClock(&error), NS_OK);
+    tm parts{};
+    parts.tm_year = gHeld.mHardware.tm_year;
+    parts.tm_mon = gHeld.mHardware.tm_mon;
+    parts.tm_mday = gHeld.mHardware.tm_mday;
+    parts.tm_hour = gHeld.mHardware.tm_hour;
+    parts.tm_min = gHeld.mHardware.tm_min;
+    parts.tm_sec = gHeld.mHardware.tm_sec;
+    return static_cast<double>(timegm(&parts) - time(nullptr));
+  };
+  EXPECT_NEAR(difference(), 0, 2);
+  std::ofstream(root / "etc/adjtime") << "0.0 0 0.0\n0\nLOCAL\n";
+  EXPECT_NEAR(difference(), 9 * 3600, 2);
+  std::ofstream(root / "etc/adjtime") << "0.0 0 0.0\n0\nUTC\n";
+  EXPECT_NEAR(difference(), 0, 2);
+  gHeld.mError = EACCES;
+  EXPECT_EQ(clock.WriteHardwareClock(&error), NS_ERROR_FILE_ACCESS_DENIED);
+  EXPECT_EQ(error, uint32_t{EACCES});
+  fs::remove_all(root);
 }
 
 TEST(LinuxClock, ReadTimesAreNotTheSystems) {

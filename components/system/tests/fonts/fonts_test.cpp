@@ -1,6 +1,7 @@
 // Fonts on a simulated machine, with files that are made for the tests and read by FreeType.
 #include <sys/stat.h>
 
+#include "nsIClassInfo.h"
 #include "nsIFile.h"
 #include "nsILocalFile.h"
 #include "nsMutation.h"
@@ -216,6 +217,29 @@ TEST_F(FontTest, ADamagedFileDoesHarm) {
     read += NS_SUCCEEDED(fonts->GetFaceInfo(NS_ToUtf16(path), &family, &style, &weight));
   }
   EXPECT_GT(read, 100u) << "the damage is such that hardly anything is read";
+}
+
+TEST_F(FontTest, AnotherSpellingOfItsPathLeavesAFontInstalled) {
+  const auto fonts = NewFonts();
+  const std::string path = WriteFont("Spelling.TTF", {.mFamily = "Spelt"});
+  mMachine.mFonts->SetFile(path, {{"Spelt", false, 400}});
+  ASSERT_EQ(fonts->AddFont(File(path).get()), NS_OK);
+  EXPECT_EQ(fonts->RemoveFont(File((Directory() / "spelling.ttf").string()).get()), NS_OK);
+  EXPECT_EQ(Added(), 0u);
+  EXPECT_EQ(Find(*fonts, "Spelt"), "");
+}
+
+TEST_F(FontTest, ScriptHasToAskForTheInterface) {
+  const auto fonts = NewFonts();
+  const auto info = do_QueryInterface<nsIClassInfo>(fonts);
+  ASSERT_TRUE(info);
+  uint32_t count = 0;
+  nsIID** interfaces = nullptr;
+  ASSERT_EQ(info->GetInterfaces(&count, &interfaces), NS_OK);
+  ASSERT_EQ(count, 1u);
+  EXPECT_EQ(*interfaces[0], nsISystemFont::kIID);
+  NS_Free(interfaces[0]);
+  NS_Free(interfaces);
 }
 
 }  // namespace

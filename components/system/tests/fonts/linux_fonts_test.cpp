@@ -1,6 +1,9 @@
 // The port of fonts: one suite for the simulated and for the native backend, which runs on a
 // configuration of fontconfig of the test's own.
+#include <fcntl.h>
+#include <fontconfig/fontconfig.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "nsIFontEnumerator.h"
@@ -11,16 +14,19 @@
 
 namespace {
 
-// Before anything of this process has asked fontconfig for anything.
-const bool gConfigured = [] {
+// A folder of the test's own, which is all that fontconfig knows. Made before anything of this
+// process has asked it for anything.
+const std::filesystem::path gFolder = [] {
   static char sPath[] = "/tmp/vorel-fontconfig-XXXXXX";
-  const int file = mkstemp(sPath);
-  if (file < 0) return false;
-  std::ofstream(sPath) << "<fontconfig><dir>/tmp/vorel-no-fonts</dir>"
-                          "<cachedir>/tmp/vorel-no-cache</cachedir></fontconfig>";
-  setenv("FONTCONFIG_FILE", sPath, 1);
-  atexit([] { unlink(sPath); });
-  return true;
+  if (!mkdtemp(sPath)) return std::filesystem::path();
+  const std::filesystem::path folder(sPath);
+  std::filesystem::create_directory(folder / "fonts");
+  std::ofstream(folder / "fonts.conf")
+      << "<fontconfig><dir>" << (folder / "fonts").string() << "</dir><cachedir>"
+      << (folder / "cache").string() << "</cachedir></fontconfig>";
+  setenv("FONTCONFIG_FILE", (folder / "fonts.conf").c_str(), 1);
+  atexit([] { std::filesystem::remove_all(sPath); });
+  return folder;
 }();
 
 class FontPort : public nsSystemTest, public testing::WithParamInterface<bool> {
@@ -32,7 +38,7 @@ class FontPort : public nsSystemTest, public testing::WithParamInterface<bool> {
 };
 
 TEST_P(FontPort, AnAddedFileIsNotSeenOrNotForgotten) {
-  ASSERT_TRUE(gConfigured);
+  ASSERT_FALSE(gFolder.empty());
   nsPlatformFonts& port = Port();
   const std::string a = WriteFile("a.ttf", nsTestFont{"Port One", "Bold", true}.Bytes());
   const std::string b = WriteFile("b.ttf", nsTestFont{"Port Two", "Italic", false, true}.Bytes());
@@ -84,6 +90,46 @@ TEST_F(LinuxFonts, ADamagedFileDoesHarm) {
     const bool added = NS_SUCCEEDED(fonts.AddFontFile(path, &count));
     EXPECT_EQ(NS_SUCCEEDED(fonts.RemoveFontFile(path)), added);
   }
+}
+
+size_t Count(nsPlatformFonts& aFonts, const char* aFamily) {
+  std::vector<nsPlatformFonts::Face> faces;
+  EXPECT_EQ(aFonts.ReadFaces(aFamily, &faces), NS_OK);
+  return faces.size();
+}
+
+TEST_F(LinuxFonts, AnAddedFontGoesWhenEverythingIsReadAnew) {
+  nsLinuxFonts fonts;
+  uint32_t count = 0;
+  const std::string path = WriteFile("kept.ttf", nsTestFont{"Kept"}.Bytes());
+  ASSERT_EQ(fonts.AddFontFile(path, &count), NS_OK);
+  EXPECT_EQ(FcConfigGetRescanInterval(nullptr), 0) << "whoever asks has it read anew";
+  ASSERT_TRUE(FcInitReinitialize());
+  EXPECT_EQ(Count(fonts, "Kept"), 1u);
+  ASSERT_TRUE(FcInitReinitialize());
+  EXPECT_EQ(fonts.RemoveFontFile(path), NS_OK);
+  EXPECT_EQ(Count(fonts, "Kept"), 0u);
+  EXPECT_GT(FcConfigGetRescanInterval(nullptr), 0) << "fontconfig has its way again";
+}
+
+TEST_F(LinuxFonts, AFontOfTheSystemIsNotSeenWhileThereAreAddedOnes) {
+  nsLinuxFonts fonts(std::chrono::seconds(0));
+  uint32_t count = 0;
+  const std::string path = WriteFile("added.ttf", nsTestFont{"Added"}.Bytes());
+  ASSERT_EQ(fonts.AddFontFile(path, &count), NS_OK);
+  std::ofstream(gFolder / "fonts/installed.ttf", std::ios::binary)
+      << nsTestFont{"Installed"}.Bytes();
+  // A change within the second of the last reading does not show: fontconfig counts in seconds.
+  const auto patience = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  while (Count(fonts, "Installed") == 0 && std::chrono::steady_clock::now() < patience) {
+    const timespec now{.tv_sec = time(nullptr), .tv_nsec = 0};
+    const timespec times[] = {now, now};
+    ASSERT_EQ(utimensat(AT_FDCWD, (gFolder / "fonts").c_str(), times, 0), 0);
+    EXPECT_EQ(Count(fonts, "Added"), 1u);
+  }
+  EXPECT_EQ(Count(fonts, "Installed"), 1u);
+  EXPECT_EQ(Count(fonts, "Added"), 1u);
+  EXPECT_EQ(fonts.RemoveFontFile(path), NS_OK);
 }
 
 TEST_F(LinuxFonts, TheHostDoesNotSeeAnAddedFamily) {

@@ -8,6 +8,8 @@
 namespace vorel::address {
 namespace {
 
+constexpr unsigned long kLargestNumber = 0x7fffffff;
+
 bool IsDigit(char aChar) { return aChar >= '0' && aChar <= '9'; }
 bool IsHexDigit(char aChar) {
   return IsDigit(aChar) || (aChar >= 'a' && aChar <= 'f') || (aChar >= 'A' && aChar <= 'F');
@@ -92,7 +94,7 @@ std::string FormatIPv6(std::span<const uint8_t, 16> aBytes) {
   return text;
 }
 
-nsresult ParseIPv6(std::string_view aText, std::span<uint8_t, 16> aBytes) {
+nsresult ParseIPv6(std::string_view aText, std::span<uint8_t, 16> aBytes, size_t* aRead) {
   const std::string text(aText);  // closed by a zero, which no state below accepts
   const char* at = text.c_str();
   std::array<uint16_t, 8> groups{};
@@ -120,7 +122,8 @@ nsresult ParseIPv6(std::string_view aText, std::span<uint8_t, 16> aBytes) {
     if (points > 0) {
       while (IsDigit(*at)) ++at;
     } else {
-      while (IsHexDigit(*at) && at - number < 4) ++at;
+      while (IsHexDigit(*at)) ++at;
+      if (at - number > 4) return NS_ERROR_FAILURE;
     }
     // Room for four bytes of numbers with points, beside the groups and at least one that "::"
     // stands for.
@@ -140,9 +143,11 @@ nsresult ParseIPv6(std::string_view aText, std::span<uint8_t, 16> aBytes) {
       continue;
     }
     const bool last = *at != ':' || count + (gap ? 2 : 1) > 7;
-    // The last number is converted from its beginning, however far it goes: of a longer one the low
-    // 16 bits count, and "0x" may stand before it. Kept as the system's own reader has it.
-    groups[count++] = static_cast<uint16_t>(std::strtoul(number, nullptr, 16));
+    // The last number is converted from its beginning, and "0x" may stand before it: then it may be
+    // long, ends at the largest number of 31 bits, and its low 16 bits count. Kept as the system's
+    // own reader has it.
+    groups[count++] =
+        static_cast<uint16_t>(std::min(std::strtoul(number, nullptr, 16), kLargestNumber));
     if (last) break;
     ++at;
     if (*at != ':') continue;
@@ -155,6 +160,7 @@ nsresult ParseIPv6(std::string_view aText, std::span<uint8_t, 16> aBytes) {
     }
   }
   if (gap == 0 && count != 8) return NS_ERROR_FAILURE;
+  if (aRead) *aRead = static_cast<size_t>(at - text.c_str());
   if (gap != 0) {
     std::copy_backward(groups.begin() + static_cast<ptrdiff_t>(gap),
                        groups.begin() + static_cast<ptrdiff_t>(count), groups.end());

@@ -23,7 +23,7 @@ nsresult ParseIPv4(std::string_view aText, std::span<uint8_t, 4> aBytes);
 std::string FormatIPv6(std::span<const uint8_t, 16> aBytes);
 /// Reads the longest address that the text starts with. NS_ERROR_FAILURE, and nothing is stored,
 /// when it starts with none.
-nsresult ParseIPv6(std::string_view aText, std::span<uint8_t, 16> aBytes);
+nsresult ParseIPv6(std::string_view aText, std::span<uint8_t, 16> aBytes, size_t* aRead = nullptr);
 
 /// Two upper case digits a byte, "-" between.
 std::string FormatMAC(std::span<const uint8_t> aBytes);

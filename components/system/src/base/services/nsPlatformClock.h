@@ -44,6 +44,11 @@ class nsPlatformClock {
   virtual nsresult WriteLocalTime(const nsPlatformTime& aTime, uint32_t* aError) = 0;
   virtual nsresult WriteUtcTime(const nsPlatformTime& aTime, uint32_t* aError) = 0;
 
+  /// Takes the time over into the clock that runs on while the machine is off. The platform whose
+  /// clock is one with it has nothing to do. NS_ERROR_NOT_AVAILABLE on a machine without one;
+  /// NS_ERROR_FILE_ACCESS_DENIED as above.
+  virtual nsresult WriteHardwareClock(uint32_t* aError) = 0;
+
   /// Switches one of the privileges above on or off for this process or thread.
   /// NS_ERROR_FILE_ACCESS_DENIED when it may not have it; NS_ERROR_INVALID_ARG for another name.
   /// Switching off what is off is no error.

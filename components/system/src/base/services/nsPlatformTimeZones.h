@@ -61,6 +61,9 @@ class nsPlatformTimeZones {
 
   /// NS_OK when the machine has one, NS_ERROR_NOT_AVAILABLE when not.
   virtual nsresult FindZone(const nsPlatformZoneName& aZone) = 0;
+  /// Whether a zone, by its Olson name, is the one of that other name, as Asia/Kolkata is
+  /// Asia/Calcutta. Not of a zone that the machine lacks.
+  virtual bool IsSameZone(const nsPlatformZoneName& aZone, std::string_view aOlsonName) = 0;
   /// The rules in force now. NS_ERROR_NOT_AVAILABLE without a definition, NS_ERROR_FILE_CORRUPTED
   /// when it cannot be understood.
   virtual nsresult ReadRules(const nsPlatformZoneName& aZone, nsPlatformZoneRules* aRules) = 0;

@@ -1,11 +1,11 @@
 #include "nsSystemClock.h"
 
 #include <plstr.h>
-#include <prinrval.h>
 #include <prprf.h>
-#include <prthread.h>
 
 #include <algorithm>
+#include <chrono>
+#include <thread>
 #include <vector>
 
 #include "nsIObserverService.h"
@@ -17,7 +17,7 @@
 
 namespace {
 
-constexpr PRUint32 kSecondWriteDelay = 10'000;  // microseconds
+constexpr std::chrono::milliseconds kSecondWriteDelay(10);
 
 std::string FormatTime(const nsPlatformTime& aTime) {
   char text[64];
@@ -68,6 +68,14 @@ nsresult nsSystemClock::GetTimezone(nsACString& aTimezone) {
   // A platform that speaks Olson names needs no search, and has names that the table lacks.
   std::string olsonName;
   if (NS_SUCCEEDED(zones.ReadCurrentOlsonName(&olsonName))) {
+    // A zone may have got another name since the table was made; applications know the table's.
+    if (std::ranges::find(kTimeZoneTable, olsonName, &nsTimeZoneRow::mOlsonName) ==
+        kTimeZoneTable.end()) {
+      const auto row = std::ranges::find_if(kTimeZoneTable, [&](const nsTimeZoneRow& aRow) {
+        return zones.IsSameZone(aRow, olsonName);
+      });
+      if (row != kTimeZoneTable.end()) olsonName = row->mOlsonName;
+    }
     SYSTEM_LOG_DEBUG(mLogger, "olson=" + olsonName);
     NS_Assign(aTimezone, olsonName);
     return NS_OK;
@@ -119,11 +127,15 @@ nsresult nsSystemClock::SetTimezone(const nsACString& aTimezone) {
   nsPlatformTimeZones& zones = *mPlatform->mTimeZones;
   const std::string name(NS_View(aTimezone));
 
-  const auto row = std::ranges::find(kTimeZoneTable, name, &nsTimeZoneRow::mOlsonName);
-  if (row == kTimeZoneTable.end()) {
+  // A zone that the table lacks can be set where the machine knows it by that name.
+  nsPlatformZoneName found{{}, name};
+  const auto known = std::ranges::find(kTimeZoneTable, name, &nsTimeZoneRow::mOlsonName);
+  if (known == kTimeZoneTable.end() && NS_FAILED(zones.FindZone(found))) {
     SYSTEM_LOG_WARNING(mLogger, "Can't find Olson time zone name in array" + name);
     return NS_ERROR_FAILURE;
   }
+  if (known != kTimeZoneTable.end()) found = *known;
+  const nsPlatformZoneName* const row = &found;
   // The first row decides, also when the machine lacks its definition and has that of a later row.
   if (NS_FAILED(zones.FindZone(*row))) {
     SYSTEM_LOG_WARNING(
@@ -218,9 +230,16 @@ nsresult nsSystemClock::WriteClock(const Reading& aReading, const nsACString& aT
     result = NS_ERROR_FAILURE;
   }
   if (aReading.mWriteTwice) {
-    // The first write is made with the daylight rule that was in force before it.
-    PR_Sleep(PR_MicrosecondsToInterval(kSecondWriteDelay));
+    // The first write is made with the daylight rule that was in force before it. The wait must not
+    // go by the clock that has just been set, as NSPR's would.
+    std::this_thread::sleep_for(kSecondWriteDelay);
     (void)(clock.*aReading.mWrite)(time, &error);
+  }
+  if (NS_SUCCEEDED(result)) {
+    // Otherwise the time is gone with the power. What can't be done here does not undo the rest.
+    const nsresult rv = clock.WriteHardwareClock(&error);
+    if (NS_FAILED(rv) && rv != NS_ERROR_NOT_AVAILABLE)
+      SYSTEM_LOG_WARNING(mLogger, WithError("Can't set hardware clock error = %d", error));
   }
   (void)clock.EnablePrivilege(kPrivilegeSystemTime, false, &error);
   return result;

@@ -47,6 +47,14 @@ std::string NativePath(nsIFile* aFile) {
   return std::string(path.view());
 }
 
+// Without links; its own path where that can't be told.
+std::string RealPath(nsIFile* aFile) {
+  nsCOMPtr<nsIFile> real;
+  if (NS_FAILED(aFile->Clone(real.getter_AddRefs()))) return NativePath(aFile);
+  (void)real->Normalize();
+  return NativePath(real.get());
+}
+
 std::u16string LeafName(nsIFile* aFile) {
   nsString name;
   (void)aFile->GetLeafName(name);
@@ -264,14 +272,18 @@ nsresult nsSystemFont::RemoveFont(nsISupports* aFile) {
     SYSTEM_LOG_WARNING(mLogger, "Try to removing font but path is not the same");
     return NS_OK;
   }
+  // By the spelling under which it was added.
+  nsCOMPtr<nsILocalFile> added;
+  rv = NS_NewNativeLocalFile(nsDependentCString(loaded->second), true, added.getter_AddRefs());
+  if (NS_FAILED(rv)) return rv;
   FaceKey face;
   std::u16string path;
-  rv = DescribeFile(file.get(), &face, &path);
+  rv = DescribeFile(added.get(), &face, &path);
   if (NS_FAILED(rv)) return rv;
   // All of that face go, those of other files too.
   mFaces.erase(face);
-  if (NS_FAILED(mPlatform->mFonts->RemoveFontFile(nativePath))) {
-    SYSTEM_LOG_WARNING(mLogger, "Error while removing font file " + nativePath);
+  if (NS_FAILED(mPlatform->mFonts->RemoveFontFile(loaded->second))) {
+    SYSTEM_LOG_WARNING(mLogger, "Error while removing font file " + loaded->second);
     rv = NS_ERROR_FAILURE;
   }
   mLoadedFonts.erase(loaded);
@@ -306,29 +318,33 @@ nsresult nsSystemFont::Synchronize(nsIFile* aDirectory) {
 }
 
 nsresult nsSystemFont::LoadDirFonts(nsIFile* aDirectory) {
-  std::set<std::string> visited;
-  return LoadDirFonts(aDirectory, &visited);
+  std::unordered_set<std::string> visited;
+  return LoadDirFonts(aDirectory, RealPath(aDirectory), &visited);
 }
 
-nsresult nsSystemFont::LoadDirFonts(nsIFile* aDirectory, std::set<std::string>* aVisited) {
+nsresult nsSystemFont::LoadDirFonts(nsIFile* aDirectory, const std::string& aRealPath,
+                                    std::unordered_set<std::string>* aVisited) {
   // Links may lead round in circles, and many at a time: each directory is walked once.
-  nsCOMPtr<nsIFile> real;
-  nsresult rv = aDirectory->Clone(real.getter_AddRefs());
-  if (NS_FAILED(rv)) return rv;
-  (void)real->Normalize();
-  if (!aVisited->insert(NativePath(real.get())).second) return NS_OK;
+  if (!aVisited->insert(aRealPath).second) return NS_OK;
 
   nsCOMPtr<nsISimpleEnumerator> entries;
-  rv = aDirectory->GetDirectoryEntries(entries.getter_AddRefs());
+  nsresult rv = aDirectory->GetDirectoryEntries(entries.getter_AddRefs());
   if (NS_FAILED(rv)) return rv;
   nsCOMPtr<nsIFile> file;
   while (NS_SUCCEEDED(rv = NextEntry(entries.get(), &file)) && file) {
-    bool isDirectory = false;
+    bool isDirectory = false, isLink = false;
     (void)file->IsDirectory(&isDirectory);
-    if (isDirectory)
-      (void)LoadDirFonts(file.get(), aVisited);
-    else
+    if (!isDirectory) {
       LoadDirFont(file.get());
+      continue;
+    }
+    // Only a link has to be followed to know where it leads: in a deep tree that takes long.
+    (void)file->IsSymlink(&isLink);
+    nsCString name;
+    (void)file->GetNativeLeafName(name);
+    (void)LoadDirFonts(file.get(),
+                       isLink ? RealPath(file.get()) : aRealPath + "/" + std::string(name.view()),
+                       aVisited);
   }
   return rv;
 }

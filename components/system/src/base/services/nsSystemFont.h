@@ -2,9 +2,9 @@
 
 #include <compare>
 #include <map>
-#include <set>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 
 #include "nsCOMPtr.h"
 #include "nsISystemFont.h"
@@ -19,6 +19,8 @@ class nsSystemFont final : public nsImplements<nsSystemFont, nsISystemFont> {
                                               .mCID = "33386123-8c43-4153-90d7-e632e801179c"_iid,
                                               .mContractID = "@vorel/system/systemfont;1",
                                               .mIsService = true};
+  static constexpr nsClassInfoRecord kClassInfo =
+      NS_ClassInfo<"SystemFont", nsISystemFont>(kModuleClass.mCID);
 
   /// Looks through the folders of the system's fonts.
   explicit nsSystemFont(nsPlatformRef aPlatform);
@@ -54,7 +56,8 @@ class nsSystemFont final : public nsImplements<nsSystemFont, nsISystemFont> {
   nsresult Initialize();
   nsresult LoadSystemFolder(const std::string& aFolder);
   void LoadSystemFont(nsIFile* aFile);
-  nsresult LoadDirFonts(nsIFile* aDirectory, std::set<std::string>* aVisited);
+  nsresult LoadDirFonts(nsIFile* aDirectory, const std::string& aRealPath,
+                        std::unordered_set<std::string>* aVisited);
   void LoadDirFont(nsIFile* aFile);
   bool HasPlatformFace(const std::string& aFamily, uint16_t aStyle, uint16_t aWeight);
   nsresult DescribeFile(nsIFile* aFile, FaceKey* aFace, std::u16string* aPath);

@@ -1,13 +1,18 @@
 #include "nsLinuxClock.h"
 
+#include <fcntl.h>
 #include <linux/capability.h>
+#include <linux/rtc.h>
+#include <sys/ioctl.h>
 #include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <fstream>
 
 #include "nsErrno.h"
+#include "nsUniqueFd.h"
 
 namespace {
 
@@ -41,13 +46,14 @@ nsresult WriteTime(time_t (*aJoin)(tm*), const nsPlatformTime& aTime, uint32_t* 
   parts.tm_min = aTime.mMinute;
   parts.tm_sec = aTime.mSecond;
   parts.tm_isdst = -1;
-  const tm asked = parts;
+  // Joining turns a 30 February into March, and a date that does not exist is refused. In UTC: the
+  // hour that daylight time leaves out is a time that can be meant, and may come out another one,
+  // of another day where it is the first or the last.
+  tm date = parts;
+  (void)timegm(&date);
   const time_t seconds = aJoin(&parts);
-  // Joining turns a 30 February into March, and a date that does not exist is refused. The hour may
-  // come out another: the one that daylight time leaves out is a time that can be meant.
-  if (aTime.mHour > 23 || aTime.mMinute > 59 || aTime.mSecond > 59 ||
-      parts.tm_mday != asked.tm_mday || parts.tm_mon != asked.tm_mon ||
-      parts.tm_year != asked.tm_year) {
+  if (aTime.mHour > 23 || aTime.mMinute > 59 || aTime.mSecond > 59 || date.tm_mday != aTime.mDay ||
+      date.tm_mon + 1 != aTime.mMonth || date.tm_year + 1900 != aTime.mYear) {
     *aError = EINVAL;
     return NS_ERROR_INVALID_ARG;
   }
@@ -71,7 +77,44 @@ nsresult EnableTimeCapability(bool aEnable, uint32_t* aError) {
   return NS_ERROR_FILE_ACCESS_DENIED;
 }
 
+// The third line of the file in which the system keeps how its hardware clock is to be read.
+bool IsHardwareClockLocal(const std::string& aAdjustments) {
+  std::ifstream file(aAdjustments);
+  std::string line;
+  for (int i = 0; i < 3; ++i)
+    if (!std::getline(file, line)) return false;
+  return line.starts_with("LOCAL");
+}
+
 }  // namespace
+
+nsresult nsLinuxClock::WriteHardwareClock(uint32_t* aError) {
+  const auto fail = [&] {
+    const int error = errno;
+    *aError = static_cast<uint32_t>(error);
+    return error == ENOENT || error == ENXIO || error == ENODEV ? NS_ERROR_NOT_AVAILABLE
+                                                                : NS_ResultOfErrno(error);
+  };
+  nsUniqueFd device(open((mRoot + "/dev/rtc").c_str(), O_RDONLY | O_CLOEXEC));
+  if (!device && errno == ENOENT)
+    device = nsUniqueFd(open((mRoot + "/dev/rtc0").c_str(), O_RDONLY | O_CLOEXEC));
+  if (!device) return fail();
+  const bool local = IsHardwareClockLocal(mRoot + "/etc/adjtime");
+  if (local) tzset();
+  const time_t now = time(nullptr);
+  tm parts;
+  (void)(local ? localtime_r(&now, &parts) : gmtime_r(&now, &parts));
+  const rtc_time time{.tm_sec = parts.tm_sec,
+                      .tm_min = parts.tm_min,
+                      .tm_hour = parts.tm_hour,
+                      .tm_mday = parts.tm_mday,
+                      .tm_mon = parts.tm_mon,
+                      .tm_year = parts.tm_year,
+                      .tm_wday = parts.tm_wday,
+                      .tm_yday = 0,
+                      .tm_isdst = 0};
+  return ioctl(device.get(), RTC_SET_TIME, &time) == 0 ? NS_OK : fail();
+}
 
 nsresult nsLinuxClock::ReadLocalTime(nsPlatformTime* aTime) {
   tzset();  // localtime_r alone would not notice that the zone has changed

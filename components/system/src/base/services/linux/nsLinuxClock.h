@@ -15,6 +15,9 @@ class nsLinuxClock final : public nsPlatformClock {
   nsresult ReadUtcTime(nsPlatformTime* aTime) override;
   nsresult WriteLocalTime(const nsPlatformTime& aTime, uint32_t* aError) override;
   nsresult WriteUtcTime(const nsPlatformTime& aTime, uint32_t* aError) override;
+  /// By the driver of the clock that the system itself starts from. In UTC, or in local time where
+  /// /etc/adjtime says so.
+  nsresult WriteHardwareClock(uint32_t* aError) override;
   nsresult EnablePrivilege(std::string_view aName, bool aEnable, uint32_t* aError) override;
 
  private:

@@ -28,8 +28,8 @@ bool IsOf(FcPattern* aPattern, const std::string& aPath) {
          aPath == reinterpret_cast<const char*>(file);
 }
 
-uint32_t CountApplicationFonts() {
-  const FcFontSet* set = FcConfigGetFonts(nullptr, FcSetApplication);
+uint32_t CountApplicationFonts(FcConfig* aConfig) {
+  const FcFontSet* set = FcConfigGetFonts(aConfig, FcSetApplication);
   return set ? static_cast<uint32_t>(set->nfont) : 0;
 }
 
@@ -48,6 +48,46 @@ std::string OwnName(FcPattern* aFont, const std::string& aFamily) {
 
 }  // namespace
 
+nsLinuxFonts::nsLinuxFonts(std::chrono::seconds aInterval) : mInterval(aInterval) {}
+
+nsLinuxFonts::~nsLinuxFonts() { Release(); }
+
+// Takes over a reference to the configuration, and adds our fonts to it.
+void nsLinuxFonts::Adopt(FcConfig* aConfig) {
+  Release();
+  mConfig = aConfig;
+  mItsInterval = FcConfigGetRescanInterval(mConfig);
+  (void)FcConfigSetRescanInterval(mConfig, 0);
+  mNextLook = std::chrono::steady_clock::now() + mInterval;
+  // A file that has gone meanwhile is one that nobody can draw with.
+  for (const std::string& file : mFiles) (void)FcConfigAppFontAddFile(mConfig, Text(file));
+}
+
+void nsLinuxFonts::Release() {
+  if (!mConfig) return;
+  (void)FcConfigSetRescanInterval(mConfig, mItsInterval);
+  FcConfigDestroy(mConfig);
+  mConfig = nullptr;
+}
+
+void nsLinuxFonts::KeepUp() {
+  if (!mConfig) return;
+  FcConfig* const current = FcConfigReference(nullptr);
+  if (current && current != mConfig) {
+    Adopt(current);  // somebody in this process had it read anew
+    return;
+  }
+  if (current) FcConfigDestroy(current);
+  const auto now = std::chrono::steady_clock::now();
+  if (now < mNextLook) return;
+  mNextLook = now + mInterval;
+  if (FcConfigUptoDate(mConfig)) return;
+  if (FcConfig* const fresh = FcInitLoadConfigAndFonts()) {
+    Adopt(fresh);
+    (void)FcConfigSetCurrent(fresh);
+  }
+}
+
 nsresult nsLinuxFonts::ReadSystemFolders(std::vector<std::string>* aPaths) {
   const Owned<FcStrList> folders(FcConfigGetFontDirs(nullptr));
   if (!folders) return NS_ERROR_NOT_AVAILABLE;
@@ -61,30 +101,45 @@ nsresult nsLinuxFonts::ReadSystemFolders(std::vector<std::string>* aPaths) {
 nsresult nsLinuxFonts::AddFontFile(const std::string& aPath, uint32_t* aCount) {
   struct stat status;
   if (stat(aPath.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return NS_ERROR_FAILURE;
-  const uint32_t before = CountApplicationFonts();
-  if (!FcConfigAppFontAddFile(nullptr, Text(aPath))) return NS_ERROR_FAILURE;
-  const uint32_t added = CountApplicationFonts() - before;
-  if (added == 0) return NS_ERROR_FAILURE;
+  if (mConfig) {
+    KeepUp();
+  } else {
+    (void)FcInitBringUptoDate();
+    FcConfig* const current = FcConfigReference(nullptr);
+    if (!current) return NS_ERROR_FAILURE;
+    Adopt(current);
+  }
+  const uint32_t before = CountApplicationFonts(mConfig);
+  const bool good = FcConfigAppFontAddFile(mConfig, Text(aPath));
+  const uint32_t added = CountApplicationFonts(mConfig) - before;
+  if (!good || added == 0) {
+    if (mFiles.empty()) Release();
+    return NS_ERROR_FAILURE;
+  }
+  mFiles.push_back(aPath);
   *aCount = added;
   return NS_OK;
 }
 
 nsresult nsLinuxFonts::RemoveFontFile(const std::string& aPath) {
+  KeepUp();
+  if (std::erase(mFiles, aPath) == 0) return NS_ERROR_FAILURE;
   // Fontconfig can only forget all application fonts at once, and reading the others again would
   // take longer with each that there is. The set is a public structure, and belongs to the
   // configuration, which keeps no copy of it.
-  FcFontSet* set = FcConfigGetFonts(nullptr, FcSetApplication);
-  if (!set) return NS_ERROR_FAILURE;
-  FcPattern** const end = set->fonts + set->nfont;
-  FcPattern** const rest =
-      std::stable_partition(set->fonts, end, [&](FcPattern* aFont) { return !IsOf(aFont, aPath); });
-  if (rest == end) return NS_ERROR_FAILURE;
-  std::for_each(rest, end, FcPatternDestroy);
-  set->nfont = static_cast<int>(rest - set->fonts);
+  if (FcFontSet* const set = FcConfigGetFonts(mConfig, FcSetApplication)) {
+    FcPattern** const end = set->fonts + set->nfont;
+    FcPattern** const rest = std::stable_partition(
+        set->fonts, end, [&](FcPattern* aFont) { return !IsOf(aFont, aPath); });
+    std::for_each(rest, end, FcPatternDestroy);
+    set->nfont = static_cast<int>(rest - set->fonts);
+  }
+  if (mFiles.empty()) Release();
   return NS_OK;
 }
 
 nsresult nsLinuxFonts::ReadFaces(const std::string& aFamily, std::vector<Face>* aFaces) {
+  KeepUp();
   const Owned<FcPattern> family(FcPatternCreate());
   const Owned<FcObjectSet> fields(FcObjectSetBuild(FC_FAMILY, FC_SLANT, FC_WEIGHT, nullptr));
   if (!family || !fields || !FcPatternAddString(family.get(), FC_FAMILY, Text(aFamily)))

@@ -34,17 +34,19 @@ std::optional<std::string> ReadFile(const std::string& aPath) {
   return bytes;
 }
 
-// A name from outside must not lead out of the zone data.
+// A name from outside must not lead out of the zone data. "localtime" there is a link to the
+// machine's setting, and "posixrules" one to an example: they are names of no zone.
 bool IsPlainName(std::string_view aName) {
   return !aName.empty() && aName.front() != '/' && aName.find("..") == aName.npos &&
-         aName.find('\0') == aName.npos;
+         aName.find('\0') == aName.npos && aName != "localtime" && aName != "posixrules";
 }
 
 }  // namespace
 
 nsLinuxTimeZones::nsLinuxTimeZones(std::string_view aRoot)
     : mLocalTime(std::string(aRoot) + "/etc/localtime"),
-      mZoneData(std::string(aRoot) + std::string(kZoneData)) {}
+      mZoneData(std::string(aRoot) + std::string(kZoneData)),
+      mTimeZone(std::string(aRoot) + "/etc/timezone") {}
 
 bool nsLinuxTimeZones::HasZone(std::string_view aOlsonName) const {
   if (!IsPlainName(aOlsonName)) return false;
@@ -66,10 +68,12 @@ nsresult nsLinuxTimeZones::Describe(std::string_view aOlsonName,
 
 nsresult nsLinuxTimeZones::ReadCurrentOlsonName(std::string* aName) {
   std::error_code error;
-  const fs::path target = fs::read_symlink(mLocalTime, error);
-  if (!error) {
+  // What the link says is the name that was set, which may be one of several of its zone; where it
+  // leads over others, the name is where it ends.
+  for (const fs::path& target :
+       {fs::read_symlink(mLocalTime, error), fs::canonical(mLocalTime, error)}) {
     const std::string text = target.string();
-    constexpr std::string_view kFolder = "zoneinfo/";
+    constexpr std::string_view kFolder = "/zoneinfo/";
     if (const size_t at = text.rfind(kFolder); at != text.npos) {
       std::string name = text.substr(at + kFolder.size());
       for (const std::string_view variant : {"posix/", "right/"})
@@ -91,20 +95,28 @@ nsresult nsLinuxTimeZones::ReadCurrentOlsonName(std::string* aName) {
   return NS_OK;
 }
 
+bool nsLinuxTimeZones::HasSameBytes(const std::string& aOlsonName,
+                                    const std::string& aBytes) const {
+  std::error_code error;
+  return fs::file_size(mZoneData + aOlsonName, error) == aBytes.size() && !error &&
+         ReadFile(mZoneData + aOlsonName) == aBytes;
+}
+
+bool nsLinuxTimeZones::IsSameZone(const nsPlatformZoneName& aZone, std::string_view aOlsonName) {
+  if (!HasZone(aZone.mOlsonName) || !HasZone(aOlsonName)) return false;
+  const auto bytes = ReadFile(mZoneData + std::string(aOlsonName));
+  return bytes && HasSameBytes(std::string(aZone.mOlsonName), *bytes);
+}
+
 // The zone whose file has these bytes. Several may: those of the list of zones come first, then
 // the others, in the order of their names.
 std::optional<std::string> nsLinuxTimeZones::FindZoneOfCopy(const std::string& aBytes) const {
-  const auto isCopy = [&](const std::string& aName) {
-    std::error_code error;
-    return fs::file_size(mZoneData + aName, error) == aBytes.size() && !error &&
-           ReadFile(mZoneData + aName) == aBytes;
-  };
   std::ifstream list(mZoneData + "zone1970.tab");
   for (std::string line; std::getline(list, line);) {
     std::istringstream fields(line);
     std::string countries, place, name;
     if (line.starts_with('#') || !(fields >> countries >> place >> name)) continue;
-    if (IsPlainName(name) && isCopy(name)) return name;
+    if (IsPlainName(name) && HasSameBytes(name, aBytes)) return name;
   }
   std::error_code error;
   std::set<std::string> names;
@@ -114,7 +126,7 @@ std::optional<std::string> nsLinuxTimeZones::FindZoneOfCopy(const std::string& a
     std::error_code fileError;
     std::string name = entry->path().lexically_relative(root).string();
     if (entry->is_regular_file(fileError) && !name.starts_with("posix/") &&
-        !name.starts_with("right/") && isCopy(name))
+        !name.starts_with("right/") && IsPlainName(name) && HasSameBytes(name, aBytes))
       names.insert(std::move(name));
   }
   if (names.empty()) return std::nullopt;
@@ -190,6 +202,9 @@ nsresult nsLinuxTimeZones::WriteCurrentZone(const nsPlatformZoneName& aZone,
     unlink(fresh.c_str());
     return rv;
   }
+  // The link decides, so that a name beside it that can't be written is no failure.
+  if (access(mTimeZone.c_str(), F_OK) == 0)
+    (void)NS_ReplaceFile(mTimeZone, std::string(aZone.mOlsonName) + "\n", 0644);
   const nsUniqueFd folder(open(fs::path(mLocalTime).parent_path().c_str(), O_RDONLY | O_CLOEXEC));
   return folder && fsync(folder.get()) == 0 ? NS_OK : fail();
 }
