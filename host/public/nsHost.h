@@ -73,8 +73,12 @@ class __attribute__((visibility("default"))) nsHost {
   /// Announces "quit-application-granted" and "quit-application", the first time, and lets Run come
   /// back.
   void Quit();
+  /// Lets Run come back, now and until Stop, and announces nothing: for who will call Stop.
+  void LeaveRun();
   /// True from Quit to the end of Stop.
   bool IsQuitting() const;
+  /// True inside Stop.
+  bool IsStopping() const;
   /// Quits, if nobody has, announces the end of the profile, and shuts down threads, services and
   /// modules. Nothing when it does not run. Whoever still holds an object of a library that was
   /// loaded must not touch it any more.

@@ -99,6 +99,88 @@ TEST(Watch, StopFromWithinTheEndCountsTwice) {
   EXPECT_EQ(outcome.mOutput, "stopped\nfalse\nfile\nthe other one, too\n");
 }
 
+// What the collector lets go may be a watcher whose end waits for the lock that its caller holds.
+TEST(Watch, CollectionInsideACallHangsThePlayer) {
+  nsProgram program;
+  fs::create_directory(fs::path(program.Directory()) / "data");
+  const std::string script = program.Write("app.js", R"(
+    const listener = (name) => {
+      const hear = (event) => () => {
+        new FileSystemWatcher({ rootPath: "data/", listener: { onWatcherStarted() {} } });
+        Components.utils.forceGC();
+        console.log(name, event);
+        if (event === "added") setTimeout(() => quit(0), 0);
+      };
+      return { onWatcherStarted: hear("started"), onWatcherStopped: hear("stopped"), onFileSystemAdded: hear("added") };
+    };
+    let dropped = new FileSystemWatcher({ rootPath: "data/", listener: listener("dropped") });
+    dropped.startWatching();
+    const other = listener("kept");
+    const kept = new FileSystemWatcher({ rootPath: "data/", listener: {
+      ...other, onWatcherStarted() { dropped = null; other.onWatcherStarted(); } } });
+    kept.startWatching();
+  )");
+  program.Start({script});
+  ASSERT_TRUE(program.WaitFor("dropped stopped\n"));
+  std::ofstream(fs::path(program.Directory()) / "data/file");
+  const nsOutcome outcome = program.Finish(0);
+  EXPECT_EQ(outcome.mStatus, 0) << outcome.mErrors;
+  EXPECT_EQ(outcome.mOutput,
+            "dropped started\nkept started\ndropped stopped\nkept added\nkept stopped\n");
+}
+
+TEST(Watch, StartOrStopInsideTheTellingOfThemHangs) {
+  nsProgram program;
+  fs::create_directory(fs::path(program.Directory()) / "data");
+  const std::string script = program.Write("app.js", R"(
+    const attempt = (call) => { try { call(); return "done"; } catch (error) { return error; } };
+    const wait = (watcher) => { watcher.stopWatching(); console.log("stopped", watcher.isWatching); };
+    let events = 0;
+    const make = (name) => {
+      const other = new FileSystemWatcher({ rootPath: "data/", listener: { onWatcherStarted() {} } });
+      const self = new FileSystemWatcher({ rootPath: "data/", listener: {
+        onWatcherStarted() {
+          console.log(name, attempt(() => self.stopWatching()).name, attempt(() => other.startWatching()).name);
+          if (++events == 1) console.log(attempt(() => self.stopWatching()).message.replace(/.*: /, ""));
+          // A late one is told at once; its own watch may not be ended before it stands.
+          if (name === "first") setTimeout(() => { second.startWatching(); wait(second); wait(self); quit(0); }, 0);
+        },
+        onWatcherStopped() { console.log(name, attempt(() => self.stopWatching()), attempt(() => self.startWatching()).name); },
+      } });
+      return self;
+    };
+    const first = make("first"), second = make("second");
+    first.startWatching();
+  )");
+  const nsOutcome outcome = program.Run({script});
+  EXPECT_EQ(outcome.mStatus, 0) << outcome.mErrors;
+  EXPECT_EQ(outcome.mOutput,
+            "first NS_ERROR_IN_PROGRESS NS_ERROR_IN_PROGRESS\n"
+            "a watch of this directory is just telling of its start or end; call it later, from "
+            "setTimeout(..., 0)\n"
+            "second NS_ERROR_IN_PROGRESS undefined\n"
+            "second done NS_ERROR_IN_PROGRESS\nstopped false\n"
+            "first done NS_ERROR_IN_PROGRESS\nstopped false\n");
+}
+
+TEST(Watch, EndInsideTheTellingOfTheStartHangs) {
+  nsProgram program;
+  fs::create_directory(fs::path(program.Directory()) / "data");
+  const nsOutcome outcome = program.Run({program.Write("app.js", R"(
+    const watcher = new FileSystemWatcher({ rootPath: "data/", listener: {
+      onWatcherStarted() {
+        Components.classes["@mozilla.org/toolkit/app-startup;1"]
+          .getService(Components.interfaces.nsIAppStartup).quit(0);
+        console.log("started");
+      },
+      onWatcherStopped() { console.log("stopped"); },
+    } });
+    watcher.startWatching();
+  )")});
+  EXPECT_EQ(outcome.mStatus, 0) << outcome.mErrors;
+  EXPECT_EQ(outcome.mOutput, "started\nstopped\n");
+}
+
 TEST(Watch, WrongUseOfTheConstructorIsAccepted) {
   nsProgram program;
   fs::create_directory(fs::path(program.Directory()) / "data");

@@ -110,10 +110,10 @@ class ScriptTimer final : public nsImplements<ScriptTimer, nsITimerCallback> {
 
   nsresult Notify(nsITimer*) override {
     nsScriptRuntime* const runtime = Runtime();
-    if (!runtime || !mFunction) return NS_OK;
+    if (!runtime || !mFunction || runtime->HasQuit()) return NS_OK;
     JSContext* const cx = runtime->Context();
     const nsCOMPtr<ScriptTimer> alive(this);
-    nsScriptRuntime::Entry entry(runtime, mComponent);
+    nsScriptRuntime::Entry entry(runtime, mComponent, nsScriptRuntime::Caller::eLoop);
     if (!mRepeats) Clear(runtime, mId);
     JS::RootedValue function(cx, JS::ObjectValue(*mFunction)), result(cx);
     JS::RootedValueVector arguments(cx);
@@ -272,7 +272,6 @@ bool GetObject(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
   const nsresult rv =
       Service ? vorel::detail::GetServiceByContract(contract.c_str(), iid, NS_OutVoid(object))
               : vorel::detail::CreateByContract(contract.c_str(), iid, NS_OutVoid(object));
-  if (runtime->IsStopping()) return false;
   if (NS_FAILED(rv) || !object)
     return NS_ThrowResult(cx, NS_FAILED(rv) ? rv : NS_ERROR_FAILURE, method);
   return runtime->Wrap(object.get(), nsScriptTables::Find(iid), args.rval());
@@ -332,25 +331,31 @@ bool WrapperName(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
   return true;
 }
 
+/// A function that called back into a script's toString or trap, which called quit().
+template <JSNative Function>
+bool Stops(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
+  return Function(cx, aArgc, aVp) && !Runtime()->IsStopping();
+}
+
 const JSFunctionSpec kNatives[] = {
-    JS_FN("print", Print, 2, 0),
+    JS_FN("print", Stops<Print>, 2, 0),
     JS_FN("interfaceNames", InterfaceNames, 0, 0),
-    JS_FN("interfaceObject", OfInterface<&nsScriptRuntime::InterfaceObject>, 1, 0),
-    JS_FN("prototypeOf", OfInterface<&nsScriptRuntime::Prototype>, 1, 0),
-    JS_FN("isRegistered", ClassIsRegistered, 1, 0),
-    JS_FN("getService", GetObject<true>, 2, 0),
-    JS_FN("createInstance", GetObject<false>, 2, 0),
-    JS_FN("collectGarbage", CollectGarbage, 0, 0),
-    JS_FN("reportError", ReportError, 1, 0),
-    JS_FN("makeError", MakeError, 2, 0),
+    JS_FN("interfaceObject", Stops<OfInterface<&nsScriptRuntime::InterfaceObject>>, 1, 0),
+    JS_FN("prototypeOf", Stops<OfInterface<&nsScriptRuntime::Prototype>>, 1, 0),
+    JS_FN("isRegistered", Stops<ClassIsRegistered>, 1, 0),
+    JS_FN("getService", Stops<GetObject<true>>, 2, 0),
+    JS_FN("createInstance", Stops<GetObject<false>>, 2, 0),
+    JS_FN("collectGarbage", Stops<CollectGarbage>, 0, 0),
+    JS_FN("reportError", Stops<ReportError>, 1, 0),
+    JS_FN("makeError", Stops<MakeError>, 2, 0),
     JS_FN("lexicalNames", LexicalNames, 0, 0),
     JS_FN("wrapperName", WrapperName, 1, 0),
     JS_FS_END,
 };
 
 const JSFunctionSpec kGlobals[] = {
-    JS_FN("setTimeout", SetTimer<false>, 2, JSPROP_ENUMERATE),
-    JS_FN("setInterval", SetTimer<true>, 2, JSPROP_ENUMERATE),
+    JS_FN("setTimeout", Stops<SetTimer<false>>, 2, JSPROP_ENUMERATE),
+    JS_FN("setInterval", Stops<SetTimer<true>>, 2, JSPROP_ENUMERATE),
     JS_FN("clearTimeout", ClearTimer, 1, JSPROP_ENUMERATE),
     JS_FN("clearInterval", ClearTimer, 1, JSPROP_ENUMERATE),
     JS_FN("quit", Quit, 1, JSPROP_ENUMERATE),
@@ -411,12 +416,11 @@ bool Construct(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
     rv = initializer->Initialize(runtime->Document(), cx, &value.toObject(), args.length(),
                                  reinterpret_cast<jsval*>(args.array()));
     runtime->mConstructing = outer;
-    if (runtime->IsStopping()) return false;
     if (NS_FAILED(rv)) return NS_ThrowResult(cx, rv, method);
     JS_ClearPendingException(cx);
   }
   args.rval().set(value);
-  return true;
+  return !runtime->IsStopping();
 }
 
 /// The object behind a global name that the categories of DOM classes, DOM interfaces or
@@ -480,6 +484,7 @@ bool NS_ResolveGlobalName(JSContext* cx, JS::HandleObject aGlobal, JS::HandleId 
   } else if (!ResolveClass(cx, name, aResolved, &value)) {
     return false;
   }
+  if (Runtime()->IsStopping()) return false;
   return !*aResolved || JS_DefinePropertyById(cx, aGlobal, aId, value, 0);
 }
 

@@ -22,6 +22,7 @@ class CallScope {
   }
   CallScope(const CallScope&) = delete;
   CallScope& operator=(const CallScope&) = delete;
+  static bool IsOpen() { return sDepth > 0; }
 
  private:
   friend const char16_t* Keep(JSContext* cx, JSString* aString, size_t* aLength);

@@ -110,6 +110,7 @@ class ScriptFactory final : public nsImplements<ScriptFactory, nsIFactory> {
     nsScriptRuntime* const runtime = nsScriptRuntime::Current();
     if (!runtime || !mClass) return NS_ERROR_NOT_AVAILABLE;
     if (aOuter) return NS_ERROR_NO_AGGREGATION;
+    if (runtime->IsStopping()) return NS_ERROR_ABORT;
     JSContext* const cx = runtime->Context();
     nsScriptRuntime::Entry entry(runtime, true);
     JS::RootedValue made(cx), constructor(cx, JS::ObjectValue(*mClass));
@@ -150,6 +151,7 @@ class ModuleLoader final : public nsImplements<ModuleLoader, nsIModuleLoader> {
     std::string error;
     nsScriptRuntime* const runtime = nsScriptRuntime::GetOrCreate(&error);
     if (!runtime) return NS_ERROR_NOT_AVAILABLE;
+    if (runtime->IsStopping()) return NS_ERROR_ABORT;
     JSContext* const cx = runtime->Context();
     nsScriptRuntime::Entry entry(runtime, true);
     const std::string file(NS_View(aPath));

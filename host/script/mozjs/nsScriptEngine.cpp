@@ -9,12 +9,17 @@
 #include <bit>
 
 #include "nsKeptCharacters.h"
+#include "nsScriptErrors.h"
+#include "nsScriptRuntime.h"
+#include "nsVorelMethodCaller.h"
 
 static_assert(sizeof(jsval) == sizeof(JS::Value));
 
 namespace {
 JS::Value FromPlain(jsval aValue) { return JS::Value::fromRawBits(aValue.mBits); }
 jsval ToPlain(const JS::Value& aValue) { return {aValue.asRawBits()}; }
+/// After quit() no getter and no toString runs.
+bool IsStopping() { return nsScriptRuntime::Current() && nsScriptRuntime::Current()->IsStopping(); }
 }  // namespace
 
 int32_t JS_TypeOfValue(JSContext* cx, jsval aValue) {
@@ -38,6 +43,7 @@ int32_t JS_TypeOfValue(JSContext* cx, jsval aValue) {
 }
 
 JSString* JS_ValueToString(JSContext* cx, jsval aValue) {
+  if (IsStopping()) return nullptr;
   JS::RootedValue value(cx, FromPlain(aValue));
   return JS::ToString(cx, value);
 }
@@ -47,6 +53,7 @@ const char16_t* JS_GetStringCharsZAndLength(JSContext* cx, JSString* aString, si
 }
 
 int JS_GetProperty(JSContext* cx, JSObject* aObject, const char* aName, jsval* aValue) {
+  if (IsStopping()) return 0;
   JS::RootedObject object(cx, aObject);
   JS::RootedValue value(cx);
   if (!::JS_GetProperty(cx, JS::HandleObject(object), aName, JS::MutableHandleValue(&value)))
@@ -66,4 +73,9 @@ int JS_ValueToObject(JSContext*, jsval aValue, JSObject** aObject) {
   if (!value.isObject() && !value.isNullOrUndefined()) return 0;
   *aObject = value.isObject() ? &value.toObject() : nullptr;
   return 1;
+}
+
+void JS_ExplainFailure(const char* aText) {
+  nsScriptRuntime* const runtime = nsScriptRuntime::Current();
+  if (runtime && NS_IsMainThread()) runtime->mReason = aText;
 }

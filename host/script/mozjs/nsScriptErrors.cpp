@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "nsScriptRuntime.h"
 #include "nsString.h"
@@ -53,8 +54,12 @@ bool NewError(JSContext* cx, JSExnType aType, const std::string& aMessage,
   return JS::CreateError(cx, aType, stack, file, line, column, nullptr, message, cause, aError);
 }
 
+/// Ended by quit(): what is thrown now could be caught.
+bool IsStopping() { return nsScriptRuntime::Current() && nsScriptRuntime::Current()->IsStopping(); }
+
 bool Throw(JSContext* cx, JSExnType aType, const std::string& aMessage) {
   JS::RootedValue error(cx);
+  if (IsStopping()) return false;
   if (NewError(cx, aType, aMessage, &error)) JS_SetPendingException(cx, error);
   return false;
 }
@@ -71,7 +76,7 @@ bool NS_ThrowError(JSContext* cx, const std::string& aMessage) {
 
 bool NS_ThrowResult(JSContext* cx, nsresult aResult, const std::string& aMethod,
                     const std::string& aDetail) {
-  if (JS_IsExceptionPending(cx)) return false;
+  if (JS_IsExceptionPending(cx) || IsStopping()) return false;
   char code[16];
   snprintf(code, sizeof code, "0x%08x", static_cast<unsigned>(aResult));
   const std::string_view known = NS_ResultName(aResult);
@@ -79,7 +84,9 @@ bool NS_ThrowResult(JSContext* cx, nsresult aResult, const std::string& aMethod,
   // The text of an error begins with its name.
   std::string message = aMethod;
   if (!message.empty() && !known.empty()) message += std::string(" (") + code + ")";
-  if (!aDetail.empty()) message += (message.empty() ? "" : ": ") + aDetail;
+  const std::string reason = std::exchange(nsScriptRuntime::Current()->mReason, {});
+  for (const std::string& part : {aDetail, reason})
+    if (!part.empty()) message += (message.empty() ? "" : ": ") + part;
   JS::RootedValue error(cx);
   if (!NewError(cx, JSEXN_ERR, message, &error)) return false;
   JS::RootedObject object(cx, &error.toObject());

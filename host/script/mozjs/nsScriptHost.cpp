@@ -25,7 +25,7 @@ std::unique_ptr<nsScriptHost> nsScriptHost::Create(const nsScriptOptions& aOptio
   nsScriptRuntime* const runtime = nsScriptRuntime::GetOrCreate(aError);
   if (!runtime) return nullptr;
   JSContext* const cx = runtime->Context();
-  nsScriptRuntime::Entry entry(runtime);
+  nsScriptRuntime::Entry entry(runtime, false, nsScriptRuntime::Caller::eLoop);
   JS_SetGCParameter(cx, JSGC_MAX_BYTES, aOptions.mHeapLimit);
   // Memory is out only when a collection does not help; the engine would try that once a minute.
   JS_SetGCParameter(cx, JSGC_MIN_LAST_DITCH_GC_PERIOD, 0);
@@ -52,7 +52,8 @@ nsScriptHost::~nsScriptHost() { nsScriptRuntime::Shutdown(); }
 nsresult nsScriptHost::RunFile(const std::string& aFile) {
   nsScriptRuntime* const runtime = nsScriptRuntime::Current();
   if (!runtime) return NS_ERROR_NOT_AVAILABLE;
-  nsScriptRuntime::Entry entry(runtime);
+  if (runtime->HasQuit()) return NS_OK;  // a component may have, at the start
+  nsScriptRuntime::Entry entry(runtime, false, nsScriptRuntime::Caller::eLoop);
   if (NS_RunFile(runtime, aFile) || !JS_IsExceptionPending(runtime->Context()))
     return NS_OK;  // through, or stopped by quit()
   runtime->ReportException();
@@ -64,7 +65,7 @@ nsresult nsScriptHost::Evaluate(std::string_view aText, const char* aName, std::
   if (!runtime) return NS_ERROR_NOT_AVAILABLE;
   if (aResult) aResult->clear();
   JSContext* const cx = runtime->Context();
-  nsScriptRuntime::Entry entry(runtime);
+  nsScriptRuntime::Entry entry(runtime, false, nsScriptRuntime::Caller::eLoop);
   JS::CompileOptions options(cx);
   options.setFileAndLine(aName, 1);
   JS::SourceText<mozilla::Utf8Unit> source;
@@ -101,7 +102,7 @@ std::vector<std::string> nsScriptHost::Complete(std::string_view aText, size_t* 
   nsScriptRuntime* const runtime = nsScriptRuntime::Current();
   if (!runtime) return names;
   JSContext* const cx = runtime->Context();
-  nsScriptRuntime::Entry entry(runtime);
+  nsScriptRuntime::Entry entry(runtime, false, nsScriptRuntime::Caller::eLoop);
   JSString* const string = NS_NewScriptString(cx, aText);
   JS::RootedValue text(cx), answer(cx), complete(cx, JS::ObjectValue(*runtime->mComplete)),
       value(cx);
@@ -128,7 +129,7 @@ bool nsScriptHost::IsIncomplete(std::string_view aText) {
   nsScriptRuntime* const runtime = nsScriptRuntime::Current();
   if (!runtime) return false;
   JSContext* const cx = runtime->Context();
-  nsScriptRuntime::Entry entry(runtime);
+  nsScriptRuntime::Entry entry(runtime, false, nsScriptRuntime::Caller::eLoop);
   JS::RootedObject global(cx, runtime->Global());
   return !JS_Utf8BufferIsCompilableUnit(cx, global, aText.data(), aText.size());
 }

@@ -13,6 +13,7 @@
 
 #include <cstdio>
 
+#include "nsHost.h"
 #include "nsIObserverService.h"
 #include "nsIThread.h"
 #include "nsImplements.h"
@@ -56,15 +57,19 @@ struct Engine {
   const bool mUp;
 };
 
-/// Ends scripts when the host ends.
+constexpr std::string_view kQuitTopic = "quit-application", kEndTopic = "xpcom-shutdown-threads";
+
+/// Ends scripts when the host ends. Any script can find it and send it anything, so that the host
+/// is asked whether it is so.
 class EndObserver final : public nsImplements<EndObserver, nsIObserver> {
  public:
   nsresult Observe(nsISupports*, const char* aTopic, const char16_t*) override {
     nsScriptRuntime* const runtime = nsScriptRuntime::Current();
     if (!runtime || !aTopic) return NS_OK;
-    if (std::string_view(aTopic) == "quit-application")
+    const nsHost* const host = nsHost::Current();
+    if (aTopic == kQuitTopic)
       runtime->Quit(runtime->mStatus);
-    else if (!runtime->IsRunningScript())  // a script may send any topic
+    else if (aTopic == kEndTopic && host && host->IsStopping() && !runtime->IsInUse())
       nsScriptRuntime::Shutdown();
     return NS_OK;
   }
@@ -73,7 +78,15 @@ class EndObserver final : public nsImplements<EndObserver, nsIObserver> {
   ~EndObserver() override = default;
 };
 
-constexpr const char* kTopics[] = {"quit-application", "xpcom-shutdown-threads"};
+constexpr const char* kTopics[] = {kQuitTopic.data(), kEndTopic.data()};
+
+/// What quit() cuts short stays so, whatever compiled code on the stack makes of it.
+bool StopInterrupted(JSContext* cx) {
+  const nsScriptRuntime* const runtime = nsScriptRuntime::Current();
+  if (!runtime || !runtime->IsStopping()) return true;
+  JS_RequestInterruptCallback(cx);  // for whatever is entered next
+  return false;
+}
 
 }  // namespace
 
@@ -106,6 +119,10 @@ bool nsScriptRuntime::Init(std::string* aError) {
   JS_SetNativeStackQuota(mCx, kScriptStack);
   if (!js::UseInternalJobQueues(mCx) || !JS::InitSelfHostedCode(mCx)) {
     *aError = "the script engine can't be set up";
+    return false;
+  }
+  if (!JS_AddInterruptCallback(mCx, StopInterrupted)) {
+    *aError = "no memory for the script engine";
     return false;
   }
   JS_AddWeakPointerZonesCallback(mCx, SweepWrappers, this);
@@ -176,26 +193,29 @@ bool nsScriptRuntime::SetDocumentFile(const std::string& aFile) {
 
 // ---- Entries
 
-nsScriptRuntime::Entry::Entry(nsScriptRuntime* aRuntime, bool aComponent)
+nsScriptRuntime::Entry::Entry(nsScriptRuntime* aRuntime, bool aComponent, Caller aCaller)
     : mRuntime(aRuntime),
       mWasComponent(aRuntime->mInComponent),
+      mWasFree(aRuntime->mIsFree),
       mRealm(aRuntime->mCx, aRuntime->mGlobal) {
+  mRuntime->mIsFree = mRuntime->mDepth == 0 && aCaller == Caller::eLoop;
   ++mRuntime->mDepth;
   mRuntime->mInComponent = aComponent;
 }
 
 nsScriptRuntime::Entry::~Entry() {
-  if (mRuntime->mDepth == 1) mRuntime->RunJobs();
+  if (mRuntime->mDepth == 1) {
+    mRuntime->RunJobs();
+    mRuntime->DrainGarbage();
+    mRuntime->mStopping = false;
+  }
   --mRuntime->mDepth;
   mRuntime->mInComponent = mWasComponent;
-  if (mRuntime->mDepth == 0) {
-    mRuntime->mStopping = false;
-    mRuntime->DrainGarbage();
-  }
+  mRuntime->mIsFree = mWasFree;
 }
 
 void nsScriptRuntime::RunJobs() {
-  if (mStopping) return;
+  if (mQuit) return;
   // The caller may be about to look at the exception of its own script.
   JS::AutoSaveExceptionState saved(mCx);
   js::RunJobs(mCx);
@@ -227,6 +247,27 @@ void nsScriptRuntime::Register(nsScriptedObject* aObject, bool aKeepsAlive) {
 void nsScriptRuntime::Unregister(nsScriptedObject* aObject, bool aKeptAlive) {
   mScripted.erase(aObject);
   mLiveObjects -= aKeptAlive;
+}
+
+void nsScriptRuntime::ReleaseOrDispatch() {
+  if (mIsFree && !nsKeptCharacters::CallScope::IsOpen()) return ReleaseGarbage();
+  if (mReleaseAsked) return;
+  class ReleaseEvent final : public nsImplements<ReleaseEvent, nsIRunnable> {
+   public:
+    nsresult Run() override {
+      if (nsScriptRuntime* const runtime = Current()) {
+        runtime->mReleaseAsked = false;
+        runtime->ReleaseGarbage();
+      }
+      return NS_OK;
+    }
+
+   private:
+    ~ReleaseEvent() override = default;
+  };
+  // A main thread that takes no more events is about to end the runtime, and that releases all.
+  mReleaseAsked = NS_SUCCEEDED(
+      NS_DispatchToMainThread(MakeRefCounted<ReleaseEvent>().get(), NS_DISPATCH_NORMAL));
 }
 
 void nsScriptRuntime::ReleaseGarbage() {
@@ -283,9 +324,17 @@ void nsScriptRuntime::ReportValue(JS::HandleValue aException, const char* aPrefi
 
 // ---- The end
 
+void nsScriptRuntime::StopScripts() {
+  mStopping = true;
+  js::StopDrainingJobQueue(mCx);
+  JS_RequestInterruptCallback(mCx);
+}
+
 void nsScriptRuntime::Quit(int aStatus) {
   mQuit = true;
   mStatus = aStatus;
+  // A script may have run the host's loop, and waits for its end.
+  if (nsHost* const host = nsHost::Current()) host->LeaveRun();
   // A loop that waits for an event has to look again.
   class Nothing final : public nsImplements<Nothing, nsIRunnable> {
    public:
@@ -301,12 +350,13 @@ int nsScriptRuntime::RunUntilDone() {
   nsCOMPtr<nsIThread> thread;
   (void)NS_GetMainThread(thread.getter_AddRefs());
   bool ran = true;
+  ++mLoops;
   while (!mQuit && thread) {
     if (!ran) {  // idle
       if (mLiveTimers == 0 && mLiveObjects > 0 && mCollectedAt != mLiveObjects) {
         // Objects may be held by nothing but wrappers that nobody refers to any more.
         JS_GC(mCx);
-        DrainGarbage();
+        ReleaseGarbage();
         mCollectedAt = mLiveObjects;
         ran = true;
         continue;
@@ -317,5 +367,6 @@ int nsScriptRuntime::RunUntilDone() {
     ran = false;
     if (NS_FAILED(thread->ProcessNextEvent(wait, &ran))) break;
   }
+  --mLoops;
   return mStatus;
 }

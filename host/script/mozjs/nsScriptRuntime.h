@@ -69,11 +69,15 @@ class nsScriptRuntime {
   /// pending exception.
   bool SetDocumentFile(const std::string& aFile);
 
+  /// Who enters script: a program or an event that has nothing else on its stack, or compiled code,
+  /// which may hold locks.
+  enum class Caller { eLoop, eCompiledCode };
   /// Stands around every entry into script. The outermost one runs promise jobs, reports rejections
-  /// that nobody handled, and releases what script has let go.
+  /// that nobody handled, and has released what script has let go.
   class Entry {
    public:
-    explicit Entry(nsScriptRuntime* aRuntime, bool aComponent = false);
+    explicit Entry(nsScriptRuntime* aRuntime, bool aComponent = false,
+                   Caller aCaller = Caller::eCompiledCode);
     ~Entry();
     Entry(const Entry&) = delete;
     Entry& operator=(const Entry&) = delete;
@@ -81,6 +85,7 @@ class nsScriptRuntime {
    private:
     nsScriptRuntime* const mRuntime;
     const bool mWasComponent;
+    const bool mWasFree;
     JSAutoRealm mRealm;
   };
 
@@ -98,10 +103,14 @@ class nsScriptRuntime {
   bool AddFace(JS::HandleObject aObject, nsWrapper* aWrapper, const nsScriptInterface* aInterface,
                bool* aImplements);
   JSObject* Prototype(const nsScriptInterface* aInterface);
+  // The collector runs wherever script allocates, also in the middle of a call from compiled code
+  // that holds locks, and what it lets go may be an object whose end waits for one of them.
   void ReleaseLater(nsISupports* aObject) { mGarbage.push_back(aObject); }
+  /// Releases what has been let go: here, when no compiled code but a loop is below, otherwise in
+  /// an event of its own.
   void DrainGarbage() {
     if (!mGarbage.empty()) [[unlikely]]
-      ReleaseGarbage();
+      ReleaseOrDispatch();
   }
 
   /// The property of a table's name, made once. False with a pending exception.
@@ -131,11 +140,14 @@ class nsScriptRuntime {
   void ReportValue(JS::HandleValue aException, const char* aPrefix);
   void Quit(int aStatus);
   bool HasQuit() const { return mQuit; }
-  bool IsRunningScript() const { return mDepth > 0; }
-  /// Set from a call of quit() in script until the outermost script has ended.
+  /// Script runs, or a loop of this runtime does: it must not go now.
+  bool IsInUse() const { return mDepth > 0 || mLoops > 0; }
+  /// Set from a call of quit() in script until the outermost script has ended. No script runs then,
+  /// and nothing is thrown that one could catch.
   bool IsStopping() const { return mStopping; }
-  void StopScripts() { mStopping = true; }
+  void StopScripts();
   int RunUntilDone();
+  std::string mReason;        ///< of the next failure of compiled code, when it has given one
   std::string mConstructing;  ///< "new Name: " while a compiled object reads its arguments
   int mStatus = 0;
   bool mEndsWithOutput = false;
@@ -174,6 +186,7 @@ class nsScriptRuntime {
   nsScriptRuntime();
   ~nsScriptRuntime();
   bool Init(std::string* aError);
+  void ReleaseOrDispatch();
   void ReleaseGarbage();
   void RunJobs();
   bool ReadClassInfo(nsISupports* aNative, std::vector<const nsScriptInterface*>* aInterfaces,
@@ -202,6 +215,9 @@ class nsScriptRuntime {
   uint32_t mLiveObjects = 0;
   uint32_t mCollectedAt = 0;
   unsigned mDepth = 0;
+  unsigned mLoops = 0;
+  bool mIsFree = false;  ///< script runs with nothing below it but a loop
+  bool mReleaseAsked = false;
   bool mInComponent = false;
   bool mQuit = false;
   bool mStopping = false;

@@ -62,6 +62,7 @@ bool nsScriptedObject::Get(nsScriptRuntime* aRuntime, JS::HandleObject aObject,
                            const nsScriptInterface* aInterface, const std::string& aName,
                            const std::string& aPlace, nsCOMPtr<nsISupports>* aResult) {
   JSContext* const cx = aRuntime->Context();
+  if (aRuntime->IsStopping()) return false;
   const bool root = aInterface && *aInterface->mIID == nsISupports::kIID;
   if (!aInterface || (!aInterface->mImplement && !root))
     return NS_ThrowNotImplemented(cx, aInterface, aName, aPlace);
@@ -135,6 +136,7 @@ bool nsScriptedObject::HasMembers(const nsScriptInterface* aInterface, bool aAll
 
 bool nsScriptedObject::Claims(const nsScriptInterface* aInterface) {
   nsScriptRuntime* const runtime = nsScriptRuntime::Current();
+  if (runtime->IsStopping()) return false;
   JSContext* const cx = runtime->Context();
   nsScriptRuntime::Entry entry(runtime, mComponent);
   JS::RootedObject object(cx, mObject);
@@ -215,6 +217,7 @@ nsresult nsScriptedObject::CallScript(const nsScriptInterface& aInterface,
   }
   nsScriptRuntime* const runtime = nsScriptRuntime::Current();
   if (!runtime) return NS_ERROR_NOT_AVAILABLE;
+  if (runtime->IsStopping()) return NS_ERROR_ABORT;
   const nsCOMPtr<nsScriptedObject> alive(this);
   JSContext* const cx = runtime->Context();
   nsScriptRuntime::Entry entry(runtime, mComponent);

@@ -121,6 +121,8 @@ bool CallMember(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
   nsKeptCharacters::CallScope kept;
   if constexpr (K == Kind::eSetter) {
     if (!NS_FromScript(runtime, args.get(0), params[0], place, frame, 0)) return false;
+    if (runtime->IsStopping()) return false;  // a trap may have called quit()
+    runtime->mReason.clear();
     const nsresult rv = member.mSet(self, frame.mSlots);
     if (runtime->IsStopping()) return false;
     if (NS_FAILED(rv)) return NS_ThrowResult(cx, rv, place.Method());
@@ -151,8 +153,9 @@ bool CallMember(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
     ++next;
   }
   place.mArgument = 0;
-  if (!CheckLengths(cx, params, frame, place)) return false;
+  if (!CheckLengths(cx, params, frame, place) || runtime->IsStopping()) return false;
 
+  runtime->mReason.clear();
   const nsresult rv = member.mCall(self, frame.mSlots);
   if (runtime->IsStopping()) return false;
   if (NS_FAILED(rv)) return NS_ThrowResult(cx, rv, place.Method());
@@ -231,7 +234,7 @@ bool QueryInterface(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
     return NS_ThrowResult(cx, NS_ERROR_NO_INTERFACE, "nsISupports.QueryInterface",
                           table ? std::string(table->mName) : iid.ToString());
   args.rval().setObject(*object);
-  return true;
+  return !runtime->IsStopping();
 }
 
 bool ToString(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
@@ -264,7 +267,7 @@ bool HasInstance(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
     }
     if (implements) args.rval().setBoolean(true);
   }
-  return true;
+  return !runtime->IsStopping();
 }
 
 }  // namespace

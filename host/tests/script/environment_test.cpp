@@ -98,6 +98,40 @@ TEST_F(ScriptEnvironment, StatusIsCut) {
   EXPECT_EQ("undefined", Run("typeof went"));
 }
 
+// After quit() nothing runs, and what has run can't catch it.
+TEST_F(ScriptEnvironment, ScriptRunsAfterItsEnd) {
+  for (const std::string end : {
+           "setTimeout(() => quit(4)); setTimeout(went); setInterval(went, 1)",
+           "Promise.resolve().then(() => quit(4)); Promise.resolve().then(went)",
+           "Promise.resolve().then(went); quit(4)",
+           "new TestThing({ toString() { quit(4) } })",
+           "thing.addListener({ get onThing() { quit(4) }, ask() {} }); thing.notify('x')",
+           "thing.addListener(new Proxy({}, { has() { quit(4) } }))",
+           "thing.addListener({ QueryInterface() { quit(4) }, get ask() { went() } })",
+           "thing.addListener({ onThing() { quit(4) } });"
+           "thing.addListener({ get onThing() { went() }, ask() {} }); thing.notify('x')",
+           "Components.Exception({ toString() { quit(4) } })",
+           "new Components.Exception({ toString() { quit(4) } })",
+           "console.log({ get a() { quit(4) } })",
+           "setTimeout(went, { valueOf() { quit(4) } })",
+           "String(Components.classes[{ toString() { quit(4) } }])",
+           "const s = Components.classes['@mozilla.org/toolkit/app-startup;1'].getService("
+           "Components.interfaces.nsIAppStartup); setTimeout(() => { s.run(); went() });"
+           "setTimeout(() => quit(4), 5)",
+       }) {
+    EXPECT_EQ("", Run("globalThis.runs = 0; globalThis.went = () => { ++runs };"
+                      "setTimeout(() => quit(99), 500); try { " +
+                      end + "; (async () => {})() } catch (e) { went() } finally { } undefined"))
+        << end;
+    EXPECT_EQ(4, Finish().first) << end;
+    EXPECT_EQ("0", Run("runs")) << end;
+    RunEvents();
+    EXPECT_EQ("0", Run("runs")) << end;
+    Stop();
+    SetUp();
+  }
+}
+
 TEST_F(ScriptEnvironment, ValueIsShownAsNothing) {
   EXPECT_EQ("{ a: 1, b: [ \"x\", null ], c: [function f] }",
             Run("({ a: 1, b: ['x', null], c: function f() {} })"));

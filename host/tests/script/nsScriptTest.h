@@ -1,9 +1,11 @@
 // A host with scripts and a test object under the global names `thing` and `TestThing`.
 #pragma once
 
+#include "nsIThread.h"
 #include "nsScriptHost.h"
 #include "nsTestHost.h"
 #include "nsTestThing.h"
+#include "nsVorelMethodCaller.h"
 
 class nsScriptTest : public nsHostTest {
  protected:
@@ -56,6 +58,13 @@ class nsScriptTest : public nsHostTest {
     testing::internal::CaptureStderr();
     const int status = mScripts->RunUntilDone();
     return {status, testing::internal::GetCapturedStderr()};
+  }
+
+  /// Runs what is due on the main thread.
+  void RunEvents() {
+    nsCOMPtr<nsIThread> thread;
+    ASSERT_EQ(NS_OK, NS_GetMainThread(thread.getter_AddRefs()));
+    for (bool ran = true; ran;) ASSERT_EQ(NS_OK, thread->ProcessNextEvent(false, &ran));
   }
 
   nsTestModule mModule;

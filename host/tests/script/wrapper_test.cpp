@@ -137,6 +137,42 @@ TEST_F(ScriptWrapper, TopicOfTheEndTakesTheEngineAwayFromARunningScript) {
                 ".notifyObservers(null, 'xpcom-shutdown-threads', null); 'still here'"));
 }
 
+// A script finds the observer of the end, and can have it called when no script runs.
+TEST_F(ScriptWrapper, ObserverOfTheEndTakesTheEngineAwayFromItsLoop) {
+  EXPECT_EQ("", Run(R"(
+      const { classes, interfaces } = Components;
+      const [observer] = classes['@mozilla.org/observer-service;1'].getService(interfaces.nsIObserverService)
+        .enumerateObservers('xpcom-shutdown-threads');
+      observer.QueryInterface(interfaces.nsIObserver);
+      const timer = classes['@mozilla.org/timer;1'].createInstance(interfaces.nsITimer);
+      timer.init(observer, 1, timer.TYPE_ONE_SHOT);
+      observer.observe(null, 'xpcom-shutdown-threads', null);
+      setTimeout(() => quit(5), 20);
+      undefined)"));
+  EXPECT_EQ(5, Finish().first);
+  EXPECT_EQ("2", Run("1 + 1"));
+}
+
+// Compiled objects go only when no compiled code is left on the stack that might hold a lock.
+TEST_F(ScriptWrapper, ObjectIsReleasedInsideACallOfCompiledCode) {
+  const int before = nsTestThing::sAlive;
+  EXPECT_EQ("", Run(R"(globalThis.collect = (n) => {
+        for (let i = 0; i < n; ++i) new TestThing('x');
+        Components.utils.forceGC();
+      };
+      thing.addListener({ onThing() { collect(10); thing.label; } }); undefined)"));
+  const int listening = nsTestThing::sAlive;
+  uint32_t failures = 0;
+  EXPECT_EQ(NS_OK, do_GetService<nsITestThing>("@test/thing;1")
+                       ->Notify(nsDependentString(u"compiled"), &failures));
+  EXPECT_EQ(listening + 10, nsTestThing::sAlive);
+  RunEvents();
+  EXPECT_EQ(listening, nsTestThing::sAlive);
+  EXPECT_EQ("", Run("thing.notify('script'); undefined"));
+  EXPECT_EQ(listening, nsTestThing::sAlive) << "at the end of the outermost script";
+  EXPECT_LE(before, listening);
+}
+
 TEST_F(ScriptWrapper, MemoryLimitEndsTheProcess) {
   Stop();
   Start();

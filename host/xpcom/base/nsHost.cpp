@@ -50,6 +50,8 @@ class nsHost::Impl {
  public:
   bool IsRunning() const { return mManager.get(); }
   bool IsQuitting() const { return mQuitting; }
+  bool IsStopping() const { return mStopping; }
+  void LeaveRun() { mLeavesRun = true; }
   nsresult Start(const nsHostOptions& aOptions);
   nsresult StartProfile();
   nsresult Run();
@@ -70,6 +72,7 @@ class nsHost::Impl {
   nsCOMPtr<nsPrefService> mPrefs;
   nsProfileLock mProfileLock;
   bool mProfileStarted = false;
+  bool mLeavesRun = false;
   bool mQuitting = false;
   bool mStopping = false;
 };
@@ -202,7 +205,7 @@ nsresult nsHost::Impl::Run() {
   if (!IsRunning()) return NS_ERROR_NOT_INITIALIZED;
   const auto thread = MainThread();
   nsresult rv = NS_OK;
-  while (NS_SUCCEEDED(rv) && !mQuitting) {
+  while (NS_SUCCEEDED(rv) && !mQuitting && !mLeavesRun) {
     bool ran;
     rv = thread->ProcessNextEvent(true, &ran);
   }
@@ -247,7 +250,7 @@ void nsHost::Impl::Stop() {
   mManager = nullptr;
   mProfileLock.Unlock();
   gProcessType = GeckoProcessType_Default;
-  mProfileStarted = mQuitting = mStopping = false;
+  mProfileStarted = mLeavesRun = mQuitting = mStopping = false;
 }
 
 nsHost::nsHost() : mImpl(std::make_unique<Impl>()) {}
@@ -269,7 +272,9 @@ nsresult nsHost::Start(const nsHostOptions& aOptions) {
 nsresult nsHost::StartProfile() { return mImpl->StartProfile(); }
 nsresult nsHost::Run() { return mImpl->Run(); }
 void nsHost::Quit() { mImpl->Quit(); }
+void nsHost::LeaveRun() { mImpl->LeaveRun(); }
 bool nsHost::IsQuitting() const { return mImpl->IsQuitting(); }
+bool nsHost::IsStopping() const { return mImpl->IsStopping(); }
 
 void nsHost::Stop() {
   mImpl->Stop();

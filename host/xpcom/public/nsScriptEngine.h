@@ -41,6 +41,11 @@ int JS_ValueToBoolean(JSContext* cx, jsval aValue, int* aBoolean);
 /// value: no wrapper objects are made, and no exception is left.
 int JS_ValueToObject(JSContext* cx, jsval aValue, JSObject** aObject);
 
+/// What the exception says of the failure that the running call from script is about to answer,
+/// beside the result's name. Nothing happens on another thread than the main one, and when no
+/// script runs.
+void JS_ExplainFailure(const char* aText);
+
 /// The time zone of the system has changed: Date sees the new one from then on. The context may be
 /// null; nothing happens when no script runs.
 void JS_ClearDateCaches(JSContext* cx);

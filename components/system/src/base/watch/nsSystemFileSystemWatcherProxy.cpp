@@ -11,6 +11,7 @@
 #include "nsServices.h"
 #include "nsSystemFileSystemWatcherGeneric.h"
 #include "nsSystemFileSystemWatcherGenericRequest.h"
+#include "nsVorelMethodCaller.h"
 
 namespace {
 
@@ -134,30 +135,70 @@ nsresult nsSystemFileSystemWatcherProxy::Init(nsISystemFileSystemListener* aList
   return NS_OK;
 }
 
+nsresult nsSystemFileSystemWatcherProxy::RefuseWhileTold() {
+  constexpr char kReason[] =
+      "a watch of this directory is just telling of its start or end; call it later, from "
+      "setTimeout(..., 0)";
+  JS_ExplainFailure(kReason);
+  SYSTEM_LOG_WARNING(mLog, kReason);
+  return NS_ERROR_IN_PROGRESS;
+}
+
 nsresult nsSystemFileSystemWatcherProxy::StartWatching() {
+  if (mIsStarting || mIsStopping) return RefuseWhileTold();
   if (mIsWatching || !mListener) return NS_OK;
   const auto service = Service();
   NS_ENSURE_TRUE(service, NS_ERROR_FAILURE);
+  mIsStarting = true;
   nsresult rv = service->StartWatching(mRootURL, mListener.get());
+  mIsStarting = false;
+  if (rv == NS_ERROR_IN_PROGRESS) return RefuseWhileTold();
   NS_ENSURE_SUCCESS(rv, rv);
   mIsWatching = true;
   return NS_OK;
 }
 
 nsresult nsSystemFileSystemWatcherProxy::StopWatching() {
+  if (mIsStarting) return RefuseWhileTold();
   if (!mIsWatching || mIsStopping) return NS_OK;
   const auto service = Service();
   NS_ENSURE_TRUE(service, NS_ERROR_FAILURE);
   mIsStopping = true;
-  (void)service->StopWatching(mRootURL, mListener.get());
+  const nsresult rv = service->StopWatching(mRootURL, mListener.get());
   mIsStopping = false;
+  if (rv == NS_ERROR_IN_PROGRESS) return RefuseWhileTold();
   mIsWatching = false;
   return NS_OK;
 }
 
+void nsSystemFileSystemWatcherProxy::StopLater(const nsCString& aRootURL,
+                                               nsISystemFileSystemListener* aListener) {
+  class Stop final : public nsImplements<Stop, nsIRunnable> {
+   public:
+    Stop(const nsCString& aURL, nsISystemFileSystemListener* aClient)
+        : mURL(aURL), mClient(aClient) {}
+    nsresult Run() override {
+      const auto service = Service();
+      if (service && service->StopWatching(mURL, mClient.get()) == NS_ERROR_IN_PROGRESS)
+        StopLater(mURL, mClient.get());
+      return NS_OK;
+    }
+
+   private:
+    ~Stop() override = default;
+    const nsCString mURL;
+    const nsCOMPtr<nsISystemFileSystemListener> mClient;
+  };
+  (void)NS_DispatchToMainThread(MakeRefCounted<Stop>(aRootURL, aListener).get(),
+                                NS_DISPATCH_NORMAL);
+}
+
 void nsSystemFileSystemWatcherProxy::EndWithDocument() {
   if (mLoadGroup && mRequest) (void)mLoadGroup->RemoveRequest(mRequest.get(), nullptr, NS_OK);
-  (void)StopWatching();
+  if (mIsWatching && StopWatching() == NS_ERROR_IN_PROGRESS) {
+    StopLater(mRootURL, mListener.get());
+    mIsWatching = false;
+  }
   mRequest = nullptr;
 }
 

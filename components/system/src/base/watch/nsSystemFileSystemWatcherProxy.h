@@ -52,6 +52,10 @@ class nsSystemFileSystemWatcherProxy final : public nsThreadSafeSupportsWeakRefe
   ~nsSystemFileSystemWatcherProxy() override;
 
   static nsCOMPtr<nsSystemFileSystemWatcherService> Service();
+  /// NS_ERROR_IN_PROGRESS, and tells script why.
+  nsresult RefuseWhileTold();
+  /// Ends the watch when nothing is being told any more; needs no proxy.
+  static void StopLater(const nsCString& aRootURL, nsISystemFileSystemListener* aListener);
 
   const nsCOMPtr<nsILog4Logger> mLog;
   nsCOMPtr<nsILoadGroup> mLoadGroup;
@@ -59,6 +63,8 @@ class nsSystemFileSystemWatcherProxy final : public nsThreadSafeSupportsWeakRefe
   nsCOMPtr<nsISystemFileSystemListener> mListener;
   nsCString mRootURL;
   bool mIsWatching = false;
+  // A watch that stands already is told of inside the start: nothing is to be undone yet.
+  bool mIsStarting = false;
   // The service calls the listener, and a script may stop from there: a second time would count
   // against another client.
   bool mIsStopping = false;

@@ -1,6 +1,7 @@
 #include "nsSystemFileSystemWatcherService.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "nsDebug.h"
 #include "nsIThreadManager.h"
@@ -36,8 +37,31 @@ void CallClient(Listener* aListener, nsIThread* aThread, nsresult (Listener::*aM
 
 // ---- The fan-out
 
+bool nsSystemFileSystemWatcherServiceListener::IsTelling() {
+  std::lock_guard lock(mTellingLock);
+  bool isTold = false;
+  if (mTold) (void)mTold->IsOnCurrentThread(&isTold);
+  return isTold || mTelling == std::this_thread::get_id();
+}
+
+void nsSystemFileSystemWatcherServiceListener::TellAll(
+    nsresult (nsISystemFileSystemListener::*aMethod)()) {
+  const auto set = [this](std::thread::id aTelling, nsIThread* aTold) {
+    nsCOMPtr<nsIThread> told = aTold;  // the old one goes after the lock
+    std::lock_guard lock(mTellingLock);
+    mTelling = aTelling;
+    mTold.swap(told);
+  };
+  for (const Client& client : mClients) {
+    set(std::this_thread::get_id(), client.mThread.get());
+    CallClient(client.mListener.get(), client.mThread.get(), aMethod);
+  }
+  set({}, nullptr);
+}
+
 nsresult nsSystemFileSystemWatcherServiceListener::AddListener(
     nsISystemFileSystemListener* aListener) {
+  if (IsTelling()) return NS_ERROR_IN_PROGRESS;
   std::unique_lock lock(mLock);
   if (mStarted) {
     lock.unlock();
@@ -50,6 +74,7 @@ nsresult nsSystemFileSystemWatcherServiceListener::AddListener(
 
 nsresult nsSystemFileSystemWatcherServiceListener::RemoveListener(
     nsISystemFileSystemListener* aListener) {
+  if (IsTelling()) return NS_ERROR_IN_PROGRESS;
   std::unique_lock lock(mLock);
   const auto found = std::ranges::find_if(
       mClients, [&](const Client& aClient) { return aClient.mListener == aListener; });
@@ -66,19 +91,23 @@ nsresult nsSystemFileSystemWatcherServiceListener::RemoveListener(
 nsresult nsSystemFileSystemWatcherServiceListener::OnWatcherStarted() {
   std::lock_guard lock(mLock);
   if (mStarted) return NS_OK;
-  for (const Client& client : mClients)
-    CallClient(client.mListener.get(), client.mThread.get(),
-               &nsISystemFileSystemListener::OnWatcherStarted);
-  mStarted = true;
+  TellAll(&nsISystemFileSystemListener::OnWatcherStarted);
+  std::unique_lock telling(mTellingLock);
+  mStarted = !std::exchange(mEndsAfterwards, false);
+  telling.unlock();
+  if (!mStarted) TellAll(&nsISystemFileSystemListener::OnWatcherStopped);
   return NS_OK;
 }
 
 nsresult nsSystemFileSystemWatcherServiceListener::OnWatcherStopped() {
+  if (IsTelling()) {  // a client has ended the application from there
+    std::lock_guard lock(mTellingLock);
+    mEndsAfterwards = true;
+    return NS_OK;
+  }
   std::lock_guard lock(mLock);
   if (!mStarted) return NS_OK;
-  for (const Client& client : mClients)
-    CallClient(client.mListener.get(), client.mThread.get(),
-               &nsISystemFileSystemListener::OnWatcherStopped);
+  TellAll(&nsISystemFileSystemListener::OnWatcherStopped);
   mStarted = false;
   return NS_OK;
 }
@@ -167,8 +196,12 @@ nsresult nsSystemFileSystemWatcherService::StartWatching(const nsACString& aRoot
     (void)entry.mWatcher->StartWatching();
     found = mTable.emplace(path, std::move(entry)).first;
   }
+  // The client may be called, and end watches on this root.
+  const auto listener = found->second.mListener;
   ++found->second.mClientCount;
-  return found->second.mListener->AddListener(aListener);
+  rv = listener->AddListener(aListener);
+  if (NS_FAILED(rv) && --mTable.at(path).mClientCount == 0) mTable.erase(path);
+  return rv;
 }
 
 nsresult nsSystemFileSystemWatcherService::StopWatching(const nsACString& aRootURL,
@@ -181,7 +214,8 @@ nsresult nsSystemFileSystemWatcherService::StopWatching(const nsACString& aRootU
   std::lock_guard lock(mLock);
   auto found = mTable.find(path);
   if (found == mTable.end()) return NS_OK;
-  (void)found->second.mListener->RemoveListener(aListener);
+  const auto listener = found->second.mListener;
+  if (rv = listener->RemoveListener(aListener); NS_FAILED(rv)) return rv;
   // The client may have been called, and have stopped or started something of its own.
   found = mTable.find(path);
   if (found == mTable.end() || --found->second.mClientCount > 0) return NS_OK;

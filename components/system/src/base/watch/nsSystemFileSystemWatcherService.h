@@ -3,6 +3,7 @@
 
 #include <map>
 #include <mutex>
+#include <thread>
 #include <vector>
 
 #include "nsCOMPtr.h"
@@ -17,14 +18,15 @@
 /// The one listener that a platform watcher sees: calls each client on the thread on which it was
 /// added, one after the other, and waits for each.
 ///
-/// OnWatcherStarted and OnWatcherStopped are passed on with the lock held: a client must not start
-/// or stop a watch on the same root from within these two. A client's thread must not wait for the
-/// thread that the watch was started on.
+/// OnWatcherStarted and OnWatcherStopped are passed on with the lock held: a client that starts or
+/// stops a watch on the same root from within these two gets NS_ERROR_IN_PROGRESS. A client's
+/// thread must not wait for the thread that the watch was started on.
 class nsSystemFileSystemWatcherServiceListener final
     : public nsImplements<nsSystemFileSystemWatcherServiceListener, nsISystemFileSystemListener2> {
  public:
   /// The current thread is the client's from now on. On a standing watch the client hears
-  /// OnWatcherStarted before this returns.
+  /// OnWatcherStarted before this returns. NS_ERROR_IN_PROGRESS, as the next one, from within
+  /// OnWatcherStarted or OnWatcherStopped of the root.
   nsresult AddListener(nsISystemFileSystemListener* aListener);
   /// On a standing watch the client hears OnWatcherStopped before this returns. One that is not
   /// known is ignored.
@@ -46,6 +48,11 @@ class nsSystemFileSystemWatcherServiceListener final
 
   ~nsSystemFileSystemWatcherServiceListener() override = default;
 
+  /// Tells each client of the start or the end, with the lock held.
+  void TellAll(nsresult (nsISystemFileSystemListener::*aMethod)());
+  /// This thread tells the clients of the start or the end, or is told: it must not wait for the
+  /// lock.
+  bool IsTelling();
   std::vector<Client> Snapshot();
   template <class Method, class... A>
   void CallAll(Method aMethod, const A&... aArguments);
@@ -53,6 +60,11 @@ class nsSystemFileSystemWatcherServiceListener final
   std::mutex mLock;              // guards what follows
   std::vector<Client> mClients;  // in order of registration
   bool mStarted = false;
+
+  std::mutex mTellingLock;  // guards what follows; nothing else is locked while it is held
+  std::thread::id mTelling;
+  nsCOMPtr<nsIThread> mTold;
+  bool mEndsAfterwards = false;  ///< the watch has ended while its start was being told
 };
 
 /// "@vorel/system/filesystemwatcherservice;1". Any thread that runs an event loop.
@@ -67,7 +79,8 @@ class nsSystemFileSystemWatcherService final
 
   /// The listener hears of the root's changes on the calling thread. URLs that name the same path
   /// share one watcher. Fails with the resolver's result; that a watch can't be started is heard by
-  /// the listener or not at all.
+  /// the listener or not at all. NS_ERROR_IN_PROGRESS, as StopWatching, from within
+  /// OnWatcherStarted or OnWatcherStopped of the root: nothing has changed then.
   nsresult StartWatching(const nsACString& aRootURL, nsISystemFileSystemListener* aListener);
   /// Undoes one StartWatching. A path or a listener that is not known is no error.
   nsresult StopWatching(const nsACString& aRootURL, nsISystemFileSystemListener* aListener);
