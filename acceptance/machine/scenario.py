@@ -6,6 +6,7 @@
 stands in a file of acceptance/scenarios; the function's name is the scenario's. It fails by an exception, and is skipped by Skip.
 """
 import concurrent.futures
+import hashlib
 import html
 import importlib
 import os
@@ -20,6 +21,11 @@ from machine import image, vm
 
 SCENARIOS = []
 FOLDER = pathlib.Path(__file__).resolve().parent.parent / "scenarios"
+
+
+# What a guest has done before its state is saved: modules and files that scenarios would wait for are in its memory.
+WARM_UP = ("modprobe -a loop usb_storage uas vfat nls_cp437 nls_ascii nls_utf8 && vorel --version && vorel --json >/dev/null && "
+           "vorel watch /nowhere >/dev/null 2>&1; rm -rf /root/.local; sync")
 
 
 class Skip(Exception):
@@ -97,7 +103,8 @@ class Bench:
             raise image.MachineError(f"{missing[0]} is not there: build the release preset first (./test --machine does)")
         self.machine, machine_name = image.make(binaries, say)
         self.product = self.machine / "product.squashfs"
-        self.name = f"{machine_name[:16]}-{image.pack_product(release, self.product)[:16]}"
+        product_name = image.pack_product(release, self.product)
+        self.name = hashlib.sha256((machine_name + product_name + WARM_UP + " ".join(vm.USUAL)).encode()).hexdigest()[:24]
         self.lock = threading.Lock()
 
     def state(self):
@@ -108,7 +115,7 @@ class Bench:
                 for old in self.machine.glob("state-*"):
                     old.unlink()
                 with vm.Guest(self.machine, self.product, self.machine / "state.log") as guest:
-                    guest.run("modprobe -a usb_storage uas vfat nls_cp437 nls_ascii nls_utf8 && vorel --version && vorel --json >/dev/null && sync", 120)
+                    guest.run(WARM_UP, 120)
                     guest.save(path.with_suffix(".part"))
                 path.with_suffix(".part").rename(path)
             return path

@@ -1,0 +1,126 @@
+"""The program as a service: killed, hung, and the power cut while it writes."""
+import json
+import random
+import time
+
+from machine.scenario import scenario
+
+UNIT = """[Unit]
+Description=Player
+[Service]
+Type=notify
+NotifyAccess=main
+ExecStart=/opt/vorel/bin/vorel --profile /var/lib/vorel/profile /opt/player/app.js
+Environment=VOREL_CRASHREPORTER=1
+Restart=on-failure
+RestartSec=1
+"""
+APPLICATION = """
+const fs = Components.classes["@mozilla.org/preferences-service;1"].getService(Components.interfaces.nsIPrefBranch);
+let starts = 0;
+try { starts = fs.getIntPref("acceptance.starts"); } catch (error) {}
+fs.setIntPref("acceptance.starts", starts + 1);
+console.log("player started", starts + 1);
+setInterval(() => {}, 1000);
+%s
+"""
+
+
+def install(guest, more=""):
+    guest.put("/etc/systemd/system/player.service", UNIT)
+    guest.put("/opt/player/app.js", APPLICATION % more)
+    guest.run("mkdir -p /var/lib/vorel && systemctl daemon-reload", 120)
+
+
+def started(guest, times, within):
+    return guest.until(lambda: f"player started {times}" in guest.run("journalctl -u player -o cat --no-pager", 120), within, f"start {times}")
+
+
+@scenario("Under systemd: ready is told, a kill is followed by a new start, a stop is in order", init="/lib/systemd/systemd")
+def service_killed(trial):
+    guest = trial.guest()
+    install(guest)
+    at = time.monotonic()
+    guest.run("systemctl start player", 180)
+    trial.time("start until ready is told", at, time.monotonic())
+    assert guest.run("systemctl is-active player", 120).strip() == "active"
+    started(guest, 1, 60)
+    time.sleep(1.5)  # settings are written half a second after a change
+    at = time.monotonic()
+    guest.run("systemctl kill -s KILL player", 120)
+    started(guest, 2, 120)
+    trial.time("kill to the next start", at, time.monotonic())
+    guest.run("systemctl stop player", 120)
+    shown = guest.run("systemctl show player -p Result -p ExecMainStatus", 120)
+    assert "Result=success" in shown and "ExecMainStatus=0" in shown, shown
+
+
+@scenario("Under systemd: a hung application is ended by the watchdog, with a report, and started anew", init="/lib/systemd/systemd")
+def service_hung(trial):
+    guest = trial.guest()
+    install(guest, 'if (starts === 0) setTimeout(() => { for (;;); }, 1500);')
+    guest.run("mkdir -p /opt/player/defaults/preferences", 120)
+    guest.put("/opt/player/defaults/preferences/player.js", 'pref("vorel.appli.crashhandler.action", "Restart");\n')
+    guest.put("/etc/systemd/system/player.service", UNIT.replace("--profile", "--app /opt/player --profile"))
+    guest.run("systemctl daemon-reload && systemctl start player", 240)
+    at = time.monotonic()
+    started(guest, 1, 60)
+    guest.until(lambda: guest.run("ls /var/lib/vorel/profile/crashes 2>/dev/null || true", 120).strip(), 330, "a report of the crash")
+    trial.time("hung to report", at, time.monotonic())
+    started(guest, 2, 120)
+    report = guest.run("cat /var/lib/vorel/profile/crashes/*.txt", 120)
+    assert "app.js" in report, report[-1500:]
+
+
+WRITER = """
+const prefs = Components.classes["@mozilla.org/preferences-service;1"].getService(Components.interfaces.nsIPrefService);
+const branch = Components.classes["@mozilla.org/preferences-service;1"].getService(Components.interfaces.nsIPrefBranch);
+const read = (name) => { try { return branch.getIntPref("acceptance." + name); } catch (error) { return 0; } };
+let n = read("first");
+console.log("open " + JSON.stringify([n, read("last")]));
+const step = () => {
+  n += 1;
+  branch.setIntPref("acceptance.first", n);
+  for (let i = 0; i < 200; ++i) branch.setCharPref("acceptance.filling." + i, "x".repeat(n % 97));
+  branch.setIntPref("acceptance.last", n);
+  prefs.savePrefFile(null);
+  console.log("saved " + n);
+  setTimeout(step, 0);
+};
+step();
+"""
+
+
+@scenario("The power is cut 50 times while settings are written: they open, old or new")
+def service_power_cut(trial):
+    disk = trial.file("disk.img", 64 << 20)
+    chance, saved, damaged = random.Random(7), 0, []
+    for cut in range(51):
+        guest = trial.guest()
+        guest.qmp("blockdev-add", **{"driver": "raw", "node-name": "disk", "file": {"driver": "file", "filename": str(disk), "locking": "off"}})
+        guest.qmp("device_add", driver="virtio-blk-pci", id="disk", drive="disk")
+        guest.until(lambda: guest.succeeds("test -b /dev/vdc"), 20, "the disk")
+        if cut == 0:
+            guest.run("mkfs.ext4 -q /dev/vdc", 120)
+        guest.run("mkdir -p /mnt/disk && mount /dev/vdc /mnt/disk", 60)
+        guest.put("/run/writer.js", WRITER)
+        writer = guest.start("exec vorel --profile /mnt/disk/profile /run/writer.js")
+        _, line = writer.expect(lambda text: text.startswith("open "), 60, "opened settings")
+        first, last = json.loads(line.removeprefix("open "))
+        assert first == last, f"after cut {cut}: half of a change, {first} and {last}"
+        assert first >= saved, f"after cut {cut}: {saved} was saved, {first} was read"
+        if guest.succeeds("ls /mnt/disk/profile/*.damaged"):
+            damaged.append(cut)
+        end = time.monotonic() + chance.uniform(0.2, 1.5)
+        while time.monotonic() < end:
+            try:
+                item = writer.lines.get(timeout=max(0.01, end - time.monotonic()))
+            except Exception:
+                break
+            if item and item[1].startswith("saved "):
+                saved = int(item[1].split()[1])
+        guest.cut_power()
+        guest.close()
+        trial.guests.clear()
+    assert not damaged, f"settings were damaged after cuts {damaged}"
+    assert saved > 50, f"only {saved} settings were saved in all"
