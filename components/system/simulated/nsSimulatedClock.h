@@ -1,3 +1,4 @@
+// A clock and time zones of facts.
 #pragma once
 
 #include <functional>

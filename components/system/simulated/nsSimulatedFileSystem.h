@@ -1,3 +1,4 @@
+// A file system of facts, and what hears of its changes.
 #pragma once
 
 #include <condition_variable>

@@ -1,3 +1,4 @@
+// Fonts of facts.
 #pragma once
 
 #include <functional>

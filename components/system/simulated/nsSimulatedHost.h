@@ -1,3 +1,4 @@
+// A machine as a whole, of facts: its names, cursor and commands.
 #pragma once
 
 #include <condition_variable>

@@ -1,3 +1,4 @@
+// Network interfaces of facts.
 #pragma once
 
 #include <functional>

@@ -1,3 +1,4 @@
+// A configuration store of facts.
 #pragma once
 
 #include "nsMachineValue.h"

@@ -1,3 +1,4 @@
+// Drives of facts.
 #pragma once
 
 #include <array>

@@ -1,3 +1,4 @@
+// A watchdog on the time of a test.
 #pragma once
 
 #include <optional>

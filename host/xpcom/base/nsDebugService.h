@@ -1,3 +1,4 @@
+// The debug service.
 #pragma once
 
 #include "nsIDebug2.h"

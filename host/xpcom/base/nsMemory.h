@@ -1,3 +1,4 @@
+// The memory service.
 #pragma once
 
 #include "nsIMemory.h"

@@ -1,3 +1,4 @@
+// Makes random identifiers.
 #pragma once
 
 #include "nsIUUIDGenerator.h"

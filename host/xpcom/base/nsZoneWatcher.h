@@ -1,3 +1,4 @@
+// Keeps the process in the machine's time zone.
 #pragma once
 
 #include "nsIObserver.h"

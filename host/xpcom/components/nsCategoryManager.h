@@ -1,3 +1,4 @@
+// The category manager.
 #pragma once
 
 #include <map>

@@ -1,3 +1,4 @@
+// The crash reporter.
 #pragma once
 
 #include <map>

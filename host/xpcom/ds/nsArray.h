@@ -1,3 +1,4 @@
+// Arrays.
 #pragma once
 
 #include "nsCOMArray.h"

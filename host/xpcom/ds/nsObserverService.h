@@ -1,3 +1,4 @@
+// The observer service.
 #pragma once
 
 #include <map>

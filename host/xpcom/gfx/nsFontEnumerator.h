@@ -1,3 +1,4 @@
+// The fonts that script may ask for.
 #pragma once
 
 #include <string>

@@ -29,16 +29,20 @@ class nsPlatformRegistryKey {
 
   /// NS_ERROR_FILE_NOT_FOUND for a name that is not there, NS_ERROR_FILE_TOO_BIG for a value longer
   /// than aCapacity, NS_ERROR_FILE_ACCESS_DENIED for a key not opened with kQueryValue.
+  /// Windows: RegQueryValueExA.
   virtual nsresult QueryValue(const std::string& aName, uint32_t aCapacity, uint32_t* aType,
                               std::vector<uint8_t>* aData) = 0;
   /// On success the value is durable, and other processes see it: the whole of it or nothing.
   /// NS_ERROR_FILE_ACCESS_DENIED for a key not opened with kSetValue.
+  /// Windows: RegSetValueExA.
   virtual nsresult SetValue(const std::string& aName, uint32_t aType,
                             std::span<const uint8_t> aData) = 0;
   /// As SetValue. NS_ERROR_FILE_NOT_FOUND for a name that is not there.
+  /// Windows: RegDeleteValueA.
   virtual nsresult DeleteValue(const std::string& aName) = 0;
   /// The names in the spelling they were written with, in the order in which they were first
   /// written. NS_ERROR_FILE_ACCESS_DENIED for a key not opened with kQueryValue.
+  /// Windows: RegEnumValueA.
   virtual nsresult EnumerateValues(std::vector<std::string>* aNames) = 0;
 };
 
@@ -58,9 +62,11 @@ class nsPlatformRegistry {
   /// Opens a key below the machine's root: names with "\" between, found without regard to case.
   /// NS_ERROR_FILE_NOT_FOUND when it is not there, NS_ERROR_FILE_ACCESS_DENIED when the process
   /// lacks a right that aAccess asks for.
+  /// Windows: RegOpenKeyExA.
   virtual nsresult OpenKey(const std::string& aPath, uint32_t aAccess,
                            std::unique_ptr<nsPlatformRegistryKey>* aKey) = 0;
   /// The same, and makes the key when it is not there.
+  /// Windows: RegCreateKeyExA.
   virtual nsresult CreateKey(const std::string& aPath, uint32_t aAccess,
                              std::unique_ptr<nsPlatformRegistryKey>* aKey) = 0;
 };

@@ -116,15 +116,19 @@ class nsNetworkReading {
 
   /// The second picture, in the system's order: the interfaces that have a link-layer address of
   /// six bytes, which are those that can be adapters. NS_ERROR_NOT_AVAILABLE when there is none.
+  /// Windows: GetAdaptersInfo.
   virtual nsresult GetAdaptersInfo(std::vector<nsAdapterInfo>* aInfos) = 0;
   /// The first picture, in the system's order. aFamily is 0 for all; aFlags are those of
   /// nsPlatformNetwork.
+  /// Windows: GetAdaptersAddresses.
   virtual nsresult GetAdaptersAddresses(uint32_t aFamily, uint32_t aFlags,
                                         std::vector<nsAdapterAddresses>* aAddresses) = 0;
   /// The function that reads a row; empty when the system has none or its library is not loaded. It
   /// lives no longer than the reading.
+  /// Windows: GetProcAddress of "GetIfEntry2".
   virtual GetIfEntry2Function FindGetIfEntry2() = 0;
   /// Why the last of the two pictures failed, for people.
+  /// Windows: FormatMessageA.
   virtual std::string Reason() const = 0;
 };
 
@@ -143,23 +147,29 @@ class nsPlatformNetwork {
 
   /// The version of the operating system; from major version 6 on the first picture is complete and
   /// the interface table is there, before that the old wireless test is. Does not change.
+  /// Windows: GetVersionExA.
   virtual nsSystemVersion GetSystemVersion() = 0;
 
   /// Looks at the machine. Never null: one that failed says so when it is asked.
+  /// Windows: none: the reading keeps what the first call of each function gives.
   virtual std::unique_ptr<nsNetworkReading> Read() = 0;
 
   /// Loads the library that has the interface table. False when the system has none; calling it
   /// again is free.
+  /// Windows: LoadLibraryA of "iphlpapi.dll".
   virtual bool LoadIpHelper() = 0;
 
   /// The old wireless test: opens an interface by the name that the packet driver gives it.
   /// NS_ERROR_NOT_AVAILABLE when there is no driver or it does not know the name.
+  /// Windows: PacketOpenAdapter, of the packet driver.
   virtual nsresult PacketOpenAdapter(const std::string& aName, PacketAdapter* aAdapter) = 0;
   /// Asks (aSet false) or tells the interface; aData is room for the answer, or what is told.
   /// NS_ERROR_NOT_AVAILABLE when it does not know the question.
+  /// Windows: PacketRequest.
   virtual nsresult PacketRequest(PacketAdapter aAdapter, bool aSet, uint32_t aOid,
                                  std::vector<uint8_t>* aData) = 0;
   /// What PacketOpenAdapter gave is not to be used any more.
+  /// Windows: PacketCloseAdapter.
   virtual void PacketCloseAdapter(PacketAdapter aAdapter) = 0;
 };
 

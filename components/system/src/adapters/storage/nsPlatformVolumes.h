@@ -73,12 +73,15 @@ class nsPlatformVolumes {
   ///
   /// NS_SUCCESS_LOSS_OF_INSIGNIFICANT_DATA, which is a success, when there are volumes for which no
   /// letter is left; they can't be reached through this port until other volumes have gone.
+  /// Windows: GetLogicalDrives.
   virtual nsresult ReadDriveMask(uint32_t* aMask) = 0;
 
   /// One of DriveKind. A letter without a volume is kDriveNoRootDirectory, and that is no error.
+  /// Windows: GetDriveTypeA.
   virtual nsresult ReadDriveKind(char aLetter, uint32_t* aKind) = 0;
 
   /// NS_ERROR_NOT_AVAILABLE when the letter has no volume, or its drive has no medium in it.
+  /// Windows: GetVolumeInformationA.
   virtual nsresult ReadVolumeInformation(char aLetter, VolumeInformation* aInformation) = 0;
 
   /// Opens a volume in order to ask it questions, not for its data: no right is needed, and an open
@@ -86,6 +89,7 @@ class nsPlatformVolumes {
   /// costs next to nothing.
   ///
   /// NS_ERROR_NOT_AVAILABLE when the letter has no volume or its device is gone.
+  /// Windows: CreateFileA of "\\\\.\\X:", without access.
   virtual nsresult OpenVolume(char aLetter, VolumeHandle* aVolume) = 0;
 
   /// One of BusType, or a further number that the system has: the bus of the device that the volume
@@ -93,6 +97,7 @@ class nsPlatformVolumes {
   ///
   /// NS_ERROR_INVALID_ARG for a handle that OpenVolume never gave. NS_ERROR_NOT_AVAILABLE when the
   /// volume is gone or no device stands behind it, as is so for shares and memory.
+  /// Windows: DeviceIoControl, IOCTL_STORAGE_QUERY_PROPERTY.
   virtual nsresult ReadBusType(VolumeHandle aVolume, uint8_t* aBusType) = 0;
 
   /// The native path of the volume's root directory: absolute, without a separator at its end, the
@@ -101,5 +106,6 @@ class nsPlatformVolumes {
   /// A letter whose volume is gone answers with the path it had, until it is given to another: so
   /// whoever hears of the removal can still find what belonged to the volume.
   /// NS_ERROR_NOT_AVAILABLE for a letter that never had one.
+  /// Windows: none: the letter with ":\".
   virtual nsresult ReadRootDirectory(char aLetter, std::string* aPath) = 0;
 };

@@ -35,13 +35,17 @@ class nsPlatformClock {
   virtual ~nsPlatformClock() = default;
 
   /// The time in the machine's zone as it is set now.
+  /// Windows: GetLocalTime.
   virtual nsresult ReadLocalTime(nsPlatformTime* aTime) = 0;
+  /// Windows: GetSystemTime.
   virtual nsresult ReadUtcTime(nsPlatformTime* aTime) = 0;
 
   /// Sets the machine's clock. NS_ERROR_INVALID_ARG for a time that does not exist: a month 13, a
   /// 30 February. Of a local time that the change from daylight time makes double, one of the two.
   /// NS_ERROR_FILE_ACCESS_DENIED without the privilege kPrivilegeSystemTime.
+  /// Windows: SetLocalTime.
   virtual nsresult WriteLocalTime(const nsPlatformTime& aTime, uint32_t* aError) = 0;
+  /// Windows: SetSystemTime.
   virtual nsresult WriteUtcTime(const nsPlatformTime& aTime, uint32_t* aError) = 0;
 
   /// Takes the time over into the clock that runs on while the machine is off. The platform whose
@@ -52,5 +56,6 @@ class nsPlatformClock {
   /// Switches one of the privileges above on or off for this process or thread.
   /// NS_ERROR_FILE_ACCESS_DENIED when it may not have it; NS_ERROR_INVALID_ARG for another name.
   /// Switching off what is off is no error.
+  /// Windows: LookupPrivilegeValueW, AdjustTokenPrivileges.
   virtual nsresult EnablePrivilege(std::string_view aName, bool aEnable, uint32_t* aError) = 0;
 };

@@ -29,29 +29,38 @@ class nsPlatformWatchdog {
   // Main thread. NS_ERROR_FAILURE when the system does not do it.
 
   /// The smallest and the largest period, in ms, in which the device can count time.
+  /// Windows: timeGetDevCaps.
   virtual nsresult ReadCapabilities(uint32_t* aSmallest, uint32_t* aLargest) = 0;
   /// From now on time is counted in this period. Never ended.
+  /// Windows: timeBeginPeriod.
   virtual nsresult BeginPeriod(uint32_t aPeriod) = 0;
   /// Calls the routine once, aDelay ms from now, or up to aPeriod ms later. Time that the machine
   /// spends asleep does not count, nor do changes of the clock. *aId is not 0. One timer at a time:
   /// NS_ERROR_NOT_AVAILABLE while one runs. No wait, no allocation but in the first call.
+  /// Windows: timeSetEvent.
   virtual nsresult StartTimer(uint32_t aDelay, uint32_t aPeriod, Routine aRoutine, uint32_t aFlags,
                               uint32_t* aId) = 0;
   /// NS_ERROR_FAILURE when that timer does not run, because it has fired for one.
+  /// Windows: timeKillEvent.
   virtual nsresult StopTimer(uint32_t aId) = 0;
 
   /// A platform that shows nothing keeps the bits and does nothing with them.
+  /// Windows: GetErrorMode.
   virtual nsresult ReadErrorMode(uint32_t* aMode) = 0;
+  /// Windows: SetErrorMode.
   virtual nsresult WriteErrorMode(uint32_t aMode) = 0;
 
   // Any thread, in any state of the process.
 
   /// Writes to the standard error stream, past all buffers. Does not wait for long: what can't be
   /// written is lost.
+  /// Windows: WriteFile on GetStdHandle(STD_ERROR_HANDLE).
   virtual void WriteStandardError(std::string_view aText) = 0;
   /// Writes to address 0, which ends the process in its crash handling. Comes back when the write
   /// is survived.
+  /// Windows: none: a store.
   virtual void WriteToAddressZero() = 0;
   /// Ends the process without running anything more of it.
+  /// Windows: TerminateProcess of GetCurrentProcess().
   virtual void ExitProcess(int32_t aStatus) = 0;
 };

@@ -1,3 +1,4 @@
+// The service of the machine's clock and zone.
 #pragma once
 
 #include "nsISystemClock.h"

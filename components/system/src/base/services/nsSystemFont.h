@@ -1,3 +1,4 @@
+// The service of the fonts of the running system.
 #pragma once
 
 #include <compare>

@@ -1,3 +1,4 @@
+// The service of what the machine is as a whole: what the platform has of it.
 #pragma once
 
 #include "nsImplements.h"

@@ -1,3 +1,4 @@
+// Requests that run a maintenance command.
 #pragma once
 
 #include <optional>

@@ -1,3 +1,4 @@
+// Standard names of time zones beside Olson names.
 #pragma once
 
 #include <array>

@@ -80,28 +80,35 @@ class nsPlatformDirectoryReader {
   /// NS_ERROR_ALREADY_INITIALIZED when it is open, NS_ERROR_FILE_NOT_FOUND,
   /// NS_ERROR_FILE_NOT_DIRECTORY, NS_ERROR_FILE_ACCESS_DENIED, NS_ERROR_FAILURE when the system can
   /// watch no more.
+  /// Windows: CreateFileW, FILE_LIST_DIRECTORY, overlapped.
   virtual nsresult Open(const nsAString& aRoot) = 0;
+  /// Windows: none.
   virtual bool IsOpen() const = 0;
   /// Ends the watch; a read that was issued does not complete. The thread that waits, or any when
   /// none does. Nothing happens without an open root.
+  /// Windows: CloseHandle.
   virtual void Close() = 0;
 
   /// Issues a read. aBuffer, aligned to 4, and aCompletion must last until it has completed or the
   /// root is closed; the buffer is written to in Wait only. aNotifyFilter is made of the constants
   /// below. One read at a time: NS_ERROR_IN_PROGRESS. NS_ERROR_NOT_INITIALIZED without an open
   /// root.
+  /// Windows: ReadDirectoryChangesW.
   virtual nsresult Read(uint8_t* aBuffer, uint32_t aSize, bool aWatchSubtree,
                         uint32_t aNotifyFilter, Completion* aCompletion) = 0;
 
   /// Blocks until Wake has been called, or a read has completed and its completion has returned.
   /// The thread that issues the reads.
+  /// Windows: WaitForSingleObjectEx, alertable.
   virtual void Wait() = 0;
   /// Ends one Wait, this one or the next; further calls before that have no effect. Any thread.
+  /// Windows: SetEvent.
   virtual void Wake() = 0;
 
   /// Names a path below the root as if something had changed there, so that a read completes soon:
   /// for a receiver that still holds names and acts on completions only. Any thread, also while
   /// another one waits. Nothing happens without an open root.
+  /// Windows: QueueUserAPC, with a record of its own.
   virtual void Remind(std::u16string_view aName) = 0;
 
   static constexpr uint32_t kNotifyFileName = 0x1;
@@ -115,5 +122,6 @@ class nsPlatformDirectoryChanges {
   virtual ~nsPlatformDirectoryChanges() = default;
 
   /// A reader without an open root. Any thread.
+  /// Windows: none.
   virtual std::unique_ptr<nsPlatformDirectoryReader> NewReader() = 0;
 };

@@ -37,28 +37,34 @@ class nsPlatformFiles {
   class Listing {
    public:
     virtual ~Listing() = default;
+    /// Windows: none: FindNextFileW has been asked.
     virtual bool HasMore() = 0;
     /// Moves on by one entry, also when it fails. The order is the volume's own. Entries that come
     /// or go meanwhile are in it or not; those that stay are in it once. NS_ERROR_UNEXPECTED at the
     /// end.
+    /// Windows: FindNextFileW, and GetFileInformationByHandle.
     virtual nsresult GetNext(Entry* aEntry) = 0;
   };
 
   virtual ~nsPlatformFiles() = default;
 
   /// What stands between the components of a path: '/' or '\\'.
+  /// Windows: none: '\\'.
   virtual char16_t Separator() const = 0;
 
   /// Whether there is something at the path, through links. No, and success, when there is not;
   /// fails when that can't be found out.
+  /// Windows: GetFileAttributesW.
   virtual nsresult Exists(const nsAString& aPath, bool* aExists) = 0;
 
   /// The facts of what the path leads to, through links. NS_ERROR_FILE_NOT_FOUND.
+  /// Windows: GetFileInformationByHandle.
   virtual nsresult ReadEntry(const nsAString& aPath, Entry* aEntry) = 0;
 
   /// Opens a directory for reading; "." and ".." are not in it. aFollowLink says whether the path
   /// itself may be a link to a directory. NS_ERROR_FILE_NOT_FOUND, NS_ERROR_FILE_NOT_DIRECTORY
   /// (also for a link that is not to be followed), NS_ERROR_FILE_ACCESS_DENIED.
+  /// Windows: FindFirstFileW.
   virtual nsresult OpenListing(const nsAString& aPath, bool aFollowLink,
                                std::unique_ptr<Listing>* aListing) = 0;
 };

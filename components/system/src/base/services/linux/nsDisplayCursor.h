@@ -1,3 +1,4 @@
+// The mouse cursor of an X display.
 #pragma once
 
 #include <xcb/xcb.h>

@@ -1,3 +1,4 @@
+// The clock of this system.
 #pragma once
 
 #include <string>

@@ -1,3 +1,4 @@
+// The fonts of this system, by fontconfig.
 #pragma once
 
 #include <chrono>

@@ -1,3 +1,4 @@
+// The names of this system, its commands, and its cursor.
 #pragma once
 
 #include <sys/types.h>

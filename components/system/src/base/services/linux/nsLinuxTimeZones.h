@@ -1,3 +1,4 @@
+// The time zones of this system.
 #pragma once
 
 #include <optional>
