@@ -852,8 +852,8 @@ interface nsIWindowMediator extends nsISupports {
 }
 
 /**
- * "@vorel/digitaltvservice;1". A value: nothing is checked or converted, a new object is all zero and empty. Objects
- * have no lock: one thread at a time.
+ * "@vorel/digitaltvservice;1". A value: nothing is checked or converted, a new object is all zero
+ * and empty. Objects have no lock: one thread at a time.
  */
 interface nsIDigitalTvService extends nsISupports {
   /** UTF-8. */
@@ -865,22 +865,23 @@ interface nsIDigitalTvService extends nsISupports {
   /** The number of the service in its transport stream. */
   serviceId: number;
   /**
-   * The signal's strength when the service was found, in the unit of the receiver. 0 for a service that was read from
-   * the channels file.
+   * The signal's strength when the service was found, in the unit of the receiver. 0 for a service
+   * that was read from the channels file.
    */
   level: number;
   /**
-   * The signal's quality when the service was found, in the unit of the receiver. 0 for a service that was read from
-   * the channels file.
+   * The signal's quality when the service was found, in the unit of the receiver. 0 for a service
+   * that was read from the channels file.
    */
   quality: number;
   /** Who broadcasts it, UTF-8. */
   provider: string;
   /**
-   * A new array at each call, of nsIDigitalTvAudioChannel; the channels in it are the service's own objects. Null, and
-   * success, for a service that was given no list. Fails when no array can be made.
-   * Setting: Keeps the elements, not the array. Null leaves the service without a list. When it fails, the service keeps the
-   * list that it had.
+   * A new array at each call, of nsIDigitalTvAudioChannel; the channels in it are the service's
+   * own objects. Null, and success, for a service that was given no list. Fails when no array can
+   * be made.
+   * Setting: Keeps the elements, not the array. Null leaves the service without a list. When it fails, the
+   * service keeps the list that it had.
    */
   audioChannels: nsIArray;
   /** The PID of the first video stream; 0 for none, as for radio. */
@@ -890,8 +891,8 @@ interface nsIDigitalTvService extends nsISupports {
 }
 
 /**
- * "@vorel/bdascanresultdigitaltvservice;1". What a scan finds and what the channels file keeps. All numbers are 0 in a
- * new object, and none is checked.
+ * "@vorel/bdascanresultdigitaltvservice;1". What a scan finds and what the channels file keeps.
+ * All numbers are 0 in a new object, and none is checked.
  */
 interface nsIBDAScanResultDigitalTvService extends nsIDigitalTvService {
   /** Of the high priority stream: 0 is 1/2, 1 is 2/3, 2 is 3/4, 3 is 5/6, 4 is 7/8, 5 is automatic. */
@@ -905,25 +906,29 @@ interface nsIBDAScanResultDigitalTvService extends nsIDigitalTvService {
   /** 0 is none, other values are automatic. */
   hierarchy: number;
   /**
-   * 0 is 1/32, 1 is 1/16, 2 is 1/8, 3 is 1/4, 4 is automatic. The channels file has no place for it: it is 0 in a
-   * service that was read from there.
+   * 0 is 1/32, 1 is 1/16, 2 is 1/8, 3 is 1/4, 4 is automatic. The channels file has no place for
+   * it: it is 0 in a service that was read from there.
    */
   guardInterval: number;
   /**
-   * After a scan the priority bit of the terrestrial delivery descriptor. The channels file writes this attribute, not
-   * the guard interval, as its guard interval, 0 to 4 as told there, and reads it back into here.
+   * After a scan the priority bit of the terrestrial delivery descriptor. The channels file writes
+   * this attribute, not the guard interval, as its guard interval, 0 to 4 as told there, and reads
+   * it back into here.
    */
   priority: number;
 }
 
-/** "@vorel/digitaltvaudiochannel;1". A plain value: nothing is checked or converted. Any thread, one at a time. */
+/**
+ * "@vorel/digitaltvaudiochannel;1". A plain value: nothing is checked or converted. Any thread,
+ * one at a time.
+ */
 interface nsIDigitalTvAudioChannel extends nsISupports {
   readonly AUDIO_MPEG: 4;
   readonly AUDIO_AC3: 106;
   readonly AUDIO_EAC3: 122;
   /**
-   * Three letters of ISO 639-2, as they are broadcast: "fra". Empty when the broadcast names none, and in a new
-   * object.
+   * Three letters of ISO 639-2, as they are broadcast: "fra". Empty when the broadcast names none,
+   * and in a new object.
    */
   language: string;
   /** The PID of the elementary stream, 0 to 8191. 0 in a new object. */
@@ -974,9 +979,15 @@ interface nsISystemFileSystemWatcher extends nsISupports {
 interface nsIFileSystemWatcher extends nsISystemFileSystemWatcher {
 }
 
-/** "@vorel/isocountry;1". A plain value: nothing is checked, both are empty in a new object. Any thread, one at a time. */
+/**
+ * "@vorel/isocountry;1". A plain value: nothing is checked, both are empty in a new object. Any
+ * thread, one at a time.
+ */
 interface nsIIsoCountry extends nsISupports {
-  /** ISO 3166 in capitals: "FR". Four regions of satellites have codes of their own, of up to five letters. */
+  /**
+   * ISO 3166 in capitals: "FR". Four regions of satellites have codes of their own, of up to five
+   * letters.
+   */
   code: string;
   /** In English, with one capital: "United kingdom". */
   name: string;
@@ -1008,57 +1019,74 @@ interface nsISystemAdapter extends nsISupports {
 }
 
 /**
- * The order of things: supportedCountries, startScan, getScanProgress until the state is not 0, servicesFoundByScan, a
- * choice of them into services, then selectChannelByName and stream. Main thread; calls may come while a scan runs.
+ * The order of things: supportedCountries, startScan, getScanProgress until the state is not 0,
+ * servicesFoundByScan, a choice of them into services, then selectChannelByName and stream. Main
+ * thread; calls may come while a scan runs.
  *
- * Services that were stored go through the channels file and come back as it gives them (docs/channels-file.md).
+ * Services that were stored go through the channels file and come back as it gives them
+ * (docs/channels-file.md).
  */
 interface nsISystemAdapterDigitalTvReceiver extends nsISystemAdapter {
   /** 0 is satellite, 1 cable, 2 terrestrial, 3 ATSC; other values are unknown. */
   readonly deliverySystem: number;
   /**
-   * A new array of nsIIsoCountry: those whose frequencies the platform knows. NS_ERROR_FAILURE for a receiver that
-   * could not be set up, as with the other lists.
+   * A new array of nsIIsoCountry: those whose frequencies the platform knows. NS_ERROR_FAILURE for
+   * a receiver that could not be set up, as with the other lists.
    */
   readonly supportedCountries: nsIArray;
-  /** A new array of nsIDigitalTvService: what the last scan found, or the running one has found so far. */
+  /**
+   * A new array of nsIDigitalTvService: what the last scan found, or the running one has found so
+   * far.
+   */
   readonly servicesFoundByScan: nsIArray;
   /**
-   * A new array of nsIDigitalTvService: the stored services. Reads the channels file when that has changed; the
-   * failure to read it is returned.
-   * Setting: Stores a list, in memory and in the channels file. NS_ERROR_FAILURE, with nothing changed, when two services have
-   * the same name but for the case of letters; NS_ERROR_FAILURE for an element that is no service.
+   * A new array of nsIDigitalTvService: the stored services. Reads the channels file when that has
+   * changed; the failure to read it is returned.
+   * Setting: Stores a list, in memory and in the channels file. NS_ERROR_FAILURE, with nothing changed,
+   * when two services have the same name but for the case of letters; NS_ERROR_FAILURE for an
+   * element that is no service.
    */
   services: nsIArray;
   /** Whether the tuner has a signal that it can decode. Returns the platform's failure. */
   readonly locked: boolean;
-  /** The signal's strength, in the unit of the tuner. -1 and NS_ERROR_FAILURE when the tuner does not tell. */
+  /**
+   * The signal's strength, in the unit of the tuner. -1 and NS_ERROR_FAILURE when the tuner does
+   * not tell.
+   */
   readonly level: number;
-  /** The signal's quality, in the unit of the tuner. A success that leaves it as it is: the tuner does not tell. */
+  /**
+   * The signal's quality, in the unit of the tuner. A success that leaves it as it is: the tuner
+   * does not tell.
+   */
   readonly quality: number;
   /**
-   * The stream of the selected service: whole transport packets of 188 bytes. Null before the first selection; the
-   * same object until the next one.
+   * The stream of the selected service: whole transport packets of 188 bytes. Null before the
+   * first selection; the same object until the next one.
    */
   readonly stream: nsIInputStream | null;
   /**
-   * Begins a scan of a country's frequencies and returns at once. NS_ERROR_FAILURE while a scan is running, or when the
-   * receiver can't be started; NS_ERROR_NOT_AVAILABLE when one that was stopped has not ended yet.
+   * Begins a scan of a country's frequencies and returns at once. NS_ERROR_FAILURE while a scan is
+   * running, or when the receiver can't be started; NS_ERROR_NOT_AVAILABLE when one that was
+   * stopped has not ended yet.
    */
   startScan(country: nsIIsoCountry | null): void;
-  /** Asks a running scan to end; without one nothing happens. Returns at once, the state tells the end. */
+  /**
+   * Asks a running scan to end; without one nothing happens. Returns at once, the state tells the
+   * end.
+   */
   stopScan(): void;
   /**
-   * aState: 1 idle, or the last scan came to its end; 0 a scan is running; -1 it could not be started; -2 it was
-   * stopped. Then how many frequencies there are, how many have been passed, on how many there was a signal, and how
-   * many services have been found.
+   * aState: 1 idle, or the last scan came to its end; 0 a scan is running; -1 it could not be
+   * started; -2 it was stopped. Then how many frequencies there are, how many have been passed, on
+   * how many there was a signal, and how many services have been found.
    */
   getScanProgress(): { state: number; total: number; done: number; locked: number; found: number };
   /**
-   * Tunes to a stored service, whose name is compared without regard to case, and makes a new stream of its picture
-   * and of the sound in a language; the last channel of that language, the first channel of all for an empty one, and
-   * no sound when there is none. aReserved is ignored. NS_ERROR_FAILURE for an unknown name and without a signal; waits
-   * for a signal up to one second.
+   * Tunes to a stored service, whose name is compared without regard to case, and makes a new
+   * stream of its picture and of the sound in a language; the last channel of that language, the
+   * first channel of all for an empty one, and no sound when there is none. aReserved is ignored.
+   * NS_ERROR_FAILURE for an unknown name and without a signal; waits for a signal up to one
+   * second.
    */
   selectChannelByName(name: string, language: string, reserved: number): void;
 }
@@ -1483,32 +1511,38 @@ interface nsISystemIPAddress extends nsISupports {
 /**
  * What IPv4, IPv6 and link-layer (MAC) addresses have in common. A new value is all zero.
  *
- * Values may be passed between threads, but one value is not to be changed by two threads at once. Whoever
- * hands out a value of its own hands out a clone, so a caller may change what it was given.
+ * Values may be passed between threads, but one value is not to be changed by two threads at once.
+ * Whoever hands out a value of its own hands out a clone, so a caller may change what it was
+ * given.
  */
 interface nsISystemIPStructure extends nsISupports {
   /**
-   * The text form: 192.168.1.20 for IPv4, 2001:db8::1 for IPv6, 00-1A-2B-3C-4D-5E for a MAC address.
+   * The text form: 192.168.1.20 for IPv4, 2001:db8::1 for IPv6, 00-1A-2B-3C-4D-5E for a MAC
+   * address.
    * Setting: Reads the text form.
    *
-   * IPv4: four decimal numbers with points between, and text behind them is ignored. Fewer are NS_ERROR_FAILURE and
-   * change nothing. A number that is not in 0 to 255 is NS_ERROR_NOT_IMPLEMENTED; the bytes before it are stored.
-   * IPv6: the longest text from the start that is an address (so that a zone, a prefix length or a port behind it
-   * does no harm); NS_ERROR_FAILURE, and nothing is changed, when there is none.
-   * MAC: hexadecimal numbers up to FF with "-" or ":" between, as many as the text has: the value takes that length.
+   * IPv4: four decimal numbers with points between, and text behind them is ignored. Fewer are
+   * NS_ERROR_FAILURE and change nothing. A number that is not in 0 to 255 is
+   * NS_ERROR_NOT_IMPLEMENTED; the bytes before it are stored. IPv6: the longest text from the
+   * start that is an address (so that a zone, a prefix length or a port behind it does no harm);
+   * NS_ERROR_FAILURE, and nothing is changed, when there is none. MAC: hexadecimal numbers up to
+   * FF with "-" or ":" between, as many as the text has: the value takes that length.
    * NS_ERROR_FAILURE, and nothing is changed, for other text.
    */
   string: string;
   /** A copy of the bytes, to be freed with NS_Free. NS_ERROR_FAILURE for a value without bytes. */
   getBytes(): number[];
   /**
-   * Takes aCount bytes. NS_ERROR_INVALID_ARG for a null pointer (whatever the count), NS_ERROR_FAILURE when aCount is
-   * not the length that the value has.
+   * Takes aCount bytes. NS_ERROR_INVALID_ARG for a null pointer (whatever the count),
+   * NS_ERROR_FAILURE when aCount is not the length that the value has.
    */
   setBytes(count: number, bytes: number[]): void;
   /** A new value of the same class with the same bytes. */
   clone(): nsISystemIPStructure | null;
-  /** True when aOther has the same length and bytes, whatever its class. False for null. Always succeeds. */
+  /**
+   * True when aOther has the same length and bytes, whatever its class. False for null. Always
+   * succeeds.
+   */
   equals(other: nsISystemIPStructure | null): boolean;
 }
 

@@ -3,8 +3,8 @@
 
 #include "nsIDigitalTvService.h"
 
-/// "@vorel/bdascanresultdigitaltvservice;1". What a scan finds and what the channels file keeps. All numbers are 0 in a
-/// new object, and none is checked.
+/// "@vorel/bdascanresultdigitaltvservice;1". What a scan finds and what the channels file keeps.
+/// All numbers are 0 in a new object, and none is checked.
 class nsIBDAScanResultDigitalTvService : public nsIDigitalTvService {
  public:
   using Self = nsIBDAScanResultDigitalTvService;
@@ -27,12 +27,13 @@ class nsIBDAScanResultDigitalTvService : public nsIDigitalTvService {
   /// 0 is none, other values are automatic.
   virtual nsresult GetHierarchy(uint32_t* aHierarchy) = 0;
   virtual nsresult SetHierarchy(uint32_t aHierarchy) = 0;
-  /// 0 is 1/32, 1 is 1/16, 2 is 1/8, 3 is 1/4, 4 is automatic. The channels file has no place for it: it is 0 in a
-  /// service that was read from there.
+  /// 0 is 1/32, 1 is 1/16, 2 is 1/8, 3 is 1/4, 4 is automatic. The channels file has no place for
+  /// it: it is 0 in a service that was read from there.
   virtual nsresult GetGuardInterval(uint32_t* aGuardInterval) = 0;
   virtual nsresult SetGuardInterval(uint32_t aGuardInterval) = 0;
-  /// After a scan the priority bit of the terrestrial delivery descriptor. The channels file writes this attribute, not
-  /// the guard interval, as its guard interval, 0 to 4 as told there, and reads it back into here.
+  /// After a scan the priority bit of the terrestrial delivery descriptor. The channels file writes
+  /// this attribute, not the guard interval, as its guard interval, 0 to 4 as told there, and reads
+  /// it back into here.
   virtual nsresult GetPriority(uint32_t* aPriority) = 0;
   virtual nsresult SetPriority(uint32_t aPriority) = 0;
 

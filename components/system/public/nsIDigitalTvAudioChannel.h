@@ -3,7 +3,8 @@
 
 #include "nsXPCOMTypes.h"
 
-/// "@vorel/digitaltvaudiochannel;1". A plain value: nothing is checked or converted. Any thread, one at a time.
+/// "@vorel/digitaltvaudiochannel;1". A plain value: nothing is checked or converted. Any thread,
+/// one at a time.
 class nsIDigitalTvAudioChannel : public nsISupports {
  public:
   using Self = nsIDigitalTvAudioChannel;
@@ -18,8 +19,8 @@ class nsIDigitalTvAudioChannel : public nsISupports {
   /// Enhanced AC-3; the number of its descriptor.
   static constexpr uint32_t AUDIO_EAC3 = 122;
 
-  /// Three letters of ISO 639-2, as they are broadcast: "fra". Empty when the broadcast names none, and in a new
-  /// object.
+  /// Three letters of ISO 639-2, as they are broadcast: "fra". Empty when the broadcast names none,
+  /// and in a new object.
   virtual nsresult GetLanguage(nsACString& aLanguage) = 0;
   virtual nsresult SetLanguage(const nsACString& aLanguage) = 0;
   /// The PID of the elementary stream, 0 to 8191. 0 in a new object.

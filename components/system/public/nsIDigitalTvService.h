@@ -5,8 +5,8 @@
 
 class nsIArray;
 
-/// "@vorel/digitaltvservice;1". A value: nothing is checked or converted, a new object is all zero and empty. Objects
-/// have no lock: one thread at a time.
+/// "@vorel/digitaltvservice;1". A value: nothing is checked or converted, a new object is all zero
+/// and empty. Objects have no lock: one thread at a time.
 class nsIDigitalTvService : public nsISupports {
  public:
   using Self = nsIDigitalTvService;
@@ -26,22 +26,23 @@ class nsIDigitalTvService : public nsISupports {
   /// The number of the service in its transport stream.
   virtual nsresult GetServiceId(uint16_t* aServiceId) = 0;
   virtual nsresult SetServiceId(uint16_t aServiceId) = 0;
-  /// The signal's strength when the service was found, in the unit of the receiver. 0 for a service that was read from
-  /// the channels file.
+  /// The signal's strength when the service was found, in the unit of the receiver. 0 for a service
+  /// that was read from the channels file.
   virtual nsresult GetLevel(int32_t* aLevel) = 0;
   virtual nsresult SetLevel(int32_t aLevel) = 0;
-  /// The signal's quality when the service was found, in the unit of the receiver. 0 for a service that was read from
-  /// the channels file.
+  /// The signal's quality when the service was found, in the unit of the receiver. 0 for a service
+  /// that was read from the channels file.
   virtual nsresult GetQuality(uint32_t* aQuality) = 0;
   virtual nsresult SetQuality(uint32_t aQuality) = 0;
   /// Who broadcasts it, UTF-8.
   virtual nsresult GetProvider(nsACString& aProvider) = 0;
   virtual nsresult SetProvider(const nsACString& aProvider) = 0;
-  /// A new array at each call, of nsIDigitalTvAudioChannel; the channels in it are the service's own objects. Null, and
-  /// success, for a service that was given no list. Fails when no array can be made.
+  /// A new array at each call, of nsIDigitalTvAudioChannel; the channels in it are the service's
+  /// own objects. Null, and success, for a service that was given no list. Fails when no array can
+  /// be made.
   virtual nsresult GetAudioChannels(nsIArray** aAudioChannels) = 0;
-  /// Keeps the elements, not the array. Null leaves the service without a list. When it fails, the service keeps the
-  /// list that it had.
+  /// Keeps the elements, not the array. Null leaves the service without a list. When it fails, the
+  /// service keeps the list that it had.
   virtual nsresult SetAudioChannels(nsIArray* aAudioChannels) = 0;
   /// The PID of the first video stream; 0 for none, as for radio.
   virtual nsresult GetVideoPid(uint16_t* aVideoPid) = 0;

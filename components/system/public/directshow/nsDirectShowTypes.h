@@ -1,5 +1,5 @@
-// Structures, constants and identifiers that the media interfaces of this folder pass around. Layouts, names and values
-// are those of the platform that they come from, on 64 bits.
+// Structures, constants and identifiers that the media interfaces of this folder pass around.
+// Layouts, names and values are those of the platform that they come from, on 64 bits.
 #pragma once
 
 #include "nsXPCOMTypes.h"
@@ -127,8 +127,10 @@ inline constexpr nsCID CLSID_NullRenderer = "c1f400a4-3f08-11d3-9f0b-006008039e3
 inline constexpr nsCID CLSID_SystemDeviceEnum = "62be5d10-60eb-11d0-bd3b-00a0c911ce86"_iid;
 
 inline constexpr nsID KSCATEGORY_BDA_NETWORK_TUNER = "71985f48-1ca1-11d3-9cc8-00c04f7971e0"_iid;
-inline constexpr nsID KSCATEGORY_BDA_RECEIVER_COMPONENT = "fd0a5af4-b41d-11d2-9c95-00c04f7971e0"_iid;
-inline constexpr nsID KSCATEGORY_BDA_TRANSPORT_INFORMATION = "a2e3074f-6c3d-11d3-b653-00c04f79498e"_iid;
+inline constexpr nsID KSCATEGORY_BDA_RECEIVER_COMPONENT =
+    "fd0a5af4-b41d-11d2-9c95-00c04f7971e0"_iid;
+inline constexpr nsID KSCATEGORY_BDA_TRANSPORT_INFORMATION =
+    "a2e3074f-6c3d-11d3-b653-00c04f79498e"_iid;
 
 inline constexpr nsID KSNODE_BDA_QPSK_DEMODULATOR = "6390c905-27c1-4d67-bdb7-77c50d079300"_iid;
 inline constexpr nsID KSNODE_BDA_COFDM_DEMODULATOR = "2dac6e05-edbe-4b9c-b387-1b6fad7d6495"_iid;
@@ -139,4 +141,5 @@ inline constexpr nsID MEDIATYPE_Video = "73646976-0000-0010-8000-00aa00389b71"_i
 inline constexpr nsID MEDIATYPE_Stream = "e436eb83-524f-11ce-9f53-0020af0ba770"_iid;
 inline constexpr nsID MEDIASUBTYPE_MPEG2_VIDEO = "e06d8026-db46-11cf-b4d1-00805f6cbbea"_iid;
 inline constexpr nsID MEDIASUBTYPE_MPEG2_TRANSPORT = "e06d8023-db46-11cf-b4d1-00805f6cbbea"_iid;
-inline constexpr nsID KSDATAFORMAT_SUBTYPE_BDA_MPEG2_TRANSPORT = "f4aeb342-0329-4fdd-a8fd-4aff4926c978"_iid;
+inline constexpr nsID KSDATAFORMAT_SUBTYPE_BDA_MPEG2_TRANSPORT =
+    "f4aeb342-0329-4fdd-a8fd-4aff4926c978"_iid;

@@ -51,6 +51,7 @@ class nsPlatformClock {
   /// Takes the time over into the clock that runs on while the machine is off. The platform whose
   /// clock is one with it has nothing to do. NS_ERROR_NOT_AVAILABLE on a machine without one;
   /// NS_ERROR_FILE_ACCESS_DENIED as above.
+  /// Windows: none: SetSystemTime has done it.
   virtual nsresult WriteHardwareClock(uint32_t* aError) = 0;
 
   /// Switches one of the privileges above on or off for this process or thread.

@@ -67,6 +67,7 @@ class nsPlatformTimeZones {
   virtual nsresult FindZone(const nsPlatformZoneName& aZone) = 0;
   /// Whether a zone, by its Olson name, is the one of that other name, as Asia/Kolkata is
   /// Asia/Calcutta. Not of a zone that the machine lacks.
+  /// Windows: none: zones have one name.
   virtual bool IsSameZone(const nsPlatformZoneName& aZone, std::string_view aOlsonName) = 0;
   /// The rules in force now. NS_ERROR_NOT_AVAILABLE without a definition, NS_ERROR_FILE_CORRUPTED
   /// when it cannot be understood.
