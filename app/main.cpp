@@ -261,7 +261,8 @@ int Run(const nsCommandLine& aLine) {
   if (options.mProfileDirectory.empty() && !isLook)
     std::cerr << "vorel: there is neither --profile nor a home directory: settings are not kept\n";
   options.mManifests = {(share / "vorel.manifest").string()};
-  options.mMachineFile = aLine.mMachineFile;
+  options.mHasNetwork = aLine.mMachineFile.empty();  // a simulated machine has one of its own
+  if (!options.mHasNetwork) options.mFiles = {{"VorelMachine", aLine.mMachineFile}};
   for (const auto& [name, level] : aLine.mLogLevels)
     options.mLogLevels.emplace_back(name, Severity(level));
   options.mCommandLine = aLine.mArguments;

@@ -35,9 +35,11 @@ struct nsHostOptions {
   /// Modules in memory, which must outlive the host; registered after the host's own and before
   /// manifests. Their contract IDs take the place of equal ones of the host.
   std::vector<const vorel::Module*> mModules;
-  /// A file that describes a simulated machine: "VorelMachine" of the directory service. Empty: the
-  /// real machine.
-  std::string mMachineFile;
+  /// Further files and directories that the directory service knows: key and path.
+  std::vector<std::pair<std::string, std::string>> mFiles;
+  /// Whether the network of this machine is the one that the network link service tells of. False:
+  /// it knows of none, since the application is shown another machine.
+  bool mHasNetwork = true;
   /// Logger name (empty: all) and severity of nsILog4Logger, or 3 for nothing; applied in order.
   std::vector<std::pair<std::string, uint32_t>> mLogLevels;
   GeckoProcessType mProcessType = GeckoProcessType_Default;

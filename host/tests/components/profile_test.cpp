@@ -60,7 +60,7 @@ TEST_F(Profile, ProfileThatIsAFileIsUsed) {
 
 TEST_F(Profile, DirectoriesAreUnknownToTheDirectoryService) {
   mOptions.mApplicationDirectory = Path("app");
-  mOptions.mMachineFile = Write("machine.json", "{}");
+  mOptions.mFiles = {{"VorelMachine", Write("machine.json", "{}")}};
   Start();
   EXPECT_EQ(Path("app"), DirectoryOf("XCurProcD"));
   EXPECT_EQ(Path("app/defaults"), DirectoryOf("DefRt"));

@@ -1,6 +1,4 @@
 // Changes of real links, in a network of the test's own.
-#include <poll.h>
-
 #include "nsHostTime.h"
 #include "nsINetworkLinkService.h"
 #include "nsIThread.h"
@@ -121,12 +119,12 @@ TEST_F(NetworkLinkService, ChangeWhileTheProfileIsMadeIsLost) {
   EXPECT_EQ(Strings{"down"}, NextNotices()) << "in the second run of a host";
 }
 
-TEST_F(NetworkLinkService, SimulatedMachineShowsTheRealNetwork) {
+TEST_F(NetworkLinkService, AnotherMachineShowsTheRealNetwork) {
   mNamespace.Ip("link add w0 type veth peer name w1");
   mNamespace.Ip("address add 10.1.2.3/24 dev w0");
   mNamespace.Ip("link set w1 up");
   mNamespace.Ip("link set w0 up");
-  mOptions.mMachineFile = "/machine.json";
+  mOptions.mHasNetwork = false;
   Start();
   ASSERT_EQ(NS_OK, mHost.StartProfile());
   const auto service = do_GetService<nsINetworkLinkService>(kContract);
@@ -140,12 +138,7 @@ TEST_F(NetworkLinkService, SimulatedMachineShowsTheRealNetwork) {
 class LinuxLinkMonitor : public nsHostTest {
  protected:
   void Open() { ASSERT_EQ(NS_OK, nsLinuxLinkMonitor::Open(mMonitorOptions, &mMonitor)); }
-  bool IsReadable() {
-    pollfd fd{mMonitor->Descriptor(), POLLIN, 0};
-    return poll(&fd, 1, 0) == 1;
-  }
-  /// What a watcher sees: nothing, or a change.
-  bool Changes() { return IsReadable() && mMonitor->Consume(); }
+  bool Changes() { return mMonitor->Consume(); }
 
   nsLinuxLinkMonitor::Options mMonitorOptions;
   std::unique_ptr<nsLinkMonitor> mMonitor;

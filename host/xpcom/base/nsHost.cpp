@@ -146,7 +146,7 @@ nsresult nsHost::Impl::Start(const nsHostOptions& aOptions) {
 void nsHost::Impl::SetDirectories() {
   const std::string &application = mOptions.mApplicationDirectory,
                     &profile = mOptions.mProfileDirectory;
-  std::vector<std::pair<const char*, std::string>> directories;
+  std::vector<std::pair<std::string, std::string>> directories;
   if (!application.empty()) {
     directories = {{"XCurProcD", application},
                    {"DefRt", application + "/defaults"},
@@ -156,8 +156,7 @@ void nsHost::Impl::SetDirectories() {
     for (const char* key : {"ProfD", "ProfLD", "ProfDS", "ProfLDS"})
       directories.emplace_back(key, profile);
   }
-  if (!mOptions.mMachineFile.empty())
-    directories.emplace_back("VorelMachine", mOptions.mMachineFile);
+  directories.insert(directories.end(), mOptions.mFiles.begin(), mOptions.mFiles.end());
   const auto service = do_GetService<nsIProperties>(NS_DIRECTORYSERVICE_CONTRACTID);
   for (const auto& [key, path] : directories) {
     // Files have whole paths; without a working directory there are none.
@@ -167,7 +166,8 @@ void nsHost::Impl::SetDirectories() {
     nsresult rv =
         error ? NS_ERROR_FILE_UNRECOGNIZED_PATH
               : NS_NewNativeLocalFile(nsDependentCString(whole), true, file.getter_AddRefs());
-    if (NS_SUCCEEDED(rv)) rv = service ? service->Set(key, file.get()) : NS_ERROR_NOT_AVAILABLE;
+    if (NS_SUCCEEDED(rv))
+      rv = service ? service->Set(key.c_str(), file.get()) : NS_ERROR_NOT_AVAILABLE;
     Complain(key + (": " + path), rv);
   }
 }

@@ -5,21 +5,15 @@
 #include <memory>
 
 #include "nsError.h"
+#include "nsEventSource.h"
 
 /// Listens for changes of links, addresses, routes and name servers from when it is opened, in the
-/// network that the opening thread sees. One thread at a time.
-class nsLinkMonitor {
+/// network that the opening thread sees. Consume may also be called while another thread waits.
+/// True means that something changed, or that changes were lost because they came faster than they
+/// were taken; other messages are taken and are nothing.
+class nsLinkMonitor : public nsEventSource {
  public:
   enum class Status { eUnknown, eDown, eUp };
-
-  virtual ~nsLinkMonitor() = default;
-
-  /// Can be read when there is something to take. It is the monitor's.
-  virtual int Descriptor() const = 0;
-  /// Takes what there is, without waiting; under a flood it comes back in between, and the
-  /// descriptor can still be read. True when something changed, or when changes were lost because
-  /// they came faster than they were taken: either way all is to be looked at again.
-  virtual bool Consume() = 0;
 
   /// NS_ERROR_FAILURE when the system does not tell. Without means to hear of name servers it
   /// still opens, with a warning: their changes are then seen with the next change of a link.

@@ -18,13 +18,13 @@ constexpr uint32_t kLongestMilliseconds = 10;
 
 using Status = nsLinkMonitor::Status;
 
-bool IsSimulated() {
+bool HasNetwork() {
   const nsHost* host = nsHost::Current();
-  return host && !host->Options().mMachineFile.empty();
+  return !host || host->Options().mHasNetwork;
 }
 
 Status ReadStatus(uint32_t* aType) {
-  if (!IsSimulated()) return nsLinkMonitor::ReadStatus(aType);
+  if (HasNetwork()) return nsLinkMonitor::ReadStatus(aType);
   *aType = nsINetworkLinkService::LINK_TYPE_UNKNOWN;
   return Status::eUnknown;
 }
@@ -72,7 +72,7 @@ nsresult nsNetworkLinkService::Observe(nsISupports*, const char* aTopic, const c
   if (topic == "app-startup") return Listen();
   if (topic == "profile-after-change") return Tell();
   if (topic == "xpcom-shutdown") {
-    mWatch = nullptr;
+    mPump = nullptr;
     mBurst = nullptr;
     mMonitor = nullptr;
   }
@@ -80,19 +80,21 @@ nsresult nsNetworkLinkService::Observe(nsISupports*, const char* aTopic, const c
 }
 
 nsresult nsNetworkLinkService::Listen() {
-  if (mMonitor || IsSimulated()) return NS_OK;
+  if (mMonitor || !HasNetwork()) return NS_OK;
   nsresult rv;
   const auto os = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID, &rv);
   NS_ENSURE_SUCCESS(rv, rv);
   rv = os->AddObserver(this, "xpcom-shutdown", false);
   NS_ENSURE_SUCCESS(rv, rv);
-  rv = nsLinkMonitor::Open(&mMonitor);
+  std::unique_ptr<nsLinkMonitor> monitor;
+  rv = nsLinkMonitor::Open(&monitor);
   NS_ENSURE_SUCCESS(rv, rv);
+  mMonitor = std::move(monitor);
   return NS_OK;
 }
 
 nsresult nsNetworkLinkService::Tell() {
-  if (mWatch || !mMonitor) return NS_OK;
+  if (mPump || !mMonitor) return NS_OK;
   nsresult rv;
   const auto threads = do_GetService<nsIThreadManager>(NS_THREADMANAGER_CONTRACTID, &rv);
   NS_ENSURE_SUCCESS(rv, rv);
@@ -101,14 +103,12 @@ nsresult nsNetworkLinkService::Tell() {
   NS_ENSURE_SUCCESS(rv, rv);
   mBurst =
       std::make_unique<nsBurst>(kQuietMilliseconds, kLongestMilliseconds, [this] { OnChanged(); });
-  rv = nsFdWatch::Start(
-      mMonitor->Descriptor(), mainThread.get(), [this] { OnReadable(); }, &mWatch);
+  rv = nsEventPump::Start(
+      "LinkMonitor", mMonitor, mainThread.get(),
+      [this] { (void)mBurst->OnEvent(); },  // it has warned when it fails
+      &mPump);
   NS_ENSURE_SUCCESS(rv, rv);
   return NS_OK;
-}
-
-void nsNetworkLinkService::OnReadable() {
-  if (mMonitor->Consume()) (void)mBurst->OnEvent();  // it has warned when it fails
 }
 
 void nsNetworkLinkService::OnChanged() {

@@ -4,7 +4,7 @@
 #include <memory>
 
 #include "nsBurst.h"
-#include "nsFdWatch.h"
+#include "nsEventPump.h"
 #include "nsINetworkLinkService.h"
 #include "nsIObserver.h"
 #include "nsImplements.h"
@@ -21,8 +21,8 @@
 /// is after the topic, so that whoever looks at the network at either misses nothing later; it ends
 /// with "xpcom-shutdown".
 ///
-/// On a simulated machine it neither knows nor tells anything: that machine tells of its changes
-/// itself.
+/// In a host that stands in for another machine (nsHostOptions::mHasNetwork) it neither knows nor
+/// tells anything: that machine tells of its changes itself.
 class nsNetworkLinkService final
     : public nsImplements<nsNetworkLinkService, nsINetworkLinkService, nsIObserver> {
  public:
@@ -37,11 +37,10 @@ class nsNetworkLinkService final
   ~nsNetworkLinkService() override = default;
   nsresult Listen();
   nsresult Tell();
-  void OnReadable();
   void OnChanged();
 
   // Each uses those before it.
-  std::unique_ptr<nsLinkMonitor> mMonitor;
+  std::shared_ptr<nsLinkMonitor> mMonitor;
   std::unique_ptr<nsBurst> mBurst;
-  std::unique_ptr<nsFdWatch> mWatch;
+  std::unique_ptr<nsEventPump> mPump;
 };

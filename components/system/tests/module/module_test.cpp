@@ -296,12 +296,15 @@ TEST_F(ModuleTest, DOMClassesAreRegisteredWithOtherInterfaces) {
 class MachineFileTest : public nsSystemTest {
  protected:
   MachineFileTest() { mOptions.mModules.push_back(NSModule); }
+  void SetMachine(const char* aText) {
+    mFile = WriteFile("machine.json", aText);
+    mOptions.mFiles = {{"VorelMachine", mFile}};
+  }
+  std::string mFile;
 };
 
 TEST_F(MachineFileTest, MachineIsNotTheOneOfTheFile) {
-  mOptions.mMachineFile = WriteFile(
-      "machine.json",
-      R"({"volumes": [{"letter": "E", "kind": "removable", "bus": "usb", "root": "/e"}]})");
+  SetMachine(R"({"volumes": [{"letter": "E", "kind": "removable", "bus": "usb", "root": "/e"}]})");
   StartHost();
   ASSERT_EQ(mHost.StartProfile(), NS_OK);
   const auto manager = do_GetService<nsISystemManager>(kManager);
@@ -313,7 +316,7 @@ TEST_F(MachineFileTest, MachineIsNotTheOneOfTheFile) {
 }
 
 TEST_F(MachineFileTest, ChangesOfTheFileDoNotHappen) {
-  mOptions.mMachineFile = WriteFile("machine.json", R"({"changes": [{"after": 0, "volumes":
+  SetMachine(R"({"changes": [{"after": 0, "volumes":
       {"insert": [{"letter": "E", "kind": "removable", "bus": "usb", "root": "/e"}]}}]})");
   StartHost();
   const auto storage = [] {
@@ -337,12 +340,12 @@ TEST_F(MachineFileTest, ChangesOfTheFileDoNotHappen) {
 }
 
 TEST_F(MachineFileTest, UnreadableMachineIsReplacedByAnother) {
-  mOptions.mMachineFile = WriteFile("machine.json", "{\n\"volumes\": 5}");
+  SetMachine("{\n\"volumes\": 5}");
   (void)nsTestLog::Instance().Take();
   (void)mHost.Start(mOptions);
   const Strings errors = TakeLog("error system.machine: ");
   ASSERT_EQ(errors.size(), 1u);
-  EXPECT_NE(errors[0].find(mOptions.mMachineFile + ":2: "), std::string::npos) << errors[0];
+  EXPECT_NE(errors[0].find(mFile + ":2: "), std::string::npos) << errors[0];
   EXPECT_FALSE(do_GetService<nsISystemManager>(kManager));
 }
 

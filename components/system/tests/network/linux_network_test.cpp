@@ -44,7 +44,7 @@ std::vector<uint8_t> Captured(const std::string& aName) {
 
 template <class Visit>
 void ForEachPayload(Bytes aBytes, Visit aVisit) {
-  (void)ForEachMessage(aBytes, [&](uint16_t, uint16_t, uint32_t, Bytes aPayload) {
+  (void)ForEachMessage(aBytes, [&](const nlmsghdr&, Bytes aPayload) {
     aVisit(aPayload);
     return true;
   });

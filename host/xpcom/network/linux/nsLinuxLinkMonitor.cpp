@@ -7,7 +7,7 @@
 #include <net/if_arp.h>
 #include <netinet/in.h>
 #include <netpacket/packet.h>
-#include <sys/epoll.h>
+#include <poll.h>
 #include <sys/inotify.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -21,6 +21,7 @@
 #include "nsINetworkLinkService.h"
 #include "nsLinkMessages.h"
 #include "nsLogger.h"
+#include "nsNetlinkMessages.h"
 
 namespace {
 
@@ -73,15 +74,9 @@ nsLinkMonitor::Status nsLinkMonitor::ReadStatus(uint32_t* aType) {
 nsresult nsLinuxLinkMonitor::Open(const Options& aOptions,
                                   std::unique_ptr<nsLinkMonitor>* aResult) {
   std::unique_ptr<nsLinuxLinkMonitor> monitor(new nsLinuxLinkMonitor(aOptions));
-  const auto add = [&monitor](int aFd) {
-    epoll_event event{};
-    event.events = EPOLLIN;
-    return aFd >= 0 && epoll_ctl(monitor->mEither, EPOLL_CTL_ADD, aFd, &event) == 0;
-  };
-  monitor->mEither = epoll_create1(EPOLL_CLOEXEC);
-  if (!monitor->OpenLinks() || !add(monitor->mLinks)) return NS_ERROR_FAILURE;
-  monitor->mFiles = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
-  if (!add(monitor->mFiles)) {
+  if (!monitor->OpenLinks() || NS_FAILED(monitor->mWake.Open())) return NS_ERROR_FAILURE;
+  monitor->mFiles = nsUniqueFd(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+  if (!monitor->mFiles) {
     const std::string why = std::strerror(errno);
     const auto logger = NS_GetLogger("host");
     SYSTEM_LOG_WARNING(logger, "Changes of name servers are not noticed: " + why);
@@ -91,22 +86,25 @@ nsresult nsLinuxLinkMonitor::Open(const Options& aOptions,
   return NS_OK;
 }
 
-nsLinuxLinkMonitor::~nsLinuxLinkMonitor() {
-  for (const int fd : {mEither, mLinks, mFiles})
-    if (fd >= 0) close(fd);
+void nsLinuxLinkMonitor::Wait() {
+  // The one of files may be missing, which is never ready then.
+  pollfd fds[] = {{mWake.get(), POLLIN, 0}, {mLinks.get(), POLLIN, 0}, {mFiles.get(), POLLIN, 0}};
+  while (poll(fds, std::size(fds), -1) < 0 && errno == EINTR) {
+  }
+  (void)mWake.Take();
 }
 
 bool nsLinuxLinkMonitor::OpenLinks() {
-  mLinks = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE);
-  if (mLinks < 0) return false;
+  mLinks = nsUniqueFd(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE));
+  if (!mLinks) return false;
   // The system may give less.
-  (void)setsockopt(mLinks, SOL_SOCKET, SO_RCVBUF, &mOptions.mReceiveBuffer,
+  (void)setsockopt(mLinks.get(), SOL_SOCKET, SO_RCVBUF, &mOptions.mReceiveBuffer,
                    sizeof mOptions.mReceiveBuffer);
   sockaddr_nl address{};
   address.nl_family = AF_NETLINK;
-  if (bind(mLinks, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) return false;
+  if (bind(mLinks.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) return false;
   for (const uint32_t group : kGroups)
-    if (setsockopt(mLinks, SOL_NETLINK, NETLINK_ADD_MEMBERSHIP, &group, sizeof group) != 0)
+    if (setsockopt(mLinks.get(), SOL_NETLINK, NETLINK_ADD_MEMBERSHIP, &group, sizeof group) != 0)
       return false;
   return true;
 }
@@ -123,34 +121,25 @@ bool nsLinuxLinkMonitor::ConsumeLinks() {
   bool changed = false;
   uint8_t buffer[32768];
   for (int i = 0; i < kReadsAtOnce; ++i) {
-    sockaddr_nl sender{};
-    iovec place{buffer, sizeof buffer};
-    msghdr message{};
-    message.msg_name = &sender;
-    message.msg_namelen = sizeof sender;
-    message.msg_iov = &place;
-    message.msg_iovlen = 1;
-    const ssize_t got = recvmsg(mLinks, &message, 0);
-    if (got < 0 && errno == EINTR) continue;
+    bool isCut = false;
+    const ssize_t got = vorel::netlink::Receive(mLinks.get(), buffer, &isCut);
     if (got < 0 && errno == ENOBUFS) {
       changed = true;  // messages were lost; the socket goes on with those that came before
       continue;
     }
     if (got <= 0) break;
-    if (sender.nl_pid != 0) continue;  // from another program, not from the kernel
     // One that is cut short is a message of a link with very much to say.
-    changed = changed || (message.msg_flags & MSG_TRUNC) ||
-              NS_TellsOfNetworkChange({buffer, static_cast<size_t>(got)});
+    changed = changed || isCut || NS_TellsOfNetworkChange({buffer, static_cast<size_t>(got)});
   }
   return changed;
 }
 
 bool nsLinuxLinkMonitor::ConsumeFiles() {
-  if (mFiles < 0) return false;
+  if (!mFiles) return false;
   bool changed = false;
   char buffer[8192];
   for (int i = 0; i < kReadsAtOnce; ++i) {
-    const ssize_t got = read(mFiles, buffer, sizeof buffer);
+    const ssize_t got = read(mFiles.get(), buffer, sizeof buffer);
     if (got < 0 && errno == EINTR) continue;
     if (got <= 0) break;
     for (const char* at = buffer; at < buffer + got;) {
@@ -174,10 +163,10 @@ bool nsLinuxLinkMonitor::WatchFiles() {
   Watches watches;
   const auto watch = [&](const std::string& aDirectory, const std::string& aName) {
     // A directory that is watched already keeps its number.
-    const int number = inotify_add_watch(mFiles, aDirectory.c_str(), kFileChanges);
+    const int number = inotify_add_watch(mFiles.get(), aDirectory.c_str(), kFileChanges);
     if (number >= 0) watches[number].insert(aName);
   };
-  if (mFiles < 0) return false;
+  if (!mFiles) return false;
   const std::filesystem::path resolver = mOptions.mResolverFile;
   watch(resolver.parent_path().native(), resolver.filename().native());
   std::error_code error;

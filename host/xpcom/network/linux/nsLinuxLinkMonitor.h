@@ -6,7 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "nsEventFd.h"
 #include "nsLinkMonitor.h"
+#include "nsUniqueFd.h"
 
 class nsLinuxLinkMonitor final : public nsLinkMonitor {
  public:
@@ -23,12 +25,10 @@ class nsLinuxLinkMonitor final : public nsLinkMonitor {
   };
 
   static nsresult Open(const Options& aOptions, std::unique_ptr<nsLinkMonitor>* aResult);
-  ~nsLinuxLinkMonitor() override;
-  nsLinuxLinkMonitor(const nsLinuxLinkMonitor&) = delete;
-  nsLinuxLinkMonitor& operator=(const nsLinuxLinkMonitor&) = delete;
 
-  int Descriptor() const override { return mEither; }
+  void Wait() override;
   bool Consume() override;
+  void Wake() override { mWake.Set(); }
 
  private:
   /// By the number of a directory's watch: the names in it that count; an empty one is all of them.
@@ -41,8 +41,8 @@ class nsLinuxLinkMonitor final : public nsLinkMonitor {
   bool WatchFiles();
 
   const Options mOptions;
-  int mEither = -1;  // epoll on the two
-  int mLinks = -1;   // rtnetlink
-  int mFiles = -1;   // inotify; -1 without
+  nsEventFd mWake;
+  nsUniqueFd mLinks;  // rtnetlink
+  nsUniqueFd mFiles;  // inotify; may be missing
   Watches mWatches;
 };

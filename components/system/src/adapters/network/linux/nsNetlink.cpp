@@ -8,12 +8,10 @@
 #include <net/if.h>
 #include <sys/socket.h>
 #include <sys/time.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <type_traits>
 
 #include "nsRetry.h"
 
@@ -27,21 +25,6 @@ constexpr size_t kBufferSize = 64 * 1024;
 constexpr int kDumpTries = 16;
 // What the kernel lacked for a moment it may have at the next try.
 constexpr int kFailedTries = 4;
-
-/// Messages are copied out: nothing guarantees their alignment here.
-template <class T>
-bool Take(Bytes aBytes, T* aValue) {
-  static_assert(std::is_trivially_copyable_v<T>);
-  if (aBytes.size() < sizeof(T)) return false;
-  std::memcpy(aValue, aBytes.data(), sizeof(T));
-  return true;
-}
-
-template <class T>
-T ValueOr(Bytes aBytes, T aDefault) {
-  (void)Take(aBytes, &aDefault);
-  return aDefault;
-}
 
 std::string TextOf(Bytes aBytes) {
   const auto end = std::find(aBytes.begin(), aBytes.end(), 0);
@@ -58,24 +41,6 @@ size_t AddressLength(uint8_t aFamily) {
   return aFamily == AF_INET ? 4 : aFamily == AF_INET6 ? 16 : 0;
 }
 
-template <class Visit>
-void ForEachAttribute(Bytes aBytes, Visit aVisit) {
-  rtattr header;
-  while (Take(aBytes, &header) && header.rta_len >= sizeof header &&
-         header.rta_len <= aBytes.size()) {
-    aVisit(static_cast<uint16_t>(header.rta_type & NLA_TYPE_MASK),
-           aBytes.subspan(sizeof header, header.rta_len - sizeof header));
-    aBytes = aBytes.subspan(std::min<size_t>(RTA_ALIGN(header.rta_len), aBytes.size()));
-  }
-}
-
-/// The fixed header of a payload, and the attributes behind it.
-template <class Header>
-std::optional<Bytes> Split(Bytes aPayload, Header* aHeader) {
-  if (!Take(aPayload, aHeader)) return std::nullopt;
-  return aPayload.subspan(std::min<size_t>(NLMSG_ALIGN(sizeof(Header)), aPayload.size()));
-}
-
 bool SpeaksIPv6(Bytes aFamily) {
   bool speaks = true;
   ForEachAttribute(aFamily, [&](uint16_t aType, Bytes aValue) {
@@ -86,39 +51,7 @@ bool SpeaksIPv6(Bytes aFamily) {
   return speaks;
 }
 
-/// A header with what follows it, ready to be sent.
-template <class Header>
-std::vector<uint8_t> Payload(const Header& aHeader) {
-  std::vector<uint8_t> bytes(NLMSG_ALIGN(sizeof aHeader));
-  std::memcpy(bytes.data(), &aHeader, sizeof aHeader);
-  return bytes;
-}
-
-std::vector<uint8_t> LinkQuestion() {
-  std::vector<uint8_t> bytes = Payload(ifinfomsg{});
-  const rtattr attribute{RTA_LENGTH(sizeof(uint32_t)), IFLA_EXT_MASK};
-  const uint32_t mask = RTEXT_FILTER_SKIP_STATS;
-  const size_t at = bytes.size();
-  bytes.resize(at + attribute.rta_len);
-  std::memcpy(&bytes[at], &attribute, sizeof attribute);
-  std::memcpy(&bytes[at + sizeof attribute], &mask, sizeof mask);
-  return bytes;
-}
-
 }  // namespace
-
-bool ForEachMessage(Bytes aBuffer,
-                    const std::function<bool(uint16_t, uint16_t, uint32_t, Bytes)>& aVisit) {
-  nlmsghdr header;
-  while (Take(aBuffer, &header)) {
-    if (header.nlmsg_len < sizeof header || header.nlmsg_len > aBuffer.size()) return false;
-    if (!aVisit(header.nlmsg_type, header.nlmsg_flags, header.nlmsg_seq,
-                aBuffer.subspan(sizeof header, header.nlmsg_len - sizeof header)))
-      return false;
-    aBuffer = aBuffer.subspan(std::min<size_t>(NLMSG_ALIGN(header.nlmsg_len), aBuffer.size()));
-  }
-  return true;
-}
 
 std::optional<Link> ParseLink(Bytes aPayload) {
   ifinfomsg header;
@@ -256,20 +189,14 @@ std::vector<DefaultRoute> ParseDefaultRoutes(Bytes aPayload) {
 
 Socket::Socket() : mBuffer(kBufferSize) {}
 
-Socket::~Socket() { Close(); }
-
 bool Socket::Open() {
-  if (mFd >= 0) return true;
-  mFd = NS_RetryPassing([] { return socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE); });
-  if (mFd < 0) return false;
+  if (mFd) return true;
+  mFd = nsUniqueFd(
+      NS_RetryPassing([] { return socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE); }));
+  if (!mFd) return false;
   const timeval patience{5, 0};  // rather an error than a main thread that hangs
-  (void)setsockopt(mFd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+  (void)setsockopt(mFd.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
   return true;
-}
-
-void Socket::Close() {
-  if (mFd >= 0) close(mFd);
-  mFd = -1;
 }
 
 Socket::Outcome Socket::Failed(int aError) {
@@ -277,64 +204,61 @@ Socket::Outcome Socket::Failed(int aError) {
   return Outcome::kFailed;
 }
 
-Socket::Outcome Socket::Ask(uint16_t aType, Bytes aPayload, const Visitor& aVisit) {
-  nlmsghdr header{};
-  header.nlmsg_len = static_cast<uint32_t>(sizeof header + aPayload.size());
-  header.nlmsg_type = aType;
-  header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
-  header.nlmsg_seq = ++mSequence;
-  std::vector<uint8_t> request(header.nlmsg_len);
-  std::memcpy(request.data(), &header, sizeof header);
-  std::memcpy(request.data() + sizeof header, aPayload.data(), aPayload.size());
+template <class Header>
+Socket::Outcome Socket::Ask(uint16_t aType, const Header& aHeader, const Visitor& aVisit) {
+  alignas(nlmsghdr) uint8_t buffer[256];
+  nlmsghdr* const question = mnl_nlmsg_put_header(buffer);
+  question->nlmsg_type = aType;
+  question->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+  question->nlmsg_seq = ++mSequence;
+  std::memcpy(mnl_nlmsg_put_extra_header(question, sizeof aHeader), &aHeader, sizeof aHeader);
+  if (aType == RTM_GETLINK) mnl_attr_put_u32(question, IFLA_EXT_MASK, RTEXT_FILTER_SKIP_STATS);
   sockaddr_nl kernel{};
   kernel.nl_family = AF_NETLINK;
-  if (!Open() || sendto(mFd, request.data(), request.size(), 0,
+  if (!Open() || sendto(mFd.get(), buffer, question->nlmsg_len, 0,
                         reinterpret_cast<sockaddr*>(&kernel), sizeof kernel) < 0)
     return Failed(errno);
 
   bool changed = false;
   for (;;) {
-    sockaddr_nl from{};
-    iovec piece{mBuffer.data(), mBuffer.size()};
-    msghdr message{&from, sizeof from, &piece, 1, nullptr, 0, 0};
-    const ssize_t got = recvmsg(mFd, &message, 0);
-    if (got < 0 && errno == EINTR) continue;
+    bool isCut = false;
+    const ssize_t got = Receive(mFd.get(), mBuffer, &isCut);
     if (got < 0) return Failed(errno);
-    if (message.msg_flags & MSG_TRUNC) return Failed(EMSGSIZE);
-    if (from.nl_pid != 0) continue;  // not from the kernel
+    if (isCut) return Failed(EMSGSIZE);
     std::optional<Outcome> outcome;
-    (void)ForEachMessage(
-        Bytes(mBuffer.data(), static_cast<size_t>(got)),
-        [&](uint16_t aMessage, uint16_t aMessageFlags, uint32_t aSequence, Bytes aBody) {
-          if (aSequence != mSequence) return true;  // of a question given up
-          changed = changed || (aMessageFlags & NLM_F_DUMP_INTR);
-          if (aMessage == NLMSG_DONE) {
-            outcome = changed ? Outcome::kChanged : Outcome::kDone;
-          } else if (aMessage == NLMSG_ERROR) {
-            nlmsgerr error{};
-            outcome = Failed(Take(aBody, &error) ? -error.error : EBADMSG);
-          } else {
-            aVisit(aMessage, aBody);
-          }
-          return !outcome;
-        });
+    (void)ForEachMessage(Bytes(mBuffer.data(), static_cast<size_t>(got)),
+                         [&](const nlmsghdr& aMessage, Bytes aBody) {
+                           if (aMessage.nlmsg_seq != mSequence)
+                             return true;  // of a question given up
+                           changed = changed || (aMessage.nlmsg_flags & NLM_F_DUMP_INTR);
+                           if (aMessage.nlmsg_type == NLMSG_DONE) {
+                             outcome = changed ? Outcome::kChanged : Outcome::kDone;
+                           } else if (aMessage.nlmsg_type == NLMSG_ERROR) {
+                             nlmsgerr error{};
+                             outcome = Failed(Take(aBody, &error) ? -error.error : EBADMSG);
+                           } else {
+                             aVisit(aMessage.nlmsg_type, aBody);
+                           }
+                           return !outcome;
+                         });
     if (outcome) return *outcome;
   }
 }
 
-nsresult Socket::Dump(uint16_t aType, Bytes aPayload, const std::function<void()>& aStart,
+template <class Header>
+nsresult Socket::Dump(uint16_t aType, const Header& aHeader, const std::function<void()>& aStart,
                       const Visitor& aVisit) {
   int failures = 0;
   for (int tries = 0; tries < kDumpTries; ++tries) {
     aStart();
-    switch (Ask(aType, aPayload, aVisit)) {
+    switch (Ask(aType, aHeader, aVisit)) {
       case Outcome::kDone:
         return NS_OK;
       case Outcome::kChanged:
         break;
       case Outcome::kFailed:
         // What is left of the answer goes with the socket.
-        Close();
+        (void)mFd.Close();
         if (!NS_IsPassing(mError) || ++failures == kFailedTries) return NS_ERROR_FAILURE;
         break;
     }
@@ -345,7 +269,7 @@ nsresult Socket::Dump(uint16_t aType, Bytes aPayload, const std::function<void()
 nsresult Socket::Links(std::vector<Link>* aLinks) {
   std::vector<Link> links;
   const nsresult rv = Dump(
-      RTM_GETLINK, LinkQuestion(), [&] { links.clear(); },
+      RTM_GETLINK, ifinfomsg{}, [&] { links.clear(); },
       [&](uint16_t aType, Bytes aPayload) {
         if (aType != RTM_NEWLINK) return;
         if (auto link = ParseLink(aPayload)) links.push_back(std::move(*link));
@@ -359,7 +283,7 @@ nsresult Socket::Addresses(uint8_t aFamily, std::vector<Address>* aAddresses) {
   header.ifa_family = aFamily;
   std::vector<Address> addresses;
   const nsresult rv = Dump(
-      RTM_GETADDR, Payload(header), [&] { addresses.clear(); },
+      RTM_GETADDR, header, [&] { addresses.clear(); },
       [&](uint16_t aType, Bytes aPayload) {
         if (aType != RTM_NEWADDR) return;
         if (const auto address = ParseAddress(aPayload)) addresses.push_back(*address);
@@ -373,7 +297,7 @@ nsresult Socket::DefaultRoutes(uint8_t aFamily, std::vector<DefaultRoute>* aRout
   header.rtm_family = aFamily;
   std::vector<DefaultRoute> routes;
   const nsresult rv = Dump(
-      RTM_GETROUTE, Payload(header), [&] { routes.clear(); },
+      RTM_GETROUTE, header, [&] { routes.clear(); },
       [&](uint16_t aType, Bytes aPayload) {
         if (aType != RTM_NEWROUTE) return;
         for (const DefaultRoute& route : ParseDefaultRoutes(aPayload)) routes.push_back(route);

@@ -5,15 +5,14 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
-#include <span>
 #include <string>
 #include <vector>
 
 #include "nsError.h"
+#include "nsNetlinkMessages.h"
+#include "nsUniqueFd.h"
 
 namespace vorel::netlink {
-
-using Bytes = std::span<const uint8_t>;
 
 struct Link {
   uint32_t mIndex = 0;
@@ -48,12 +47,6 @@ struct DefaultRoute {
   uint32_t mMetric = 0;
 };
 
-/// The messages in a buffer, as far as they are whole. Stops, with false, when aVisit says so or
-/// when what follows is no message.
-bool ForEachMessage(Bytes aBuffer,
-                    const std::function<bool(uint16_t aType, uint16_t aFlags, uint32_t aSequence,
-                                             Bytes aPayload)>& aVisit);
-
 // Payloads of RTM_NEWLINK, RTM_NEWADDR and RTM_NEWROUTE. Any bytes are safe. Nothing for a message
 // that says nothing of what is asked here: a link message of a family (they tell of a link's IPv6
 // side or a bridge's port), a route that is no default route of the main table.
@@ -66,9 +59,6 @@ std::vector<DefaultRoute> ParseDefaultRoutes(Bytes aPayload);
 class Socket {
  public:
   Socket();
-  ~Socket();
-  Socket(const Socket&) = delete;
-  Socket& operator=(const Socket&) = delete;
 
   /// Everything of a kind, as it was at one moment. Where the kernel says that it changed in
   /// between, or that it lacked something for a moment, it is asked again. NS_ERROR_FAILURE when it
@@ -84,13 +74,14 @@ class Socket {
   enum class Outcome { kDone, kChanged, kFailed };
   using Visitor = std::function<void(uint16_t aType, Bytes aPayload)>;
   bool Open();
-  void Close();
   Outcome Failed(int aError);
-  Outcome Ask(uint16_t aType, Bytes aPayload, const Visitor& aVisit);
-  nsresult Dump(uint16_t aType, Bytes aPayload, const std::function<void()>& aStart,
+  template <class Header>
+  Outcome Ask(uint16_t aType, const Header& aHeader, const Visitor& aVisit);
+  template <class Header>
+  nsresult Dump(uint16_t aType, const Header& aHeader, const std::function<void()>& aStart,
                 const Visitor& aVisit);
 
-  int mFd = -1;
+  nsUniqueFd mFd;
   int mError = 0;
   uint32_t mSequence = 0;
   std::vector<uint8_t> mBuffer;
