@@ -195,6 +195,27 @@ TEST(Program, SettingsThatAreNotKeptAreLostInSilence) {
   EXPECT_EQ(std::system((heard + "'settings are not kept'").c_str()), 0);
 }
 
+TEST(Program, ANameThatIsNotUtf8IsToldAsOneThatCantBeOpened) {
+  nsProgram program;
+  const std::string path = program.Write("odd-\xff-\xc3\xa4.txt", "found");
+  const std::string script = program.Write("odd.js", R"(
+    function open(path) {
+      const file = Components.classes['@mozilla.org/file/local;1']
+          .createInstance(Components.interfaces.nsILocalFile);
+      file.initWithPath(path);
+      return file;
+    }
+    const file = open(arguments[0]);
+    const entries = file.parent.directoryEntries;
+    while (entries.hasMoreElements()) {
+      const entry = entries.getNext().QueryInterface(Components.interfaces.nsIFile);
+      if (entry.leafName.startsWith('odd-'))
+        console.log(open(entry.path).exists(), entry.path === file.path, entry.equals(file));
+    })");
+  const nsOutcome outcome = program.Run({script, path});
+  EXPECT_EQ(outcome.mOutput, "true true true\n") << outcome.mErrors;
+}
+
 TEST(Program, ScriptErrorIsReportedWithoutPlaceOrStatus) {
   nsProgram program;
   const std::string script = program.Write("app.js", "const a = 1;\n\nnoSuchThing();\n");

@@ -13,6 +13,7 @@
 #include "nsScriptErrors.h"
 #include "nsScriptedObject.h"
 #include "nsServices.h"
+#include "nsUtf.h"
 #include "nsXPCOM.h"
 
 std::string nsPlace::Method() const {
@@ -173,7 +174,8 @@ bool Copy(JSContext* cx, JS::HandleString aString, std::u16string* aResult) {
                             aString);
 }
 
-/// Nothing for text with a surrogate that has no partner: UTF-8 has no form for it.
+/// Nothing for text with a surrogate that has no partner: UTF-8 has no form for it. Those that
+/// stand for bytes of a name that is no UTF-8 become these.
 bool ToUtf8(std::u16string_view aText, std::string* aResult) {
   if (std::all_of(aText.begin(), aText.end(), [](char16_t c) { return c < 0x80; })) {
     aResult->assign(aText.begin(), aText.end());
@@ -181,11 +183,12 @@ bool ToUtf8(std::u16string_view aText, std::string* aResult) {
   }
   for (size_t i = 0; i < aText.size(); ++i) {
     if ((aText[i] & 0xF800) != 0xD800) continue;
+    if (aText[i] >= 0xDC80 && aText[i] <= 0xDCFF) continue;
     if ((aText[i] & 0xFC00) != 0xD800 || i + 1 == aText.size() || (aText[i + 1] & 0xFC00) != 0xDC00)
       return false;
     ++i;
   }
-  *aResult = NS_ToUtf8(aText);
+  *aResult = vorel::Utf16ToName(aText);
   return true;
 }
 

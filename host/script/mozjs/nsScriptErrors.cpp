@@ -16,6 +16,7 @@
 
 #include "nsScriptRuntime.h"
 #include "nsString.h"
+#include "nsUtf.h"
 
 namespace {
 
@@ -137,6 +138,6 @@ JSString* NS_NewScriptString(JSContext* cx, std::string_view aUtf8) {
   if (std::all_of(aUtf8.begin(), aUtf8.end(),
                   [](char c) { return static_cast<unsigned char>(c) < 0x80; }))
     return JS_NewStringCopyN(cx, aUtf8.data(), aUtf8.size());
-  const std::u16string wide = NS_ToUtf16(aUtf8);
+  const std::u16string wide = vorel::NameToUtf16(aUtf8);
   return JS_NewUCStringCopyN(cx, wide.data(), wide.size());
 }

@@ -101,7 +101,16 @@ TEST_F(LocalFile, ANameThatIsNotUtf8IsLost) {
   EXPECT_TRUE(Says(file.get(), &nsIFile::Exists));
   nsString leaf;
   EXPECT_EQ(NS_OK, file->GetLeafName(leaf));
-  EXPECT_EQ(u"bad\uFFFD.txt", leaf);
+  EXPECT_EQ(std::u16string_view(u"bad\xDCFF.txt"), leaf.view());
+  // What is told can be opened, by path and by name.
+  nsString path;
+  EXPECT_EQ(NS_OK, file->GetPath(path));
+  nsCOMPtr<nsILocalFile> again;
+  ASSERT_EQ(NS_OK, NS_NewLocalFile(path, true, again.getter_AddRefs()));
+  EXPECT_TRUE(Says(again.get(), &nsIFile::Exists));
+  const auto named = mDir.File("");
+  ASSERT_EQ(NS_OK, named->Append(leaf));
+  EXPECT_TRUE(Says(named.get(), &nsIFile::Exists));
 }
 
 TEST_F(LocalFile, AnEntryIsMissingOrTakenForAnotherKind) {

@@ -13,6 +13,7 @@
 #include "nsCOMArray.h"
 #include "nsErrno.h"
 #include "nsUniqueFd.h"
+#include "nsUtf.h"
 #include "nsXPCOM.h"
 
 namespace fs = std::filesystem;
@@ -71,7 +72,8 @@ nsresult CopyWhole(const std::string& aFrom, const std::string& aTo, bool aFollo
 
 extern "C" nsresult NS_NewLocalFile(const nsAString& aPath, bool aFollowLinks,
                                     nsILocalFile** aResult) {
-  return NS_NewNativeLocalFile(nsCString(NS_ToUtf8(aPath)), aFollowLinks, aResult);
+  return NS_NewNativeLocalFile(nsCString(vorel::Utf16ToName(NS_View(aPath))), aFollowLinks,
+                               aResult);
 }
 
 extern "C" nsresult NS_NewNativeLocalFile(const nsACString& aPath, bool aFollowLinks,
@@ -142,7 +144,7 @@ nsresult nsLocalFile::SetLeaf(std::string_view aName) {
 }
 
 nsresult nsLocalFile::InitWithPath(const nsAString& aFilePath) {
-  return InitWith(NS_ToUtf8(aFilePath));
+  return InitWith(vorel::Utf16ToName(NS_View(aFilePath)));
 }
 nsresult nsLocalFile::InitWithNativePath(const nsACString& aFilePath) {
   return InitWith(NS_View(aFilePath));
@@ -153,16 +155,18 @@ nsresult nsLocalFile::InitWithFile(nsIFile* aFile) {
   return NS_FAILED(rv) ? rv : InitWith(path);
 }
 
-nsresult nsLocalFile::Append(const nsAString& aNode) { return AppendName(NS_ToUtf8(aNode)); }
+nsresult nsLocalFile::Append(const nsAString& aNode) {
+  return AppendName(vorel::Utf16ToName(NS_View(aNode)));
+}
 nsresult nsLocalFile::AppendNative(const nsACString& aNode) { return AppendName(NS_View(aNode)); }
 nsresult nsLocalFile::AppendRelativePath(const nsAString& aPath) {
-  return AppendRelative(NS_ToUtf8(aPath));
+  return AppendRelative(vorel::Utf16ToName(NS_View(aPath)));
 }
 nsresult nsLocalFile::AppendRelativeNativePath(const nsACString& aPath) {
   return AppendRelative(NS_View(aPath));
 }
 nsresult nsLocalFile::SetLeafName(const nsAString& aLeafName) {
-  return SetLeaf(NS_ToUtf8(aLeafName));
+  return SetLeaf(vorel::Utf16ToName(NS_View(aLeafName)));
 }
 nsresult nsLocalFile::SetNativeLeafName(const nsACString& aLeafName) {
   return SetLeaf(NS_View(aLeafName));
@@ -170,7 +174,7 @@ nsresult nsLocalFile::SetNativeLeafName(const nsACString& aLeafName) {
 
 nsresult nsLocalFile::GetLeafName(nsAString& aLeafName) {
   ENSURE_INITIALIZED();
-  NS_Assign(aLeafName, NS_ToUtf16(Leaf()));
+  NS_Assign(aLeafName, vorel::NameToUtf16(Leaf()));
   return NS_OK;
 }
 
@@ -182,7 +186,7 @@ nsresult nsLocalFile::GetNativeLeafName(nsACString& aNativeLeafName) {
 
 nsresult nsLocalFile::GetPath(nsAString& aPath) {
   ENSURE_INITIALIZED();
-  NS_Assign(aPath, NS_ToUtf16(std::string_view(mPath)));
+  NS_Assign(aPath, vorel::NameToUtf16(mPath));
   return NS_OK;
 }
 
@@ -425,7 +429,7 @@ nsresult nsLocalFile::Target(std::string* aTarget) {
 nsresult nsLocalFile::GetTarget(nsAString& aTarget) {
   std::string target;
   const nsresult rv = Target(&target);
-  if (NS_SUCCEEDED(rv)) NS_Assign(aTarget, NS_ToUtf16(std::string_view(target)));
+  if (NS_SUCCEEDED(rv)) NS_Assign(aTarget, vorel::NameToUtf16(target));
   return rv;
 }
 
@@ -542,20 +546,20 @@ nsresult nsLocalFile::Move(nsIFile* aNewParentDir, std::string_view aNewName) {
 }
 
 nsresult nsLocalFile::CopyTo(nsIFile* aNewParentDir, const nsAString& aNewName) {
-  return Copy(aNewParentDir, NS_ToUtf8(aNewName), false);
+  return Copy(aNewParentDir, vorel::Utf16ToName(NS_View(aNewName)), false);
 }
 nsresult nsLocalFile::CopyToNative(nsIFile* aNewParentDir, const nsACString& aNewName) {
   return Copy(aNewParentDir, NS_View(aNewName), false);
 }
 nsresult nsLocalFile::CopyToFollowingLinks(nsIFile* aNewParentDir, const nsAString& aNewName) {
-  return Copy(aNewParentDir, NS_ToUtf8(aNewName), true);
+  return Copy(aNewParentDir, vorel::Utf16ToName(NS_View(aNewName)), true);
 }
 nsresult nsLocalFile::CopyToFollowingLinksNative(nsIFile* aNewParentDir,
                                                  const nsACString& aNewName) {
   return Copy(aNewParentDir, NS_View(aNewName), true);
 }
 nsresult nsLocalFile::MoveTo(nsIFile* aNewParentDir, const nsAString& aNewName) {
-  return Move(aNewParentDir, NS_ToUtf8(aNewName));
+  return Move(aNewParentDir, vorel::Utf16ToName(NS_View(aNewName)));
 }
 nsresult nsLocalFile::MoveToNative(nsIFile* aNewParentDir, const nsACString& aNewName) {
   return Move(aNewParentDir, NS_View(aNewName));

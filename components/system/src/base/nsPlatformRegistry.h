@@ -59,7 +59,8 @@ class nsPlatformRegistry {
 
   virtual ~nsPlatformRegistry() = default;
 
-  /// Opens a key below the machine's root: names with "\" between, found without regard to case.
+  /// Opens a key below the machine's root: names with "\" between, found without regard to case
+  /// but for those of network interfaces.
   /// NS_ERROR_FILE_NOT_FOUND when it is not there, NS_ERROR_FILE_ACCESS_DENIED when the process
   /// lacks a right that aAccess asks for.
   /// Windows: RegOpenKeyExA.

@@ -2,6 +2,7 @@
 #include "nsFaultSweep.h"
 #include "nsNetworkTest.h"
 #include "nsSystemAdapterIP.h"
+#include "nsUtf.h"
 
 namespace {
 
@@ -212,6 +213,54 @@ TEST_F(AdapterIPTest, WhatIsConfiguredReadsBackDifferently) {
   ASSERT_EQ(mView->SetIsDhcpv4Enabled(true), NS_OK);
   EXPECT_EQ(ListOf(mView, &IP::GetUnicastAddresses), (Strings{"10.0.0.7/20"}))
       << "that of the lease again";
+}
+
+TEST_F(AdapterIPTest, ManyAddressesAreMoreThanTheViewCanRead) {
+  std::vector<std::string> addresses;
+  for (int i = 1; i <= 40; ++i) addresses.push_back("192.168.100." + std::to_string(i) + "/24");
+  Interface wire = Wire("many", "02-00-00-00-00-05", addresses);
+  for (int i = 1; i <= 40; ++i) {
+    wire.mGateways.push_back("192.168.100." + std::to_string(i));
+    wire.mAddresses.mDnsServers.push_back(
+        nsSimulatedNetwork::Server("192.168.200." + std::to_string(i)));
+  }
+  const auto adapter = Found(wire);
+  nsCOMPtr<nsISystemAdapter> registered;
+  ASSERT_EQ(adapter->GetRegistered(registered.getter_AddRefs()), NS_OK);
+  const auto view = do_QueryInterface<nsISystemAdapterIP>(registered);
+  EXPECT_EQ(ListOf(view, &IP::GetUnicastAddresses), (Strings{"192.168.100.1/24"}));
+  EXPECT_EQ(ListOf(view, &IP::GetGatewayAddresses), (Strings{"192.168.100.1"}));
+  const Strings servers = ListOf(view, &IP::GetDnsServers);
+  ASSERT_GT(servers.size(), 10u);
+  EXPECT_EQ(servers[9], "192.168.200.10");
+}
+
+TEST_F(AdapterIPTest, LinksWithNamesThatAreAlmostTheSameShareAStore) {
+  const Strings names{"vw", "VW", "v\xff", "v\xfe", "v\\w"};
+  std::vector<nsCOMPtr<IP>> views;
+  for (size_t i = 0; i < names.size(); ++i)
+    mMachine.mNetwork->Put(
+        Wire(names[i], "02-00-00-00-00-05", {"10.7.0." + std::to_string(i + 1) + "/24"}));
+  ASSERT_EQ(Discover(), NS_OK);
+  for (const auto& adapter : Adapters(*mManager)) {
+    nsString path;
+    EXPECT_EQ(adapter->GetSysPath(path), NS_OK);
+    if (std::ranges::find(names, vorel::Utf16ToName(path.view())) == names.end()) continue;
+    nsCOMPtr<nsISystemAdapter> registered;
+    ASSERT_EQ(adapter->GetRegistered(registered.getter_AddRefs()), NS_OK);
+    views.push_back(do_QueryInterface<nsISystemAdapterIP>(registered));
+  }
+  ASSERT_EQ(views.size(), names.size());
+  for (size_t i = 0; i < views.size(); ++i)
+    EXPECT_EQ(ListOf(views[i], &IP::GetUnicastAddresses),
+              (Strings{"10.7.0." + std::to_string(i + 1) + "/24"}));
+  ASSERT_EQ(views[0]->SetIpv4Address(V4("172.16.3.4").get(), V4("255.255.0.0").get(),
+                                     V4("172.16.0.1").get(), -1),
+            NS_OK);
+  EXPECT_EQ(ListOf(views[0], &IP::GetUnicastAddresses), (Strings{"172.16.3.4/16"}));
+  for (size_t i = 1; i < views.size(); ++i)
+    EXPECT_EQ(ListOf(views[i], &IP::GetUnicastAddresses),
+              (Strings{"10.7.0." + std::to_string(i + 1) + "/24"}));
 }
 
 TEST_F(AdapterIPTest, ListsOfNameServersAreSplitWrongly) {

@@ -125,14 +125,71 @@ TEST_F(LinuxVolumes, ComposedOrHiddenOrPulledVolumeIsWrong) {
       {'E', {"/media/vault", V::kDriveFixed, V::kBusUsb}},
       {'F', {"/srv/pool", V::kDriveFixed, V::kBusRaid}},
       {'G', {"/boot", V::kDriveFixed, V::kBusMmc}},
-      {'H', {"/media/card", V::kDriveFixed, V::kBusSd}},
-      {'I', {"/media/reader", V::kDriveFixed, V::kBusUsb}},
+      {'H', {"/media/card", V::kDriveRemovable, V::kBusSd}},
+      {'I', {"/media/reader", V::kDriveRemovable, V::kBusUsb}},
       {'J', {"/media/covered", V::kDriveRamDisk, kNoBus}},
       {'K', {"/opt/image", V::kDriveUnknown, V::kBusFileBackedVirtual}},
       {'L', {"/home/tech/remote", V::kDriveRemote, kNoBus}},
       {'M', {"/var/swapfs", V::kDriveRamDisk, kNoBus}},
   };
   EXPECT_EQ(Look(volumes), expected);
+}
+
+// A memory card behind a controller of its own, with one partition.
+void AddCard(nsCapturedTree& aTree, const std::string& aNumber, const std::string& aType,
+             const std::string& aMore = "") {
+  const std::string slot = "platform/slot" + aNumber + "/mmc_host/mmc" + aNumber + "/card";
+  const std::string disk = slot + "/block/mmcblk" + aNumber;
+  aTree.Add("/sys\n  dev/block/179:" + aNumber + " -> ../../devices/" + disk + "/p1\n  devices/" +
+            slot + "\n    subsystem -> ../../../../../../bus/mmc\n    type = " + aType + "\n" +
+            aMore + "  devices/" + disk + "\n    removable = 0\n    p1/partition = 1\n");
+}
+
+TEST_F(LinuxVolumes, ACardThatCanBeTakenOutIsFixedOrOneThatCannotIsRemovable) {
+  AddCard(mTree, "1", "SD");
+  AddCard(mTree, "2", "SD");
+  AddCard(mTree, "3", "MMC");
+  AddCard(mTree, "4", "SD", "    removable = fixed\n");
+  AddCard(mTree, "5", "MMC", "    removable = removable\n");
+  Mount(1, "179:1", "/", "ext4 /dev/mmcblk1p1");
+  for (const char* number : {"2", "3", "4", "5"})
+    Mount(10 + static_cast<unsigned>(number[0] - '0'), "179:" + std::string(number),
+          "/media/" + std::string(number), "vfat card");
+  nsLinuxVolumes volumes(mTree.Root());
+  const Picture expected = {
+      {'C', {"/", V::kDriveFixed, V::kBusSd}},
+      {'D', {"/media/2", V::kDriveRemovable, V::kBusSd}},
+      {'E', {"/media/3", V::kDriveFixed, V::kBusMmc}},
+      {'F', {"/media/4", V::kDriveFixed, V::kBusSd}},
+      {'G', {"/media/5", V::kDriveRemovable, V::kBusMmc}},
+  };
+  EXPECT_EQ(Look(volumes), expected);
+  // The partition with the kernel lies on the card of an overlay's root.
+  Unmount("/");
+  Unmount("/media/2");
+  Mount(1, "0:30", "/", "overlay overlay");
+  Mount(30, "179:2", "/boot/firmware", "vfat card");
+  nsLinuxVolumes other(mTree.Root());
+  const Picture picture = Look(other);
+  EXPECT_EQ(picture.at(LetterOf(picture, "/boot/firmware")).mKind, uint32_t{V::kDriveFixed});
+}
+
+TEST_F(LinuxVolumes, AVolumeThatHasMovedKeepsItsLetterAndItsAdapterTheOldDirectory) {
+  Mount(1, "0:30", "/", "overlay overlay");
+  PlugStick(1, "5");
+  Mount(2, "8:1", "/media/one", "vfat /dev/sd1");
+  nsLinuxVolumes volumes(mTree.Root());
+  EXPECT_EQ(LetterOf(Look(volumes), "/media/one"), 'D');
+  Mount(3, "8:1", "/media/two", "vfat /dev/sd1");
+  EXPECT_EQ(LetterOf(Look(volumes), "/media/one"), 'D') << "it stays where it was";
+  Unmount("/media/one");
+  EXPECT_EQ(LetterOf(Look(volumes), "/media/two"), 'E') << "the first mount has gone";
+  std::string gone;
+  EXPECT_EQ(volumes.ReadRootDirectory('D', &gone), NS_OK);
+  EXPECT_EQ(gone, "/media/one") << "by which its adapter is found";
+  Unmount("/media/two");
+  Mount(4, "8:1", "/media/three", "vfat /dev/sd1");
+  EXPECT_EQ(LetterOf(Look(volumes), "/media/three"), 'F') << "mounted elsewhere";
 }
 
 TEST_F(LinuxVolumes, LetterIsGivenAgainAtOnceOrChangesWithItsVolume) {
@@ -148,15 +205,15 @@ TEST_F(LinuxVolumes, LetterIsGivenAgainAtOnceOrChangesWithItsVolume) {
 
   Unmount("/media/a");
   Mount(13, "8:1", "/media/other", "vfat /dev/sd1");
-  EXPECT_EQ(LetterOf(Look(volumes), "/media/other"), 'D') << "moved, not gone";
+  EXPECT_EQ(LetterOf(Look(volumes), "/media/other"), 'F') << "as good as another one";
   Unmount("/media/other");
   EXPECT_EQ(Look(volumes).size(), 2u);
   std::string root;
-  EXPECT_EQ(volumes.ReadRootDirectory('D', &root), NS_OK);
+  EXPECT_EQ(volumes.ReadRootDirectory('F', &root), NS_OK);
   EXPECT_EQ(root, "/media/other") << "who hears of the removal still needs it";
   Mount(14, "8:1", "/media/a", "vfat /dev/sd1");
   Picture picture = Look(volumes);
-  EXPECT_EQ(LetterOf(picture, "/media/a"), 'F');
+  EXPECT_EQ(LetterOf(picture, "/media/a"), 'G');
   EXPECT_EQ(LetterOf(picture, "/media/b"), 'E');
 
   // Round and round: every other letter is used before one is used again, and the two others keep
@@ -171,7 +228,7 @@ TEST_F(LinuxVolumes, LetterIsGivenAgainAtOnceOrChangesWithItsVolume) {
     EXPECT_EQ(LetterOf(picture, "/media/b"), 'E');
     EXPECT_EQ(LetterOf(picture, "/"), 'C');
   }
-  EXPECT_EQ(given, "GHIJKLMNOPQRSTUVWXYZDFGHIJKLMN");
+  EXPECT_EQ(given, "HIJKLMNOPQRSTUVWXYZDFGHIJKLMNO");
 }
 
 // The other stick has the same number, node and place: only the sequence of media tells.

@@ -17,6 +17,7 @@
 #include "nsReaderThread.h"
 #include "nsSystemFileSystemWatcherService.h"
 #include "nsTemporaryDirectory.h"
+#include "nsUtf.h"
 #include "nsVorelMethodCaller.h"
 #include "nsWatchTest.h"
 
@@ -36,7 +37,7 @@ std::map<std::string, ino_t> ReadDisk(const fs::path& aRoot) {
     struct stat status;
     if (lstat(at->path().c_str(), &status) != 0) continue;
     const std::string relative = at->path().native().substr(aRoot.native().size() + 1);
-    disk.emplace(NS_ToUtf8(vorel::FromNative(relative)) + (S_ISDIR(status.st_mode) ? "/" : ""),
+    disk.emplace(NS_ToUtf8(vorel::NameToUtf16(relative)) + (S_ISDIR(status.st_mode) ? "/" : ""),
                  status.st_ino);
   }
   return disk;

@@ -1,5 +1,6 @@
 #include "nsUtf.h"
 
+#include <algorithm>
 #include <cstdint>
 
 namespace vorel {
@@ -114,6 +115,37 @@ bool IsUtf8(std::string_view aText) {
   for (size_t i = 0; i < aText.size();)
     if (DecodeUtf8(aText, &i) == kMalformed) return false;
   return true;
+}
+
+std::u16string NameToUtf16(std::string_view aName) {
+  if (IsUtf8(aName)) return Utf8ToUtf16(aName);
+  std::u16string text;
+  while (!aName.empty()) {
+    size_t length = 1;
+    while (length <= std::min<size_t>(4, aName.size()) && !IsUtf8(aName.substr(0, length)))
+      ++length;
+    if (length <= std::min<size_t>(4, aName.size())) {
+      text += Utf8ToUtf16(aName.substr(0, length));
+      aName.remove_prefix(length);
+    } else {
+      text += static_cast<char16_t>(0xDC00 + static_cast<unsigned char>(aName.front()));
+      aName.remove_prefix(1);
+    }
+  }
+  return text;
+}
+
+std::string Utf16ToName(std::u16string_view aText) {
+  const auto isHigh = [](char16_t aUnit) { return aUnit >= 0xD800 && aUnit < 0xDC00; };
+  std::string bytes;
+  size_t start = 0;
+  for (size_t i = 0; i < aText.size(); ++i) {
+    if (aText[i] < 0xDC80 || aText[i] > 0xDCFF || (i > 0 && isHigh(aText[i - 1]))) continue;
+    bytes += Utf16ToUtf8(aText.substr(start, i - start));
+    bytes += static_cast<char>(aText[i] - 0xDC00);
+    start = i + 1;
+  }
+  return bytes += Utf16ToUtf8(aText.substr(start));
 }
 
 }  // namespace vorel

@@ -19,4 +19,12 @@ std::string Utf16ToAscii(std::u16string_view aText);
 /// True for text that Utf8ToUtf16 takes over without a replacement character of its own.
 bool IsUtf8(std::string_view aText);
 
+// Names of the system's: of files, of links, on its command line. They are bytes, and mostly UTF-8.
+
+/// UTF-8 where the bytes are that. Every other byte becomes a unit of its own, a surrogate without
+/// a partner (0xDC00 and the byte), so that Utf16ToName gives the same bytes again: an odd name can
+/// still be told from others, and what it names can be opened.
+std::u16string NameToUtf16(std::string_view aName);
+std::string Utf16ToName(std::u16string_view aText);
+
 }  // namespace vorel

@@ -179,3 +179,13 @@ inline constexpr std::string_view kTcpipParametersKey =
     "SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Parameters";
 inline constexpr std::string_view kTcpipInterfacesKey =
     "SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Parameters\\Interfaces\\";
+/// The key of one interface. A name may have a "\\", which would lead to another key, but no "/".
+/// Names of interfaces that differ in case alone are those of different ones: the store tells keys
+/// here apart by it.
+inline std::string NS_TcpipInterfaceKey(std::string_view aAdapterName) {
+  std::string key(kTcpipInterfacesKey);
+  for (const char c : aAdapterName) key += c == '\\' ? '/' : c;
+  return key;
+}
+/// Readers of a text value there have room for no more bytes.
+inline constexpr uint32_t kTcpipValueCapacity = 256;

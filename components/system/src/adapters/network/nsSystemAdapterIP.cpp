@@ -7,10 +7,10 @@
 #include "nsDebug.h"
 #include "nsString.h"
 #include "nsSystemArray.h"
+#include "nsUtf.h"
 
 namespace {
 
-constexpr uint32_t kValueCapacity = 256;
 /// Before this major version the first picture lacks addresses and families.
 constexpr uint32_t kCompleteVersion = 6;
 
@@ -100,7 +100,7 @@ nsresult nsSystemAdapterIP::Init(const nsAdapterInfo& aInfo) {
 }
 
 nsresult nsSystemAdapterIP::Init(const nsAdapterAddresses& aAddresses) {
-  mGeneric->mSysPath = nsString(NS_ToUtf16(std::string_view(aAddresses.mAdapterName)));
+  mGeneric->mSysPath = nsString(vorel::NameToUtf16(aAddresses.mAdapterName));
   mGeneric->mLabel = nsString(aAddresses.mFriendlyName);
   mDescription = nsString(aAddresses.mDescription);
   mIfIndex = aAddresses.mIfIndex;
@@ -270,7 +270,7 @@ nsresult nsSystemAdapterIP::GetRegistered(nsISystemAdapter** aRegistered) {
     view->mReservedCounterA = mReservedCounterA;
     view->mReservedCounterB = mReservedCounterB;
     view->mIgmpVersion = mIgmpVersion;
-    view->mRegKey = std::string(kTcpipInterfacesKey) + NS_ToUtf8(mGeneric->mSysPath);
+    view->mRegKey = NS_TcpipInterfaceKey(vorel::Utf16ToName(mGeneric->mSysPath.view()));
     view->mRegistered = obj;
     mRegistered = obj;
   }
@@ -288,7 +288,7 @@ nsresult nsSystemAdapterIP::ReadValue(const std::string& aName, std::vector<uint
   RegKey key;
   if (const nsresult rv = OpenKey(mRegKey, Registry::kRead, &key); NS_FAILED(rv)) return rv;
   uint32_t type = 0;
-  return Failure(key->QueryValue(aName, kValueCapacity, &type, aData));
+  return Failure(key->QueryValue(aName, kTcpipValueCapacity, &type, aData));
 }
 
 nsresult nsSystemAdapterIP::ReadText(const std::string& aName, std::string* aText) const {

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <utility>
 
+#include "nsPlatformNetwork.h"
 #include "nsPlatformRegistry.h"
 
 /// Keys and their values, both in the order in which they were made.
@@ -17,7 +18,10 @@ struct nsRegistryData {
     std::vector<nsRegistryValue> mValues;
 
     nsRegistryValue* Find(std::string_view aName) {
-      return FindIn(mValues, aName, &nsRegistryValue::mName);
+      const auto found = std::ranges::find_if(mValues, [&](const nsRegistryValue& aValue) {
+        return NS_SameRegistryName(aValue.mName, aName);
+      });
+      return found == mValues.end() ? nullptr : &*found;
     }
     void Set(nsRegistryValue aValue) {
       if (nsRegistryValue* value = Find(aValue.mName)) {
@@ -31,11 +35,15 @@ struct nsRegistryData {
   };
   std::vector<Key> mKeys;
 
-  Key* Find(std::string_view aPath) { return FindIn(mKeys, aPath, &Key::mPath); }
+  Key* Find(std::string_view aPath) {
+    const auto found =
+        std::ranges::find_if(mKeys, [&](const Key& aKey) { return IsSamePath(aKey.mPath, aPath); });
+    return found == mKeys.end() ? nullptr : &*found;
+  }
   /// There is also a key wherever one lies below.
   bool Has(std::string_view aPath) const {
     return std::ranges::any_of(mKeys, [&](const Key& aKey) {
-      return NS_SameRegistryName(std::string_view(aKey.mPath).substr(0, aPath.size()), aPath) &&
+      return IsSamePath(std::string_view(aKey.mPath).substr(0, aPath.size()), aPath) &&
              (aKey.mPath.size() == aPath.size() || aKey.mPath[aPath.size()] == '\\');
     });
   }
@@ -47,11 +55,15 @@ struct nsRegistryData {
   friend bool operator==(const nsRegistryData&, const nsRegistryData&) = default;
 
  private:
-  template <class T>
-  static T* FindIn(std::vector<T>& aList, std::string_view aName, std::string T::*aField) {
-    const auto found = std::ranges::find_if(
-        aList, [&](const T& aItem) { return NS_SameRegistryName(aItem.*aField, aName); });
-    return found == aList.end() ? nullptr : &*found;
+  /// Without regard to case, but for what stands below the key of network interfaces: their names
+  /// are the system's, which may have two that differ in nothing else.
+  static bool IsSamePath(std::string_view aA, std::string_view aB) {
+    const size_t length = std::min(kTcpipInterfacesKey.size(), aA.size());
+    const std::string_view head = aA.substr(0, length), rest = aA.substr(length);
+    if (aA.size() != aB.size() || !NS_SameRegistryName(head, aB.substr(0, length))) return false;
+    return NS_SameRegistryName(head, kTcpipInterfacesKey)
+               ? rest == aB.substr(length)
+               : NS_SameRegistryName(rest, aB.substr(length));
   }
 };
 

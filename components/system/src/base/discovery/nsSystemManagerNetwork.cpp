@@ -8,6 +8,7 @@
 #include "nsPlatformNetwork.h"
 #include "nsSystemAdapterIP.h"
 #include "nsSystemManager.h"
+#include "nsUtf.h"
 #include "nsXPCOM.h"
 
 namespace {
@@ -144,7 +145,7 @@ nsresult nsSystemManager::InitNetwork() {
     if (info == infoByName.end()) continue;
     CorrectInterfaceType(network, GetIfEntry2Func, mLogger.get(), record);
 
-    const nsString sysPath(NS_ToUtf16(std::string_view(record.mAdapterName)));
+    const nsString sysPath(vorel::NameToUtf16(record.mAdapterName));
     nsCOMPtr<nsISystemAdapter> adapter;
     rv = GetAdapterBySysPath(nullptr, sysPath, adapter.getter_AddRefs());
     NS_ENSURE_SUCCESS(rv, rv);

@@ -17,6 +17,7 @@
 #include "nsPlatformFonts.h"
 #include "nsServices.h"
 #include "nsString.h"
+#include "nsUtf.h"
 #include "nsXPCOM.h"
 
 namespace {
@@ -171,7 +172,7 @@ nsresult nsSystemFont::GetFaceInfo(const std::u16string& aPath, std::u16string* 
     SYSTEM_LOG_WARNING(mLogger, "failed to init FreeType");
     return NS_ERROR_FAILURE;
   }
-  const FT_Error error = file.Open(NS_ToUtf8(aPath));
+  const FT_Error error = file.Open(vorel::Utf16ToName(aPath));
   if (error == FT_Err_Unknown_File_Format) return NS_ERROR_FAILURE;
   if (error != 0) return NS_ERROR_FILE_NOT_FOUND;
   const FT_FaceRec& face = file.Face();

@@ -11,6 +11,7 @@
 #include "nsServices.h"
 #include "nsSystemFileSystemWatcherGeneric.h"
 #include "nsSystemFileSystemWatcherGenericRequest.h"
+#include "nsUtf.h"
 #include "nsVorelMethodCaller.h"
 
 namespace {
@@ -115,8 +116,8 @@ nsresult nsSystemFileSystemWatcherProxy::Initialize(nsISupports* aOwner, JSConte
   NS_ENSURE_TRUE(baseUri, NS_ERROR_FAILURE);
   nsCOMPtr<nsIURI> uri;
   if (const auto ioService = do_GetService<nsIIOService>(NS_IOSERVICE_CONTRACTID))
-    (void)ioService->NewURI(nsCString(NS_ToUtf8(rootPath)), "UTF-8", baseUri.get(),
-                            uri.getter_AddRefs());
+    (void)ioService->NewURI(nsCString(vorel::Utf16ToName(NS_View(rootPath))), "UTF-8",
+                            baseUri.get(), uri.getter_AddRefs());
   NS_ENSURE_TRUE(uri, NS_ERROR_FAILURE);
   nsCString spec;
   rv = uri->GetSpec(spec);

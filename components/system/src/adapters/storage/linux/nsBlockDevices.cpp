@@ -99,6 +99,7 @@ nsBlockDevice nsBlockDevices::Read(const std::string& aSysPath, int aDepth) cons
     return device;
   }
 
+  device.mDisks = {disk};
   const auto properties = disk == aSysPath ? device.mProperties : PropertiesOf(disk);
   const auto property = [&](const char* aName) {
     const auto found = properties.find(aName);
@@ -113,7 +114,7 @@ nsBlockDevice nsBlockDevices::Read(const std::string& aSysPath, int aDepth) cons
     device.mKind = Volumes::kDriveCdRom;
     if (device.mBus == Volumes::kBusSata || device.mBus == Volumes::kBusAta)
       device.mBus = Volumes::kBusAtapi;
-  } else if (mTree.ReadAttribute(disk + "/removable") == "1") {
+  } else if (mTree.ReadAttribute(disk + "/removable") == "1" || IsInSlot(disk)) {
     device.mKind = Volumes::kDriveRemovable;
   } else {
     device.mKind = Volumes::kDriveFixed;
@@ -140,6 +141,7 @@ void nsBlockDevices::ReadComposed(nsBlockDevice& aDevice, const std::string& aDi
     const auto path = mTree.ReadLink(aDisk + "/slaves/" + slave);
     if (!path) continue;
     const nsBlockDevice below = Read(*path, aDepth + 1);
+    aDevice.mDisks.insert(below.mDisks.begin(), below.mDisks.end());
     if (first) {
       aDevice.mKind = below.mKind;
       aDevice.mBus = below.mBus;
@@ -149,6 +151,18 @@ void nsBlockDevices::ReadComposed(nsBlockDevice& aDevice, const std::string& aDi
     }
     first = false;
   }
+}
+
+// A memory card in a slot of the machine. The disk's own attribute says of no such card that it can
+// be taken out. The card's does where the kernel has it; before that, those that can are of another
+// type than the chips that are soldered in.
+bool nsBlockDevices::IsInSlot(const std::string& aDisk) const {
+  const std::string card = ParentOf(ParentOf(aDisk));
+  const auto subsystem = mTree.ReadLink(card + "/subsystem");
+  if (!subsystem || BaseName(*subsystem) != "mmc") return false;
+  const std::string removable = mTree.ReadAttribute(card + "/removable");
+  if (removable == "removable" || removable == "fixed") return removable == "removable";
+  return mTree.ReadAttribute(card + "/type").starts_with("SD");
 }
 
 // A disk in a case often speaks another bus inside, so USB counts wherever on the way up it stands;

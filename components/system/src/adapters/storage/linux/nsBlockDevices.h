@@ -4,15 +4,18 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 
 #include "nsFileTree.h"
 
 /// A block device, or a partition of one.
 struct nsBlockDevice {
-  std::string mSysPath;         ///< "/sys/devices/…/block/sdb/sdb1".
-  uint32_t mKind = 0;           ///< nsPlatformVolumes::DriveKind.
-  std::optional<uint8_t> mBus;  ///< nsPlatformVolumes::BusType; nothing for memory.
+  std::string mSysPath;          ///< "/sys/devices/…/block/sdb/sdb1".
+  std::set<std::string> mDisks;  ///< Those that it lies on: "/sys/devices/…/block/sdb".
+  uint32_t mKind = 0;            ///< nsPlatformVolumes::DriveKind. A memory card that the system
+                                 ///< itself runs from passes for removable here.
+  std::optional<uint8_t> mBus;   ///< nsPlatformVolumes::BusType; nothing for memory.
   std::string mSequence;  ///< Another one for each medium that was put in; empty on old kernels.
   std::map<std::string, std::string> mProperties;  ///< udev's, of the partition: "ID_FS_LABEL_ENC".
 };
@@ -29,6 +32,7 @@ class nsBlockDevices {
  private:
   nsBlockDevice Read(const std::string& aSysPath, int aDepth) const;
   void ReadComposed(nsBlockDevice& aDevice, const std::string& aDisk, int aDepth) const;
+  bool IsInSlot(const std::string& aDisk) const;
   std::optional<uint8_t> BusOf(const std::string& aDisk) const;
   std::map<std::string, std::string> PropertiesOf(const std::string& aSysPath) const;
 

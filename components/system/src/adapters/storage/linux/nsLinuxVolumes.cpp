@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <charconv>
 #include <map>
+#include <set>
 #include <string_view>
 
 namespace {
@@ -45,6 +46,17 @@ constexpr size_t kLetters = 26;
 // memory file systems and container mounts, and a stick must find a letter all the same.
 constexpr size_t kLeaveFree = 8;
 
+// The mount that stands for a volume: the first that shows the whole of it, else the first.
+const nsMount& Choose(const std::vector<nsMount>& aMounts) {
+  const auto whole = std::ranges::find(aMounts, "/", &nsMount::mRoot);
+  return whole != aMounts.end() ? *whole : aMounts.front();
+}
+
+// Whether the system itself runs from what is mounted there.
+bool IsOfSystem(std::string_view aPoint) {
+  return aPoint == "/" || aPoint == "/usr" || aPoint == "/boot" || aPoint.starts_with("/boot/");
+}
+
 bool IsDisk(uint32_t aKind) {
   return aKind == Volumes::kDriveRemovable || aKind == Volumes::kDriveFixed;
 }
@@ -79,34 +91,34 @@ uint32_t SerialNumber(std::string aIdentifier) {
 
 nsLinuxVolumes::nsLinuxVolumes(const std::string& aRoot) : mTree(aRoot), mDevices(mTree) {}
 
-nsLinuxVolumes::Volume nsLinuxVolumes::Describe(const nsMount& aMount) const {
+nsLinuxVolumes::Volume nsLinuxVolumes::Describe(std::vector<nsMount> aMounts) const {
   Volume volume;
-  volume.mMount = aMount;
-  if (aMount.mMajor != 0)
-    volume.mDevice = mDevices.ByNumber(aMount.mMajor, aMount.mMinor);
-  else if (!IsIn(kRemote, aMount.mType) && !IsIn(kMemory, aMount.mType))
-    volume.mDevice = mDevices.ByNode(aMount.mSource);  // of several disks, or with subvolumes
+  const nsMount& mount = volume.mMount = Choose(aMounts);
+  volume.mMounts = std::move(aMounts);
+  if (mount.mMajor != 0)
+    volume.mDevice = mDevices.ByNumber(mount.mMajor, mount.mMinor);
+  else if (!IsIn(kRemote, mount.mType) && !IsIn(kMemory, mount.mType))
+    volume.mDevice = mDevices.ByNode(mount.mSource);  // of several disks, or with subvolumes
 
   if (volume.mDevice)
     volume.mKind = volume.mDevice->mKind;
-  else if (IsIn(kRemote, aMount.mType))
+  else if (IsIn(kRemote, mount.mType))
     volume.mKind = kDriveRemote;
-  else if (IsIn(kMemory, aMount.mType))
+  else if (IsIn(kMemory, mount.mType))
     volume.mKind = kDriveRamDisk;
 
   // Numbers are used again by the kernel. The path of a device and the sequence of its medium are
   // not, for those that come and go; and without a device there is the source.
-  volume.mIdentity = std::to_string(aMount.mMajor) + ":" + std::to_string(aMount.mMinor) + " " +
-                     aMount.mType + " " +
-                     (volume.mDevice ? volume.mDevice->mSysPath + " " + volume.mDevice->mSequence
-                                     : aMount.mSource);
+  volume.mIdentity =
+      std::to_string(mount.mMajor) + ":" + std::to_string(mount.mMinor) + " " + mount.mType + " " +
+      (volume.mDevice ? volume.mDevice->mSysPath + " " + volume.mDevice->mSequence : mount.mSource);
   return volume;
 }
 
 std::vector<nsLinuxVolumes::Volume> nsLinuxVolumes::FindVolumes(
     const std::vector<nsMount>& aMounts) const {
   // The mounts of one file system lie together, in the order of its first one.
-  std::vector<const nsMount*> chosen;
+  std::vector<std::vector<nsMount>> grouped;
   std::map<std::pair<unsigned, unsigned>, size_t> byNumber;
   for (const nsMount& mount : aMounts) {
     if (IsIn(kPseudo, mount.mType)) continue;
@@ -115,21 +127,30 @@ std::vector<nsLinuxVolumes::Volume> nsLinuxVolumes::FindVolumes(
         !mTree.IsDirectory(mount.mPoint))
       continue;
     const auto [known, isNew] =
-        byNumber.emplace(std::pair(mount.mMajor, mount.mMinor), chosen.size());
-    if (isNew)
-      chosen.push_back(&mount);
-    else if (const nsMount*& other = chosen[known->second];
-             other->mRoot != "/" && mount.mRoot == "/")
-      other = &mount;
+        byNumber.emplace(std::pair(mount.mMajor, mount.mMinor), grouped.size());
+    if (isNew) grouped.emplace_back();
+    grouped[known->second].push_back(mount);
   }
   std::vector<Volume> volumes;
+  std::set<std::string> ofSystem;  // disks
   const bool knowsDevices = mTree.Exists("/sys/dev/block");
-  for (const nsMount* mount : chosen) {
-    Volume volume = Describe(*mount);
+  for (std::vector<nsMount>& mounts : grouped) {
+    Volume volume = Describe(std::move(mounts));
     // What is pulled out stays in the table until someone unmounts it; there is nothing behind it
     // any more.
-    if (mount->mMajor != 0 && !volume.mDevice && knowsDevices) continue;
+    if (volume.mMount.mMajor != 0 && !volume.mDevice && knowsDevices) continue;
+    if (volume.mDevice && std::ranges::any_of(volume.mMounts, IsOfSystem, &nsMount::mPoint))
+      ofSystem.insert(volume.mDevice->mDisks.begin(), volume.mDevice->mDisks.end());
     volumes.push_back(std::move(volume));
+  }
+  // A memory card that the system runs from is not one that is carried about.
+  for (Volume& volume : volumes) {
+    if (volume.mKind != kDriveRemovable ||
+        (volume.mDevice->mBus != kBusSd && volume.mDevice->mBus != kBusMmc))
+      continue;
+    if (std::ranges::any_of(volume.mDevice->mDisks,
+                            [&](const std::string& aDisk) { return ofSystem.contains(aDisk); }))
+      volume.mKind = kDriveFixed;
   }
   return volumes;
 }
@@ -153,6 +174,15 @@ void nsLinuxVolumes::GiveLetter(Volume aVolume, size_t aLeave) {
   letter.mVolume = std::move(aVolume);
 }
 
+// Whether the mount that stood for a volume still does. One that shows a part of it does so only as
+// long as none shows the whole.
+bool nsLinuxVolumes::HasRoot(const Volume& aVolume, const nsMount& aMount) {
+  return std::ranges::any_of(aVolume.mMounts, [&](const nsMount& aOther) {
+    return aOther.mPoint == aMount.mPoint && aOther.mRoot == aMount.mRoot &&
+           aMount.mRoot == aVolume.mMount.mRoot;
+  });
+}
+
 nsresult nsLinuxVolumes::Refresh() {
   const auto table = mTree.ReadFile("/proc/self/mountinfo");
   if (!table) return NS_ERROR_FAILURE;
@@ -163,10 +193,13 @@ nsresult nsLinuxVolumes::Refresh() {
     const auto found = std::find_if(volumes.begin(), volumes.end(), [&](const Volume& aVolume) {
       return aVolume.mIdentity == letter.mVolume->mIdentity;
     });
-    if (found == volumes.end()) {
+    // Adapters and bindings know a volume by its root directory: where that has become another one,
+    // the volume is one that has come.
+    if (found == volumes.end() || !HasRoot(*found, letter.mVolume->mMount)) {
       letter.mVolume.reset();
       continue;
     }
+    found->mMount = letter.mVolume->mMount;
     found->mHandle = letter.mVolume->mHandle;
     letter.mLastRoot = found->mMount.mPoint;
     letter.mVolume = std::move(*found);

@@ -14,7 +14,8 @@
 
 /// A volume is a file system that is mounted somewhere, and holds files of its own: the kernel's
 /// windows upon itself (proc, sysfs, cgroups, …) are none. Mounted several times it is one volume,
-/// whose root directory is where it was first mounted as a whole. See docs/volumes-on-linux.md.
+/// whose root directory is where it was first mounted as a whole; without that mount it is another
+/// volume. See docs/volumes-on-linux.md.
 class nsLinuxVolumes final : public nsPlatformVolumes {
  public:
   /// aRoot is "/", or a directory with the files of another machine.
@@ -31,6 +32,7 @@ class nsLinuxVolumes final : public nsPlatformVolumes {
   struct Volume {
     std::string mIdentity;  // is the same as long as the volume is
     nsMount mMount;
+    std::vector<nsMount> mMounts;  // all of them, in the table's order
     std::optional<nsBlockDevice> mDevice;
     uint32_t mKind = kDriveUnknown;
     VolumeHandle mHandle = 0;
@@ -41,7 +43,8 @@ class nsLinuxVolumes final : public nsPlatformVolumes {
   };
 
   std::vector<Volume> FindVolumes(const std::vector<nsMount>& aMounts) const;
-  Volume Describe(const nsMount& aMount) const;
+  Volume Describe(std::vector<nsMount> aMounts) const;
+  static bool HasRoot(const Volume& aVolume, const nsMount& aMount);
   /// Each looks at the machine first, when nobody has yet.
   nsresult Refresh();
   nsresult EnsureRead() { return mRead ? NS_OK : Refresh(); }

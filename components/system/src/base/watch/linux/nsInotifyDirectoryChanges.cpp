@@ -16,6 +16,7 @@
 #include "nsLogger.h"
 #include "nsNamedThread.h"
 #include "nsString.h"
+#include "nsUtf.h"
 
 namespace {
 
@@ -76,7 +77,7 @@ class InotifyReader final : public nsPlatformDirectoryReader {
 
 nsresult InotifyReader::Open(const nsAString& aRoot) {
   if (IsOpen()) return NS_ERROR_ALREADY_INITIALIZED;
-  std::string root = vorel::ToNative(NS_View(aRoot));
+  std::string root = vorel::Utf16ToName(NS_View(aRoot));
   while (root.size() > 1 && root.ends_with('/')) root.pop_back();
   auto directories =
       std::make_unique<nsInotifyDirectories>(root, NS_GetLogger("system.fileWatcher"));
@@ -186,7 +187,7 @@ void InotifyReader::NameDirectories() {
   mIsRestless = false;
   std::vector<std::u16string> names;
   for (const std::string& directory : mDirectories->TakeDirectories())
-    names.push_back(directory.empty() ? u"." : vorel::FromNative(directory) + u"/.");
+    names.push_back(directory.empty() ? u"." : vorel::NameToUtf16(directory) + u"/.");
   Publish(std::move(names));
 }
 
@@ -211,7 +212,7 @@ void InotifyReader::Run() {
     const bool goesOn = mDirectories->ReadEvents();
     std::vector<std::u16string> names;
     for (const std::string& name : mDirectories->TakeNames())
-      names.push_back(vorel::FromNative(name));
+      names.push_back(vorel::NameToUtf16(name));
     Publish(std::move(names));
     if (!goesOn) {
       End(NS_ERROR_FILE_NOT_FOUND);

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "nsNativePaths.h"
+#include "nsUtf.h"
 
 namespace {
 
@@ -39,7 +40,7 @@ class LinuxListing final : public nsPlatformFiles::Listing {
       SetFacts(status, aEntry);
     else
       aEntry->mStatus = vorel::DirectoryError(errno);
-    aEntry->mLeafName.Assign(vorel::FromNative(mNext->d_name));
+    aEntry->mLeafName.Assign(vorel::NameToUtf16(mNext->d_name));
     Advance();
     return NS_OK;
   }
@@ -73,7 +74,7 @@ int ReadStatus(std::string_view aPath, struct stat* aStatus) {
 }  // namespace
 
 nsresult nsLinuxFiles::Exists(const nsAString& aPath, bool* aExists) {
-  const std::string path = vorel::ToNative(NS_View(aPath));
+  const std::string path = vorel::Utf16ToName(NS_View(aPath));
   if (!path.starts_with('/')) return NS_ERROR_FILE_UNRECOGNIZED_PATH;
   struct stat status;
   const int error = ReadStatus(path, &status);
@@ -84,7 +85,7 @@ nsresult nsLinuxFiles::Exists(const nsAString& aPath, bool* aExists) {
 
 nsresult nsLinuxFiles::ReadEntry(const nsAString& aPath, Entry* aEntry) {
   std::u16string_view path = NS_View(aPath);
-  const std::string bytes = vorel::ToNative(path);
+  const std::string bytes = vorel::Utf16ToName(path);
   if (!bytes.starts_with('/')) return NS_ERROR_FILE_UNRECOGNIZED_PATH;
   struct stat status;
   if (const int error = ReadStatus(bytes, &status)) return vorel::DirectoryError(error);
@@ -96,7 +97,7 @@ nsresult nsLinuxFiles::ReadEntry(const nsAString& aPath, Entry* aEntry) {
 
 nsresult nsLinuxFiles::OpenListing(const nsAString& aPath, bool aFollowLink,
                                    std::unique_ptr<Listing>* aListing) {
-  const std::string path = vorel::ToNative(NS_View(aPath));
+  const std::string path = vorel::Utf16ToName(NS_View(aPath));
   if (!path.starts_with('/')) return NS_ERROR_FILE_UNRECOGNIZED_PATH;
   nsUniqueFd fd(vorel::OpenDirectoryAt(AT_FDCWD, path, O_RDONLY | (aFollowLink ? 0 : O_NOFOLLOW)));
   if (!fd) return vorel::DirectoryError(errno);

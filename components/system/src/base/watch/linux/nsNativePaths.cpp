@@ -8,42 +8,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <string>
 #include <utility>
 
-#include "nsUtf.h"
-
 namespace vorel {
-
-std::u16string FromNative(std::string_view aBytes) {
-  if (IsUtf8(aBytes)) return Utf8ToUtf16(aBytes);
-  std::u16string text;
-  while (!aBytes.empty()) {
-    size_t length = 1;
-    while (length <= std::min<size_t>(4, aBytes.size()) && !IsUtf8(aBytes.substr(0, length)))
-      ++length;
-    if (length <= std::min<size_t>(4, aBytes.size())) {
-      text += Utf8ToUtf16(aBytes.substr(0, length));
-      aBytes.remove_prefix(length);
-    } else {
-      text += static_cast<char16_t>(0xDC00 + static_cast<unsigned char>(aBytes.front()));
-      aBytes.remove_prefix(1);
-    }
-  }
-  return text;
-}
-
-std::string ToNative(std::u16string_view aText) {
-  const auto isHigh = [](char16_t aUnit) { return aUnit >= 0xD800 && aUnit < 0xDC00; };
-  std::string bytes;
-  size_t start = 0;
-  for (size_t i = 0; i < aText.size(); ++i) {
-    if (aText[i] < 0xDC80 || aText[i] > 0xDCFF || (i > 0 && isHigh(aText[i - 1]))) continue;
-    bytes += Utf16ToUtf8(aText.substr(start, i - start));
-    bytes += static_cast<char>(aText[i] - 0xDC00);
-    start = i + 1;
-  }
-  return bytes += Utf16ToUtf8(aText.substr(start));
-}
 
 nsresult DirectoryError(int aErrno) {
   return aErrno == ELOOP ? NS_ERROR_FILE_NOT_DIRECTORY : NS_ResultOfErrno(aErrno);
