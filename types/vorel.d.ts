@@ -1208,6 +1208,120 @@ interface nsISystemAdapterListener extends nsISupports {
 }
 
 /**
+ * Set it up, Open it, use its streams and lines, Close it. The system path is the port's name,
+ * "COM3".
+ *
+ * Mode 1, the default, is for a thread that may wait: reads and writes wait as the time-out says,
+ * and nobody is told of anything. Mode 2 is for the main thread: reads take what is there, a
+ * worker listens to the port, calls the listeners and those that wait on the streams.
+ *
+ * Unless told otherwise an operation may be called from any thread, and answers
+ * NS_ERROR_NOT_INITIALIZED while the port is closed where "open" stands in its description. A
+ * failure of the system in an operation on lines is NS_ERROR_FAILURE. Places without a name are
+ * reserved.
+ */
+interface nsISystemAdapterSerial extends nsISystemAdapter {
+  /** 0x127 for every port. */
+  readonly capabilities: number;
+  /**
+   * Settings for the next Open; nothing is checked here, and what the port can't do is logged then
+   * and left as it was. Not to be called while another thread opens the port.
+   *
+   * aAccess: 1 for reading, 2 for writing, 3 for both. aBaudRate in bits a second, one of the
+   * usual ones up to 256000. aCharSize: data bits, 5 to 8. aParity: 256 none; 512 odd, 1024 even,
+   * 2048 mark, 4096 space turn the check on, of the parity that the line is set to already.
+   * aStopBits: 0 one, 1 one and a half, 2 two. aFlowControl: 0 none, 1 RTS and CTS, 2 XON and
+   * XOFF.
+   */
+  setParameters(access: number, baudRate: number, charSize: number, parity: number, stopBits: number, flowControl: number): void;
+  /** What was set, also what the port refused. At first 3, 9600, 8, 256, 0, 0. */
+  getParameters(): { access: number; baudRate: number; charSize: number; parity: number; stopBits: number; flowControl: number };
+  /** Open. A break of that length; returns after it. Other operations of the port wait meanwhile. */
+  sendBreak(microseconds: number): void;
+  /**
+   * Open. Gives what SetBREAK has set, and answers NS_ERROR_NOT_IMPLEMENTED all the same: kept as
+   * it stands.
+   * Setting: Open. A break begins, or ends.
+   */
+  BREAK: boolean;
+  /** Open. Data carrier detect, an input; false also when the line can't be read. */
+  readonly DCD: boolean;
+  /** Open. Clear to send, likewise. */
+  readonly CTS: boolean;
+  /** Open. Data set ready, likewise. */
+  readonly DSR: boolean;
+  /**
+   * Open. What Open has made of the output: true. SetDTR does not change it: kept as it stands.
+   * Setting: Open. Data terminal ready, an output.
+   */
+  DTR: boolean;
+  /** Open. The ring indicator, an input; false also when the line can't be read. */
+  readonly RING: boolean;
+  /**
+   * Open. What Open remembers of the output: false. SetRTS does not change it: kept as it stands.
+   * Setting: Open. Request to send, an output.
+   */
+  RTS: boolean;
+  /**
+   * Open. Whether everything written has left the port's queue; true also when that can't be read,
+   * with NS_ERROR_FAILURE.
+   */
+  readonly isTQEmpty: boolean;
+  /** Open. Does nothing, and succeeds. */
+  drainTQ(): void;
+  /**
+   * For ports in mode 2. Listeners stay over Close and Open. One that is added twice is called
+   * twice. While the port is open, all that is told is told at once. NS_ERROR_FAILURE when an open
+   * port can't be made to listen to its lines; the listener is added nevertheless. Don't call it
+   * on a port that is open in mode 1.
+   */
+  addListener(listener: nsISystemSerialListener | nsScripted<nsISystemSerialListener> | null): void;
+  /** Success also for one that is not there. */
+  removeListener(listener: nsISystemSerialListener | nsScripted<nsISystemSerialListener> | null): void;
+  /** Whether the streams say that they block; they do in mode 1. True at first. */
+  isBlocking: boolean;
+  /** A number that is kept, and has no use. */
+  reservedValue: number;
+  /**
+   * For mode 1, in ms, from the next Open on: how long a read waits for all of its bytes and for
+   * the next one, and a write for its end. 0, the default: without limit. 0xFFFFFFFF: a read takes
+   * what is there.
+   */
+  timeout: number;
+  /** 1 or 2; NS_ERROR_FAILURE for others. To be set before Open. */
+  mode: number;
+  /**
+   * Open. Always the same one, which is an nsIBinaryInputStream too. Hold it as long as the port
+   * is used: the stream closes when its last user lets go of it, till the next Open.
+   *
+   * Numbers are big-endian. In mode 2 a read takes as many bytes as it is asked for, whether they
+   * are there or not: ask for what Available says. ReadString fails on every text that is not
+   * empty: kept as it stands. On a closed stream reads give no bytes.
+   *
+   * AsyncWait calls back at the next event of the port, once. Without a target it calls on the
+   * worker's thread.
+   */
+  readonly inputStream: nsIAsyncInputStream | null;
+  /**
+   * Open. As GetInputStream, with nsIBinaryOutputStream. In mode 2 a write that is done at once
+   * reports 0 bytes, so that everything but Write and WriteFrom fails after it has written: kept
+   * as it stands. NS_BASE_STREAM_WOULD_BLOCK tells of a write that goes on.
+   */
+  readonly outputStream: nsIAsyncOutputStream | null;
+  /**
+   * NS_ERROR_FAILURE when the port is open. NS_ERROR_FILE_ACCESS_DENIED when it can't be opened:
+   * it is not there, another program uses it, or the right is missing; the log says which.
+   * NS_ERROR_FAILURE also when the port can't be listened to: it is open then and wants a Close.
+   */
+  open(): void;
+  /**
+   * Closes the streams and the port. Reads and writes of other threads fail; who waits on a stream
+   * is not called. Success also for a port that is closed.
+   */
+  close(): void;
+}
+
+/**
  * A directory that the application works from, or the root of a removable volume. Those of volumes
  * have the device "mass-storage" and a connector "usb"; those of directories have neither.
  */
@@ -1703,6 +1817,48 @@ interface nsISystemRequestCommit extends nsISystemRequest {
 interface nsISystemRequestCheckDataDisk extends nsISystemRequest {
 }
 
+/**
+ * Given to nsISystemAdapterSerial::AddListener; told of ports that are open in mode 2. Called on
+ * the main thread, one listener after the other, while the port's worker waits. Results are
+ * ignored.
+ *
+ * Whatever happens on the port, everything that the port listens for is told: a line may be told
+ * that has not changed. Each call has the line's state at that moment.
+ */
+interface nsISystemSerialListener extends nsISupports {
+  /** Clear to send. */
+  onCTS(state: boolean): void;
+  /** Data set ready. */
+  onDSR(state: boolean): void;
+  /** The ring indicator. */
+  onRING(state: boolean): void;
+  /** Data carrier detect. */
+  onDCD(state: boolean): void;
+  /**
+   * Bytes have come. aStream is the port's input stream; what Available says can be read at once.
+   * What is left unread is told again only with further bytes.
+   */
+  onData(stream: nsIInputStream | null): void;
+}
+
+/**
+ * Another face of a serial adapter, to be asked for by name. Looks at the machine at each call,
+ * from any thread; NS_ERROR_NOT_AVAILABLE while the device is not there. A text that is not known
+ * is empty, and that is no error.
+ */
+interface nsISystemSerialPortInfo extends nsISupports {
+  /** The system's own name of it: "/dev/ttyUSB0". */
+  readonly devicePath: string;
+  readonly driver: string;
+  readonly maker: string;
+  readonly product: string;
+  /**
+   * What stays the same however the devices are plugged in and in which order: made of the serial
+   * number, or else of the place where it is plugged in. The port keeps its name by it.
+   */
+  readonly identity: string;
+}
+
 /** The interfaces by name. Where one is wanted as a parameter, it is one of these. */
 interface nsInterfaces {
   readonly nsISupports: nsInterfaceID<nsISupports>;
@@ -1809,6 +1965,7 @@ interface nsInterfaces {
   readonly nsISystemAdapterIP: nsInterfaceID<nsISystemAdapterIP>;
   readonly nsISystemAdapterLAN: nsInterfaceID<nsISystemAdapterLAN>;
   readonly nsISystemAdapterListener: nsInterfaceID<nsISystemAdapterListener>;
+  readonly nsISystemAdapterSerial: nsInterfaceID<nsISystemAdapterSerial>;
   readonly nsISystemAdapterStorage: nsInterfaceID<nsISystemAdapterStorage>;
   readonly nsISystemAdapterWLAN: nsInterfaceID<nsISystemAdapterWLAN>;
   readonly nsISystemAdapterWWAN: nsInterfaceID<nsISystemAdapterWWAN>;
@@ -1833,6 +1990,8 @@ interface nsInterfaces {
   readonly nsISystemRequestFormat: nsInterfaceID<nsISystemRequestFormat>;
   readonly nsISystemRequestCommit: nsInterfaceID<nsISystemRequestCommit>;
   readonly nsISystemRequestCheckDataDisk: nsInterfaceID<nsISystemRequestCheckDataDisk>;
+  readonly nsISystemSerialListener: nsInterfaceID<nsISystemSerialListener>;
+  readonly nsISystemSerialPortInfo: nsInterfaceID<nsISystemSerialPortInfo>;
 }
 
 interface nsClassOfContract {

@@ -6,6 +6,7 @@ nsSimulatedMachine::nsSimulatedMachine()
       mFiles(std::make_shared<nsSimulatedFiles>(mCalls)),
       mDirectoryChanges(std::make_shared<nsSimulatedDirectoryChanges>(mCalls, mFiles)),
       mNetwork(std::make_shared<nsSimulatedNetwork>(mCalls)),
+      mComm(std::make_shared<nsSimulatedComm>(mCalls)),
       mRegistry(std::make_shared<nsSimulatedRegistry>(mCalls, mNetwork)),
       mClock(std::make_shared<nsSimulatedClock>(mCalls)),
       mFonts(std::make_shared<nsSimulatedFonts>(mCalls)),
@@ -18,6 +19,7 @@ nsPlatformRef nsSimulatedMachine::Platform() const {
   platform->mFiles = mFiles;
   platform->mDirectoryChanges = mDirectoryChanges;
   platform->mNetwork = mNetwork;
+  platform->mComm = mComm;
   platform->mRegistry = mRegistry;
   platform->mClock = mClock;
   platform->mTimeZones = mClock;

@@ -15,6 +15,7 @@
 #include "nsPlatform.h"
 #include "nsSimulatedCalls.h"
 #include "nsSimulatedClock.h"
+#include "nsSimulatedComm.h"
 #include "nsSimulatedFileSystem.h"
 #include "nsSimulatedFonts.h"
 #include "nsSimulatedHost.h"
@@ -54,6 +55,7 @@ class nsSimulatedMachine {
   const std::shared_ptr<nsSimulatedFiles> mFiles;
   const std::shared_ptr<nsSimulatedDirectoryChanges> mDirectoryChanges;
   const std::shared_ptr<nsSimulatedNetwork> mNetwork;
+  const std::shared_ptr<nsSimulatedComm> mComm;
   const std::shared_ptr<nsSimulatedRegistry> mRegistry;
   const std::shared_ptr<nsSimulatedClock> mClock;
   const std::shared_ptr<nsSimulatedFonts> mFonts;

@@ -34,6 +34,7 @@ constexpr Section MakeSection(const char* aName) {
 constexpr Section kSections[] = {
     MakeSection<&nsSimulatedMachine::mVolumes>("volumes"),
     MakeSection<&nsSimulatedMachine::mNetwork>("interfaces"),
+    MakeSection<&nsSimulatedMachine::mComm>("serial"),
     MakeSection<&nsSimulatedMachine::mRegistry>("registry"),
     MakeSection<&nsSimulatedMachine::mClock>("clock"),
     MakeSection<&nsSimulatedMachine::mFonts>("fonts"),

@@ -8,6 +8,7 @@
 #include <memory>
 
 class nsPlatformClock;
+class nsPlatformComm;
 class nsPlatformDirectoryChanges;
 class nsPlatformFiles;
 class nsPlatformFonts;
@@ -22,6 +23,7 @@ class nsPlatformWatchdog;
 struct nsPlatform {
   std::shared_ptr<nsPlatformVolumes> mVolumes;
   std::shared_ptr<nsPlatformNetwork> mNetwork;
+  std::shared_ptr<nsPlatformComm> mComm;
   std::shared_ptr<nsPlatformRegistry> mRegistry;
   std::shared_ptr<nsPlatformClock> mClock;
   std::shared_ptr<nsPlatformTimeZones> mTimeZones;

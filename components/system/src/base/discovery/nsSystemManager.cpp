@@ -114,9 +114,9 @@ nsresult nsSystemManager::Init() {
   };
 
   // The order of discovery is fixed: serial ports, network interfaces, display outputs, standing
-  // directories, volumes, digital TV receivers. There is no discovery of serial ports, display
-  // outputs and receivers yet. What is found in the machine may fail; what the preferences ask for
-  // may not.
+  // directories, volumes, digital TV receivers. There is no discovery of display outputs and
+  // receivers yet. What is found in the machine may fail; what the preferences ask for may not.
+  InitSerial();
   (void)InitNetwork();
 
   nsresult rv;

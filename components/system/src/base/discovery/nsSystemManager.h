@@ -59,6 +59,8 @@ class nsSystemManager final : public nsSystemManagerGeneric {
 
   nsresult OnAppStartup();
   nsresult OnWindowRegistered(nsISupports* aWindow);
+  /// An adapter for each serial port that the machine has, by rising number.
+  void InitSerial();
   /// Makes the list of IP adapters agree with the machine. A listener that has it look once more is
   /// served at once, and the look that it heard of ends there: it knows less.
   nsresult InitNetwork();

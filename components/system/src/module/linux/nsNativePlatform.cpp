@@ -1,5 +1,8 @@
+#include <cstdlib>
+
 #include "nsInotifyDirectoryChanges.h"
 #include "nsLinuxClock.h"
+#include "nsLinuxComm.h"
 #include "nsLinuxFiles.h"
 #include "nsLinuxFonts.h"
 #include "nsLinuxHost.h"
@@ -16,6 +19,10 @@ nsPlatformRef NS_NewNativePlatform() {
   const auto network = std::make_shared<nsLinuxNetwork>();
   platform->mNetwork = network;
   platform->mRegistry = std::make_shared<nsLinuxRegistry>(NS_RegistryPath, NS_NetworkSeed(network));
+  nsLinuxComm::Options serial;
+  const char* const more = std::getenv("VOREL_SERIAL_PORTS");
+  if (more) serial.mMore = NS_ParseSerialPorts(more);
+  platform->mComm = std::make_shared<nsLinuxComm>(platform->mRegistry, std::move(serial));
   platform->mClock = std::make_shared<nsLinuxClock>();
   platform->mTimeZones = std::make_shared<nsLinuxTimeZones>();
   platform->mFonts = std::make_shared<nsLinuxFonts>();

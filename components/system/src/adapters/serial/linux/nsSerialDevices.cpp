@@ -1,0 +1,102 @@
+#include "nsSerialDevices.h"
+
+#include <libudev.h>
+
+#include <algorithm>
+#include <memory>
+#include <set>
+
+namespace {
+
+struct Unref {
+  void operator()(udev* aUdev) const { udev_unref(aUdev); }
+  void operator()(udev_enumerate* aList) const { udev_enumerate_unref(aList); }
+  void operator()(udev_device* aDevice) const { udev_device_unref(aDevice); }
+};
+
+std::string Text(const char* aText) { return aText ? aText : ""; }
+
+std::string Attribute(udev_device* aDevice, const char* aName) {
+  return aDevice ? Text(udev_device_get_sysattr_value(aDevice, aName)) : "";
+}
+
+// The first of a device's properties, or of an attribute of the USB device, that says something.
+std::string FirstOf(udev_device* aDevice, std::initializer_list<const char*> aProperties,
+                    udev_device* aUsb, const char* aAttribute) {
+  for (const char* property : aProperties)
+    if (std::string text = Text(udev_device_get_property_value(aDevice, property)); !text.empty())
+      return text;
+  return Attribute(aUsb, aAttribute);
+}
+
+// The driver's own device; the kernel puts some of its own between a line and that.
+std::string DriverOf(udev_device* aDevice) {
+  for (udev_device* parent = udev_device_get_parent(aDevice); parent;
+       parent = udev_device_get_parent(parent)) {
+    const std::string subsystem = Text(udev_device_get_subsystem(parent));
+    const std::string driver = Text(udev_device_get_driver(parent));
+    if (subsystem != "serial-base" && subsystem != "usb-serial" && !driver.empty()) return driver;
+  }
+  return "";
+}
+
+// By the serial number of a USB device, with the number of its line where it has several; else by
+// the place where it is plugged in. The name of the node is no part of it: it tells the order.
+std::string IdentityOf(udev_device* aDevice, udev_device* aUsb, bool aByPlace) {
+  udev_device* const interface =
+      udev_device_get_parent_with_subsystem_devtype(aDevice, "usb", "usb_interface");
+  udev_device* const parent = udev_device_get_parent(aDevice);
+  std::string line = Attribute(interface, "bInterfaceNumber");
+  // A driver of USB adapters numbers the lines of one interface.
+  if (const std::string port = Attribute(parent, "port_number"); !port.empty()) line += "." + port;
+  const std::string serial = Attribute(aUsb, "serial");
+  if (!serial.empty() && !aByPlace)
+    return "usb:" + Attribute(aUsb, "idVendor") + ":" + Attribute(aUsb, "idProduct") + ":" +
+           serial + ":" + line;
+  if (aUsb) return "usb-place:" + Text(udev_device_get_sysname(aUsb)) + ":" + line;
+  return "place:" + Text(udev_device_get_devpath(parent)) + ":" +
+         Text(udev_device_get_sysnum(aDevice));
+}
+
+}  // namespace
+
+nsresult NS_ListSerialDevices(std::vector<nsCommPortInfo>* aDevices) {
+  const std::unique_ptr<udev, Unref> context(udev_new());
+  const std::unique_ptr<udev_enumerate, Unref> list(context ? udev_enumerate_new(context.get())
+                                                            : nullptr);
+  if (!list) return NS_ERROR_OUT_OF_MEMORY;
+  if (udev_enumerate_add_match_subsystem(list.get(), "tty") < 0 ||
+      udev_enumerate_scan_devices(list.get()) < 0)
+    return NS_ERROR_NOT_AVAILABLE;
+
+  std::vector<nsCommPortInfo> devices;
+  std::set<std::string> identities;
+  for (auto* entry = udev_enumerate_get_list_entry(list.get()); entry;
+       entry = udev_list_entry_get_next(entry)) {
+    // One that has gone since the list was made is none any more.
+    const std::unique_ptr<udev_device, Unref> device(
+        udev_device_new_from_syspath(context.get(), udev_list_entry_get_name(entry)));
+    if (!device || !udev_device_get_devnode(device.get())) continue;
+    if (!udev_device_get_parent(device.get())) continue;
+    if (Attribute(device.get(), "type") == "0") continue;  // reserved by its driver, and empty
+
+    udev_device* const usb =
+        udev_device_get_parent_with_subsystem_devtype(device.get(), "usb", "usb_device");
+    nsCommPortInfo info;
+    info.mDevice = udev_device_get_devnode(device.get());
+    info.mDriver = DriverOf(device.get());
+    info.mMaker =
+        FirstOf(device.get(), {"ID_VENDOR_FROM_DATABASE", "ID_VENDOR"}, usb, "manufacturer");
+    info.mProduct = FirstOf(device.get(), {"ID_MODEL_FROM_DATABASE", "ID_MODEL"}, usb, "product");
+    info.mIdentity = IdentityOf(device.get(), usb, false);
+    // Cheap adapters share a serial number: the second one is known by its place.
+    if (!identities.insert(info.mIdentity).second) {
+      info.mIdentity = IdentityOf(device.get(), usb, true);
+      identities.insert(info.mIdentity);
+    }
+    devices.push_back(std::move(info));
+  }
+  std::ranges::sort(devices, {}, &nsCommPortInfo::mDevice);
+  *aDevices = std::move(devices);
+  return NS_OK;
+}

@@ -1,0 +1,12 @@
+// The machine's serial lines, as the system lists them.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "nsPlatformComm.h"
+
+/// All lines with a device behind them, without a name: by device node, sorted. A line whose
+/// device the driver did not find, a pseudo terminal and a console are none.
+/// NS_ERROR_NOT_AVAILABLE when the system does not list its devices.
+nsresult NS_ListSerialDevices(std::vector<nsCommPortInfo>* aDevices);
