@@ -324,7 +324,8 @@ nsresult nsSimulatedClock::FindZone(const nsPlatformZoneName& aZone) {
 
 // Each of its zones has one name.
 bool nsSimulatedClock::IsSameZone(const nsPlatformZoneName& aZone, std::string_view aOlsonName) {
-  return aZone.mOlsonName == aOlsonName;
+  const std::lock_guard lock(mLock);
+  return aZone.mOlsonName == aOlsonName && Find(aZone);
 }
 
 nsresult nsSimulatedClock::ReadRules(const nsPlatformZoneName& aZone, nsPlatformZoneRules* aRules) {

@@ -1,36 +1,12 @@
-// What every backend of the port of network interfaces keeps to: the simulated one, and the native
-// one on links of a namespace.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <functional>
-
-#include "nsLinuxNetwork.h"
-#include "nsNetworkNamespace.h"
+// What every backend of the port of network interfaces keeps to.
+#include "nsNetworkContract.h"
 #include "nsSimulatedMachine.h"
 
 namespace {
 
 using Record = nsAdapterAddresses;
 
-class Machine {
- public:
-  virtual ~Machine() = default;
-  virtual std::string Lacks() { return ""; }
-  virtual nsPlatformNetwork& Port() = 0;
-  /// A wire that is up. The address is hexadecimal with ":" between.
-  virtual void AddWire(const std::string& aName, const std::string& aMac) = 0;
-  /// Looks like a wire, and is none.
-  virtual void AddBridge(const std::string& aName) = 0;
-  virtual void SetAddresses(const std::string& aName,
-                            const std::vector<std::string>& aAddresses) = 0;
-  /// By rising metric.
-  virtual void SetGateways(const std::string& aName, const std::vector<std::string>& aGateways) = 0;
-  virtual void SetDown(const std::string& aName) = 0;
-  virtual void Remove(const std::string& aName) = 0;
-};
-
-class SimulatedMachine final : public Machine {
+class SimulatedMachine final : public nsNetworkMachine {
  public:
   nsPlatformNetwork& Port() override { return *mNetwork; }
   void AddWire(const std::string& aName, const std::string& aMac) override {
@@ -63,64 +39,7 @@ class SimulatedMachine final : public Machine {
   const std::shared_ptr<nsSimulatedNetwork> mNetwork = mMachine.mNetwork;
 };
 
-class NativeMachine final : public Machine {
- public:
-  std::string Lacks() override { return mNamespace.Lacks(); }
-  nsPlatformNetwork& Port() override { return mNetwork; }
-  void AddWire(const std::string& aName, const std::string& aMac) override {
-    mNamespace.AddWire(aName, aMac);
-  }
-  void AddBridge(const std::string& aName) override {
-    mNamespace.Ip("link add " + aName + " type bridge");
-  }
-  void SetAddresses(const std::string& aName, const std::vector<std::string>& aAddresses) override {
-    for (const auto& address : aAddresses)
-      mNamespace.Ip("addr add " + address + " dev " + aName + " nodad");
-  }
-  void SetGateways(const std::string& aName, const std::vector<std::string>& aGateways) override {
-    int metric = 900;
-    for (size_t i = aGateways.size(); i > 0;
-         --i)  // the best one last: the order of making must not count
-      mNamespace.Ip("route add default via " + aGateways[i - 1] + " dev " + aName + " metric " +
-                    std::to_string(metric -= 100));
-  }
-  void SetDown(const std::string& aName) override { mNamespace.SetUp(aName, false); }
-  void Remove(const std::string& aName) override { mNamespace.Ip("link del " + aName); }
-
- private:
-  nsNetworkNamespace mNamespace;
-  nsLinuxNetwork mNetwork;
-};
-
-struct Backend {
-  const char* mName;
-  std::function<std::unique_ptr<Machine>()> mMake;
-};
-
-class Network : public testing::TestWithParam<Backend> {
- protected:
-  void SetUp() override {
-    mMachine = GetParam().mMake();
-    if (const std::string lacks = mMachine->Lacks(); !lacks.empty()) GTEST_SKIP() << lacks;
-  }
-  nsPlatformNetwork& Port() { return mMachine->Port(); }
-  /// The record of an interface; an empty one when it is not there.
-  Record RecordOf(const std::string& aName) {
-    std::vector<Record> records;
-    EXPECT_EQ(Port().Read()->GetAdaptersAddresses(0, 0x90, &records), NS_OK);
-    const auto found = std::ranges::find(records, aName, &Record::mAdapterName);
-    return found == records.end() ? Record() : *found;
-  }
-  nsAdapterInfo InfoOf(const std::string& aName) {
-    std::vector<nsAdapterInfo> infos;
-    (void)Port().Read()->GetAdaptersInfo(&infos);
-    const auto found = std::ranges::find(infos, aName, &nsAdapterInfo::mAdapterName);
-    return found == infos.end() ? nsAdapterInfo() : *found;
-  }
-  std::unique_ptr<Machine> mMachine;
-};
-
-TEST_P(Network, APictureLacksAnInterfaceOrItsFields) {
+TEST_P(NetworkContract, APictureLacksAnInterfaceOrItsFields) {
   mMachine->AddWire("vw0", "02:11:22:33:44:55");
   const Record record = RecordOf("vw0");
   EXPECT_EQ(record.mAdapterName, "vw0");
@@ -135,7 +54,7 @@ TEST_P(Network, APictureLacksAnInterfaceOrItsFields) {
   EXPECT_EQ(InfoOf("vw0").mAdapterName, "vw0");
 }
 
-TEST_P(Network, AddressesAreLostOrOutOfOrderOrHaveAWrongPrefix) {
+TEST_P(NetworkContract, AddressesAreLostOrOutOfOrderOrHaveAWrongPrefix) {
   mMachine->AddWire("vw0", "02:11:22:33:44:55");
   mMachine->SetAddresses("vw0", {"10.1.0.7/9", "192.168.5.6/30", "2001:db8::5/77"});
   std::vector<nsUnicastAddress> addresses = RecordOf("vw0").mUnicastAddresses;
@@ -157,7 +76,7 @@ TEST_P(Network, AddressesAreLostOrOutOfOrderOrHaveAWrongPrefix) {
   EXPECT_EQ(info.mIpAddressList[1].mIpMask, "255.255.255.252");
 }
 
-TEST_P(Network, GatewaysComeInAnotherOrderThanTheirMetric) {
+TEST_P(NetworkContract, GatewaysComeInAnotherOrderThanTheirMetric) {
   mMachine->AddWire("vw0", "02:11:22:33:44:55");
   EXPECT_EQ(InfoOf("vw0").mGatewayList, std::vector<std::string>{"0.0.0.0"})
       << "there is always an entry";
@@ -167,7 +86,7 @@ TEST_P(Network, GatewaysComeInAnotherOrderThanTheirMetric) {
             (std::vector<std::string>{"10.1.0.3", "10.1.0.1", "10.1.0.2"}));
 }
 
-TEST_P(Network, WhatOnlyLooksLikeAWireHasTheMediumOfOne) {
+TEST_P(NetworkContract, WhatOnlyLooksLikeAWireHasTheMediumOfOne) {
   mMachine->AddWire("vw0", "02:11:22:33:44:55");
   mMachine->AddBridge("vb0");
   ASSERT_TRUE(Port().LoadIpHelper());
@@ -185,7 +104,7 @@ TEST_P(Network, WhatOnlyLooksLikeAWireHasTheMediumOfOne) {
   EXPECT_EQ(row.mPhysicalMediumType, 0u) << "a failing call must not write";
 }
 
-TEST_P(Network, AChangeDoesNotShowAtTheNextLook) {
+TEST_P(NetworkContract, AChangeDoesNotShowAtTheNextLook) {
   mMachine->AddWire("vw0", "02:11:22:33:44:55");
   mMachine->AddWire("vw1", "02:11:22:33:44:66");
   EXPECT_EQ(RecordOf("vw0").mOperStatus, Record::kUp);
@@ -198,10 +117,7 @@ TEST_P(Network, AChangeDoesNotShowAtTheNextLook) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Backends, Network,
-    testing::Values(Backend{"Simulated",
-                            [] { return std::unique_ptr<Machine>(new SimulatedMachine); }},
-                    Backend{"Native", [] { return std::unique_ptr<Machine>(new NativeMachine); }}),
-    [](const auto& aInfo) { return aInfo.param.mName; });
+    Simulated, NetworkContract,
+    testing::Values(NS_ContractBackend<nsNetworkMachine, SimulatedMachine>("machine")));
 
 }  // namespace

@@ -1,11 +1,5 @@
 // What every backend of the configuration store keeps to.
-#include <gtest/gtest.h>
-
-#include <functional>
-
-#include "nsCapturedTree.h"
-#include "nsLinuxNetwork.h"
-#include "nsLinuxRegistry.h"
+#include "nsRegistryContract.h"
 #include "nsSimulatedMachine.h"
 
 namespace {
@@ -13,29 +7,7 @@ namespace {
 using R = nsPlatformRegistry;
 using Bytes = std::vector<uint8_t>;
 
-struct Store {
-  nsSimulatedMachine mMachine;
-  nsCapturedTree mTree;
-  std::shared_ptr<nsPlatformRegistry> mPort;
-};
-
-struct Backend {
-  const char* mName;
-  std::function<void(Store&)> mMake;
-};
-
-class Registry : public testing::TestWithParam<Backend> {
- protected:
-  void SetUp() override { GetParam().mMake(mStore); }
-  std::unique_ptr<nsPlatformRegistryKey> Key(uint32_t aAccess) {
-    std::unique_ptr<nsPlatformRegistryKey> key;
-    EXPECT_EQ(mStore.mPort->CreateKey("SOFTWARE\\Test", aAccess, &key), NS_OK);
-    return key;
-  }
-  Store mStore;
-};
-
-TEST_P(Registry, AValueChangesItsBytesTypeOrSize) {
+TEST_P(RegistryContract, AValueChangesItsBytesTypeOrSize) {
   const auto key = Key(R::kRead | R::kSetValue);
   const Bytes all = [] {
     Bytes bytes;
@@ -60,7 +32,7 @@ TEST_P(Registry, AValueChangesItsBytesTypeOrSize) {
   }
 }
 
-TEST_P(Registry, ANameIsFoundInOneSpellingOnlyOrLosesIts) {
+TEST_P(RegistryContract, ANameIsFoundInOneSpellingOnlyOrLosesIts) {
   const auto key = Key(R::kRead | R::kSetValue);
   ASSERT_EQ(key->SetValue("IpAddress", R::kString, Bytes{'1', 0}), NS_OK);
   ASSERT_EQ(key->SetValue("second", R::kString, Bytes{}), NS_OK);
@@ -76,10 +48,10 @@ TEST_P(Registry, ANameIsFoundInOneSpellingOnlyOrLosesIts) {
   EXPECT_EQ(key->DeleteValue("ipADDRESS"), NS_ERROR_FILE_NOT_FOUND);
   EXPECT_EQ(key->QueryValue("IpAddress", 256, &type, &data), NS_ERROR_FILE_NOT_FOUND);
   std::unique_ptr<nsPlatformRegistryKey> again;
-  EXPECT_EQ(mStore.mPort->OpenKey("software\\TEST", R::kRead, &again), NS_OK);
+  EXPECT_EQ(mMachine->Port().OpenKey("software\\TEST", R::kRead, &again), NS_OK);
 }
 
-TEST_P(Registry, ALongValueIsCutOrWrittenInAFailingCall) {
+TEST_P(RegistryContract, ALongValueIsCutOrWrittenInAFailingCall) {
   const auto key = Key(R::kRead | R::kSetValue);
   ASSERT_EQ(key->SetValue("v", R::kBinary, Bytes(257, 1)), NS_OK);
   uint32_t type = 5;
@@ -90,7 +62,7 @@ TEST_P(Registry, ALongValueIsCutOrWrittenInAFailingCall) {
   EXPECT_EQ(key->QueryValue("v", 257, &type, &data), NS_OK);
 }
 
-TEST_P(Registry, RightsThatWereNotAskedForAreThere) {
+TEST_P(RegistryContract, RightsThatWereNotAskedForAreThere) {
   const Bytes one{1};
   ASSERT_EQ(Key(R::kSetValue)->SetValue("v", R::kBinary, one), NS_OK);
   uint32_t type = 0;
@@ -103,25 +75,25 @@ TEST_P(Registry, RightsThatWereNotAskedForAreThere) {
   EXPECT_EQ(Key(R::kRead)->QueryValue("v", 256, &type, &data), NS_OK);
 }
 
-TEST_P(Registry, AMissingKeyOpensOrOneAboveAnotherDoesNot) {
+TEST_P(RegistryContract, AMissingKeyOpensOrOneAboveAnotherDoesNot) {
   std::unique_ptr<nsPlatformRegistryKey> key;
-  EXPECT_EQ(mStore.mPort->OpenKey("SOFTWARE\\Test", R::kRead, &key), NS_ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(mMachine->Port().OpenKey("SOFTWARE\\Test", R::kRead, &key), NS_ERROR_FILE_NOT_FOUND);
   EXPECT_FALSE(key);
   (void)Key(R::kRead);
-  EXPECT_EQ(mStore.mPort->OpenKey("SOFTWARE", R::kRead, &key), NS_OK);
-  EXPECT_EQ(mStore.mPort->OpenKey("SOFTWARE\\Tes", R::kRead, &key), NS_ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(mMachine->Port().OpenKey("SOFTWARE", R::kRead, &key), NS_OK);
+  EXPECT_EQ(mMachine->Port().OpenKey("SOFTWARE\\Tes", R::kRead, &key), NS_ERROR_FILE_NOT_FOUND);
 }
 
+class SimulatedStore final : public nsRegistryMachine {
+ public:
+  nsPlatformRegistry& Port() override { return *mMachine.mRegistry; }
+
+ private:
+  nsSimulatedMachine mMachine;
+};
+
 INSTANTIATE_TEST_SUITE_P(
-    Backends, Registry,
-    testing::Values(
-        Backend{"Simulated", [](Store& aStore) { aStore.mPort = aStore.mMachine.mRegistry; }},
-        Backend{"Native",
-                [](Store& aStore) {
-                  aStore.mPort = std::make_shared<nsLinuxRegistry>(
-                      [path = aStore.mTree.Root() + "/state/registry"] { return path; },
-                      NS_NetworkSeed(std::make_shared<nsLinuxNetwork>(aStore.mTree.Root())));
-                }}),
-    [](const auto& aInfo) { return aInfo.param.mName; });
+    Simulated, RegistryContract,
+    testing::Values(NS_ContractBackend<nsRegistryMachine, SimulatedStore>("store")));
 
 }  // namespace

@@ -11,7 +11,6 @@
 #include "nsICrashReporter.h"
 #include "nsIThread.h"
 #include "nsIThreadManager.h"
-#include "nsLinuxHost.h"
 #include "nsLinuxWatchdog.h"
 #include "nsSystemMaintenance.h"
 #include "nsSystemRequest.h"
@@ -292,33 +291,6 @@ TEST_F(MaintenanceTest, ScriptSeesARequestUnderAnotherNameOrWithoutItsInterface)
 }
 
 // ---- The native backends
-
-TEST(LinuxHost, ACommandsEndIsLostOrItCannotBeEnded) {
-  nsLinuxHost host;
-  const auto run = [&](const char* aLine, bool aCancel) {
-    nsPlatformHost::CommandHandle command = 0;
-    int32_t error = 0, status = -1;
-    EXPECT_EQ(host.StartCommand(aLine, &command, &error), NS_OK);
-    EXPECT_TRUE(!aCancel || NS_SUCCEEDED(host.CancelCommand(command)));
-    EXPECT_EQ(host.WaitForCommand(command, &status), NS_OK);
-    // Its number may be that of another process by now.
-    EXPECT_EQ(host.CancelCommand(command), NS_ERROR_NOT_AVAILABLE);
-    return status;
-  };
-  EXPECT_EQ(run("exit 0", false), 0);
-  EXPECT_EQ(run("exit 3", false), 3);
-  EXPECT_EQ(run("/nowhere/command 2>/dev/null", false), 127);
-  EXPECT_EQ(run("sleep 1000 | sleep 1000", true), 128 + SIGTERM);
-}
-
-TEST(LinuxHost, ALongHostNameIsCut) {
-  nsLinuxHost host;
-  std::string name, uncut = "untouched";
-  ASSERT_EQ(host.ReadHostName(64, &name), NS_OK);
-  EXPECT_FALSE(name.empty());
-  EXPECT_TRUE(NS_FAILED(host.ReadHostName(static_cast<uint32_t>(name.size()), &uncut)));
-  EXPECT_EQ(uncut, "untouched");
-}
 
 // In a process of its own, with its standard error on a pipe: what it wrote, and how it ended.
 std::pair<std::string, int> RunInProcess(void (*aFunction)()) {
