@@ -99,47 +99,59 @@ class nsPlatformCommPort {
 
   virtual ~nsPlatformCommPort() = default;
 
-  /// NS_ERROR_INVALID_ARG for a size below nsCommConfig::kSize. [GetCommConfig]
+  /// NS_ERROR_INVALID_ARG for a size below nsCommConfig::kSize.
+  /// Windows: GetCommConfig.
   virtual nsresult GetCommConfig(nsCommConfig* aConfig, uint32_t aSize) = 0;
-  /// How the line is driven now, by whomever it was set. [GetCommState]
+  /// How the line is driven now, by whomever it was set.
+  /// Windows: GetCommState.
   virtual nsresult GetCommState(nsCommDCB* aDCB) = 0;
   /// NS_ERROR_INVALID_ARG for a size as above, and for what the device can't do; the line is then
-  /// as it was, or as near as the device comes. [SetCommConfig]
+  /// as it was, or as near as the device comes.
+  /// Windows: SetCommConfig.
   virtual nsresult SetCommConfig(const nsCommConfig& aConfig, uint32_t aSize) = 0;
-  /// For reads and writes that begin after it. [SetCommTimeouts]
+  /// For reads and writes that begin after it.
+  /// Windows: SetCommTimeouts.
   virtual nsresult SetCommTimeouts(const nsCommTimeouts& aTimeouts) = 0;
   /// The events that WaitCommEvent waits for; forgets those that have happened, and ends a wait
-  /// that goes on, with no event. [SetCommMask]
+  /// that goes on, with no event.
+  /// Windows: SetCommMask.
   virtual nsresult SetCommMask(uint32_t aMask) = 0;
-  /// [GetCommMask]
+  /// Windows: GetCommMask.
   virtual nsresult GetCommMask(uint32_t* aMask) = 0;
   /// Throws away what is queued, and ends overlapped reads and writes with NS_ERROR_ABORT.
-  /// [PurgeComm]
+  /// Windows: PurgeComm.
   virtual nsresult PurgeComm(uint32_t aFlags) = 0;
-  /// Sets an output line, begins or ends a break. [EscapeCommFunction]
+  /// Sets an output line, begins or ends a break.
+  /// Windows: EscapeCommFunction.
   virtual nsresult EscapeCommFunction(uint32_t aFunction) = 0;
-  /// The input lines. [GetCommModemStatus]
+  /// The input lines.
+  /// Windows: GetCommModemStatus.
   virtual nsresult GetCommModemStatus(uint32_t* aStatus) = 0;
-  /// The errors since the last time, and what is queued. [ClearCommError]
+  /// The errors since the last time, and what is queued.
+  /// Windows: ClearCommError.
   virtual nsresult ClearCommError(uint32_t* aErrors, nsCommStat* aStat) = 0;
   /// Waits for one event of the mask or more, also one that has happened since the mask was set
   /// and was not waited for yet: bytes are an event when they come, not while they lie there. The
   /// record's count gives the events. NS_ERROR_IN_PROGRESS; NS_ERROR_INVALID_ARG while another
-  /// wait goes on or the mask is 0. The record's waiter carries it out. [WaitCommEvent]
+  /// wait goes on or the mask is 0. The record's waiter carries it out.
+  /// Windows: WaitCommEvent.
   virtual nsresult WaitCommEvent(const nsOverlappedRef& aRecord) = 0;
   /// Takes bytes as the time-outs say; a read that comes to its time-out succeeds with fewer.
   /// Without a record it waits. With one, on a port that was opened for it, it is
   /// NS_ERROR_IN_PROGRESS where it would wait, and the record gets the bytes. Without a record on
   /// such a port: NS_ERROR_INVALID_ARG. NS_ERROR_FILE_ACCESS_DENIED on a port that was not opened
-  /// for reading. [ReadFile]
+  /// for reading.
+  /// Windows: ReadFile.
   virtual nsresult ReadFile(char* aBuffer, uint32_t aCount, uint32_t* aRead,
                             const nsOverlappedRef& aRecord) = 0;
   /// The same for writing. A write has ended when the system has taken all bytes. The bytes are
-  /// copied where the write goes on. [WriteFile]
+  /// copied where the write goes on.
+  /// Windows: WriteFile.
   virtual nsresult WriteFile(const char* aBuffer, uint32_t aCount, uint32_t* aWritten,
                              const nsOverlappedRef& aRecord) = 0;
   /// Ends everything that goes on with NS_ERROR_ABORT and gives the device back; done when it
-  /// returns. The second time: NS_ERROR_ABORT. The last reference does the same. [CloseHandle]
+  /// returns. The second time: NS_ERROR_ABORT. The last reference does the same.
+  /// Windows: CloseHandle.
   virtual nsresult CloseHandle() = 0;
 };
 using nsPlatformCommPortRef = std::shared_ptr<nsPlatformCommPort>;
@@ -154,17 +166,19 @@ class nsPlatformComm {
 
   virtual ~nsPlatformComm() = default;
 
-  /// Looks at the machine anew: all ports, by rising number. [SetupDiEnumDeviceInfo]
+  /// Looks at the machine anew: all ports, by rising number.
+  /// Windows: SetupDiEnumDeviceInfo, SetupDiGetDeviceRegistryProperty.
   virtual nsresult ListPorts(std::vector<nsCommPortInfo>* aPorts) = 0;
   /// Succeeds for the name of a port that the machine has: one that the last look has seen, or
   /// something newer; without a look so far it takes one. NS_ERROR_FILE_NOT_FOUND for other names,
-  /// NS_ERROR_INVALID_ARG for a size below nsCommConfig::kSize. [GetDefaultCommConfig]
+  /// NS_ERROR_INVALID_ARG for a size below nsCommConfig::kSize.
+  /// Windows: GetDefaultCommConfig.
   virtual nsresult ReadDefaultCommConfig(const std::string& aName, nsCommConfig* aConfig,
                                          uint32_t aSize) = 0;
   /// aFileName is "\\.\" and the port's name. Nobody else can use the port until it is closed.
   /// NS_ERROR_FILE_NOT_FOUND when there is no such port, NS_ERROR_FILE_IS_LOCKED when somebody uses
   /// it, NS_ERROR_FILE_ACCESS_DENIED when the right is missing; the log says who, and what to do.
-  /// [CreateFile]
+  /// Windows: CreateFile.
   virtual nsresult OpenPort(const std::string& aFileName, uint32_t aAccess, uint32_t aShareMode,
                             uint32_t aDisposition, uint32_t aFlags,
                             nsPlatformCommPortRef* aPort) = 0;
