@@ -267,6 +267,8 @@ class nsSimulatedDirectoryChanges::Reader final : public nsPlatformDirectoryRead
     std::lock_guard lock(mOwner.mLock);
     return mIsOpen;
   }
+  // The handle is of the whole tree.
+  nsresult Watch(const nsAString&) override { return IsOpen() ? NS_OK : NS_ERROR_NOT_INITIALIZED; }
   void Close() override {
     std::lock_guard lock(mOwner.mLock);
     mIsOpen = false;
@@ -293,11 +295,11 @@ class nsSimulatedDirectoryChanges::Reader final : public nsPlatformDirectoryRead
     mIsWaiting = true;
     mOwner.mChanged.notify_all();
     mOwner.mChanged.wait(lock, [this] { return mIsWoken || CanComplete(); });
-    mIsWaiting = false;
-    if (!CanComplete()) {
-      mIsWoken = false;
-      return;
-    }
+    mIsWaiting = mIsWoken = false;
+  }
+  bool Consume() override {
+    std::unique_lock lock(mOwner.mLock);
+    if (!CanComplete()) return false;
     Completion* const completion = std::exchange(mCompletion, nullptr);
     nsresult result = NS_OK;
     nsPlatformChangeRecordWriter writer(mBuffer, mSize);
@@ -307,6 +309,7 @@ class nsSimulatedDirectoryChanges::Reader final : public nsPlatformDirectoryRead
       while (!mNames.empty() && writer.Append(mNames.front())) mNames.pop_front();
     lock.unlock();
     completion->OnReadCompleted(result, writer.Bytes());
+    return true;
   }
   void Wake() override {
     std::lock_guard lock(mOwner.mLock);

@@ -14,6 +14,28 @@
 #include <vector>
 
 #include "nsPlatformDirectoryChanges.h"
+#include "nsPlatformFiles.h"
+
+/// Opens a reader as a first walk does: all directories below the root are watched.
+inline nsresult NS_OpenReader(nsPlatformDirectoryReader& aReader, nsPlatformFiles& aFiles,
+                              const nsAString& aRoot) {
+  if (nsresult rv = aReader.Open(aRoot); NS_FAILED(rv)) return rv;
+  for (std::vector<nsString> stack{nsString(aRoot)}; !stack.empty();) {
+    const nsString path = std::move(stack.back());
+    stack.pop_back();
+    (void)aReader.Watch(path);
+    std::unique_ptr<nsPlatformFiles::Listing> listing;
+    if (NS_FAILED(aFiles.OpenListing(path, false, &listing))) continue;
+    while (listing->HasMore()) {
+      nsPlatformFiles::Entry entry;
+      if (NS_FAILED(listing->GetNext(&entry)) || entry.mKind != nsPlatformFiles::kDirectory)
+        continue;
+      stack.emplace_back(std::u16string(path.view()) + aFiles.Separator() +
+                         std::u16string(entry.mLeafName.view()));
+    }
+  }
+  return NS_OK;
+}
 
 /// Issues one read after the other and gathers the names. A failed or empty completion ends it.
 class nsReaderThread final : nsPlatformDirectoryReader::Completion {
@@ -58,6 +80,7 @@ class nsReaderThread final : nsPlatformDirectoryReader::Completion {
           break;
       }
       mReader.Wait();
+      (void)mReader.Consume();
     }
   }
 

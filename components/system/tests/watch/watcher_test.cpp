@@ -160,6 +160,21 @@ TEST_F(WatcherTest, LinkInANewDirectoryWaitsForAnotherChange) {
   EXPECT_EQ(mListener->Take(), (Lines{"added new/below/", "added new/", "added new/below/link"}));
 }
 
+TEST_F(WatcherTest, TreeThatTakesAnothersPlaceIsSeenInItsUpperLevelOnly) {
+  for (const char16_t* name : {u"/data/a/below", u"/elsewhere/below"}) Files().MakeDirectory(name);
+  Files().Write(u"/elsewhere/below/file");
+  for (const char16_t* name : {u"/data/a", u"/data/a/below", u"/elsewhere", u"/elsewhere/below"})
+    Files().SetLastModify(name, 7);
+  StartAndWalk();
+  // As where a volume is mounted.
+  mMachine.mDirectoryChanges->AwaitDelivery();
+  Files().Rename(u"/data/a", u"/a");
+  Files().Rename(u"/elsewhere", u"/data/a");
+  Settle();
+  Settle();
+  EXPECT_EQ(mListener->Take(), Lines{"added a/below/file"});
+}
+
 TEST_F(WatcherTest, RemovedTreeWarns) {
   Files().MakeDirectory(u"/data/a/b/c");
   StartAndWalk();
@@ -228,9 +243,8 @@ TEST_F(WatcherTest, StoppedWatcherReportsOrLives) {
 TEST_F(WatcherTest, EndOfAnEarlierWatchWaitsForTheNewOne) {
   StartAndWalk();
   EXPECT_EQ(mWatcher->StopWatching(), NS_OK);
-  // The earlier thread's leave is still on its way to the main thread when the new one starts.
-  EXPECT_EQ(mWatcher->OnTreeReady(nsString(u"/data"), {}), NS_OK);
-  NS_RunEvents();
+  EXPECT_EQ(mWatcher->StartWatching(), NS_OK);
+  Walk();
   EXPECT_TRUE(IsWatching());
   EXPECT_EQ(mListener->Take(), (Lines{"stopped", "started"}));
 }

@@ -1,8 +1,8 @@
 // The port of directory changes: names of what has changed below a root, as an asynchronous read.
 //
 // The shape is that of an overlapped read of a directory's changes: the read is issued, its
-// completion is delivered as a call on the issuing thread while that waits, and what changes
-// between two reads is kept for the next. A name says where to look and never what happened there.
+// completion is delivered as a call on the issuing thread, and what changes between two reads is
+// kept for the next. A name says where to look and never what happened there.
 #pragma once
 
 #include <cstdint>
@@ -10,6 +10,7 @@
 #include <memory>
 #include <string_view>
 
+#include "nsEventSource.h"
 #include "nsXPCOMStrings.h"
 
 /// What a completed read leaves in the buffer: one record after another. Integers are in the
@@ -54,17 +55,20 @@ class nsPlatformChangeRecordWriter {
   uint32_t mEnd = 0;
 };
 
-/// One directory that may be watched, and the thread that waits for it.
+/// One directory that may be watched. As a source of events: there is something to consume when a
+/// read that was issued can complete, and consuming completes it.
 ///
-/// A reader guarantees: it does no work on files on the thread that waits; nothing is lost between
-/// two reads; every directory below the root in which something changed after Open is named, with
-/// names that are already out of date by then; directories that appear or move are watched before
-/// they are named. Names may come more than once and for no reason. When it can't keep this up, it
-/// completes with a failure or with 0 bytes, and delivers no more.
-class nsPlatformDirectoryReader {
+/// A reader guarantees: it does no work on files on the thread that waits and consumes; nothing is
+/// lost between two reads; every directory in which something changed after it was watched is
+/// named, with names that are already out of date by then; directories that appear or move, and
+/// volumes that are mounted or unmounted below the root, are watched before they are named. Names
+/// may come more than once and for no reason. When it can't keep this up, it completes with a
+/// failure or with 0 bytes, and delivers no more.
+class nsPlatformDirectoryReader : public nsEventSource {
  public:
-  /// Called in Wait. A failure, or 0 bytes: the chain of reads is broken, another read would fail
-  /// or never complete.
+  /// Called in Consume. NS_ERROR_FILE_NOT_FOUND: the root has gone, or something else is at its
+  /// path. Any failure, and 0 bytes: the chain of reads is broken, another read would fail or never
+  /// complete.
   class Completion {
    public:
     virtual void OnReadCompleted(nsresult aResult, uint32_t aBytes) = 0;
@@ -74,9 +78,10 @@ class nsPlatformDirectoryReader {
   };
 
   /// Closes the root. No thread may be waiting any more.
-  virtual ~nsPlatformDirectoryReader() = default;
+  ~nsPlatformDirectoryReader() override = default;
 
-  /// Starts to watch; any thread. Links below the root are not followed, a root that is one is.
+  /// Starts to watch the root, and nothing below it yet; any thread. Links below the root are not
+  /// followed, a root that is one is.
   /// NS_ERROR_ALREADY_INITIALIZED when it is open, NS_ERROR_FILE_NOT_FOUND,
   /// NS_ERROR_FILE_NOT_DIRECTORY, NS_ERROR_FILE_ACCESS_DENIED, NS_ERROR_FAILURE when the system can
   /// watch no more.
@@ -84,26 +89,26 @@ class nsPlatformDirectoryReader {
   virtual nsresult Open(const nsAString& aRoot) = 0;
   /// Windows: none.
   virtual bool IsOpen() const = 0;
-  /// Ends the watch; a read that was issued does not complete. The thread that waits, or any when
-  /// none does. Nothing happens without an open root.
+  /// Watches one directory below the root, whose absolute path is given; to be called for each of
+  /// those that were there before Open, the upper ones first, and before it is listed: what is in
+  /// the list and what is named are then all there is. Any thread. NS_ERROR_FILE_NOT_FOUND when it
+  /// has gone, NS_ERROR_FILE_ACCESS_DENIED, NS_ERROR_FAILURE when the system can watch no more,
+  /// NS_ERROR_NOT_INITIALIZED without an open root.
+  /// Windows: nothing, the handle is of the whole tree.
+  virtual nsresult Watch(const nsAString& aDirectory) = 0;
+  /// Ends the watch; a read that was issued does not complete. Any thread while none waits or
+  /// consumes, or the one that does. Nothing happens without an open root.
   /// Windows: CloseHandle.
   virtual void Close() = 0;
 
   /// Issues a read. aBuffer, aligned to 4, and aCompletion must last until it has completed or the
-  /// root is closed; the buffer is written to in Wait only. aNotifyFilter is made of the constants
-  /// below. One read at a time: NS_ERROR_IN_PROGRESS. NS_ERROR_NOT_INITIALIZED without an open
-  /// root.
-  /// Windows: ReadDirectoryChangesW.
+  /// root is closed; the buffer is written to in Consume only. aNotifyFilter is made of the
+  /// constants below. A name that has no room in the buffer is left out, with a warning. One read
+  /// at a time: NS_ERROR_IN_PROGRESS. NS_ERROR_NOT_INITIALIZED without an open root. To be called
+  /// on the thread that waits and consumes.
+  /// Windows: ReadDirectoryChangesW; Wait is WaitForSingleObjectEx, alertable, and Wake SetEvent.
   virtual nsresult Read(uint8_t* aBuffer, uint32_t aSize, bool aWatchSubtree,
                         uint32_t aNotifyFilter, Completion* aCompletion) = 0;
-
-  /// Blocks until Wake has been called, or a read has completed and its completion has returned.
-  /// The thread that issues the reads.
-  /// Windows: WaitForSingleObjectEx, alertable.
-  virtual void Wait() = 0;
-  /// Ends one Wait, this one or the next; further calls before that have no effect. Any thread.
-  /// Windows: SetEvent.
-  virtual void Wake() = 0;
 
   /// Names a path below the root as if something had changed there, so that a read completes soon:
   /// for a receiver that still holds names and acts on completions only. Any thread, also while

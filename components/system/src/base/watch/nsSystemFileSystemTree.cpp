@@ -29,8 +29,10 @@ bool IsGone(nsresult aResult) {
 
 }  // namespace
 
-nsSystemFileSystemTree::nsSystemFileSystemTree(std::shared_ptr<nsPlatformFiles> aFiles)
+nsSystemFileSystemTree::nsSystemFileSystemTree(std::shared_ptr<nsPlatformFiles> aFiles,
+                                               std::shared_ptr<nsPlatformDirectoryReader> aReader)
     : mFiles(std::move(aFiles)),
+      mReader(std::move(aReader)),
       mSeparator(mFiles->Separator()),
       mLog(NS_GetLogger("system.fileWatcher")) {}
 
@@ -94,6 +96,8 @@ nsresult nsSystemFileSystemTree::BuildTree() {
     nsPlatformFiles::Entry root;
     if (NS_SUCCEEDED(mFiles->ReadEntry(mRootPath, &root)))
       (void)CreateNode(&root, nullptr, mRootNode.getter_AddRefs());
+    // That it can't be opened is told by whoever reads.
+    if (mReader) (void)mReader->Open(mRootPath);
     // A root that can't be read is announced as ready all the same; updates fail by its absence.
     if (mRootNode) (void)AddChildren(mRootPath, mRootNode.get(), true, false);
   }
@@ -148,6 +152,24 @@ nsresult nsSystemFileSystemTree::GetINode(const nsPlatformFiles::Entry& aFile, u
   return NS_OK;
 }
 
+// Two trees can be alike in the names and times of their upper levels.
+void nsSystemFileSystemTree::LeaveOutTree(const nsAString& aPath,
+                                          const nsSystemFileSystemNode& aDirNode) {
+  std::vector<std::pair<nsString, const nsSystemFileSystemNode*>> stack{
+      {WithSeparator(aPath), &aDirNode}};
+  while (!stack.empty()) {
+    const auto [path, node] = std::move(stack.back());
+    stack.pop_back();
+    mLeftOut.push_back(path);
+    for (const auto& [leafName, child] : node->Children()) {
+      if (child->Kind() == nsPlatformFiles::kDirectory) {
+        nsString below(path);
+        stack.emplace_back(WithSeparator(below += leafName), child.get());
+      }
+    }
+  }
+}
+
 bool nsSystemFileSystemTree::HasIdentity(const nsSystemFileSystemNode& aNode,
                                          const nsPlatformFiles::Entry& aFile) const {
   uint64_t inode;
@@ -192,6 +214,8 @@ nsresult nsSystemFileSystemTree::AddChildren(const nsAString& aPath,
     const auto [path, node] = std::move(stack.back());
     stack.pop_back();
     const nsString base = WithSeparator(path);
+    // One that can't be watched is in the snapshot all the same.
+    if (aBuildDiscoveredDirs && mReader) (void)mReader->Watch(path);
     nsFileSystemNodeMap children;
     bool leftOut = false;
     (void)GetChildren(path, node.get(), &children, &leftOut);
@@ -272,6 +296,10 @@ nsresult nsSystemFileSystemTree::Update(const nsAString& aPath) {
 nsresult nsSystemFileSystemTree::GetNodeChanges(nsSystemFileSystemNode* aNode,
                                                 const nsAString& aPath, ChangeArray* aChanges) {
   // No lock is needed: only this cycle writes to the tree.
+  const auto pathOf = [base = WithSeparator(aPath)](const nsPlatformFiles::Entry& aEntry) {
+    nsString path(base);
+    return path += aEntry.mLeafName;
+  };
   nsFileSystemNodeMap gone = aNode->Children();
   std::unique_ptr<nsPlatformFiles::Listing> entries;
   nsresult rv = GetPathEntries(aPath, &entries);
@@ -329,8 +357,10 @@ nsresult nsSystemFileSystemTree::GetNodeChanges(nsSystemFileSystemNode* aNode,
       (void)AppendCreateNodeChangeItem(child, eRemoved, aChanges);
       mIsUnfinished = true;
     } else if (known != entry.mLastModify) {
+      if (isDir && !HasIdentity(*child, entry)) LeaveOutTree(pathOf(entry), *child);
       if (!append(entry, eChanged)) continue;
     } else if (!HasIdentity(*child, entry)) {
+      if (isDir) LeaveOutTree(pathOf(entry), *child);
       // Something else of the same time in its place is no change, but has to be known by its own
       // identity when it moves.
       nsCOMPtr<nsSystemFileSystemNode> node;

@@ -13,6 +13,7 @@
 
 #include "nsILog4.h"
 #include "nsIThread.h"
+#include "nsPlatformDirectoryChanges.h"
 #include "nsPlatformFiles.h"
 #include "nsSystemFileSystemChange.h"
 #include "nsThreadSafeWeakReference.h"
@@ -28,7 +29,10 @@ class nsSystemFileSystemTree final : public nsThreadSafeSupportsWeakReference {
  public:
   using ChangeArray = std::vector<nsCOMPtr<nsSystemFileSystemNodeChange>>;
 
-  explicit nsSystemFileSystemTree(std::shared_ptr<nsPlatformFiles> aFiles);
+  /// aReader, where there is one, is opened before the first walk, which has it watch each
+  /// directory before it is listed: nothing has to be looked at twice.
+  explicit nsSystemFileSystemTree(std::shared_ptr<nsPlatformFiles> aFiles,
+                                  std::shared_ptr<nsPlatformDirectoryReader> aReader = nullptr);
 
   nsresult QueryInterface(const nsIID& aIID, void** aResult) override;
 
@@ -62,8 +66,9 @@ class nsSystemFileSystemTree final : public nsThreadSafeSupportsWeakReference {
   /// left out because another stood in its way (of the same inode, of the same name, of a directory
   /// above), or a directory moved while one of those asked for was not known.
   bool IsUnfinished() const { return mIsUnfinished; }
-  /// Directories that the last cycle has walked and that hold what a walk leaves out (links,
-  /// special files): the next look at them tells it.
+  /// Directories that are to be looked at, whether or not anything changes there: those that the
+  /// last cycle has walked and that hold what a walk leaves out (links, special files), and all
+  /// below one whose place another one has taken.
   const std::vector<nsString>& LeftOut() const { return mLeftOut; }
 
   nsresult GetNode(const nsAString& aPath, nsSystemFileSystemNode* aRootSearchNode,
@@ -123,6 +128,7 @@ class nsSystemFileSystemTree final : public nsThreadSafeSupportsWeakReference {
   nsresult NotifyTreeReady();
   nsresult NotifyRootPathMissing();
   nsresult GetINode(const nsPlatformFiles::Entry& aFile, uint64_t* aINode, uint16_t* aVolume);
+  void LeaveOutTree(const nsAString& aPath, const nsSystemFileSystemNode& aDirNode);
   bool HasIdentity(const nsSystemFileSystemNode& aNode, const nsPlatformFiles::Entry& aFile) const;
   nsresult GetPathEntries(const nsAString& aPath,
                           std::unique_ptr<nsPlatformFiles::Listing>* aEntries);
@@ -136,6 +142,7 @@ class nsSystemFileSystemTree final : public nsThreadSafeSupportsWeakReference {
   nsString WithSeparator(const nsAString& aPath) const;
 
   const std::shared_ptr<nsPlatformFiles> mFiles;
+  const std::shared_ptr<nsPlatformDirectoryReader> mReader;
   const char16_t mSeparator;
   const nsCOMPtr<nsILog4Logger> mLog;
   nsCOMPtr<nsSystemFileSystemNode> mRootNode;

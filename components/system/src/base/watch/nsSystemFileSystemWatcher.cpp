@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
-#include <system_error>
+#include <utility>
 
 #include "nsDebug.h"
 #include "nsIAppStartup.h"
@@ -30,9 +30,28 @@ constexpr uint32_t kMostLooksAgain = 100;
 
 }  // namespace
 
+/// The chain of reads as a source of events: the first is issued where all others are, on the
+/// thread that waits.
+class nsSystemFileSystemWatcher::Reads final : public nsEventSource {
+ public:
+  Reads(nsSystemFileSystemWatcher& aWatcher, std::shared_ptr<nsPlatformDirectoryReader> aReader)
+      : mWatcher(aWatcher), mReader(std::move(aReader)) {}
+
+  void Wait() override {
+    if (!std::exchange(mIsArmed, true)) mWatcher.WatchNextChange();
+    mReader->Wait();
+  }
+  bool Consume() override { return mReader->Consume(); }
+  void Wake() override { mReader->Wake(); }
+
+ private:
+  nsSystemFileSystemWatcher& mWatcher;  // outlives the thread
+  const std::shared_ptr<nsPlatformDirectoryReader> mReader;
+  bool mIsArmed = false;
+};
+
 nsSystemFileSystemWatcher::nsSystemFileSystemWatcher(nsPlatformRef aPlatform)
-    : nsSystemFileSystemWatcherGeneric(std::move(aPlatform)),
-      mReader(mPlatform->mDirectoryChanges->NewReader()) {}
+    : nsSystemFileSystemWatcherGeneric(std::move(aPlatform)) {}
 
 nsSystemFileSystemWatcher::~nsSystemFileSystemWatcher() {
   SYSTEM_LOG_DEBUG(mLog, "DESTROY");
@@ -73,8 +92,7 @@ nsresult nsSystemFileSystemWatcher::StartWatching() {
 nsresult nsSystemFileSystemWatcher::StopWatching() {
   mShuttingDown = true;
   if (!mIsWatching) return NS_OK;
-  mThreadShouldRun = false;
-  mReader->Wake();
+  EndThread();
   return nsSystemFileSystemWatcherGeneric::StopWatching();
 }
 
@@ -85,9 +103,7 @@ nsresult nsSystemFileSystemWatcher::Observe(nsISupports*, const char* aTopic, co
   // A walk that still runs is not waited for longer than it takes to notice, and its end starts
   // nothing: threads would outlive the library.
   if (const auto tree = Tree()) tree->Cancel();
-  // The main thread takes no more events before long, and the library is unloaded: its threads are
-  // over by then.
-  if (!mThreadShouldRun) JoinThread();
+  EndThread();
   nsresult rv;
   const auto observers = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID, &rv);
   NS_ENSURE_SUCCESS(rv, rv);
@@ -95,20 +111,35 @@ nsresult nsSystemFileSystemWatcher::Observe(nsISupports*, const char* aTopic, co
 }
 
 void nsSystemFileSystemWatcher::Stop() {
-  // A thread that is still armed is not killed, since that would leave its locks held for ever: it
-  // is woken, and waited for.
-  mThreadShouldRun = false;
-  mReader->Wake();
-  JoinThread();
-  {
-    std::lock_guard lock(mEventLock);
-    mChangeBuffer = {};
-    mReader->Close();
-  }
+  EndThread();
   nsSystemFileSystemWatcherGeneric::Stop();
 }
 
 // ---- The background thread
+
+std::shared_ptr<nsPlatformDirectoryReader> nsSystemFileSystemWatcher::NewReader() {
+  EndThread();
+  std::shared_ptr<nsPlatformDirectoryReader> reader = mPlatform->mDirectoryChanges->NewReader();
+  std::lock_guard lock(mEventLock);
+  return mReader = std::move(reader);
+}
+
+std::shared_ptr<nsPlatformDirectoryReader> nsSystemFileSystemWatcher::Reader() {
+  std::lock_guard lock(mEventLock);
+  return mReader;
+}
+
+// A thread that is still armed is not killed, since that would leave its locks held for ever: it is
+// woken, and waited for, which takes no longer than a completion.
+void nsSystemFileSystemWatcher::EndThread() {
+  if (mThread) {
+    mThread = nullptr;
+    SYSTEM_LOG_DEBUG(mLog, "END PROCESS");
+  }
+  if (const auto reader = Reader()) reader->Close();
+  std::lock_guard lock(mEventLock);
+  mChangeBuffer = {};
+}
 
 nsresult nsSystemFileSystemWatcher::OnTreeReady(const nsAString& aRootPath,
                                                 const std::vector<nsString>&) {
@@ -118,9 +149,8 @@ nsresult nsSystemFileSystemWatcher::OnTreeReady(const nsAString& aRootPath,
     std::lock_guard lock(mEventLock);
     if (!mUpdateRunning && !mEventPaths.empty()) (void)PostUpdate();
   }
-  // The thread of an earlier watch of this object may still be on its way out.
-  if (!mThreadShouldRun) JoinThread();
-  if (NS_FAILED(mReader->Open(mWatchPath))) {
+  const auto reader = Reader();
+  if (!reader || !reader->IsOpen()) {
     NS_WARN_TEXT("NS_ENSURE_TRUE(mRootDirHandle != INVALID_HANDLE_VALUE) failed", nullptr);
     return NS_ERROR_UNEXPECTED;
   }
@@ -128,74 +158,16 @@ nsresult nsSystemFileSystemWatcher::OnTreeReady(const nsAString& aRootPath,
     std::lock_guard lock(mEventLock);
     mChangeBuffer.resize(kChangeBufferSize);
   }
-  if (!mThreadArmed) {
-    mThreadShouldRun = true;
-    try {
-      std::lock_guard lock(mThreadLock);
-      mWatcherThread =
-          std::thread(&BackgroundThreadProc, nsCOMPtr<nsSystemFileSystemWatcher>(this));
-    } catch (const std::system_error&) {
-      NS_WARN_TEXT("NS_ENSURE_TRUE(mWatcherThread != INVALID_HANDLE_VALUE) failed", nullptr);
-      return NS_ERROR_OUT_OF_MEMORY;
-    }
+  if (!mThread && NS_FAILED(nsEventPump::Start("Watcher", std::make_shared<Reads>(*this, reader),
+                                               nullptr, nullptr, &mThread))) {
+    NS_WARN_TEXT("NS_ENSURE_TRUE(mWatcherThread != INVALID_HANDLE_VALUE) failed", nullptr);
+    return NS_ERROR_OUT_OF_MEMORY;
   }
   mIsWatching = true;
   NS_ENSURE_TRUE(mListener, NS_ERROR_NOT_INITIALIZED);
   nsresult rv = mListener->OnWatcherStarted();
   NS_ENSURE_SUCCESS(rv, rv);
   return NS_OK;
-}
-
-void nsSystemFileSystemWatcher::BackgroundThreadProc(nsCOMPtr<nsSystemFileSystemWatcher> aWatcher) {
-  if (!aWatcher) {
-    const auto log = NS_GetLogger("system.fileWatcher");
-    SYSTEM_LOG_ERROR(log, "Could not get nsSystemFileSystemWatcher context in thread!");
-    return;
-  }
-  nsPlatformDirectoryReader& reader = *aWatcher->mReader;
-  while (aWatcher->mThreadShouldRun) {
-    if (!aWatcher->mThreadArmed) {
-      aWatcher->WatchNextChange();
-      aWatcher->mThreadArmed = true;
-      reader.Wake();
-    }
-    reader.Wait();
-  }
-  SYSTEM_LOG_DEBUG(aWatcher->mLog, "END PROCESS");
-  {
-    std::lock_guard lock(aWatcher->mEventLock);
-    aWatcher->mChangeBuffer = {};
-    reader.Close();
-    aWatcher->mThreadArmed = false;
-    reader.Wake();
-  }
-  // The thread's reference goes into the call, so that the watcher does not end on this thread. A
-  // main thread that takes no more calls leaves no better place.
-  const auto runnable = NS_NewRunnableMethodCaller<vorel::threads::eStrong>(
-      aWatcher.get(), &nsSystemFileSystemWatcher::FinishThread);
-  aWatcher = nullptr;
-  (void)NS_DispatchToMainThread(runnable.get(), NS_DISPATCH_NORMAL);
-}
-
-nsresult nsSystemFileSystemWatcher::FinishThread() {
-  // The thread may still be between handing out this call and its end, with a reference to it: once
-  // it is over, this object can only end here. While a new watch runs, it has been waited for, and
-  // the thread is the new one.
-  if (!mThreadShouldRun) JoinThread();
-  return NS_OK;
-}
-
-void nsSystemFileSystemWatcher::JoinThread() {
-  std::thread thread;
-  {
-    std::lock_guard lock(mThreadLock);
-    thread.swap(mWatcherThread);
-  }
-  if (!thread.joinable()) return;
-  if (thread.get_id() == std::this_thread::get_id())
-    thread.detach();
-  else
-    thread.join();
 }
 
 void nsSystemFileSystemWatcher::WatchNextChange() {
@@ -209,7 +181,6 @@ void nsSystemFileSystemWatcher::WatchNextChange() {
 }
 
 void nsSystemFileSystemWatcher::OnReadCompleted(nsresult aResult, uint32_t aBytes) {
-  const nsCOMPtr<nsISystemFileSystemWatcher> alive = this;
   // Both end the chain of reads, and the watch silently goes no further.
   if (NS_FAILED(aResult) || aBytes == 0) return;
   {

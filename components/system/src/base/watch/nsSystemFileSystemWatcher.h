@@ -2,9 +2,9 @@
 #pragma once
 
 #include <set>
-#include <thread>
 #include <vector>
 
+#include "nsEventPump.h"
 #include "nsIObserver.h"
 #include "nsITimer.h"
 #include "nsITimerCallback.h"
@@ -15,9 +15,10 @@
 /// "@vorel/system/filesystemwatcherprivate;1". Never interprets what the platform says has
 /// happened: it uses only where.
 ///
-/// The background thread keeps one read of changed names outstanding; each completion drops the
-/// names into a set and restarts a short timer; when that runs out, a thread of the pool reduces
-/// the names to their directories and has the tree look at these.
+/// The first walk watches each directory before it is listed. A background thread keeps one read of
+/// changed names outstanding; each completion drops the names into a set and restarts a short
+/// timer; when that runs out, a thread of the pool reduces the names to their directories and has
+/// the tree look at these.
 ///
 /// For one watch: after StopWatching, a second StartWatching walks the tree anew but reports no
 /// changes. Init, StartWatching, StopWatching and all reports belong to one thread.
@@ -51,26 +52,25 @@ class nsSystemFileSystemWatcher final : public nsSystemFileSystemWatcherGeneric,
  private:
   ~nsSystemFileSystemWatcher() override;
 
-  static void BackgroundThreadProc(nsCOMPtr<nsSystemFileSystemWatcher> aWatcher);
+  class Reads;
+
+  std::shared_ptr<nsPlatformDirectoryReader> NewReader() override;
+  std::shared_ptr<nsPlatformDirectoryReader> Reader();
+  void EndThread();
   void WatchNextChange();
   void OnReadCompleted(nsresult aResult, uint32_t aBytes) override;
   void InsertChangedNames(uint32_t aBytes);
   nsresult PostUpdate();
   nsresult Update();
-  nsresult FinishThread();
-  void JoinThread();
   void Stop() override;
 
-  const std::unique_ptr<nsPlatformDirectoryReader> mReader;  // the root's handle, and the semaphore
-  std::mutex mThreadLock;  // guards mWatcherThread, not what runs there
-  std::thread mWatcherThread;
-  std::atomic<bool> mThreadShouldRun = false;
-  std::atomic<bool> mThreadArmed = false;
+  std::unique_ptr<nsEventPump> mThread;
   std::atomic<bool> mShuttingDown = false;  // never cleared
   bool mIsQuitting = false;                 // the application ends: nothing starts any more
   nsCOMPtr<nsITimer> mTimer;
 
-  std::mutex mEventLock;  // guards what follows
+  std::mutex mEventLock;                               // guards what follows
+  std::shared_ptr<nsPlatformDirectoryReader> mReader;  // the root's handle
   std::vector<uint8_t> mChangeBuffer;
   std::set<nsString> mEventPaths;  // relative to the root, with the platform's separators
   uint32_t mLooksAgain = 0;

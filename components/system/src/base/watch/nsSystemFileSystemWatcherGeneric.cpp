@@ -68,7 +68,7 @@ nsresult nsSystemFileSystemWatcherGeneric::StartWatching() {
     SYSTEM_LOG_WARNING(mLog, "Is already watching");
     return NS_OK;
   }
-  const auto tree = MakeRefCounted<nsSystemFileSystemTree>(mPlatform->mFiles);
+  const auto tree = MakeRefCounted<nsSystemFileSystemTree>(mPlatform->mFiles, NewReader());
   nsCOMPtr<nsSystemFileSystemTree> old = tree;
   {
     std::lock_guard lock(mTreeLock);

@@ -45,6 +45,8 @@ class nsSystemFileSystemWatcherGeneric : public nsThreadSafeSupportsWeakReferenc
 
   /// What a destructor calls: stops, and lets go of the tree and the listener.
   virtual void Stop();
+  /// The source of events of a new watch, which the first walk opens; null where there is none.
+  virtual std::shared_ptr<nsPlatformDirectoryReader> NewReader() { return nullptr; }
 
   nsCOMPtr<nsSystemFileSystemTree> Tree();
 

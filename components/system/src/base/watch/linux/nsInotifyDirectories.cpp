@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <libmount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -43,29 +44,55 @@ nsresult nsInotifyDirectories::Start() {
   if (watch < 0) return errno == ENOSPC ? NS_ERROR_FAILURE : vorel::DirectoryError(errno);
   auto top = std::make_unique<Directory>();
   top->mWatch = watch;
+  std::lock_guard lock(mLock);
   mTop = top.get();
   mDirectories.emplace(watch, std::move(top));
   struct stat status;
   if (fstat(fd.get(), &status) != 0) return NS_LastResult();
   mRootDevice = status.st_dev;
   mRootINode = status.st_ino;
-  WatchAncestors(fd.get());
+  WatchWayToRoot(fd.get());
+  mMountTable = nsUniqueFd(open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC));
+  mMounts = Mounts();
   return NS_OK;
 }
 
-// A root that moves together with a directory above it has no event of its own. What can't be
-// watched here, for want of rights, is left out.
-void nsInotifyDirectories::WatchAncestors(int aRootFd) {
+// A root that moves together with a directory above it has no event of its own, nor has one that a
+// link leads to no longer. What can't be watched here, for want of rights, is left out.
+void nsInotifyDirectories::WatchWayToRoot(int aRootFd) {
   std::array<char, PATH_MAX> path;
-  const ssize_t length =
-      readlink(("/proc/self/fd/" + std::to_string(aRootFd)).c_str(), path.data(), path.size() - 1);
-  std::string_view rest(path.data(), static_cast<size_t>(std::max<ssize_t>(length, 0)));
+  const auto readLink = [&](const std::string& aPath) {
+    const ssize_t length = readlink(aPath.c_str(), path.data(), path.size() - 1);
+    return std::string(path.data(), static_cast<size_t>(std::max<ssize_t>(length, 0)));
+  };
+  // One that is also to be found below the root, by a mount, keeps its other events.
+  const auto watch = [&](const std::string& aPath, uint32_t aMask) {
+    return inotify_add_watch(mInotify.get(), aPath.c_str(), aMask | IN_ONLYDIR | IN_MASK_ADD);
+  };
+  mPlace = readLink("/proc/self/fd/" + std::to_string(aRootFd));
+  std::string_view rest = mPlace;
   for (size_t end; (end = rest.rfind('/')) != rest.npos && end > 0;) {
     rest = rest.substr(0, end);
-    // One that is also to be found below the root, by a mount, keeps its other events.
-    const int watch = inotify_add_watch(mInotify.get(), std::string(rest).c_str(),
-                                        IN_MOVE_SELF | IN_ONLYDIR | IN_MASK_ADD);
-    if (watch >= 0) mAncestors.insert(watch);
+    if (const int added = watch(std::string(rest), IN_MOVE_SELF); added >= 0)
+      mAncestors.insert(added);
+  }
+
+  constexpr int kMostLinks = 40;  // the system follows no more
+  std::string todo = mRoot, done = "/";
+  for (int links = 0; !todo.empty() && links < kMostLinks;) {
+    const size_t end = std::min(todo.find('/'), todo.size());
+    const std::string name = todo.substr(0, end);
+    todo.erase(0, end + 1);
+    if (name.empty() || name == ".") continue;
+    if (const std::string target = readLink(done + name); target.empty()) {
+      done += name + "/";
+    } else {
+      ++links;
+      const int added = watch(done, IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO);
+      if (added >= 0) mWayLinks.emplace(added, name);
+      todo = target + "/" + todo;
+      if (target.starts_with('/')) done = "/";
+    }
   }
 }
 
@@ -74,6 +101,11 @@ bool nsInotifyDirectories::IsRootInPlace() const {
   struct stat status;
   return fd && fstat(fd.get(), &status) == 0 && status.st_dev == mRootDevice &&
          status.st_ino == mRootINode;
+}
+
+bool nsInotifyDirectories::EndsHere() const {
+  SYSTEM_LOG_WARNING(mLog, mRoot + " was deleted, moved or unmounted: its watch ends");
+  return false;
 }
 
 int nsInotifyDirectories::AddWatch(int aFd) {
@@ -104,6 +136,18 @@ bool nsInotifyDirectories::PathOf(const Directory& aDirectory, std::string* aPat
     *aPath += **name;
   }
   return true;
+}
+
+nsInotifyDirectories::Directory* nsInotifyDirectories::Find(std::string_view aPath) const {
+  Directory* at = mTop;
+  while (!aPath.empty()) {
+    const size_t end = std::min(aPath.find('/'), aPath.size());
+    const auto child = at->mChildren.find(aPath.substr(0, end));
+    if (child == at->mChildren.end()) return nullptr;
+    at = child->second;
+    aPath.remove_prefix(std::min(end + 1, aPath.size()));
+  }
+  return at;
 }
 
 nsUniqueFd nsInotifyDirectories::Open(const Directory& aDirectory) const {
@@ -142,10 +186,15 @@ void nsInotifyDirectories::ForgetTree(Directory* aTop) {
 }
 
 nsInotifyDirectories::Directory* nsInotifyDirectories::WatchChild(int aParentFd, Directory* aParent,
-                                                                  const std::string& aName) {
+                                                                  const std::string& aName,
+                                                                  bool* aIsNew) {
+  *aIsNew = false;
   const nsUniqueFd fd(
       openat(aParentFd, aName.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-  if (!fd) return nullptr;
+  if (!fd) {
+    if (errno == EACCES) aParent->mIsUnread = true;
+    return nullptr;
+  }
   const int watch = AddWatch(fd.get());
   if (watch < 0) return nullptr;  // unreadable, or over the limit: it stays a name only
 
@@ -160,6 +209,7 @@ nsInotifyDirectories::Directory* nsInotifyDirectories::WatchChild(int aParentFd,
   // of that move are still to come. One that is mounted within itself really does.
   for (const Directory* above = aParent; above; above = above->mParent)
     if (above == child) return nullptr;
+  *aIsNew = true;
   Detach(child);
   if (const auto other = aParent->mChildren.find(aName); other != aParent->mChildren.end())
     Detach(other->second);
@@ -168,6 +218,30 @@ nsInotifyDirectories::Directory* nsInotifyDirectories::WatchChild(int aParentFd,
   aParent->mChildren.emplace(aName, child);
   mAdrift.erase(child);
   return child;
+}
+
+nsresult nsInotifyDirectories::Watch(const std::string& aPath) {
+  std::lock_guard lock(mLock);
+  const size_t end = aPath.rfind('/');
+  Directory* const parent = Find(end == aPath.npos ? "" : std::string_view(aPath).substr(0, end));
+  if (!parent) return NS_ERROR_FILE_NOT_FOUND;  // moved away meanwhile, which has events of its own
+  const nsUniqueFd fd = Open(*parent);
+  if (!fd) return vorel::DirectoryError(errno);
+  bool isNew;
+  return WatchChild(fd.get(), parent, aPath.substr(end + 1), &isNew) ? NS_OK
+                                                                     : vorel::DirectoryError(errno);
+}
+
+void nsInotifyDirectories::LookForChild(Directory* aParent, const std::string& aName) {
+  const nsUniqueFd fd = Open(*aParent);
+  if (!fd) {
+    if (errno == EACCES) aParent->mIsUnread = true;
+    return;
+  }
+  // One that is known to be there has been read after it was watched.
+  bool isNew;
+  if (Directory* const child = WatchChild(fd.get(), aParent, aName, &isNew); child && isNew)
+    WatchTree(child);
 }
 
 void nsInotifyDirectories::WatchTree(Directory* aTop) {
@@ -181,6 +255,7 @@ void nsInotifyDirectories::WatchTree(Directory* aTop) {
     directory->mScan = mScan;
     mTouched.insert(directory->mWatch);
     nsUniqueFd fd = Open(*directory);
+    directory->mIsUnread = !fd && errno == EACCES;
     DIR* const entries = fd ? fdopendir(fd.get()) : nullptr;
     if (!entries) continue;
     (void)fd.release();
@@ -188,14 +263,34 @@ void nsInotifyDirectories::WatchTree(Directory* aTop) {
       const std::string name = entry->d_name;
       if (name == "." || name == "..") continue;
       if (entry->d_type != DT_DIR && entry->d_type != DT_UNKNOWN) continue;
-      if (const Directory* child = WatchChild(dirfd(entries), directory, name))
+      bool isNew;
+      if (const Directory* child = WatchChild(dirfd(entries), directory, name, &isNew))
         stack.push_back(child->mWatch);
     }
     closedir(entries);
   }
 }
 
+// Rights may have been missing, for whoever looks at the disk or here.
+void nsInotifyDirectories::TouchTree(Directory* aTop) {
+  std::vector<Directory*> all{aTop};
+  std::vector<int> unread;
+  for (size_t i = 0; i < all.size(); ++i) {
+    mTouched.insert(all[i]->mWatch);
+    if (all[i]->mIsUnread) unread.push_back(all[i]->mWatch);
+    for (const auto& [name, child] : all[i]->mChildren) all.push_back(child);
+  }
+  for (const int watch : unread)
+    if (const auto found = mDirectories.find(watch); found != mDirectories.end())
+      WatchTree(found->second.get());
+}
+
 void nsInotifyDirectories::Scan() {
+  std::lock_guard lock(mLock);
+  ScanAll();
+}
+
+void nsInotifyDirectories::ScanAll() {
   ++mScan;
   WatchTree(mTop);
   if (mIsStopped) return;
@@ -216,6 +311,7 @@ bool nsInotifyDirectories::ReadEvents() {
   do {
     got = read(mInotify.get(), buffer.data(), buffer.size());
   } while (got < 0 && errno == EINTR);
+  std::lock_guard lock(mLock);
   for (ssize_t at = 0; at < got;) {
     inotify_event event;
     std::memcpy(&event, buffer.data() + at, sizeof event);
@@ -237,47 +333,106 @@ bool nsInotifyDirectories::HandleEvent(const inotify_event& aEvent, std::string_
   }
   const auto found = mDirectories.find(aEvent.wd);
   Directory* const directory = found == mDirectories.end() ? nullptr : found->second.get();
-  const bool hasMoved =
-      (aEvent.mask & IN_MOVE_SELF) && mAncestors.contains(aEvent.wd) && !IsRootInPlace();
-  if (hasMoved || (directory == mTop &&
-                   (aEvent.mask & (IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT | IN_IGNORED)))) {
-    SYSTEM_LOG_WARNING(mLog, mRoot + " was deleted, moved or unmounted: its watch ends");
-    return false;
-  }
+  const bool mayHaveMoved = ((aEvent.mask & IN_MOVE_SELF) && mAncestors.contains(aEvent.wd)) ||
+                            mWayLinks.contains({aEvent.wd, std::string(aName)});
+  if ((mayHaveMoved && !IsRootInPlace()) ||
+      (directory == mTop &&
+       (aEvent.mask & (IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT | IN_IGNORED))))
+    return EndsHere();
   if (!directory) return true;  // above the root, or of a watch that we have given up
+  if (aEvent.mask & IN_UNMOUNT) directory->mIsUnmounted = true;
   if (aEvent.mask & IN_IGNORED) {
+    Directory* const parent = directory->mIsUnmounted ? directory->mParent : nullptr;
+    const std::string name = directory->mName;
     Forget(directory);
+    if (parent) LookForChild(parent, name);  // what the volume had covered
     return true;
   }
-  if (aName.empty()) return true;  // of a directory itself: the one above has an event, too
+  if (aName.empty()) {  // of a directory itself: the one above has an event, too
+    if (directory == mTop && (aEvent.mask & IN_ATTRIB)) TouchTree(mTop);
+    return true;
+  }
 
   mTouched.insert(directory->mWatch);
   if (aEvent.mask & IN_ISDIR) {
+    const std::string name(aName);
     const auto child = directory->mChildren.find(aName);
     const bool isKnown = child != directory->mChildren.end();
-    if (isKnown && (aEvent.mask & (IN_MOVED_FROM | IN_DELETE))) {
-      Detach(child->second);
-    } else if ((aEvent.mask & (IN_CREATE | IN_MOVED_TO)) ||
-               (!isKnown && (aEvent.mask & IN_ATTRIB))) {  // it may have become readable
-      if (const nsUniqueFd fd = Open(*directory))
-        if (Directory* appeared = WatchChild(fd.get(), directory, std::string(aName)))
-          WatchTree(appeared);
+    if (isKnown && (aEvent.mask & IN_ATTRIB)) {
+      TouchTree(child->second);
+    } else {
+      if (isKnown && (aEvent.mask & (IN_MOVED_FROM | IN_DELETE))) Detach(child->second);
+      // Also where something has left: two directories that change places have both come before the
+      // second one's leave is told. And with new rights it may have become readable.
+      LookForChild(directory, name);
     }
   }
-  if (std::string path; PathOf(*directory, &path)) {
-    if (!path.empty()) path += '/';
-    path += aName;
-    // A file that is written has several events in a row.
-    if (mNames.empty() || mNames.back() != path) mNames.push_back(std::move(path));
-  }
+  // A file that is written has several events in a row.
+  if (Name changed{directory->mWatch, std::string(aName)};
+      mNames.empty() || mNames.back() != changed)
+    mNames.push_back(std::move(changed));
   return true;
 }
 
-bool nsInotifyDirectories::TakeOverflow() { return std::exchange(mOverflow, false); }
+std::map<std::string, int> nsInotifyDirectories::Mounts() const {
+  std::map<std::string, int> mounts;
+  libmnt_table* const table = mnt_new_table_from_file("/proc/self/mountinfo");
+  libmnt_iter* const next = mnt_new_iter(MNT_ITER_FORWARD);
+  libmnt_fs* mount;
+  const std::string base = mPlace.ends_with('/') ? mPlace : mPlace + "/";
+  while (table && next && mnt_table_next_fs(table, next, &mount) == 0) {
+    const char* const target = mnt_fs_get_target(mount);
+    if (target && std::string_view(target).starts_with(base))
+      mounts[target + base.size()] = mnt_fs_get_id(mount);  // later ones cover earlier ones
+  }
+  mnt_free_iter(next);
+  mnt_unref_table(table);
+  return mounts;
+}
 
-std::vector<std::string> nsInotifyDirectories::TakeNames() { return std::exchange(mNames, {}); }
+bool nsInotifyDirectories::ReadMounts() {
+  std::lock_guard lock(mLock);
+  if (!IsRootInPlace()) return EndsHere();
+  const auto before = std::exchange(mMounts, Mounts());
+  std::set<std::string> places;
+  for (const auto& mount : before)
+    if (!std::ranges::binary_search(mMounts, mount)) places.insert(mount.first);
+  for (const auto& mount : mMounts)
+    if (!std::ranges::binary_search(before, mount)) places.insert(mount.first);
+  for (const std::string& place : places) {
+    const size_t end = place.rfind('/');
+    const std::string name = place.substr(end + 1);
+    Directory* const parent = Find(end == place.npos ? "" : std::string_view(place).substr(0, end));
+    if (!parent) continue;
+    mTouched.insert(parent->mWatch);
+    mNames.push_back({parent->mWatch, name});
+    LookForChild(parent, name);
+  }
+  // One that was to be seen at two places may still be there at the other.
+  if (!mAdrift.empty()) ScanAll();
+  return true;
+}
+
+bool nsInotifyDirectories::TakeOverflow() {
+  std::lock_guard lock(mLock);
+  return std::exchange(mOverflow, false);
+}
+
+std::vector<std::string> nsInotifyDirectories::TakeNames() {
+  std::lock_guard lock(mLock);
+  std::vector<std::string> names;
+  std::string path;
+  for (const Name& name : std::exchange(mNames, {})) {
+    const auto directory = mDirectories.find(name.mWatch);
+    if (directory == mDirectories.end() || !PathOf(*directory->second, &path)) continue;
+    if (!path.empty()) path += '/';
+    names.push_back(path + name.mLeaf);
+  }
+  return names;
+}
 
 std::vector<std::string> nsInotifyDirectories::TakeDirectories() {
+  std::lock_guard lock(mLock);
   while (!mAdrift.empty()) ForgetTree(*mAdrift.begin());
   std::vector<std::string> directories;
   for (const int watch : std::exchange(mTouched, {})) {

@@ -8,10 +8,12 @@
 #include <atomic>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <set>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "nsCOMPtr.h"
@@ -24,7 +26,10 @@
 /// events. Events may be out of date when they are read; so nothing is believed but what the disk
 /// then says.
 ///
-/// One thread at a time, but for Stop.
+/// A directory that is seen at two places, by a bind mount, is one directory here: its changes are
+/// named at the place that was found last.
+///
+/// Any thread; one that works for long holds up the others, but for Stop.
 class nsInotifyDirectories {
  public:
   /// aRoot as the system has it, without a trailing slash.
@@ -33,20 +38,28 @@ class nsInotifyDirectories {
 
   /// Watches the root itself. To be called once, first.
   nsresult Start();
+  /// Readable when there are events to read.
   int Fd() const { return mInotify.get(); }
+  /// Has POLLPRI when volumes have come or gone; -1 when that can't be heard of.
+  int MountTableFd() const { return mMountTable.get(); }
 
+  /// Watches one directory, given relative to the root; the one above it is watched already.
+  nsresult Watch(const std::string& aPath);
   /// Watches everything below the root, and forgets what is no longer there.
   void Scan();
-  /// Ends a scan early, and all later ones at once. Any thread.
+  /// Ends a scan early, and all later ones at once. Never waits.
   void Stop() { mIsStopped = true; }
   /// Handles what the kernel has queued. New directories are watched before their names are in
-  /// Names. False when the root is gone.
+  /// Names. False when the root is gone, or something else has taken its place.
   bool ReadEvents();
+  /// The same for volumes that have been mounted or unmounted below the root.
+  bool ReadMounts();
 
   /// Whether the kernel has dropped events since the last time; Scan is called for then.
   bool TakeOverflow();
 
-  /// Paths relative to the root of what has changed, since the last time.
+  /// Paths relative to the root of what has changed, since the last time. What is in a directory
+  /// that has gone since is left out: there is no place to look at.
   std::vector<std::string> TakeNames();
   /// The directories in which something has changed, or which have appeared, since the last time.
   /// Those that have no place below the root any more are left out, and no longer watched.
@@ -58,34 +71,52 @@ class nsInotifyDirectories {
     Directory* mParent = nullptr;  // null: the root, or a directory that is adrift
     std::string mName;
     std::map<std::string, Directory*, std::less<>> mChildren;
-    uint32_t mScan = 0;  // the scan that saw it last
+    uint32_t mScan = 0;         // the scan that saw it last
+    bool mIsUnread = false;     // some or all of it could not be read
+    bool mIsUnmounted = false;  // its volume has gone from here
+  };
+  struct Name {
+    int mWatch;
+    std::string mLeaf;
+    bool operator==(const Name&) const = default;
   };
 
   bool HandleEvent(const inotify_event& aEvent, std::string_view aName);
+  void ScanAll();
   void WatchTree(Directory* aTop);
-  Directory* WatchChild(int aParentFd, Directory* aParent, const std::string& aName);
+  Directory* WatchChild(int aParentFd, Directory* aParent, const std::string& aName, bool* aIsNew);
+  void LookForChild(Directory* aParent, const std::string& aName);
+  void TouchTree(Directory* aTop);
   int AddWatch(int aFd);
-  void WatchAncestors(int aRootFd);
+  void WatchWayToRoot(int aRootFd);
+  std::map<std::string, int> Mounts() const;
   bool IsRootInPlace() const;
+  bool EndsHere() const;
   nsUniqueFd Open(const Directory& aDirectory) const;
   bool PathOf(const Directory& aDirectory, std::string* aPath) const;
+  Directory* Find(std::string_view aPath) const;
   void Detach(Directory* aDirectory);
   void Forget(Directory* aDirectory);
   void ForgetTree(Directory* aTop);
 
   const std::string mRoot;
   const nsCOMPtr<nsILog4Logger> mLog;
-  nsUniqueFd mInotify;
+  nsUniqueFd mInotify, mMountTable;
+  std::atomic<bool> mIsStopped = false;
+
+  std::mutex mLock;                                                  // guards what follows
   std::unordered_map<int, std::unique_ptr<Directory>> mDirectories;  // by watch
   Directory* mTop = nullptr;
-  std::set<int> mAncestors;  // watches of the directories above the root
+  std::set<int> mAncestors;                         // watches of the directories above the root
+  std::set<std::pair<int, std::string>> mWayLinks;  // links on the way to it, and who holds them
   dev_t mRootDevice = 0;
   ino_t mRootINode = 0;
-  std::set<Directory*> mAdrift;  // moved away to a place that is not known, or not yet
-  std::vector<std::string> mNames;
+  std::string mPlace;                  // the root's path without links
+  std::map<std::string, int> mMounts;  // relative to the root; the uppermost one's identifier
+  std::set<Directory*> mAdrift;        // moved away to a place that is not known, or not yet
+  std::vector<Name> mNames;
   std::unordered_set<int> mTouched;  // watches
   uint32_t mScan = 0;
   bool mOverflow = false;
   bool mToldLimit = false;
-  std::atomic<bool> mIsStopped = false;
 };

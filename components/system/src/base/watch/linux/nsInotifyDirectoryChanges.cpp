@@ -39,29 +39,38 @@ class InotifyReader final : public nsPlatformDirectoryReader {
 
   nsresult Open(const nsAString& aRoot) override;
   bool IsOpen() const override;
+  nsresult Watch(const nsAString& aDirectory) override;
   void Close() override;
   nsresult Read(uint8_t* aBuffer, uint32_t aSize, bool aWatchSubtree, uint32_t aNotifyFilter,
                 Completion* aCompletion) override;
   void Wait() override;
+  bool Consume() override;
   void Wake() override;
   void Remind(std::u16string_view aName) override;
 
  private:
-  void Run();
-  void NameDirectories();
+  void Run(nsInotifyDirectories& aDirectories);
+  void NameDirectories(nsInotifyDirectories& aDirectories);
   int UntilQuiet() const;
   void Publish(std::vector<std::u16string> aNames);
   void End(nsresult aResult);
   Clock::time_point DeliveryTime() const;
+  /// Whether a read that was issued could complete.
+  bool HasEvents() const { return mCompletion && (!mNames.empty() || mEnd); }
+
+  std::mutex mOpenLock;  // held to open and to close
+  const nsCOMPtr<nsILog4Logger> mLog = NS_GetLogger("system.fileWatcher");
 
   // The reader's own thread.
-  std::unique_ptr<nsInotifyDirectories> mDirectories;
   nsEventFd mStop;
   nsNamedThread mThread;
   Clock::time_point mUnrestStart, mLastEvent;
   bool mIsRestless = false;  // something has changed since directories were named
 
   mutable std::mutex mLock;  // guards what follows
+  std::shared_ptr<nsInotifyDirectories> mDirectories;
+  std::string mRoot;
+  bool mHasToldLength = false;
   std::condition_variable mChanged;
   bool mIsOpen = false;
   bool mIsWoken = false;
@@ -76,21 +85,38 @@ class InotifyReader final : public nsPlatformDirectoryReader {
 // ---- The side of the watcher
 
 nsresult InotifyReader::Open(const nsAString& aRoot) {
+  std::lock_guard openLock(mOpenLock);
   if (IsOpen()) return NS_ERROR_ALREADY_INITIALIZED;
   std::string root = vorel::Utf16ToName(NS_View(aRoot));
   while (root.size() > 1 && root.ends_with('/')) root.pop_back();
-  auto directories =
-      std::make_unique<nsInotifyDirectories>(root, NS_GetLogger("system.fileWatcher"));
+  auto directories = std::make_shared<nsInotifyDirectories>(root, mLog);
   if (nsresult rv = directories->Start(); NS_FAILED(rv)) return rv;
   if (NS_FAILED(mStop.Open())) return NS_ERROR_FAILURE;
+  if (nsresult rv = mThread.Start("Inotify", [this, directories] { Run(*directories); });
+      NS_FAILED(rv)) {
+    mStop.Close();
+    return rv;
+  }
+  std::lock_guard lock(mLock);
   mDirectories = std::move(directories);
+  mRoot = std::move(root);
+  mIsOpen = true;
+  mHasToldLength = false;
+  return NS_OK;
+}
+
+nsresult InotifyReader::Watch(const nsAString& aDirectory) {
+  std::string path = vorel::Utf16ToName(NS_View(aDirectory));
+  std::shared_ptr<nsInotifyDirectories> directories;
   {
     std::lock_guard lock(mLock);
-    mIsOpen = true;
+    if (!mIsOpen) return NS_ERROR_NOT_INITIALIZED;
+    directories = mDirectories;
+    path.erase(0, mRoot.size());
   }
-  const nsresult rv = mThread.Start("Inotify", [this] { Run(); });
-  if (NS_FAILED(rv)) Close();
-  return rv;
+  while (path.ends_with('/')) path.pop_back();
+  while (path.starts_with('/')) path.erase(0, 1);
+  return path.empty() ? NS_OK : directories->Watch(path);
 }
 
 bool InotifyReader::IsOpen() const {
@@ -99,12 +125,16 @@ bool InotifyReader::IsOpen() const {
 }
 
 void InotifyReader::Close() {
-  if (mDirectories) mDirectories->Stop();
+  std::lock_guard openLock(mOpenLock);
+  {
+    std::lock_guard lock(mLock);
+    if (mDirectories) mDirectories->Stop();
+  }
   mStop.Set();
   mThread.Join();
-  mDirectories.reset();
   mStop.Close();
   std::lock_guard lock(mLock);
+  mDirectories.reset();
   mIsOpen = false;
   mCompletion = nullptr;
   mNames.clear();
@@ -130,28 +160,45 @@ Clock::time_point InotifyReader::DeliveryTime() const {
 
 void InotifyReader::Wait() {
   std::unique_lock lock(mLock);
-  while (!mIsWoken &&
-         (!mCompletion || (mNames.empty() && !mEnd) || Clock::now() < DeliveryTime())) {
-    if (mCompletion && (!mNames.empty() || mEnd))
+  while (!mIsWoken && (!HasEvents() || Clock::now() < DeliveryTime())) {
+    if (HasEvents())
       mChanged.wait_until(lock, DeliveryTime());
     else
       mChanged.wait(lock);
   }
-  if (std::exchange(mIsWoken, false)) return;
+  mIsWoken = false;
+}
 
-  Completion* const completion = std::exchange(mCompletion, nullptr);
+bool InotifyReader::Consume() {
+  std::unique_lock lock(mLock);
+  if (!HasEvents() || Clock::now() < DeliveryTime()) return false;
   nsresult result = NS_OK;
   nsPlatformChangeRecordWriter writer(mBuffer, mSize);
-  if (mNames.empty()) {
-    result = *mEnd;
-  } else {
-    while (!mNames.empty() && writer.Append(*mNames.begin())) mNames.erase(mNames.begin());
+  while (!mNames.empty()) {
+    const auto name = mNames.begin();
+    if (!writer.Append(*name)) {
+      if (writer.Bytes() > 0) break;
+      // Not even alone.
+      if (!std::exchange(mHasToldLength, true))
+        SYSTEM_LOG_WARNING(mLog, "A path below " + mRoot + " is too long to be told (" +
+                                     std::to_string(name->size()) +
+                                     " units): changes there and at others like it are not seen");
+    }
+    mNames.erase(name);
+  }
+  if (writer.Bytes() > 0) {
     const auto now = Clock::now();
     if (now - mLastDelivery >= kPause) mStreamStart = now;
     mLastDelivery = now;
+  } else if (mEnd) {
+    result = *mEnd;
+  } else {
+    return true;
   }
+  Completion* const completion = std::exchange(mCompletion, nullptr);
   lock.unlock();
   completion->OnReadCompleted(result, writer.Bytes());
+  return true;
 }
 
 void InotifyReader::Wake() {
@@ -171,9 +218,7 @@ void InotifyReader::Remind(std::u16string_view aName) {
 
 void InotifyReader::Publish(std::vector<std::u16string> aNames) {
   std::lock_guard lock(mLock);
-  for (std::u16string& name : aNames)
-    // A name without room in a whole buffer can't be told, and is longer than any path may be.
-    if (name.size() < 0x4000) mNames.insert(std::move(name));
+  for (std::u16string& name : aNames) mNames.insert(std::move(name));
   mChanged.notify_all();
 }
 
@@ -183,10 +228,10 @@ void InotifyReader::End(nsresult aResult) {
   mChanged.notify_all();
 }
 
-void InotifyReader::NameDirectories() {
+void InotifyReader::NameDirectories(nsInotifyDirectories& aDirectories) {
   mIsRestless = false;
   std::vector<std::u16string> names;
-  for (const std::string& directory : mDirectories->TakeDirectories())
+  for (const std::string& directory : aDirectories.TakeDirectories())
     names.push_back(directory.empty() ? u"." : vorel::NameToUtf16(directory) + u"/.");
   Publish(std::move(names));
 }
@@ -198,20 +243,22 @@ int InotifyReader::UntilQuiet() const {
   return static_cast<int>(std::max(wait, 0ms).count());
 }
 
-void InotifyReader::Run() {
-  mDirectories->Scan();
-  NameDirectories();
+void InotifyReader::Run(nsInotifyDirectories& aDirectories) {
   while (true) {
-    std::array<pollfd, 2> waiting{{{mDirectories->Fd(), POLLIN, 0}, {mStop.get(), POLLIN, 0}}};
+    std::array<pollfd, 3> waiting{{{aDirectories.Fd(), POLLIN, 0},
+                                   {mStop.get(), POLLIN, 0},
+                                   {aDirectories.MountTableFd(), POLLPRI, 0}}};
     (void)poll(waiting.data(), waiting.size(), UntilQuiet());
     if (waiting[1].revents) return;
-    if (!waiting[0].revents) {
-      if (UntilQuiet() == 0) NameDirectories();
+    if (!waiting[0].revents && !waiting[2].revents) {
+      if (UntilQuiet() == 0) NameDirectories(aDirectories);
       continue;
     }
-    const bool goesOn = mDirectories->ReadEvents();
+    // Volumes last: their places are looked up where events have put them.
+    const bool goesOn = (!waiting[0].revents || aDirectories.ReadEvents()) &&
+                        (!waiting[2].revents || aDirectories.ReadMounts());
     std::vector<std::u16string> names;
-    for (const std::string& name : mDirectories->TakeNames())
+    for (const std::string& name : aDirectories.TakeNames())
       names.push_back(vorel::NameToUtf16(name));
     Publish(std::move(names));
     if (!goesOn) {
@@ -220,10 +267,10 @@ void InotifyReader::Run() {
     }
     mLastEvent = Clock::now();
     if (!std::exchange(mIsRestless, true)) mUnrestStart = mLastEvent;
-    const bool hasOverflown = mDirectories->TakeOverflow();
-    if (hasOverflown) mDirectories->Scan();  // all directories count as touched by it
+    const bool hasOverflown = aDirectories.TakeOverflow();
+    if (hasOverflown) aDirectories.Scan();  // all directories count as touched by it
     // Together with names of changes, so that the receiver is not kept from acting on them.
-    if (hasOverflown || mLastEvent > mUnrestStart + kLongestUnrest) NameDirectories();
+    if (hasOverflown || mLastEvent > mUnrestStart + kLongestUnrest) NameDirectories(aDirectories);
   }
 }
 

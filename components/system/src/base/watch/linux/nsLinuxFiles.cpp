@@ -2,10 +2,15 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <sys/stat.h>
+#include <sys/statfs.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
+#include <cstring>
+#include <new>
 #include <utility>
 
 #include "nsNativePaths.h"
@@ -25,21 +30,51 @@ void SetFacts(const struct stat& aStatus, nsPlatformFiles::Entry* aEntry) {
   aEntry->mVolume = aStatus.st_dev;
 }
 
+/// Volumes that give a number which has become free to the next file that is made, and that tell
+/// the generation of a number in their handles.
+bool HasGenerations(int aDirectory) {
+  struct statfs volume;
+  return fstatfs(aDirectory, &volume) == 0 &&
+         (volume.f_type == EXT4_SUPER_MAGIC || volume.f_type == XFS_SUPER_MAGIC ||
+          volume.f_type == F2FS_SUPER_MAGIC);
+}
+
+/// 0 when it can't be told.
+uint32_t Generation(int aDirectory, const char* aName) {
+  alignas(file_handle) std::array<unsigned char, sizeof(file_handle) + MAX_HANDLE_SZ> buffer;
+  auto* const handle = new (buffer.data()) file_handle;
+  handle->handle_bytes = MAX_HANDLE_SZ;
+  int mount;
+  if (name_to_handle_at(aDirectory, aName, handle, &mount, 0) != 0) return 0;
+  // The kernel's forms of a number of 32 bits, and of one of 64, with the generation behind it.
+  const size_t at = handle->handle_type == 1 ? 4 : handle->handle_type == 0x81 ? 8 : SIZE_MAX;
+  uint32_t generation = 0;
+  if (at < handle->handle_bytes && handle->handle_bytes - at >= sizeof generation)
+    std::memcpy(&generation, handle->f_handle + at, sizeof generation);
+  return generation;
+}
+
 class LinuxListing final : public nsPlatformFiles::Listing {
  public:
-  explicit LinuxListing(DIR* aDirectory) : mDirectory(aDirectory) { Advance(); }
+  explicit LinuxListing(DIR* aDirectory)
+      : mDirectory(aDirectory), mHasGenerations(HasGenerations(dirfd(aDirectory))) {
+    struct stat status;
+    if (fstat(dirfd(mDirectory), &status) == 0) mVolume = status.st_dev;
+    Advance();
+  }
   ~LinuxListing() override { closedir(mDirectory); }
 
   bool HasMore() override { return mNext || mError; }
   nsresult GetNext(nsPlatformFiles::Entry* aEntry) override {
     if (const int error = std::exchange(mError, 0)) return vorel::DirectoryError(error);
     if (!mNext) return NS_ERROR_UNEXPECTED;
-    struct stat status;
-    if (fstatat(dirfd(mDirectory), mNext->d_name, &status, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) ==
-        0)
-      SetFacts(status, aEntry);
-    else
-      aEntry->mStatus = vorel::DirectoryError(errno);
+    if (mNextError == 0) {
+      SetFacts(mNextStatus, aEntry);
+      if (mHasGenerations && mNextStatus.st_dev == mVolume)
+        aEntry->mINode ^= uint64_t{Generation(dirfd(mDirectory), mNext->d_name)} << 32;
+    } else {
+      aEntry->mStatus = vorel::DirectoryError(mNextError);
+    }
     aEntry->mLeafName.Assign(vorel::NameToUtf16(mNext->d_name));
     Advance();
     return NS_OK;
@@ -47,17 +82,29 @@ class LinuxListing final : public nsPlatformFiles::Listing {
 
  private:
   void Advance() {
-    do {
+    while (true) {
       errno = 0;
       mNext = readdir(mDirectory);
-    } while (mNext &&
-             (std::string_view(mNext->d_name) == "." || std::string_view(mNext->d_name) == ".."));
-    if (!mNext) mError = errno;
+      if (!mNext) {
+        mError = errno;
+        return;
+      }
+      const std::string_view name = mNext->d_name;
+      if (name == "." || name == "..") continue;
+      const bool isKnown = fstatat(dirfd(mDirectory), mNext->d_name, &mNextStatus,
+                                   AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) == 0;
+      mNextError = isKnown ? 0 : errno;
+      if (mNextError != ENOENT) return;  // one that has gone since it was listed is not there
+    }
   }
 
   DIR* const mDirectory;
+  const bool mHasGenerations;
+  dev_t mVolume = 0;
   const dirent* mNext = nullptr;
-  int mError = 0;  // to be told once, then the listing is at its end
+  struct stat mNextStatus {};
+  int mNextError = 0;  // why there is no status
+  int mError = 0;      // to be told once, then the listing is at its end
 };
 
 /// The status of what a path of any length leads to; errno on failure.

@@ -1,5 +1,5 @@
-// Files by their status: identity is the inode, the time that of the last change of content, in
-// nanoseconds.
+// Files by their status: identity is the inode and, where a volume uses its numbers again, their
+// generation; the time is that of the last change of content, in nanoseconds.
 #pragma once
 
 #include "nsPlatformFiles.h"
