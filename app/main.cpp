@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -15,6 +16,7 @@
 #include <cstring>
 #include <filesystem>
 #include <iostream>
+#include <iterator>
 #include <system_error>
 #include <thread>
 
@@ -91,8 +93,10 @@ std::string UnusableFile(const nsCommandLine& aLine) {
   std::string wrong;
   if (aLine.mTask == Task::eApplication) wrong = Unusable(aLine.mScript, false);
   // One that is not there is the watcher's to tell.
-  if (aLine.mTask == Task::eWatch && access(aLine.mArguments[0].c_str(), F_OK) == 0)
-    wrong = Unusable(aLine.mArguments[0], true);
+  if (aLine.mTask == Task::eWatch) {
+    for (const std::string& directory : aLine.mArguments)
+      if (wrong.empty() && access(directory.c_str(), F_OK) == 0) wrong = Unusable(directory, true);
+  }
   if (wrong.empty() && !aLine.mMachineFile.empty()) wrong = Unusable(aLine.mMachineFile, false);
   if (wrong.empty() && !aLine.mApplicationDirectory.empty())
     wrong = Unusable(aLine.mApplicationDirectory, true);
@@ -274,9 +278,14 @@ int Run(const nsCommandLine& aLine) {
   nsScriptOptions scriptOptions;
   scriptOptions.mArguments = aLine.mArguments;
   if (isLook) {  // the program's own scripts
+    if (aLine.mTask == Task::eWatch) scriptOptions.mArguments = aLine.mWatchOptions;
     if (aLine.mJson) scriptOptions.mArguments.push_back("--json");
     if (aLine.mFollow) scriptOptions.mArguments.push_back("--watch");
     if (isatty(STDOUT_FILENO)) scriptOptions.mArguments.push_back("--colours");
+    if (aLine.mTask == Task::eWatch) {
+      scriptOptions.mArguments.emplace_back("--");
+      std::ranges::copy(aLine.mArguments, std::back_inserter(scriptOptions.mArguments));
+    }
     scriptOptions.mEndsWithOutput = true;
   }
   if (aLine.mTask == Task::eApplication) scriptOptions.mFile = aLine.mScript;

@@ -1,6 +1,8 @@
 #include "nsCommandLine.h"
 
+#include <algorithm>
 #include <array>
+#include <charconv>
 #include <functional>
 
 namespace {
@@ -10,7 +12,7 @@ constexpr std::string_view kHelp =
        vorel [OPTIONS] FILE.js [ARGUMENTS]     run an application (FILE.mjs: as a module)
        vorel [OPTIONS] -e TEXT [ARGUMENTS]     run a line of script
        vorel [OPTIONS] shell                   run script line by line, as it is entered
-       vorel [OPTIONS] watch DIRECTORY         print the changes of a directory tree as they come
+       vorel [OPTIONS] watch DIRECTORY...      print the changes of directory trees as they come
 
   --json                print JSON: the picture as one object, events one object a line
   --watch               after the picture, print the changes of it until interrupted
@@ -22,10 +24,40 @@ constexpr std::string_view kHelp =
   --print-types         print the TypeScript declarations of everything script can see
   --version, --help     print these and stop
 
+Of watch:
+  --once                end with the first change
+  --timeout SECONDS     end after this time; with --once and without a change, the status is 4
+  --exclude PATTERN     leave out what fits, and all below it; may be given several times
+  --only PATTERN        tell only what fits one of these: a name, or with "/" a path below the directory;
+                        "*" and "?" stand for what is in one name, "**" for any part of a path
+  --settle MS           tell a change once nothing more has happened to the same path for this time
+  --details             with size and time of what has come or changed
+  --wait                go on when a directory does not exist, has gone or was replaced (else: status 3)
+
 Exit status: 0, what an application gave to quit(), 1 after a failure, 2 for wrong arguments.
 )";
 
 constexpr std::array<std::string_view, 4> kLevels = {"debug", "warning", "error", "off"};
+
+/// An option of a watch with its value, as the script takes it; *aError when the value is wrong.
+bool ReadWatchOption(std::string_view aName, const std::string& aValue, nsCommandLine* aOut,
+                     std::string* aError) {
+  const auto isNumber = [&](double aMost) {
+    double number = 0;
+    const char* const end = aValue.data() + aValue.size();
+    const auto [stop, error] =
+        std::from_chars(aValue.data(), end, number, std::chars_format::fixed);
+    return error == std::errc() && stop == end && number > 0 && number <= aMost;
+  };
+  constexpr double kMostSeconds = 2'000'000, kMostSettle = 3'600'000;
+  if (aName == "--timeout" && !isNumber(kMostSeconds))
+    *aError = "--timeout: '" + aValue + "' is no number of seconds from 0 to 2000000";
+  else if (aName == "--settle" && !isNumber(kMostSettle))
+    *aError = "--settle: '" + aValue + "' is no number of milliseconds from 0 to 3600000";
+  else
+    aOut->mWatchOptions.push_back(std::string(aName) + "=" + aValue);
+  return aError->empty();
+}
 
 bool ReadLogLevel(const std::string& aValue, nsCommandLine* aOut, std::string* aError) {
   const size_t equals = aValue.find('=');
@@ -130,15 +162,36 @@ bool nsCommandLine::Parse(const std::vector<std::string>& aArguments, nsCommandL
       continue;
     }
     if (text == "watch") {
-      for (++i; i < aArguments.size() && aArguments[i].starts_with("-"); ++i)
-        if (!option()) return false;
-      if (i >= aArguments.size() || aArguments[i].empty()) {
+      out.mTask = Task::eWatch;
+      bool hasOptions = true;  // up to "--"
+      for (++i; i < aArguments.size(); ++i) {
+        const std::string& argument = aArguments[i];
+        const std::string name = argument.substr(0, argument.find('='));
+        if (!hasOptions || !argument.starts_with("-")) {
+          out.mArguments.push_back(argument);
+        } else if (argument == "--") {
+          hasOptions = false;
+        } else if (argument == "--once" || argument == "--details" || argument == "--wait") {
+          out.mWatchOptions.push_back(argument);
+        } else if (name == "--timeout" || name == "--exclude" || name == "--only" ||
+                   name == "--settle") {
+          const bool isApart = name.size() == argument.size();
+          if (isApart ? ++i == aArguments.size() || aArguments[i].empty()
+                      : name.size() + 1 == argument.size()) {
+            *aError = name + " needs a value";
+            return false;
+          }
+          if (!ReadWatchOption(name, isApart ? aArguments[i] : argument.substr(name.size() + 1),
+                               &out, aError))
+            return false;
+        } else if (!option()) {
+          return false;
+        }
+      }
+      if (out.mArguments.empty() || std::ranges::find(out.mArguments, "") != out.mArguments.end()) {
         *aError = "watch needs a directory";
         return false;
       }
-      out.mTask = Task::eWatch;
-      out.mArguments.push_back(aArguments[i++]);
-      if (!options("watch takes one directory")) return false;
       break;
     }
     if (text == "shell") {

@@ -27,7 +27,9 @@ struct nsCommandLine {
   /// Logger name (empty: all loggers) and level name, in the order given.
   std::vector<std::pair<std::string, std::string>> mLogLevels;
   std::string mScript;                  ///< file name or text
-  std::vector<std::string> mArguments;  ///< the application's own
+  std::vector<std::string> mArguments;  ///< the application's own; of a watch, the directories
+  /// "--name" and "--name=value", as the program's own script takes them.
+  std::vector<std::string> mWatchOptions;
 
   /// Reads everything behind the program's name. False, with one clear line in *aError, for what it
   /// does not understand.

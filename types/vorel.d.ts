@@ -1468,13 +1468,20 @@ interface nsISystemDevice extends nsISupports {
  * stopped through the shared service: it holds its lock across these two calls.
  */
 interface nsISystemFileSystemListener extends nsISupports {
+  readonly ERROR_ROOT_MISSING: 0;
+  readonly ERROR_TREE: 2;
+  readonly ERROR_ROOT_GONE: 3;
   /** The watch stands; what changes from now on is reported. */
   onWatcherStarted(): void;
   /** The watch has ended. */
   onWatcherStopped(): void;
   /**
-   * Code 0 with the watched path: the root does not exist. Code 2 with an empty text: the picture
-   * of the directory failed. The watch does not stand.
+   * ERROR_ROOT_MISSING with the watched path: the root does not exist. ERROR_TREE with an empty
+   * text: the picture of the directory failed. The watch does not stand.
+   *
+   * ERROR_ROOT_GONE with the watched path: the root of a standing watch was deleted, moved,
+   * replaced or unmounted, or a link on the way to it leads elsewhere now. Nothing more is heard
+   * of it. Whoever stops and starts gets a new watch of what is there then.
    */
   onWatcherError(code: number, text: string): void;
   /** A file was written to, or something came into, left or got another name in a directory. */
@@ -1974,8 +1981,8 @@ interface nsInterfaces {
   readonly nsISystemClock: nsInterfaceID<nsISystemClock>;
   readonly nsISystemConnector: nsInterfaceID<nsISystemConnector>;
   readonly nsISystemDevice: nsInterfaceID<nsISystemDevice>;
-  readonly nsISystemFileSystemListener: nsInterfaceID<nsISystemFileSystemListener>;
-  readonly nsISystemFileSystemListener2: nsInterfaceID<nsISystemFileSystemListener2>;
+  readonly nsISystemFileSystemListener: nsInterfaceID<nsISystemFileSystemListener> & { readonly ERROR_ROOT_MISSING: 0; readonly ERROR_TREE: 2; readonly ERROR_ROOT_GONE: 3; };
+  readonly nsISystemFileSystemListener2: nsInterfaceID<nsISystemFileSystemListener2> & { readonly ERROR_ROOT_MISSING: 0; readonly ERROR_TREE: 2; readonly ERROR_ROOT_GONE: 3; };
   readonly nsISystemFont: nsInterfaceID<nsISystemFont>;
   readonly nsISystemGeneralSettings: nsInterfaceID<nsISystemGeneralSettings>;
   readonly nsISystemIPAddress: nsInterfaceID<nsISystemIPAddress>;

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """How does watching compare with what else there is for Linux? One run, one tree, one line a tool.
 
-    bench/beside/watch.py [--vorel build/release/bin/vorel] [--node DIRECTORY] [TOOL...]
+    bench/beside/watch.py [--vorel build/release/bin/vorel] [--node DIRECTORY] [--runs 3] [TOOL...]
 
 Tools: vorel watchman inotifywait @parcel/watcher chokidar nsfw; without any, all of them. What is not
 installed is named as absent. inotifywait and watchman come with the packages inotify-tools and watchman.
@@ -14,16 +14,22 @@ of which nsfw is compiled when it is installed; where npm holds that back, appro
 "npm rebuild --prefix DIRECTORY nsfw".
 
 Each tool is a process of its own whose events are read from a pipe, on a new tree of 100,000 files in
-5,000 directories, in memory where there is some. Columns:
+5,000 directories, in memory where there is some; all of it three times (--runs): the middle, and the least
+and the most where they differ by more than a tenth. Where a tool can be told how long it gathers changes, it
+is told 10 ms, which is vorel's time. Columns:
 
-    ready     from the start of the process until it watches
+    ready     from the start of the process until it says that it watches
+    first     from then, when a file is made at once, to the event of that
     change    from one new file to its event, after pauses of up to 50 ms
     burst     from the last of 100,000 new files to the event of the last one that is reported
     found     of these 100,000
     race      files reported of 1,000, each made in a directory that has just been made
     moves     reported as moves of 2,000 renames
     overflow  files reported of 100,000 made while the process was stopped
+    CPU       of the process, in all of this
     RSS       of the process when it is ready
+
+Of a burst nothing more is waited for once nothing has come for 20 s.
 """
 import argparse
 import collections
@@ -108,7 +114,7 @@ class Tool:
         with self.lock:
             return self.changed.wait_for(condition, seconds)
 
-    def settle(self, wanted, letters, seconds=60, quiet=8):
+    def settle(self, wanted, letters, seconds=180, quiet=20):
         """The files reported of those wanted, once they are complete or nothing has come for some time."""
         start = time.monotonic()
         while True:
@@ -187,6 +193,7 @@ class Watchman(Tool):
 
     def start(self, _):
         self.place = tempfile.mkdtemp()
+        pathlib.Path(self.root, ".watchmanconfig").write_text('{"settle": 10}')
         self.spawn(["watchman", "--foreground", "--no-save-state", f"--sockname={self.place}/sock",
                     f"--logfile={self.place}/log", f"--pidfile={self.place}/pid"], lambda _: None)
         while not os.path.exists(f"{self.place}/sock"):
@@ -247,58 +254,88 @@ def rename(root):
         os.rename(f"{directory}/old{number % FILES_EACH}", f"{directory}/renamed{number % FILES_EACH}")
 
 
+def cpu(process):
+    fields = pathlib.Path(f"/proc/{process.pid}/stat").read_text().rpartition(")")[2].split()
+    return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
+
+
 def measure(name, root, options):
+    """The figures of one run, by the names of COLUMNS; None when the tool does not become ready."""
     beside(fill, root, "old")
     start = time.monotonic()
     tool = TOOLS[name](root, options)
     try:
         if not tool.wait(lambda: tool.is_ready, 120):
-            return "does not become ready"
-        ready = time.monotonic() - start
+            return None
+        result = {"ready": time.monotonic() - start}
+        start = time.monotonic()
+        os.close(os.open(f"{root}/{DIRECTORIES - 1}/first1", os.O_CREAT | os.O_WRONLY, 0o600))
+        tool.wait(lambda: tool.counts["first"] > 0, 20)
+        result["first"] = (time.monotonic() - start) * 1e3
         time.sleep(1)
         status = pathlib.Path(f"/proc/{tool.process.pid}/status").read_text()
-        memory = int(re.search(r"VmRSS:\s*(\d+)", status)[1]) / 1024
+        result["RSS"] = int(re.search(r"VmRSS:\s*(\d+)", status)[1]) / 1024
         times = sorted(one_change(tool, number) * 1e3 for number in range(200))
+        result["change"], result["p99"] = times[100], times[197]
 
         beside(fill, root, "burst")
         end = time.monotonic()
-        found = tool.settle(FILES, "burst")
-        burst = max(tool.last - end, 0)
+        result["found"] = tool.settle(FILES, "burst")
+        result["burst"] = max(tool.last - end, 0)
 
         beside(race, root)
-        raced = tool.settle(1000, "inside")
+        result["race"] = tool.settle(1000, "inside")
         beside(rename, root)
-        tool.wait(lambda: tool.moves >= 2000, 5)
-        moves = tool.moves
+        tool.wait(lambda: tool.moves >= 2000, 20)
+        result["moves"] = tool.moves
 
         os.kill(tool.process.pid, signal.SIGSTOP)
         beside(fill, root, "stopped")
         os.kill(tool.process.pid, signal.SIGCONT)
-        overflow = tool.settle(FILES, "stopped")
-        return (f"{ready:7.2f} s {times[100]:7.1f} {times[197]:7.1f} ms {burst:7.2f} s {found:7} {raced:5} {moves:6}"
-                f" {overflow:9} {memory:6.0f} MiB")
+        result["overflow"] = tool.settle(FILES, "stopped")
+        result["CPU"] = cpu(tool.process)
+        return result
     finally:
         tool.stop()
+
+
+COLUMNS = {"ready": ("s", 2), "first": ("ms", 1), "change": ("ms", 1), "p99": ("ms", 1), "burst": ("s", 2),
+           "found": ("", 0), "race": ("", 0), "moves": ("", 0), "overflow": ("", 0), "CPU": ("s", 1),
+           "RSS": ("MiB", 0)}
+
+
+def spread(runs, column):
+    unit, digits = COLUMNS[column]
+    values = sorted(run[column] for run in runs)
+    text = f"{values[len(values) // 2]:.{digits}f}"
+    if values[-1] - values[0] > 0.1 * values[-1]:
+        text += f" ({values[0]:.{digits}f}-{values[-1]:.{digits}f})"
+    return f"{text} {unit}".strip()
 
 
 def main():
     parser = argparse.ArgumentParser(usage=__doc__)
     parser.add_argument("--vorel", default="build/release/bin/vorel")
     parser.add_argument("--node", default=os.environ.get("BESIDE", "/tmp/beside"))
+    parser.add_argument("--runs", type=int, default=3)
     parser.add_argument("tools", nargs="*")
     options = parser.parse_args()
     unknown = set(options.tools) - set(TOOLS)
     if unknown:
         parser.error("unknown: " + ", ".join(unknown))
     memory = "/dev/shm" if os.path.isdir("/dev/shm") else None
-    print(f"{'':16} {'ready':>9} {'change p50':>7}    p99 {'burst':>11} {'found':>9} {'race':>5} {'moves':>6} {'overflow':>9}"
-          f" {'RSS':>7}", flush=True)
     for name in options.tools or TOOLS:
         if not TOOLS[name].is_there(options):
-            print(f"{name:16} absent", flush=True)
+            print(f"{name}: absent", flush=True)
             continue
-        with tempfile.TemporaryDirectory(dir=memory) as root:
-            print(f"{name:16} {measure(name, root, options)}", flush=True)
+        runs = []
+        for _ in range(options.runs):
+            with tempfile.TemporaryDirectory(dir=memory) as root:
+                runs.append(measure(name, root, options))
+        if None in runs:
+            print(f"{name}: does not become ready", flush=True)
+            continue
+        print(f"{name}: " + ", ".join(f"{column} {spread(runs, column)}" for column in COLUMNS), flush=True)
 
 
 if __name__ == "__main__":

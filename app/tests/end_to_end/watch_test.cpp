@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
+#include <random>
 
 #include "nsProgram.h"
 
@@ -32,6 +33,96 @@ TEST(Watch, EventsAreHeldBackOrMisspelt) {
   const nsOutcome outcome = program.Finish(SIGTERM);
   EXPECT_EQ(outcome.mStatus, 0) << outcome.mErrors;
   EXPECT_TRUE(outcome.mOutput.ends_with("{\"event\":\"stopped\"}\n")) << outcome.mOutput;
+}
+
+TEST(Watch, RootThatGoesIsNotTold) {
+  nsProgram program;
+  const fs::path root = fs::path(program.Directory()) / "root";
+  fs::create_directory(root);
+  program.Start({"watch", "--json", root.string()});
+  ASSERT_TRUE(program.WaitFor("{\"event\":\"started\"}\n"));
+  fs::remove(root);
+  const nsOutcome outcome = program.Finish(0);
+  EXPECT_EQ(outcome.mStatus, 3) << outcome.mErrors;
+  EXPECT_NE(outcome.mOutput.find("{\"event\":\"error\",\"code\":3,\"text\":\"" + root.string()),
+            std::string::npos)
+      << outcome.mOutput;
+}
+
+TEST(Watch, ReplacedRootIsNotWaitedFor) {
+  nsProgram program;
+  const fs::path place = program.Directory();
+  for (const char* name : {"one", "two"}) fs::create_directory(place / name);
+  program.Start({"watch", "--json", "--wait", (place / "link").string()});
+  ASSERT_TRUE(program.WaitFor("\"code\":0"));
+  fs::create_directory_symlink("one", place / "link");
+  ASSERT_TRUE(program.WaitFor("{\"event\":\"started\"}\n"));
+  fs::create_directory_symlink("two", place / "fresh");
+  fs::rename(place / "fresh", place / "link");
+  ASSERT_TRUE(program.WaitFor("{\"event\":\"stopped\"}\n{\"event\":\"started\"}\n"));
+  std::ofstream(place / "two/file");
+  EXPECT_TRUE(program.WaitFor("{\"event\":\"added\",\"path\":\"file\"}\n"));
+  EXPECT_EQ(program.Finish(SIGTERM).mStatus, 0);
+}
+
+TEST(Watch, OptionsAreWithoutEffect) {
+  nsProgram program;
+  const fs::path place = program.Directory();
+  for (const char* name : {"a/tmp", "b"}) fs::create_directories(place / name);
+  const std::string a = place / "a", b = place / "b";
+  program.Start({"watch", "--json", a, b, "--exclude", "tmp", "--only", "*.png", "--only", "sub/**",
+                 "--settle", "200", "--details"});
+  for (const std::string& root : {a, b})
+    ASSERT_TRUE(program.WaitFor("{\"root\":\"" + root + "\",\"event\":\"started\"}\n"));
+  for (const char* name : {"a/tmp/1.png", "a/2.txt", "b/gone.png"}) std::ofstream(place / name);
+  std::ofstream(place / "a/3.png") << "text";
+  std::ofstream(place / "a/3.png", std::ios::app) << "more";
+  fs::remove(place / "b/gone.png");
+  fs::create_directory(place / "b/sub");
+  std::ofstream(place / "b/sub/any");
+  EXPECT_TRUE(program.WaitFor("\"path\":\"sub/any\",\"size\":0,\"time\":\"20"));
+  const nsOutcome outcome = program.Finish(SIGTERM);
+  EXPECT_EQ(outcome.mStatus, 0) << outcome.mErrors;
+  EXPECT_NE(outcome.mOutput.find("{\"root\":\"" + a +
+                                 "\",\"event\":\"added\",\"path\":\"3.png\",\"size\":8,"),
+            std::string::npos)
+      << outcome.mOutput;
+  for (const char* name : {"1.png", "2.txt", "gone", "changed"})
+    EXPECT_EQ(outcome.mOutput.find(name), std::string::npos) << outcome.mOutput;
+
+  program.Start({"watch", "--once", "--timeout", "20", b});
+  ASSERT_TRUE(program.WaitFor("watching "));
+  std::ofstream(place / "b/file");
+  EXPECT_EQ(program.Finish(0).mStatus, 0);
+  EXPECT_EQ(program.Run({"watch", "--once", "--timeout", "0.1", b}).mStatus, 4);
+  EXPECT_EQ(program.Run({"watch", "--timeout", "0.1", b}).mStatus, 0);
+}
+
+TEST(Watch, HostIsTakenForAPartOfThePath) {
+  nsProgram program;
+  for (const char* url : {"file://server/tmp/", "//server/tmp/"}) {
+    const nsOutcome outcome =
+        program.Run({"-e", "new FileSystemWatcher({ rootPath: '" + std::string(url) + "' })"});
+    EXPECT_EQ(outcome.mStatus, 1);
+    EXPECT_NE(outcome.mErrors.find("a URL with a host"), std::string::npos) << outcome.mErrors;
+  }
+}
+
+/// VOREL_WATCH_ENDS says how often; the slow set does it 200 times.
+TEST(Watch, EndDuringTheFirstWalkCrashes) {
+  nsProgram program;
+  const fs::path root = fs::path(program.Directory()) / "root";
+  for (int i = 0; i < 3000; ++i) fs::create_directories(root / std::to_string(i) / "below");
+  const char* const setting = getenv("VOREL_WATCH_ENDS");
+  std::mt19937 random(1);
+  for (int i = 0, ends = setting ? atoi(setting) : 10; i < ends; ++i) {
+    program.Start({"-e", "const w = new FileSystemWatcher({ rootPath: '" + root.string() +
+                             "/', listener: { onWatcherStarted() { } } }); w.startWatching(); "
+                             "console.log('go'); setTimeout(() => quit(0), " +
+                             std::to_string(random() % 60) + ")"});
+    ASSERT_TRUE(program.WaitFor("go"));
+    ASSERT_EQ(program.Finish(random() % 2 ? SIGTERM : 0).mStatus, 0) << "at the " << i << ". time";
+  }
 }
 
 TEST(Watch, ProgramOutlivesTheReaderOfItsOutput) {

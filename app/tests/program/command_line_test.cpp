@@ -40,6 +40,14 @@ TEST(CommandLine, WatchTakesOptionsOnBothSides) {
   EXPECT_EQ(line.mArguments, std::vector<std::string>{"dir"});
 }
 
+TEST(CommandLine, WatchMixesUpItsDirectoriesAndItsOptions) {
+  const auto line =
+      Parsed({"watch", "a", "--exclude", "*.tmp", "--once", "b", "--only=x=y", "--", "--c"});
+  EXPECT_EQ(line.mArguments, (std::vector<std::string>{"a", "b", "--c"}));
+  EXPECT_EQ(line.mWatchOptions,
+            (std::vector<std::string>{"--exclude=*.tmp", "--once", "--only=x=y"}));
+}
+
 TEST(CommandLine, ShellTakesOptionsOnBothSides) {
   const auto line = Parsed({"--profile", "p", "shell", "--machine", "m"});
   EXPECT_EQ(line.mTask, nsCommandLine::Task::eShell);
@@ -55,7 +63,13 @@ TEST(CommandLine, MistakesAreSilentlyAccepted) {
   EXPECT_NE(ErrorOf({"--log", "a.b=loud"}).find("loud"), std::string::npos);
   EXPECT_NE(ErrorOf({"app.txt"}).find("app.txt"), std::string::npos);
   EXPECT_NE(ErrorOf({"watch"}).find("directory"), std::string::npos);
-  EXPECT_NE(ErrorOf({"watch", "a", "b"}).find("'b'"), std::string::npos);
+  EXPECT_NE(ErrorOf({"watch", "--once"}).find("directory"), std::string::npos);
+  EXPECT_NE(ErrorOf({"watch", "a", "--often"}).find("--often"), std::string::npos);
+  for (const char* value : {"", "x", "-1", "0", "1e3", "9999999"}) {
+    EXPECT_NE(ErrorOf({"watch", "a", "--timeout", value}).find("--timeout"), std::string::npos);
+    EXPECT_NE(ErrorOf({"watch", std::string("--settle=") + value, "a"}).find("--settle"),
+              std::string::npos);
+  }
   EXPECT_NE(ErrorOf({"shell", "a"}).find("'a'"), std::string::npos);
   EXPECT_NE(ErrorOf({"-e"}).find("-e"), std::string::npos);
   EXPECT_NE(ErrorOf({"--watch", "app.js"}).find("--watch"), std::string::npos);

@@ -18,12 +18,23 @@ class nsISystemFileSystemListener : public nsISupports {
   static constexpr std::string_view kName = "nsISystemFileSystemListener";
   static constexpr nsIID kIID = "26fcdd71-f6d6-485b-9c02-2a3f27ec69b4"_iid;
 
+  /// The root does not exist.
+  static constexpr uint32_t ERROR_ROOT_MISSING = 0u;
+  /// The picture of the directory failed.
+  static constexpr uint32_t ERROR_TREE = 2u;
+  /// The root of a standing watch has gone.
+  static constexpr uint32_t ERROR_ROOT_GONE = 3u;
+
   /// The watch stands; what changes from now on is reported.
   virtual nsresult OnWatcherStarted() = 0;
   /// The watch has ended.
   virtual nsresult OnWatcherStopped() = 0;
-  /// Code 0 with the watched path: the root does not exist. Code 2 with an empty text: the picture
-  /// of the directory failed. The watch does not stand.
+  /// ERROR_ROOT_MISSING with the watched path: the root does not exist. ERROR_TREE with an empty
+  /// text: the picture of the directory failed. The watch does not stand.
+  ///
+  /// ERROR_ROOT_GONE with the watched path: the root of a standing watch was deleted, moved,
+  /// replaced or unmounted, or a link on the way to it leads elsewhere now. Nothing more is heard
+  /// of it. Whoever stops and starts gets a new watch of what is there then.
   virtual nsresult OnWatcherError(uint32_t aCode, const nsAString& aText) = 0;
   /// A file was written to, or something came into, left or got another name in a directory.
   virtual nsresult OnFileSystemChanged(const nsAString& aPath) = 0;

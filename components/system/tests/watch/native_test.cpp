@@ -1,15 +1,19 @@
 // The watcher on the real file system.
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/statfs.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <fstream>
 #include <future>
 #include <map>
+#include <new>
 #include <random>
 
 #include "nsInotifyDirectoryChanges.h"
@@ -54,6 +58,8 @@ std::set<std::string> Names(const std::map<std::string, ino_t>& aDisk) {
 /// A watch on a directory by a watcher of its own; needs a host.
 class Watch {
  public:
+  using Picture = nsWatchListener::Paths;
+
   explicit Watch(const fs::path& aRoot) : mRoot(aRoot) {
     mListener->SetPicture(Names(ReadDisk(mRoot)));
     EXPECT_EQ(mWatcher->Init(mListener.get(), nsCString("file://" + mRoot.native()), true), NS_OK);
@@ -664,85 +670,174 @@ TEST_F(NativeWatchDeathTest, OverflowLosesFiles) {
 
 // ---- Any sequence of operations
 
-/// VOREL_WATCH_OPERATIONS says how many; the slow set runs a million.
-TEST_F(NativeWatchTest, PictureDriftsFromTheDisk) {
-  const char* const setting = getenv("VOREL_WATCH_OPERATIONS");
-  const int operations = setting ? atoi(setting) : 6000;
-  std::mt19937 random(7);
-  const auto pick = [&](unsigned aCount) { return static_cast<unsigned>(random() % aCount); };
-  const auto path = [&] {
-    fs::path result = mRoot.Path();
-    for (unsigned depth = 1 + pick(4); depth > 0; --depth)
-      result /= std::string(1, static_cast<char>('a' + pick(5)));
+/// On memory, and on the disk below /tmp, which uses the numbers of its files again. With mounts of
+/// its own where there are the rights for that.
+class WatchModelTest : public NativeWatchTest, public testing::WithParamInterface<const char*> {
+ protected:
+  /// What is below the root, with what tells one thing from another that has its number later.
+  using Disk = std::map<std::string, std::string>;
+
+  void SetUp() override {
+    struct statfs volume;
+    if (statfs(GetParam(), &volume) != 0) GTEST_SKIP() << "no " << GetParam();
+    if (GetParam() == std::string("/tmp") && volume.f_type == TMPFS_MAGIC)
+      GTEST_SKIP() << "/tmp is memory, too";
+    std::string name = std::string(GetParam()) + "/vorel-test-XXXXXX";
+    mPlace = mkdtemp(name.data());
+    NativeWatchTest::SetUp();
+  }
+  void TearDown() override {
+    while (!mMounted.empty()) Unmount();
+    std::error_code ignored;
+    if (!mPlace.empty()) fs::remove_all(mPlace, ignored);
+    mHost.Stop();  // its threads are in the namespace
+  }
+
+  unsigned Pick(unsigned aCount) { return static_cast<unsigned>(mRandom() % aCount); }
+  fs::path Path() {
+    fs::path result = mPlace;
+    for (unsigned depth = 1 + Pick(4); depth > 0; --depth)
+      result /= std::string(1, static_cast<char>('a' + Pick(5)));
     return result;
-  };
-  int time = 0;
-  const auto operate = [&] {
+  }
+  // Clocks of file systems tick slowly, and what has the same time counts as the same.
+  void Stamp(const fs::path& aPath) {
+    const timespec times[] = {{++mTime, 0}, {mTime, 0}};
+    (void)utimensat(AT_FDCWD, aPath.c_str(), times, AT_SYMLINK_NOFOLLOW);
+  }
+  void Unmount() {
+    // A path that has moved since leads to nothing, and the mount stays until its directory goes.
+    const size_t at = Pick(static_cast<unsigned>(mMounted.size()));
+    (void)umount2(mMounted[at].c_str(), Pick(2) ? MNT_DETACH | UMOUNT_NOFOLLOW : UMOUNT_NOFOLLOW);
+    mMounted.erase(mMounted.begin() + static_cast<std::ptrdiff_t>(at));
+  }
+
+  void Operate() {
     std::error_code ignored;  // of what can't be done just now
-    switch (pick(10)) {
+    const fs::path path = Path(), other = Path();
+    switch (Pick(14)) {
       case 0:
       case 1:
       case 2:
-        fs::create_directory(path(), ignored);
+        fs::create_directory(path, ignored);
         break;
       case 3:
       case 4:
       case 5:
-        if (const fs::path file = path(); !fs::is_directory(file, ignored)) {
-          Write(file);
-          // Clocks of file systems tick slowly, and what has the same time counts as the same.
-          fs::last_write_time(file, fs::file_time_type(std::chrono::seconds(++time)), ignored);
-        }
+        if (fs::is_directory(path, ignored) || fs::is_other(fs::symlink_status(path, ignored)))
+          break;
+        Write(path);
+        Stamp(path);
         break;
       case 6:
-        fs::remove_all(path(), ignored);
+        fs::remove_all(path, ignored);
         break;
       case 7:
-      case 8:
-        fs::rename(path(), path(),
-                   ignored);  // files over files, and directories with all they hold
+      case 8:  // files over files, and directories with all they hold
+        (void)renameat2(AT_FDCWD, path.c_str(), AT_FDCWD, other.c_str(), 0);
         break;
       case 9:
-        fs::create_hard_link(path(), path(), ignored);
+        (void)renameat2(AT_FDCWD, path.c_str(), AT_FDCWD, other.c_str(), RENAME_EXCHANGE);
+        break;
+      case 10:
+        fs::create_hard_link(path, other, ignored);
+        break;
+      case 11:
+        if (Pick(2) ? symlink("a", path.c_str()) == 0 : mkfifo(path.c_str(), 0600) == 0)
+          Stamp(path);
+        break;
+      case 12:
+        if (!fs::is_directory(fs::symlink_status(path, ignored))) break;
+        fs::permissions(path, fs::perms::none, ignored);
+        fs::permissions(path, fs::perms::owner_all, ignored);
+        break;
+      case 13:
+        if (!mMounts.IsUsable() || Pick(30) != 0) break;
+        if (mMounted.size() > 4)
+          Unmount();
+        else if (fs::is_directory(fs::symlink_status(path, ignored)) &&
+                 mount("none", path.c_str(), "tmpfs", 0, nullptr) == 0)
+          mMounted.push_back(path);
         break;
     }
-  };
+  }
 
-  std::map<std::string, ino_t> identities;  // as far as they are known
-  Watch watch(mRoot.Path());
+  Disk Read() const {
+    Disk disk;
+    for (const auto& [name, number] : ReadDisk(mPlace)) {
+      alignas(file_handle) std::array<char, sizeof(file_handle) + MAX_HANDLE_SZ> buffer;
+      auto* const handle = new (buffer.data()) file_handle;
+      handle->handle_bytes = MAX_HANDLE_SZ;
+      int mount = 0;
+      const bool isTold =
+          name_to_handle_at(AT_FDCWD, (mPlace / name).c_str(), handle, &mount, 0) == 0;
+      disk[name] =
+          std::to_string(mount) + " " +
+          (isTold ? std::string(reinterpret_cast<char*>(handle->f_handle), handle->handle_bytes)
+                  : std::to_string(number));
+    }
+    return disk;
+  }
+
+  nsMountNamespace mMounts;
+  fs::path mPlace;
+  std::mt19937 mRandom{7};
+  time_t mTime = 0;
+  std::vector<fs::path> mMounted;
+};
+
+INSTANTIATE_TEST_SUITE_P(Places, WatchModelTest, testing::Values("/dev/shm", "/tmp"),
+                         [](const auto& aInfo) { return aInfo.index == 0 ? "Memory" : "Disk"; });
+
+/// VOREL_WATCH_OPERATIONS says how many; the slow set runs a million.
+TEST_P(WatchModelTest, PictureDriftsFromTheDisk) {
+  const char* const setting = getenv("VOREL_WATCH_OPERATIONS");
+  const int operations = setting ? atoi(setting) : 6000;
+  Disk identities;  // as far as they are known
+  Watch watch(mPlace);
   watch.mListener->mThen = [&](const std::string& aLine) {
     const size_t gap = aLine.find(' ');
     if (aLine.starts_with("moved ")) {
       const size_t middle = aLine.find(" > ");
       const std::string from = aLine.substr(gap + 1, middle - gap - 1);
-      const auto node = identities.extract(from);
-      if (gUseMemory && node) identities[aLine.substr(middle + 3)] = node.mapped();
+      if (const auto node = identities.extract(from))
+        identities[aLine.substr(middle + 3)] = node.mapped();
     } else {
       identities.erase(aLine.substr(gap + 1));
     }
   };
   for (int done = 0; done < operations;) {
-    const int burst = static_cast<int>(1 + pick(pick(8) ? 60 : 2000));
+    const int burst = static_cast<int>(1 + Pick(Pick(8) ? 60 : 2000));
     auto driver = std::async(std::launch::async, [&] {
-      for (int i = 0; i < burst; ++i) operate();
+      for (int i = 0; i < burst; ++i) Operate();
     });
     ASSERT_TRUE(NS_RunEventsUntil(
         [&] { return driver.wait_for(std::chrono::seconds(0)) == std::future_status::ready; }));
     done += burst;
-    std::map<std::string, ino_t> disk;
+    Disk disk;
     const auto isTrue = [&] {
-      disk = ReadDisk(mRoot.Path());
-      return watch.mListener->Picture() == Names(disk) &&
+      disk = Read();
+      Watch::Picture names;
+      for (const auto& [name, identity] : disk) names.insert(name);
+      return watch.mListener->Picture() == names &&
              std::all_of(identities.begin(), identities.end(), [&](const auto& aKnown) {
                // A directory in another's place can have the time that the other one had.
                return aKnown.first.ends_with('/') ||
                       (disk.contains(aKnown.first) && disk[aKnown.first] == aKnown.second);
              });
     };
-    ASSERT_TRUE(NS_RunEventsUntil(isTrue))
-        << "after " << done << " operations there is " << testing::PrintToString(disk)
-        << "\nand the picture is " << testing::PrintToString(watch.mListener->Picture()) << "\nof "
-        << testing::PrintToString(identities);
+    if (!NS_RunEventsUntil(isTrue)) {
+      const auto picture = watch.mListener->Picture();
+      for (const auto& [name, identity] : disk) {
+        if (!picture.contains(name)) ADD_FAILURE() << "never told: " << name;
+        if (identities.contains(name) && !name.ends_with('/') && identities[name] != identity)
+          ADD_FAILURE() << "something else: " << name;
+      }
+      for (const std::string& name : picture)
+        if (!disk.contains(name)) ADD_FAILURE() << "not there: " << name;
+      FAIL() << "after " << done << " operations, with "
+             << testing::PrintToString(watch.mListener->Take());
+    }
     identities = disk;
     (void)watch.mListener->Take();
     (void)nsTestLog::Instance().Take();

@@ -192,6 +192,24 @@ TEST_F(WatcherTest, MissingRootIsNotTold) {
   EXPECT_FALSE(IsWatching());
 }
 
+TEST_F(WatcherTest, RootThatHasGoneIsNotTold) {
+  StartAndWalk();
+  mMachine.mDirectoryChanges->CompleteEmpty(NS_ERROR_FILE_NOT_FOUND);
+  mMachine.mDirectoryChanges->AwaitDelivery();
+  NS_RunEvents();
+  EXPECT_EQ(mListener->Take(), Lines{"error 3 /data"});
+  EXPECT_EQ(mWatcher->StopWatching(), NS_OK);
+  EXPECT_EQ(mListener->Take(), Lines{"stopped"});
+}
+
+TEST_F(WatcherTest, HostIsTakenForAPartOfThePath) {
+  const auto watcher = MakeRefCounted<nsSystemFileSystemWatcher>(mMachine.Platform());
+  for (const char* url : {"file://server/data", "FILE://server", "file://server?"})
+    EXPECT_EQ(watcher->Init(mListener.get(), nsCString(url), true), NS_ERROR_MALFORMED_URI) << url;
+  for (const char* url : {"file:///data", "file://LocalHost/data", "file:/data"})
+    EXPECT_EQ(watcher->Init(mListener.get(), nsCString(url), true), NS_OK) << url;
+}
+
 TEST_F(WatcherTest, RootThatCantBeWatchedCountsAsWatched) {
   mMachine.mCalls->Fail({.mPort = "DirectoryChanges", .mMethod = "Open"});
   Start();
@@ -334,6 +352,33 @@ TEST_F(WatcherServiceTest, SecondClientGetsAWatcherOfItsOwn) {
   EXPECT_EQ(mListener->Take(), (Lines{"added file", "stopped"}));
   EXPECT_EQ(mService->StopWatching(mURL, late.get()), NS_OK);
   EXPECT_EQ(late->Take(), Lines{"stopped"});
+}
+
+TEST_F(WatcherServiceTest, ClientThatComesAfterTheRootHasGoneHearsNothing) {
+  const auto late = MakeRefCounted<nsWatchListener>();
+  Files().Remove(u"/data");
+  ASSERT_EQ(mService->StartWatching(mURL, mListener.get()), NS_OK);
+  Walk();
+  EXPECT_EQ(mListener->Take(), Lines{"error 0 /data"});
+  Files().MakeDirectory(u"/data");
+  ASSERT_EQ(mService->StartWatching(mURL, late.get()), NS_OK);
+  Walk();
+  EXPECT_EQ(late->Take(), Lines{"started"});
+  mMachine.mDirectoryChanges->CompleteEmpty(NS_ERROR_FILE_NOT_FOUND);
+  mMachine.mDirectoryChanges->AwaitDelivery();
+  NS_RunEvents();
+  EXPECT_EQ(late->Take(), Lines{"error 3 /data"});
+  const auto third = MakeRefCounted<nsWatchListener>();
+  ASSERT_EQ(mService->StartWatching(mURL, third.get()), NS_OK);
+  Walk();
+  EXPECT_EQ(mService->StopWatching(mURL, mListener.get()), NS_OK);
+  EXPECT_EQ(mService->StopWatching(mURL, late.get()), NS_OK);
+  EXPECT_EQ(late->Take(), Lines{"stopped"});
+  Files().Write(u"/data/file");
+  Settle();
+  EXPECT_EQ(third->Take(), (Lines{"started", "added file"})) << "it is counted with the others";
+  EXPECT_EQ(mService->StopWatching(mURL, third.get()), NS_OK);
+  EXPECT_EQ(mListener->Take(), Lines());
 }
 
 TEST_F(WatcherServiceTest, PlainClientMissesAMove) {

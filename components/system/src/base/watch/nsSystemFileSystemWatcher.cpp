@@ -8,6 +8,7 @@
 #include "nsIAppStartup.h"
 #include "nsIEventTarget.h"
 #include "nsIObserverService.h"
+#include "nsIThreadManager.h"
 #include "nsLogger.h"
 #include "nsServices.h"
 #include "nsVorelMethodCaller.h"
@@ -25,7 +26,7 @@ static_assert(kNotifyFilter == 0x53);
 constexpr uint32_t kCoalescingDelay = 10;  // ms
 
 // What one look leaves out the next ones tell. The bound is for volumes whose files change all the
-// time.
+// time, or whose identities do.
 constexpr uint32_t kMostLooksAgain = 100;
 
 }  // namespace
@@ -86,6 +87,9 @@ nsresult nsSystemFileSystemWatcher::StartWatching() {
     (void)startup->GetShuttingDown(&isQuitting);
   if (isQuitting) mIsQuitting = true;
   if (mIsQuitting) return NS_ERROR_ILLEGAL_DURING_SHUTDOWN;
+  if (const auto manager = do_GetService<nsIThreadManager>(NS_THREADMANAGER_CONTRACTID);
+      manager && !mOwnerThread)
+    (void)manager->GetCurrentThread(mOwnerThread.getter_AddRefs());
   return nsSystemFileSystemWatcherGeneric::StartWatching();
 }
 
@@ -182,6 +186,11 @@ void nsSystemFileSystemWatcher::WatchNextChange() {
 
 void nsSystemFileSystemWatcher::OnReadCompleted(nsresult aResult, uint32_t aBytes) {
   // Both end the chain of reads, and the watch silently goes no further.
+  if (aResult == NS_ERROR_FILE_NOT_FOUND && mOwnerThread) {
+    const auto runnable = NS_NewRunnableMethodCaller<vorel::threads::eWeak>(
+        this, &nsSystemFileSystemWatcher::TellRootGone);
+    (void)mOwnerThread->Dispatch(runnable.get(), NS_DISPATCH_NORMAL);
+  }
   if (NS_FAILED(aResult) || aBytes == 0) return;
   {
     std::lock_guard lock(mEventLock);
@@ -189,6 +198,13 @@ void nsSystemFileSystemWatcher::OnReadCompleted(nsresult aResult, uint32_t aByte
     if (!mUpdateRunning && !mEventPaths.empty()) (void)PostUpdate();
   }
   WatchNextChange();
+}
+
+nsresult nsSystemFileSystemWatcher::TellRootGone() {
+  const nsCOMPtr<nsISystemFileSystemListener> listener = mListener;
+  if (mIsWatching && listener)
+    (void)listener->OnWatcherError(nsISystemFileSystemListener::ERROR_ROOT_GONE, mWatchPath);
+  return NS_OK;
 }
 
 void nsSystemFileSystemWatcher::InsertChangedNames(uint32_t aBytes) {
@@ -273,10 +289,11 @@ nsresult nsSystemFileSystemWatcher::Update() {
   const auto lookAgain = [&](const nsString& aDirectory) {
     mReader->Remind(std::u16string(aDirectory.view().substr(mWatchPath.Length() + 1)) + u'.');
   };
-  if (!isUnfinished)
+  if (!isUnfinished && tree->LeftOut().empty()) {
     mLooksAgain = 0;
-  else if (++mLooksAgain <= kMostLooksAgain)
-    std::ranges::for_each(looked, lookAgain);
-  std::ranges::for_each(tree->LeftOut(), lookAgain);
+  } else if (++mLooksAgain <= kMostLooksAgain) {
+    if (isUnfinished) std::ranges::for_each(looked, lookAgain);
+    std::ranges::for_each(tree->LeftOut(), lookAgain);
+  }
   return NS_OK;
 }

@@ -6,6 +6,7 @@
 
 #include "nsEventPump.h"
 #include "nsIObserver.h"
+#include "nsIThread.h"
 #include "nsITimer.h"
 #include "nsITimerCallback.h"
 #include "nsModuleClass.h"
@@ -62,12 +63,14 @@ class nsSystemFileSystemWatcher final : public nsSystemFileSystemWatcherGeneric,
   void InsertChangedNames(uint32_t aBytes);
   nsresult PostUpdate();
   nsresult Update();
+  nsresult TellRootGone();
   void Stop() override;
 
   std::unique_ptr<nsEventPump> mThread;
   std::atomic<bool> mShuttingDown = false;  // never cleared
   bool mIsQuitting = false;                 // the application ends: nothing starts any more
   nsCOMPtr<nsITimer> mTimer;
+  nsCOMPtr<nsIThread> mOwnerThread;  // set once, before there are other threads
 
   std::mutex mEventLock;                               // guards what follows
   std::shared_ptr<nsPlatformDirectoryReader> mReader;  // the root's handle

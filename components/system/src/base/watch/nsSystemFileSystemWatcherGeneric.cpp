@@ -10,7 +10,24 @@
 #include "nsLogger.h"
 #include "nsServices.h"
 
+bool NS_HasOtherHost(std::string_view aURL) {
+  constexpr std::string_view kScheme = "file:", kLocal = "localhost";
+  const auto startsWith = [](std::string_view aText, std::string_view aStart) {
+    return std::ranges::equal(aText.substr(0, aStart.size()), aStart, [](char aOne, char aOther) {
+      return (aOne >= 'A' && aOne <= 'Z' ? static_cast<char>(aOne + 32) : aOne) == aOther;
+    });
+  };
+  if (startsWith(aURL, kScheme)) aURL.remove_prefix(kScheme.size());
+  if (!aURL.starts_with("//")) return false;
+  const std::string_view host = aURL.substr(2, aURL.find_first_of("/\\?#", 2) - 2);
+  return !host.empty() && !(host.size() == kLocal.size() && startsWith(host, kLocal));
+}
+
 nsresult NS_GetPathFromFileURL(const nsACString& aURL, nsAString& aPath) {
+  if (NS_HasOtherHost(NS_View(aURL))) {
+    NS_WARN_TEXT("a URL with a host can't be watched", nullptr);
+    return NS_ERROR_MALFORMED_URI;
+  }
   nsresult rv;
   const auto ioService = do_GetService<nsIIOService>(NS_IOSERVICE_CONTRACTID, &rv);
   NS_ENSURE_SUCCESS(rv, rv);
@@ -168,11 +185,13 @@ nsresult nsSystemFileSystemWatcherGeneric::OnTreeReady(const nsAString&,
 }
 
 nsresult nsSystemFileSystemWatcherGeneric::OnRootPathMissing() {
-  if (mListener) (void)mListener->OnWatcherError(0, mWatchPath);
+  if (mListener)
+    (void)mListener->OnWatcherError(nsISystemFileSystemListener::ERROR_ROOT_MISSING, mWatchPath);
   return StopWatching();
 }
 
 nsresult nsSystemFileSystemWatcherGeneric::OnTreeError() {
-  if (mListener) (void)mListener->OnWatcherError(2, nsString());
+  if (mListener)
+    (void)mListener->OnWatcherError(nsISystemFileSystemListener::ERROR_TREE, nsString());
   return NS_OK;
 }

@@ -65,6 +65,10 @@ class nsSystemFileSystemWatcherGeneric : public nsThreadSafeSupportsWeakReferenc
   nsCOMPtr<nsSystemFileSystemTree> mTree;
 };
 
-/// The path of the file that a "file:" URL names, the same for all URLs that name it. Warns of a
-/// failure itself.
+/// Whether a URL, or a text that is relative to a "file:" URL, names a host. Files of other hosts
+/// are not ours, and a path of ours is not what is meant.
+bool NS_HasOtherHost(std::string_view aURL);
+
+/// NS_ERROR_MALFORMED_URI, with a warning, for a URL with a host. The path of the file that a
+/// "file:" URL names, the same for all URLs that name it. Warns of a failure itself.
 nsresult NS_GetPathFromFileURL(const nsACString& aURL, nsAString& aPath);

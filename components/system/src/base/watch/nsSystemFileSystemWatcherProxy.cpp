@@ -114,6 +114,11 @@ nsresult nsSystemFileSystemWatcherProxy::Initialize(nsISupports* aOwner, JSConte
   NS_ENSURE_SUCCESS(rv, rv);
   const auto baseUri = NS_GetBaseURI(document.get());
   NS_ENSURE_TRUE(baseUri, NS_ERROR_FAILURE);
+  // Below, the host is dropped.
+  if (NS_HasOtherHost(NS_ToUtf8(rootPath))) {
+    SYSTEM_LOG_WARNING(mLog, "a URL with a host can't be watched");
+    return NS_ERROR_MALFORMED_URI;
+  }
   nsCOMPtr<nsIURI> uri;
   if (const auto ioService = do_GetService<nsIIOService>(NS_IOSERVICE_CONTRACTID))
     (void)ioService->NewURI(nsCString(vorel::Utf16ToName(NS_View(rootPath))), "UTF-8",

@@ -88,6 +88,12 @@ nsresult nsSystemFileSystemWatcherServiceListener::RemoveListener(
   return NS_OK;
 }
 
+bool nsSystemFileSystemWatcherServiceListener::HasListener(nsISystemFileSystemListener* aListener) {
+  std::lock_guard lock(mLock);
+  return std::ranges::any_of(mClients,
+                             [&](const Client& aClient) { return aClient.mListener == aListener; });
+}
+
 nsresult nsSystemFileSystemWatcherServiceListener::OnWatcherStarted() {
   std::lock_guard lock(mLock);
   if (mStarted) return NS_OK;
@@ -126,6 +132,7 @@ void nsSystemFileSystemWatcherServiceListener::CallAll(Method aMethod, const A&.
 
 nsresult nsSystemFileSystemWatcherServiceListener::OnWatcherError(uint32_t aCode,
                                                                   const nsAString& aText) {
+  if (aCode == ERROR_ROOT_MISSING || aCode == ERROR_ROOT_GONE) mHasEnded = true;
   CallAll(&nsISystemFileSystemListener::OnWatcherError, aCode, aText);
   return NS_OK;
 }
@@ -185,6 +192,11 @@ nsresult nsSystemFileSystemWatcherService::StartWatching(const nsACString& aRoot
 
   std::lock_guard lock(mLock);
   auto found = mTable.find(path);
+  if (found != mTable.end() && found->second.mListener->HasEnded()) {
+    mEnded.emplace_back(path, std::move(found->second));
+    mTable.erase(found);
+    found = mTable.end();
+  }
   if (found == mTable.end()) {
     Entry entry;
     entry.mListener = MakeRefCounted<nsSystemFileSystemWatcherServiceListener>();
@@ -212,6 +224,23 @@ nsresult nsSystemFileSystemWatcherService::StopWatching(const nsACString& aRootU
 
   Entry ended;  // let go of after the lock: the end of a watcher waits for its thread
   std::lock_guard lock(mLock);
+  const auto findEnded = [&] {
+    return std::ranges::find_if(mEnded, [&](const auto& aEnded) {
+      return aEnded.first == path && aEnded.second.mListener->HasListener(aListener);
+    });
+  };
+  if (const auto old = findEnded(); old != mEnded.end()) {
+    const auto client = old->second.mListener;
+    if (rv = client->RemoveListener(aListener); NS_FAILED(rv)) return rv;
+    // It may have been called, as below.
+    const auto left = std::ranges::find_if(
+        mEnded, [&](const auto& aEnded) { return aEnded.second.mListener == client; });
+    if (left == mEnded.end() || --left->second.mClientCount > 0) return NS_OK;
+    ended = std::move(left->second);
+    mEnded.erase(left);
+    (void)ended.mWatcher->StopWatching();
+    return NS_OK;
+  }
   auto found = mTable.find(path);
   if (found == mTable.end()) return NS_OK;
   const auto listener = found->second.mListener;

@@ -1,9 +1,11 @@
 // One platform watcher for each root, shared by all who watch it.
 #pragma once
 
+#include <atomic>
 #include <map>
 #include <mutex>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "nsCOMPtr.h"
@@ -31,6 +33,10 @@ class nsSystemFileSystemWatcherServiceListener final
   /// On a standing watch the client hears OnWatcherStopped before this returns. One that is not
   /// known is ignored.
   nsresult RemoveListener(nsISystemFileSystemListener* aListener);
+
+  bool HasListener(nsISystemFileSystemListener* aListener);
+  /// Whether there is nothing to be heard of the root any more, or never was.
+  bool HasEnded() const { return mHasEnded; }
 
   nsresult OnWatcherStarted() override;
   nsresult OnWatcherStopped() override;
@@ -60,6 +66,7 @@ class nsSystemFileSystemWatcherServiceListener final
   std::mutex mLock;              // guards what follows
   std::vector<Client> mClients;  // in order of registration
   bool mStarted = false;
+  std::atomic<bool> mHasEnded = false;
 
   std::mutex mTellingLock;  // guards what follows; nothing else is locked while it is held
   std::thread::id mTelling;
@@ -78,7 +85,8 @@ class nsSystemFileSystemWatcherService final
       .mIsService = true};
 
   /// The listener hears of the root's changes on the calling thread. URLs that name the same path
-  /// share one watcher. Fails with the resolver's result; that a watch can't be started is heard by
+  /// share one watcher, but for one whose root is missing or has gone: who comes later gets a new
+  /// one. Fails with the resolver's result; that a watch can't be started is heard by
   /// the listener or not at all. NS_ERROR_IN_PROGRESS, as StopWatching, from within
   /// OnWatcherStarted or OnWatcherStopped of the root: nothing has changed then.
   nsresult StartWatching(const nsACString& aRootURL, nsISystemFileSystemListener* aListener);
@@ -98,4 +106,6 @@ class nsSystemFileSystemWatcherService final
   // from within a call that it gets while it starts or stops one.
   std::recursive_mutex mLock;
   std::map<nsString, Entry> mTable;  // by the path of the root
+  // Of roots that have gone: nobody new comes to these, who is there leaves.
+  std::vector<std::pair<nsString, Entry>> mEnded;
 };

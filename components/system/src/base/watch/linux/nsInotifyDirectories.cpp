@@ -152,11 +152,16 @@ nsInotifyDirectories::Directory* nsInotifyDirectories::Find(std::string_view aPa
 
 nsUniqueFd nsInotifyDirectories::Open(const Directory& aDirectory) const {
   std::string path;
-  if (!PathOf(aDirectory, &path)) return nsUniqueFd();
+  if (PathOf(aDirectory, &path)) return OpenBelow(path, O_RDONLY);
+  errno = ENOENT;
+  return nsUniqueFd();
+}
+
+nsUniqueFd nsInotifyDirectories::OpenBelow(const std::string& aPath, int aFlags) const {
   // Nothing of the root is kept open, so that its volume can be unmounted.
   const nsUniqueFd root(vorel::OpenDirectoryAt(AT_FDCWD, mRoot, O_PATH));
   if (!root) return nsUniqueFd();
-  return nsUniqueFd(vorel::OpenDirectoryBelow(root.get(), path, O_RDONLY));
+  return nsUniqueFd(vorel::OpenDirectoryBelow(root.get(), aPath, aFlags));
 }
 
 void nsInotifyDirectories::Detach(Directory* aDirectory) {
@@ -195,7 +200,14 @@ nsInotifyDirectories::Directory* nsInotifyDirectories::WatchChild(int aParentFd,
     if (errno == EACCES) aParent->mIsUnread = true;
     return nullptr;
   }
-  const int watch = AddWatch(fd.get());
+  return Attach(fd.get(), aParent, aName, aIsNew);
+}
+
+nsInotifyDirectories::Directory* nsInotifyDirectories::Attach(int aFd, Directory* aParent,
+                                                              const std::string& aName,
+                                                              bool* aIsNew) {
+  *aIsNew = false;
+  const int watch = AddWatch(aFd);
   if (watch < 0) return nullptr;  // unreadable, or over the limit: it stays a name only
 
   auto& slot = mDirectories[watch];
@@ -225,11 +237,14 @@ nsresult nsInotifyDirectories::Watch(const std::string& aPath) {
   const size_t end = aPath.rfind('/');
   Directory* const parent = Find(end == aPath.npos ? "" : std::string_view(aPath).substr(0, end));
   if (!parent) return NS_ERROR_FILE_NOT_FOUND;  // moved away meanwhile, which has events of its own
-  const nsUniqueFd fd = Open(*parent);
-  if (!fd) return vorel::DirectoryError(errno);
+  const nsUniqueFd fd = OpenBelow(aPath, O_PATH);
+  if (!fd) {
+    if (errno == EACCES) parent->mIsUnread = true;
+    return vorel::DirectoryError(errno);
+  }
   bool isNew;
-  return WatchChild(fd.get(), parent, aPath.substr(end + 1), &isNew) ? NS_OK
-                                                                     : vorel::DirectoryError(errno);
+  return Attach(fd.get(), parent, aPath.substr(end + 1), &isNew) ? NS_OK
+                                                                 : vorel::DirectoryError(errno);
 }
 
 void nsInotifyDirectories::LookForChild(Directory* aParent, const std::string& aName) {

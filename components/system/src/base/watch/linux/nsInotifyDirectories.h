@@ -85,6 +85,7 @@ class nsInotifyDirectories {
   void ScanAll();
   void WatchTree(Directory* aTop);
   Directory* WatchChild(int aParentFd, Directory* aParent, const std::string& aName, bool* aIsNew);
+  Directory* Attach(int aFd, Directory* aParent, const std::string& aName, bool* aIsNew);
   void LookForChild(Directory* aParent, const std::string& aName);
   void TouchTree(Directory* aTop);
   int AddWatch(int aFd);
@@ -92,6 +93,7 @@ class nsInotifyDirectories {
   std::map<std::string, int> Mounts() const;
   bool IsRootInPlace() const;
   bool EndsHere() const;
+  nsUniqueFd OpenBelow(const std::string& aPath, int aFlags) const;
   nsUniqueFd Open(const Directory& aDirectory) const;
   bool PathOf(const Directory& aDirectory, std::string* aPath) const;
   Directory* Find(std::string_view aPath) const;
