@@ -23,10 +23,13 @@
 #include "nsCommandLine.h"
 #include "nsFdWatch.h"
 #include "nsHost.h"
+#include "nsICrashReporter.h"
 #include "nsILog4.h"
 #include "nsIThread.h"
 #include "nsScriptHost.h"
+#include "nsServices.h"
 #include "nsShell.h"
+#include "nsString.h"
 #include "nsSystemScript.h"
 #include "nsVorelMethodCaller.h"
 
@@ -68,6 +71,21 @@ std::string DefaultProfile() {
   if (data && *data == '/') return std::string(data) + "/vorel";
   const char* home = std::getenv("HOME");
   return home && *home == '/' ? std::string(home) + "/.local/share/vorel" : "";
+}
+
+// What a crash report is to say of this run.
+void AnnotateRun(const nsCommandLine& aLine) {
+  const auto reporter = do_GetService<nsICrashReporter>("@mozilla.org/toolkit/crash-reporter;1");
+  if (!reporter) return;
+  std::string arguments;
+  for (const std::string& argument : aLine.mArguments)
+    arguments += (arguments.empty() ? "'" : " '") + argument + "'";
+  const std::string script = aLine.mTask == Task::eApplication ? aLine.mScript
+                             : aLine.mTask == Task::eEvaluate  ? "-e"
+                                                               : "the program's own";
+  // While reports are off there is nothing to say.
+  (void)reporter->AnnotateCrashReport(nsCString("Script"), nsCString(script));
+  (void)reporter->AnnotateCrashReport(nsCString("Arguments"), nsCString(arguments));
 }
 
 uint32_t Severity(const std::string& aLevel) {
@@ -275,6 +293,7 @@ int Run(const nsCommandLine& aLine) {
   nsHost host;
   if (NS_FAILED(host.Start(options))) return Complain(kFailure, host.Error());
 
+  AnnotateRun(aLine);
   nsScriptOptions scriptOptions;
   scriptOptions.mArguments = aLine.mArguments;
   if (isLook) {  // the program's own scripts

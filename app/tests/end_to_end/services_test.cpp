@@ -89,6 +89,35 @@ TEST(Services, ACrashLeavesNoReportInTheProfile) {
   EXPECT_TRUE(Has(report, "nsSystemMaintenance::CrashProcess"));
 }
 
+TEST(Services, ACrashIsNotToldToTheNextRun) {
+  nsProgram program;
+  const std::string profile = program.Directory() + "/profile";
+  const std::string application =
+      MakeApplication(program, "pref('vorel.crashreporter.enabled', true);\n");
+  const std::string crash = program.Write("crash.js",
+                                          "function fail() {\n"
+                                          "  systemMaintenance.crashProcess();\n}\nfail();\n");
+  (void)program.Run({"--app", application, "--profile", profile, crash, "first", "second"});
+  const std::string report = ReportOf(profile);
+  EXPECT_TRUE(Has(report, "Script=" + crash + "\n")) << report;
+  EXPECT_TRUE(Has(report, "Arguments='first' 'second'\n"));
+  EXPECT_TRUE(Has(report, "fail() [\"" + crash + "\":2:")) << report;
+  const std::string listen = program.Write("listen.js", R"(
+    Components.classes['@mozilla.org/observer-service;1']
+        .getService(Components.interfaces.nsIObserverService)
+        .addObserver((subject, topic, data) => {
+          const file = subject.QueryInterface(Components.interfaces.nsIFile);
+          console.log(topic, file.exists(), file.leafName === data);
+        }, 'crash-report-found', false);
+    setTimeout(() => quit(), 100);
+  )");
+  const auto run = [&] {
+    return program.Run({"--app", application, "--profile", profile, listen}).mOutput;
+  };
+  EXPECT_EQ(run(), "crash-report-found true true\n");
+  EXPECT_EQ(run(), "") << "once";
+}
+
 // Three minutes of real time: in the slow set only.
 TEST(Services, AHungScriptHangsForEver) {
   if (!std::getenv("VOREL_SLOW")) GTEST_SKIP() << "takes three minutes: ./test --slow runs it";
@@ -98,8 +127,10 @@ TEST(Services, AHungScriptHangsForEver) {
                  MakeApplication(program,
                                  "pref('vorel.crashreporter.enabled', true);\n"
                                  "pref('vorel.appli.crashhandler.action', 'restart');\n"),
-                 "--profile", profile, "-e",
-                 "function spin() { for (let x = 0;; x = (x + 1) % 1000); } spin()"});
+                 "--profile", profile,
+                 program.Write("spin.js",
+                               "function spin() {\n"
+                               "  for (let x = 0;; x = (x + 1) % 1000);\n}\nspin();\n")});
   for (int minute = 0; minute < 3; ++minute) (void)program.WaitFor("something that it never says");
   const nsOutcome outcome = program.Finish(0);
   EXPECT_EQ(outcome.mStatus, 128 + SIGSEGV);
@@ -108,7 +139,8 @@ TEST(Services, AHungScriptHangsForEver) {
   EXPECT_TRUE(Has(report, "Action=restart\n"));
   EXPECT_TRUE(Has(report, "\"Watchdog\" crashed\n")) << report;
   // The stack of the main thread leads through code that the engine made, to the host's.
-  EXPECT_TRUE(Has(report, "nsScriptHost::Evaluate")) << report;
+  EXPECT_TRUE(Has(report, "nsScriptHost::RunFile")) << report;
+  EXPECT_TRUE(Has(report, "spin() [\"" + program.Directory() + "/spin.js\":2:")) << report;
 }
 
 }  // namespace

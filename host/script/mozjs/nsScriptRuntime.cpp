@@ -17,6 +17,7 @@
 #include "nsIObserverService.h"
 #include "nsIThread.h"
 #include "nsImplements.h"
+#include "nsScriptCrash.h"
 #include "nsScriptErrors.h"
 #include "nsScriptedObject.h"
 #include "nsServices.h"
@@ -121,7 +122,7 @@ bool nsScriptRuntime::Init(std::string* aError) {
     *aError = "the script engine can't be set up";
     return false;
   }
-  if (!JS_AddInterruptCallback(mCx, StopInterrupted)) {
+  if (!JS_AddInterruptCallback(mCx, StopInterrupted) || !NS_StartScriptCrash(mCx)) {
     *aError = "no memory for the script engine";
     return false;
   }
@@ -156,6 +157,7 @@ bool nsScriptRuntime::Init(std::string* aError) {
 
 nsScriptRuntime::~nsScriptRuntime() {
   if (!mCx) return;
+  NS_StopScriptCrash();
   if (const auto observers = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID);
       observers && mObserver)
     for (const char* topic : kTopics) (void)observers->RemoveObserver(mObserver.get(), topic);

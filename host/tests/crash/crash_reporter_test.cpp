@@ -12,10 +12,13 @@
 #include <fstream>
 #include <functional>
 #include <latch>
+#include <regex>
+#include <set>
 #include <thread>
 
 #include "nsHost.h"
 #include "nsICrashReporter.h"
+#include "nsScriptHost.h"
 #include "nsServices.h"
 #include "nsString.h"
 
@@ -28,6 +31,13 @@ __attribute__((noinline, no_sanitize("address", "undefined", "thread"))) int Wri
   volatile int* volatile nowhere = nullptr;
   *nowhere = 1;
   return 1;
+}
+
+template <class T>
+__attribute__((noinline, no_sanitize("address", "undefined", "thread"))) T WriteAs(T aValue) {
+  volatile T* volatile nowhere = nullptr;
+  *nowhere = aValue;
+  return aValue;
 }
 
 __attribute__((noinline, no_sanitize("address", "undefined"))) int Recurse(int aDepth) {
@@ -67,6 +77,7 @@ class CrashTest : public testing::Test {
     if (child == 0) {
       // The sanitizers have handlers of their own, which write pages of text.
       for (const int number : {SIGSEGV, SIGABRT, SIGBUS}) signal(number, SIG_DFL);
+      if (chdir(mProfile.c_str()) != 0) _exit(76);
       const int quiet = open("/dev/null", O_WRONLY);
       dup2(quiet, STDERR_FILENO);
       setenv("VOREL_CRASHREPORTER", aEnabled, 1);
@@ -92,6 +103,13 @@ class CrashTest : public testing::Test {
     std::ifstream file(paths[0]);
     return {std::istreambuf_iterator<char>(file), {}};
   }
+  std::set<std::string> Names() const {
+    std::set<std::string> names;
+    for (const auto& entry : fs::directory_iterator(mProfile / "crashes"))
+      names.insert(entry.path().filename().string());
+    return names;
+  }
+  static std::string Quote(const std::string& aText) { return "'" + aText + "'"; }
   /// The part of a report that is about the thread of a name.
   static std::string OfThread(const std::string& aReport, const std::string& aName) {
     const size_t at = aReport.find("\"" + aName + "\"");
@@ -137,6 +155,70 @@ TEST_F(CrashTest, AStackThatIsFullLeavesNoReport) {
   const int status = Run([] { crashing::Recurse(0); });
   EXPECT_TRUE(WIFSIGNALED(status));
   EXPECT_TRUE(Has(Report(), "crashing::Recurse")) << Report().substr(0, 2000);
+}
+
+TEST_F(CrashTest, AThreadsStackThatIsFullLeavesNoReport) {
+  const int status = Run([] { std::thread([] { crashing::Recurse(0); }).join(); });
+  EXPECT_TRUE(WIFSIGNALED(status));
+  EXPECT_TRUE(Has(Report(), "crashing::Recurse")) << Report().substr(0, 2000);
+}
+
+TEST_F(CrashTest, ABuildCantBeFoundAgainAndNamesAreTheLinkers) {
+  const int status = Run([] { crashing::WriteAs(1.5); });
+  EXPECT_TRUE(WIFSIGNALED(status));
+  const std::string report = Report();
+  EXPECT_TRUE(std::regex_search(report, std::regex("libvorelhost\\.so [0-9a-f]{16,}\n"))) << report;
+  EXPECT_TRUE(Has(report, "\nNames\n")) << report;
+  EXPECT_TRUE(Has(report, " = double crashing::WriteAs<double>(double)\n")) << report;
+#if defined(__x86_64__)
+  EXPECT_TRUE(std::regex_search(report, std::regex("rip=0x[0-9a-f]+  eflags=0x")));
+#endif
+}
+
+TEST_F(CrashTest, AScriptThatHangsIsNotNamed) {
+  const int status = Run([] {
+    std::string error;
+    const auto script = nsScriptHost::Create({}, &error);
+    if (!script) _exit(78);
+    std::thread([] {
+      // When the script runs, which tells so by a file.
+      while (access("hangs", F_OK) != 0) std::this_thread::yield();
+      crashing::WriteNowhere();
+    }).detach();
+    std::string result;
+    (void)script->Evaluate(
+        "function spin() {\n"
+        "  const file = Components.classes['@mozilla.org/file/local;1']\n"
+        "      .createInstance(Components.interfaces.nsILocalFile);\n"
+        "  file.initWithPath(" +
+            Quote(fs::current_path().string() + "/hangs") +
+            ");\n"
+            "  file.create(0, 0o600);\n"
+            "  for (let x = 0;; x = (x + 1) % 1000);\n"
+            "}\n"
+            "spin()",
+        "/player/hangs.js", &result);
+  });
+  EXPECT_TRUE(WIFSIGNALED(status)) << WEXITSTATUS(status);
+  const std::string report = Report();
+  EXPECT_TRUE(std::regex_search(report, std::regex("spin\\(\\) \\[\"/player/hangs.js\":6:")))
+      << report;
+  EXPECT_TRUE(Has(report, "[\"/player/hangs.js\":8:")) << "who called it";
+}
+
+TEST_F(CrashTest, ReportsPileUp) {
+  fs::create_directory(mProfile / "crashes");
+  for (int time = 900; time < 930; ++time)
+    std::ofstream(mProfile / "crashes" / ("crash-" + std::to_string(time) + "-1.txt")) << "old";
+  std::ofstream(mProfile / "crashes/other.txt") << "not ours";
+  const int status = Run([] { crashing::WriteNowhere(); });
+  EXPECT_TRUE(WIFSIGNALED(status));
+  const auto names = Names();
+  EXPECT_EQ(names.size(), 21u);
+  EXPECT_FALSE(names.contains("crash-910-1.txt"));
+  EXPECT_TRUE(names.contains("crash-911-1.txt"));
+  EXPECT_TRUE(names.contains("crash-929-1.txt"));
+  EXPECT_TRUE(names.contains("other.txt"));
 }
 
 TEST_F(CrashTest, AbortLeavesNoReportOrIsSurvived) {

@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "nsComponentManager.h"
+#include "nsCrashReporter.h"
 #include "nsHostMessage.h"
 #include "nsHostModules.h"
 #include "nsICrashReporter.h"
@@ -11,6 +12,8 @@
 #include "nsILog4.h"
 #include "nsIObserver.h"
 #include "nsIProperties.h"
+#include "nsIRunnable.h"
+#include "nsImplements.h"
 #include "nsManifest.h"
 #include "nsObserverService.h"
 #include "nsPrefService.h"
@@ -18,6 +21,8 @@
 #include "nsServices.h"
 #include "nsString.h"
 #include "nsThreadManager.h"
+#include "nsVorelMethodCaller.h"
+#include "nsXPCOM.h"
 
 namespace {
 
@@ -54,6 +59,7 @@ class nsHost::Impl {
   void LeaveRun() { mLeavesRun = true; }
   nsresult Start(const nsHostOptions& aOptions);
   nsresult StartProfile();
+  void TellCrashReports();
   nsresult Run();
   void Quit();
   void Stop();
@@ -198,7 +204,24 @@ nsresult nsHost::Impl::StartProfile() {
   TellCategory("profile-after-change", u"", false);
   Notify("profile-initial-state");
   Notify("final-ui-startup");
+  if (!mOptions.mProfileReadOnly) TellCrashReports();
   return NS_OK;
+}
+
+// On the loop: an application registers its observers when it is started, which comes next.
+void nsHost::Impl::TellCrashReports() {
+  class Teller final : public nsImplements<Teller, nsIRunnable> {
+   public:
+    nsresult Run() override {
+      const auto reporter = do_GetService<nsICrashReporter>(kCrashReporterContractID);
+      if (auto* const own = dynamic_cast<nsCrashReporter*>(reporter.get())) own->TellReports();
+      return NS_OK;
+    }
+
+   private:
+    ~Teller() override = default;
+  };
+  (void)NS_DispatchToMainThread(MakeRefCounted<Teller>().get(), NS_DISPATCH_NORMAL);
 }
 
 nsresult nsHost::Impl::Run() {

@@ -16,10 +16,16 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <charconv>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string_view>
 
+#include <cxxabi.h>
+
 #include "nsCrashSymbols.h"
+#include "nsHostCrash.h"
 
 namespace {
 
@@ -39,6 +45,12 @@ constexpr size_t kMaximumAnnotations = 64 * 1024;
 constexpr size_t kAlternateStackSize = 128 * 1024;
 // How far up a stack is looked through when its frames can't be followed.
 constexpr size_t kMaximumScan = 32 * 1024;
+constexpr size_t kMaximumScript = 64 * 1024;
+constexpr size_t kMaximumName = 512;
+constexpr size_t kMaximumNames = 256;
+// A script that runs comes by the engine's own looking round much sooner.
+constexpr int kScriptTries = 2000;         // of a millisecond
+constexpr unsigned kLastResortLimit = 10;  // seconds
 // A thread that does not answer for that long has the signal blocked, or can't run.
 constexpr int kAnswerTries = 200;      // of a millisecond
 constexpr unsigned kReportLimit = 60;  // seconds
@@ -68,6 +80,17 @@ struct State {
   std::atomic<bool> mAnswered{false};
   Stack mStack;
   nsCrashMaps mMaps;
+  // Names that could not be written as people know them.
+  char mNames[kMaximumNames][kMaximumName] = {};
+  size_t mNameCount = 0;
+  char mOldest[4096] = {};  // the report that this one takes the place of; none when empty
+  // Asking for the script's stack: whoever takes the question away answers it.
+  const nsCrashScript* mScript = nullptr;
+  pid_t mScriptThread = 0;
+  std::atomic<bool> mScriptAsked{false};
+  std::atomic<bool> mScriptAnswered{false};
+  size_t mScriptLength = 0;
+  char mScriptText[kMaximumScript] = {};
   void* mAlternateStack = nullptr;
 };
 State& GetState() {
@@ -156,6 +179,18 @@ __attribute__((no_sanitize("address"))) void TakeStack(const ucontext_t& aContex
 #endif
 }
 
+// Keeps a name that is still the linker's; what it means can only be found out by means that a
+// handler should not use, when all else is written.
+const char* Note(const char* aName) {
+  State& state = *gState;
+  if (std::strncmp(aName, "_Z", 2) != 0 || state.mNameCount == kMaximumNames) return aName;
+  for (size_t i = 0; i < state.mNameCount; ++i)
+    if (std::strcmp(state.mNames[i], aName) == 0) return aName;
+  const size_t length = std::min(std::strlen(aName), kMaximumName - 1);
+  std::memcpy(state.mNames[state.mNameCount++], aName, length);
+  return aName;
+}
+
 void WriteStack(Writer& aOut, const Stack& aStack) {
   // What lies above the interrupted instruction is our own.
   int first = 0;
@@ -173,7 +208,7 @@ void WriteStack(Writer& aOut, const Stack& aStack) {
       char name[512];
       uint64_t offset = 0;
       if (NS_FindFunction(mapping->mPath.data(), into, name, sizeof name, &offset))
-        (aOut << " " << name << "+").Hexadecimal(offset);
+        (aOut << " " << Note(name) << "+").Hexadecimal(offset);
       else
         (aOut << "+").Hexadecimal(into);
     }
@@ -248,10 +283,112 @@ void AskOtherThreads(Writer& aOut, pid_t aSelf) {
   close(folder);
 }
 
+void WriteRegisters(Writer& aOut, const ucontext_t& aContext) {
+  auto write = [&, count = 0](const char* aName, auto aValue) mutable {
+    aOut << (count++ % 4 == 0 ? "\n  " : "  ") << aName << "=";
+    aOut.Hexadecimal(static_cast<uint64_t>(aValue));
+  };
+  aOut << "\nRegisters";
+#if defined(__x86_64__)
+  constexpr const char* kNames[] = {"r8",  "r9",  "r10", "r11", "r12", "r13",
+                                    "r14", "r15", "rdi", "rsi", "rbp", "rbx",
+                                    "rdx", "rax", "rcx", "rsp", "rip", "eflags"};
+  static_assert(REG_R8 == 0 && REG_RIP == 16 && REG_EFL == 17);
+  for (size_t i = 0; i < std::size(kNames); ++i) write(kNames[i], aContext.uc_mcontext.gregs[i]);
+#elif defined(__aarch64__)
+  char name[] = "x00";
+  for (unsigned i = 0; i < 31; ++i) {
+    name[1] = static_cast<char>('0' + i / 10);
+    name[2] = static_cast<char>('0' + i % 10);
+    write(name, aContext.uc_mcontext.regs[i]);
+  }
+  write("sp", aContext.uc_mcontext.sp);
+  write("pc", aContext.uc_mcontext.pc);
+#else
+  (void)aContext;
+#endif
+  aOut << "\n";
+}
+
+// Every file that code comes from, by which the same build can be found again.
+void WriteModules(Writer& aOut) {
+  const nsCrashMaps& maps = gState->mMaps;
+  aOut << "\nModules\n";
+  for (size_t i = 0; i < maps.Count(); ++i) {
+    const nsCrashMaps::Mapping& first = maps[i];
+    if (first.mPath.empty() || (i > 0 && maps[i - 1].mPath == first.mPath)) continue;
+    uintptr_t end = first.mEnd;
+    bool hasCode = first.mExecutable;
+    for (size_t j = i + 1; j < maps.Count() && maps[j].mPath == first.mPath; ++j) {
+      end = maps[j].mEnd;
+      hasCode = hasCode || maps[j].mExecutable;
+    }
+    if (!hasCode) continue;
+    aOut << "  ";
+    aOut.Hexadecimal(first.mStart) << "-";
+    aOut.Hexadecimal(end) << " " << first.mPath << " ";
+    uint8_t id[64];
+    const size_t length = NS_FindBuildId(first.mPath.data(), id, sizeof id);
+    if (length == 0) aOut << "no identifier";
+    for (size_t byte = 0; byte < length; ++byte) {
+      const char digits[] = {"0123456789abcdef"[id[byte] >> 4], "0123456789abcdef"[id[byte] & 15]};
+      aOut << std::string_view(digits, 2);
+    }
+    aOut << "\n";
+  }
+}
+
+bool WaitForScript() {
+  for (int i = 0; i < kScriptTries && !gState->mScriptAnswered; ++i) {
+    const timespec pause{.tv_sec = 0, .tv_nsec = 1'000'000};
+    nanosleep(&pause, nullptr);
+  }
+  return gState->mScriptAnswered;
+}
+
+// The engine is asked to come by of itself, which it does wherever script loops. A script that is
+// in native code does not come by; it is described where it stands, which may go wrong.
+void WriteScript(Writer& aOut, pid_t aSelf) {
+  State& state = *gState;
+  if (!state.mScript) return;
+  aOut << "\nScript\n";
+  state.mScriptAnswered = false;
+  state.mScriptAsked = true;
+  bool answered = false;
+  if (aSelf == state.mScriptThread) {
+    NS_AnswerCrash();
+    answered = true;
+  } else {
+    state.mScript->mInterrupt();
+    answered = WaitForScript();
+    if (!answered && syscall(SYS_tgkill, getpid(), state.mScriptThread, StackSignal()) == 0)
+      answered = WaitForScript();
+  }
+  if (!answered)
+    aOut << "  gives no answer\n";
+  else if (state.mScriptLength == 0)
+    aOut << "  none runs\n";
+  else
+    aOut << std::string_view(state.mScriptText, state.mScriptLength);
+}
+
+void WriteNames(Writer& aOut) {
+  const State& state = *gState;
+  if (state.mNameCount > 0) aOut << "\nNames\n";
+  for (size_t i = 0; i < state.mNameCount; ++i) {
+    int status = 0;
+    if (char* const name = abi::__cxa_demangle(state.mNames[i], nullptr, nullptr, &status)) {
+      aOut << "  " << state.mNames[i] << " = " << name << "\n";
+      std::free(name);
+    }
+  }
+}
+
 void OnStackSignal(int, siginfo_t*, void* aContext) {
   State& state = *gState;
   const int error = errno;
   pid_t self = ThreadId();
+  if (self == state.mScriptThread) NS_AnswerCrash();
   if (state.mAsked == self) {
     Stack stack;
     TakeStack(*static_cast<const ucontext_t*>(aContext), &stack);
@@ -306,7 +443,16 @@ void WriteReport(int aSignal, const siginfo_t& aInfo, const ucontext_t& aContext
   out << " crashed\n";
   TakeStack(aContext, &state.mStack);
   WriteStack(out, state.mStack);
+  WriteRegisters(out, aContext);
   AskOtherThreads(out, aSelf);
+  WriteModules(out);
+  if (state.mOldest[0] != '\0') unlink(state.mOldest);
+  fsync(file);
+  // What may go wrong comes last, and has little time.
+  alarm(kLastResortLimit);
+  WriteScript(out, aSelf);
+  fsync(file);
+  WriteNames(out);
   fsync(file);
   close(file);
 }
@@ -342,7 +488,61 @@ void OnCrash(int aSignal, siginfo_t* aInfo, void* aContext) {
   if (aInfo->si_code <= 0 || aSignal == SIGTRAP) syscall(SYS_tgkill, getpid(), self, aSignal);
 }
 
+// "crash-TIME-PROCESS.txt"; nothing for another name.
+std::string_view TimeOf(std::string_view aName) {
+  if (!aName.starts_with("crash-") || !aName.ends_with(".txt")) return {};
+  aName.remove_prefix(6);
+  return aName.substr(0, aName.find('-'));
+}
+
+// Leaves the newest reports, and has the oldest of them go when there is another one.
+void KeepLastReports(const std::string& aDirectory) {
+  std::vector<std::string> names = nsCrashHandler::ListReports(aDirectory);
+  size_t extra =
+      names.size() > nsCrashHandler::kReportsKept ? names.size() - nsCrashHandler::kReportsKept : 0;
+  for (size_t i = 0; i < extra; ++i) (void)unlink((aDirectory + "/" + names[i]).c_str());
+  State& state = GetState();
+  state.mOldest[0] = '\0';
+  if (names.size() < nsCrashHandler::kReportsKept) return;
+  const std::string oldest = aDirectory + "/" + names[extra];
+  if (oldest.size() < sizeof state.mOldest)
+    std::memcpy(state.mOldest, oldest.c_str(), oldest.size() + 1);
+}
+
 }  // namespace
+
+void NS_SetCrashScript(const nsCrashScript* aScript) {
+  State& state = GetState();
+  state.mScriptThread = ThreadId();
+  state.mScript = aScript;
+}
+
+void NS_AnswerCrash() {
+  State& state = GetState();
+  if (!state.mScriptAsked.exchange(false)) return;
+  state.mScriptLength =
+      state.mScript ? state.mScript->mDescribe(state.mScriptText, sizeof state.mScriptText) : 0;
+  state.mScriptAnswered = true;
+}
+
+std::vector<std::string> nsCrashHandler::ListReports(const std::string& aDirectory) {
+  std::vector<std::string> names;
+  std::error_code error;
+  for (std::filesystem::directory_iterator entry(aDirectory, error), end; !error && entry != end;
+       entry.increment(error))
+    if (!TimeOf(entry->path().filename().native()).empty())
+      names.push_back(entry->path().filename().native());
+  const auto key = [](const std::string& aName) {
+    const std::string_view digits = TimeOf(aName);
+    uint64_t time = 0;
+    (void)std::from_chars(digits.data(), digits.data() + digits.size(), time);
+    return std::pair(time, aName);
+  };
+  std::ranges::sort(names, {}, key);
+  return names;
+}
+
+bool nsCrashHandler::IsInstalled() { return gState && gState->mInstalled; }
 
 bool nsCrashHandler::Install(const std::string& aDirectory) {
   State& state = GetState();
@@ -350,6 +550,7 @@ bool nsCrashHandler::Install(const std::string& aDirectory) {
   if (path.size() >= sizeof state.mPath) return false;
   if (mkdir(aDirectory.c_str(), 0700) != 0 && errno != EEXIST) return false;
   std::memcpy(state.mPath, path.c_str(), path.size() + 1);
+  KeepLastReports(aDirectory);
   if (state.mInstalled) return true;
   gState = &state;
 

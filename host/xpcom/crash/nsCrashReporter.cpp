@@ -1,13 +1,17 @@
 #include "nsCrashReporter.h"
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "nsComponentManager.h"
 #include "nsCrashHandler.h"
+#include "nsHostMessage.h"
 #include "nsIFile.h"
 #include "nsILocalFile.h"
+#include "nsIObserverService.h"
 #include "nsIPrefBranch.h"
 #include "nsIProperties.h"
+#include "nsNativeFile.h"
 #include "nsServices.h"
 #include "nsString.h"
 #include "nsXPCOM.h"
@@ -17,6 +21,8 @@ namespace {
 constexpr char kEnabledPref[] = "vorel.crashreporter.enabled";
 constexpr char kEnabledVariable[] = "VOREL_CRASHREPORTER";
 constexpr char kNotesKey[] = "Notes";
+constexpr char kFoundTopic[] = "crash-report-found";
+constexpr size_t kMarkLimit = 256;
 
 bool IsWanted() {
   if (const char* value = std::getenv(kEnabledVariable)) return std::string_view(value) == "1";
@@ -84,6 +90,28 @@ nsresult nsCrashReporter::SetMinidumpPath(nsILocalFile* aMinidumpPath) {
   if (mEnabled && !nsCrashHandler::Install(directory)) return NS_ERROR_FAILURE;
   mDirectory = directory;
   return NS_OK;
+}
+
+void nsCrashReporter::TellReports() {
+  if (!mEnabled) return;
+  const auto observers = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID);
+  const std::string mark = mDirectory + "/told";
+  std::vector<std::string> reports = nsCrashHandler::ListReports(mDirectory);
+  std::string told;
+  if (NS_SUCCEEDED(NS_ReadFile(mark, &told, kMarkLimit, nsFileKind::eRegular)))
+    if (const auto last = std::ranges::find(reports, told); last != reports.end())
+      reports.erase(reports.begin(), last + 1);
+  if (reports.empty() || !observers) return;
+  // Before anybody hears of them: one whose handling crashes is not to be told again and again.
+  if (const nsresult rv = NS_ReplaceFile(mark, reports.back()); NS_FAILED(rv))
+    NS_HostMessage(eHostWarning, mark + ": " + std::string(NS_ResultName(rv)));
+  for (const std::string& report : reports) {
+    nsCOMPtr<nsILocalFile> file;
+    if (NS_SUCCEEDED(NS_NewNativeLocalFile(nsCString(mDirectory + "/" + report), true,
+                                           file.getter_AddRefs())))
+      (void)observers->NotifyObservers(file.get(), kFoundTopic,
+                                       NS_ToUtf16(std::string_view(report)).c_str());
+  }
 }
 
 void nsCrashReporter::WriteAnnotations() const {

@@ -35,6 +35,11 @@ class nsCrashReporter : public nsICrashReporter {
   nsresult GetSubmitReports(bool* aSubmitReports) override;
   nsresult SetSubmitReports(bool aSubmitReports) override;
 
+  /// Notifies observers of "crash-report-found" of each report that nobody has been told of, the
+  /// oldest first: with the file as subject and its name as data. Once a report: the file "told"
+  /// beside them says up to which.
+  void TellReports();
+
  protected:
   nsCrashReporter();
   ~nsCrashReporter();

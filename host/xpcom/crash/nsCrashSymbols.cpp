@@ -170,6 +170,33 @@ bool NS_FindFunction(const char* aPath, uint64_t aFileOffset, char* aName, size_
   return false;
 }
 
+size_t NS_FindBuildId(const char* aPath, uint8_t* aId, size_t aCapacity) {
+  const MappedFile file(aPath);
+  Elf64_Ehdr header;
+  if (!file.Read(0, &header) || std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0 ||
+      header.e_ident[EI_CLASS] != ELFCLASS64)
+    return 0;
+  for (unsigned i = 0; i < header.e_phnum; ++i) {
+    Elf64_Phdr segment;
+    if (!file.Read(header.e_phoff + uint64_t{i} * sizeof segment, &segment)) return 0;
+    if (segment.p_type != PT_NOTE) continue;
+    const uint64_t end = segment.p_offset + std::min<uint64_t>(segment.p_filesz, 64 * 1024);
+    Elf64_Nhdr note;
+    for (uint64_t at = segment.p_offset; at < end && file.Read(at, &note);) {
+      const auto padded = [](uint64_t aSize) { return (aSize + 3) & ~uint64_t{3}; };
+      at += sizeof note;
+      if (note.n_type == NT_GNU_BUILD_ID && note.n_namesz == sizeof ELF_NOTE_GNU &&
+          file.Text(at) == ELF_NOTE_GNU && note.n_descsz <= aCapacity) {
+        for (size_t byte = 0; byte < note.n_descsz; ++byte)
+          if (!file.Read(at + padded(note.n_namesz) + byte, &aId[byte])) return 0;
+        return note.n_descsz;
+      }
+      at += padded(note.n_namesz) + padded(note.n_descsz);
+    }
+  }
+  return 0;
+}
+
 size_t NS_SimplifyName(std::string_view aMangled, char* aOut, size_t aCapacity) {
   size_t length = 0;
   const auto add = [&](std::string_view aText) {

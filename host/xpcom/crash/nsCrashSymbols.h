@@ -19,6 +19,8 @@ class nsCrashMaps {
 
   /// Reads /proc/self/maps; what there is no room for is left out.
   void Read();
+  size_t Count() const { return mCount; }
+  const Mapping& operator[](size_t aIndex) const { return mMappings[aIndex]; }
   /// Null when the address is in none.
   const Mapping* Find(uintptr_t aAddress) const;
 
@@ -38,6 +40,10 @@ class nsCrashMaps {
 /// far into the function that is. False when no symbol tells.
 bool NS_FindFunction(const char* aPath, uint64_t aFileOffset, char* aName, size_t aCapacity,
                      uint64_t* aInto);
+
+/// The build's identifier in an ELF file, which may be damaged: how many bytes of it there are; 0
+/// when it has none, or one that is longer than there is room.
+size_t NS_FindBuildId(const char* aPath, uint8_t* aId, size_t aCapacity);
 
 /// "nsSystemMaintenance::CrashProcess" out of "_ZN19nsSystemMaintenance12CrashProcessEv"; names of
 /// another form as they are. Returns the length; aOut is closed by a zero.
