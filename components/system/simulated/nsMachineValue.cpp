@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <iterator>
 #include <nlohmann/json.hpp>
+#include <unordered_map>
 
 namespace {
 
@@ -92,12 +93,12 @@ class MachineValueBuilder {
   bool end_object() { return Close(); }
   bool key(std::string& aKey) {
     auto& members = std::get<nsMachineValue::Object>(mOpen.back()->mValue).mMembers;
-    for (const auto& member : members)
-      if (member.mKey == aKey)
-        throw nsMachineFileError(mPosition.mTokenLine,
-                                 "the key \"" + aKey +
-                                     "\" stands here a second time, first in line " +
-                                     std::to_string(member.mKeyLine));
+    const auto [first, isNew] = mKeys.back().emplace(aKey, mPosition.mTokenLine);
+    if (!isNew)
+      throw nsMachineFileError(mPosition.mTokenLine,
+                               "the key \"" + aKey +
+                                   "\" stands here a second time, first in line " +
+                                   std::to_string(first->second));
     members.emplace_back().mKey = std::move(aKey);
     members.back().mKeyLine = mPosition.mTokenLine;
     return true;
@@ -127,10 +128,12 @@ class MachineValueBuilder {
       throw nsMachineFileError(mPosition.mTokenLine, "nested too deeply");
     // An open value stays where it is: its siblings are added only after it has been closed.
     mOpen.push_back(Add(std::move(aEmpty)));
+    mKeys.emplace_back();
     return true;
   }
   bool Close() {
     mOpen.pop_back();
+    mKeys.pop_back();
     return true;
   }
 
@@ -138,6 +141,7 @@ class MachineValueBuilder {
   const std::string& mDirectory;
   nsMachineValue mRoot;
   std::vector<nsMachineValue*> mOpen;
+  std::vector<std::unordered_map<std::string, unsigned>> mKeys;  // of each, with their lines
 };
 
 nsMachineValue nsMachineValue::Parse(std::string_view aText, const std::string& aDirectory) {

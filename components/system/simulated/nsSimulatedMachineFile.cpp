@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 
 #include "nsMachineValue.h"
 
@@ -90,12 +91,20 @@ void ReadMachine(nsMachineObject& aObject, nsSimulatedMachine& aMachine) {
       change.AsObject([&](nsMachineObject& aFields) { ReadChange(aFields, aMachine); });
 }
 
+// A machine with all that it has is a few pages.
+constexpr size_t kMaximumFile = 16 * 1024 * 1024;
+
+// Opening a pipe would wait for whoever writes into it, for ever if nobody does.
 bool ReadFile(const std::string& aPath, std::string& aText) {
+  std::error_code error;
+  if (!std::filesystem::is_regular_file(aPath, error)) return false;
   const std::unique_ptr<FILE, int (*)(FILE*)> file(fopen(aPath.c_str(), "rb"), fclose);
   if (!file) return false;
   char buffer[16384];
-  while (const size_t length = fread(buffer, 1, sizeof buffer, file.get()))
+  while (const size_t length = fread(buffer, 1, sizeof buffer, file.get())) {
     aText.append(buffer, length);
+    if (aText.size() > kMaximumFile) return false;
+  }
   return !ferror(file.get());
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <set>
 #include <stdexcept>
 #include <utility>
 
@@ -179,10 +180,10 @@ Fields ReadFields(const nsMachineValue& aValue) {
 
 std::vector<Fields> ReadInterfaces(const nsMachineValue& aValue) {
   std::vector<Fields> interfaces;
+  std::set<std::string> names;
   for (const nsMachineValue& element : aValue.AsArray()) {
     Fields fields = ReadFields(element);
-    for (const Fields& other : interfaces)
-      if (other.mName == fields.mName) element.FailRepeated("interface", fields.mName);
+    if (!names.insert(fields.mName).second) element.FailRepeated("interface", fields.mName);
     interfaces.push_back(std::move(fields));
   }
   return interfaces;

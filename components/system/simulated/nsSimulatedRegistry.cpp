@@ -1,5 +1,8 @@
 #include "nsSimulatedRegistry.h"
 
+#include <set>
+#include <string>
+
 #include <utility>
 
 #include "nsCore.h"
@@ -52,15 +55,19 @@ nsRegistryValue ReadValue(const nsMachineValue& aValue) {
 
 nsRegistryData ReadKeys(const nsMachineValue& aValue) {
   nsRegistryData data;
+  std::set<std::string> paths;
   for (const nsMachineValue& element : aValue.AsArray())
     element.AsObject([&](nsMachineObject& aObject) {
       const nsMachineValue& path = aObject.Required("key");
-      if (data.Find(path.AsString())) path.FailRepeated("key", path.AsString());
-      auto& key = data.Make(path.AsString());
+      if (!paths.insert(nsRegistryData::Spelling(path.AsString())).second)
+        path.FailRepeated("key", path.AsString());
+      std::set<std::string> names;
+      auto& key = data.mKeys.emplace_back(nsRegistryData::Key{path.AsString(), {}});
       for (const nsMachineValue& each : aObject.Required("values").AsArray()) {
         nsRegistryValue value = ReadValue(each);
-        if (key.Find(value.mName)) each.FailRepeated("value", value.mName);
-        key.Set(std::move(value));
+        if (!names.insert(NS_ToLowerAscii(value.mName)).second)
+          each.FailRepeated("value", value.mName);
+        key.mValues.push_back(std::move(value));
       }
     });
   return data;

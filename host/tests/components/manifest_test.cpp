@@ -82,6 +82,19 @@ TEST_F(Manifest, WrongLineTakesOthersWithIt) {
             log);
 }
 
+TEST_F(Manifest, ManifestsThatLeadFromOneToTheNextOverrunTheStack) {
+  WriteManifest("manifest m0.manifest\n");
+  for (int i = 0; i < 2000; ++i)
+    Write("app/m" + std::to_string(i) + ".manifest", "category cat e" + std::to_string(i) +
+                                                         " x\nmanifest m" + std::to_string(i + 1) +
+                                                         ".manifest\n");
+  Start();
+  EXPECT_EQ(32u, Entries().size());
+  EXPECT_EQ(Strings{"error: " + Path("app/m31.manifest:2: m32.manifest: manifests lead to one "
+                                     "another too deeply")},
+            nsTestLog::Take());
+}
+
 TEST_F(Manifest, FlagsLetTheWrongLinesThrough) {
   Write("app/application.ini", "[App]\nID=player@example\nVersion=3.5.2\n");
   WriteManifest(R"(

@@ -113,7 +113,8 @@ TEST_F(Prefs, AFileThatIsNoneFloodsTheLogOrIsReadForEver) {
   Start();
   const Strings told = nsTestLog::Take();
   ASSERT_EQ(11u, told.size());
-  EXPECT_TRUE(told.back().ends_with("app.js: 300990 more lines are wrong")) << told.back();
+  EXPECT_TRUE(told.back().ends_with("app.js: too many lines are wrong, the rest is not read"))
+      << told.back();
 }
 
 TEST_F(Prefs, AnyBytesDoHarm) {
@@ -319,6 +320,38 @@ TEST_F(Prefs, UnreadableFileIsReplaced) {
   EXPECT_EQ(Strings{"error: " + Path("profile/prefs.js") +
                     ": NS_ERROR_FILE_IS_DIRECTORY. Changes are not saved."},
             nsTestLog::Take());
+}
+
+TEST_F(Prefs, APipeInThePlaceOfTheFileIsWaitedFor) {
+  std::filesystem::create_directories(Path("profile"));
+  ASSERT_EQ(0, mkfifo(Path("profile/prefs.js").c_str(), 0600));
+  StartAll();
+  Stop();
+  EXPECT_EQ(Strings{"error: " + Path("profile/prefs.js") +
+                    ": NS_ERROR_FILE_UNKNOWN_TYPE. Changes are not saved."},
+            nsTestLog::Take());
+}
+
+TEST_F(Prefs, AFailedSaveIsTheLastOne) {
+  StartAll();
+  std::filesystem::create_directories(Path("profile/prefs.js/in the way"));
+  EXPECT_EQ(NS_OK, mRoot->SetIntPref("x", 1));
+  const auto service = do_GetService<nsIPrefService>(NS_PREFSERVICE_CONTRACTID);
+  EXPECT_NE(NS_OK, service->SavePrefFile(nullptr));
+  std::filesystem::remove_all(Path("profile/prefs.js"));
+  // Nobody changes anything any more, and nobody asks for it to be saved.
+  const auto patience = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  while (Read("profile/prefs.js").empty() && std::chrono::steady_clock::now() < patience)
+    RunEvents();
+  EXPECT_TRUE(Read("profile/prefs.js").ends_with("user_pref(\"x\", 1);\n"));
+}
+
+TEST_F(Prefs, ATextWithAZeroIsCut) {
+  StartAll();
+  const auto text = do_CreateInstance<nsISupportsString>("@mozilla.org/supports-string;1");
+  ASSERT_EQ(NS_OK, text->SetData(nsString(std::u16string_view(u"a\0b", 3))));
+  EXPECT_EQ(NS_ERROR_INVALID_ARG, mRoot->SetComplexValue("x", nsISupportsString::kIID, text.get()));
+  EXPECT_EQ("NS_ERROR_UNEXPECTED", Char("x"));
 }
 
 TEST_F(Prefs, OtherThreadsReachTheTable) {

@@ -32,7 +32,8 @@ nsAppInfo nsAppInfo::Read(const std::string& aDirectory) {
   if (aDirectory.empty()) return info;
   std::string contents;
   const std::string path = aDirectory + "/application.ini";
-  if (const nsresult rv = NS_ReadFile(path, &contents); NS_FAILED(rv)) {
+  if (const nsresult rv = NS_ReadFile(path, &contents, kConfigurationLimit, nsFileKind::eRegular);
+      NS_FAILED(rv)) {
     if (rv != NS_ERROR_FILE_NOT_FOUND && rv != NS_ERROR_FILE_NOT_DIRECTORY)
       NS_HostMessage(eHostError, path + ": " + std::string(NS_ResultName(rv)));
     return info;

@@ -15,7 +15,7 @@ namespace {
 // The number that the holder left in the file, for the message only.
 std::string HolderOf(const std::string& aPath) {
   std::string text;
-  if (NS_FAILED(NS_ReadFile(aPath, &text))) return {};
+  if (NS_FAILED(NS_ReadFile(aPath, &text, 64, nsFileKind::eRegular))) return {};
   text.resize(std::min(text.find_first_not_of("0123456789"), text.size()));
   return text.empty() ? text : " " + text;
 }

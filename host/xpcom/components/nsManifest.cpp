@@ -17,6 +17,11 @@
 
 namespace {
 
+// Of a file that is none at all; the others are counted.
+constexpr size_t kMostErrorsTold = 20;
+// Each is read within the one that names it.
+constexpr size_t kMaximumDepth = 32;
+
 using Words = std::vector<std::string_view>;
 
 // "x", and what follows the operator, of "x<=1": for flags that compare versions.
@@ -42,8 +47,14 @@ bool Holds(std::string_view aVersion, const VersionTest& aTest) {
 
 class Manifest {
  public:
-  Manifest(nsComponentManager& aManager, const std::string& aPath)
-      : mManager(aManager), mPath(aPath), mDirectory(std::filesystem::path(aPath).parent_path()) {}
+  Manifest(nsComponentManager& aManager, const std::string& aPath, size_t aDepth)
+      : mManager(aManager),
+        mPath(aPath),
+        mDirectory(std::filesystem::path(aPath).parent_path()),
+        mDepth(aDepth) {}
+
+  /// Reads a file that one at a depth below aDepth names, once.
+  static nsresult Register(nsComponentManager& aManager, const std::string& aPath, size_t aDepth);
 
   void Parse(std::string_view aContents);
 
@@ -62,12 +73,13 @@ class Manifest {
 
   void ParseLine(std::string_view aLine);
   bool Applies(const Words& aFlags);
-  void Message(std::string_view aText) const {
-    NS_HostMessage(eHostError, Where() + ": " + std::string(aText));
+  void Message(std::string_view aText) {
+    if (++mMessages <= kMostErrorsTold)
+      NS_HostMessage(eHostError, Where() + ": " + std::string(aText));
   }
   std::string Where() const { return mPath + ":" + std::to_string(mLine); }
   std::string Resolve(std::string_view aFile) const { return (mDirectory / aFile).native(); }
-  std::optional<nsCID> ParseCID(std::string_view aText) const;
+  std::optional<nsCID> ParseCID(std::string_view aText);
 
   void ApplyBinaryComponent(const Words& aWords);
   void ApplyComponent(const Words& aWords);
@@ -78,7 +90,9 @@ class Manifest {
   nsComponentManager& mManager;
   const std::string mPath;
   const std::filesystem::path mDirectory;
+  const size_t mDepth;
   size_t mLine = 0;
+  size_t mMessages = 0;
   std::vector<Contract> mContracts;
 };
 
@@ -121,6 +135,9 @@ void Manifest::Parse(std::string_view aContents) {
     aContents.remove_prefix(end);
     if (!aContents.empty()) aContents.remove_prefix(aContents.starts_with("\r\n") ? 2 : 1);
   }
+  if (mMessages > kMostErrorsTold)
+    NS_HostMessage(eHostError, mPath + ": " + std::to_string(mMessages - kMostErrorsTold) +
+                                   " more lines are wrong");
   // Contract lines may name classes of lines further down.
   for (const Contract& contract : mContracts)
     (void)mManager.RegisterContract(contract.mID, contract.mCID, contract.mWhere);
@@ -187,7 +204,7 @@ bool Manifest::Applies(const Words& aFlags) {
                                [](const Fact& aFact) { return aFact.mNamed && !aFact.mHolds; });
 }
 
-std::optional<nsCID> Manifest::ParseCID(std::string_view aText) const {
+std::optional<nsCID> Manifest::ParseCID(std::string_view aText) {
   nsCID cid;
   if (nsID::Parse(aText, &cid)) return cid;
   Message("\"" + std::string(aText) + "\" is no class ID");
@@ -215,15 +232,24 @@ void Manifest::ApplyCategory(const Words& aWords) {
 }
 
 void Manifest::ApplyManifest(const Words& aWords) {
-  if (const nsresult rv = NS_RegisterManifest(mManager, Resolve(aWords[1])); NS_FAILED(rv))
+  if (mDepth == kMaximumDepth) {
+    Message(std::string(aWords[1]) + ": manifests lead to one another too deeply");
+    return;
+  }
+  if (const nsresult rv = Register(mManager, Resolve(aWords[1]), mDepth + 1); NS_FAILED(rv))
     Message(std::string(aWords[1]) + ": " + std::string(NS_ResultName(rv)));
+}
+
+nsresult Manifest::Register(nsComponentManager& aManager, const std::string& aPath, size_t aDepth) {
+  std::string contents;
+  const nsresult rv = NS_ReadFile(aPath, &contents, kConfigurationLimit, nsFileKind::eRegular);
+  if (NS_FAILED(rv)) return rv;
+  if (aManager.NoteManifest(aPath)) Manifest(aManager, aPath, aDepth).Parse(contents);
+  return NS_OK;
 }
 
 }  // namespace
 
 nsresult NS_RegisterManifest(nsComponentManager& aManager, const std::string& aPath) {
-  std::string contents;
-  if (const nsresult rv = NS_ReadFile(aPath, &contents); NS_FAILED(rv)) return rv;
-  if (aManager.NoteManifest(aPath)) Manifest(aManager, aPath).Parse(contents);
-  return NS_OK;
+  return Manifest::Register(aManager, aPath, 0);
 }

@@ -23,7 +23,7 @@ class Parser {
         if (mRest.empty()) return;
         ParseStatement();
       } catch (const Wrong& wrong) {
-        mSink.mError(mLine, wrong.mWhat);
+        if (!mSink.mError(mLine, wrong.mWhat)) return;
         SkipLine();
       }
     }
@@ -87,7 +87,7 @@ class Parser {
     Expect(')');
     Expect(';');
     std::string wrong = mSink.mPref(isUser, std::move(name), std::move(value));
-    if (!wrong.empty()) mSink.mError(mLine, wrong);
+    if (!wrong.empty()) throw Wrong{std::move(wrong)};
   }
 
   nsPrefValue TakeValue() {

@@ -13,8 +13,8 @@ using nsPrefValue = std::variant<std::string, int32_t, bool>;
 struct nsPrefFileSink {
   /// Lines are counted from 1. An answer that is not empty says what is wrong with the preference.
   std::function<std::string(bool aIsUser, std::string aName, nsPrefValue aValue)> mPref;
-  /// Reading goes on with the next line.
-  std::function<void(size_t aLine, const std::string& aWhat)> mError;
+  /// With true reading goes on with the next line, with false it ends.
+  std::function<bool(size_t aLine, const std::string& aWhat)> mError;
 };
 
 /// Any bytes will do.

@@ -33,6 +33,9 @@ nsresult nsPrefBranch::Set(const char* aPrefName, nsPrefValue aValue) {
   std::string name;
   const nsresult rv = FullName(aPrefName, &name);
   if (NS_FAILED(rv)) return rv;
+  // A zero would cut the text short for everybody who reads it.
+  const auto* const text = std::get_if<std::string>(&aValue);
+  if (text && text->find('\0') != text->npos) return NS_ERROR_INVALID_ARG;
   return name.empty() ? NS_ERROR_INVALID_ARG : mPrefs->Set(name, std::move(aValue), mIsDefault);
 }
 

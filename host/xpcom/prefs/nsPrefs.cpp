@@ -12,8 +12,12 @@ namespace {
 
 // Long enough for a burst of changes to become one file, short enough to lose little.
 constexpr uint32_t kSaveDelayMilliseconds = 500;
+// After a save that has failed, twice as long after each further one.
+constexpr uint32_t kFirstRetryMilliseconds = 2000, kLastRetryMilliseconds = 60'000;
 // Of a file that is none at all; the others are counted.
 constexpr size_t kMostErrorsTold = 10;
+// Such a file holds something else, and what of it would pass for a preference is none.
+constexpr size_t kMostErrors = 1000;
 
 std::string Because(nsresult aRv) { return std::string(NS_ResultName(aRv)); }
 
@@ -133,11 +137,14 @@ size_t nsPrefs::Parse(const std::string& aPath, std::string_view aContents) {
                                          : aName + " has a value of another type";
                             },
                             [&](size_t aLine, const std::string& aWhat) {
-                              if (++errors > kMostErrorsTold) return;
+                              if (++errors > kMostErrorsTold) return errors < kMostErrors;
                               NS_HostMessage(eHostError,
                                              aPath + ":" + std::to_string(aLine) + ": " + aWhat);
+                              return true;
                             }});
-  if (errors > kMostErrorsTold)
+  if (errors >= kMostErrors)
+    NS_HostMessage(eHostError, aPath + ": too many lines are wrong, the rest is not read");
+  else if (errors > kMostErrorsTold)
     NS_HostMessage(eHostError, aPath + ": " + std::to_string(errors - kMostErrorsTold) +
                                    " more lines are wrong");
   return errors;
@@ -145,7 +152,7 @@ size_t nsPrefs::Parse(const std::string& aPath, std::string_view aContents) {
 
 nsresult nsPrefs::ReadFile(const std::string& aPath) {
   std::string contents;
-  const nsresult rv = NS_ReadFile(aPath, &contents);
+  const nsresult rv = NS_ReadFile(aPath, &contents, kConfigurationLimit, nsFileKind::eRegular);
   if (NS_SUCCEEDED(rv)) (void)Parse(aPath, contents);
   return rv;
 }
@@ -166,7 +173,7 @@ void nsPrefs::ReadDirectory(const std::string& aDirectory) {
 
 void nsPrefs::ReadUserFile(const std::string& aPath, bool aReadOnly) {
   std::string contents;
-  const nsresult rv = NS_ReadFile(aPath, &contents);
+  const nsresult rv = NS_ReadFile(aPath, &contents, kConfigurationLimit, nsFileKind::eRegular);
   if (NS_FAILED(rv) && rv != NS_ERROR_FILE_NOT_FOUND) {
     NS_HostMessage(eHostError, aPath + ": " + Because(rv) + ". Changes are not saved.");
     return;
@@ -191,12 +198,16 @@ void nsPrefs::ReadUserFile(const std::string& aPath, bool aReadOnly) {
 
 void nsPrefs::SaveSoon() {
   mIsDirty = true;
+  SaveIn(kSaveDelayMilliseconds);
+}
+
+void nsPrefs::SaveIn(uint32_t aMilliseconds) {
   if (mTimer) return;
   mTimer = do_CreateInstance<nsITimer>(NS_TIMER_CONTRACTID);
   const auto save = [](nsITimer*, void* aSelf) { (void)static_cast<nsPrefs*>(aSelf)->Save(); };
   // Without a timer they are saved at the end.
-  if (mTimer && NS_FAILED(mTimer->InitWithFuncCallback(save, this, kSaveDelayMilliseconds,
-                                                       nsITimer::TYPE_ONE_SHOT)))
+  if (mTimer &&
+      NS_FAILED(mTimer->InitWithFuncCallback(save, this, aMilliseconds, nsITimer::TYPE_ONE_SHOT)))
     mTimer = nullptr;
 }
 
@@ -216,12 +227,20 @@ nsresult nsPrefs::Save() {
   if (const auto timer = std::exchange(mTimer, nullptr)) (void)timer->Cancel();
   if (mUserFile.empty() || !mIsDirty) return NS_OK;
   const nsresult rv = SaveTo(mUserFile);
-  if (NS_SUCCEEDED(rv)) mIsDirty = false;
+  if (NS_SUCCEEDED(rv)) {
+    mIsDirty = false;
+    mRetryDelay = 0;
+    return rv;
+  }
+  // A disk that is full now may have room again, and nobody may change anything until then.
+  mRetryDelay = std::clamp(2 * mRetryDelay, kFirstRetryMilliseconds, kLastRetryMilliseconds);
+  SaveIn(mRetryDelay);
   return rv;
 }
 
 void nsPrefs::Shutdown() {
   (void)Save();
+  if (const auto timer = std::exchange(mTimer, nullptr)) (void)timer->Cancel();
   mUserFile.clear();
   std::vector<Watch>().swap(mWatches);
 }

@@ -77,11 +77,13 @@ class nsPrefs {
   size_t Parse(const std::string& aPath, std::string_view aContents);
   void Notify(const std::string& aName);
   void SaveSoon();
+  void SaveIn(uint32_t aMilliseconds);
 
   const std::thread::id mThread = std::this_thread::get_id();
   Map mPrefs;
   std::vector<Watch> mWatches;
   std::string mUserFile;  // empty: nothing is kept
   bool mIsDirty = false;
+  uint32_t mRetryDelay = 0;  // milliseconds; 0 when the last save was a success
   nsCOMPtr<nsITimer> mTimer;
 };

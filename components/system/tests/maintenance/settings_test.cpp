@@ -86,6 +86,8 @@ TEST_F(SettingsTest, AFieldIsLostOrTakenForAnother) {
   nsString text;
   EXPECT_EQ(mSettings->GetField1(text), NS_OK);
   EXPECT_TRUE(text.IsEmpty());
+  EXPECT_EQ(mSettings->SetField1(nsString(std::u16string_view(u"a\0b", 3))), NS_ERROR_INVALID_ARG)
+      << "it would be kept up to the zero";
   EXPECT_EQ(mSettings->SetField1(nsString(u"first")), NS_OK);
   EXPECT_EQ(mSettings->SetField5(nsString(u"h\u00f6he \u2192 \U0001F5BC")), NS_OK);
   EXPECT_EQ(mSettings->GetField5(text), NS_OK);

@@ -1,6 +1,8 @@
 // The configuration store in a file: several processes, damage, and what a new key holds.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -12,6 +14,7 @@
 #include "nsMutation.h"
 #include "nsNetworkNamespace.h"
 #include "nsRegistryText.h"
+#include "nsUniqueFd.h"
 
 namespace {
 
@@ -89,6 +92,17 @@ TEST(RegistryText, DamageIsTakenForData) {
     if (damaged == whole) continue;
     EXPECT_FALSE(NS_ParseRegistry(damaged)) << damaged;
   }
+}
+
+TEST_F(LinuxRegistry, AProcessThatHoldsTheStoreStopsTheOthers) {
+  const auto store = Open();
+  ASSERT_EQ(Set(*store, "before", {1}), NS_OK);
+  const nsUniqueFd held(open((Path() + ".lock").c_str(), O_RDWR | O_CLOEXEC));
+  ASSERT_EQ(flock(held.get(), LOCK_EX), 0);
+  EXPECT_EQ(Set(*store, "meanwhile", {1}), NS_ERROR_FAILURE);
+  EXPECT_EQ(NamesOf(*store), Strings{"before"}) << "reading needs no lock";
+  ASSERT_EQ(flock(held.get(), LOCK_UN), 0);
+  EXPECT_EQ(Set(*store, "after", {1}), NS_OK);
 }
 
 TEST_F(LinuxRegistry, WhatOneProcessWritesIsLostOrUnseenByOthers) {

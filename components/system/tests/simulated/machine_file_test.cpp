@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+
 #include <filesystem>
 #include <set>
 
@@ -216,6 +218,26 @@ TEST(MachineFile, ExampleWithChangesFailsHalfWay) {
 
 TEST(MachineFile, DeepNestingOverrunsTheStack) {
   EXPECT_EQ(MessageFor(std::string(1000000, '[')), "m.json:1: nested too deeply");
+}
+
+TEST(MachineFile, ManyKeysTakeTheSquareOfTheirNumber) {
+  constexpr int kMany = 40'000;
+  std::string members = "{\"comment\": {", keys = "{\"registry\": [",
+              interfaces = "{\"interfaces\": [";
+  for (int i = 0; i < kMany; ++i) {
+    const std::string comma = i == 0 ? "" : ",", number = std::to_string(i);
+    members += comma + "\"k" + number + "\": 1";
+    keys += comma + "{\"key\": \"A\\\\" + number + "\", \"values\": []}";
+    interfaces += comma + "{\"name\": \"e" + number + "\"}";
+  }
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(MessageFor(members + "}}"), "m.json:1: must be a text");
+  EXPECT_EQ(MessageFor(keys + ", {\"key\": \"a\\\\7\", \"values\": []}]}"),
+            "m.json:1: the key \"a\\7\" stands here a second time");
+  EXPECT_EQ(MessageFor(interfaces + ", {\"name\": \"e7\"}]}"),
+            "m.json:1: the interface \"e7\" stands here a second time");
+  // A second or two under the sanitizers; before, a minute.
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
 }
 
 TEST(MachineFile, UnreadableFileIsAnEmptyMachine) {

@@ -54,6 +54,14 @@ struct nsRegistryData {
 
   friend bool operator==(const nsRegistryData&, const nsRegistryData&) = default;
 
+  /// The same for all spellings of a path: who reads many keys finds one again by it.
+  static std::string Spelling(std::string_view aPath) {
+    const size_t length = std::min(kTcpipInterfacesKey.size(), aPath.size());
+    const std::string_view head = aPath.substr(0, length), rest = aPath.substr(length);
+    const bool isInterface = NS_SameRegistryName(head, kTcpipInterfacesKey);
+    return NS_ToLowerAscii(head) + (isInterface ? std::string(rest) : NS_ToLowerAscii(rest));
+  }
+
  private:
   /// Without regard to case, but for what stands below the key of network interfaces: their names
   /// are the system's, which may have two that differ in nothing else.

@@ -140,6 +140,8 @@ nsresult nsSystemGeneralSettingsGeneric::GetField(char aDigit, nsAString& aField
 }
 
 nsresult nsSystemGeneralSettingsGeneric::SetField(char aDigit, const nsAString& aField) {
+  // A preference would end at a zero.
+  if (NS_View(aField).find(u'\0') != std::u16string_view::npos) return NS_ERROR_INVALID_ARG;
   return mPrefs->SetCharPref((std::string(kFieldPref) + aDigit).c_str(), NS_ToUtf8(aField).c_str());
 }
 

@@ -11,6 +11,9 @@
 /// More than any file that is taken whole has a reason to be.
 inline constexpr size_t kFileLimit = 64 * 1024 * 1024;
 
+/// The same for what people or this system have written: a file beyond that holds something else.
+inline constexpr size_t kConfigurationLimit = 16 * 1024 * 1024;
+
 /// What a path may lead to. Opening a pipe waits for its other end, and reading a device may never
 /// come to an end: for a file from elsewhere, that has to be a regular one.
 enum class nsFileKind { eAny, eRegular };

@@ -6,7 +6,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
+#include <thread>
 
 #include "nsErrno.h"
 #include "nsIFile.h"
@@ -19,6 +21,8 @@
 #include "nsUniqueFd.h"
 
 namespace {
+
+constexpr std::chrono::seconds kLockPatience(2);
 
 /// What the port promises of a file's errors.
 nsresult StoreError(nsresult aRv) {
@@ -48,7 +52,7 @@ void MakeDirectories(const std::string& aDirectory) {
 /// NS_ERROR_FILE_CORRUPTED for a file that is not whole; a missing one is an empty store.
 nsresult Load(const std::string& aPath, nsRegistryData* aData) {
   std::string text;
-  const nsresult rv = NS_ReadFile(aPath, &text);
+  const nsresult rv = NS_ReadFile(aPath, &text, kConfigurationLimit, nsFileKind::eRegular);
   if (rv == NS_ERROR_FILE_NOT_FOUND) {
     *aData = {};
     return NS_OK;
@@ -60,10 +64,19 @@ nsresult Load(const std::string& aPath, nsRegistryData* aData) {
   return NS_OK;
 }
 
-nsresult Lock(const nsUniqueFd& aFile) {
+// Others hold it for the time of one change. One that is stopped in the middle must not stop us.
+nsresult Lock(const nsUniqueFd& aFile, const std::string& aPath) {
   if (!aFile) return StoreError(NS_LastResult());
-  while (flock(aFile.get(), LOCK_EX) != 0)
-    if (errno != EINTR) return StoreError(NS_LastResult());
+  const auto patience = std::chrono::steady_clock::now() + kLockPatience;
+  while (flock(aFile.get(), LOCK_EX | LOCK_NB) != 0) {
+    if (errno != EINTR && errno != EWOULDBLOCK) return StoreError(NS_LastResult());
+    if (std::chrono::steady_clock::now() >= patience) {
+      SYSTEM_LOG_WARNING(NS_GetLogger("system.registry"),
+                         "The configuration store " + aPath + " is held by another process");
+      return NS_ERROR_FAILURE;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
   return NS_OK;
 }
 
@@ -96,7 +109,7 @@ nsresult nsLinuxRegistry::Change(const char*, const Visitor& aVisitor) {
   const std::string path = mPath();
   MakeDirectories(DirectoryOf(path));
   const nsUniqueFd lock(open((path + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
-  nsresult rv = Lock(lock);
+  nsresult rv = Lock(lock, path);
   if (NS_FAILED(rv)) return rv;
   nsRegistryData data;
   rv = Load(path, &data);

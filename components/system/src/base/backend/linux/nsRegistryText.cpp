@@ -2,6 +2,8 @@
 
 #include <charconv>
 #include <cstdio>
+#include <unordered_map>
+#include <vector>
 
 namespace {
 
@@ -165,7 +167,10 @@ std::optional<nsRegistryData> NS_ParseRegistry(std::string_view aText) {
   if (aText.substr(last) != std::string(kChecksum) + Checksum(body) + "\n") return std::nullopt;
 
   nsRegistryData data;
-  nsRegistryData::Key* key = nullptr;
+  // Not by Make and Set, which look through all there is.
+  std::unordered_map<std::string, size_t> keys;
+  std::vector<std::unordered_map<std::string, size_t>> values;  // of each key
+  size_t key = 0;
   while (!body.empty()) {
     const size_t end = body.find('\n');
     if (end == body.npos) return std::nullopt;
@@ -176,12 +181,24 @@ std::optional<nsRegistryData> NS_ParseRegistry(std::string_view aText) {
     if (reader.Skip("[")) {
       std::string path;
       if (!reader.QuotedText(&path) || !reader.Skip("]") || !reader.AtEnd()) return std::nullopt;
-      key = &data.Make(path);
+      const auto [known, isNew] = keys.emplace(nsRegistryData::Spelling(path), data.mKeys.size());
+      key = known->second;
+      if (isNew) {
+        data.mKeys.push_back({path, {}});
+        values.emplace_back();
+      }
       continue;
     }
     nsRegistryValue value;
-    if (!key || !ParseValue(reader, &value)) return std::nullopt;
-    key->Set(std::move(value));
+    if (keys.empty() || !ParseValue(reader, &value)) return std::nullopt;
+    auto& list = data.mKeys[key].mValues;
+    const auto [known, isNew] = values[key].emplace(NS_ToLowerAscii(value.mName), list.size());
+    if (isNew) {
+      list.push_back(std::move(value));
+    } else {
+      list[known->second].mType = value.mType;
+      list[known->second].mData = std::move(value.mData);
+    }
   }
   return data;
 }
