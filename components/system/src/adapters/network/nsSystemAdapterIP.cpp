@@ -307,67 +307,12 @@ nsresult nsSystemAdapterIP::WriteValue(std::string_view aKeyPath, const std::str
 
 // ---- Settings that are the fields' in both
 
-nsresult nsSystemAdapterIP::GetDescription(nsAString& aDescription) const {
-  NS_Assign(aDescription, mDescription.view());
-  return NS_OK;
-}
-
-nsresult nsSystemAdapterIP::GetInterfaceType(uint32_t* aInterfaceType) const {
-  *aInterfaceType = mInterfaceType;
-  return NS_OK;
-}
-
-nsresult nsSystemAdapterIP::GetOperStatus(uint32_t* aOperStatus) const {
-  *aOperStatus = mOperStatus;
-  return NS_OK;
-}
-
 nsresult nsSystemAdapterIP::GetMacAddress(nsISystemMACStructure** aMacAddress) const {
   return CloneInto(mMacAddress, aMacAddress);
 }
 
-nsresult nsSystemAdapterIP::GetTransmitLinkSpeed(uint64_t* aTransmitLinkSpeed) const {
-  *aTransmitLinkSpeed = mTransmitLinkSpeed;
-  return NS_OK;
-}
-
-nsresult nsSystemAdapterIP::GetReceiveLinkSpeed(uint64_t* aReceiveLinkSpeed) const {
-  *aReceiveLinkSpeed = mReceiveLinkSpeed;
-  return NS_OK;
-}
-
-nsresult nsSystemAdapterIP::GetIsIpv4Enabled(bool* aIsIpv4Enabled) const {
-  *aIsIpv4Enabled = mIpv4Enabled;
-  return NS_OK;
-}
-
-nsresult nsSystemAdapterIP::GetIsIpv6Enabled(bool* aIsIpv6Enabled) const {
-  *aIsIpv6Enabled = mIpv6Enabled;
-  return NS_OK;
-}
-
-nsresult nsSystemAdapterIP::GetIpv6InterfaceIndex(uint32_t* aIpv6InterfaceIndex) const {
-  *aIpv6InterfaceIndex = mIpv6IfIndex;
-  return NS_OK;
-}
-
-nsresult nsSystemAdapterIP::GetReservedCounterA(uint64_t* aReservedCounterA) const {
-  *aReservedCounterA = mReservedCounterA;
-  return NS_OK;
-}
-
-nsresult nsSystemAdapterIP::GetReservedCounterB(uint64_t* aReservedCounterB) const {
-  *aReservedCounterB = mReservedCounterB;
-  return NS_OK;
-}
-
 nsresult nsSystemAdapterIP::GetDhcpv6Server(nsISystemIPv6Structure** aDhcpv6Server) const {
   return CloneInto(mDhcpv6Server, aDhcpv6Server);
-}
-
-nsresult nsSystemAdapterIP::GetIsDhcpv6Enabled(bool* aIsDhcpv6Enabled) const {
-  *aIsDhcpv6Enabled = mDhcpv6Enabled;
-  return NS_OK;
 }
 
 nsresult nsSystemAdapterIP::GetAnycastAddresses(nsIArray** aAnycastAddresses) const {

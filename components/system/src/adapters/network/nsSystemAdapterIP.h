@@ -35,24 +35,13 @@ class nsSystemAdapterIP {
 
   // nsISystemAdapterIP
   nsresult GetRegistered(nsISystemAdapter** aRegistered);
-  nsresult GetDescription(nsAString& aDescription) const;
-  nsresult GetInterfaceType(uint32_t* aInterfaceType) const;
-  nsresult GetOperStatus(uint32_t* aOperStatus) const;
   nsresult GetMacAddress(nsISystemMACStructure** aMacAddress) const;
-  nsresult GetTransmitLinkSpeed(uint64_t* aTransmitLinkSpeed) const;
-  nsresult GetReceiveLinkSpeed(uint64_t* aReceiveLinkSpeed) const;
-  nsresult GetIsIpv4Enabled(bool* aIsIpv4Enabled) const;
-  nsresult GetIsIpv6Enabled(bool* aIsIpv6Enabled) const;
-  nsresult GetIpv6InterfaceIndex(uint32_t* aIpv6InterfaceIndex) const;
-  nsresult GetReservedCounterA(uint64_t* aReservedCounterA) const;
-  nsresult GetReservedCounterB(uint64_t* aReservedCounterB) const;
   nsresult GetDhcpv4Server(nsISystemIPv4Structure** aDhcpv4Server);
   nsresult GetDhcpv6Server(nsISystemIPv6Structure** aDhcpv6Server) const;
   nsresult GetIsDhcpv4Enabled(bool* aIsDhcpv4Enabled);
   nsresult SetIsDhcpv4Enabled(bool aIsDhcpv4Enabled);
   nsresult SetIpv4Address(nsISystemIPStructure* aAddress, nsISystemIPStructure* aNetmask,
                           nsISystemIPStructure* aGateway, int32_t aMetric);
-  nsresult GetIsDhcpv6Enabled(bool* aIsDhcpv6Enabled) const;
   nsresult GetUnicastAddresses(nsIArray** aUnicastAddresses);
   nsresult GetFirstIpv4Address(nsISystemIPAddress** aFirstIpv4Address);
   nsresult GetAnycastAddresses(nsIArray** aAnycastAddresses) const;
@@ -72,6 +61,31 @@ class nsSystemAdapterIP {
   nsSystemAdapterIP(nsPlatformRef aPlatform, nsISystemAdapterIP* aSelf,
                     nsSystemAdapterGeneric* aGeneric);
   virtual ~nsSystemAdapterIP();
+
+  /// What an operation does that hands out a field.
+  template <class T>
+  static nsresult Give(const T& aField, T* aOut) {
+    *aOut = aField;
+    return NS_OK;
+  }
+  static nsresult Give(const nsString& aField, nsAString& aOut) {
+    NS_Assign(aOut, aField.view());
+    return NS_OK;
+  }
+
+  // Fields of both, live adapter and view.
+  nsString mDescription;
+  uint32_t mIfIndex = 0;
+  uint32_t mInterfaceType = 0;
+  uint32_t mOperStatus = 0;
+  uint32_t mIpv6IfIndex = 0;
+  uint64_t mTransmitLinkSpeed = 0;
+  uint64_t mReceiveLinkSpeed = 0;
+  uint64_t mReservedCounterA = 0;
+  uint64_t mReservedCounterB = 0;
+  bool mIpv4Enabled = false;
+  bool mIpv6Enabled = false;
+  bool mDhcpv6Enabled = false;
 
  private:
   using RegKey = std::unique_ptr<nsPlatformRegistryKey>;
@@ -106,23 +120,11 @@ class nsSystemAdapterIP {
   // that call others.
   mutable std::recursive_mutex mMonitor;
   bool mIsRegistered = false;
-  nsString mDescription;
-  uint32_t mIfIndex = 0;
-  uint32_t mInterfaceType = 0;
-  uint32_t mOperStatus = 0;
   nsCOMPtr<nsISystemMACStructure> mMacAddress;
-  uint32_t mIpv6IfIndex = 0;
-  uint64_t mTransmitLinkSpeed = 0;
-  uint64_t mReceiveLinkSpeed = 0;
-  uint64_t mReservedCounterA = 0;
-  uint64_t mReservedCounterB = 0;
   uint16_t mIgmpVersion = 3;
-  bool mIpv4Enabled = false;
-  bool mIpv6Enabled = false;
   nsCOMPtr<nsISystemIPv4Structure> mDhcpv4Server;
   nsCOMPtr<nsISystemIPv6Structure> mDhcpv6Server;
   bool mDhcpv4Enabled = false;
-  bool mDhcpv6Enabled = false;
   nsCOMArray<nsISystemIPAddress> mUnicastAddresses;
   nsCOMArray<nsISystemIPStructure> mMulticastAddresses;
   nsCOMArray<nsISystemIPStructure> mAnycastAddresses;
@@ -130,7 +132,8 @@ class nsSystemAdapterIP {
   nsCOMArray<nsISystemIPStructure> mGatewayAddresses;
 };
 
-/// An IP adapter class: forwards every operation of nsISystemAdapterIP.
+/// An IP adapter class: hands out the fields, and forwards the other operations of
+/// nsISystemAdapterIP.
 template <class Class, class Interface>
 class nsSystemAdapterIPOf : public nsSystemAdapterBase<nsImplements<Class, Interface>>,
                             public nsSystemAdapterIP {
@@ -140,21 +143,19 @@ class nsSystemAdapterIPOf : public nsSystemAdapterBase<nsImplements<Class, Inter
   explicit nsSystemAdapterIPOf(nsPlatformRef aPlatform) : IP(std::move(aPlatform), this, this) {}
 
   nsresult GetRegistered(nsISystemAdapter** aOut) override { return IP::GetRegistered(aOut); }
-  nsresult GetDescription(nsAString& aOut) override { return IP::GetDescription(aOut); }
-  nsresult GetInterfaceType(uint32_t* aOut) override { return IP::GetInterfaceType(aOut); }
+  nsresult GetDescription(nsAString& aOut) override { return Give(mDescription, aOut); }
+  nsresult GetInterfaceType(uint32_t* aOut) override { return Give(mInterfaceType, aOut); }
   nsresult Reserved11(void*) override { return kReserved; }
   nsresult Reserved12(void*) override { return kReserved; }
-  nsresult GetOperStatus(uint32_t* aOut) override { return IP::GetOperStatus(aOut); }
+  nsresult GetOperStatus(uint32_t* aOut) override { return Give(mOperStatus, aOut); }
   nsresult GetMacAddress(nsISystemMACStructure** aOut) override { return IP::GetMacAddress(aOut); }
-  nsresult GetTransmitLinkSpeed(uint64_t* aOut) override { return IP::GetTransmitLinkSpeed(aOut); }
-  nsresult GetReceiveLinkSpeed(uint64_t* aOut) override { return IP::GetReceiveLinkSpeed(aOut); }
-  nsresult GetIsIpv4Enabled(bool* aOut) override { return IP::GetIsIpv4Enabled(aOut); }
-  nsresult GetIsIpv6Enabled(bool* aOut) override { return IP::GetIsIpv6Enabled(aOut); }
-  nsresult GetIpv6InterfaceIndex(uint32_t* aOut) override {
-    return IP::GetIpv6InterfaceIndex(aOut);
-  }
-  nsresult GetReservedCounterA(uint64_t* aOut) override { return IP::GetReservedCounterA(aOut); }
-  nsresult GetReservedCounterB(uint64_t* aOut) override { return IP::GetReservedCounterB(aOut); }
+  nsresult GetTransmitLinkSpeed(uint64_t* aOut) override { return Give(mTransmitLinkSpeed, aOut); }
+  nsresult GetReceiveLinkSpeed(uint64_t* aOut) override { return Give(mReceiveLinkSpeed, aOut); }
+  nsresult GetIsIpv4Enabled(bool* aOut) override { return Give(mIpv4Enabled, aOut); }
+  nsresult GetIsIpv6Enabled(bool* aOut) override { return Give(mIpv6Enabled, aOut); }
+  nsresult GetIpv6InterfaceIndex(uint32_t* aOut) override { return Give(mIpv6IfIndex, aOut); }
+  nsresult GetReservedCounterA(uint64_t* aOut) override { return Give(mReservedCounterA, aOut); }
+  nsresult GetReservedCounterB(uint64_t* aOut) override { return Give(mReservedCounterB, aOut); }
   nsresult GetDhcpv4Server(nsISystemIPv4Structure** aOut) override {
     return IP::GetDhcpv4Server(aOut);
   }
@@ -169,7 +170,7 @@ class nsSystemAdapterIPOf : public nsSystemAdapterBase<nsImplements<Class, Inter
   }
   nsresult Reserved27(void*, void*, void*, void*) override { return kReserved; }
   nsresult Reserved28(void*) override { return kReserved; }
-  nsresult GetIsDhcpv6Enabled(bool* aOut) override { return IP::GetIsDhcpv6Enabled(aOut); }
+  nsresult GetIsDhcpv6Enabled(bool* aOut) override { return Give(mDhcpv6Enabled, aOut); }
   nsresult Reserved30(void*) override { return kReserved; }
   nsresult Reserved31(void*, void*, void*, void*, void*, void*) override { return kReserved; }
   nsresult Reserved32(void*, void*, void*, void*, void*, void*) override { return kReserved; }
