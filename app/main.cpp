@@ -242,6 +242,7 @@ int RunScript(nsHost& aHost, nsScriptHost& aScript, const nsCommandLine& aLine,
   } else {
     rv = aScript.RunFile(aLine.mTask == Task::ePicture ? aShare / "picture.js"
                          : aLine.mTask == Task::eWatch ? aShare / "watch.js"
+                         : aLine.mTask == Task::eTv    ? aShare / "tv.js"
                                                        : std::filesystem::path(aLine.mScript));
   }
   if (aLine.mTask == Task::ePicture && NS_SUCCEEDED(rv)) (void)aHost.StartProfile();
@@ -278,11 +279,13 @@ int Run(const nsCommandLine& aLine) {
       aLine.mProfileDirectory.empty() ? DefaultProfile() : aLine.mProfileDirectory;
   // A look at the machine needs the settings but changes nothing, and may be taken beside a running
   // application.
-  const bool isLook = aLine.mTask == Task::ePicture || aLine.mTask == Task::eWatch;
+  const bool isLook =
+      aLine.mTask == Task::ePicture || aLine.mTask == Task::eWatch || aLine.mTask == Task::eTv;
   options.mProfileReadOnly = isLook;
   if (options.mProfileDirectory.empty() && !isLook)
     std::cerr << "vorel: there is neither --profile nor a home directory: settings are not kept\n";
   options.mManifests = {(share / "vorel.manifest").string()};
+  if (aLine.mTask == Task::eTv) options.mManifests.push_back((share / "tools.manifest").string());
   options.mHasNetwork = aLine.mMachineFile.empty();  // a simulated machine has one of its own
   if (!options.mHasNetwork) options.mFiles = {{"VorelMachine", aLine.mMachineFile}};
   for (const auto& [name, level] : aLine.mLogLevels)

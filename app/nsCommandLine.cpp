@@ -13,6 +13,9 @@ constexpr std::string_view kHelp =
        vorel [OPTIONS] -e TEXT [ARGUMENTS]     run a line of script
        vorel [OPTIONS] shell                   run script line by line, as it is entered
        vorel [OPTIONS] watch DIRECTORY...      print the changes of directory trees as they come
+       vorel [OPTIONS] tv inspect FILE.ts      print what a transport stream holds and what is broken
+       vorel [OPTIONS] tv channels FILE        check a channels file
+       vorel [OPTIONS] tv countries            print the countries that a scan knows
 
   --json                print JSON: the picture as one object, events one object a line
   --watch               after the picture, print the changes of it until interrupted
@@ -192,6 +195,11 @@ bool nsCommandLine::Parse(const std::vector<std::string>& aArguments, nsCommandL
         *aError = "watch needs a directory";
         return false;
       }
+      break;
+    }
+    if (text == "tv") {  // the rest is the command's
+      out.mTask = Task::eTv;
+      ++i;
       break;
     }
     if (text == "shell") {

@@ -13,6 +13,7 @@ struct nsCommandLine {
     eEvaluate,     ///< run a script text
     eShell,        ///< read script line by line and run it
     eWatch,        ///< print the changes of a directory tree
+    eTv,           ///< a command of digital television
     ePrintTypes,   ///< print the TypeScript declarations
     eHelp,
     eVersion,

@@ -937,6 +937,32 @@ interface nsIDigitalTvAudioChannel extends nsISupports {
   type: number;
 }
 
+/** Hears of an inspection, on the main thread. */
+interface nsIDigitalTvInspectorListener extends nsISupports {
+  /** Some ten times a second. aTotal is 0 when the size is not known. */
+  onProgress(done: number | bigint, total: number | bigint): void;
+  /** The end. With NS_OK aReport is JSON; with a failure it says what could not be read. */
+  onInspected(status: number, report: string): void;
+}
+
+/** Main thread. */
+interface nsIDigitalTvInspector extends nsISupports {
+  /**
+   * Reads a transport stream, "-" for the standard input, and reports what a scan would find in it
+   * and what is broken. Returns at once; reading goes on on a thread of its own, until the
+   * inspector is dropped. NS_ERROR_IN_PROGRESS while another is read, NS_ERROR_NULL_POINTER
+   * without a listener.
+   */
+  inspectStream(path: string, listener: nsIDigitalTvInspectorListener | nsScripted<nsIDigitalTvInspectorListener> | null): void;
+  /**
+   * What a channels file holds, and what is wrong with it line by line, as JSON.
+   * NS_ERROR_FILE_NOT_FOUND, or another failure, for a file that can't be read.
+   */
+  checkChannels(path: string): string;
+  /** The countries that a scan knows, as JSON. */
+  listCountries(): string;
+}
+
 /**
  * Init, then StartWatching; the listener hears of the rest. All on one thread, the one that calls
  * StartWatching, and it must run an event loop: reports come through it.
@@ -1964,6 +1990,8 @@ interface nsInterfaces {
   readonly nsIDigitalTvService: nsInterfaceID<nsIDigitalTvService>;
   readonly nsIBDAScanResultDigitalTvService: nsInterfaceID<nsIBDAScanResultDigitalTvService>;
   readonly nsIDigitalTvAudioChannel: nsInterfaceID<nsIDigitalTvAudioChannel> & { readonly AUDIO_MPEG: 4; readonly AUDIO_AC3: 106; readonly AUDIO_EAC3: 122; };
+  readonly nsIDigitalTvInspectorListener: nsInterfaceID<nsIDigitalTvInspectorListener>;
+  readonly nsIDigitalTvInspector: nsInterfaceID<nsIDigitalTvInspector>;
   readonly nsISystemFileSystemWatcher: nsInterfaceID<nsISystemFileSystemWatcher>;
   readonly nsIFileSystemWatcher: nsInterfaceID<nsIFileSystemWatcher>;
   readonly nsIIsoCountry: nsInterfaceID<nsIIsoCountry>;
