@@ -42,10 +42,13 @@ class NetworkLinkService : public nsHostTest {
     const auto manager = do_GetService<nsIThreadManager>(NS_THREADMANAGER_CONTRACTID);
     nsCOMPtr<nsIThread> thread;
     EXPECT_EQ(NS_OK, manager->GetMainThread(thread.getter_AddRefs()));
-    bool ran = false;
-    EXPECT_EQ(NS_OK, thread->ProcessNextEvent(true, &ran));
-    EXPECT_EQ(Strings{}, mNotices) << "told before the burst was over";
-    NS_AdvanceTime(10);
+    // Other events of the start may come first.
+    while (mNotices.empty()) {
+      bool ran = false;
+      EXPECT_EQ(NS_OK, thread->ProcessNextEvent(true, &ran));
+      EXPECT_EQ(Strings{}, mNotices) << "told before the burst was over";
+      NS_AdvanceTime(10);
+    }
     return std::exchange(mNotices, {});
   }
 
