@@ -29,6 +29,7 @@
 #include "nsScriptHost.h"
 #include "nsServices.h"
 #include "nsShell.h"
+#include "nsStandardStreams.h"
 #include "nsString.h"
 #include "nsSystemScript.h"
 #include "nsVorelMethodCaller.h"
@@ -240,12 +241,16 @@ int RunScript(nsHost& aHost, nsScriptHost& aScript, const nsCommandLine& aLine,
     rv = aScript.Evaluate(aLine.mScript, "-e", &result);
     if (NS_SUCCEEDED(rv) && !result.empty()) std::cout << result << std::endl;
   } else {
-    rv = aScript.RunFile(aLine.mTask == Task::ePicture ? aShare / "picture.js"
-                         : aLine.mTask == Task::eWatch ? aShare / "watch.js"
-                         : aLine.mTask == Task::eTv    ? aShare / "tv.js"
-                                                       : std::filesystem::path(aLine.mScript));
+    rv = aScript.RunFile(aLine.mTask == Task::ePicture  ? aShare / "picture.js"
+                         : aLine.mTask == Task::eWatch  ? aShare / "watch.js"
+                         : aLine.mTask == Task::eTv     ? aShare / "tv.js"
+                         : aLine.mTask == Task::eSerial ? aShare / "serial.js"
+                                                        : std::filesystem::path(aLine.mScript));
   }
   if (aLine.mTask == Task::ePicture && NS_SUCCEEDED(rv)) (void)aHost.StartProfile();
+  std::unique_ptr<nsStandardStreams> streams;
+  if (aLine.mTask == Task::eSerial && NS_SUCCEEDED(rv) && !aScript.HasQuit())
+    rv = nsStandardStreams::Start(isatty(STDIN_FILENO) && isatty(STDOUT_FILENO), &streams);
   const int status = NS_FAILED(rv) && !aScript.HasQuit() ? kFailure : aScript.RunUntilDone();
   return Flushed(status);
 }
@@ -279,8 +284,8 @@ int Run(const nsCommandLine& aLine) {
       aLine.mProfileDirectory.empty() ? DefaultProfile() : aLine.mProfileDirectory;
   // A look at the machine needs the settings but changes nothing, and may be taken beside a running
   // application.
-  const bool isLook =
-      aLine.mTask == Task::ePicture || aLine.mTask == Task::eWatch || aLine.mTask == Task::eTv;
+  const bool isLook = aLine.mTask == Task::ePicture || aLine.mTask == Task::eWatch ||
+                      aLine.mTask == Task::eTv || aLine.mTask == Task::eSerial;
   options.mProfileReadOnly = isLook;
   if (options.mProfileDirectory.empty() && !isLook)
     std::cerr << "vorel: there is neither --profile nor a home directory: settings are not kept\n";
@@ -308,6 +313,8 @@ int Run(const nsCommandLine& aLine) {
       scriptOptions.mArguments.emplace_back("--");
       std::ranges::copy(aLine.mArguments, std::back_inserter(scriptOptions.mArguments));
     }
+    if (aLine.mTask == Task::eSerial && isatty(STDIN_FILENO) && isatty(STDOUT_FILENO))
+      scriptOptions.mArguments.push_back("--interactive");
     scriptOptions.mEndsWithOutput = true;
   }
   if (aLine.mTask == Task::eApplication) scriptOptions.mFile = aLine.mScript;

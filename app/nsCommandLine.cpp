@@ -16,7 +16,13 @@ constexpr std::string_view kHelp =
        vorel [OPTIONS] tv inspect FILE.ts      print what a transport stream holds and what is broken
        vorel [OPTIONS] tv channels FILE        check a channels file
        vorel [OPTIONS] tv countries            print the countries that a scan knows
+       vorel [OPTIONS] serial                  list the serial ports
+       vorel [OPTIONS] serial PORT [SETTINGS]  be a terminal on a serial port; Ctrl-] ends it
 
+  --baud N --bits 5..8 --parity none|odd|even|mark|space --stop 1|1.5|2 --flow none|hardware|software
+                        settings of a serial port (default: 9600 8 none 1 none)
+  --hex --lines         show bytes as hexadecimal digits; show the lines when they change
+  --wait MS             at the end of a piped input, go on reading for so long (default: 0)
   --json                print JSON: the picture as one object, events one object a line
   --watch               after the picture, print the changes of it until interrupted
   --machine FILE        take the simulated machine of FILE instead of this one
@@ -200,6 +206,30 @@ bool nsCommandLine::Parse(const std::vector<std::string>& aArguments, nsCommandL
     if (text == "tv") {  // the rest is the command's
       out.mTask = Task::eTv;
       ++i;
+      break;
+    }
+    if (text == "serial") {
+      // The script of it knows its own settings.
+      static constexpr std::array<std::string_view, 6> kSettings = {"--baud", "--bits", "--parity",
+                                                                    "--stop", "--flow", "--wait"};
+      out.mTask = Task::eSerial;
+      for (++i; i < aArguments.size(); ++i) {
+        const std::string& setting = aArguments[i];
+        if (setting == "--hex" || setting == "--lines" || !setting.starts_with("-")) {
+          out.mArguments.push_back(setting);
+        } else if (std::ranges::find(kSettings, setting) != kSettings.end()) {
+          if (i + 1 == aArguments.size()) {
+            *aError = setting + " needs a value";
+            return false;
+          }
+          out.mArguments.push_back(setting + "=" + aArguments[++i]);
+        } else if (std::ranges::find(kSettings, setting.substr(0, setting.find('='))) !=
+                   kSettings.end()) {
+          out.mArguments.push_back(setting);
+        } else if (!option()) {
+          return false;
+        }
+      }
       break;
     }
     if (text == "shell") {

@@ -14,6 +14,7 @@ struct nsCommandLine {
     eShell,        ///< read script line by line and run it
     eWatch,        ///< print the changes of a directory tree
     eTv,           ///< a command of digital television
+    eSerial,       ///< list the serial ports, or be a terminal on one
     ePrintTypes,   ///< print the TypeScript declarations
     eHelp,
     eVersion,

@@ -10,6 +10,8 @@ const maxDepth = 3;
 // The adapter of a binding stands there already. The stored view of an adapter is not what is in force, and to
 // ask for it would make the store.
 const leftOut = ["adapter", "registered"];
+// What a serial port tells while it is open; for a look at the machine none is opened.
+const ofOpenPorts = ["BREAK", "DCD", "CTS", "DSR", "DTR", "RING", "RTS", "isTQEmpty", "inputStream", "outputStream"];
 
 // ---- Objects that are written down
 
@@ -24,6 +26,7 @@ function addAttributes(out, object, prototype, depth) {
   addAttributes(out, object, Object.getPrototypeOf(prototype), depth);
   for (const [name, { get }] of Object.entries(Object.getOwnPropertyDescriptors(prototype))) {
     if (!get || leftOut.includes(name)) continue;
+    if (object instanceof interfaces.nsISystemAdapterSerial && ofOpenPorts.includes(name)) continue;
     let value;
     try { value = get.call(object); } catch (error) { continue; }
     out[name] = plain(value, depth + 1);
