@@ -401,6 +401,7 @@ nsresult nsSystemAdapterSerial::Open() {
     const std::string fileName = "\\\\.\\" + NS_ToUtf8(mSysPath);
     const uint32_t access = (mAccess & 1 ? nsPlatformComm::kGenericRead : 0) |
                             (mAccess & 2 ? nsPlatformComm::kGenericWrite : 0);
+    mHandle = nullptr;  // one that could not be closed is let go
     nsPlatformCommPortRef handle;
     if (NS_FAILED(mPlatform->mComm->OpenPort(
             fileName, access, nsPlatformComm::kShareBoth, nsPlatformComm::kOpenExisting,
@@ -481,8 +482,10 @@ nsresult nsSystemAdapterSerial::Close() {
     mIsOpen = false;
     if (mThread) {
       mStopThread = true;
-      mOverlapped->Reset();
-      mOverlapped->Close();
+      if (mOverlapped) {  // none in mode 1, where a listener may have started a worker
+        mOverlapped->Reset();
+        mOverlapped->Close();
+      }
       mThread = nullptr;
       SYSTEM_LOG_DEBUG(mLogger, "Thread shutdown End");
     }

@@ -54,7 +54,10 @@ std::string IdentityOf(udev_device* aDevice, udev_device* aUsb, bool aByPlace) {
     return "usb:" + Attribute(aUsb, "idVendor") + ":" + Attribute(aUsb, "idProduct") + ":" +
            serial + ":" + line;
   if (aUsb) return "usb-place:" + Text(udev_device_get_sysname(aUsb)) + ":" + line;
-  return "place:" + Text(udev_device_get_devpath(parent)) + ":" +
+  udev_device* place = parent;
+  while (place && Text(udev_device_get_subsystem(place)) == "serial-base")
+    place = udev_device_get_parent(place);
+  return "place:" + Text(place ? udev_device_get_devpath(place) : nullptr) + ":" +
          Text(udev_device_get_sysnum(aDevice));
 }
 
