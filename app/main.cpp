@@ -1,24 +1,12 @@
 // vorel: shows the picture of the machine, or runs an application on it.
-#include <fcntl.h>
-#include <poll.h>
-#include <signal.h>
-#include <sys/eventfd.h>
-#include <sys/signalfd.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <atomic>
-#include <cerrno>
-#include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <iostream>
 #include <iterator>
 #include <system_error>
-#include <thread>
 
 #include "nsCommandLine.h"
 #include "nsFdWatch.h"
@@ -26,6 +14,7 @@
 #include "nsICrashReporter.h"
 #include "nsILog4.h"
 #include "nsIThread.h"
+#include "nsProcess.h"
 #include "nsScriptHost.h"
 #include "nsServices.h"
 #include "nsShell.h"
@@ -46,13 +35,6 @@ int Complain(int aStatus, const std::string& aText) {
   return aStatus;
 }
 
-// A standard descriptor that is closed would be given to the first file that is opened, and what is
-// meant for a reader would end up in there. These can be neither read nor written as meant.
-void TakeClosedDescriptors() {
-  for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
-    if (fcntl(fd, F_GETFD) < 0) (void)open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY);
-}
-
 // A reader that is gone, or a full disk: the output, scripts' too, is not whole, so the status must
 // say so.
 int Flushed(int aStatus) {
@@ -63,8 +45,7 @@ int Flushed(int aStatus) {
 
 // share/vorel beside the program's own folder.
 std::filesystem::path SharedFiles() {
-  return std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path() / "share" /
-         "vorel";
+  return vorel::process::ProgramFile().parent_path().parent_path() / "share" / "vorel";
 }
 
 std::string DefaultProfile() {
@@ -102,19 +83,20 @@ std::string Unusable(const std::string& aPath, bool aIsDirectory) {
   const auto status = std::filesystem::status(aPath, error);
   if (std::filesystem::exists(status) && std::filesystem::is_directory(status) != aIsDirectory)
     return aPath + (aIsDirectory ? ": Not a directory" : ": Is a directory");
-  if (access(aPath.c_str(), aIsDirectory ? R_OK | X_OK : R_OK) != 0)
-    return aPath + ": " + std::strerror(errno);
-  return {};
+  const std::string why = vorel::process::WhyUnreadable(aPath, aIsDirectory);
+  return why.empty() ? why : aPath + ": " + why;
 }
 
 // A clear line now beats a warning among others later.
 std::string UnusableFile(const nsCommandLine& aLine) {
   std::string wrong;
+  std::error_code error;
   if (aLine.mTask == Task::eApplication) wrong = Unusable(aLine.mScript, false);
   // One that is not there is the watcher's to tell.
   if (aLine.mTask == Task::eWatch) {
     for (const std::string& directory : aLine.mArguments)
-      if (wrong.empty() && access(directory.c_str(), F_OK) == 0) wrong = Unusable(directory, true);
+      if (wrong.empty() && std::filesystem::exists(directory, error))
+        wrong = Unusable(directory, true);
   }
   if (wrong.empty() && !aLine.mMachineFile.empty()) wrong = Unusable(aLine.mMachineFile, false);
   if (wrong.empty() && !aLine.mApplicationDirectory.empty())
@@ -122,118 +104,19 @@ std::string UnusableFile(const nsCommandLine& aLine) {
   return wrong;
 }
 
-/// Calls a function with the signal's number on the main thread for SIGINT and SIGTERM, instead of
-/// what they do otherwise. A script that never ends keeps the main thread from that: another
-/// signal, two seconds after the first or later, then ends the process.
-class SignalWatch {
- public:
-  // Threads inherit the mask, so this comes before the first of them.
-  static void Block() {
-    const sigset_t signals = Signals();
-    (void)pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-  }
-
-  explicit SignalWatch(std::function<void(int)> aCall) : mState(std::make_shared<State>()) {
-    mState->mCall = std::move(aCall);
-    const sigset_t signals = Signals();
-    mSignals = signalfd(-1, &signals, SFD_CLOEXEC);
-    mStop = eventfd(0, EFD_CLOEXEC);
-    if (mSignals < 0 || mStop < 0 || !Start())  // better killed by a signal than deaf to it
-      (void)pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
-  }
-  SignalWatch(const SignalWatch&) = delete;
-  SignalWatch& operator=(const SignalWatch&) = delete;
-  ~SignalWatch() {
-    if (mThread.joinable()) {
-      (void)eventfd_write(mStop, 1);
-      mThread.join();
-    }
-    mState->mCall = nullptr;
-    if (mSignals >= 0) close(mSignals);
-    if (mStop >= 0) close(mStop);
-  }
-
- private:
-  struct State {
-    std::function<void(int)> mCall;        // main thread
-    std::atomic<bool> mIsWaiting = false;  // a call has been dispatched and has not begun
-  };
-
-  class Call final : public nsImplements<Call, nsIRunnable> {
-   public:
-    Call(std::shared_ptr<State> aState, int aSignal)
-        : mState(std::move(aState)), mSignal(aSignal) {}
-    nsresult Run() override {
-      mState->mIsWaiting = false;
-      if (mState->mCall) mState->mCall(mSignal);
-      return NS_OK;
-    }
-
-   private:
-    ~Call() override = default;
-    const std::shared_ptr<State> mState;
-    const int mSignal;
-  };
-
-  bool Start() {
-    try {
-      mThread = std::thread([this] { Watch(); });
-    } catch (const std::system_error&) {
-      return false;
-    }
-    return true;
-  }
-
-  void Watch() {
-    std::chrono::steady_clock::time_point first;
-    for (;;) {
-      pollfd fds[] = {{mSignals, POLLIN, 0}, {mStop, POLLIN, 0}};
-      if (poll(fds, 2, -1) < 0) continue;
-      if (fds[1].revents) return;
-      signalfd_siginfo info;
-      if (read(mSignals, &info, sizeof info) != sizeof info) continue;
-      const int number = static_cast<int>(info.ssi_signo);
-      const auto now = std::chrono::steady_clock::now();
-      if (!mState->mIsWaiting.exchange(true)) {
-        first = now;
-        (void)NS_DispatchToMainThread(MakeRefCounted<Call>(mState, number).get(),
-                                      NS_DISPATCH_NORMAL);
-      } else if (now - first >= std::chrono::seconds(2)) {
-        const sigset_t signals = Signals();
-        (void)signal(number, SIG_DFL);
-        (void)pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
-        (void)raise(number);
-      }
-    }
-  }
-
-  static sigset_t Signals() {
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGTERM);
-    return signals;
-  }
-
-  const std::shared_ptr<State> mState;
-  int mSignals = -1, mStop = -1;
-  std::thread mThread;
-};
-
 int RunScript(nsHost& aHost, nsScriptHost& aScript, const nsCommandLine& aLine,
               const std::filesystem::path& aShare) {
   // The picture listens from before the machine is looked at.
   if (aLine.mTask != Task::ePicture) (void)aHost.StartProfile();
-  const SignalWatch signals([&](int) { aScript.Quit(0); });
+  const nsSignalWatch signals([&](int) { aScript.Quit(0); });
   // Nobody reads the changes any more. An application may have other things to do.
   std::unique_ptr<nsFdWatch> reader;
-  struct stat output;
-  if ((aLine.mTask == Task::eWatch || aLine.mFollow) && fstat(STDOUT_FILENO, &output) == 0 &&
-      S_ISFIFO(output.st_mode)) {
+  const int output = vorel::process::OutputPipe();
+  if ((aLine.mTask == Task::eWatch || aLine.mFollow) && output >= 0) {
     nsCOMPtr<nsIThread> mainThread;
     (void)NS_GetMainThread(mainThread.getter_AddRefs());
     (void)nsFdWatch::Start(
-        STDOUT_FILENO, mainThread.get(), [&] { aScript.Quit(kFailure); }, &reader);
+        output, mainThread.get(), [&] { aScript.Quit(kFailure); }, &reader);
   }
   nsresult rv;
   if (aLine.mTask == Task::eEvaluate) {
@@ -250,7 +133,7 @@ int RunScript(nsHost& aHost, nsScriptHost& aScript, const nsCommandLine& aLine,
   if (aLine.mTask == Task::ePicture && NS_SUCCEEDED(rv)) (void)aHost.StartProfile();
   std::unique_ptr<nsStandardStreams> streams;
   if (aLine.mTask == Task::eSerial && NS_SUCCEEDED(rv) && !aScript.HasQuit())
-    rv = nsStandardStreams::Start(isatty(STDIN_FILENO) && isatty(STDOUT_FILENO), &streams);
+    rv = nsStandardStreams::Start(vorel::process::IsInteractive(), &streams);
   const int status = NS_FAILED(rv) && !aScript.HasQuit() ? kFailure : aScript.RunUntilDone();
   return Flushed(status);
 }
@@ -259,7 +142,7 @@ int RunShell(nsHost& aHost, nsScriptHost& aScript) {
   (void)aHost.StartProfile();
   const std::string& profile = aHost.Options().mProfileDirectory;
   nsShell shell(aScript, profile.empty() ? "" : profile + "/shell-history");
-  const SignalWatch signals([&](int aSignal) {
+  const nsSignalWatch signals([&](int aSignal) {
     if (aSignal != SIGINT || !shell.ClearLine()) aScript.Quit(0);
   });
   return Flushed(shell.Run());
@@ -289,6 +172,7 @@ int Run(const nsCommandLine& aLine) {
   options.mProfileReadOnly = isLook;
   if (options.mProfileDirectory.empty() && !isLook)
     std::cerr << "vorel: there is neither --profile nor a home directory: settings are not kept\n";
+  options.mModules = {&nsScriptHost::Module()};
   options.mManifests = {(share / "vorel.manifest").string()};
   if (aLine.mTask == Task::eTv) options.mManifests.push_back((share / "tools.manifest").string());
   options.mHasNetwork = aLine.mMachineFile.empty();  // a simulated machine has one of its own
@@ -297,7 +181,7 @@ int Run(const nsCommandLine& aLine) {
     options.mLogLevels.emplace_back(name, Severity(level));
   options.mCommandLine = aLine.mArguments;
 
-  SignalWatch::Block();
+  nsSignalWatch::Block();
   nsHost host;
   if (NS_FAILED(host.Start(options))) return Complain(kFailure, host.Error());
 
@@ -308,12 +192,12 @@ int Run(const nsCommandLine& aLine) {
     if (aLine.mTask == Task::eWatch) scriptOptions.mArguments = aLine.mWatchOptions;
     if (aLine.mJson) scriptOptions.mArguments.push_back("--json");
     if (aLine.mFollow) scriptOptions.mArguments.push_back("--watch");
-    if (isatty(STDOUT_FILENO)) scriptOptions.mArguments.push_back("--colours");
+    if (vorel::process::IsTerminal()) scriptOptions.mArguments.push_back("--colours");
     if (aLine.mTask == Task::eWatch) {
       scriptOptions.mArguments.emplace_back("--");
       std::ranges::copy(aLine.mArguments, std::back_inserter(scriptOptions.mArguments));
     }
-    if (aLine.mTask == Task::eSerial && isatty(STDIN_FILENO) && isatty(STDOUT_FILENO))
+    if (aLine.mTask == Task::eSerial && vorel::process::IsInteractive())
       scriptOptions.mArguments.push_back("--interactive");
     scriptOptions.mEndsWithOutput = true;
   }
@@ -330,8 +214,7 @@ int Run(const nsCommandLine& aLine) {
 }  // namespace
 
 int main(int aCount, char** aArguments) {
-  TakeClosedDescriptors();
-  (void)signal(SIGPIPE, SIG_IGN);
+  vorel::process::Prepare();
   nsCommandLine line;
   std::string error;
   if (!nsCommandLine::Parse({aArguments + 1, aArguments + aCount}, &line, &error))

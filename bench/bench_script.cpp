@@ -25,7 +25,9 @@ nsScriptHost* Scripts() {
   static nsHost sHost;
   static const std::unique_ptr<nsScriptHost> sScripts = [] {
     std::string error;
-    if (NS_FAILED(sHost.Start({}))) error = sHost.Error();
+    nsHostOptions options;
+    options.mModules = {&nsScriptHost::Module()};
+    if (NS_FAILED(sHost.Start(options))) error = sHost.Error();
     auto scripts = error.empty() ? nsScriptHost::Create({}, &error) : nullptr;
     if (!scripts) std::cerr << error << "\n";
     if (scripts)

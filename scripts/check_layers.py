@@ -54,7 +54,7 @@ MAY = {
     "host": BASIC | {"threads", "embedding", "native", "host"},
     "bridge": BASIC | {"threads", "embedding", "host", "bridge"},
     "engine": BASIC | {"threads", "embedding", "host", "bridge", "engine"},
-    "program": BASIC | {"threads", "public", "embedding", "bindings", "program"},
+    "program": BASIC | {"threads", "native", "public", "embedding", "bindings", "program"},
 }
 
 
@@ -88,12 +88,14 @@ STANDARD = set(
     string string_view system_error thread tuple type_traits typeindex typeinfo unordered_map unordered_set utility
     valarray variant vector version""".split()
 )
-ONLY_STANDARD = {"platform", "public", "glue", "threads", "base", "room", "module", "simulated", "bindings", "embedding"}
+ONLY_STANDARD = {"platform", "public", "glue", "threads", "base", "room", "module", "simulated", "bindings", "embedding", "host",
+                 "bridge", "program"}
 NSPR = re.compile(r"(nspr/)?(pr|pl)\w+\.h$")
 MORE = {  # beside the standard library
     "glue": NSPR,
     "threads": NSPR,
     "module": NSPR,
+    "host": re.compile(r"((nspr/)?(pr|pl)\w+|spdlog/.+|fmt/\w+|fontconfig/fontconfig)\.h$|nlohmann/json\.hpp$"),
     "base": re.compile(r"(nspr/)?(pr|pl)\w+\.h$"),
     "room": re.compile(r"((nspr/)?(pr|pl)\w+|ft2build)\.h$"),
     "adapters/digitaltv/ts": re.compile(r"immintrin\.h$"),  # what the processor has, not the system
@@ -132,9 +134,11 @@ def main(root):
                 why = "the script engine is seen in host/script/mozjs only"
             elif quoted:
                 theirs = where.get(base, "platform")  # made by the build: a platform interface
-                if not may_use(mine, theirs, base.startswith("nsPlatform")):
+                if mine == "host" and base == "nsScriptHost.h":
+                    why = "the host does not call the bridge"
+                elif not may_use(mine, theirs, base.startswith("nsPlatform")):
                     why = f"{mine} may not use {theirs}"
-            elif kind in ONLY_STANDARD and name not in STANDARD and not any(MORE[k].match(name) for k in (mine, kind) if k in MORE):
+            elif kind in ONLY_STANDARD and not PLATFORMS & set(path.parts) and name not in STANDARD and not any(MORE[k].match(name) for k in (mine, kind) if k in MORE):
                 why = f"{mine} may not see this header"
             if why:
                 print(f"{path}:{number}: {line.strip()}: {why}")

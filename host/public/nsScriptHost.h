@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "Module.h"
 #include "nsError.h"
 #include "nsScriptTable.h"
 
@@ -84,8 +85,8 @@ class __attribute__((visibility("default"))) nsScriptHost {
   /// with true before, with false after it. Empty: no more.
   void SetAroundOutput(std::function<void(bool)> aFunction);
 
-  /// To be called when the system's time zone has changed: Date sees the new one from then on.
-  static void TimeZoneChanged();
+  /// The classes that the bridge brings: to be given to the host with nsHostOptions::mModules.
+  static const vorel::Module& Module();
 
  private:
   nsScriptHost();

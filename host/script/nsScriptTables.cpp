@@ -6,6 +6,7 @@
 #include "nsIHostDocument.h"
 #include "nsILoadGroup.h"
 #include "nsIURI.h"
+#include "nsScriptHost.h"
 
 namespace {
 
@@ -100,4 +101,12 @@ std::string_view nsScriptTables::Declarations() { return TheTables().mDeclaratio
 std::string_view nsScriptTables::Comment(std::string_view aInterface, std::string_view aOperation) {
   const auto found = TheTables().mComments.find({aInterface, aOperation});
   return found == TheTables().mComments.end() ? std::string_view() : found->second;
+}
+
+void nsScriptHost::AddInterfaces(std::span<const nsScriptInterface* const> aInterfaces,
+                                 std::span<const nsScriptComment> aComments,
+                                 std::string_view aDeclarations) {
+  nsScriptTables::Add(aInterfaces);
+  nsScriptTables::AddDeclarations(aDeclarations);
+  nsScriptTables::AddComments(aComments);
 }

@@ -10,15 +10,8 @@
 
 #include "nsScriptEngine.h"
 #include "nsScriptErrors.h"
+#include "nsScriptModule.h"
 #include "nsScriptRuntime.h"
-
-void nsScriptHost::AddInterfaces(std::span<const nsScriptInterface* const> aInterfaces,
-                                 std::span<const nsScriptComment> aComments,
-                                 std::string_view aDeclarations) {
-  nsScriptTables::Add(aInterfaces);
-  nsScriptTables::AddDeclarations(aDeclarations);
-  nsScriptTables::AddComments(aComments);
-}
 
 std::unique_ptr<nsScriptHost> nsScriptHost::Create(const nsScriptOptions& aOptions,
                                                    std::string* aError) {
@@ -139,9 +132,6 @@ void nsScriptHost::SetAroundOutput(std::function<void(bool)> aFunction) {
     runtime->mAroundOutput = std::move(aFunction);
 }
 
-void nsScriptHost::TimeZoneChanged() {
-  // Without an engine there is nothing to forget.
-  if (nsScriptRuntime::Current()) JS_ClearDateCaches(nullptr);
-}
+const vorel::Module& nsScriptHost::Module() { return kScriptModule; }
 
 void JS_ClearDateCaches(JSContext*) { JS::ResetTimeZone(); }

@@ -1,6 +1,5 @@
 #include "nsScriptModule.h"
 
-#include "Module.h"
 #include "nsConvert.h"
 #include "nsIXPConnect.h"
 #include "nsIXPConnectJSObjectHolder.h"
@@ -118,6 +117,5 @@ nsCOMPtr<nsIDOMScriptObjectFactory> NS_NewScriptObjectFactory(nsNamedInterface* 
   return MakeRefCounted<ScriptObjectFactory>(aName).get();
 }
 
-extern const vorel::Module kScriptModule;
 const vorel::Module kScriptModule = {
     vorel::Module::kVersion, kCIDs, kContracts, kCategories, nullptr, nullptr, nullptr};

@@ -1,6 +1,7 @@
 #include "nsScriptRuntime.h"
 
 #include <js/CompilationAndEvaluation.h>
+#include <js/Date.h>
 #include <js/ErrorReport.h>
 #include <js/Exception.h>
 #include <js/GCAPI.h>
@@ -58,17 +59,20 @@ struct Engine {
   const bool mUp;
 };
 
-constexpr std::string_view kQuitTopic = "quit-application", kEndTopic = "xpcom-shutdown-threads";
+constexpr std::string_view kQuitTopic = "quit-application", kEndTopic = "xpcom-shutdown-threads",
+                           kZoneTopic = "system-timezone-changed";
 
-/// Ends scripts when the host ends. Any script can find it and send it anything, so that the host
-/// is asked whether it is so.
-class EndObserver final : public nsImplements<EndObserver, nsIObserver> {
+/// Ends scripts when the host ends, and lets Date see a new time zone. Any script can find it and
+/// send it anything, so that the host is asked whether it is so.
+class HostObserver final : public nsImplements<HostObserver, nsIObserver> {
  public:
   nsresult Observe(nsISupports*, const char* aTopic, const char16_t*) override {
     nsScriptRuntime* const runtime = nsScriptRuntime::Current();
     if (!runtime || !aTopic) return NS_OK;
     const nsHost* const host = nsHost::Current();
-    if (aTopic == kQuitTopic)
+    if (aTopic == kZoneTopic)
+      JS::ResetTimeZone();
+    else if (aTopic == kQuitTopic)
       runtime->Quit(runtime->mStatus);
     else if (aTopic == kEndTopic && host && host->IsStopping() && !runtime->IsInUse())
       nsScriptRuntime::Shutdown();
@@ -76,10 +80,10 @@ class EndObserver final : public nsImplements<EndObserver, nsIObserver> {
   }
 
  private:
-  ~EndObserver() override = default;
+  ~HostObserver() override = default;
 };
 
-constexpr const char* kTopics[] = {kQuitTopic.data(), kEndTopic.data()};
+constexpr const char* kTopics[] = {kQuitTopic.data(), kEndTopic.data(), kZoneTopic.data()};
 
 /// What quit() cuts short stays so, whatever compiled code on the stack makes of it.
 bool StopInterrupted(JSContext* cx) {
@@ -149,7 +153,7 @@ bool nsScriptRuntime::Init(std::string* aError) {
     return false;
   }
   if (const auto observers = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID)) {
-    mObserver = MakeRefCounted<EndObserver>().get();
+    mObserver = MakeRefCounted<HostObserver>().get();
     for (const char* topic : kTopics) (void)observers->AddObserver(mObserver.get(), topic, false);
   }
   return true;

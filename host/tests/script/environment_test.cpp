@@ -1,4 +1,5 @@
 // What script finds around it: timers, promises, modules, files, the end.
+#include "nsScriptEngine.h"
 #include "nsScriptTest.h"
 
 namespace {
@@ -161,13 +162,13 @@ TEST_F(ScriptEnvironment, CompletionCallsOrMissesMembers) {
 TEST_F(ScriptEnvironment, TimeZoneIsTheOldOne) {
   const std::string old = getenv("TZ") ? getenv("TZ") : "";
   setenv("TZ", "Asia/Tokyo", 1);
-  nsScriptHost::TimeZoneChanged();
+  JS_ClearDateCaches(nullptr);
   EXPECT_EQ("-540", Run("new Date(0).getTimezoneOffset()"));
   setenv("TZ", "America/Bogota", 1);
-  nsScriptHost::TimeZoneChanged();
+  JS_ClearDateCaches(nullptr);
   EXPECT_EQ("300", Run("new Date(0).getTimezoneOffset()"));
   old.empty() ? unsetenv("TZ") : setenv("TZ", old.c_str(), 1);
-  nsScriptHost::TimeZoneChanged();
+  JS_ClearDateCaches(nullptr);
 }
 
 TEST_F(ScriptEnvironment, SecondStartFindsTheFirst) {

@@ -21,7 +21,8 @@ class nsScriptTest : public nsHostTest {
         .Category("JavaScript-global-constructor", "TestThing", "@test/thing;1")
         .Category("JavaScript-DOM-interface", "TestThing", "a0000000-0000-4000-8000-000000000003")
         .Category("JavaScript-DOM-interface", "TestExtra", "a0000000-0000-4000-8000-000000000004");
-    mOptions.mModules.push_back(&mModule.Record());
+    for (const vorel::Module* module : {&nsScriptHost::Module(), &std::as_const(mModule.Record())})
+      mOptions.mModules.push_back(module);
   }
   ~nsScriptTest() override { Stop(); }
 

@@ -1,6 +1,6 @@
 #include "nsAppInfo.h"
 
-#include <sys/utsname.h>
+#include <prsystem.h>
 
 #include <map>
 #include <string_view>
@@ -58,6 +58,6 @@ nsAppInfo nsAppInfo::Read(const std::string& aDirectory) {
 }
 
 std::string NS_OSVersion() {
-  utsname names;
-  return ::uname(&names) == 0 ? names.release : "";
+  char release[256];
+  return PR_GetSystemInfo(PR_SI_RELEASE, release, sizeof release) == PR_SUCCESS ? release : "";
 }

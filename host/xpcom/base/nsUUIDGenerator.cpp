@@ -1,6 +1,6 @@
 #include "nsUUIDGenerator.h"
 
-#include <sys/random.h>
+#include <prrng.h>
 
 #include <new>
 
@@ -9,7 +9,7 @@
 nsresult nsUUIDGenerator::GenerateUUIDInPlace(nsID* aId) {
   if (!aId) return NS_ERROR_NULL_POINTER;
   nsID id;
-  if (getrandom(&id, sizeof id, 0) != sizeof id) return NS_ERROR_NOT_AVAILABLE;
+  if (PR_GetRandomNoise(&id, sizeof id) != sizeof id) return NS_ERROR_NOT_AVAILABLE;
   id.m2 = static_cast<uint16_t>((id.m2 & 0x0FFF) | 0x4000);
   id.m3[0] = static_cast<uint8_t>((id.m3[0] & 0x3F) | 0x80);
   *aId = id;

@@ -1,6 +1,9 @@
 #include "nsKnownModule.h"
 
-#include <dlfcn.h>
+#include <prerror.h>
+#include <prlink.h>
+
+#include <algorithm>
 
 #include "nsHostMessage.h"
 #include "nsImplements.h"
@@ -24,24 +27,28 @@ class nsGenericFactory final : public nsImplements<nsGenericFactory, nsIFactory>
 
 }  // namespace
 
-nsKnownModule::nsKnownModule(const vorel::Module& aRecord, std::string aName, void* aLibrary)
+nsKnownModule::nsKnownModule(const vorel::Module& aRecord, std::string aName, PRLibrary* aLibrary)
     : mRecord(aRecord),
       mName(std::move(aName)),
       mLibrary(aLibrary),
       mState(aRecord.loadProc ? eNotLoaded : eLoaded) {}
 
 nsKnownModule::~nsKnownModule() {
-  if (mLibrary) dlclose(mLibrary);
+  if (mLibrary) (void)PR_UnloadLibrary(mLibrary);
 }
 
 std::unique_ptr<nsKnownModule> nsKnownModule::Open(const std::string& aPath, std::string* aError) {
-  void* const library = dlopen(aPath.c_str(), RTLD_NOW | RTLD_LOCAL);
+  const PRLibSpec place{.type = PR_LibSpec_Pathname, .value = {.pathname = aPath.c_str()}};
+  PRLibrary* const library = PR_LoadLibraryWithFlags(place, PR_LD_NOW | PR_LD_LOCAL);
   if (!library) {
-    *aError = dlerror();
+    std::string why(static_cast<size_t>(std::max(PR_GetErrorTextLength(), 0)) + 1, '\0');
+    why.resize(static_cast<size_t>(std::max(PR_GetErrorText(why.data()), 0)));
+    *aError = why.empty() ? aPath + " can't be loaded" : why;
     return nullptr;
   }
   // The symbol is a pointer to the record.
-  const auto* const symbol = static_cast<const vorel::Module* const*>(dlsym(library, "NSModule"));
+  const auto* const symbol =
+      static_cast<const vorel::Module* const*>(PR_FindSymbol(library, "NSModule"));
   if (!symbol || !*symbol)
     *aError = aPath + " exports no NSModule";
   else if ((*symbol)->mVersion != vorel::Module::kVersion)
@@ -49,7 +56,7 @@ std::unique_ptr<nsKnownModule> nsKnownModule::Open(const std::string& aPath, std
               ", not " + std::to_string(vorel::Module::kVersion);
   else
     return std::make_unique<nsKnownModule>(**symbol, aPath, library);
-  dlclose(library);
+  (void)PR_UnloadLibrary(library);
   return nullptr;
 }
 

@@ -1,6 +1,8 @@
 // A module record that the component manager knows, and, where it came from a file, its library.
 #pragma once
 
+#include <prlink.h>
+
 #include <atomic>
 #include <string>
 #include <thread>
@@ -12,7 +14,7 @@
 class nsKnownModule {
  public:
   /// aLibrary, of dlopen, is closed with this; null for a record in memory.
-  nsKnownModule(const vorel::Module& aRecord, std::string aName, void* aLibrary);
+  nsKnownModule(const vorel::Module& aRecord, std::string aName, PRLibrary* aLibrary);
   nsKnownModule(const nsKnownModule&) = delete;
   nsKnownModule& operator=(const nsKnownModule&) = delete;
   ~nsKnownModule();
@@ -38,6 +40,6 @@ class nsKnownModule {
 
   const vorel::Module& mRecord;
   const std::string mName;
-  void* const mLibrary;
+  PRLibrary* const mLibrary;
   std::atomic<State> mState;  // written on the main thread only
 };

@@ -1,7 +1,6 @@
 // Files and directories, "@mozilla.org/file/local;1".
 #pragma once
 
-#include <sys/stat.h>
 #include <string>
 #include <string_view>
 
@@ -126,7 +125,7 @@ class nsLocalFile final : public nsImplements<nsLocalFile, nsILocalFile> {
   nsresult InitWith(std::string_view aPath);
   nsresult Target(std::string* aTarget);
   nsresult Stat(struct stat* aStat, bool aOfLink);
-  nsresult IsKind(mode_t aKind, bool aOfLink, bool* aResult);
+  nsresult IsKind(unsigned aKind, bool aOfLink, bool* aResult);
   nsresult IsAccessible(int aMode, bool* aResult);
   nsresult GetTime(int64_t* aTime, bool aOfLink);
   nsresult SetTime(int64_t aTime, bool aOfLink);

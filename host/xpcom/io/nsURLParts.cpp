@@ -1,6 +1,6 @@
 #include "nsURLParts.h"
 
-#include <arpa/inet.h>
+#include <prnetdb.h>
 
 #include <algorithm>
 #include <charconv>
@@ -41,9 +41,10 @@ std::string EscapeForbidden(std::string_view aText) {
 
 bool IsHost(const std::string& aHost) {
   if (aHost.starts_with('[')) {
-    in6_addr address;
-    return aHost.ends_with(']') &&
-           inet_pton(AF_INET6, aHost.substr(1, aHost.size() - 2).c_str(), &address) == 1;
+    PRNetAddr address;
+    return aHost.ends_with(']') && aHost.find_first_of(std::string_view("%\0", 2)) == aHost.npos &&
+           PR_StringToNetAddr(aHost.substr(1, aHost.size() - 2).c_str(), &address) == PR_SUCCESS &&
+           PR_NetAddrFamily(&address) == PR_AF_INET6;
   }
   return std::none_of(aHost.begin(), aHost.end(), [](char aChar) {
     return static_cast<unsigned char>(aChar) <= 0x20 || aChar == 0x7F ||

@@ -11,7 +11,6 @@
 
 #include "nsConstructors.h"
 #include "nsIObserverService.h"
-#include "nsScriptHost.h"
 #include "nsServices.h"
 #include "nsString.h"
 
@@ -47,7 +46,6 @@ nsresult nsZoneWatcher::Observe(nsISupports*, const char* aTopic, const char16_t
   // new one.
   if (!FollowsMachine(name)) GoBy(name);
   tzset();
-  nsScriptHost::TimeZoneChanged();
   return NS_OK;
 }
 

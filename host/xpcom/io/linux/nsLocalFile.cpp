@@ -4,6 +4,7 @@
 #include <prerror.h>
 #include <prio.h>
 #include <prlink.h>
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
@@ -289,7 +290,7 @@ nsresult nsLocalFile::Stat(struct stat* aStat, bool aOfLink) {
   return failed ? NS_LastResult() : NS_OK;
 }
 
-nsresult nsLocalFile::IsKind(mode_t aKind, bool aOfLink, bool* aResult) {
+nsresult nsLocalFile::IsKind(unsigned aKind, bool aOfLink, bool* aResult) {
   if (!aResult) return NS_ERROR_NULL_POINTER;
   struct stat facts;
   const nsresult rv = Stat(&facts, aOfLink);

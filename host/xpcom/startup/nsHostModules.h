@@ -7,7 +7,6 @@
 extern const vorel::Module kBaseModule;  // base, components, ds
 extern const vorel::Module kNetworkModule;
 extern const vorel::Module kPrefsModule;
-extern const vorel::Module kScriptModule;
 
 struct nsHostModule {
   const char* mName;

@@ -93,7 +93,6 @@ const nsHostModule kHostModules[] = {
     {"io", &kIOModule},
     {"prefs", &kPrefsModule},
     {"network", &kNetworkModule},
-    {"script", &kScriptModule},
     {"zone", &kZoneModule},
     {"gfx", &kGfxModule},
     {nullptr, nullptr},
