@@ -283,8 +283,7 @@ nsresult nsSerialInputStream::ReadString(nsAString& aResult) {
 nsresult nsSerialInputStream::ReadBytes(uint32_t aLength, char** aString) {
   // One more, so that what is handed out is closed by a zero; and zeros, since mode 2 counts bytes
   // that it has not read.
-  char* const s =
-      aLength <= kLongestRead ? static_cast<char*>(PR_Calloc(1, size_t{aLength} + 1)) : nullptr;
+  char* const s = aLength <= kLongestRead ? static_cast<char*>(PR_Calloc(1, aLength + 1)) : nullptr;
   NS_ENSURE_TRUE(s, NS_ERROR_OUT_OF_MEMORY);
   std::unique_ptr<char, decltype(&PR_Free)> owner(s, PR_Free);
   uint32_t bytesRead = 0;
