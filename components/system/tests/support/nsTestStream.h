@@ -1,6 +1,7 @@
 // Transport streams made by hand, byte by byte: sections, and packets that carry them.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <span>
@@ -84,7 +85,7 @@ class Stream {
     }
     for (size_t at = 0, next = 0; at < all.size();) {
       while (next < starts.size() && starts[next] < at) ++next;
-      const bool begins = next < starts.size() && starts[next] < at + 183;
+      const bool begins = next < starts.size() && starts[next] <= at + 183;
       const size_t count = std::min(all.size() - at, begins ? size_t{183} : size_t{184});
       Bytes payload;
       if (begins) payload.push_back(static_cast<uint8_t>(starts[next] - at));
