@@ -470,22 +470,23 @@ TEST_F(NativeWatchDeathTest, UnreadableDirectoryEndsTheWatch) {
           const uid_t nobody = 65534;
           for (const char* name : {"", "closed", "open"})
             if (chown((root / name).c_str(), nobody, nobody) != 0) return 2;
-          if (setuid(nobody) != 0) return 2;
-          fs::permissions(root / "closed", fs::perms::none);
-          WithReader(root.Path(), [&](nsReaderThread& aThread) {
-            nsTemporaryDirectory::Write(root / "open/file");
-            EXPECT_TRUE(aThread.Await([](const nsReaderThread::Names& aNames) {
-              return aNames.contains(u"open/file") || aNames.contains(u"open/.");
-            }));
-            fs::permissions(root / "closed", fs::perms::owner_all);
-            EXPECT_TRUE(aThread.AwaitName(u"closed"));
-            nsTemporaryDirectory::Write(root / "closed/file");
-            EXPECT_TRUE(aThread.AwaitName(u"closed/file")) << "it is readable now";
-          });
-          // Its own place in the parent may be the parent's owner's to take away.
-          std::error_code error;
-          fs::remove_all(root.Path(), error);
-          return 0;
+          // In a process of its own: who made the directory has to take it away.
+          const pid_t user = fork();
+          if (user == 0) {
+            if (setuid(nobody) != 0) _exit(2);
+            fs::permissions(root / "closed", fs::perms::none);
+            WithReader(root.Path(), [&](nsReaderThread& aThread) {
+              nsTemporaryDirectory::Write(root / "open/file");
+              EXPECT_TRUE(aThread.AwaitName(u"open/file"));
+              fs::permissions(root / "closed", fs::perms::owner_all);
+              EXPECT_TRUE(aThread.AwaitName(u"closed"));
+              nsTemporaryDirectory::Write(root / "closed/file");
+              EXPECT_TRUE(aThread.AwaitName(u"closed/file")) << "it is readable now";
+            });
+            _exit(HasFailure() ? 1 : 0);
+          }
+          int status = 0;
+          return waitpid(user, &status, 0) == user && WIFEXITED(status) ? WEXITSTATUS(status) : 2;
         });
       },
       testing::ExitedWithCode(0), "");
