@@ -65,9 +65,11 @@ class __attribute__((visibility("default"))) nsHost {
   /// and Error says why.
   nsresult Start(const nsHostOptions& aOptions);
   /// Reads the profile's preferences and announces the profile: "profile-do-change",
-  /// "load-extension-defaults", "profile-after-change", its category, "profile-initial-state",
-  /// "final-ui-startup". NS_ERROR_NOT_INITIALIZED before Start; NS_ERROR_ALREADY_INITIALIZED the
-  /// second time.
+  /// "load-extension-defaults", "vorel-application-start" (not when the profile is only read),
+  /// "profile-after-change", its category, "profile-initial-state", "final-ui-startup", and
+  /// "xul-window-registered" with a window of its own that shows nothing: the system's messages to
+  /// windows come to it, with or without a screen. NS_ERROR_NOT_INITIALIZED before Start;
+  /// NS_ERROR_ALREADY_INITIALIZED the second time.
   nsresult StartProfile();
   /// Runs the main thread's events until somebody quits; at once back when that has happened
   /// already. NS_ERROR_NOT_INITIALIZED before Start.

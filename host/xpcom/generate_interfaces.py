@@ -91,6 +91,18 @@ def header(interface):
     return "\n".join(out)
 
 
+def skeleton(interface):
+    """A base that answers all operations with NS_ERROR_NOT_IMPLEMENTED, for classes that have few of them."""
+    out = [f"// {interface.name} of which a class implements only what it has.", "#pragma once", "",
+           f'#include "{interface.name}.h"', "",
+           "/// Implements is the class's nsImplements<...>, or another skeleton.",
+           "template <class Implements>", f"class {interface.name}Skeleton : public Implements {{", " public:"]
+    for o in interface.operations:
+        answer = {"nsresult": "return NS_ERROR_NOT_IMPLEMENTED;", "void": ""}.get(o.result, "return {};")
+        out.append(f"  {o.result} {o.name}({', '.join(t for t, _, _ in o.arguments)}) override {{ {answer} }}")
+    return "\n".join([*out, "};", ""])
+
+
 def main(arguments):
     if len(arguments) != 2:
         sys.exit(__doc__)
@@ -100,9 +112,13 @@ def main(arguments):
     directory = pathlib.Path(arguments[1])
     directory.mkdir(parents=True, exist_ok=True)
     for interface in parse(arguments[0]).values():
-        file, text = directory / f"{interface.name}.h", header(interface)
-        if not file.exists() or file.read_text() != text:
-            file.write_text(text)
+        files = {f"{interface.name}.h": header(interface)}
+        if "skeleton" in interface.flags:
+            files[f"{interface.name}Skeleton.h"] = skeleton(interface)
+        for name, text in files.items():
+            file = directory / name
+            if not file.exists() or file.read_text() != text:
+                file.write_text(text)
 
 
 if __name__ == "__main__":

@@ -56,14 +56,16 @@ TEST_F(HostSteps, TopicsComeInAnotherOrder) {
   mModule.Category("profile-after-change", "One", "a");
   StartWithModule();
   Observe({"profile-after-change", "profile-do-change", "load-extension-defaults",
-           "profile-initial-state", "final-ui-startup", "quit-application-granted",
-           "quit-application", "profile-before-change", "profile-change-teardown",
-           "profile-change-net-teardown", "xpcom-shutdown-threads", "xpcom-shutdown",
-           "xpcom-will-shutdown", "xpcom-shutdown-loaders"});
+           "profile-initial-state", "final-ui-startup", "vorel-application-start",
+           "xul-window-registered", "quit-application-granted", "quit-application",
+           "profile-before-change", "profile-change-teardown", "profile-change-net-teardown",
+           "xpcom-shutdown-threads", "xpcom-shutdown", "xpcom-will-shutdown",
+           "xpcom-shutdown-loaders"});
   ASSERT_EQ(NS_OK, mHost.StartProfile());
   EXPECT_EQ((Strings{"profile-do-change startup", "load-extension-defaults -",
-                     "profile-after-change startup", "made", "profile-after-change ",
-                     "profile-initial-state -", "final-ui-startup -"}),
+                     "vorel-application-start -", "profile-after-change startup", "made",
+                     "profile-after-change ", "profile-initial-state -", "final-ui-startup -",
+                     "xul-window-registered - ?"}),
             mEvents);
   EXPECT_EQ(NS_ERROR_ALREADY_INITIALIZED, mHost.StartProfile());
   mEvents.clear();

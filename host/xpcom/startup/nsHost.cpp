@@ -7,6 +7,7 @@
 #include "nsCrashReporter.h"
 #include "nsHostMessage.h"
 #include "nsHostModules.h"
+#include "nsHostWindow.h"
 #include "nsICrashReporter.h"
 #include "nsILocalFile.h"
 #include "nsILog4.h"
@@ -76,6 +77,7 @@ class nsHost::Impl {
   nsCOMPtr<nsComponentManager> mManager;
   nsCOMPtr<nsObserverService> mObservers;
   nsCOMPtr<nsPrefService> mPrefs;
+  nsCOMPtr<nsHostWindow> mWindow;
   nsProfileLock mProfileLock;
   bool mProfileStarted = false;
   bool mLeavesRun = false;
@@ -200,11 +202,15 @@ nsresult nsHost::Impl::StartProfile() {
                                  mOptions.mProfileReadOnly);
   Notify("profile-do-change", u"startup");
   Notify("load-extension-defaults");
+  // Not for a mere look at the machine, which leaves everything as it is.
+  if (!mOptions.mProfileReadOnly) Notify("vorel-application-start");
   Notify("profile-after-change", u"startup");
   TellCategory("profile-after-change", u"", false);
   Notify("profile-initial-state");
   Notify("final-ui-startup");
   if (!mOptions.mProfileReadOnly) TellCrashReports();
+  mWindow = MakeRefCounted<nsHostWindow>();
+  Notify("xul-window-registered", nullptr, static_cast<nsIXULWindow*>(mWindow.get()));
   return NS_OK;
 }
 
@@ -258,6 +264,7 @@ void nsHost::Impl::Stop() {
   ProcessPendingEvents();
   Notify("xpcom-shutdown-threads");
   nsThreadManager::get().Shutdown();
+  mWindow = nullptr;
   mPrefs->Prefs().Shutdown();
   mPrefs = nullptr;
 
