@@ -65,7 +65,7 @@ def may_use(mine, theirs, is_port):
     if mine.startswith("native "):
         room = mine.removeprefix("native ")
         allowed = MAY["backend"]
-        if is_port and theirs in ("base", room):
+        if is_port and (theirs in ("base", room) or room == "base/discovery"):
             return True
     else:
         allowed = MAY.get(mine) or MAY["room"]

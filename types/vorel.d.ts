@@ -1118,6 +1118,65 @@ interface nsISystemAdapterDigitalTvReceiver extends nsISystemAdapter {
 }
 
 /**
+ * Each output with a display has two of these. The live adapter stands in the manager's list and
+ * tells what is in force; a change is made at once, and stored. The registered view, which the
+ * live adapter hands out, reads and writes what is stored: a change there leaves the screen alone
+ * until the next reset, which is the next session of the display server.
+ *
+ * The system path is the output's name in the system ("\\.\DISPLAY1"), and the label names the
+ * display for people.
+ *
+ * What an adapter tells is read on first use and then kept: the live adapter's is renewed when the
+ * displays change, a view's is not. Main thread, except that GetRegistered, power mode, position
+ * and rotation may be used from any.
+ *
+ * A reading that fails is NS_ERROR_FAILURE for the operation that caused it; from then on numbers
+ * are 0, lists are empty, and position and mode are null. A change that the machine refuses is
+ * NS_ERROR_FAILURE, with nothing changed.
+ */
+interface nsISystemAdapterDisplayOutput extends nsISystemAdapter {
+  /** The registered view, always the same one. A view has a further one of its own. */
+  readonly registered: nsISystemAdapterDisplayOutput | null;
+  /** 1: on. Setting it does nothing, and succeeds: there is no link to the display for it. */
+  powerMode: number;
+  /**
+   * A clone; null, and success, when it could not be read. NS_ERROR_INVALID_ARG for null. The
+   * object that was set is kept, and is not to be changed after that.
+   */
+  position: nsISystemDisplayPosition | null;
+  /**
+   * Degrees by which the picture is turned counter-clockwise: 0, 90, 180 or 270. Anything else
+   * that is set turns it back to 0.
+   */
+  rotation: number;
+  bitsPerPixel: number;
+  /** 0, or what was last set; it means nothing. */
+  portType: number;
+  /**
+   * Percent; 0 where the display does not tell. NS_ERROR_FAILURE above 100; a contrast that is
+   * what it was is always a success.
+   */
+  brightness: number;
+  contrast: number;
+  /** Leaves the output as it is, and succeeds. */
+  readonly gammas: nsISupports | null;
+  /**
+   * The mode in force; null, and success, when it could not be read. What is set must equal one of
+   * the list: NS_ERROR_FAILURE.
+   */
+  displayMode: nsISystemDisplayMode | null;
+  /** A new array of nsISystemDisplayMode. */
+  readonly displayModesList: nsIArray;
+  /**
+   * New arrays, to be freed with NS_Free. Where the machine tells which rotations it is capable
+   * of, 0 is not listed.
+   */
+  getRotationsList(): number[];
+  getBitsPerPixelList(): number[];
+  getPortTypesList(): number[];
+}
+
+/**
  * Each interface has two of these. The live adapter stands in the manager's list and tells what is
  * in force; it refuses changes with NS_ERROR_NOT_IMPLEMENTED. The registered view, which the live
  * adapter hands out, reads and writes what is configured. Writing makes nothing come into force:
@@ -1481,6 +1540,53 @@ interface nsISystemDevice extends nsISupports {
   readonly name: string;
   /** The text for people, "mass storage". */
   readonly label: string;
+}
+
+/**
+ * Does not change. Modes belong to the display that lists them; width and height are those of the
+ * picture that is not turned. Any thread.
+ */
+interface nsISystemDisplayMode extends nsISupports {
+  /** "1920x1080 60Hz". */
+  readonly name: string;
+  /** In pixels; the larger of the two. */
+  readonly width: number;
+  readonly height: number;
+  /** In Hz, rounded as people do: 60 for 59.94. */
+  readonly frequency: number;
+  readonly interlaced: boolean;
+  /** Whether all of the above are the same; false for null. */
+  equals(other: nsISystemDisplayMode | null): boolean;
+}
+
+/**
+ * "@vorel/system/apb/displayoutput;1". Before Init everything is NS_ERROR_NOT_AVAILABLE. On an
+ * adapter that is no display the operations below are NS_ERROR_UNEXPECTED; other failures are the
+ * adapter's. Main thread.
+ */
+interface nsISystemDisplayOutputBinding extends nsISystemApplicationProfileBinding {
+  /**
+   * False while the display is on, which it always is: setting standby succeeds, and does nothing.
+   * The output is true on failure.
+   */
+  standby: boolean;
+  /** Percent. */
+  brightness: number;
+}
+
+/**
+ * The place of a display's upper left corner on the desktop that all displays share, in pixels;
+ * negative to the left of the first display and above it. One thread at a time.
+ *
+ * "@vorel/systemdisplayposition;1" is one object for all who ask for it: whoever wants a place of
+ * their own clones one.
+ */
+interface nsISystemDisplayPosition extends nsISupports {
+  clone(): nsISystemDisplayPosition | null;
+  /** Whether both coordinates are the same; false for null. */
+  equals(other: nsISystemDisplayPosition | null): boolean;
+  x: number;
+  y: number;
 }
 
 /**
@@ -1997,6 +2103,7 @@ interface nsInterfaces {
   readonly nsIIsoCountry: nsInterfaceID<nsIIsoCountry>;
   readonly nsISystemAdapter: nsInterfaceID<nsISystemAdapter>;
   readonly nsISystemAdapterDigitalTvReceiver: nsInterfaceID<nsISystemAdapterDigitalTvReceiver>;
+  readonly nsISystemAdapterDisplayOutput: nsInterfaceID<nsISystemAdapterDisplayOutput>;
   readonly nsISystemAdapterIP: nsInterfaceID<nsISystemAdapterIP>;
   readonly nsISystemAdapterLAN: nsInterfaceID<nsISystemAdapterLAN>;
   readonly nsISystemAdapterListener: nsInterfaceID<nsISystemAdapterListener>;
@@ -2009,6 +2116,9 @@ interface nsInterfaces {
   readonly nsISystemClock: nsInterfaceID<nsISystemClock>;
   readonly nsISystemConnector: nsInterfaceID<nsISystemConnector>;
   readonly nsISystemDevice: nsInterfaceID<nsISystemDevice>;
+  readonly nsISystemDisplayMode: nsInterfaceID<nsISystemDisplayMode>;
+  readonly nsISystemDisplayOutputBinding: nsInterfaceID<nsISystemDisplayOutputBinding>;
+  readonly nsISystemDisplayPosition: nsInterfaceID<nsISystemDisplayPosition>;
   readonly nsISystemFileSystemListener: nsInterfaceID<nsISystemFileSystemListener> & { readonly ERROR_ROOT_MISSING: 0; readonly ERROR_TREE: 2; readonly ERROR_ROOT_GONE: 3; };
   readonly nsISystemFileSystemListener2: nsInterfaceID<nsISystemFileSystemListener2> & { readonly ERROR_ROOT_MISSING: 0; readonly ERROR_TREE: 2; readonly ERROR_ROOT_GONE: 3; };
   readonly nsISystemFont: nsInterfaceID<nsISystemFont>;

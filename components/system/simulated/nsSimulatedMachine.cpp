@@ -2,7 +2,9 @@
 
 nsSimulatedMachine::nsSimulatedMachine()
     : mCalls(std::make_shared<nsSimulatedCalls>()),
-      mVolumes(std::make_shared<nsSimulatedVolumes>(mCalls)),
+      mWindowEvents(std::make_shared<nsSimulatedWindowEvents>(mCalls)),
+      mVolumes(std::make_shared<nsSimulatedVolumes>(mCalls, mWindowEvents)),
+      mDisplays(std::make_shared<nsSimulatedDisplays>(mCalls, mWindowEvents)),
       mFiles(std::make_shared<nsSimulatedFiles>(mCalls)),
       mDirectoryChanges(std::make_shared<nsSimulatedDirectoryChanges>(mCalls, mFiles)),
       mNetwork(std::make_shared<nsSimulatedNetwork>(mCalls)),
@@ -26,6 +28,8 @@ nsPlatformRef nsSimulatedMachine::Platform() const {
   platform->mFonts = mFonts;
   platform->mWatchdog = mWatchdog;
   platform->mHost = mHost;
+  platform->mDisplays = mDisplays;
+  platform->mWindowEvents = mWindowEvents;
   return platform;
 }
 

@@ -16,6 +16,7 @@
 #include "nsSimulatedCalls.h"
 #include "nsSimulatedClock.h"
 #include "nsSimulatedComm.h"
+#include "nsSimulatedDisplays.h"
 #include "nsSimulatedFileSystem.h"
 #include "nsSimulatedFonts.h"
 #include "nsSimulatedHost.h"
@@ -23,6 +24,7 @@
 #include "nsSimulatedRegistry.h"
 #include "nsSimulatedVolumes.h"
 #include "nsSimulatedWatchdog.h"
+#include "nsSimulatedWindowEvents.h"
 
 /// A step of the machine's script.
 struct nsSimulatedChange {
@@ -51,7 +53,9 @@ class nsSimulatedMachine {
   void ApplyNextChange();
 
   const nsSimulatedCallsRef mCalls;
+  const std::shared_ptr<nsSimulatedWindowEvents> mWindowEvents;
   const std::shared_ptr<nsSimulatedVolumes> mVolumes;
+  const std::shared_ptr<nsSimulatedDisplays> mDisplays;
   const std::shared_ptr<nsSimulatedFiles> mFiles;
   const std::shared_ptr<nsSimulatedDirectoryChanges> mDirectoryChanges;
   const std::shared_ptr<nsSimulatedNetwork> mNetwork;

@@ -34,6 +34,8 @@ constexpr Section MakeSection(const char* aName) {
 
 constexpr Section kSections[] = {
     MakeSection<&nsSimulatedMachine::mVolumes>("volumes"),
+    MakeSection<&nsSimulatedMachine::mDisplays>("displays"),
+    MakeSection<&nsSimulatedMachine::mWindowEvents>("devices"),
     MakeSection<&nsSimulatedMachine::mNetwork>("interfaces"),
     MakeSection<&nsSimulatedMachine::mComm>("serial"),
     MakeSection<&nsSimulatedMachine::mRegistry>("registry"),

@@ -72,26 +72,36 @@ LettersAndVolumes ReadVolumes(const nsMachineValue& aValue) {
 
 }  // namespace
 
-nsSimulatedVolumes::nsSimulatedVolumes(nsSimulatedCallsRef aCalls)
-    : nsSimulatedPort(std::move(aCalls), "Volumes") {}
+nsSimulatedVolumes::nsSimulatedVolumes(nsSimulatedCallsRef aCalls,
+                                       std::shared_ptr<nsSimulatedWindowEvents> aEvents)
+    : nsSimulatedPort(std::move(aCalls), "Volumes"), mEvents(std::move(aEvents)) {}
 
 nsSimulatedVolumes::Drive* nsSimulatedVolumes::Find(char aLetter) {
   return aLetter >= 'A' && aLetter <= 'Z' ? &mDrives[static_cast<size_t>(aLetter - 'A')] : nullptr;
 }
 
 void nsSimulatedVolumes::Insert(char aLetter, nsSimulatedVolume aVolume) {
-  const std::lock_guard lock(mLock);
-  Drive* drive = Find(aLetter);
-  if (!drive) return;
-  if (aVolume.mRoot.empty()) aVolume.mRoot = std::string("/volumes/") + aLetter;
-  drive->mLastRoot = aVolume.mRoot;
-  drive->mVolume = std::move(aVolume);
-  drive->mHandle = ++mLastHandle;
+  Remove(aLetter);
+  {
+    const std::lock_guard lock(mLock);
+    Drive* drive = Find(aLetter);
+    if (!drive) return;
+    if (aVolume.mRoot.empty()) aVolume.mRoot = std::string("/volumes/") + aLetter;
+    drive->mLastRoot = aVolume.mRoot;
+    drive->mVolume = std::move(aVolume);
+    drive->mHandle = ++mLastHandle;
+  }
+  mEvents->VolumeArrived(aLetter);
 }
 
 void nsSimulatedVolumes::Remove(char aLetter) {
-  const std::lock_guard lock(mLock);
-  if (Drive* drive = Find(aLetter)) drive->mVolume.reset();
+  {
+    const std::lock_guard lock(mLock);
+    Drive* drive = Find(aLetter);
+    if (!drive || !drive->mVolume) return;
+    drive->mVolume.reset();
+  }
+  mEvents->VolumeRemoved(aLetter);
 }
 
 void nsSimulatedVolumes::ReadFacts(const nsMachineValue& aValue) {

@@ -8,6 +8,7 @@
 #include "nsMachineValue.h"
 #include "nsPlatformVolumes.h"
 #include "nsSimulatedCalls.h"
+#include "nsSimulatedWindowEvents.h"
 
 /// The facts of one drive.
 struct nsSimulatedVolume {
@@ -22,7 +23,9 @@ struct nsSimulatedVolume {
 /// Drives by letter, which come and go as Insert and Remove say.
 class nsSimulatedVolumes final : public nsPlatformVolumes, public nsSimulatedPort {
  public:
-  explicit nsSimulatedVolumes(nsSimulatedCallsRef aCalls);
+  nsSimulatedVolumes(nsSimulatedCallsRef aCalls, std::shared_ptr<nsSimulatedWindowEvents> aEvents);
+
+  // Each sends the messages of volumes that arrive and are removed.
 
   /// The letter, 'A' to 'Z', has this volume from now on, instead of the one that it may have had.
   void Insert(char aLetter, nsSimulatedVolume aVolume = {});
@@ -49,6 +52,7 @@ class nsSimulatedVolumes final : public nsPlatformVolumes, public nsSimulatedPor
   };
   Drive* Find(char aLetter);
 
+  const std::shared_ptr<nsSimulatedWindowEvents> mEvents;
   std::array<Drive, 26> mDrives;
   VolumeHandle mLastHandle = 0;
 };

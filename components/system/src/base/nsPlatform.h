@@ -10,6 +10,7 @@
 class nsPlatformClock;
 class nsPlatformComm;
 class nsPlatformDirectoryChanges;
+class nsPlatformDisplays;
 class nsPlatformFiles;
 class nsPlatformFonts;
 class nsPlatformHost;
@@ -18,6 +19,7 @@ class nsPlatformRegistry;
 class nsPlatformTimeZones;
 class nsPlatformVolumes;
 class nsPlatformWatchdog;
+class nsPlatformWindowEvents;
 
 /// Made once, by the module, and given to constructors.
 struct nsPlatform {
@@ -32,6 +34,8 @@ struct nsPlatform {
   std::shared_ptr<nsPlatformHost> mHost;
   std::shared_ptr<nsPlatformDirectoryChanges> mDirectoryChanges;
   std::shared_ptr<nsPlatformFiles> mFiles;
+  std::shared_ptr<nsPlatformDisplays> mDisplays;
+  std::shared_ptr<nsPlatformWindowEvents> mWindowEvents;
 };
 using nsPlatformRef = std::shared_ptr<const nsPlatform>;
 

@@ -272,6 +272,8 @@ TEST_F(LinuxVolumes, ImagesAndMemoryTakeAllLettersFromSticks) {
   EXPECT_NE(LetterOf(picture, "/media/8"), 0);
   EXPECT_EQ(LetterOf(picture, "/media/9"), 0) << "there are no more letters";
   for (unsigned i = 0; i < 60; ++i) Unmount("/m" + std::to_string(i));
+  EXPECT_EQ(LetterOf(Look(volumes, NS_SUCCESS_LOSS_OF_INSIGNIFICANT_DATA), "/media/9"), 0)
+      << "who hears of the removals has not asked for the roots yet";
   EXPECT_NE(LetterOf(Look(volumes), "/media/9"), 0);
 }
 

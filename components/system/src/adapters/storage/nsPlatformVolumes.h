@@ -72,7 +72,8 @@ class nsPlatformVolumes {
   /// The letters that have a volume: bit 0 for A, to bit 25 for Z. Looks at the machine anew.
   ///
   /// NS_SUCCESS_LOSS_OF_INSIGNIFICANT_DATA, which is a success, when there are volumes for which no
-  /// letter is left; they can't be reached through this port until other volumes have gone.
+  /// letter is left; they can't be reached through this port until other volumes have gone. A
+  /// letter whose volume this look has missed is given again at the next one at the earliest.
   /// Windows: GetLogicalDrives.
   virtual nsresult ReadDriveMask(uint32_t* aMask) = 0;
 

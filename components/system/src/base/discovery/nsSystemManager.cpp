@@ -8,12 +8,14 @@
 #include "nsIBaseWindow.h"
 #include "nsIFile.h"
 #include "nsIFileProtocolHandler.h"
+#include "nsIMutableArray.h"
 #include "nsIObserverService.h"
 #include "nsIPrefBranch.h"
 #include "nsISystemAdapterIP.h"
 #include "nsISystemApplicationProfile.h"
 #include "nsIWidget.h"
 #include "nsIXULWindow.h"
+#include "nsPlatformDisplays.h"
 #include "nsServices.h"
 #include "nsSystemAdapterStorage.h"
 #include "nsSystemApplicationProfile.h"
@@ -27,14 +29,18 @@ struct nsSystemManager::StandingDirectory {
                    // can't be set
 };
 
-nsSystemManager::nsSystemManager(nsPlatformRef aPlatform) : mPlatform(std::move(aPlatform)) {}
+nsSystemManager::nsSystemManager(nsPlatformRef aPlatform) : mPlatform(std::move(aPlatform)) {
+  RecordForWindow();
+}
 
 nsresult nsSystemManager::InitSingleton() {
   nsresult rv;
   const auto os = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID, &rv);
   NS_ENSURE_SUCCESS(rv, rv);
-  rv = os->AddObserver(this, "xpcom-shutdown", false);
-  NS_ENSURE_SUCCESS(rv, rv);
+  for (const char* topic : {"xpcom-shutdown", "vorel-application-start"}) {
+    rv = os->AddObserver(this, topic, false);
+    NS_ENSURE_SUCCESS(rv, rv);
+  }
   return NS_OK;
 }
 nsSystemManager::~nsSystemManager() = default;
@@ -59,12 +65,18 @@ nsresult nsSystemManager::Observe(nsISupports* aSubject, const char* aTopic,
   (void)nsSystemManagerGeneric::Observe(aSubject, aTopic, aData);
   const std::string_view topic = aTopic ? aTopic : "";
   if (topic == "app-startup") return OnAppStartup();
-  if (topic == "profile-after-change") {
+  if (topic == "vorel-application-start") {
+    // Before the machine is looked at. A look alone does not bring this topic, and leaves the
+    // displays alone.
+    (void)mPlatform->mDisplays->RestoreSettings();
+  } else if (topic == "profile-after-change") {
     (void)Init();
   } else if (topic == "network:link-status-changed") {
     (void)RefreshAdapters(nsISystemAdapterIP::kIID);
   } else if (topic == "xul-window-registered" && !mWnd) {
     return OnWindowRegistered(aSubject);
+  } else if (topic == "xpcom-shutdown") {
+    mEventPumps.clear();
   }
   return NS_OK;
 }
@@ -96,7 +108,7 @@ nsresult nsSystemManager::OnWindowRegistered(nsISupports* aWindow) {
   NS_ENSURE_TRUE(mainWidget, NS_ERROR_UNEXPECTED);
   nsIWidget* top = mainWidget.get();
   while (nsIWidget* parent = top->GetParent()) top = parent;
-  mWnd = top->GetNativeData(nsIWidget::NS_NATIVE_WIDGET);
+  (void)SubclassWindow(top->GetNativeData(nsIWidget::NS_NATIVE_WIDGET));
 
   const auto os = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID);
   NS_ENSURE_TRUE(os, NS_ERROR_UNEXPECTED);
@@ -114,10 +126,11 @@ nsresult nsSystemManager::Init() {
   };
 
   // The order of discovery is fixed: serial ports, network interfaces, display outputs, standing
-  // directories, volumes, digital TV receivers. There is no discovery of display outputs and
-  // receivers yet. What is found in the machine may fail; what the preferences ask for may not.
+  // directories, volumes, digital TV receivers. There is no discovery of receivers yet. What is
+  // found in the machine may fail; what the preferences ask for may not.
   InitSerial();
   (void)InitNetwork();
+  (void)InitDisplay();
 
   nsresult rv;
   const auto prefs = do_GetService<nsIPrefBranch>(NS_PREFSERVICE_CONTRACTID, &rv);
@@ -161,6 +174,27 @@ nsresult nsSystemManager::AddStandingDirectory(const StandingDirectory& aStandin
     rv = AddProfile(*adapter, profile);
     if (NS_FAILED(rv)) return rv;
   }
+  return NS_OK;
+}
+
+void nsSystemManager::StrikeOut(nsIMutableArray& aLeftovers, nsISystemAdapter* aAdapter) {
+  uint32_t index = 0;
+  if (NS_SUCCEEDED(aLeftovers.IndexOf(0, aAdapter, &index)))
+    (void)aLeftovers.RemoveElementAt(index);
+}
+
+nsresult nsSystemManager::RemoveLeftovers(nsIMutableArray& aLeftovers, uint64_t* aLooks) {
+  const uint64_t looks = *aLooks;
+  uint32_t gone = 0;
+  (void)aLeftovers.GetLength(&gone);
+  for (uint32_t i = 0; i < gone; ++i) {
+    if (looks != *aLooks) return NS_OK;
+    nsCOMPtr<nsISystemAdapter> adapter;
+    const nsresult rv = aLeftovers.QueryElementAt(i, nsISystemAdapter::kIID, NS_OutVoid(adapter));
+    NS_ENSURE_SUCCESS(rv, rv);
+    (void)RemoveAdapter(adapter.get());
+  }
+  if (looks == *aLooks) ++*aLooks;
   return NS_OK;
 }
 

@@ -1,13 +1,19 @@
 // The manager: start-up, and the discovery that fills the registry.
 #pragma once
 
+#include <vector>
+
+#include "nsEventPump.h"
 #include "nsModuleClass.h"
 #include "nsPlatform.h"
+#include "nsPlatformWindowEvents.h"
 #include "nsSystemManagerGeneric.h"
 
+class nsIMutableArray;
 class nsIPrefBranch;
 class nsISystemAdapterStorage;
 class nsSystemAdapterGeneric;
+struct nsDisplayDevice;
 
 /// "@vorel/system/systemmanager;1". Main thread, but for what the base says of other threads.
 class nsSystemManager final : public nsSystemManagerGeneric {
@@ -31,9 +37,10 @@ class nsSystemManager final : public nsSystemManagerGeneric {
   nsresult QueryInterface(const nsIID& aIID, void** aResult) override;
   /// The network for nsISystemAdapterIP.
   nsresult RefreshAdapters(const nsIID& aIID) override;
-  /// "app-startup", "profile-after-change", "xul-window-registered", "network:link-status-changed",
-  /// and what the base does. "app-startup" and "xul-window-registered" answer with the result of
-  /// their step, all others with NS_OK, whatever came of it.
+  /// "app-startup", "vorel-application-start", "profile-after-change", "xul-window-registered",
+  /// "network:link-status-changed", and what the base does. "app-startup" and
+  /// "xul-window-registered" answer with the result of their step, all others with NS_OK, whatever
+  /// came of it.
   nsresult Observe(nsISupports* aSubject, const char* aTopic, const char16_t* aData) override;
 
   /// Goes through the whole machine, in a fixed order. Called once a process; nothing guards
@@ -52,10 +59,22 @@ class nsSystemManager final : public nsSystemManagerGeneric {
   /// The adapter whose directory is the root of that drive; null, and success, when there is none.
   nsresult GetAdapterForDriveLetter(char aLetter, nsISystemAdapterStorage** aAdapter);
 
+  /// Makes the list of display adapters agree with the machine. The first adapter that can't be
+  /// made or read ends it: those before it are in the list, and none is removed.
+  nsresult InitDisplay();
+
+  /// Hears of volumes, displays and devices by the window from now on, until "xpcom-shutdown".
+  /// NS_OK, always: a machine that tells nothing is a machine where nothing changes.
+  nsresult SubclassWindow(nsWindowHandle aWindow);
+  /// A message of that window. The answer is the former procedure's, but to a change of the
+  /// display, which that never sees; 0 for a window that is gone.
+  intptr_t WndProc(const nsWindowMessage& aMessage);
+
  private:
   ~nsSystemManager() override;
 
   struct StandingDirectory;
+  struct DisplayPlaces;
 
   nsresult OnAppStartup();
   nsresult OnWindowRegistered(nsISupports* aWindow);
@@ -64,12 +83,26 @@ class nsSystemManager final : public nsSystemManagerGeneric {
   /// Makes the list of IP adapters agree with the machine. A listener that has it look once more is
   /// served at once, and the look that it heard of ends there: it knows less.
   nsresult InitNetwork();
+  nsresult LookAtDisplay(const nsDisplayDevice& aCard, const nsDisplayDevice& aMonitor,
+                         nsIMutableArray& aLeftovers, DisplayPlaces* aPlaces);
+  /// Discovery copies the known adapters of a kind, strikes out each that it finds again, and
+  /// removes the rest, which is the end of the look: it is counted, unless a listener had it look
+  /// once more meanwhile.
+  static void StrikeOut(nsIMutableArray& aLeftovers, nsISystemAdapter* aAdapter);
+  nsresult RemoveLeftovers(nsIMutableArray& aLeftovers, uint64_t* aLooks);
+  void RecordForWindow();
+  void OnDeviceArrival(const nsDeviceBroadcast& aBroadcast);
+  void OnDeviceRemoval(const nsDeviceBroadcast& aBroadcast);
   nsresult AddStandingDirectory(const StandingDirectory& aStanding, nsIPrefBranch* aPrefs);
   /// Makes a profile of that name, lets the adapter make its bindings, and takes them over.
   nsresult AddProfile(nsSystemAdapterGeneric& aAdapter, const char16_t* aName);
 
   const nsPlatformRef mPlatform;
   uint64_t mNetworkLooks = 0;  // that came to their end
+  uint64_t mDisplayLooks = 0;
+  nsPlatformWindowEvents::FormerProcedure mOldWndProc = 0;
   /// The native handle of the application's first window; null until there is one.
-  void* mWnd = nullptr;
+  nsWindowHandle mWnd = nullptr;
+  [[maybe_unused]] const uint32_t mReserved = 0;
+  std::vector<std::unique_ptr<nsEventPump>> mEventPumps;
 };

@@ -129,11 +129,6 @@ nsresult nsSystemManager::InitNetwork() {
   }
 
   const uint64_t looks = mNetworkLooks;
-  const auto strike = [&](nsISystemAdapter* aAdapter) {
-    uint32_t index = 0;
-    if (NS_SUCCEEDED(ipAdapters->IndexOf(0, aAdapter, &index)))
-      (void)ipAdapters->RemoveElementAt(index);
-  };
   for (Addresses& record : records) {
     // A listener has looked meanwhile, and has seen what came after this.
     if (looks != mNetworkLooks) return NS_OK;
@@ -152,7 +147,7 @@ nsresult nsSystemManager::InitNetwork() {
     auto* const ip = dynamic_cast<nsSystemAdapterIP*>(adapter.get());
     if (ip && ip->IfIndex() != record.mIfIndex) {
       // The interface has gone, or has another name by now, and another one has taken over its own.
-      strike(adapter.get());
+      StrikeOut(*ipAdapters, adapter.get());
       (void)RemoveAdapter(adapter.get());
       if (looks != mNetworkLooks) return NS_OK;
       adapter = nullptr;
@@ -181,18 +176,7 @@ nsresult nsSystemManager::InitNetwork() {
       SYSTEM_LOG_DEBUG(mLogger, "Adapter is modified");
       (void)NotifyAdapterChanged(adapter.get());
     }
-    strike(adapter.get());
+    StrikeOut(*ipAdapters, adapter.get());
   }
-
-  uint32_t gone = 0;
-  (void)ipAdapters->GetLength(&gone);
-  for (uint32_t i = 0; i < gone; ++i) {
-    if (looks != mNetworkLooks) return NS_OK;
-    nsCOMPtr<nsISystemAdapter> adapter;
-    rv = ipAdapters->QueryElementAt(i, nsISystemAdapter::kIID, NS_OutVoid(adapter));
-    NS_ENSURE_SUCCESS(rv, rv);
-    (void)RemoveAdapter(adapter.get());
-  }
-  ++mNetworkLooks;
-  return NS_OK;
+  return RemoveLeftovers(*ipAdapters, &mNetworkLooks);
 }

@@ -3,6 +3,7 @@
 #include "nsInotifyDirectoryChanges.h"
 #include "nsLinuxClock.h"
 #include "nsLinuxComm.h"
+#include "nsLinuxDisplays.h"
 #include "nsLinuxFiles.h"
 #include "nsLinuxFonts.h"
 #include "nsLinuxHost.h"
@@ -11,6 +12,7 @@
 #include "nsLinuxTimeZones.h"
 #include "nsLinuxVolumes.h"
 #include "nsLinuxWatchdog.h"
+#include "nsLinuxWindowEvents.h"
 #include "nsPlatform.h"
 
 nsPlatformRef NS_NewNativePlatform() {
@@ -30,5 +32,8 @@ nsPlatformRef NS_NewNativePlatform() {
   platform->mHost = std::make_shared<nsLinuxHost>();
   platform->mFiles = std::make_shared<nsLinuxFiles>();
   platform->mDirectoryChanges = std::make_shared<nsInotifyDirectoryChanges>();
+  platform->mDisplays = std::make_shared<nsLinuxDisplays>(platform->mRegistry);
+  platform->mWindowEvents =
+      std::make_shared<nsLinuxWindowEvents>(platform->mVolumes, platform->mDisplays);
   return platform;
 }

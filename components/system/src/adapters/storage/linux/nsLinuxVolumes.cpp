@@ -157,16 +157,18 @@ std::vector<nsLinuxVolumes::Volume> nsLinuxVolumes::FindVolumes(
 
 size_t nsLinuxVolumes::FreeLetters() const {
   return static_cast<size_t>(std::count_if(mLetters.begin() + kFirstLetter, mLetters.end(),
-                                           [](const Letter& aLetter) { return !aLetter.mVolume; }));
+                                           [](const Letter& aLetter) { return IsFree(aLetter); }));
 }
 
-// The search goes round, so that a letter which has become free is taken again last.
+// The search goes round, so that a letter which has become free is taken again last; and never by
+// the look that has found it free, since whoever hears of the removal asks for the root that it
+// had.
 void nsLinuxVolumes::GiveLetter(Volume aVolume, size_t aLeave) {
   if (FreeLetters() <= aLeave) {
     mLettersLack = true;
     return;
   }
-  while (mLetters[kFirstLetter + mNext].mVolume) mNext = (mNext + 1) % (kLetters - kFirstLetter);
+  while (!IsFree(mLetters[kFirstLetter + mNext])) mNext = (mNext + 1) % (kLetters - kFirstLetter);
   Letter& letter = mLetters[kFirstLetter + mNext];
   mNext = (mNext + 1) % (kLetters - kFirstLetter);
   aVolume.mHandle = ++mLastHandle;
@@ -189,6 +191,7 @@ nsresult nsLinuxVolumes::Refresh() {
   std::vector<Volume> volumes = FindVolumes(NS_ReachableMounts(NS_ParseMountTable(*table)));
 
   for (Letter& letter : mLetters) {
+    letter.mIsFreed = false;
     if (!letter.mVolume) continue;
     const auto found = std::find_if(volumes.begin(), volumes.end(), [&](const Volume& aVolume) {
       return aVolume.mIdentity == letter.mVolume->mIdentity;
@@ -197,6 +200,7 @@ nsresult nsLinuxVolumes::Refresh() {
     // the volume is one that has come.
     if (found == volumes.end() || !HasRoot(*found, letter.mVolume->mMount)) {
       letter.mVolume.reset();
+      letter.mIsFreed = true;
       continue;
     }
     found->mMount = letter.mVolume->mMount;

@@ -40,7 +40,9 @@ class nsLinuxVolumes final : public nsPlatformVolumes {
   struct Letter {
     std::optional<Volume> mVolume;
     std::string mLastRoot;
+    bool mIsFreed = false;  // by the last look
   };
+  static bool IsFree(const Letter& aLetter) { return !aLetter.mVolume && !aLetter.mIsFreed; }
 
   std::vector<Volume> FindVolumes(const std::vector<nsMount>& aMounts) const;
   Volume Describe(std::vector<nsMount> aMounts) const;

@@ -1,11 +1,11 @@
 #include "nsDisplayCursor.h"
 
-#include <signal.h>
 #include <stdlib.h>
 #include <xcb/xfixes.h>
 
-#include <cerrno>
 #include <utility>
+
+#include "nsPipeSignal.h"
 
 namespace {
 
@@ -15,36 +15,10 @@ struct Free {
   void operator()(void* aMemory) const { free(aMemory); }
 };
 
-// Writing to a display that is gone raises SIGPIPE, which would end a process that has not thought
-// of it. The signal goes to the thread that writes: it is held back there, and taken away.
-class PipeSignalHeld {
- public:
-  PipeSignalHeld() {
-    sigemptyset(&mPipe);
-    sigaddset(&mPipe, SIGPIPE);
-    sigset_t pending;
-    sigpending(&pending);
-    mWasPending = sigismember(&pending, SIGPIPE) == 1;
-    pthread_sigmask(SIG_BLOCK, &mPipe, &mBefore);
-  }
-  ~PipeSignalHeld() {
-    const timespec now{};
-    while (!mWasPending && sigtimedwait(&mPipe, nullptr, &now) < 0 && errno == EINTR) {
-    }
-    pthread_sigmask(SIG_SETMASK, &mBefore, nullptr);
-  }
-  PipeSignalHeld(const PipeSignalHeld&) = delete;
-  PipeSignalHeld& operator=(const PipeSignalHeld&) = delete;
-
- private:
-  sigset_t mPipe, mBefore;
-  bool mWasPending;
-};
-
 }  // namespace
 
 void nsDisplayCursor::SetShown(bool aShown) {
-  const PipeSignalHeld held;
+  const nsPipeSignalHeld held;
   // With a display that is gone, the hiding on it is gone too.
   if (mConnection && !Send(aShown)) mConnection = nullptr;
   if (mConnection || aShown) return;

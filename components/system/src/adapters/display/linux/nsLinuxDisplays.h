@@ -1,0 +1,63 @@
+// Displays of an X server.
+#pragma once
+
+#include <mutex>
+
+#include "nsDisplayStore.h"
+#include "nsPlatformDisplays.h"
+#include "nsRandr.h"
+
+/// A card is an output of the server that something is connected to; its number is the output's
+/// place among all that the server has, which stays with the connector. It is attached to the
+/// desktop while it shows something. Modes are told as of a picture that is not turned, and depths
+/// are those of the screen, which a running server does not change.
+///
+/// The server is the one that DISPLAY names. Without one there are no cards; one that starts, or
+/// starts again, is found by the next look. Nothing waits longer than some seconds for it.
+///
+/// Stored settings are in the configuration store. The first application of a session has them set
+/// by RestoreSettings.
+class nsLinuxDisplays final : public nsPlatformDisplays {
+ public:
+  explicit nsLinuxDisplays(std::shared_ptr<nsPlatformRegistry> aRegistry);
+
+  nsresult ReadDevice(const std::string& aCard, uint32_t aIndex, uint32_t aFlags,
+                      nsDisplayDevice* aDevice) override;
+  nsresult ReadSettings(const std::string& aCard, uint32_t aIndex,
+                        nsDisplaySettings* aSettings) override;
+  nsresult ChangeSettings(const std::string& aCard, nsDisplaySettings* aSettings, uint32_t aFlags,
+                          nsVideoParameters* aParameters) override;
+  nsresult RestoreSettings() override;
+  std::shared_ptr<nsEventSource> NewChanges() override;
+
+ private:
+  /// An output that shows something: what can be asked for its settings.
+  struct Active {
+    const nsRandrOutput* mOutput;
+    const nsRandrCrtc* mCrtc;
+    const nsRandrMode* mMode;
+  };
+
+  void Look();
+  bool Connect();
+  std::vector<const nsRandrOutput*> Cards() const;
+  const nsRandrOutput* FindCard(const std::string& aCard) const;
+  std::optional<Active> FindActive(const std::string& aCard) const;
+  std::string CardName(const nsRandrOutput& aOutput) const;
+  nsDisplaySettings CurrentSettings(const Active& aActive) const;
+  nsStoredDisplay ReadStored(const nsRandrOutput& aOutput) const;
+  /// Puts what is to change into the crtc; the reason when the output can't.
+  bool Plan(const Active& aActive, const nsDisplaySettings& aSettings, nsRandrCrtc* aCrtc,
+            std::string* aReason) const;
+  nsresult Refuse(const Active& aActive, const std::string& aReason) const;
+  nsresult ChangeMode(const Active& aActive, const nsDisplaySettings& aSettings, uint32_t aFlags);
+  nsresult ReadParameters(const Active& aActive, bool aStored, nsVideoParameters* aParameters);
+  nsresult ChangeParameters(const Active& aActive, const nsVideoParameters& aParameters,
+                            uint32_t aFlags);
+
+  const nsDisplayStore mStore;
+  std::mutex mLock;                  // guards what follows
+  std::unique_ptr<nsRandr> mServer;  // null without one
+  nsRandrPicture mPicture;
+  bool mToldNoServer = false;
+};

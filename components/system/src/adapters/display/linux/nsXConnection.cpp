@@ -1,0 +1,110 @@
+#include "nsXConnection.h"
+
+#include <poll.h>
+#include <xcb/xcbext.h>
+
+#include <cerrno>
+#include <condition_variable>
+#include <mutex>
+#include <system_error>
+#include <thread>
+
+#include "nsPipeSignal.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// A server that is busy with a change of modes takes some hundred milliseconds.
+constexpr auto kPatience = std::chrono::seconds(3);
+
+struct Connecting {
+  std::mutex mLock;
+  std::condition_variable mDone;
+  bool mIsDone = false;
+  bool mIsAbandoned = false;
+  xcb_connection_t* mConnection = nullptr;
+  int mScreen = 0;
+};
+
+// The greeting of a server that has been stopped never comes, and nothing ends the wait for it: a
+// thread is left behind with that.
+xcb_connection_t* Connect(int* aScreen) {
+  const auto state = std::make_shared<Connecting>();
+  const auto connect = [state] {
+    const nsPipeSignalHeld held;
+    int screen = 0;
+    xcb_connection_t* const connection = xcb_connect(nullptr, &screen);
+    const std::lock_guard lock(state->mLock);
+    if (state->mIsAbandoned) {
+      xcb_disconnect(connection);
+      return;
+    }
+    state->mConnection = connection;
+    state->mScreen = screen;
+    state->mIsDone = true;
+    state->mDone.notify_all();
+  };
+  try {
+    std::thread(connect).detach();
+  } catch (const std::system_error&) {
+    connect();
+  }
+  std::unique_lock lock(state->mLock);
+  if (!state->mDone.wait_for(lock, kPatience, [&] { return state->mIsDone; })) {
+    state->mIsAbandoned = true;
+    return nullptr;
+  }
+  *aScreen = state->mScreen;
+  return state->mConnection;
+}
+
+}  // namespace
+
+std::unique_ptr<nsXConnection> nsXConnection::Open() {
+  const char* const display = getenv("DISPLAY");
+  if (!display || !*display) return nullptr;
+  int number = 0;
+  xcb_connection_t* const connection = Connect(&number);
+  if (!connection) return nullptr;
+  if (xcb_connection_has_error(connection)) {
+    xcb_disconnect(connection);
+    return nullptr;
+  }
+  auto screens = xcb_setup_roots_iterator(xcb_get_setup(connection));
+  for (; number > 0 && screens.rem > 1; --number) xcb_screen_next(&screens);
+  return std::unique_ptr<nsXConnection>(new nsXConnection(connection, screens.data));
+}
+
+nsXConnection::~nsXConnection() {
+  const nsPipeSignalHeld held;
+  xcb_disconnect(mConnection);
+}
+
+void* nsXConnection::WaitFor(unsigned aSequence) {
+  const nsPipeSignalHeld held;
+  if (!Works() || xcb_flush(mConnection) <= 0) return nullptr;
+  const auto until = Clock::now() + kPatience;
+  for (;;) {
+    void* reply = nullptr;
+    xcb_generic_error_t* error = nullptr;
+    if (xcb_poll_for_reply(mConnection, aSequence, &reply, &error)) {
+      free(error);
+      return reply;
+    }
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now()).count();
+    pollfd waiting{xcb_get_file_descriptor(mConnection), POLLIN, 0};
+    if (!Works() || left <= 0 ||
+        (poll(&waiting, 1, static_cast<int>(left)) == 0 && Clock::now() >= until)) {
+      mWorks = false;
+      return nullptr;
+    }
+  }
+}
+
+bool nsXConnection::Check(xcb_void_cookie_t aCookie) {
+  // With the reply to what comes after it, its own fate is known.
+  if (!Wait<xcb_get_input_focus_reply_t>(xcb_get_input_focus(mConnection))) return false;
+  const nsXReply<xcb_generic_error_t> error(xcb_request_check(mConnection, aCookie));
+  return !error && Works();
+}

@@ -1,0 +1,176 @@
+// Device events of a real kernel: mounts in a namespace of the test's own.
+#include <sys/mount.h>
+#include <sys/stat.h>
+
+#include <atomic>
+#include <set>
+#include <thread>
+
+#include "nsIFile.h"
+#include "nsISystemAdapterStorage.h"
+#include "nsIThread.h"
+#include "nsLinuxVolumes.h"
+#include "nsLinuxWindowEvents.h"
+#include "nsMountNamespace.h"
+#include "nsSystemTest.h"
+#include "nsTemporaryDirectory.h"
+#include "nsVorelMethodCaller.h"
+
+namespace {
+
+using Message = nsWindowMessage;
+
+/// The machine's volumes, those of memory being sticks: nothing else can be plugged in here.
+class Sticks final : public nsPlatformVolumes {
+ public:
+  nsresult ReadDriveMask(uint32_t* aMask) override { return mVolumes.ReadDriveMask(aMask); }
+  nsresult ReadDriveKind(char aLetter, uint32_t* aKind) override {
+    const nsresult rv = mVolumes.ReadDriveKind(aLetter, aKind);
+    if (NS_SUCCEEDED(rv))
+      *aKind = *aKind == kDriveRamDisk           ? uint32_t{kDriveRemovable}
+               : *aKind == kDriveNoRootDirectory ? *aKind
+                                                 : uint32_t{kDriveUnknown};
+    return rv;
+  }
+  nsresult ReadVolumeInformation(char aLetter, VolumeInformation* aInformation) override {
+    return mVolumes.ReadVolumeInformation(aLetter, aInformation);
+  }
+  nsresult OpenVolume(char aLetter, VolumeHandle* aVolume) override {
+    return mVolumes.OpenVolume(aLetter, aVolume);
+  }
+  nsresult ReadBusType(VolumeHandle aVolume, uint8_t* aBusType) override {
+    return mVolumes.ReadBusType(aVolume, aBusType);
+  }
+  nsresult ReadRootDirectory(char aLetter, std::string* aPath) override {
+    return mVolumes.ReadRootDirectory(aLetter, aPath);
+  }
+
+ private:
+  nsLinuxVolumes mVolumes;
+};
+
+class LinuxEventsTest : public nsSystemTest {
+ protected:
+  void SetUp() override {
+    if (!mNamespace.IsUsable()) GTEST_SKIP() << "no right to a mount namespace here";
+    // Whatever this machine has mounted of memory is no stick of the test's.
+    for (const char* path : {"/dev/shm", "/run/lock"}) (void)umount2(path, MNT_DETACH);
+    StartHost();
+    auto platform = std::make_shared<nsPlatform>(*mMachine.Platform());
+    platform->mVolumes = mVolumes;
+    platform->mWindowEvents = std::make_shared<nsLinuxWindowEvents>(mVolumes, mMachine.mDisplays);
+    mManager = MakeRefCounted<nsSystemManager>(platform);
+    ASSERT_EQ(mManager->ExploreVolumes(), NS_OK);
+    mBefore = Roots();
+  }
+  void TearDown() override {
+    if (mManager) (void)mManager->Observe(nullptr, "xpcom-shutdown", nullptr);
+    mManager = nullptr;
+    for (const std::string& place : mPlaces) (void)umount2(place.c_str(), MNT_DETACH);
+  }
+  std::string Place(int aNumber) {
+    const std::string place = mDirectory / std::to_string(aNumber);
+    (void)mkdir(place.c_str(), 0700);
+    mPlaces.insert(place);
+    return place;
+  }
+  static void Mount(const std::string& aPlace) {
+    ASSERT_EQ(mount("stick", aPlace.c_str(), "tmpfs", 0, "size=64k"), 0) << strerror(errno);
+  }
+  static void Unmount(const std::string& aPlace) { ASSERT_EQ(umount(aPlace.c_str()), 0); }
+  std::multiset<std::string> Roots() {
+    nsCOMPtr<nsIArray> adapters;
+    EXPECT_EQ(mManager->GetAdaptersByIId(nsISystemAdapterStorage::kIID, adapters.getter_AddRefs()),
+              NS_OK);
+    std::multiset<std::string> roots;
+    for (const auto& adapter : NS_Elements<nsISystemAdapterStorage>(adapters.get())) {
+      nsCOMPtr<nsIFile> directory;
+      EXPECT_EQ(adapter->GetDirectory(directory.getter_AddRefs()), NS_OK);
+      roots.insert(NS_TextOf(directory, &nsIFile::GetPath));
+    }
+    return roots;
+  }
+  // Runs the main thread until the adapters are those, and a little further.
+  void RunUntil(std::multiset<std::string> aRoots) {
+    aRoots.insert(mBefore.begin(), mBefore.end());
+    nsCOMPtr<nsIThread> main;
+    ASSERT_EQ(NS_GetMainThread(main.getter_AddRefs()), NS_OK);
+    const auto patience = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (Roots() != aRoots && std::chrono::steady_clock::now() < patience) {
+      bool ran = false;
+      ASSERT_EQ(main->ProcessNextEvent(false, &ran), NS_OK);
+      if (!ran) std::this_thread::yield();
+    }
+    EXPECT_EQ(Roots(), aRoots);
+  }
+
+  const nsMountNamespace mNamespace;
+  const nsTemporaryDirectory mDirectory;
+  std::set<std::string> mPlaces;
+  std::multiset<std::string> mBefore;
+  int mWindow = 0;
+  const std::shared_ptr<Sticks> mVolumes = std::make_shared<Sticks>();
+  nsCOMPtr<nsSystemManager> mManager;
+};
+
+TEST_F(LinuxEventsTest, MountIsMissedOrStaysWhenItIsGone) {
+  // One that comes after the volumes were explored, and before the window is there.
+  Mount(Place(0));
+  ASSERT_EQ(mManager->SubclassWindow(&mWindow), NS_OK);
+  RunUntil({Place(0)});
+  Mount(Place(1));
+  RunUntil({Place(0), Place(1)});
+  Unmount(Place(0));
+  RunUntil({Place(1)});
+  std::multiset<std::string> ten;
+  for (int i = 10; i < 20; ++i) ten.insert(Place(i));
+  for (const std::string& place : ten) Mount(place);
+  ten.insert(Place(1));
+  RunUntil(ten);
+  for (const std::string& place : ten) Unmount(place);
+  RunUntil({});
+}
+
+TEST_F(LinuxEventsTest, VolumeThatMovesLeavesItsOldAdapter) {
+  ASSERT_EQ(mManager->SubclassWindow(&mWindow), NS_OK);
+  Mount(Place(0));
+  RunUntil({Place(0)});
+  ASSERT_EQ(mount(Place(0).c_str(), Place(1).c_str(), nullptr, MS_MOVE, nullptr), 0)
+      << strerror(errno);
+  RunUntil({Place(1)});
+}
+
+// Changes from another thread while the main thread looks; what came and went unseen is no matter.
+TEST_F(LinuxEventsTest, StormLeavesStaleOrDoubleAdapters) {
+  ASSERT_EQ(mManager->SubclassWindow(&mWindow), NS_OK);
+  std::vector<std::string> places;
+  for (int i = 0; i < 10; ++i) places.push_back(Place(i));
+  std::multiset<std::string> mounted;
+  std::atomic<bool> done = false;
+  std::thread storm([&] {
+    unsigned seed = 7;
+    for (int i = 0; i < 2000; ++i) {
+      seed = seed * 1103515245 + 12345;
+      const std::string& place = places[(seed >> 16) % places.size()];
+      if (mounted.contains(place)) {
+        Unmount(place);
+        mounted.erase(place);
+      } else {
+        Mount(place);
+        mounted.insert(place);
+      }
+    }
+    done = true;
+  });
+  nsCOMPtr<nsIThread> main;
+  ASSERT_EQ(NS_GetMainThread(main.getter_AddRefs()), NS_OK);
+  while (!done) {
+    bool ran = false;
+    ASSERT_EQ(main->ProcessNextEvent(false, &ran), NS_OK);
+    if (!ran) std::this_thread::yield();
+  }
+  storm.join();
+  RunUntil(mounted);
+}
+
+}  // namespace

@@ -1,0 +1,66 @@
+// A display server of the test's own.
+#pragma once
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <spawn.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+/// Runs until the end of the object. DISPLAY names it.
+class nsDisplayServer {
+ public:
+  /// aLine begins with the program; a free display is chosen unless aName, ":57", says which.
+  explicit nsDisplayServer(std::vector<std::string> aLine, std::string aName = {}) {
+    int number[2];
+    if (pipe2(number, O_CLOEXEC) != 0) return;
+    posix_spawn_file_actions_t files;
+    posix_spawn_file_actions_init(&files);
+    posix_spawn_file_actions_adddup2(&files, number[1], kNumberFile);
+    posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    posix_spawn_file_actions_addopen(&files, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+    if (!aName.empty()) aLine.push_back(aName);
+    for (const char* word : {"-displayfd", "100", "-noreset", "-nolisten", "tcp"})
+      aLine.emplace_back(word);
+    std::vector<char*> arguments;
+    for (std::string& word : aLine) arguments.push_back(word.data());
+    arguments.push_back(nullptr);
+    if (posix_spawnp(&mServer, arguments[0], &files, nullptr, arguments.data(), environ) != 0)
+      mServer = 0;
+    posix_spawn_file_actions_destroy(&files);
+    close(number[1]);
+    char letter = 0;
+    std::string name = ":";
+    while (read(number[0], &letter, 1) == 1 && letter != '\n') name += letter;
+    close(number[0]);
+    if (letter != '\n') return;
+    mName = name;
+    setenv("DISPLAY", mName.c_str(), 1);
+  }
+  ~nsDisplayServer() {
+    End();
+    unsetenv("DISPLAY");
+  }
+  nsDisplayServer(const nsDisplayServer&) = delete;
+  nsDisplayServer& operator=(const nsDisplayServer&) = delete;
+
+  /// ":57"; empty when it does not start here.
+  const std::string& Name() const { return mName; }
+  void End() {
+    if (mServer == 0) return;
+    kill(mServer, SIGTERM);  // leaves no socket behind
+    EXPECT_EQ(waitpid(mServer, nullptr, 0), mServer);
+    mServer = 0;
+  }
+  void Signal(int aSignal) const { kill(mServer, aSignal); }
+
+ private:
+  static constexpr int kNumberFile = 100;
+  pid_t mServer = 0;
+  std::string mName;
+};
