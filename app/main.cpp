@@ -124,11 +124,12 @@ int RunScript(nsHost& aHost, nsScriptHost& aScript, const nsCommandLine& aLine,
     rv = aScript.Evaluate(aLine.mScript, "-e", &result);
     if (NS_SUCCEEDED(rv) && !result.empty()) std::cout << result << std::endl;
   } else {
-    rv = aScript.RunFile(aLine.mTask == Task::ePicture  ? aShare / "picture.js"
-                         : aLine.mTask == Task::eWatch  ? aShare / "watch.js"
-                         : aLine.mTask == Task::eTv     ? aShare / "tv.js"
-                         : aLine.mTask == Task::eSerial ? aShare / "serial.js"
-                                                        : std::filesystem::path(aLine.mScript));
+    rv = aScript.RunFile(aLine.mTask == Task::ePicture    ? aShare / "picture.js"
+                         : aLine.mTask == Task::eWatch    ? aShare / "watch.js"
+                         : aLine.mTask == Task::eTv       ? aShare / "tv.js"
+                         : aLine.mTask == Task::eDisplays ? aShare / "displays.js"
+                         : aLine.mTask == Task::eSerial   ? aShare / "serial.js"
+                                                          : std::filesystem::path(aLine.mScript));
   }
   if (aLine.mTask == Task::ePicture && NS_SUCCEEDED(rv)) (void)aHost.StartProfile();
   std::unique_ptr<nsStandardStreams> streams;
@@ -168,7 +169,8 @@ int Run(const nsCommandLine& aLine) {
   // A look at the machine needs the settings but changes nothing, and may be taken beside a running
   // application.
   const bool isLook = aLine.mTask == Task::ePicture || aLine.mTask == Task::eWatch ||
-                      aLine.mTask == Task::eTv || aLine.mTask == Task::eSerial;
+                      aLine.mTask == Task::eTv || aLine.mTask == Task::eSerial ||
+                      aLine.mTask == Task::eDisplays;
   options.mProfileReadOnly = isLook;
   if (options.mProfileDirectory.empty() && !isLook)
     std::cerr << "vorel: there is neither --profile nor a home directory: settings are not kept\n";

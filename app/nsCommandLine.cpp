@@ -18,6 +18,10 @@ constexpr std::string_view kHelp =
        vorel [OPTIONS] tv countries            print the countries that a scan knows
        vorel [OPTIONS] serial                  list the serial ports
        vorel [OPTIONS] serial PORT [SETTINGS]  be a terminal on a serial port; Ctrl-] ends it
+       vorel [OPTIONS] displays                print the displays and how they are arranged
+       vorel [OPTIONS] displays set NAME [--mode 1920x1080@60] [--rotate 90] [--position X,Y]
+             [--brightness N] [--contrast N] [--stored]
+                                               change one now, or, stored, for the next session
 
   --baud N --bits 5..8 --parity none|odd|even|mark|space --stop 1|1.5|2 --flow none|hardware|software
                         settings of a serial port (default: 9600 8 none 1 none)
@@ -229,6 +233,19 @@ bool nsCommandLine::Parse(const std::vector<std::string>& aArguments, nsCommandL
         } else if (!option()) {
           return false;
         }
+      }
+      break;
+    }
+    if (text == "displays") {
+      out.mTask = Task::eDisplays;
+      // What is not an option of the program's own is for the command.
+      for (++i; i < aArguments.size(); ++i) {
+        const std::string name = aArguments[i].substr(0, aArguments[i].find('='));
+        const auto isName = [&](const auto& aOption) { return aOption.first == name; };
+        if (!std::ranges::any_of(withValue, isName) && !std::ranges::any_of(plain, isName))
+          out.mArguments.push_back(aArguments[i]);
+        else if (!option())
+          return false;
       }
       break;
     }

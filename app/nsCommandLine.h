@@ -15,6 +15,7 @@ struct nsCommandLine {
     eWatch,        ///< print the changes of a directory tree
     eTv,           ///< a command of digital television
     eSerial,       ///< list the serial ports, or be a terminal on one
+    eDisplays,     ///< print the displays, or change one
     ePrintTypes,   ///< print the TypeScript declarations
     eHelp,
     eVersion,

@@ -83,8 +83,10 @@ function kindOf(adapter) {
 
 const nameOf = (adapter) => text(adapter.label) || text(adapter.sysPath) || text(adapter.directory);
 
-/** What an operator looks at first: the state of a link and its addresses. */
-function stateOf({ operStatus, unicastAddresses = [] }) {
+/** What an operator looks at first: the state of a link and its addresses, the mode of a display and its place. */
+function stateOf({ operStatus, unicastAddresses = [], displayMode, rotation, position }) {
+  if (displayMode)
+    return join([text(displayMode.name), rotation ? `turned by ${rotation}` : "", position ? `at ${position.x},${position.y}` : ""]);
   if (operStatus === undefined) return "";
   const state = { 1: "up", 2: "down" }[operStatus] ?? "status " + operStatus;
   return join([state, ...unicastAddresses.map(({ address, prefixLength }) => `${text(address)}/${text(prefixLength)}`)]);
@@ -133,14 +135,21 @@ function show() {
   isShown = true;
 }
 
-function tellAdapter(event, adapter) {
+// A volume is published before its directory is known, so what is told of a change is read when the system is done
+// with it.
+const untold = [];
+function tellLater(tell) {
   if (!isShown) return;
+  if (untold.push(tell) > 1) return;
+  setTimeout(() => { for (const one of untold.splice(0)) one(); }, 0);
+}
+
+function tellAdapter(event, adapter) {
   const change = { event, adapter: describeAdapter(adapter) };
   console.log(asJson ? toJson(change) : `${event}: ${kindOf(change.adapter)} ${nameOf(change.adapter)}`);
 }
 
 function tellBinding(event, binding) {
-  if (!isShown) return;
   // An index would mean nothing: the adapter of a binding that goes has gone before it.
   const adapter = binding.adapter && describeAdapter(binding.adapter);
   const change = { event, binding: describeBinding(binding, adapter) };
@@ -152,18 +161,18 @@ function tellBinding(event, binding) {
 // looked at.
 const bindings = new Set();
 systemManager.addAdapterListener({
-  onAdapterAdded: (adapter) => tellAdapter("adapter-added", adapter),
-  onAdapterRemoved: (adapter) => tellAdapter("adapter-removed", adapter),
-  onAdapterChanged: (adapter) => tellAdapter("adapter-changed", adapter),
+  onAdapterAdded: (adapter) => tellLater(() => tellAdapter("adapter-added", adapter)),
+  onAdapterRemoved: (adapter) => tellLater(() => tellAdapter("adapter-removed", adapter)),
+  onAdapterChanged: (adapter) => tellLater(() => tellAdapter("adapter-changed", adapter)),
 });
 systemManager.addProfileBindingListener({
   onProfileBindingAdded(binding) {
     bindings.add(binding);
-    tellBinding("binding-added", binding);
+    tellLater(() => tellBinding("binding-added", binding));
   },
   onProfileBindingRemoved(binding) {
     bindings.delete(binding);
-    tellBinding("binding-removed", binding);
+    tellLater(() => tellBinding("binding-removed", binding));
   },
 });
 classes["@mozilla.org/observer-service;1"].getService(interfaces.nsIObserverService)

@@ -40,6 +40,7 @@ void nsProgram::Become(const std::vector<std::string>& aArguments) {
   for (auto& argument : arguments) argv.push_back(argument.data());
   argv.push_back(nullptr);
   setenv("HOME", mDirectory.c_str(), 1);
+  unsetenv("DISPLAY");  // which is somebody's
   unsetenv("XDG_DATA_HOME");
   unsetenv("XDG_STATE_HOME");
   if (chdir(mDirectory.c_str()) == 0) execv(program.c_str(), argv.data());
