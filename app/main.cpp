@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <iostream>
 #include <iterator>
-#include <system_error>
 
 #include "nsCommandLine.h"
 #include "nsFdWatch.h"
@@ -16,8 +15,10 @@
 #include "nsIThread.h"
 #include "nsProcess.h"
 #include "nsScriptHost.h"
+#include "nsServiceNotice.h"
 #include "nsServices.h"
 #include "nsShell.h"
+#include "nsSignalWatch.h"
 #include "nsStandardStreams.h"
 #include "nsString.h"
 #include "nsSystemScript.h"
@@ -105,10 +106,11 @@ std::string UnusableFile(const nsCommandLine& aLine) {
 }
 
 int RunScript(nsHost& aHost, nsScriptHost& aScript, const nsCommandLine& aLine,
-              const std::filesystem::path& aShare) {
+              const std::filesystem::path& aShare, nsSignalWatch& aSignals,
+              nsServiceNotice& aNotice) {
   // The picture listens from before the machine is looked at.
   if (aLine.mTask != Task::ePicture) (void)aHost.StartProfile();
-  const nsSignalWatch signals([&](int) { aScript.Quit(0); });
+  aSignals.Call([&](int) { aScript.Quit(0); });
   // Nobody reads the changes any more. An application may have other things to do.
   std::unique_ptr<nsFdWatch> reader;
   const int output = vorel::process::OutputPipe();
@@ -135,18 +137,23 @@ int RunScript(nsHost& aHost, nsScriptHost& aScript, const nsCommandLine& aLine,
   std::unique_ptr<nsStandardStreams> streams;
   if (aLine.mTask == Task::eSerial && NS_SUCCEEDED(rv) && !aScript.HasQuit())
     rv = nsStandardStreams::Start(vorel::process::IsInteractive(), &streams);
-  const int status = NS_FAILED(rv) && !aScript.HasQuit() ? kFailure : aScript.RunUntilDone();
+  const bool failed = NS_FAILED(rv) && !aScript.HasQuit();
+  if (!failed) aNotice.Ready();
+  const int status = failed ? kFailure : aScript.RunUntilDone();
+  aSignals.Reset();
   return Flushed(status);
 }
 
-int RunShell(nsHost& aHost, nsScriptHost& aScript) {
+int RunShell(nsHost& aHost, nsScriptHost& aScript, nsSignalWatch& aSignals) {
   (void)aHost.StartProfile();
   const std::string& profile = aHost.Options().mProfileDirectory;
   nsShell shell(aScript, profile.empty() ? "" : profile + "/shell-history");
-  const nsSignalWatch signals([&](int aSignal) {
+  aSignals.Call([&](int aSignal) {
     if (aSignal != SIGINT || !shell.ClearLine()) aScript.Quit(0);
   });
-  return Flushed(shell.Run());
+  const int status = shell.Run();
+  aSignals.Reset();
+  return Flushed(status);
 }
 
 int Run(const nsCommandLine& aLine) {
@@ -183,7 +190,7 @@ int Run(const nsCommandLine& aLine) {
     options.mLogLevels.emplace_back(name, Severity(level));
   options.mCommandLine = aLine.mArguments;
 
-  nsSignalWatch::Block();
+  nsSignalWatch signals;
   nsHost host;
   if (NS_FAILED(host.Start(options))) return Complain(kFailure, host.Error());
 
@@ -207,10 +214,14 @@ int Run(const nsCommandLine& aLine) {
   std::string error;
   const auto script = nsScriptHost::Create(scriptOptions, &error);
   if (!script) return Complain(kFailure, error);
-  const int status = aLine.mTask == Task::eShell ? RunShell(host, *script)
-                                                 : RunScript(host, *script, aLine, share);
+  nsServiceNotice notice;
+  const int status = aLine.mTask == Task::eShell
+                         ? RunShell(host, *script, signals)
+                         : RunScript(host, *script, aLine, share, signals, notice);
+  notice.Stopping();
+  signals.LimitEnd(status);
   host.Stop();  // before the scripts go, so that their observers hear of the end
-  return status;
+  return Flushed(status);
 }
 
 }  // namespace

@@ -1,9 +1,7 @@
-// The program's process: its descriptors and its signals.
+// The program's process: its file and its descriptors.
 #pragma once
 
 #include <filesystem>
-#include <functional>
-#include <memory>
 #include <string>
 
 namespace vorel::process {
@@ -23,21 +21,3 @@ bool IsInteractive();
 int OutputPipe();
 
 }  // namespace vorel::process
-
-/// Calls a function with the signal's number on the main thread for SIGINT and SIGTERM, instead of
-/// what they do otherwise. A script that never ends keeps the main thread from that: another
-/// signal, two seconds after the first or later, then ends the process. Main thread.
-class nsSignalWatch {
- public:
-  /// Threads inherit it, so this comes before the first of them.
-  static void Block();
-
-  explicit nsSignalWatch(std::function<void(int)> aCall);
-  nsSignalWatch(const nsSignalWatch&) = delete;
-  nsSignalWatch& operator=(const nsSignalWatch&) = delete;
-  ~nsSignalWatch();
-
- private:
-  struct State;
-  const std::shared_ptr<State> mState;
-};
