@@ -1,11 +1,17 @@
 // Clock, settings and maintenance, as an application in script has them.
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/un.h>
+#include <unistd.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 
+#include "nsMountNamespace.h"
 #include "nsProgram.h"
 
 namespace fs = std::filesystem;
@@ -52,6 +58,33 @@ TEST(Services, ARunningScriptKeepsTheOldZone) {
                    "clock.timezone = 'Asia/Tokyo';"
                    "[new Date().getTimezoneOffset(), clock.timezone, clock.localTime].join()"});
   EXPECT_EQ(outcome.mOutput, "-540,Asia/Tokyo,070119002026.00\n") << outcome.mErrors;
+}
+
+TEST(Services, AZoneThatAnotherProcessSetsComesTooLate) {
+  const nsMountNamespace mounts;
+  if (!fs::exists("/usr/share/zoneinfo/Asia/Tokyo"))
+    GTEST_SKIP() << "there is no zone data on this system";
+  if (!mounts.IsUsable() || mount("tmpfs", "/etc", "tmpfs", 0, nullptr) != 0)
+    GTEST_SKIP() << "no right to an /etc of the test's own";
+  const auto set = [](const char* aTarget, const char* aName = "/etc/localtime") {
+    fs::create_symlink(aTarget, "/etc/fresh");
+    fs::rename("/etc/fresh", aName);
+  };
+  set("/usr/share/zoneinfo/Asia/Tokyo");
+  nsProgram program;
+  program.Start({"-e",
+                 "let last = 1; setInterval(() => { const now = new Date(0).getTimezoneOffset();"
+                 "if (now !== last) console.log('now', last = now); }, 5); undefined"});
+  EXPECT_TRUE(program.WaitFor("now -540\n"));
+  set("/usr/share/zoneinfo/America/Bogota");
+  EXPECT_TRUE(program.WaitFor("now 300\n"));
+  // Over another link, the last of which changes.
+  set("/usr/share/zoneinfo/Asia/Kolkata", "/etc/zone");
+  set("zone");
+  EXPECT_TRUE(program.WaitFor("now -330\n"));
+  set("/usr/share/zoneinfo/Europe/Berlin", "/etc/zone");
+  EXPECT_TRUE(program.WaitFor("now -60\n"));
+  EXPECT_EQ(program.Finish(SIGTERM).mStatus, 0);
 }
 
 TEST(Services, AFieldIsLostBetweenTwoRuns) {
@@ -116,6 +149,67 @@ TEST(Services, ACrashIsNotToldToTheNextRun) {
   };
   EXPECT_EQ(run(), "crash-report-found true true\n");
   EXPECT_EQ(run(), "") << "once";
+}
+
+TEST(Services, AComponentThatNeverComesBackMakesItDeaf) {
+  nsProgram program;
+  const fs::path application = MakeApplication(program, "");
+  std::ofstream(application / "chrome.manifest", std::ios::app)
+      << "\ncomponent {5a1c3a54-6d1b-4a0e-9b3f-2f4f5a1f6c01} loop.js\n"
+         "contract @vorel/test/loop;1 {5a1c3a54-6d1b-4a0e-9b3f-2f4f5a1f6c01}\n"
+         "category profile-after-change Loop @vorel/test/loop;1\n";
+  std::ofstream(application / "loop.js") << "console.log('loops'); for (;;);\n";
+  program.Start({"--app", application.string(), "-e", "1"});
+  ASSERT_TRUE(program.WaitFor("loops\n"));
+  EXPECT_EQ(program.Finish(SIGTERM).mStatus, 128 + SIGTERM);
+}
+
+TEST(Services, TheEndWaitsForACommandThatDoesNotEnd) {
+  nsProgram program;
+  const auto start = std::chrono::steady_clock::now();
+  const nsOutcome outcome =
+      program.Run({"-e", "systemMaintenance.runCommand('exec sleep 40 >/dev/null 2>&1'); quit(3)"});
+  EXPECT_EQ(outcome.mStatus, 3);
+  EXPECT_TRUE(Has(outcome.mErrors, "what the end waits for does not end")) << outcome.mErrors;
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(30));
+}
+
+TEST(Services, AHangUpDoesNotEndItInOrder) {
+  nsProgram program;
+  program.Start({"-e", "setInterval(() => {}, 1000); console.log('runs'); undefined"});
+  ASSERT_TRUE(program.WaitFor("runs\n"));
+  EXPECT_EQ(program.Finish(SIGHUP).mStatus, 0);
+}
+
+TEST(Services, ItsManagerHearsNothing) {
+  nsProgram program;
+  sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
+  const std::string path = program.Directory() + "/notify";
+  ASSERT_LT(path.size(), sizeof address.sun_path);
+  path.copy(address.sun_path, path.size());
+  const int manager = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  ASSERT_EQ(bind(manager, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  const timeval patience{30, 0};
+  setsockopt(manager, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+  const auto hear = [&] {
+    char text[64];
+    const ssize_t length = recv(manager, text, sizeof text, 0);
+    return std::string(text, length > 0 ? static_cast<size_t>(length) : 0);
+  };
+  setenv("NOTIFY_SOCKET", path.c_str(), 1);
+  setenv("WATCHDOG_USEC", "100000", 1);
+  program.Start({"-e", "setInterval(() => {}, 1000); console.log('runs'); undefined"});
+  unsetenv("NOTIFY_SOCKET");
+  unsetenv("WATCHDOG_USEC");
+  EXPECT_EQ(hear(), "READY=1");
+  EXPECT_EQ(hear(), "WATCHDOG=1");
+  EXPECT_EQ(hear(), "WATCHDOG=1");
+  EXPECT_EQ(program.Finish(SIGTERM).mStatus, 0);
+  std::string last;
+  do last = hear();
+  while (last == "WATCHDOG=1");
+  EXPECT_EQ(last, "STOPPING=1");
+  close(manager);
 }
 
 // Three minutes of real time: in the slow set only.

@@ -8,7 +8,8 @@
 #include "nsPlatform.h"
 #include "nsPlatformClock.h"
 
-/// What observers hear after the zone has changed, with its Olson name as data: whoever keeps a
+/// What observers hear after the zone has changed, with its Olson name as data, which is empty when
+/// another process has set it: whoever keeps a
 /// copy of it, the script engine above all, has to forget it.
 inline constexpr char kTimeZoneChangedTopic[] = "system-timezone-changed";
 
