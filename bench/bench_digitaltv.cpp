@@ -13,11 +13,10 @@
 #include "nsDvbCrc.h"
 #include "nsTransportDemultiplexer.h"
 #ifdef VOREL_HAS_DVBPSI
-#include <sys/types.h>
 extern "C" {
-#include <dvbpsi/demux.h>
-#include <dvbpsi/descriptor.h>
 #include <dvbpsi/dvbpsi.h>
+
+// Needs what stands above.
 #include <dvbpsi/psi.h>
 }
 #endif
@@ -186,7 +185,7 @@ BENCHMARK(BM_Crc)->Args({1024, 1})->Args({1024, 0})->Args({60, 1});
 #ifdef VOREL_HAS_DVBPSI
 uint64_t gDvbPsiBytes = 0;
 
-void TakeSection(dvbpsi_t*, dvbpsi_decoder_t*, dvbpsi_psi_section_t* aSection) {
+void TakeSection(dvbpsi_t*, dvbpsi_psi_section_t* aSection) {
   gDvbPsiBytes += aSection->i_length + 3u;
   dvbpsi_DeletePSISections(aSection);
 }
