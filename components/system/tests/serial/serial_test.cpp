@@ -314,7 +314,7 @@ TEST_F(SerialTest, ANumberOrATextLosesItsOrder) {
   const auto port = NewPort(mMachine);
   ASSERT_EQ(port->SetTimeout(50), NS_OK);
   ASSERT_EQ(port->Open(), NS_OK);
-  CheckNumbersAndTexts(port, [&] { return mMachine.mComm->TakeWritten("COM1"); });
+  CheckNumbersAndTexts(port, [&](size_t) { return mMachine.mComm->TakeWritten("COM1"); });
 }
 
 TEST_F(SerialTest, AShortReadOrAnAbsurdLengthIsTaken) {
