@@ -189,16 +189,17 @@ TEST_F(PtyTest, TwoProgramsUseOneLine) {
 }
 
 TEST_F(PtyTest, PortsChangePlacesAtTheNextStart) {
-  const auto device = [](const char* aNode, const char* aIdentity) {
-    nsCommPortInfo info;
+  const auto device = [](const char* aNode, const char* aIdentity, const char* aPlace = "") {
+    nsSerialDevice info;
     info.mDevice = aNode;
     info.mIdentity = aIdentity;
+    info.mPlace = aPlace;
     return info;
   };
-  const auto names = [&](std::vector<nsCommPortInfo> aDevices) {
-    nsPortNames(mMachine.mRegistry).Name(&aDevices);
+  const auto names = [&](std::vector<nsSerialDevice> aDevices) {
     Strings all;
-    for (const auto& one : aDevices) all.push_back(one.mName + " " + one.mIdentity);
+    for (const auto& one : nsPortNames(mMachine.mRegistry).Name(std::move(aDevices)))
+      all.push_back(one.mName + " " + one.mIdentity);
     return all;
   };
   EXPECT_EQ(
@@ -211,6 +212,10 @@ TEST_F(PtyTest, PortsChangePlacesAtTheNextStart) {
   EXPECT_EQ(names({device("/dev/ttyUSB0", "c"), device("/dev/ttyUSB1", "b")}),
             (Strings{"COM34 b", "COM35 c"}))
       << "the number of one that is away is kept for it";
+  EXPECT_EQ(names({device("/dev/ttyUSB0", "x", "p1"), device("/dev/ttyUSB1", "x", "p2")}),
+            (Strings{"COM36 p1", "COM37 p2"}))
+      << "one serial number for two";
+  EXPECT_EQ(names({device("/dev/ttyUSB0", "x", "p2")}), Strings{"COM37 p2"});
   mMachine.mCalls->Fail({.mPort = "Registry", .mMethod = {}, .mForEver = true});
   EXPECT_EQ(names({device("/dev/ttyUSB0", "d")}), Strings{"COM33 d"}) << "without a store";
 }

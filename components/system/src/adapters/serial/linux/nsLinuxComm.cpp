@@ -37,9 +37,10 @@ std::string WhoMay(const std::string& aDevice) {
 nsresult nsLinuxComm::Look() {
   std::vector<nsCommPortInfo> ports;
   if (mOptions.mListed) {
-    const nsresult rv = NS_ListSerialDevices(&ports);
+    std::vector<nsSerialDevice> devices;
+    const nsresult rv = NS_ListSerialDevices(&devices);
     if (NS_FAILED(rv)) return rv;
-    mNames.Name(&ports);
+    ports = mNames.Name(std::move(devices));
   }
   for (const auto& [name, device] : mOptions.mMore) {
     std::erase_if(ports, [&](const nsCommPortInfo& aPort) { return aPort.mName == name; });

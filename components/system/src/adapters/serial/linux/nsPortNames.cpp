@@ -55,39 +55,54 @@ void nsPortNames::WriteStore(const std::string& aName, const std::string& aIdent
                            "\": " + std::string(NS_ResultName(rv)));
 }
 
-void nsPortNames::Name(std::vector<nsCommPortInfo>* aDevices) {
+std::vector<nsCommPortInfo> nsPortNames::Name(std::vector<nsSerialDevice> aDevices) {
   ReadStore();
+  const auto isKnown = [&](const std::string& aIdentity) {
+    return std::ranges::any_of(mGiven,
+                               [&](const auto& aGiven) { return aGiven.second == aIdentity; });
+  };
+  std::map<std::string, int> shared;
+  for (const nsSerialDevice& device : aDevices) ++shared[device.mIdentity];
+  std::vector<nsCommPortInfo> ports;
+  for (nsSerialDevice& device : aDevices) {
+    const bool byPlace =
+        shared[device.mIdentity] > 1 || (!isKnown(device.mIdentity) && isKnown(device.mPlace));
+    if (byPlace) device.mIdentity = device.mPlace;
+    ports.push_back(std::move(device));
+  }
+
   std::set<unsigned> taken;
-  const auto give = [&](nsCommPortInfo& aDevice, unsigned aNumber) {
-    aDevice.mName = NameOf(aNumber);
+  const auto give = [&](nsCommPortInfo& aPort, unsigned aNumber) {
+    aPort.mName = NameOf(aNumber);
     taken.insert(aNumber);
   };
-  for (nsCommPortInfo& device : *aDevices)
-    if (const auto number = NumberBehind(device.mDevice, "/dev/ttyS");
+  for (nsCommPortInfo& port : ports)
+    if (const auto number = NumberBehind(port.mDevice, "/dev/ttyS");
         number && *number < kLastNumber)
-      give(device, *number + 1);
-  for (nsCommPortInfo& device : *aDevices) {
-    if (!device.mName.empty()) continue;
+      give(port, *number + 1);
+  for (nsCommPortInfo& port : ports) {
+    if (!port.mName.empty()) continue;
     const auto known = std::ranges::find_if(mGiven, [&](const auto& aGiven) {
-      return aGiven.second == device.mIdentity && !taken.contains(aGiven.first);
+      return aGiven.second == port.mIdentity && !taken.contains(aGiven.first);
     });
-    if (known != mGiven.end()) give(device, known->first);
+    if (known != mGiven.end()) give(port, known->first);
   }
-  for (nsCommPortInfo& device : *aDevices) {
-    if (!device.mName.empty()) continue;
+  for (nsCommPortInfo& port : ports) {
+    if (!port.mName.empty()) continue;
     unsigned number = kFirstNumber;
     while (mGiven.contains(number) || taken.contains(number)) ++number;
     if (number > kLastNumber) {
       SYSTEM_LOG_WARNING(NS_GetLogger("system.adapter.serial"),
-                         "there is no number left for " + device.mDevice);
+                         "there is no number left for " + port.mDevice);
       continue;
     }
-    give(device, number);
-    mGiven[number] = device.mIdentity;
-    WriteStore(device.mName, device.mIdentity);
+    give(port, number);
+    mGiven[number] = port.mIdentity;
+    WriteStore(port.mName, port.mIdentity);
   }
-  std::erase_if(*aDevices, [](const nsCommPortInfo& aDevice) { return aDevice.mName.empty(); });
-  std::ranges::sort(*aDevices, {}, [](const nsCommPortInfo& aDevice) {
-    return NumberBehind(aDevice.mName, "COM").value_or(0);
+  std::erase_if(ports, [](const nsCommPortInfo& aPort) { return aPort.mName.empty(); });
+  std::ranges::sort(ports, {}, [](const nsCommPortInfo& aPort) {
+    return NumberBehind(aPort.mName, "COM").value_or(0);
   });
+  return ports;
 }

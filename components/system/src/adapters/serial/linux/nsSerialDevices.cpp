@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <memory>
-#include <set>
 
 namespace {
 
@@ -63,7 +62,7 @@ std::string IdentityOf(udev_device* aDevice, udev_device* aUsb, bool aByPlace) {
 
 }  // namespace
 
-nsresult NS_ListSerialDevices(std::vector<nsCommPortInfo>* aDevices) {
+nsresult NS_ListSerialDevices(std::vector<nsSerialDevice>* aDevices) {
   const std::unique_ptr<udev, Unref> context(udev_new());
   const std::unique_ptr<udev_enumerate, Unref> list(context ? udev_enumerate_new(context.get())
                                                             : nullptr);
@@ -72,8 +71,7 @@ nsresult NS_ListSerialDevices(std::vector<nsCommPortInfo>* aDevices) {
       udev_enumerate_scan_devices(list.get()) < 0)
     return NS_ERROR_NOT_AVAILABLE;
 
-  std::vector<nsCommPortInfo> devices;
-  std::set<std::string> identities;
+  std::vector<nsSerialDevice> devices;
   for (auto* entry = udev_enumerate_get_list_entry(list.get()); entry;
        entry = udev_list_entry_get_next(entry)) {
     // One that has gone since the list was made is none any more.
@@ -85,21 +83,17 @@ nsresult NS_ListSerialDevices(std::vector<nsCommPortInfo>* aDevices) {
 
     udev_device* const usb =
         udev_device_get_parent_with_subsystem_devtype(device.get(), "usb", "usb_device");
-    nsCommPortInfo info;
+    nsSerialDevice info;
     info.mDevice = udev_device_get_devnode(device.get());
     info.mDriver = DriverOf(device.get());
     info.mMaker =
         FirstOf(device.get(), {"ID_VENDOR_FROM_DATABASE", "ID_VENDOR"}, usb, "manufacturer");
     info.mProduct = FirstOf(device.get(), {"ID_MODEL_FROM_DATABASE", "ID_MODEL"}, usb, "product");
     info.mIdentity = IdentityOf(device.get(), usb, false);
-    // Cheap adapters share a serial number: the second one is known by its place.
-    if (!identities.insert(info.mIdentity).second) {
-      info.mIdentity = IdentityOf(device.get(), usb, true);
-      identities.insert(info.mIdentity);
-    }
+    info.mPlace = IdentityOf(device.get(), usb, true);
     devices.push_back(std::move(info));
   }
-  std::ranges::sort(devices, {}, &nsCommPortInfo::mDevice);
+  std::ranges::sort(devices, {}, &nsSerialDevice::mDevice);
   *aDevices = std::move(devices);
   return NS_OK;
 }

@@ -6,7 +6,12 @@
 
 #include "nsPlatformComm.h"
 
-/// All lines with a device behind them, without a name: by device node, sorted. A line whose
+/// A line without a name. Its identity comes from the serial number, where it has one.
+struct nsSerialDevice : nsCommPortInfo {
+  std::string mPlace;  ///< An identity by the place where it is plugged in.
+};
+
+/// All lines with a device behind them, by device node, sorted. A line whose
 /// device the driver did not find, a pseudo terminal and a console are none.
 /// NS_ERROR_NOT_AVAILABLE when the system does not list its devices.
-nsresult NS_ListSerialDevices(std::vector<nsCommPortInfo>* aDevices);
+nsresult NS_ListSerialDevices(std::vector<nsSerialDevice>* aDevices);
