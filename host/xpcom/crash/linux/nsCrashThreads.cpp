@@ -9,6 +9,18 @@
 
 #include "nsCrashHandler.h"
 
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define VOREL_THREAD_SANITIZER 1
+#endif
+#elif defined(__SANITIZE_THREAD__)
+#define VOREL_THREAD_SANITIZER 1
+#endif
+
+// ThreadSanitizer makes a thread known in a beginning of its own, within ours, so that nothing of
+// ours may run before it.
+#ifndef VOREL_THREAD_SANITIZER
+
 namespace {
 
 constexpr size_t kStackSize = 128 * 1024;
@@ -64,3 +76,5 @@ extern "C" __attribute__((visibility("default"))) int pthread_create(pthread_t* 
   if (error != 0) delete work;
   return error;
 }
+
+#endif
