@@ -1,5 +1,6 @@
 #include "nsRandrChanges.h"
 
+#include <stdlib.h>
 #include <xcb/randr.h>
 
 #include <algorithm>
@@ -57,7 +58,8 @@ void nsRandrChanges::Wait() {
       return;
     }
     mIsFirst = false;
-    int wait = mConnection ? -1 : kPause;
+    // Without a name no server can ever be found.
+    int wait = mConnection || !getenv("DISPLAY") ? -1 : kPause;
     if (inBurst) {
       const auto end = std::min(last + kQuiet, first + kLongest);
       const auto left = std::chrono::ceil<milliseconds>(end - Clock::now()).count();
