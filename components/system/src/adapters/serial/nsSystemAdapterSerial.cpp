@@ -598,6 +598,7 @@ nsresult nsSystemAdapterSerial::monitorCommEvent(const nsCOMPtr<nsIThread>& aWor
   overlapped->Reset();
   if (IsStopped(aWorker)) return NS_OK;
   nsresult rv = handle->WaitCommEvent(overlapped);
+  if (rv == NS_ERROR_ABORT) return NS_OK;
   if (NS_FAILED(rv) && rv != NS_ERROR_IN_PROGRESS) {
     SYSTEM_LOG_ERROR(mLogger, ErrorText("WaitCommEvent error %ld\n", rv));
     if (rv == NS_ERROR_NOT_AVAILABLE) HandleRemoval(aWorker);
@@ -606,6 +607,7 @@ nsresult nsSystemAdapterSerial::monitorCommEvent(const nsCOMPtr<nsIThread>& aWor
 
   uint32_t mask = 0;
   rv = overlapped->GetResult(false, &mask);
+  if (rv == NS_ERROR_ABORT) return NS_OK;  // closed: no error of the port
   if (NS_FAILED(rv)) {
     SYSTEM_LOG_ERROR(mLogger, ErrorText("Comm event overlapped error %ld", rv));
     return NS_ERROR_FAILURE;
@@ -614,6 +616,7 @@ nsresult nsSystemAdapterSerial::monitorCommEvent(const nsCOMPtr<nsIThread>& aWor
   // port listens for, each as if it had. Kept as it stands: listeners are told the state of all
   // lines with every event, and applications count on that.
   rv = handle->GetCommMask(&mask);
+  if (rv == NS_ERROR_ABORT) return NS_OK;
   if (NS_FAILED(rv)) {
     SYSTEM_LOG_ERROR(mLogger, ErrorText("GetCommMask error %ld\n", rv));
     return NS_ERROR_FAILURE;
