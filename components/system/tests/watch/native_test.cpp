@@ -500,12 +500,12 @@ TEST_F(NativeWatchDeathTest, LimitOfWatchesIsReachedInSilence) {
           if (unshare(CLONE_NEWUSER) != 0) return 3;
           {
             std::ofstream limit("/proc/sys/user/max_inotify_watches");
-            limit << 4 << std::flush;
+            limit << 40 << std::flush;  // the host has some, and so has the way to the root
             if (!limit) return 3;
           }
           StartHost();
           nsTemporaryDirectory root;
-          for (int i = 0; i < 10; ++i) fs::create_directory(root / std::to_string(i));
+          for (int i = 0; i < 100; ++i) fs::create_directory(root / std::to_string(i));
           WithReader(root.Path(), [&](nsReaderThread& aThread) {
             nsTemporaryDirectory::Write(root / "file");
             EXPECT_TRUE(aThread.AwaitName(u"file")) << "the rest goes on";
