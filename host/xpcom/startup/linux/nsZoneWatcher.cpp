@@ -23,6 +23,7 @@ namespace {
 
 constexpr char kStartTopic[] = "xpcom-startup";
 constexpr char kChangedTopic[] = "system-timezone-changed";
+constexpr char kProfileTopic[] = "profile-after-change";
 constexpr char kEndTopic[] = "xpcom-shutdown";
 
 // Whether this process goes by the machine's setting, and that is aName.
@@ -46,6 +47,7 @@ void GoByMachine() { (void)putenv(strdup("TZ")); }
 nsresult nsZoneWatcher::Observe(nsISupports*, const char* aTopic, const char16_t* aData) {
   if (!aTopic) return NS_ERROR_INVALID_ARG;
   if (std::string_view(aTopic) == kStartTopic) return Start();
+  if (std::string_view(aTopic) == kProfileTopic) return Follow();
   if (std::string_view(aTopic) == kEndTopic) {
     mPump = nullptr;
     return NS_OK;
@@ -68,14 +70,21 @@ nsresult nsZoneWatcher::Start() {
   nsresult rv;
   const auto observers = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID, &rv);
   if (!observers) return rv;
-  for (const char* topic : {kChangedTopic, kEndTopic}) {
+  for (const char* topic : {kChangedTopic, kProfileTopic, kEndTopic}) {
     rv = observers->AddObserver(this, topic, false);
     if (NS_FAILED(rv)) return rv;
   }
+  return NS_OK;
+}
+
+nsresult nsZoneWatcher::Follow() {
+  nsresult rv;
+  const auto observers = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID, &rv);
+  if (!observers) return rv;
   // A described machine has a zone of its own, which nobody else sets.
   const auto link = std::make_shared<nsZoneLink>();
   nsCOMPtr<nsIThread> thread;
-  if (getenv("TZ") || !nsHost::Current()->Options().mHasNetwork || !link->Open() ||
+  if (mPump || getenv("TZ") || !nsHost::Current()->Options().mHasNetwork || !link->Open() ||
       NS_FAILED(NS_GetMainThread(thread.getter_AddRefs())))
     return NS_OK;
   const auto tell = [observers] { (void)observers->NotifyObservers(nullptr, kChangedTopic, u""); };
