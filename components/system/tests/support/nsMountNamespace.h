@@ -34,8 +34,9 @@ class nsMountNamespace {
 
  private:
   // The kernel lets a thread change its mounts only while no other one shares its root and working
-  // directory, and a thread that has been joined may not quite have let go of them.
+  // directory, which threads of a running host do.
   bool Return() const {
+    (void)unshare(CLONE_FS);
     const auto patience = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     while (setns(mBefore, CLONE_NEWNS) != 0) {
       if (errno != EINVAL || std::chrono::steady_clock::now() > patience) return false;
