@@ -6,12 +6,15 @@
 #include <filesystem>
 #include <iostream>
 #include <iterator>
+#include <utility>
 
 #include "nsCommandLine.h"
 #include "nsFdWatch.h"
 #include "nsHost.h"
 #include "nsICrashReporter.h"
 #include "nsILog4.h"
+#include "nsIPrefBranch.h"
+#include "nsIPrefService.h"
 #include "nsIThread.h"
 #include "nsProcess.h"
 #include "nsScriptHost.h"
@@ -105,11 +108,26 @@ std::string UnusableFile(const nsCommandLine& aLine) {
   return wrong;
 }
 
+// The profile's preferences are read with its announcement.
+void StartProfile(nsHost& aHost, nsScriptHost& aScript, const nsCommandLine& aLine) {
+  constexpr char kPreference[] = "vorel.script.heap-limit";
+  (void)aHost.StartProfile();
+  const auto prefs = do_GetService<nsIPrefBranch>(NS_PREFSERVICE_CONTRACTID);
+  int32_t limit = 0;
+  if (aLine.mHeapLimit != 0 || !prefs || NS_FAILED(prefs->GetIntPref(kPreference, &limit))) return;
+  if (std::cmp_greater_equal(limit, nsCommandLine::kLeastHeap) &&
+      std::cmp_less_equal(limit, nsCommandLine::kMostHeap))
+    aScript.SetHeapLimit(static_cast<uint32_t>(limit) << 20);
+  else
+    std::cerr << "vorel: the preference " << kPreference << " is no number of MiB from "
+              << nsCommandLine::kLeastHeap << " to " << nsCommandLine::kMostHeap << '\n';
+}
+
 int RunScript(nsHost& aHost, nsScriptHost& aScript, const nsCommandLine& aLine,
               const std::filesystem::path& aShare, nsSignalWatch& aSignals,
               nsServiceNotice& aNotice) {
   // The picture listens from before the machine is looked at.
-  if (aLine.mTask != Task::ePicture) (void)aHost.StartProfile();
+  if (aLine.mTask != Task::ePicture) StartProfile(aHost, aScript, aLine);
   aSignals.Call([&](int) { aScript.Quit(0); });
   // Nobody reads the changes any more. An application may have other things to do.
   std::unique_ptr<nsFdWatch> reader;
@@ -121,7 +139,9 @@ int RunScript(nsHost& aHost, nsScriptHost& aScript, const nsCommandLine& aLine,
         output, mainThread.get(), [&] { aScript.Quit(kFailure); }, &reader);
   }
   nsresult rv;
-  if (aLine.mTask == Task::eEvaluate) {
+  if (aScript.HasQuit()) {  // a component has, at the start
+    rv = NS_OK;
+  } else if (aLine.mTask == Task::eEvaluate) {
     std::string result;
     rv = aScript.Evaluate(aLine.mScript, "-e", &result);
     if (NS_SUCCEEDED(rv) && !result.empty()) std::cout << result << std::endl;
@@ -144,8 +164,9 @@ int RunScript(nsHost& aHost, nsScriptHost& aScript, const nsCommandLine& aLine,
   return Flushed(status);
 }
 
-int RunShell(nsHost& aHost, nsScriptHost& aScript, nsSignalWatch& aSignals) {
-  (void)aHost.StartProfile();
+int RunShell(nsHost& aHost, nsScriptHost& aScript, const nsCommandLine& aLine,
+             nsSignalWatch& aSignals) {
+  StartProfile(aHost, aScript, aLine);
   const std::string& profile = aHost.Options().mProfileDirectory;
   nsShell shell(aScript, profile.empty() ? "" : profile + "/shell-history");
   aSignals.Call([&](int aSignal) {
@@ -192,7 +213,8 @@ int Run(const nsCommandLine& aLine) {
 
   nsSignalWatch signals;
   nsHost host;
-  if (NS_FAILED(host.Start(options))) return Complain(kFailure, host.Error());
+  if (NS_FAILED(host.Start(options)))
+    return host.Error().empty() ? kFailure : Complain(kFailure, host.Error());
 
   AnnotateRun(aLine);
   nsScriptOptions scriptOptions;
@@ -210,13 +232,14 @@ int Run(const nsCommandLine& aLine) {
       scriptOptions.mArguments.push_back("--interactive");
     scriptOptions.mEndsWithOutput = true;
   }
+  if (aLine.mHeapLimit != 0) scriptOptions.mHeapLimit = aLine.mHeapLimit << 20;
   if (aLine.mTask == Task::eApplication) scriptOptions.mFile = aLine.mScript;
   std::string error;
   const auto script = nsScriptHost::Create(scriptOptions, &error);
   if (!script) return Complain(kFailure, error);
   nsServiceNotice notice;
   const int status = aLine.mTask == Task::eShell
-                         ? RunShell(host, *script, signals)
+                         ? RunShell(host, *script, aLine, signals)
                          : RunScript(host, *script, aLine, share, signals, notice);
   notice.Stopping();
   signals.LimitEnd(status);

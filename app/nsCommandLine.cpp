@@ -32,6 +32,7 @@ constexpr std::string_view kHelp =
   --machine FILE        take the simulated machine of FILE instead of this one
   --app DIR             take manifest, preferences and components of DIR (default: those of the program)
   --profile DIR         keep settings in DIR (default: $XDG_DATA_HOME/vorel or ~/.local/share/vorel)
+  --heap MIB            let scripts use so much memory (default: 512, or the preference vorel.script.heap-limit)
   --log LEVEL           log from LEVEL on: debug, warning, error or off (default: warning)
   --log NAME=LEVEL      the same for one logger and those below it: system.manager=debug
   --print-types         print the TypeScript declarations of everything script can see
@@ -85,6 +86,20 @@ bool ReadLogLevel(const std::string& aValue, nsCommandLine* aOut, std::string* a
   return false;
 }
 
+bool ReadHeapLimit(const std::string& aValue, nsCommandLine* aOut, std::string* aError) {
+  uint32_t limit = 0;
+  const char* const end = aValue.data() + aValue.size();
+  const auto [stop, error] = std::from_chars(aValue.data(), end, limit);
+  if (error != std::errc() || stop != end || limit < nsCommandLine::kLeastHeap ||
+      limit > nsCommandLine::kMostHeap) {
+    *aError = "--heap: a number of MiB from " + std::to_string(nsCommandLine::kLeastHeap) + " to " +
+              std::to_string(nsCommandLine::kMostHeap) + " is expected, not '" + aValue + "'";
+    return false;
+  }
+  aOut->mHeapLimit = limit;
+  return true;
+}
+
 }  // namespace
 
 std::string_view nsCommandLine::Help() { return kHelp; }
@@ -99,10 +114,11 @@ bool nsCommandLine::Parse(const std::vector<std::string>& aArguments, nsCommandL
     };
   };
   using ReadValue = std::function<bool(const std::string&, nsCommandLine*, std::string*)>;
-  const std::array<std::pair<std::string_view, ReadValue>, 4> withValue = {{
+  const std::array<std::pair<std::string_view, ReadValue>, 5> withValue = {{
       {"--machine", file(&nsCommandLine::mMachineFile)},
       {"--app", file(&nsCommandLine::mApplicationDirectory)},
       {"--profile", file(&nsCommandLine::mProfileDirectory)},
+      {"--heap", ReadHeapLimit},
       {"--log", ReadLogLevel},
   }};
   const std::array<std::pair<std::string_view, std::function<void()>>, 6> plain = {{

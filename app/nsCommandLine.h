@@ -1,6 +1,7 @@
 // What the program was asked to do.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -21,12 +22,15 @@ struct nsCommandLine {
     eVersion,
   };
 
+  static constexpr uint32_t kLeastHeap = 8, kMostHeap = 3072;
+
   Task mTask = Task::ePicture;
   bool mJson = false;    ///< machine-readable output
   bool mFollow = false;  ///< after the picture, print its changes as they come
   std::string mMachineFile;
   std::string mApplicationDirectory;  ///< empty: the one that comes with the program
   std::string mProfileDirectory;      ///< empty: the user's own
+  uint32_t mHeapLimit = 0;            ///< of scripts, in MiB; 0: by the preference
   /// Logger name (empty: all loggers) and level name, in the order given.
   std::vector<std::pair<std::string, std::string>> mLogLevels;
   std::string mScript;                  ///< file name or text

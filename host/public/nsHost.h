@@ -61,8 +61,9 @@ class __attribute__((visibility("default"))) nsHost {
   /// Locks the profile, brings the services up, registers modules and manifests, and tells the
   /// services of the category "xpcom-startup", then those of "app-startup", which are created by
   /// it. Whatever is wrong with a module is a message in the log and no failure.
-  /// NS_ERROR_ALREADY_INITIALIZED when a host runs in this process. After a failure nothing runs,
-  /// and Error says why.
+  /// NS_ERROR_ALREADY_INITIALIZED when a host runs in this process; NS_ERROR_ABORT when a module
+  /// that is needed at once refuses it, and has said why in the log: a machine file that is wrong.
+  /// After a failure nothing runs, and Error says why.
   nsresult Start(const nsHostOptions& aOptions);
   /// Reads the profile's preferences and announces the profile: "profile-do-change",
   /// "load-extension-defaults", "vorel-application-start" (not when the profile is only read),
@@ -88,7 +89,7 @@ class __attribute__((visibility("default"))) nsHost {
   /// loaded must not touch it any more.
   void Stop();
 
-  /// One sentence about the last failure of Start.
+  /// One sentence about the last failure of Start; empty after NS_ERROR_ABORT.
   const std::string& Error() const;
   const nsHostOptions& Options() const;
 

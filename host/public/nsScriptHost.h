@@ -20,8 +20,9 @@ struct nsScriptOptions {
   /// The application's file: what relative addresses and imports are resolved against. Empty: the
   /// working directory.
   std::string mFile;
-  /// The heap of scripts, in bytes. A script that wants more gets an exception, "out of memory".
-  uint32_t mHeapLimit = 256u << 20;
+  /// The heap of scripts, in bytes. A script that wants more gets an exception, "out of memory",
+  /// after one collection that did not help.
+  uint32_t mHeapLimit = 512u << 20;
   /// Ends as by quit(0) once standard output can't be written: the application is there for what it
   /// prints. Others go on.
   bool mEndsWithOutput = false;
@@ -62,6 +63,10 @@ class __attribute__((visibility("default"))) nsScriptHost {
   /// Runs a text. *aResult, where given, is what its last expression is, as a person would like to
   /// read it; empty for undefined. Errors as RunFile; aName stands in their place of a file.
   nsresult Evaluate(std::string_view aText, const char* aName, std::string* aResult);
+
+  /// Another limit of the heap of scripts, in bytes. One below what is in use already is out of
+  /// memory at the next allocation.
+  void SetHeapLimit(uint32_t aBytes);
 
   /// Runs events until script calls quit(), or until nothing could call script any more: no timer,
   /// no pending job, and no object of script in the hands of compiled code (a listener, an

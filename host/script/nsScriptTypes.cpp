@@ -20,7 +20,7 @@ std::string ObjectType(const nsScriptInterface* aInterface, bool aOut) {
   return type + " | null";
 }
 
-std::string TypeOf(const nsScriptParam& aParam) {
+std::string TypeOf(const nsScriptParam& aParam, bool aTakesNull = false) {
   using enum nsScriptType;
   std::string type;
   switch (aParam.mType) {
@@ -33,7 +33,9 @@ std::string TypeOf(const nsScriptParam& aParam) {
       break;
     case eString:
     case eCString:
-      type = "string";
+      // Null is taken for a text that is not there. Whether one can be missing where it is given,
+      // the interface's contract says.
+      type = aTakesNull ? "string | null" : "string";
       break;
     case eChars:
     case eWideChars:
@@ -78,7 +80,8 @@ std::string ParameterName(const nsScriptParam& aParam) {
   return std::string(aParam.mName) + (word ? "_" : "");
 }
 
-std::string Signature(const nsScriptMember& aMember) {
+/// What script calls takes null for a text; what script implements is called with texts.
+std::string Signature(const nsScriptMember& aMember, bool aTakesNull) {
   std::string in, out;
   size_t outs = 0;
   for (const nsScriptParam& param : aMember.mParams) outs += param.mOut && !param.mIsLength;
@@ -89,7 +92,7 @@ std::string Signature(const nsScriptMember& aMember) {
       out += (outs > 1 ? std::string(param.mName) + ": " : "") + TypeOf(param);
     } else {
       if (!in.empty()) in += ", ";
-      in += ParameterName(param) + (param.mOptional ? "?: " : ": ") + TypeOf(param);
+      in += ParameterName(param) + (param.mOptional ? "?: " : ": ") + TypeOf(param, aTakesNull);
     }
   }
   return "(" + in + "): " + (outs == 0 ? "void" : outs == 1 ? out : "{ " + out + " }");
@@ -136,11 +139,18 @@ void Print(std::string& aOut, const nsScriptInterface& aInterface) {
       comment = nsScriptTables::Comment(name, Operation("", member.mName));
     }
     Comment(aOut, comment, "  ");
-    if (member.mIsAttribute)
-      aOut += std::string(member.mSet ? "  " : "  readonly ") + std::string(member.mName) + ": " +
-              AttributeType(member) + ";\n";
+    const bool takesNull = !aInterface.mImplement;
+    const std::string memberName(member.mName);
+    if (!member.mIsAttribute) {
+      aOut += "  " + memberName + Signature(member, takesNull) + ";\n";
+      continue;
+    }
+    const std::string type = AttributeType(member);
+    if (member.mSet && takesNull && type == "string")
+      aOut +=
+          "  get " + memberName + "(): string;\n  set " + memberName + "(value: string | null);\n";
     else
-      aOut += "  " + std::string(member.mName) + Signature(member) + ";\n";
+      aOut += (member.mSet ? "  " : "  readonly ") + memberName + ": " + type + ";\n";
   }
   if (*aInterface.mIID == nsISupports::kIID)
     aOut +=

@@ -148,6 +148,38 @@ TEST(Program, BrokenMachineFileIsTakenForAnEmptyMachine) {
   EXPECT_EQ(outcome.mStatus, 1);
   EXPECT_EQ(outcome.mOutput, "");
   EXPECT_NE(outcome.mErrors.find("bad.json:3: "), std::string::npos) << outcome.mErrors;
+  program.Write("app.js", "console.log('runs')");
+  // Nothing runs on another machine than the one that was meant, and one line says why.
+  for (const char* task : {"--json", "shell", "app.js"}) {
+    const nsOutcome each = program.Run({"--machine", file, task});
+    EXPECT_EQ(each.mStatus, 1);
+    EXPECT_EQ(each.mOutput, "");
+    EXPECT_EQ(std::count(each.mErrors.begin(), each.mErrors.end(), '\n'), 1) << each.mErrors;
+  }
+}
+
+TEST(Program, SmallStackCrashesADeepScript) {
+  nsProgram program;
+  const std::string script = program.Write("deep.js", R"(
+    const deep = () => { try { deep(); } finally { ++deep.ends; } };
+    deep.ends = 0;
+    try { deep(); } catch (error) { console.log(error.message, deep.ends > 100); }
+    const timers = Components.classes["@mozilla.org/observer-service;1"].getService(Components.interfaces.nsIObserverService);
+    const observer = { observe() { timers.notifyObservers(null, "deep", null); } };
+    timers.addObserver(observer, "deep", false);
+    timers.notifyObservers(null, "deep", null);
+    quit(3);
+  )");
+  const int status = std::system(("ulimit -s 512 && HOME=" + program.Directory() +
+                                  " " VOREL_BINARY_DIR "/bin/vorel --log off " + script +
+                                  " 2>/dev/null | grep -q 'too much recursion true'")
+                                     .c_str());
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+  const int end =
+      std::system(("ulimit -s 512 && HOME=" + program.Directory() +
+                   " " VOREL_BINARY_DIR "/bin/vorel --log off " + script + " >/dev/null 2>&1")
+                      .c_str());
+  EXPECT_EQ(WEXITSTATUS(end), 3);
 }
 
 TEST(Program, FilesOfAnApplicationStopItWhenTheyAreDamaged) {
@@ -224,6 +256,36 @@ TEST(Program, ScriptErrorIsReportedWithoutPlaceOrStatus) {
   EXPECT_NE(outcome.mErrors.find("app.js:3"), std::string::npos) << outcome.mErrors;
   EXPECT_NE(outcome.mErrors.find("noSuchThing"), std::string::npos) << outcome.mErrors;
   EXPECT_EQ(program.Run({"-e", "quit(7)"}).mStatus, 7);
+}
+
+// At the limit each collection finds room for a few objects more.
+TEST(Program, MemoryThatIsOutIsNotToldForMinutes) {
+  nsProgram program;
+  const std::string script = program.Write("app.js", R"(
+    const attempts = [() => { const all = []; for (;;) all.push({ i: all.length }); },
+                      () => { const all = new Map(); for (let i = 0;; ++i) all.set("k" + i, { i }); },
+                      () => { let all = null; for (;;) all = { all }; }];
+    for (const attempt of [...attempts, ...attempts]) try { attempt(); } catch (error) { console.log(error); }
+    const kept = Array.from({ length: 1e5 }, (_, i) => ({ i }));
+    for (let i = 0; i < 4e6; ++i) kept[i % kept.length] = { i };  // what can be collected is no reason
+    quit(kept.length === 1e5 ? 0 : 1);
+  )");
+  const auto begin = std::chrono::steady_clock::now();
+  const nsOutcome outcome = program.Run({"--heap", "32", script});
+  EXPECT_EQ(outcome.mStatus, 0) << outcome.mErrors;
+  std::string told;
+  for (int i = 0; i < 6; ++i) told += "out of memory\n";
+  EXPECT_EQ(outcome.mOutput, told);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(30));
+  // The application's own limit, which a number of the command line overrides.
+  program.Write("application/defaults/preferences/a.js",
+                "pref(\"vorel.script.heap-limit\", 16);\n");
+  const std::string fill =
+      "try { const a = []; while (a.length < 1e6) a.push({ n: a.length }); 'room' } catch (e) { e "
+      "}";
+  const std::string application = program.Directory() + "/application";
+  EXPECT_EQ(program.Run({"--app", application, "-e", fill}).mOutput, "out of memory\n");
+  EXPECT_EQ(program.Run({"--app", application, "--heap", "256", "-e", fill}).mOutput, "room\n");
 }
 
 TEST(Program, ChangeIsNotOneObjectInALineBehindThePicture) {

@@ -61,6 +61,8 @@ TEST(CommandLine, MistakesAreSilentlyAccepted) {
   EXPECT_NE(ErrorOf({"--machine="}).find("needs a value"), std::string::npos);
   EXPECT_NE(ErrorOf({"--log", "loud"}).find("loud"), std::string::npos);
   EXPECT_NE(ErrorOf({"--log", "a.b=loud"}).find("loud"), std::string::npos);
+  for (const char* limit : {"", "x", "7", "3073", "64M", "-1", "99999999999"})
+    EXPECT_NE(ErrorOf({"--heap", limit}).find("--heap"), std::string::npos) << limit;
   EXPECT_NE(ErrorOf({"app.txt"}).find("app.txt"), std::string::npos);
   EXPECT_NE(ErrorOf({"watch"}).find("directory"), std::string::npos);
   EXPECT_NE(ErrorOf({"watch", "--once"}).find("directory"), std::string::npos);

@@ -454,6 +454,19 @@ bool ResolveClass(JSContext* cx, const std::string& aName, bool* aFound,
   JS::RootedObject object(cx, JS_GetFunctionObject(function));
   js::SetFunctionNativeReserved(object, 0, JS::PrivateValue(name));
   if (!runtime->DefineHasInstance(object, name)) return false;
+  // As of the interface, whose members its objects have first.
+  if (!name->mIIDs.empty()) {
+    JS::RootedString number(cx, NS_NewScriptString(cx, name->mIIDs[0].ToString()));
+    if (!number || !JS_DefineProperty(cx, object, "number", number, JSPROP_READONLY)) return false;
+    if (const nsScriptInterface* const table = nsScriptTables::Find(name->mIIDs[0])) {
+      JS::RootedObject prototype(cx, runtime->Prototype(table));
+      bool has = false;
+      if (!prototype || !JS_DefineProperty(cx, object, "prototype", prototype, JSPROP_READONLY) ||
+          !JS_AlreadyHasOwnProperty(cx, prototype, "constructor", &has) ||
+          (!has && !JS_DefineProperty(cx, prototype, "constructor", object, 0)))
+        return false;
+    }
+  }
   for (const nsIID& id : name->mIIDs)
     for (const nsScriptInterface* level = nsScriptTables::Find(id); level;
          level = nsScriptTables::Parent(*level))
@@ -464,6 +477,15 @@ bool ResolveClass(JSContext* cx, const std::string& aName, bool* aFound,
 }
 
 }  // namespace
+
+bool NS_FindGlobalClass(JSContext* cx, const std::string& aName, JS::MutableHandleValue aResult) {
+  aResult.setUndefined();
+  if (CategoryEntry(kClassCategory, aName).empty() &&
+      CategoryEntry(kConstructorCategory, aName).empty())
+    return true;
+  JS::RootedObject global(cx, Runtime()->Global());
+  return JS_GetProperty(cx, global, aName.c_str(), aResult);
+}
 
 bool NS_ResolveGlobalName(JSContext* cx, JS::HandleObject aGlobal, JS::HandleId aId,
                           bool* aResolved) {
@@ -558,5 +580,9 @@ bool NS_DefineEnvironment(nsScriptRuntime* aRuntime) {
   aRuntime->mInspect = &function.toObject();
   if (!JS_GetProperty(cx, tools, "complete", &function)) return false;
   aRuntime->mComplete = &function.toObject();
+  if (!JS_GetProperty(cx, tools, "showArray", &function)) return false;
+  aRuntime->mShowArray = &function.toObject();
+  if (!JS_GetProperty(cx, tools, "arrayHandler", &function)) return false;
+  aRuntime->mArrayHandler = &function.toObject();
   return true;
 }

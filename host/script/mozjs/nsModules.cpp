@@ -3,6 +3,7 @@
 #include <js/Modules.h>
 #include <js/Promise.h>
 #include <js/PropertyAndElement.h>
+#include <js/ScriptPrivate.h>
 #include <js/SourceText.h>
 #include <unistd.h>
 
@@ -11,45 +12,88 @@
 
 #include "nsConvert.h"
 #include "nsIFactory.h"
+#include "nsIFileURL.h"
+#include "nsIIOService.h"
+#include "nsILocalFile.h"
 #include "nsIModuleLoader.h"
 #include "nsImplements.h"
 #include "nsScriptErrors.h"
 #include "nsScriptModule.h"
 #include "nsScriptRuntime.h"
 #include "nsScriptedObject.h"
+#include "nsServices.h"
 #include "nsString.h"
+#include "nsXPCOM.h"
 
 namespace {
 
-/// The file that an import means, seen from the file that has it. Empty for a bare name, which
-/// means nothing here.
-std::string ResolvePath(const std::string& aSpecifier, const std::string& aFrom) {
+/// A file runs once, by whatever name: links are followed where they lead anywhere.
+std::string WholePath(const std::string& aFile) {
   namespace fs = std::filesystem;
-  std::string specifier = aSpecifier;
-  if (specifier.starts_with("file://")) specifier.erase(0, 7);
-  if (specifier.starts_with("/")) return fs::path(specifier).lexically_normal();
-  if (!specifier.starts_with("./") && !specifier.starts_with("../")) return {};
-  return (fs::path(aFrom).parent_path() / specifier).lexically_normal();
+  std::error_code error;
+  const fs::path whole = fs::canonical(aFile, error);
+  return error ? fs::absolute(aFile, error).lexically_normal().native() : whole.native();
+}
+
+/// The path of a "file:" URL; empty for one that names no file.
+std::string PathOfURL(const std::string& aURL) {
+  const auto io = do_GetService<nsIIOService>(NS_IOSERVICE_CONTRACTID);
+  nsCOMPtr<nsIURI> uri;
+  nsCOMPtr<nsIFile> file;
+  nsCString path;
+  if (!io || NS_FAILED(io->NewURI(nsCString(aURL), nullptr, nullptr, uri.getter_AddRefs())))
+    return {};
+  const auto url = do_QueryInterface<nsIFileURL>(uri);
+  if (!url || NS_FAILED(url->GetFile(file.getter_AddRefs())) ||
+      NS_FAILED(file->GetNativePath(path)))
+    return {};
+  return std::string(path.view());
+}
+
+std::string URLOfPath(const std::string& aPath) {
+  const auto io = do_GetService<nsIIOService>(NS_IOSERVICE_CONTRACTID);
+  nsCOMPtr<nsILocalFile> file;
+  nsCOMPtr<nsIURI> uri;
+  nsCString spec;
+  if (!io || NS_FAILED(NS_NewNativeLocalFile(nsCString(aPath), true, file.getter_AddRefs())) ||
+      NS_FAILED(io->NewFileURI(file.get(), uri.getter_AddRefs())) || NS_FAILED(uri->GetSpec(spec)))
+    return {};
+  return std::string(spec.view());
+}
+
+/// The file that an import means, seen from the file that has it. Empty for a bare name, which
+/// means nothing here. Only what begins with "file:" is a URL; a path may hold anything.
+std::string ResolvePath(const std::string& aSpecifier, const std::string& aFrom) {
+  if (aSpecifier.starts_with("file:")) return PathOfURL(aSpecifier);
+  if (aSpecifier.starts_with("/")) return aSpecifier;
+  if (!aSpecifier.starts_with("./") && !aSpecifier.starts_with("../")) return {};
+  return std::filesystem::path(aFrom).parent_path() / aSpecifier;
 }
 
 bool Init(JSContext* cx, const std::string& aText, JS::SourceText<mozilla::Utf8Unit>& aSource) {
   return aSource.init(cx, aText.data(), aText.size(), JS::SourceOwnership::Borrowed);
 }
 
+/// What imports in a file are seen from. Null when memory is out.
+JSString* NameForImports(JSContext* cx, const std::string& aFile) {
+  return NS_NewScriptString(cx, WholePath(aFile));
+}
+
 JSObject* GetModule(JSContext* cx, const std::string& aFile) {
+  const std::string file = WholePath(aFile);
   auto& modules = nsScriptRuntime::Current()->mModules;
-  if (const auto found = modules.find(aFile); found != modules.end()) return found->second;
+  if (const auto found = modules.find(file); found != modules.end()) return found->second;
   std::string text;
-  if (!NS_ReadScript(cx, aFile, &text)) return nullptr;
+  if (!NS_ReadScript(cx, file, &text)) return nullptr;
   JS::CompileOptions options(cx);
-  options.setFileAndLine(aFile.c_str(), 1);
+  options.setFileAndLine(file.c_str(), 1);
   JS::SourceText<mozilla::Utf8Unit> source;
   JS::RootedObject module(
       cx, Init(cx, text, source) ? JS::CompileModule(cx, options, source) : nullptr);
-  JS::RootedString name(cx, module ? NS_NewScriptString(cx, aFile) : nullptr);
+  JS::RootedString name(cx, module ? NS_NewScriptString(cx, file) : nullptr);
   if (!name) return nullptr;
   JS::SetModulePrivate(module, JS::StringValue(name));
-  modules.try_emplace(aFile, cx, module);
+  modules.try_emplace(file, cx, module);
   return module;
 }
 
@@ -62,9 +106,10 @@ JSObject* ResolveImport(JSContext* cx, JS::Handle<JS::Value> aReferrer,
   const std::string file = ResolvePath(name, from);
   std::string wrong;
   if (file.empty())
-    wrong = "a path that begins with ./, ../ or / is expected";
+    wrong = name.starts_with("file:") ? "the URL names no file of this machine"
+                                      : "a path that begins with ./, ../ or / is expected";
   else if (access(file.c_str(), R_OK) != 0)
-    wrong = file + " can't be read";
+    wrong = WholePath(file) + " can't be read";
   if (wrong.empty()) return GetModule(cx, file);
   NS_ThrowTypeError(
       cx, (aReferrer.isString() ? from + ": " : "") + "import \"" + name + "\": " + wrong);
@@ -73,7 +118,7 @@ JSObject* ResolveImport(JSContext* cx, JS::Handle<JS::Value> aReferrer,
 
 bool DescribeModule(JSContext* cx, JS::Handle<JS::Value> aPrivate, JS::Handle<JSObject*> aMeta) {
   if (!aPrivate.isString()) return true;
-  JS::RootedString url(cx, NS_NewScriptString(cx, "file://" + NS_Text(cx, aPrivate.toString())));
+  JS::RootedString url(cx, NS_NewScriptString(cx, URLOfPath(NS_Text(cx, aPrivate.toString()))));
   return url && JS_DefineProperty(cx, aMeta, "url", url, JSPROP_ENUMERATE);
 }
 
@@ -83,6 +128,14 @@ bool Evaluate(JSContext* cx, JS::HandleObject aModule, JS::MutableHandleObject a
   if (!JS::ModuleInstantiate(cx, aModule) || !JS::ModuleEvaluate(cx, aModule, &result))
     return false;
   aPromise.set(result.isObject() ? &result.toObject() : nullptr);
+  return true;
+}
+
+/// Whether a module has thrown before its first await; the exception is then pending.
+bool Failed(JSContext* cx, JS::HandleObject aPromise) {
+  if (!aPromise || JS::GetPromiseState(aPromise) != JS::PromiseState::Rejected) return false;
+  JS::RootedValue reason(cx, JS::GetPromiseResult(aPromise));
+  if (JS::SetSettledPromiseIsHandled(cx, aPromise)) JS_SetPendingException(cx, reason);
   return true;
 }
 
@@ -128,7 +181,7 @@ class ScriptFactory final : public nsImplements<ScriptFactory, nsIFactory> {
     const nsresult rv = native->QueryInterface(aIID, aResult);
     const nsScriptInterface* const table = nsScriptTables::Find(aIID);
     if (NS_FAILED(rv) && table) {
-      NS_ThrowNotImplemented(cx, table, std::string(table->mName), mFile);
+      NS_ThrowNotImplemented(cx, table, std::string(table->mName), mFile, object);
       runtime->ReportException();
     }
     return rv;
@@ -197,13 +250,17 @@ class ModuleLoader final : public nsImplements<ModuleLoader, nsIModuleLoader> {
     if (aFile.ends_with(".mjs")) {
       JS::RootedObject module(cx, GetModule(cx, aFile));
       JS::RootedObject promise(cx);
-      if (!module || !Evaluate(cx, module, &promise)) return false;
+      if (!module || !Evaluate(cx, module, &promise) || Failed(cx, promise)) return false;
+      if (promise && JS::GetPromiseState(promise) == JS::PromiseState::Pending)
+        return NS_ThrowTypeError(cx, aFile +
+                                         ": a component is asked for its classes at once, so "
+                                         "that neither it nor what it imports can await");
       JS::RootedObject exports(cx, JS::GetModuleNamespace(cx, module));
       return exports && JS_GetProperty(cx, exports, "NSGetFactory", aGetFactory);
     }
-    const std::string key = "component:" + aFile;
+    const std::string key = "component:" + WholePath(aFile);
     if (const auto found = aRuntime->mModules.find(key); found != aRuntime->mModules.end()) {
-      aGetFactory.setObject(*found->second);
+      aGetFactory.set(found->second ? JS::ObjectValue(*found->second) : JS::UndefinedValue());
       return true;
     }
     std::string text;
@@ -217,14 +274,17 @@ class ModuleLoader final : public nsImplements<ModuleLoader, nsIModuleLoader> {
     JSFunction* const body =
         JS::CompileFunction(cx, scope, options, "component", 0, nullptr, source);
     if (!body) return false;
+    JS::RootedFunction rooted(cx, body);
     JS::RootedValue function(cx, JS::ObjectValue(*JS_GetFunctionObject(body)));
+    JSString* const name = NameForImports(cx, aFile);
+    JSScript* const script = name ? JS_GetFunctionScript(cx, rooted) : nullptr;
+    if (!script) return false;
+    JS::SetScriptPrivate(script, JS::StringValue(name));
     if (!JS::Call(cx, JS::UndefinedHandleValue, function, JS::HandleValueArray::empty(),
                   aGetFactory))
       return false;
-    if (aGetFactory.isObject()) {
-      JS::RootedObject object(cx, &aGetFactory.toObject());
-      aRuntime->mModules.try_emplace(key, cx, object);
-    }
+    aRuntime->mModules.try_emplace(key, cx,
+                                   aGetFactory.isObject() ? &aGetFactory.toObject() : nullptr);
     return true;
   }
 };
@@ -267,16 +327,16 @@ bool NS_RunFile(nsScriptRuntime* aRuntime, const std::string& aFile) {
     if (!module || !Evaluate(cx, module, &promise)) return false;
     // What goes wrong later than the first await is a rejection, reported like all that nobody
     // handles.
-    if (!promise || JS::GetPromiseState(promise) != JS::PromiseState::Rejected) return true;
-    JS::RootedValue reason(cx, JS::GetPromiseResult(promise));
-    if (JS::SetSettledPromiseIsHandled(cx, promise)) JS_SetPendingException(cx, reason);
-    return false;
+    return !Failed(cx, promise);
   }
   std::string text;
   if (!NS_ReadScript(cx, file, &text)) return false;
   JS::CompileOptions options(cx);
   options.setFileAndLine(file.c_str(), 1);
   JS::SourceText<mozilla::Utf8Unit> source;
-  JS::RootedValue result(cx);
-  return Init(cx, text, source) && JS::Evaluate(cx, options, source, &result);
+  JS::RootedScript script(cx, Init(cx, text, source) ? JS::Compile(cx, options, source) : nullptr);
+  JSString* const name = script ? NameForImports(cx, file) : nullptr;
+  if (!name) return false;
+  JS::SetScriptPrivate(script, JS::StringValue(name));
+  return JS_ExecuteScript(cx, script);
 }

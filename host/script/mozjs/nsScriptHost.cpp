@@ -10,6 +10,7 @@
 
 #include "nsScriptEngine.h"
 #include "nsScriptErrors.h"
+#include "nsScriptHeap.h"
 #include "nsScriptModule.h"
 #include "nsScriptRuntime.h"
 
@@ -19,9 +20,7 @@ std::unique_ptr<nsScriptHost> nsScriptHost::Create(const nsScriptOptions& aOptio
   if (!runtime) return nullptr;
   JSContext* const cx = runtime->Context();
   nsScriptRuntime::Entry entry(runtime, false, nsScriptRuntime::Caller::eLoop);
-  JS_SetGCParameter(cx, JSGC_MAX_BYTES, aOptions.mHeapLimit);
-  // Memory is out only when a collection does not help; the engine would try that once a minute.
-  JS_SetGCParameter(cx, JSGC_MIN_LAST_DITCH_GC_PERIOD, 0);
+  NS_SetHeapLimit(cx, aOptions.mHeapLimit);
   JS::RootedObject global(cx, runtime->Global());
   JS::RootedValueVector arguments(cx);
   runtime->mEndsWithOutput = aOptions.mEndsWithOutput;
@@ -73,6 +72,11 @@ nsresult nsScriptHost::Evaluate(std::string_view aText, const char* aName, std::
   if (done || !JS_IsExceptionPending(cx)) return NS_OK;
   runtime->ReportException();
   return NS_ERROR_FAILURE;
+}
+
+void nsScriptHost::SetHeapLimit(uint32_t aBytes) {
+  if (nsScriptRuntime* const runtime = nsScriptRuntime::Current())
+    NS_SetHeapLimit(runtime->Context(), aBytes);
 }
 
 int nsScriptHost::RunUntilDone() {

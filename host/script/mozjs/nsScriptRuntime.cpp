@@ -11,7 +11,9 @@
 #include <js/SavedFrameAPI.h>
 #include <js/WeakMap.h>
 #include <jsfriendapi.h>
+#include <sys/resource.h>
 
+#include <algorithm>
 #include <cstdio>
 
 #include "nsHost.h"
@@ -20,6 +22,9 @@
 #include "nsImplements.h"
 #include "nsScriptCrash.h"
 #include "nsScriptErrors.h"
+#include "nsScriptHeap.h"
+#include "nsScriptHost.h"
+#include "nsScriptWeakReference.h"
 #include "nsScriptedObject.h"
 #include "nsServices.h"
 #include "nsVorelMethodCaller.h"
@@ -28,9 +33,16 @@ nsScriptRuntime* nsScriptRuntime::sCurrent = nullptr;
 
 namespace {
 
-constexpr uint32_t kDefaultHeap = 256u << 20;
-// The main thread has 8 MB as a rule; calls into compiled code take their part of it.
-constexpr size_t kScriptStack = 1u << 20;
+// The main thread has 8 MB as a rule. Of a smaller stack scripts have half: calls into compiled
+// code take their part of it.
+constexpr size_t kMostScriptStack = 1u << 20;
+
+size_t ScriptStack() {
+  rlimit limit;
+  if (getrlimit(RLIMIT_STACK, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY)
+    return kMostScriptStack;
+  return std::min<size_t>(kMostScriptStack, limit.rlim_cur / 2);
+}
 
 bool ResolveGlobal(JSContext* cx, JS::HandleObject aGlobal, JS::HandleId aId, bool* aResolved) {
   if (!JS_ResolveStandardClass(cx, aGlobal, aId, aResolved)) return false;
@@ -116,17 +128,20 @@ void nsScriptRuntime::Shutdown() {
 nsScriptRuntime::nsScriptRuntime() = default;
 
 bool nsScriptRuntime::Init(std::string* aError) {
-  mCx = JS_NewContext(kDefaultHeap);
+  const uint32_t limit = nsScriptOptions().mHeapLimit;
+  mCx = JS_NewContext(limit);
   if (!mCx) {
     *aError = "no memory for the script engine";
     return false;
   }
-  JS_SetNativeStackQuota(mCx, kScriptStack);
+  NS_SetHeapLimit(mCx, limit);
+  JS_SetNativeStackQuota(mCx, ScriptStack());
   if (!js::UseInternalJobQueues(mCx) || !JS::InitSelfHostedCode(mCx)) {
     *aError = "the script engine can't be set up";
     return false;
   }
-  if (!JS_AddInterruptCallback(mCx, StopInterrupted) || !NS_StartScriptCrash(mCx)) {
+  if (!NS_InitScriptHeap(mCx) || !JS_AddInterruptCallback(mCx, StopInterrupted) ||
+      !NS_StartScriptCrash(mCx)) {
     *aError = "no memory for the script engine";
     return false;
   }
@@ -135,6 +150,8 @@ bool nsScriptRuntime::Init(std::string* aError) {
   NS_InitModules(mCx);
   mGlobal.init(mCx);
   mScriptedMap.init(mCx);
+  mShowArray.init(mCx);
+  mArrayHandler.init(mCx);
   mInspect.init(mCx);
   mComplete.init(mCx);
   mRejections.init(mCx, JS::GCVector<JSObject*, 0, js::SystemAllocPolicy>());
@@ -169,6 +186,8 @@ nsScriptRuntime::~nsScriptRuntime() {
   mTimers.clear();
   NS_CancelLoadGroup(mDocument.get());
   mDocument = nullptr;
+  for (const auto& weak : mWeak) weak->mObject = nullptr;
+  mWeak.clear();
   for (nsScriptedObject* object : mScripted) object->CutOff();
   mScripted.clear();
   JS_ClearPendingException(mCx);
@@ -177,6 +196,8 @@ nsScriptRuntime::~nsScriptRuntime() {
   mShapes.clear();
   mModules.clear();
   mRejections.reset();
+  mShowArray.reset();
+  mArrayHandler.reset();
   mInspect.reset();
   mComplete.reset();
   mScriptedMap.reset();

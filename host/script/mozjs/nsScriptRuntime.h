@@ -19,11 +19,13 @@
 #include "nsIHostDocument.h"
 #include "nsIObserver.h"
 #include "nsITimer.h"
+#include "nsIWeakReference.h"
 #include "nsKeptCharacters.h"
 #include "nsScriptTables.h"
 
 class nsScriptedObject;
 class nsScriptRuntime;
+struct nsScriptWeakSlot;
 
 /// Stands for a file in the places of errors.
 inline constexpr char kScriptPreludeName[] = "prelude.js";
@@ -124,6 +126,8 @@ class nsScriptRuntime {
   bool ReadID(JS::HandleValue aValue, nsID* aResult);
   bool DefineInterfaceConstants(JS::HandleObject aObject, const nsScriptInterface* aInterface);
   bool DefineHasInstance(JS::HandleObject aObject, nsNamedInterface* aName);
+  /// A weak reference to an object of script: alive as long as script keeps the object.
+  nsCOMPtr<nsIWeakReference> NewWeakReference(JS::HandleObject aObject);
 
   // ---- Objects of script in compiled code (nsScriptedObject.cpp)
 
@@ -178,6 +182,8 @@ class nsScriptRuntime {
 
   JS::PersistentRootedObject mInspect;  ///< the function that turns a value into text for people
   JS::PersistentRootedObject mComplete;
+  JS::PersistentRootedObject mShowArray;  ///< the function that lets script see a list's elements
+  JS::PersistentRootedObject mArrayHandler;  ///< what it does that with
 
   // ---- Modules (nsModules.cpp)
   std::map<std::string, JS::PersistentRootedObject> mModules;
@@ -191,6 +197,8 @@ class nsScriptRuntime {
   void RunJobs();
   bool ReadClassInfo(nsISupports* aNative, std::vector<const nsScriptInterface*>* aInterfaces,
                      std::string* aName);
+  void TellHidden(JS::HandleId aId, const std::vector<nsWrapper::Face>& aFaces, size_t aFace,
+                  const std::string& aName);
   JSObject* ShapePrototype(const std::vector<nsWrapper::Face>& aFaces, const std::string& aName);
   bool DefineMembers(JS::HandleObject aPrototype, const nsScriptInterface* aInterface);
   static void SweepWrappers(JSTracer* aTracer, void* aRuntime);
@@ -212,6 +220,7 @@ class nsScriptRuntime {
   std::unordered_map<const char*, JS::PropertyKey> mProperties;
   std::vector<nsISupports*> mGarbage;
   std::unordered_set<nsScriptedObject*> mScripted;
+  std::vector<std::shared_ptr<nsScriptWeakSlot>> mWeak;
   uint32_t mLiveObjects = 0;
   uint32_t mCollectedAt = 0;
   unsigned mDepth = 0;
@@ -232,6 +241,8 @@ bool NS_DefineEnvironment(nsScriptRuntime* aRuntime);
 /// Looks a name up in the categories of global names.
 bool NS_ResolveGlobalName(JSContext* cx, JS::HandleObject aGlobal, JS::HandleId aId,
                           bool* aResolved);
+/// The global name of a class of compiled objects; undefined for a class that has none.
+bool NS_FindGlobalClass(JSContext* cx, const std::string& aName, JS::MutableHandleValue aResult);
 /// Those of the categories that have not been looked up yet.
 bool NS_ListGlobalNames(JSContext* cx, JS::HandleObject aGlobal, JS::MutableHandleIdVector aNames);
 /// Hooks for `import`, static and dynamic.

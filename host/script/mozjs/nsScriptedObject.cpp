@@ -12,7 +12,8 @@
 #include "nsVorelMethodCaller.h"
 
 bool NS_ThrowNotImplemented(JSContext* cx, const nsScriptInterface* aInterface,
-                            const std::string& aName, const std::string& aPlace) {
+                            const std::string& aName, const std::string& aPlace,
+                            JS::HandleObject aObject) {
   std::string message = aPlace + ": an object that implements " + aName + " is expected, ";
   if (!aInterface || !aInterface->mImplement)
     return NS_ThrowTypeError(cx, message + "and script can't implement that");
@@ -22,6 +23,21 @@ bool NS_ThrowNotImplemented(JSContext* cx, const nsScriptInterface* aInterface,
     separator = ", ";
   }
   if (aInterface->mFunction) message += ", or a function";
+  JS::RootedId name(cx);
+  separator = "; it lacks ";
+  for (const nsScriptInterface* level = aInterface;
+       aObject && level && *level->mIID != nsISupports::kIID;
+       level = nsScriptTables::Parent(*level)) {
+    for (const nsScriptMember& member : level->mMembers) {
+      bool has = false;
+      if (!nsScriptRuntime::Current()->NameOf(member.mName, &name) ||
+          !JS_HasPropertyById(cx, aObject, name, &has))
+        return false;
+      if (has) continue;
+      (message += separator) += member.mName;
+      separator = ", ";
+    }
+  }
   return NS_ThrowTypeError(cx, message);
 }
 
@@ -78,7 +94,7 @@ bool nsScriptedObject::Get(nsScriptRuntime* aRuntime, JS::HandleObject aObject,
     self = static_cast<nsScriptedObject*>(known.toPrivate());
   }
   if (root) {
-    *aResult = self.get();
+    *aResult = static_cast<nsScriptObject*>(self.get());
     return true;
   }
   nsISupports* face = self->FindFace(aInterface);
@@ -161,6 +177,8 @@ nsresult nsScriptedObject::QueryInterface(const nsIID& aIID, void** aResult) {
   *aResult = nullptr;
   if (aIID == nsISupports::kIID || aIID == kPrivateIID) {
     *aResult = static_cast<nsScriptObject*>(this);
+  } else if (aIID == nsISupportsWeakReference::kIID) {
+    *aResult = static_cast<nsISupportsWeakReference*>(this);
   } else if (const nsScriptInterface* const table = nsScriptTables::Find(aIID);
              table && table->mImplement) {
     *aResult = FindFace(table);
@@ -169,6 +187,16 @@ nsresult nsScriptedObject::QueryInterface(const nsIID& aIID, void** aResult) {
   }
   if (!*aResult) return NS_ERROR_NO_INTERFACE;
   AddRef();
+  return NS_OK;
+}
+
+nsresult nsScriptedObject::GetWeakReference(nsIWeakReference** aResult) {
+  if (!aResult) return NS_ERROR_NULL_POINTER;
+  if (!IsOnScriptThread()) return NS_ERROR_NOT_SAME_THREAD;
+  nsScriptRuntime* const runtime = nsScriptRuntime::Current();
+  if (mCutOff || !runtime) return NS_ERROR_NOT_AVAILABLE;
+  JS::RootedObject object(runtime->Context(), mObject);
+  runtime->NewWeakReference(object).forget(aResult);
   return NS_OK;
 }
 

@@ -7,12 +7,14 @@
 #include <thread>
 #include <vector>
 
+#include "nsISupportsWeakReference.h"
 #include "nsScriptRuntime.h"
 
 /// False with a pending TypeError: what stands at the place is no such object. aInterface may be
-/// null.
+/// null, and aObject too; otherwise the message says which members that one lacks.
 bool NS_ThrowNotImplemented(JSContext* cx, const nsScriptInterface* aInterface,
-                            const std::string& aName, const std::string& aPlace);
+                            const std::string& aName, const std::string& aPlace,
+                            JS::HandleObject aObject = nullptr);
 
 /// One for each object of script that compiled code holds, with a face for each interface it was
 /// taken for.
@@ -23,7 +25,8 @@ bool NS_ThrowNotImplemented(JSContext* cx, const nsScriptInterface* aInterface,
 ///
 /// Counts may change on any thread; the last reference always goes on script's thread, the main
 /// one. Calls on other threads are refused: who calls from elsewhere has to dispatch.
-class nsScriptedObject final : public nsScriptObject {
+/// Its weak references live as long as the script's object does.
+class nsScriptedObject final : public nsScriptObject, public nsISupportsWeakReference {
  public:
   static constexpr nsIID kPrivateIID = "7e0cb6a6-8a3c-4d0e-a2b5-51d3f5ad9d3c"_iid;
 
@@ -42,6 +45,7 @@ class nsScriptedObject final : public nsScriptObject {
   nsresult QueryInterface(const nsIID& aIID, void** aResult) override;
   nsrefcnt AddRef() override { return mCount.fetch_add(1, std::memory_order_relaxed) + 1; }
   nsrefcnt Release() override;
+  nsresult GetWeakReference(nsIWeakReference** aResult) override;
   nsresult CallScript(const nsScriptInterface& aInterface, const nsScriptMember& aMember, bool aSet,
                       nsScriptSlot* aSlots) override;
 

@@ -2,6 +2,7 @@
 #include <js/CallAndConstruct.h>
 #include <js/MemoryFunctions.h>
 #include <js/PropertyAndElement.h>
+#include <js/Proxy.h>
 #include <js/Symbol.h>
 #include <js/friend/StackLimits.h>
 #include <jsfriendapi.h>
@@ -9,11 +10,13 @@
 #include <algorithm>
 
 #include "nsConvert.h"
+#include "nsIArray.h"
 #include "nsIClassInfo.h"
 #include "nsIProgrammingLanguage.h"
 #include "nsIXPCScriptable.h"
 #include "nsScriptErrors.h"
 #include "nsScriptRuntime.h"
+#include "nsScriptWeakReference.h"
 #include "nsScriptedObject.h"
 #include "nsXPCOM.h"
 
@@ -285,11 +288,18 @@ void NS_FinalizeWrapper(nsScriptRuntime* aRuntime, nsWrapper* aWrapper) {
 void nsScriptRuntime::SweepWrappers(JSTracer* aTracer, void* aRuntime) {
   for (auto& [identity, wrapper] : static_cast<nsScriptRuntime*>(aRuntime)->mWrappers)
     JS_UpdateWeakPointerAfterGC(aTracer, &wrapper->mObject);
+  for (const auto& weak : static_cast<nsScriptRuntime*>(aRuntime)->mWeak)
+    JS_UpdateWeakPointerAfterGC(aTracer, &weak->mObject);
 }
 
 nsWrapper* nsScriptRuntime::WrapperOf(const JS::Value& aValue) {
-  if (!aValue.isObject() || JS::GetClass(&aValue.toObject()) != &kWrapperClass) return nullptr;
-  return JS::GetMaybePtrFromReservedSlot<nsWrapper>(&aValue.toObject(), kWrapperSlot);
+  JSObject* object = aValue.isObject() ? &aValue.toObject() : nullptr;
+  // A list is behind its elements; no other proxy stands for what it is about.
+  if (object && js::IsScriptedProxy(object) && sCurrent && sCurrent->mArrayHandler &&
+      js::GetProxyReservedSlot(object, 0) == JS::ObjectValue(*sCurrent->mArrayHandler))
+    object = js::GetProxyTargetObject(object);
+  if (!object || JS::GetClass(object) != &kWrapperClass) return nullptr;
+  return JS::GetMaybePtrFromReservedSlot<nsWrapper>(object, kWrapperSlot);
 }
 
 nsISupports* nsScriptRuntime::Face(nsWrapper* aWrapper, const nsScriptInterface* aInterface) {
@@ -407,11 +417,21 @@ bool nsScriptRuntime::Wrap(nsISupports* aNative, const nsScriptInterface* aInter
     ReleaseLater(wrapper->mIdentity);
     return false;
   }
-  wrapper->mObject = object;
-  mWrappers[wrapper->mIdentity] = wrapper.get();
+  nsWrapper* const shown = wrapper.get();
+  shown->mObject = object;
+  mWrappers[shown->mIdentity] = shown;
   JS::SetReservedSlot(object, kWrapperSlot, JS::PrivateValue(wrapper.release()));
   JS::AddAssociatedMemory(object, kWrapperSize, JS::MemoryUse::Embedding1);
   aResult.setObject(*object);
+  const bool isList =
+      std::any_of(shown->mFaces.begin(), shown->mFaces.end(), [](const nsWrapper::Face& aFace) {
+        return nsScriptTables::Derives(aFace.mInterface, nsScriptTables::Find(nsIArray::kIID));
+      });
+  if (!isList || !mShowArray) return true;
+  JS::RootedValue show(mCx, JS::ObjectValue(*mShowArray));
+  if (!JS::Call(mCx, JS::UndefinedHandleValue, show, JS::HandleValueArray(aResult), aResult))
+    return false;
+  shown->mObject = &aResult.toObject();
   return true;
 }
 
@@ -471,6 +491,30 @@ JSObject* nsScriptRuntime::Prototype(const nsScriptInterface* aInterface) {
   return prototype;
 }
 
+// One of two members of a name is not to be reached, and whoever misses it should know.
+void nsScriptRuntime::TellHidden(JS::HandleId aId, const std::vector<nsWrapper::Face>& aFaces,
+                                 size_t aFace, const std::string& aName) {
+  const auto owner = [&](const nsWrapper::Face& aSeen) -> const nsScriptInterface* {
+    for (const nsScriptInterface* level = aSeen.mInterface;
+         level && *level->mIID != nsISupports::kIID; level = nsScriptTables::Parent(*level))
+      for (const nsScriptMember& member : level->mMembers) {
+        JS::RootedId id(mCx);
+        if (NameOf(member.mName, &id) && id.get() == aId.get()) return level;
+      }
+    return nullptr;
+  };
+  const nsScriptInterface* const hidden = owner(aFaces[aFace]);
+  for (size_t i = 0; hidden && i < aFace; ++i) {
+    const nsScriptInterface* const shown = owner(aFaces[i]);
+    if (!shown || shown == hidden) continue;
+    const Output output(this);
+    fprintf(stderr, "vorel: %s: %s.%s hides the member of this name of %s\n", aName.c_str(),
+            std::string(shown->mName).c_str(), NS_Text(mCx, aId.toString()).c_str(),
+            std::string(hidden->mName).c_str());
+    return;
+  }
+}
+
 JSObject* nsScriptRuntime::ShapePrototype(const std::vector<nsWrapper::Face>& aFaces,
                                           const std::string& aName) {
   std::string key = aName;
@@ -498,7 +542,10 @@ JSObject* nsScriptRuntime::ShapePrototype(const std::vector<nsWrapper::Face>& aF
         bool has = false;
         if (!JS_HasPropertyById(mCx, prototype, id, &has)) return nullptr;
         JS::Rooted<mozilla::Maybe<JS::PropertyDescriptor>> descriptor(mCx);
-        if (has) continue;
+        if (has) {
+          TellHidden(id, aFaces, i, aName);
+          continue;
+        }
         if (!JS_GetOwnPropertyDescriptorById(mCx, from, id, &descriptor)) return nullptr;
         JS::Rooted<JS::PropertyDescriptor> own(mCx, *descriptor);
         if (!JS_DefinePropertyById(mCx, prototype, id, own)) return nullptr;
@@ -508,6 +555,10 @@ JSObject* nsScriptRuntime::ShapePrototype(const std::vector<nsWrapper::Face>& aF
   JS::RootedString tag(mCx, NS_NewScriptString(mCx, aName));
   JS::RootedId tagId(mCx, JS::GetWellKnownSymbolKey(mCx, JS::SymbolCode::toStringTag));
   if (!tag || !JS_DefinePropertyById(mCx, prototype, tagId, tag, JSPROP_READONLY)) return nullptr;
+  JS::RootedValue constructor(mCx);
+  if (!NS_FindGlobalClass(mCx, aName, &constructor)) JS_ClearPendingException(mCx);
+  if (constructor.isObject() && !JS_DefineProperty(mCx, prototype, "constructor", constructor, 0))
+    return nullptr;
   mShapes.try_emplace(key, mCx, prototype);
   return prototype;
 }

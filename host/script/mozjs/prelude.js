@@ -141,6 +141,11 @@
   function Exception(message, result) {
     return host.makeError(result ?? host.results.NS_ERROR_FAILURE, message);
   }
+  // What compiled code answers is thrown as an Error that has its result.
+  Object.defineProperty(Exception, "prototype", { value: Error.prototype, writable: false });
+  Object.defineProperty(Exception, Symbol.hasInstance, {
+    value: (error) => error instanceof Error && Object.hasOwn(error, "result") && typeof error.result === "number",
+  });
 
   define(global, "Components", Object.freeze({
     classes,
@@ -169,6 +174,31 @@
       return Reflect.get(target, name, receiver);
     },
   }));
+
+  // Script sees an array of compiled code through this, so that its elements are properties of their own: `0 in list`,
+  // Object.keys(list) and Array.prototype.map.call(list, ...) find them. They are read as above.
+  const indexOf = (name) => (typeof name === "string" && /^(0|[1-9][0-9]*)$/.test(name) ? Number(name) : -1);
+  const refuse = (name) => {
+    throw new TypeError(`[${String(name)}]: elements of a list of compiled code are not assigned or deleted; ` +
+      "nsIMutableArray has operations for that");
+  };
+  const has = (list, index) => index >= 0 && index < list.length;
+  const arrayHandler = {
+    has: (target, name) => has(target, indexOf(name)) || Reflect.has(target, name),
+    getOwnPropertyDescriptor(target, name) {
+      const index = indexOf(name);
+      return has(target, index) ? { value: element(target, index), writable: false, enumerable: true, configurable: true }
+        : Reflect.getOwnPropertyDescriptor(target, name);
+    },
+    ownKeys: (target) => [...Array.from({ length: target.length }, (_, i) => String(i)), ...Reflect.ownKeys(target)],
+    set: (target, name, value, receiver) => (indexOf(name) >= 0 ? refuse(name) : Reflect.set(target, name, value, receiver)),
+    defineProperty: (target, name, descriptor) =>
+      (indexOf(name) >= 0 ? refuse(name) : Reflect.defineProperty(target, name, descriptor)),
+    deleteProperty: (target, name) => (indexOf(name) >= 0 ? refuse(name) : Reflect.deleteProperty(target, name)),
+    preventExtensions: () => false,
+  };
+  const showArray = (array) => new Proxy(array, arrayHandler);
+
   iterable("nsIArray", function* () {
     // The length is asked each time: the array may change between two steps.
     for (let i = 0; i < this.length; ++i) yield element(this, i);
@@ -208,5 +238,5 @@
     return [text.length - prefix.length, [...new Set(fitting)].sort()];
   }
 
-  return { inspect, complete };
+  return { inspect, complete, showArray, arrayHandler };
 })

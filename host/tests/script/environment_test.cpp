@@ -1,4 +1,6 @@
 // What script finds around it: timers, promises, modules, files, the end.
+#include <filesystem>
+
 #include "nsScriptEngine.h"
 #include "nsScriptTest.h"
 
@@ -75,6 +77,23 @@ TEST_F(ScriptEnvironment, FileIsRunFromTheWrongPlace) {
   for (const char* part : {"bad.js:2:5: SyntaxError", "lib/none.mjs can't be read",
                            "throws.mjs:3:7: Error: top", "none.js can't be read"})
     EXPECT_NE(std::string::npos, text.find(part)) << part << " in " << text;
+}
+
+TEST_F(ScriptEnvironment, ModuleIsNotFoundOrRunsTwice) {
+  const std::string odd = Write("lib/odd %41#?.mjs",
+                                "globalThis.loads = (globalThis.loads ?? 0) + 1;\n"
+                                "export const url = import.meta.url;\n");
+  std::filesystem::create_symlink(odd, Path("lib/link.mjs"));
+  EXPECT_EQ(NS_OK, mScripts->RunFile(Write("apps/classic.js", R"((async () => {
+    const one = await import("../lib/odd %41#?.mjs");
+    const others = await Promise.all([one.url, "../lib/link.mjs", "../apps/../lib//odd %41#?.mjs"].map((name) => import(name)));
+    globalThis.r = [others.every((other) => other === one), loads, one.url.split("/").pop()].join();
+  })())")));
+  EXPECT_EQ(0, Finish().first);
+  EXPECT_EQ("true,1,odd%20%2541%23%3F.mjs", Run("r"));
+  for (const char* wrong : {"file://elsewhere/a.mjs", "file:///a%00.mjs", "bare"}) {
+    EXPECT_NE("", Run(std::string("import('") + wrong + "'); undefined")) << wrong;
+  }
 }
 
 TEST_F(ScriptEnvironment, DocumentStandsSomewhereElse) {

@@ -123,6 +123,29 @@ TEST_F(ScriptListener, QuitInAListenerGoesOn) {
   EXPECT_EQ(7, Finish().first);
 }
 
+// A weakly held observer lives as long as script keeps it, and no longer.
+TEST_F(ScriptListener, WeakObserverIsRefusedLostOrKept) {
+  EXPECT_EQ("", Run(R"(
+      globalThis.observers = Components.classes['@mozilla.org/observer-service;1']
+        .getService(Components.interfaces.nsIObserverService);
+      globalThis.heard = [];
+      globalThis.kept = { observe(subject, topic) { heard.push('kept') } };
+      observers.addObserver(kept, 'weak', true);
+      (() => observers.addObserver({ observe() { heard.push('dropped') } }, 'weak', true))();
+      undefined)"));
+  EXPECT_EQ("dropped,kept", Run("observers.notifyObservers(null, 'weak', null); `${heard}`"));
+  EXPECT_EQ("kept", Run("Components.utils.forceGC(); heard = [];"
+                        "observers.notifyObservers(null, 'weak', null); `${heard}`"));
+  EXPECT_EQ("1", Run("[...observers.enumerateObservers('weak')].length"));
+  EXPECT_EQ(0, Finish().first) << "a weak observer keeps no application running";
+  EXPECT_EQ("", Run("observers.removeObserver(kept, 'weak'); heard = [];"
+                    "observers.notifyObservers(null, 'weak', null); `${heard}`"));
+  EXPECT_EQ("", Run("observers.addObserver(kept, 'weak', true); undefined"));
+  mScripts = nullptr;  // a reference that is left over is empty
+  EXPECT_EQ(NS_OK, do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID)
+                       ->NotifyObservers(nullptr, "weak", nullptr));
+}
+
 class ScriptComponent : public nsScriptTest {
  protected:
   void SetUp() override {
@@ -137,7 +160,14 @@ class ScriptComponent : public nsScriptTest {
               "component {c0000000-0000-4000-8000-000000000004} module.mjs\n"
               "contract @test/module;1 {c0000000-0000-4000-8000-000000000004}\n"
               "component {c0000000-0000-4000-8000-000000000005} lacking.js\n"
-              "contract @test/lacking;1 {c0000000-0000-4000-8000-000000000005}\n"));
+              "contract @test/lacking;1 {c0000000-0000-4000-8000-000000000005}\n"
+              "component {c0000000-0000-4000-8000-000000000006} throws.mjs\n"
+              "contract @test/throws;1 {c0000000-0000-4000-8000-000000000006}\n"
+              "component {c0000000-0000-4000-8000-000000000007} awaits.mjs\n"
+              "contract @test/awaits;1 {c0000000-0000-4000-8000-000000000007}\n"));
+    Write("throws.mjs",
+          "export const NSGetFactory = () => class {};\nthrow new Error('at the top');\n");
+    Write("awaits.mjs", "await 0;\nexport const NSGetFactory = () => class {};\n");
     Write("listener.js",
           "let made = 0;\n"
           "class Listener { constructor() { this.n = ++made } onThing() {} ask(n) { return { "
@@ -178,7 +208,7 @@ TEST_F(ScriptComponent, NobodyLearnsWhatAClassLacks) {
   const std::string text = testing::internal::GetCapturedStderr();
   EXPECT_NE(std::string::npos,
             text.find("lacking.js: an object that implements nsITestListener is expected, one "
-                      "with onThing, ask"))
+                      "with onThing, ask; it lacks ask\n"))
       << text;
 }
 
@@ -190,6 +220,14 @@ TEST_F(ScriptComponent, ClassOfABrokenFileIsMade) {
   EXPECT_FALSE(do_CreateInstance<nsITestListener>("@test/broken;1", &rv));
   const std::string text = testing::internal::GetCapturedStderr();
   EXPECT_NE(std::string::npos, text.find("broken.js:2:")) << text;
+  testing::internal::CaptureStderr();
+  EXPECT_FALSE(do_CreateInstance<nsITestListener>("@test/throws;1", &rv));
+  EXPECT_FALSE(do_CreateInstance<nsITestListener>("@test/awaits;1", &rv));
+  const std::string modules = testing::internal::GetCapturedStderr();
+  EXPECT_NE(std::string::npos, modules.find("throws.mjs:2:7: Error: at the top\n")) << modules;
+  EXPECT_NE(std::string::npos,
+            modules.find("awaits.mjs: a component is asked for its classes at once"))
+      << modules;
 }
 
 }  // namespace

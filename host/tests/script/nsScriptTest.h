@@ -16,6 +16,11 @@ class nsScriptTest : public nsHostTest {
                [](const nsIID& aIID, void** aResult) {
                  return MakeRefCounted<nsTestThing>()->QueryInterface(aIID, aResult);
                })
+        .Class("b0000000-0000-4000-8000-000000000002"_iid, "@test/twin;1",
+               [](const nsIID& aIID, void** aResult) {
+                 return MakeRefCounted<nsTestTwin>()->QueryInterface(aIID, aResult);
+               })
+        .Category("JavaScript-global-property", "twin", "@test/twin;1")
         .Category("JavaScript-global-property", "thing", "@test/thing;1")
         .Category("JavaScript-global-property", "absent", "@test/absent;1")
         .Category("JavaScript-global-constructor", "TestThing", "@test/thing;1")

@@ -81,6 +81,19 @@ class nsITestExtra : public nsISupports {
   ~nsITestExtra() = default;
 };
 
+/// Has a member of another interface's name.
+class nsITestTwin : public nsISupports {
+ public:
+  using Self = nsITestTwin;
+  using Base = nsISupports;
+  static constexpr std::string_view kName = "nsITestTwin";
+  static constexpr nsIID kIID = "a0000000-0000-4000-8000-000000000005"_iid;
+  virtual nsresult GetExtra(nsAString& aExtra) = 0;
+
+ protected:
+  ~nsITestTwin() = default;
+};
+
 template <class I>
 class TestListenerFace : public nsScriptFace<I> {
  public:
@@ -123,6 +136,7 @@ inline const nsScriptInterface* const kTestTables[] = {
            nsMethod<"askAll", &nsITestThing::AskAll, "aNumber", "aAnswers">,
            nsLeftOut<&nsITestThing::Hidden>>(),
     nsBind<nsITestExtra, nsAttribute<"extra", &nsITestExtra::GetExtra>>(),
+    nsBind<nsITestTwin, nsAttribute<"extra", &nsITestTwin::GetExtra>>(),
 };
 
 class nsTestThing final
@@ -234,3 +248,22 @@ class nsTestThing final
 
 inline const nsClassInfoRecord nsTestThing::kClassInfo = {
     NS_ClassInterfaces<nsITestThing>, NS_NamedHelper<"TestThing">, nsIClassInfo::DOM_OBJECT, {}};
+
+class nsTestTwin final : public nsImplements<nsTestTwin, nsITestTwin, nsITestExtra> {
+ public:
+  static const nsClassInfoRecord kClassInfo;
+  nsresult GetExtra(nsAString& aExtra) override {
+    NS_Assign(aExtra, std::u16string_view(u"twin"));
+    return NS_OK;
+  }
+  nsresult GetExtra(bool*) override { return NS_ERROR_UNEXPECTED; }
+
+ private:
+  ~nsTestTwin() override = default;
+};
+
+inline const nsClassInfoRecord nsTestTwin::kClassInfo = {
+    NS_ClassInterfaces<nsITestTwin, nsITestExtra>,
+    NS_NamedHelper<"TestTwin">,
+    nsIClassInfo::DOM_OBJECT,
+    {}};

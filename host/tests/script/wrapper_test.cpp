@@ -94,6 +94,47 @@ TEST_F(ScriptWrapper, ListsAreNotLists) {
       for (const name of ['a', 'b']) list.appendElement(new TestThing(name), false);
       `${list.length} ${list[1].label} ${[...list].map((t) => t.label)} ${list[2]}`)"));
   EXPECT_EQ("2", Run("let n = 0; for (const t of list.enumerate()) ++n; n"));
+  EXPECT_EQ("true false true false",
+            Run("`${0 in list} ${2 in list} ${'length' in list} ${'01' in list}`"));
+  EXPECT_EQ("0,1 a false",
+            Run("`${Object.keys(list)} ${Object.getOwnPropertyDescriptor(list, 0).value.label} ${"
+                "Object.getOwnPropertyDescriptor(list, 1).writable}`"));
+  EXPECT_EQ("ab ba 1 b", Run("`${Array.prototype.map.call(list, (t) => t.label).join('')} ${"
+                             "Array.prototype.reduceRight.call(list, (s, t) => s + t.label, '')} ${"
+                             "Array.prototype.indexOf.call(list, list[1])} "
+                             "${Array.prototype.at.call(list, -1).label}`"));
+  for (const char* wrong :
+       {"list[0] = list[1]", "list[7] = 1", "delete list[0]", "Array.prototype.push.call(list, 1)",
+        "Array.prototype.reverse.call(list)", "Object.defineProperty(list, 0, {})"})
+    EXPECT_TRUE(Thrown(wrong).starts_with("TypeError: ")) << wrong;
+  EXPECT_EQ("a,b 1", Run("list.mark = 1; `${[...list].map((t) => t.label)} ${list.mark}`"));
+  // The same object, whichever way it comes, and no other proxy is taken for one.
+  EXPECT_EQ("true 3", Run("list.appendElement(list, false); `${list[2] === list} ${list.length}`"));
+  EXPECT_TRUE(Thrown("list.appendElement(new Proxy(thing, {}), false); new Proxy(list, {}).length")
+                  .starts_with("TypeError"));
+  EXPECT_EQ("", Run("list.clear(); undefined"));
+}
+
+TEST_F(ScriptWrapper, GlobalNameIsNoClass) {
+  EXPECT_EQ("true true", Run("const t = new TestThing(); `${t.constructor === TestThing} ${"
+                             "TestThing.prototype.isPrototypeOf(t)}`"));
+  EXPECT_EQ("true true 7",
+            Run("`${TestThing.number === Components.interfaces.nsITestThing.number} ${"
+                "TestThing.prototype === Components.interfaces.nsITestThing.prototype} "
+                "${TestThing.LIMIT}`"));
+  EXPECT_EQ("true,true,false,false",
+            Run("[() => thing.fail(0x80004005), () => { throw new Components.Exception('x', "
+                "0x80004004) },"
+                " () => { throw new Error('x') }, () => { throw { result: 1 } }].map((f) => {"
+                "  try { f() } catch (e) { return e instanceof Components.Exception } }).join()"));
+}
+
+// A name that two interfaces of an object have can be reached in one of them only.
+TEST_F(ScriptWrapper, HiddenMemberIsNotTold) {
+  EXPECT_EQ(
+      "twinvorel: TestTwin: nsITestTwin.extra hides the member of this name of nsITestExtra\n",
+      Run("twin.extra"));
+  EXPECT_EQ("twin", Run("twin.extra")) << "once is enough";
 }
 
 // Nothing that a script does with the objects it reaches may end the process.

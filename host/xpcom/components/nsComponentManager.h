@@ -39,6 +39,9 @@ class nsComponentManager final : public nsImplements<nsComponentManager, nsIComp
   nsCategoryManager& Categories() { return *mCategories; }
   /// The thread that runs events while it waits for a service.
   void SetMainThread(nsIThread* aThread) { mMainThread = aThread; }
+  /// A module says that the host shall not start. Main thread.
+  void RefuseStart() { mRefusesStart = true; }
+  bool RefusesStart() const { return mRefusesStart; }
 
   // Registration, on the main thread. aWhere is for messages ("FILE:LINE").
   /// A record in memory, by name. NS_ERROR_FAILURE, and a message, for another version.
@@ -132,6 +135,7 @@ class nsComponentManager final : public nsImplements<nsComponentManager, nsIComp
   const nsAppInfo mAppInfo;
   const std::thread::id mMainThreadId = std::this_thread::get_id();
   nsCOMPtr<nsIThread> mMainThread;  // this and the next: only on it
+  bool mRefusesStart = false;
   std::set<std::string> mManifests;
   const nsCOMPtr<nsCategoryManager> mCategories = MakeRefCounted<nsCategoryManager>();
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "nsComponentManager.h"
 #include "nsHostMessage.h"
 #include "nsImplements.h"
 #include "nsThreadManager.h"
@@ -77,8 +78,11 @@ nsresult nsKnownModule::Load() {
   const nsresult rv = mRecord.loadProc();
   mState = NS_SUCCEEDED(rv) ? eLoaded : eFailed;
   if (NS_SUCCEEDED(rv)) return NS_OK;
-  NS_HostMessage(eHostError,
-                 "The load step of " + mName + " failed: " + std::string(NS_ResultName(rv)));
+  if (rv == NS_ERROR_ABORT && nsComponentManager::Current())
+    nsComponentManager::Current()->RefuseStart();
+  else
+    NS_HostMessage(eHostError,
+                   "The load step of " + mName + " failed: " + std::string(NS_ResultName(rv)));
   return NS_ERROR_FACTORY_NOT_LOADED;
 }
 

@@ -37,7 +37,9 @@ struct Module {
   const ContractIDEntry* mContractIDs;    ///< closed by a null contractid; may be null
   const CategoryEntry* mCategoryEntries;  ///< closed by a null category; may be null
   GetFactoryProcPtr getFactoryProc;       ///< asked before a row's own procedures; may be null
-  LoadFuncPtr loadProc;      ///< runs once, on the main thread, before the first object is made
+  /// Runs once, on the main thread, before the first object is made. NS_ERROR_ABORT, and a line of
+  /// the log that says why: without this module the host shall not start.
+  LoadFuncPtr loadProc;
   UnloadFuncPtr unloadProc;  ///< runs once, after all services are released
 };
 static_assert(sizeof(void*) != 8 || (sizeof(Module) == 56 && sizeof(Module::CIDEntry) == 32));

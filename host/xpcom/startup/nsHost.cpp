@@ -94,6 +94,7 @@ void nsHost::Impl::Notify(const char* aTopic, const char16_t* aData, nsISupports
 void nsHost::Impl::TellCategory(const char* aCategory, const char16_t* aData, bool aMayCreate) {
   constexpr std::string_view kService = "service,";
   for (const auto& [name, value] : mManager->Categories().Entries(aCategory)) {
+    if (mManager->RefusesStart()) return;
     const bool isService = !aMayCreate || value.starts_with(kService);
     nsCOMPtr<nsIObserver> observer;
     nsresult rv;
@@ -104,7 +105,7 @@ void nsHost::Impl::TellCategory(const char* aCategory, const char16_t* aData, bo
           do_GetService<nsIObserver>(value.c_str() + (aMayCreate ? kService.size() : 0), &rv);
     if (observer)
       (void)observer->Observe(nullptr, aCategory, aData);
-    else
+    else if (!mManager->RefusesStart())
       NS_HostMessage(eHostWarning, std::string(aCategory) + ": entry " + name +
                                        " is not told, since " + value +
                                        " is not to be had: " + std::string(NS_ResultName(rv)));
@@ -113,6 +114,7 @@ void nsHost::Impl::TellCategory(const char* aCategory, const char16_t* aData, bo
 
 nsresult nsHost::Impl::Start(const nsHostOptions& aOptions) {
   mOptions = aOptions;
+  mError.clear();
   if (!mOptions.mProfileDirectory.empty() && !mOptions.mProfileReadOnly) {
     const nsresult rv = mProfileLock.Lock(mOptions.mProfileDirectory, &mError);
     if (NS_FAILED(rv)) return rv;
@@ -147,7 +149,9 @@ nsresult nsHost::Impl::Start(const nsHostOptions& aOptions) {
   mManager->Categories().SetAnnouncing(true);
   TellCategory("xpcom-startup", u"", false);
   TellCategory("app-startup", nullptr, true);
-  return NS_OK;
+  if (!mManager->RefusesStart()) return NS_OK;
+  Stop();
+  return NS_ERROR_ABORT;
 }
 
 // What the application and the library ask the directory service for.

@@ -281,20 +281,18 @@ nsresult nsSystemManagerGeneric::CallProfileBindingListeners(
 nsresult nsSystemManagerGeneric::GetAdapterBySysPath(nsIArray* aAdapters, nsString aSysPath,
                                                      nsISystemAdapter** aAdapter) {
   *aAdapter = nullptr;
-  // Discovery asks for each thing that it finds: all adapters are looked at without a copy of the
-  // list, which nobody changes meanwhile.
-  uint32_t length = static_cast<uint32_t>(mAdapters.size());
+  nsCOMPtr<nsIArray> adapters = aAdapters;
   nsresult rv;
-  if (aAdapters) {
-    rv = aAdapters->GetLength(&length);
+  if (!adapters) {
+    rv = GetAdapters(adapters.getter_AddRefs());
     NS_ENSURE_SUCCESS(rv, rv);
   }
+  uint32_t length = 0;
+  rv = adapters->GetLength(&length);
+  NS_ENSURE_SUCCESS(rv, rv);
   for (uint32_t i = 0; i < length; ++i) {
     nsCOMPtr<nsISystemAdapter> adapter;
-    if (aAdapters)
-      (void)aAdapters->QueryElementAt(i, nsISystemAdapter::kIID, NS_OutVoid(adapter));
-    else
-      adapter = mAdapters[i];
+    (void)adapters->QueryElementAt(i, nsISystemAdapter::kIID, NS_OutVoid(adapter));
     NS_ENSURE_TRUE(adapter, NS_ERROR_UNEXPECTED);
     nsString sysPath;
     rv = adapter->GetSysPath(sysPath);

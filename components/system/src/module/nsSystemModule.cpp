@@ -114,9 +114,9 @@ nsresult Load() {
                   __LINE__);
     return NS_ERROR_FAILURE;
   }
-  // A machine that can't be read leaves nothing loaded; running on another one would be worse.
-  const nsresult rv = NS_OpenMachine(&gPlatform);
-  if (NS_FAILED(rv)) return rv;
+  // A machine that can't be read leaves nothing loaded; running on another one would be worse. It
+  // has said why.
+  if (NS_FAILED(NS_OpenMachine(&gPlatform))) return NS_ERROR_ABORT;
   gInitialized = true;
   for (size_t i = 0; i < gInterfaces.size(); ++i)
     if (NS_FAILED(ReadInterfaces(kDOMClasses[i], &gInterfaces[i]))) return NS_OK;

@@ -232,6 +232,14 @@ TEST_P(TreeTest, DyingListenerOrTreeIsCalled) {
   mTree = nullptr;
   nsManualPool::Instance().Clear();  // a walk that finds its tree gone is not run
   EXPECT_EQ(mListener->Take(), Lines());
+
+  mTree = MakeRefCounted<nsSystemFileSystemTree>(mFiles);
+  ASSERT_EQ(mTree->SetListener(mListener.get()), NS_OK);
+  ASSERT_EQ(mTree->Init(nsString(mRoot), true), NS_OK);
+  nsManualPool::Instance().Run();
+  mTree = nullptr;  // between the walk and the notice of it
+  NS_RunEvents();
+  EXPECT_EQ(mListener->Take(), Lines());
 }
 
 TEST_P(TreeTest, ListenerThatLetsGoOfTheTreeLocksUp) {

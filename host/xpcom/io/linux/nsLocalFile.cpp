@@ -374,10 +374,15 @@ nsresult nsLocalFile::GetTime(int64_t* aTime, bool aOfLink) {
   if (!aTime) return NS_ERROR_NULL_POINTER;
   struct stat facts;
   const nsresult rv = Stat(&facts, aOfLink);
-  if (NS_SUCCEEDED(rv))
-    *aTime = facts.st_mtim.tv_sec * kMillisecondsPerSecond +
-             facts.st_mtim.tv_nsec / kNanosecondsPerMillisecond;
-  return rv;
+  if (NS_FAILED(rv)) return rv;
+  const int64_t rest = facts.st_mtim.tv_nsec / kNanosecondsPerMillisecond;
+  int64_t time;
+  // Some file systems keep times that milliseconds can't tell.
+  if (__builtin_mul_overflow(facts.st_mtim.tv_sec, kMillisecondsPerSecond, &time) ||
+      __builtin_add_overflow(time, rest, &time))
+    return NS_ERROR_LOSS_OF_SIGNIFICANT_DATA;
+  *aTime = time;
+  return NS_OK;
 }
 
 nsresult nsLocalFile::SetTime(int64_t aTime, bool aOfLink) {

@@ -63,7 +63,8 @@ class nsSystemRequestFormat final
     : public vorel::detail::SystemRequestClass<nsSystemRequestFormat, nsISystemRequestFormat> {
  public:
   static constexpr nsClassInfoRecord kClassInfo =
-      NS_ClassInfo<"systemRequestFormat", nsISystemRequest, nsISystemRequestFormat>();
+      NS_ClassInfo<"systemRequestFormat", nsISystemRequest, nsISystemRequestFormat>(
+          "5b0f3c52-8d0e-4c0b-9f1d-0c5b7b5f6a11"_iid);
   static constexpr char kLoggerName[] = "system.maintenance.format";
   static constexpr char kCommand[] = "/usr/bin/format.sh";
   using SystemRequestClass::SystemRequestClass;
@@ -73,7 +74,8 @@ class nsSystemRequestCommit final
     : public vorel::detail::SystemRequestClass<nsSystemRequestCommit, nsISystemRequestCommit> {
  public:
   static constexpr nsClassInfoRecord kClassInfo =
-      NS_ClassInfo<"systemRequestCommit", nsISystemRequest, nsISystemRequestCommit>();
+      NS_ClassInfo<"systemRequestCommit", nsISystemRequest, nsISystemRequestCommit>(
+          "c4a6d1f7-2e57-4d39-8a80-6f3f2b9e7d22"_iid);
   static constexpr char kLoggerName[] = "system.maintenance.commit";
   static constexpr char kCommand[] = "/usr/bin/commit.sh";
   using SystemRequestClass::SystemRequestClass;
@@ -84,7 +86,8 @@ class nsSystemRequestCheckDataDisk final
                                                nsISystemRequestCheckDataDisk> {
  public:
   static constexpr nsClassInfoRecord kClassInfo =
-      NS_ClassInfo<"systemRequestCheckDataDisk", nsISystemRequest, nsISystemRequestCheckDataDisk>();
+      NS_ClassInfo<"systemRequestCheckDataDisk", nsISystemRequest, nsISystemRequestCheckDataDisk>(
+          "0e9d7c3a-6b14-4f85-b2c6-91d4a8e3f533"_iid);
   static constexpr char kLoggerName[] = "system.maintenance.checkdatadisk";
   static constexpr char kCommand[] = "/usr/bin/checkdatadisk.sh";
   using SystemRequestClass::SystemRequestClass;

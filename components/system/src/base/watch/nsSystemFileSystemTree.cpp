@@ -647,8 +647,11 @@ void nsSystemFileSystemTree::CallListener(Call aCall) {
 template <class... Stored, class... P>
 nsresult nsSystemFileSystemTree::DispatchToOwner(nsresult (nsSystemFileSystemTree::*aMethod)(P...),
                                                  std::type_identity_t<P>... aArguments) {
+  // What has something to tell keeps the tree; without arguments it is told only while it lives.
+  constexpr auto kOwnership =
+      sizeof...(Stored) == 0 ? vorel::threads::eWeak : vorel::threads::eStrong;
   const auto runnable =
-      NS_NewRunnableMethodCaller<vorel::threads::eStrong, Stored...>(this, aMethod, aArguments...);
+      NS_NewRunnableMethodCaller<kOwnership, Stored...>(this, aMethod, aArguments...);
   return mOwnerThread->Dispatch(runnable.get(), NS_DISPATCH_NORMAL);
 }
 

@@ -24,7 +24,10 @@ void SetFacts(const struct stat& aStatus, nsPlatformFiles::Entry* aEntry) {
                   : S_ISREG(aStatus.st_mode) ? nsPlatformFiles::kFile
                   : S_ISLNK(aStatus.st_mode) ? nsPlatformFiles::kSymlink
                                              : nsPlatformFiles::kSpecial;
-  aEntry->mLastModify = int64_t{aStatus.st_mtim.tv_sec} * 1'000'000'000 + aStatus.st_mtim.tv_nsec;
+  // Only compared for being equal: times beyond the year 2262 may wrap around.
+  aEntry->mLastModify =
+      static_cast<int64_t>(static_cast<uint64_t>(aStatus.st_mtim.tv_sec) * 1'000'000'000 +
+                           static_cast<uint64_t>(aStatus.st_mtim.tv_nsec));
   aEntry->mHasINode = aStatus.st_ino != 0;  // some volumes have no numbers to give
   aEntry->mINode = aStatus.st_ino;
   aEntry->mVolume = aStatus.st_dev;
@@ -107,6 +110,11 @@ class LinuxListing final : public nsPlatformFiles::Listing {
   int mError = 0;      // to be told once, then the listing is at its end
 };
 
+/// A whole path of the system's; one with a zero in it would be cut off there.
+bool IsPath(std::string_view aPath) {
+  return aPath.starts_with('/') && aPath.find('\0') == aPath.npos;
+}
+
 /// The status of what a path of any length leads to; errno on failure.
 int ReadStatus(std::string_view aPath, struct stat* aStatus) {
   while (aPath.size() > 1 && aPath.ends_with('/')) aPath.remove_suffix(1);
@@ -122,7 +130,7 @@ int ReadStatus(std::string_view aPath, struct stat* aStatus) {
 
 nsresult nsLinuxFiles::Exists(const nsAString& aPath, bool* aExists) {
   const std::string path = vorel::Utf16ToName(NS_View(aPath));
-  if (!path.starts_with('/')) return NS_ERROR_FILE_UNRECOGNIZED_PATH;
+  if (!IsPath(path)) return NS_ERROR_FILE_UNRECOGNIZED_PATH;
   struct stat status;
   const int error = ReadStatus(path, &status);
   if (error != 0 && error != ENOENT && error != ENOTDIR) return vorel::DirectoryError(error);
@@ -133,7 +141,7 @@ nsresult nsLinuxFiles::Exists(const nsAString& aPath, bool* aExists) {
 nsresult nsLinuxFiles::ReadEntry(const nsAString& aPath, Entry* aEntry) {
   std::u16string_view path = NS_View(aPath);
   const std::string bytes = vorel::Utf16ToName(path);
-  if (!bytes.starts_with('/')) return NS_ERROR_FILE_UNRECOGNIZED_PATH;
+  if (!IsPath(bytes)) return NS_ERROR_FILE_UNRECOGNIZED_PATH;
   struct stat status;
   if (const int error = ReadStatus(bytes, &status)) return vorel::DirectoryError(error);
   while (path.size() > 1 && path.ends_with(u'/')) path.remove_suffix(1);
@@ -145,7 +153,7 @@ nsresult nsLinuxFiles::ReadEntry(const nsAString& aPath, Entry* aEntry) {
 nsresult nsLinuxFiles::OpenListing(const nsAString& aPath, bool aFollowLink,
                                    std::unique_ptr<Listing>* aListing) {
   const std::string path = vorel::Utf16ToName(NS_View(aPath));
-  if (!path.starts_with('/')) return NS_ERROR_FILE_UNRECOGNIZED_PATH;
+  if (!IsPath(path)) return NS_ERROR_FILE_UNRECOGNIZED_PATH;
   nsUniqueFd fd(vorel::OpenDirectoryAt(AT_FDCWD, path, O_RDONLY | (aFollowLink ? 0 : O_NOFOLLOW)));
   if (!fd) return vorel::DirectoryError(errno);
   DIR* const directory = fdopendir(fd.get());
