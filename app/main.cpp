@@ -25,6 +25,7 @@
 #include "nsStandardStreams.h"
 #include "nsString.h"
 #include "nsSystemScript.h"
+#include "nsUtf.h"
 #include "nsVorelMethodCaller.h"
 
 namespace {
@@ -35,7 +36,7 @@ constexpr int kFailure = 1;
 constexpr int kWrongArguments = 2;
 
 int Complain(int aStatus, const std::string& aText) {
-  std::cerr << "vorel: " << aText << '\n';
+  std::cerr << "vorel: " << vorel::Printable(aText) << '\n';
   return aStatus;
 }
 

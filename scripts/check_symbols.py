@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """Checks what the component library offers and needs: it exports the module record alone, and of the host it takes no
-more than the functions of the headers that are named.
+more than the functions of the headers that are named. It does not name the host's file, so that another host can load it.
 
 usage: check_symbols.py NM LIBRARY HOST HEADER...
 """
@@ -24,6 +24,9 @@ def main(nm, library, host, *headers):
     wrong = [f"it exports {name}" for name in sorted(exported - {"NSModule"})]
     wrong += [f"it does not export {name}" for name in {"NSModule"} - exported]
     wrong += [f"it takes {name} from the host" for name in sorted(taken - declared)]
+    dynamic = subprocess.run(["readelf", "-d", library], check=True, capture_output=True, text=True).stdout
+    if f"[{pathlib.Path(host).name}]" in dynamic:
+        wrong.append(f"it names {pathlib.Path(host).name} as what it needs")
     if not taken:
         wrong.append("it takes nothing from the host: is this the library?")
     if wrong:

@@ -1,5 +1,6 @@
 #include "nsShell.h"
 
+#include <fcntl.h>
 #include <histedit.h>
 #include <poll.h>
 #include <sys/ioctl.h>
@@ -127,13 +128,16 @@ class nsShell::Terminal {
     if (aLine.find_first_not_of(" \t") == aLine.npos ||
         history(mHistory, &event, H_ENTER, aLine.c_str()) < 0 || mHistoryFile.empty())
       return;
-    // With mode 600, as the library makes it.
     const std::string fresh = mHistoryFile + ".new";
-    if (history(mHistory, &event, H_SAVE, fresh.c_str()) >= 0 &&
-        rename(fresh.c_str(), mHistoryFile.c_str()) == 0)
+    (void)unlink(fresh.c_str());  // left by a process that was cut short
+    const int fd = open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    FILE* const file = fd >= 0 ? fdopen(fd, "w") : nullptr;
+    const bool saved = file && history(mHistory, &event, H_SAVE_FP, file) >= 0;
+    if (file && fclose(file) == 0 && saved && rename(fresh.c_str(), mHistoryFile.c_str()) == 0)
       return;
     std::cerr << "vorel: " << mHistoryFile << ": the history can't be kept: " << strerror(errno)
               << '\n';
+    if (fd >= 0) (void)unlink(fresh.c_str());
     mHistoryFile.clear();
   }
 

@@ -9,7 +9,10 @@ const [asJson, watches, inColours] = ["--json", "--watch", "--colours"].map((opt
 const maxDepth = 3;
 // The adapter of a binding stands there already. The stored view of an adapter is not what is in force, and to
 // ask for it would make the store.
-const leftOut = ["adapter", "registered"];
+// The rest are places that are kept for their order, and what only the stored view can tell: a live adapter answers the
+// same for every machine.
+const leftOut = ["adapter", "registered", "reservedCounterA", "reservedCounterB", "isAlwaysFalse", "dhcpv4Server",
+  "isDnsDhcpEnabled", "igmpVersion"];
 // What a serial port tells while it is open; for a look at the machine none is opened.
 const ofOpenPorts = ["BREAK", "DCD", "CTS", "DSR", "DTR", "RING", "RTS", "isTQEmpty", "inputStream", "outputStream"];
 
@@ -71,7 +74,8 @@ function toJson(value) {
 // ---- For people
 
 // What devices call themselves is not to steer the terminal.
-const safe = (name) => name.replace(/[\x00-\x1f\x7f-\x9f]/g, "\ufffd");
+const steering = /[\x00-\x1f\x7f-\x9f\u061c\u200e\u200f\u2028-\u202e\u2066-\u2069]/g;
+const safe = (name) => name.replace(steering, "\ufffd");
 const text = (value) => (typeof value === "string" ? safe(value) : value == null ? "" : toJson(value));
 const join = (texts) => texts.filter((part) => part !== "").join(", ");
 
@@ -91,6 +95,10 @@ function stateOf({ operStatus, unicastAddresses = [], displayMode, rotation, pos
   const state = { 1: "up", 2: "down" }[operStatus] ?? "status " + operStatus;
   return join([state, ...unicastAddresses.map(({ address, prefixLength }) => `${text(address)}/${text(prefixLength)}`)]);
 }
+
+/** In JSON what could steer the terminal stands as its number. */
+const lineOf = (value) =>
+  toJson(value).replace(steering, (unit) => "\\u" + unit.charCodeAt(0).toString(16).padStart(4, "0"));
 
 function table(rows) {
   const widths = rows[0].map((_, i) => Math.max(...rows.map((row) => row[i].length)));
@@ -126,7 +134,7 @@ function show() {
       adapters: adapters.map(describeAdapter),
       bindings: Array.from(bindings, (binding) => describeBinding(binding, indices.get(binding.adapter) ?? null)),
     };
-    console.log(asJson ? toJson(picture) : tables(picture));
+    console.log(asJson ? lineOf(picture) : tables(picture));
   } catch (error) {
     Components.utils.reportError(error);
     quit(1);
@@ -146,14 +154,14 @@ function tellLater(tell) {
 
 function tellAdapter(event, adapter) {
   const change = { event, adapter: describeAdapter(adapter) };
-  console.log(asJson ? toJson(change) : `${event}: ${kindOf(change.adapter)} ${nameOf(change.adapter)}`);
+  console.log(asJson ? lineOf(change) : `${event}: ${kindOf(change.adapter)} ${nameOf(change.adapter)}`);
 }
 
 function tellBinding(event, binding) {
   // An index would mean nothing: the adapter of a binding that goes has gone before it.
   const adapter = binding.adapter && describeAdapter(binding.adapter);
   const change = { event, binding: describeBinding(binding, adapter) };
-  console.log(asJson ? toJson(change)
+  console.log(asJson ? lineOf(change)
     : `${event}: ${text(change.binding.profile)}${adapter ? ` on ${kindOf(adapter)} ${nameOf(adapter)}` : ""}`);
 }
 

@@ -38,6 +38,10 @@ function isWanted(path) {
 
 let hasChange = false;
 
+// Names of files are not to steer the terminal, or to end the line.
+const steering = /[\x00-\x1f\x7f-\x9f\u061c\u200e\u200f\u2028-\u202e\u2066-\u2069]/g;
+const numbered = (unit) => "\\u" + unit.charCodeAt(0).toString(16).padStart(4, "0");
+
 class Root {
   constructor(directory) {
     this.directory = directory;
@@ -54,7 +58,7 @@ class Root {
 
   print(event, text) {
     if (directories.length > 1) event = { root: this.directory, ...event };
-    console.log(options.json ? JSON.stringify(event) : text);
+    console.log(options.json ? JSON.stringify(event).replace(steering, numbered) : text.replace(steering, "\ufffd"));
   }
 
   // Of a directory there is no size to tell.

@@ -248,6 +248,22 @@ TEST(Program, ANameThatIsNotUtf8IsToldAsOneThatCantBeOpened) {
   EXPECT_EQ(outcome.mOutput, "true true true\n") << outcome.mErrors;
 }
 
+TEST(Program, StoreIsWrittenBelowTheWorkingDirectory) {
+  nsProgram program;
+  const std::string script = program.Write(
+      "app.js",
+      "for (const adapter of systemManager.adapters) try { adapter.registered.label = 'x'; }"
+      " catch (error) {} quit(0)");
+  const int status =
+      std::system(("cd " + program.Directory() +
+                   " && env -u XDG_STATE_HOME -u XDG_DATA_HOME HOME=relative " VOREL_BINARY_DIR
+                   "/bin/vorel --log off " +
+                   script + " 2>/dev/null")
+                      .c_str());
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+  EXPECT_NE(access((program.Directory() + "/relative").c_str(), F_OK), 0);
+}
+
 TEST(Program, ScriptErrorIsReportedWithoutPlaceOrStatus) {
   nsProgram program;
   const std::string script = program.Write("app.js", "const a = 1;\n\nnoSuchThing();\n");
@@ -314,6 +330,9 @@ TEST(Program, NameFromTheMachineIsTakenForANumber) {
      "speed": 9223372036854775807}]})");
   const Json adapter = PictureOf(program.Run({"--machine", machine, "--json"}))["adapters"][0];
   EXPECT_EQ(adapter["label"], "\u000112");
+  for (const char* none : {"reservedCounterA", "reservedCounterB", "isAlwaysFalse", "dhcpv4Server",
+                           "isDnsDhcpEnabled", "igmpVersion"})
+    EXPECT_FALSE(adapter.contains(none)) << none << " is no fact";
   EXPECT_EQ(adapter["description"], "\"\u00011");
   EXPECT_EQ(adapter["transmitLinkSpeed"], 9223372036854775807);
 }

@@ -11,7 +11,8 @@
 
 namespace {
 namespace fs = std::filesystem;
-}
+using Json = nlohmann::json;
+}  // namespace
 
 TEST(Watch, EventsAreHeldBackOrMisspelt) {
   nsProgram program;
@@ -120,6 +121,36 @@ TEST(Watch, EndDuringTheFirstWalkCrashes) {
                              std::to_string(random() % 60) + ")"});
     ASSERT_TRUE(program.WaitFor("go"));
     ASSERT_EQ(program.Finish(random() % 2 ? SIGTERM : 0).mStatus, 0) << "at the " << i << ". time";
+  }
+}
+
+// Names of files and texts of scripts are anybody's; terminals obey what they hold.
+TEST(Watch, NamesSteerTheTerminal) {
+  nsProgram program;
+  const fs::path root = fs::path(program.Directory()) / "root";
+  fs::create_directory(root);
+  const std::vector<std::string> odd = {"\x1b]0;x\x07", "a\nremoved  b", "\r\x08", "\x7f",
+                                        "\u009b2J",     "\u2028",        "\u2029", "\u202egpj",
+                                        "\u2066",       "\u200f",        "\u061c", "\u0085"};
+  for (const bool json : {false, true}) {
+    program.Start({"watch", root.string(), json ? "--json" : "--profile", json ? "--json" : "p"});
+    ASSERT_TRUE(program.WaitFor(json ? "started" : "watching"));
+    for (const std::string& name : odd) std::ofstream(root / ("n" + name + (json ? "1" : "2")));
+    std::ofstream(root / (json ? "last1" : "last2"));
+    ASSERT_TRUE(program.WaitFor(json ? "last1" : "last2"));
+    const std::string output = program.Finish(SIGTERM).mOutput;
+    EXPECT_GE(static_cast<size_t>(std::count(output.begin(), output.end(), '\n')), odd.size() + 2);
+    for (const std::string& name : odd) EXPECT_EQ(output.find(name), std::string::npos) << output;
+    if (json) {
+      EXPECT_NE(output.find("{\"event\":\"added\",\"path\":\"n\\u202egpj1\"}\n"), std::string::npos)
+          << output;
+    }
+  }
+  for (const std::string& name : odd) {
+    const std::string quoted = Json(name).dump();
+    const std::string heard = program.Run({"-e", "throw new Error(" + quoted + ")"}).mErrors +
+                              program.Run({name + ".js"}).mErrors;
+    EXPECT_TRUE(name.find('\n') != name.npos || heard.find(name) == heard.npos) << heard;
   }
 }
 

@@ -27,6 +27,7 @@
 #include "nsScriptWeakReference.h"
 #include "nsScriptedObject.h"
 #include "nsServices.h"
+#include "nsUtf.h"
 #include "nsVorelMethodCaller.h"
 
 nsScriptRuntime* nsScriptRuntime::sCurrent = nullptr;
@@ -345,7 +346,8 @@ void nsScriptRuntime::ReportValue(JS::HandleValue aException, const char* aPrefi
     stack.clear();
   else if (end != stack.npos)
     stack.resize(end);
-  fprintf(stderr, "vorel: %s%s%s\n%s", place.c_str(), aPrefix, text.c_str(), stack.c_str());
+  text = vorel::Printable(place + aPrefix + text, true);
+  fprintf(stderr, "vorel: %s\n%s", text.c_str(), vorel::Printable(stack, true).c_str());
   if (!mInComponent && mStatus == 0 && !mQuit) mStatus = 1;
 }
 

@@ -24,6 +24,11 @@ void* NS_Realloc(void* aPtr, size_t aSize) {
 }
 void NS_Free(void* aPtr) { std::free(aPtr); }
 
+// The same, by the names that the platform's own kit links components against.
+void* moz_xmalloc(size_t aSize) { return NS_Alloc(aSize); }
+void* moz_xrealloc(void* aPtr, size_t aSize) { return NS_Realloc(aPtr, aSize); }
+void moz_free(void* aPtr) { NS_Free(aPtr); }
+
 nsresult NS_GetMemoryManager(nsIMemory** aResult) {
   if (!aResult) return NS_ERROR_NULL_POINTER;
   nsresult rv;

@@ -14,6 +14,7 @@
 #include "nsNativeFile.h"
 #include "nsServices.h"
 #include "nsString.h"
+#include "nsUtf.h"
 #include "nsXPCOM.h"
 
 namespace {
@@ -126,14 +127,7 @@ nsresult nsCrashReporter::AnnotateCrashReport(const nsACString& aKey, const nsAC
   if (key.empty() || key.find_first_of(std::string_view("=\n\r\0", 4)) != key.npos ||
       NS_View(aData).find('\0') != std::string_view::npos)
     return NS_ERROR_INVALID_ARG;
-  std::string data;
-  for (const char character : NS_View(aData)) {
-    if (character == '\n')
-      data += "\\n";
-    else
-      data += character;
-  }
-  mAnnotations[key] = data;
+  mAnnotations[vorel::Printable(key)] = vorel::Printable(NS_View(aData));
   WriteAnnotations();
   return NS_OK;
 }

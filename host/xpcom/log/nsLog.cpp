@@ -65,17 +65,7 @@ class TextFormatter final : public spdlog::formatter {
  private:
   /// A record is one line, and has no say over the terminal.
   static void AppendEscaped(spdlog::string_view_t aText, spdlog::memory_buf_t& aLine) {
-    std::string valid;
-    std::string_view text = ViewOf(aText);
-    if (!vorel::IsUtf8(text)) text = valid = vorel::Utf16ToUtf8(vorel::Utf8ToUtf16(text));
-    for (const char c : text) {
-      if (c == '\n')
-        aLine.append(std::string_view("\\n"));
-      else if (c == '\t' || (static_cast<unsigned char>(c) >= 0x20 && c != 0x7F))
-        aLine.push_back(c);
-      else
-        fmt::format_to(fmt::appender(aLine), "\\x{:02x}", static_cast<unsigned char>(c));
-    }
+    aLine.append(vorel::Printable(ViewOf(aText)));
   }
 };
 

@@ -176,6 +176,7 @@ void nsPrefs::ReadUserFile(const std::string& aPath, bool aReadOnly) {
   const nsresult rv = NS_ReadFile(aPath, &contents, kConfigurationLimit, nsFileKind::eRegular);
   if (NS_FAILED(rv) && rv != NS_ERROR_FILE_NOT_FOUND) {
     NS_HostMessage(eHostError, aPath + ": " + Because(rv) + ". Changes are not saved.");
+    mNotKept = rv;
     return;
   }
   const bool isDamaged = Parse(aPath, contents) > 0;
@@ -188,6 +189,7 @@ void nsPrefs::ReadUserFile(const std::string& aPath, bool aReadOnly) {
     while (std::filesystem::exists(aside, error) && ++number < 100);
     if (const nsresult kept = NS_ReplaceFile(aside, contents); NS_FAILED(kept)) {
       NS_HostMessage(eHostError, aside + ": " + Because(kept) + ". Changes are not saved.");
+      mNotKept = kept;
       return;
     }
     NS_HostMessage(eHostWarning, aPath + " is damaged: its old contents are in " + aside + ".");
@@ -225,8 +227,14 @@ nsresult nsPrefs::SaveTo(const std::string& aPath) const {
 
 nsresult nsPrefs::Save() {
   if (const auto timer = std::exchange(mTimer, nullptr)) (void)timer->Cancel();
-  if (mUserFile.empty() || !mIsDirty) return NS_OK;
-  const nsresult rv = SaveTo(mUserFile);
+  if (mUserFile.empty()) return mNotKept;
+  if (!mIsDirty) return NS_OK;
+  std::string reason;
+  nsresult rv = mGuard ? mGuard(&reason) : NS_OK;
+  if (NS_FAILED(rv))
+    NS_HostMessage(eHostError, mUserFile + ": it is not saved. " + reason);
+  else
+    rv = SaveTo(mUserFile);
   if (NS_SUCCEEDED(rv)) {
     mIsDirty = false;
     mRetryDelay = 0;
@@ -241,6 +249,7 @@ nsresult nsPrefs::Save() {
 void nsPrefs::Shutdown() {
   (void)Save();
   if (const auto timer = std::exchange(mTimer, nullptr)) (void)timer->Cancel();
+  mGuard = nullptr;
   mUserFile.clear();
   std::vector<Watch>().swap(mWatches);
 }

@@ -1,6 +1,7 @@
 // All preferences: their values, who watches them, and their files.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -58,8 +59,11 @@ class nsPrefs {
   /// one is set aside first, so that nothing is lost; one that can't be read stays as it is, and
   /// nothing is written.
   void ReadUserFile(const std::string& aPath, bool aReadOnly);
-  /// Writes the user's file if something has changed. Success when there is none to write.
+  /// Writes the user's file if something has changed. Success when there is none to write; the
+  /// reader's result when there is one that could not be read.
   nsresult Save();
+  /// Called before each save of the user's file; a failure, with a sentence, is that of the save.
+  void SetGuard(std::function<nsresult(std::string*)> aGuard) { mGuard = std::move(aGuard); }
   /// Writes all of the user's values to another file.
   nsresult SaveTo(const std::string& aPath) const;
   /// Saves, and forgets observers and the user's file.
@@ -82,7 +86,9 @@ class nsPrefs {
   const std::thread::id mThread = std::this_thread::get_id();
   Map mPrefs;
   std::vector<Watch> mWatches;
-  std::string mUserFile;  // empty: nothing is kept
+  std::string mUserFile;      // empty: nothing is kept
+  nsresult mNotKept = NS_OK;  // why, when that is a failure
+  std::function<nsresult(std::string*)> mGuard;
   bool mIsDirty = false;
   uint32_t mRetryDelay = 0;  // milliseconds; 0 when the last save was a success
   nsCOMPtr<nsITimer> mTimer;

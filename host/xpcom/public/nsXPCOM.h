@@ -45,6 +45,10 @@ nsresult NS_NewNativeLocalFile(const nsACString& aPath, bool aFollowLinks, nsILo
 void* NS_Alloc(size_t aSize);
 void* NS_Realloc(void* aPtr, size_t aSize);
 void NS_Free(void* aPtr);
+/// The same three for components that were linked against the platform's kit.
+void* moz_xmalloc(size_t aSize);
+void* moz_xrealloc(void* aPtr, size_t aSize);
+void moz_free(void* aPtr);
 
 /// Writes the text to standard error; ends the process for NS_DEBUG_ABORT only.
 void NS_DebugBreak(uint32_t aSeverity, const char* aText, const char* aExpression,

@@ -201,6 +201,8 @@ nsresult nsHost::Impl::StartProfile() {
   if (!IsRunning()) return NS_ERROR_NOT_INITIALIZED;
   if (mProfileStarted) return NS_ERROR_ALREADY_INITIALIZED;
   mProfileStarted = true;
+  if (!mOptions.mProfileDirectory.empty() && !mOptions.mProfileReadOnly)
+    mPrefs->Prefs().SetGuard([this](std::string* aReason) { return mProfileLock.Keep(aReason); });
   if (!mOptions.mProfileDirectory.empty())
     mPrefs->Prefs().ReadUserFile(mOptions.mProfileDirectory + "/prefs.js",
                                  mOptions.mProfileReadOnly);

@@ -14,7 +14,11 @@ class nsProfileLock {
   /// *aError is a sentence for whoever started this one.
   nsresult Lock(const std::string& aDirectory, std::string* aError);
   void Unlock() { (void)mFd.Close(); }
+  /// Locks anew when the lock's file has been removed under this process. As Lock when another one
+  /// has made it anew; NS_ERROR_NOT_INITIALIZED before Lock.
+  nsresult Keep(std::string* aError);
 
  private:
+  std::string mDirectory;
   nsUniqueFd mFd;
 };

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdio>
 
 namespace vorel {
 
@@ -146,6 +147,30 @@ std::string Utf16ToName(std::u16string_view aText) {
     start = i + 1;
   }
   return bytes += Utf16ToUtf8(aText.substr(start));
+}
+
+namespace {
+constexpr bool Steers(char16_t aUnit) {
+  return aUnit < 0x20 || (aUnit >= 0x7F && aUnit < 0xA0) || aUnit == 0x061C || aUnit == 0x200E ||
+         aUnit == 0x200F || (aUnit >= 0x2028 && aUnit <= 0x202E) ||
+         (aUnit >= 0x2066 && aUnit <= 0x2069);
+}
+}  // namespace
+
+std::string Printable(std::string_view aText, bool aKeepsLines) {
+  if (std::ranges::all_of(aText, [](char c) { return c >= 0x20 && c < 0x7F; }))
+    return std::string(aText);
+  std::u16string text;
+  for (const char16_t unit : Utf8ToUtf16(aText)) {
+    if (!Steers(unit) || unit == u'\t' || (aKeepsLines && unit == u'\n')) {
+      text += unit;
+      continue;
+    }
+    char escape[12];
+    (void)snprintf(escape, sizeof escape, unit < 0x80 ? "\\x%02x" : "\\u{%x}", unsigned{unit});
+    text += unit == u'\n' ? u"\\n" : AsciiToUtf16(escape);
+  }
+  return Utf16ToUtf8(text);
 }
 
 }  // namespace vorel

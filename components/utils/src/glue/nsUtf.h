@@ -18,6 +18,11 @@ std::u16string AsciiToUtf16(std::string_view aText);
 std::string Utf16ToAscii(std::u16string_view aText);
 /// True for text that Utf8ToUtf16 takes over without a replacement character of its own.
 bool IsUtf8(std::string_view aText);
+/// A text from elsewhere for a line that people read: what could steer their terminal, end the line
+/// or change the order of what stands in it is written as "\\x1b", "\\n" or "\\u{202e}". So are the
+/// controls of both kinds, the separators of lines and paragraphs, and the marks of direction; a
+/// tab stays, and ends of lines do too where they are wanted. Malformed sequences give U+FFFD.
+std::string Printable(std::string_view aText, bool aKeepsLines = false);
 
 // Names of the system's: of files, of links, on its command line. They are bytes, and mostly UTF-8.
 

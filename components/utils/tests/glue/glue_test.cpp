@@ -8,6 +8,7 @@
 #include "nsImplements.h"
 #include "nsLogger.h"
 #include "nsString.h"
+#include "nsUtf.h"
 #include "nsXPCOM.h"
 
 namespace {
@@ -164,6 +165,16 @@ TEST(Log, TheRoomOfAFileDoesNotShowInItsLocation) {
             "components/system/src/adapters/nsPin");
   EXPECT_EQ(LocationPath("components/system/src/base/nsX.h"), "components/system/src/base/nsX");
   EXPECT_EQ(LocationPath("host/xpcom/io/nsPipe.cpp"), "host/xpcom/io/nsPipe");
+}
+
+TEST(Utf, TextSteersTheTerminal) {
+  EXPECT_EQ(vorel::Printable("caf\u00e9\t\U0001F600"), "caf\u00e9\t\U0001F600");
+  EXPECT_EQ(vorel::Printable("\x1b[2J\x7f\r\n"), "\\x1b[2J\\x7f\\x0d\\n");
+  EXPECT_EQ(vorel::Printable("a\nb", true), "a\nb");
+  EXPECT_EQ(vorel::Printable("\u0085\u009b\u061c\u200e\u200f\u2028\u2029\u202a\u202e\u2066\u2069"),
+            "\\u{85}\\u{9b}\\u{61c}\\u{200e}\\u{200f}\\u{2028}\\u{2029}\\u{202a}\\u{202e}\\u{2066}"
+            "\\u{2069}");
+  EXPECT_EQ(vorel::Printable("\xff\u2027\u202f\u2065"), "\uFFFD\u2027\u202f\u2065");
 }
 
 }  // namespace

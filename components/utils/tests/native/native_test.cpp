@@ -4,6 +4,7 @@
 #include <pthread.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
@@ -135,6 +136,21 @@ TEST(NativeThread, NameOrSecondRunIsLost) {
     thread.Join();
     EXPECT_EQ(name, std::string(expected) + "\n");
   }
+}
+
+TEST_F(NativeFile, LockFileIsReachedThroughALinkOrMissedWhenItGoes) {
+  nsUniqueFd lock;
+  ASSERT_EQ(NS_OpenLockFile(Path("lock"), &lock), NS_OK);
+  EXPECT_TRUE(NS_IsFileOfPath(lock.get(), Path("lock")));
+  ASSERT_EQ(unlink(Path("lock").c_str()), 0);
+  EXPECT_FALSE(NS_IsFileOfPath(lock.get(), Path("lock")));
+  ASSERT_EQ(NS_ReplaceFile(Path("lock"), ""), NS_OK);
+  EXPECT_FALSE(NS_IsFileOfPath(lock.get(), Path("lock"))) << "another one of its name";
+  ASSERT_EQ(symlink(Path("elsewhere").c_str(), Path("link").c_str()), 0);
+  EXPECT_EQ(NS_OpenLockFile(Path("link"), &lock), NS_ERROR_FILE_ACCESS_DENIED);
+  EXPECT_NE(access(Path("elsewhere").c_str(), F_OK), 0) << "made through the link";
+  ASSERT_EQ(mkfifo(Path("pipe").c_str(), 0600), 0);
+  EXPECT_EQ(NS_OpenLockFile(Path("pipe"), &lock), NS_ERROR_FILE_ACCESS_DENIED);
 }
 
 TEST(NativeEvent, StaysSetOrIsTakenTwice) {

@@ -549,6 +549,11 @@ bool nsCrashHandler::Install(const std::string& aDirectory) {
   const std::string path = aDirectory + "/crash-";
   if (path.size() >= sizeof state.mPath) return false;
   if (mkdir(aDirectory.c_str(), 0700) != 0 && errno != EEXIST) return false;
+  // Not where somebody else has it lead to.
+  struct stat facts;
+  if (lstat(aDirectory.c_str(), &facts) != 0 || !S_ISDIR(facts.st_mode) ||
+      (facts.st_uid != geteuid() && geteuid() != 0))
+    return false;
   std::memcpy(state.mPath, path.c_str(), path.size() + 1);
   KeepLastReports(aDirectory);
   if (state.mInstalled) return true;

@@ -106,3 +106,21 @@ nsresult NS_ReplaceFile(const std::string& aPath, std::string_view aContents, mo
   const nsUniqueFd directory(open(above.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   return directory && Sync(directory.get()) ? NS_OK : NS_LastResult();
 }
+
+nsresult NS_OpenLockFile(const std::string& aPath, nsUniqueFd* aFile) {
+  nsUniqueFd file(
+      open(aPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600));
+  struct stat facts;
+  if (!file && errno == ELOOP) return NS_ERROR_FILE_ACCESS_DENIED;
+  if (!file || fstat(file.get(), &facts) != 0) return NS_LastResult();
+  if (!S_ISREG(facts.st_mode) || (facts.st_uid != geteuid() && geteuid() != 0))
+    return NS_ERROR_FILE_ACCESS_DENIED;
+  *aFile = std::move(file);
+  return NS_OK;
+}
+
+bool NS_IsFileOfPath(int aFd, const std::string& aPath) {
+  struct stat open, named;
+  return fstat(aFd, &open) == 0 && lstat(aPath.c_str(), &named) == 0 &&
+         open.st_dev == named.st_dev && open.st_ino == named.st_ino;
+}

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "nsError.h"
+#include "nsUniqueFd.h"
 
 /// More than any file that is taken whole has a reason to be.
 inline constexpr size_t kFileLimit = 64 * 1024 * 1024;
@@ -35,3 +36,10 @@ nsresult NS_WriteDescriptor(int aFd, std::string_view aContents);
 /// it under a name of its own, so that several may do this at once, and is removed after a failure.
 /// A link in the place of the file is replaced, not followed. aMode is lessened by the umask.
 nsresult NS_ReplaceFile(const std::string& aPath, std::string_view aContents, mode_t aMode = 0600);
+
+/// Opens a file to be locked, and makes it if it is not there. It is never reached through a link,
+/// and belongs to this user: NS_ERROR_FILE_ACCESS_DENIED for one that does not, or that is no
+/// regular file.
+nsresult NS_OpenLockFile(const std::string& aPath, nsUniqueFd* aFile);
+/// False once the file that is open is not the one of the path any more: removed, or replaced.
+bool NS_IsFileOfPath(int aFd, const std::string& aPath);

@@ -66,7 +66,6 @@ nsresult Load(const std::string& aPath, nsRegistryData* aData) {
 
 // Others hold it for the time of one change. One that is stopped in the middle must not stop us.
 nsresult Lock(const nsUniqueFd& aFile, const std::string& aPath) {
-  if (!aFile) return StoreError(NS_LastResult());
   const auto patience = std::chrono::steady_clock::now() + kLockPatience;
   while (flock(aFile.get(), LOCK_EX | LOCK_NB) != 0) {
     if (errno != EINTR && errno != EWOULDBLOCK) return StoreError(NS_LastResult());
@@ -94,7 +93,9 @@ nsresult SetAside(const std::string& aPath) {
 
 nsresult nsLinuxRegistry::Read(const char*, const Visitor& aVisitor) {
   nsRegistryData data;
-  nsresult rv = Load(mPath(), &data);
+  const std::string path = mPath();
+  if (path.empty()) return aVisitor(data);
+  nsresult rv = Load(path, &data);
   if (rv == NS_ERROR_FILE_CORRUPTED) {
     // Setting it aside is a change: another process may be at it, or have done it already.
     rv = Change(nullptr, [&](nsRegistryData& aData) {
@@ -107,9 +108,16 @@ nsresult nsLinuxRegistry::Read(const char*, const Visitor& aVisitor) {
 
 nsresult nsLinuxRegistry::Change(const char*, const Visitor& aVisitor) {
   const std::string path = mPath();
+  if (path.empty()) {
+    SYSTEM_LOG_WARNING(NS_GetLogger("system.registry"),
+                       "There is neither a profile nor a home directory: the configuration is not "
+                       "stored");
+    return NS_ERROR_FILE_ACCESS_DENIED;
+  }
   MakeDirectories(DirectoryOf(path));
-  const nsUniqueFd lock(open((path + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
-  nsresult rv = Lock(lock, path);
+  nsUniqueFd lock;
+  nsresult rv = StoreError(NS_OpenLockFile(path + ".lock", &lock));
+  if (NS_SUCCEEDED(rv)) rv = Lock(lock, path);
   if (NS_FAILED(rv)) return rv;
   nsRegistryData data;
   rv = Load(path, &data);
@@ -132,5 +140,5 @@ std::string NS_RegistryPath() {
   const char* state = std::getenv("XDG_STATE_HOME");
   if (state && state[0] == '/') return std::string(state) + "/vorel/registry";
   const char* home = std::getenv("HOME");
-  return std::string(home ? home : "") + "/.local/state/vorel/registry";
+  return home && home[0] == '/' ? std::string(home) + "/.local/state/vorel/registry" : "";
 }
