@@ -324,12 +324,14 @@ interface nsISupportsPrimitive extends nsISupports {
 }
 
 interface nsISupportsCString extends nsISupportsPrimitive {
-  data: string;
+  get data(): string;
+  set data(value: string | null);
   toString(): string | null;
 }
 
 interface nsISupportsString extends nsISupportsPrimitive {
-  data: string;
+  get data(): string;
+  set data(value: string | null);
   toString(): string | null;
 }
 
@@ -369,7 +371,7 @@ interface nsIProperties extends nsISupports {
 
 interface nsIPropertyBag extends nsISupports {
   readonly enumerator: nsISimpleEnumerator | null;
-  getProperty(name: string): nsIVariant | null;
+  getProperty(name: string | null): nsIVariant | null;
 }
 
 interface nsIVariant extends nsISupports {
@@ -380,13 +382,14 @@ interface nsIFile extends nsISupports {
   readonly DIRECTORY_TYPE: 1;
   readonly OS_READAHEAD: 1073741824;
   readonly DELETE_ON_CLOSE: 2147483648;
-  append(node: string): void;
+  append(node: string | null): void;
   normalize(): void;
   create(type: number, permissions: number): void;
-  leafName: string;
-  copyTo(newParentDir: nsIFile | null, newName: string): void;
-  copyToFollowingLinks(newParentDir: nsIFile | null, newName: string): void;
-  moveTo(newParentDir: nsIFile | null, newName: string): void;
+  get leafName(): string;
+  set leafName(value: string | null);
+  copyTo(newParentDir: nsIFile | null, newName: string | null): void;
+  copyToFollowingLinks(newParentDir: nsIFile | null, newName: string | null): void;
+  moveTo(newParentDir: nsIFile | null, newName: string | null): void;
   remove(recursive: boolean): void;
   permissions: number;
   permissionsOfLink: number;
@@ -411,16 +414,17 @@ interface nsIFile extends nsISupports {
   contains(inFile: nsIFile | null, recur: boolean): boolean;
   readonly parent: nsIFile | null;
   readonly directoryEntries: nsISimpleEnumerator | null;
-  initWithPath(filePath: string): void;
+  initWithPath(filePath: string | null): void;
   initWithFile(file: nsIFile | null): void;
   followLinks: boolean;
   readonly diskSpaceAvailable: number | bigint;
-  appendRelativePath(relativeFilePath: string): void;
-  persistentDescriptor: string;
+  appendRelativePath(relativeFilePath: string | null): void;
+  get persistentDescriptor(): string;
+  set persistentDescriptor(value: string | null);
   reveal(): void;
   launch(): void;
   getRelativeDescriptor(fromFile: nsIFile | null): string;
-  setRelativeDescriptor(fromFile: nsIFile | null, relativeDesc: string): void;
+  setRelativeDescriptor(fromFile: nsIFile | null, relativeDesc: string | null): void;
 }
 
 interface nsILocalFile extends nsIFile {
@@ -546,24 +550,33 @@ interface nsIStringInputStream extends nsIInputStream {
 }
 
 interface nsIURI extends nsISupports {
-  spec: string;
+  get spec(): string;
+  set spec(value: string | null);
   readonly prePath: string;
-  scheme: string;
-  userPass: string;
-  username: string;
-  password: string;
-  hostPort: string;
-  host: string;
+  get scheme(): string;
+  set scheme(value: string | null);
+  get userPass(): string;
+  set userPass(value: string | null);
+  get username(): string;
+  set username(value: string | null);
+  get password(): string;
+  set password(value: string | null);
+  get hostPort(): string;
+  set hostPort(value: string | null);
+  get host(): string;
+  set host(value: string | null);
   port: number;
-  path: string;
+  get path(): string;
+  set path(value: string | null);
   equals(other: nsIURI | null): boolean;
   schemeIs(scheme: string | null): boolean;
   clone(): nsIURI | null;
-  resolve(relativePath: string): string;
+  resolve(relativePath: string | null): string;
   readonly asciiSpec: string;
   readonly asciiHost: string;
   readonly originCharset: string;
-  ref: string;
+  get ref(): string;
+  set ref(value: string | null);
   equalsExceptRef(other: nsIURI | null): boolean;
   cloneIgnoringRef(): nsIURI | null;
   readonly specIgnoringRef: string;
@@ -571,12 +584,18 @@ interface nsIURI extends nsISupports {
 }
 
 interface nsIURL extends nsIURI {
-  filePath: string;
-  query: string;
-  directory: string;
-  fileName: string;
-  fileBaseName: string;
-  fileExtension: string;
+  get filePath(): string;
+  set filePath(value: string | null);
+  get query(): string;
+  set query(value: string | null);
+  get directory(): string;
+  set directory(value: string | null);
+  get fileName(): string;
+  set fileName(value: string | null);
+  get fileBaseName(): string;
+  set fileBaseName(value: string | null);
+  get fileExtension(): string;
+  set fileExtension(value: string | null);
   getCommonBaseSpec(uriToCompare: nsIURI | null): string;
   getRelativeSpec(uriToCompare: nsIURI | null): string;
 }
@@ -588,13 +607,13 @@ interface nsIFileURL extends nsIURL {
 interface nsIIOService extends nsISupports {
   getProtocolHandler(scheme: string | null): nsIProtocolHandler | null;
   getProtocolFlags(scheme: string | null): number;
-  newURI(spec: string, originCharset: string | null, baseURI: nsIURI | null): nsIURI | null;
+  newURI(spec: string | null, originCharset: string | null, baseURI: nsIURI | null): nsIURI | null;
   newFileURI(file: nsIFile | null): nsIURI | null;
   newChannelFromURI(uri: nsIURI | null): nsIChannel | null;
-  newChannel(spec: string, originCharset: string | null, baseURI: nsIURI | null): nsIChannel | null;
+  newChannel(spec: string | null, originCharset: string | null, baseURI: nsIURI | null): nsIChannel | null;
   offline: boolean;
   allowPort(port: number, scheme: string | null): boolean;
-  extractScheme(urlString: string): string;
+  extractScheme(urlString: string | null): string;
 }
 
 interface nsIIOService2 extends nsIIOService {
@@ -624,7 +643,7 @@ interface nsIProtocolHandler extends nsISupports {
   readonly scheme: string;
   readonly defaultPort: number;
   readonly protocolFlags: number;
-  newURI(spec: string, originCharset: string | null, baseURI: nsIURI | null): nsIURI | null;
+  newURI(spec: string | null, originCharset: string | null, baseURI: nsIURI | null): nsIURI | null;
   newChannel(uri: nsIURI | null): nsIChannel | null;
   allowPort(port: number, scheme: string | null): boolean;
 }
@@ -634,7 +653,7 @@ interface nsIFileProtocolHandler extends nsIProtocolHandler {
   getURLSpecFromFile(file: nsIFile | null): string;
   getURLSpecFromActualFile(file: nsIFile | null): string;
   getURLSpecFromDir(file: nsIFile | null): string;
-  getFileFromURLSpec(url: string): nsIFile | null;
+  getFileFromURLSpec(url: string | null): nsIFile | null;
   readURLFile(file: nsIFile | null): nsIURI | null;
 }
 
@@ -686,8 +705,10 @@ interface nsIChannel extends nsIRequest {
   owner: nsISupports | null;
   notificationCallbacks: nsIInterfaceRequestor | null;
   readonly securityInfo: nsISupports | null;
-  contentType: string;
-  contentCharset: string;
+  get contentType(): string;
+  set contentType(value: string | null);
+  get contentCharset(): string;
+  set contentCharset(value: string | null);
   contentLength: number;
   open(): nsIInputStream | null;
   asyncOpen(listener: nsIStreamListener | nsScripted<nsIStreamListener> | null, context: nsISupports | null): void;
@@ -742,8 +763,8 @@ interface nsICrashReporter extends nsISupports {
   enabled: boolean;
   serverURL: nsIURL | null;
   minidumpPath: nsILocalFile | null;
-  annotateCrashReport(key: string, data: string): void;
-  appendAppNotesToCrashReport(data: string): void;
+  annotateCrashReport(key: string | null, data: string | null): void;
+  appendAppNotesToCrashReport(data: string | null): void;
   registerAppMemory(ptr: number | bigint, size: number | bigint): void;
   submitReports: boolean;
 }
@@ -857,7 +878,8 @@ interface nsIWindowMediator extends nsISupports {
  */
 interface nsIDigitalTvService extends nsISupports {
   /** UTF-8. */
-  name: string;
+  get name(): string;
+  set name(value: string | null);
   /** The frequency to tune to, in kHz. */
   frequency: number;
   /** The width of the channel, in MHz. */
@@ -875,7 +897,8 @@ interface nsIDigitalTvService extends nsISupports {
    */
   quality: number;
   /** Who broadcasts it, UTF-8. */
-  provider: string;
+  get provider(): string;
+  set provider(value: string | null);
   /**
    * A new array at each call, of nsIDigitalTvAudioChannel; the channels in it are the service's
    * own objects. Null, and success, for a service that was given no list. Fails when no array can
@@ -930,7 +953,8 @@ interface nsIDigitalTvAudioChannel extends nsISupports {
    * Three letters of ISO 639-2, as they are broadcast: "fra". Empty when the broadcast names none,
    * and in a new object.
    */
-  language: string;
+  get language(): string;
+  set language(value: string | null);
   /** The PID of the elementary stream, 0 to 8191. 0 in a new object. */
   pid: number;
   /** One of AUDIO_... 0 in a new object. */
@@ -953,12 +977,12 @@ interface nsIDigitalTvInspector extends nsISupports {
    * inspector is dropped. NS_ERROR_IN_PROGRESS while another is read, NS_ERROR_NULL_POINTER
    * without a listener.
    */
-  inspectStream(path: string, listener: nsIDigitalTvInspectorListener | nsScripted<nsIDigitalTvInspectorListener> | null): void;
+  inspectStream(path: string | null, listener: nsIDigitalTvInspectorListener | nsScripted<nsIDigitalTvInspectorListener> | null): void;
   /**
    * What a channels file holds, and what is wrong with it line by line, as JSON.
    * NS_ERROR_FILE_NOT_FOUND, or another failure, for a file that can't be read.
    */
-  checkChannels(path: string): string;
+  checkChannels(path: string | null): string;
   /** The countries that a scan knows, as JSON. */
   listCountries(): string;
 }
@@ -973,7 +997,7 @@ interface nsISystemFileSystemWatcher extends nsISupports {
    * used: all watchers are recursive. Fails with the resolver's result for a URL that no file can
    * be made of.
    */
-  init(listener: nsISystemFileSystemListener | nsScripted<nsISystemFileSystemListener> | null, rootURL: string, isRecursive: boolean): void;
+  init(listener: nsISystemFileSystemListener | nsScripted<nsISystemFileSystemListener> | null, rootURL: string | null, isRecursive: boolean): void;
   /**
    * Returns before the watch stands: OnWatcherStarted says that it does, OnWatcherError that it
    * can't. A second call on a standing watch succeeds and does nothing.
@@ -1014,9 +1038,11 @@ interface nsIIsoCountry extends nsISupports {
    * ISO 3166 in capitals: "FR". Four regions of satellites have codes of their own, of up to five
    * letters.
    */
-  code: string;
+  get code(): string;
+  set code(value: string | null);
   /** In English, with one capital: "United kingdom". */
-  name: string;
+  get name(): string;
+  set name(value: string | null);
 }
 
 /**
@@ -1114,7 +1140,7 @@ interface nsISystemAdapterDigitalTvReceiver extends nsISystemAdapter {
    * NS_ERROR_FAILURE for an unknown name and without a signal; waits for a signal up to one
    * second.
    */
-  selectChannelByName(name: string, language: string, reserved: number): void;
+  selectChannelByName(name: string | null, language: string | null, reserved: number): void;
 }
 
 /**
@@ -1484,18 +1510,21 @@ interface nsISystemClock extends nsISupports {
    * NS_ERROR_FAILURE for a name that is not known, that the machine has no definition of, or that
    * this process may not set; the zone stays as it was.
    */
-  timezone: string;
+  get timezone(): string;
+  set timezone(value: string | null);
   /**
    * The time in the machine's zone.
    * Setting: Sets the clock. NS_ERROR_FAILURE for a text that is no time, a time that does not exist, or
    * without the right to do so; the clock stays as it was. Takes 10 ms.
    */
-  localTime: string;
+  get localTime(): string;
+  set localTime(value: string | null);
   /**
    * The time in UTC.
    * Setting: As SetLocalTime, but takes no time.
    */
-  utcTime: string;
+  get utcTime(): string;
+  set utcTime(value: string | null);
   /**
    * The zones that can be set, sorted by byte. A name for which the machine has several
    * definitions stands there as many times. The machine is looked at by the first call of a
@@ -1523,7 +1552,8 @@ interface nsISystemConnector extends nsISupports {
    * application: the system itself does not read it back. The label is changed even when it could
    * not be stored: NS_ERROR_FAILURE without the preferences, else the error that they gave.
    */
-  label: string;
+  get label(): string;
+  set label(value: string | null);
   /** Success, and the caller's string stays as it is. */
   readonly type: string;
 }
@@ -1668,14 +1698,14 @@ interface nsISystemFont extends nsISupports {
    * Whether a key, a leaf name in small letters, is a font of the system's folder and one that was
    * added. That is never so of a font that AddFont brought in; kept as it stands.
    */
-  hasFont(key: string): boolean;
+  hasFont(key: string | null): boolean;
   /**
    * Looks for a face, first among those of the platform, then among the files known here. A style
    * of 0xFFFF is italic at any weight. aFile may be null; otherwise *aFile is the file that the
    * face is known to lie in, or null, and a face known here counts as found, whatever the platform
    * says.
    */
-  findFontFace(family: string, style: number, weight: number): { found: boolean; file: nsIFile | null };
+  findFontFace(family: string | null, style: number, weight: number): { found: boolean; file: nsIFile | null };
   /** Whether the name ends like a font's: ".ttf", ".ttc", ".otf", ".fon", ".woff", in any case. */
   isFontFile(file: nsIFile | null): boolean;
 }
@@ -1687,7 +1717,8 @@ interface nsISystemGeneralSettings extends nsISupports {
    * it can't be had.
    * Setting: NS_ERROR_NOT_IMPLEMENTED, always.
    */
-  hostName: string;
+  get hostName(): string;
+  set hostName(value: string | null);
   /**
    * Whether the mouse cursor shows, as it was last set here; true to begin with. Any thread.
    * Setting: Shows or hides it, whatever others in the process have done to it. Any thread.
@@ -1719,11 +1750,16 @@ interface nsISystemGeneralSettings extends nsISupports {
    * Five texts about the device, for the application's use, in the preferences
    * "vorel.player.device-info.field1" to "field5". One that was never set is empty.
    */
-  field1: string;
-  field2: string;
-  field3: string;
-  field4: string;
-  field5: string;
+  get field1(): string;
+  set field1(value: string | null);
+  get field2(): string;
+  set field2(value: string | null);
+  get field3(): string;
+  set field3(value: string | null);
+  get field4(): string;
+  set field4(value: string | null);
+  get field5(): string;
+  set field5(value: string | null);
 }
 
 /**
@@ -1782,7 +1818,8 @@ interface nsISystemIPStructure extends nsISupports {
    * FF with "-" or ":" between, as many as the text has: the value takes that length.
    * NS_ERROR_FAILURE, and nothing is changed, for other text.
    */
-  string: string;
+  get string(): string;
+  set string(value: string | null);
   /** A copy of the bytes, to be freed with NS_Free. NS_ERROR_FAILURE for a value without bytes. */
   getBytes(): number[];
   /**
@@ -1866,7 +1903,7 @@ interface nsISystemMaintenance extends nsISupports {
    * Runs a line of the system's shell, on a thread of its own. The result tells whether that
    * thread could be started; nothing but a warning in the log tells how the command ended.
    */
-  runCommand(commandLine: string): void;
+  runCommand(commandLine: string | null): void;
 }
 
 /**
@@ -1897,7 +1934,7 @@ interface nsISystemManager extends nsISupports {
    * "urn:vorel:owl:NAME:...". Upper and lower case differ. A binding that fails to tell its
    * profile fails the call.
    */
-  getApplicationProfileBindingsByProfileUri(uri: string): nsIArray | null;
+  getApplicationProfileBindingsByProfileUri(uri: string | null): nsIArray | null;
   /**
    * NS_OK, always; null is passed over. A listener that is added twice is called twice. Held until
    * it is removed, or until "xpcom-shutdown".

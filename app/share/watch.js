@@ -61,6 +61,13 @@ class Root {
     console.log(options.json ? JSON.stringify(event).replace(steering, numbered) : text.replace(steering, "\ufffd"));
   }
 
+  // Nothing is watched any more. Who reads the changes should not have to look among them for that.
+  fail(code, text, message, status) {
+    if (options.json) this.print({ event: "error", code, text });
+    console.error("vorel: " + message.replace(steering, "\ufffd"));
+    quit(status);
+  }
+
   // Of a directory there is no size to tell.
   details(path) {
     if (!options.details) return {};
@@ -114,12 +121,12 @@ class Root {
 
   onWatcherError(code, text) {
     const texts = { [ROOT_MISSING]: " does not exist", [ROOT_GONE]: " was deleted, moved, replaced or unmounted" };
-    if (!(options.wait && code === ROOT_MISSING && this.isWaiting))
-      this.print({ event: "error", code, text }, texts[code] ? text + texts[code] : "error " + code + " " + text);
+    const message = texts[code] ? text + texts[code] : "error " + code + " " + text;
     if (!options.wait || !texts[code]) {
-      quit(code === ROOT_GONE ? STATUS.gone : STATUS.failure);
+      this.fail(code, text, message, code === ROOT_GONE ? STATUS.gone : STATUS.failure);
       return;
     }
+    if (!(code === ROOT_MISSING && this.isWaiting)) this.print({ event: "error", code, text }, message);
     this.isWaiting = true;
     setTimeout(() => {
       this.watcher.stopWatching();
@@ -157,6 +164,16 @@ class Root {
     }
   }
 }
+
+// A root that is there but can't be watched is not the listener's to hear of.
+const unwatched = {
+  observe(subject, topic, path) {
+    for (const root of globalThis.roots)
+      if (root.watcher.watchPath === path) root.fail(1, path, path + " can't be watched", STATUS.failure);
+  },
+};
+Components.classes["@mozilla.org/observer-service;1"].getService(Components.interfaces.nsIObserverService)
+  .addObserver(unwatched, "filesystemwatcher-unwatched", false);
 
 for (const root of directories.map((directory) => new Root(directory))) {
   (globalThis.roots ??= []).push(root); // it watches for as long as somebody holds it

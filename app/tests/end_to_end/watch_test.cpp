@@ -176,6 +176,24 @@ TEST(Watch, MissingDirectoryIsWaitedFor) {
   const nsOutcome outcome = program.Run({"watch", path, "--json"});
   EXPECT_EQ(outcome.mStatus, 1);
   EXPECT_EQ(outcome.mOutput, "{\"event\":\"error\",\"code\":0,\"text\":\"" + path + "\"}\n");
+  EXPECT_EQ(outcome.mErrors, "vorel: " + path + " does not exist\n");
+}
+
+TEST(Watch, DirectoryThatCantBeWatchedIsWaitedFor) {
+  nsProgram program;
+  // In a user namespace of its own the limit of watchers is this test's to set.
+  const std::string limited =
+      "unshare --user --map-root-user sh -c 'echo 0 > /proc/sys/user/max_inotify_instances && ";
+  if (std::system((limited + "true' 2>/dev/null").c_str()) != 0)
+    GTEST_SKIP() << "there are no user namespaces here";
+  const std::string command = limited +
+                              "timeout -k 1 30 " VOREL_BINARY_DIR "/bin/vorel --profile " +
+                              program.Directory() + "/p watch " + program.Directory();
+  const int status = std::system((command + " >/dev/null 2>&1'").c_str());
+  EXPECT_EQ(WEXITSTATUS(status), 1);
+  EXPECT_EQ(std::system(
+                (command + " 2>&1 >/dev/null' | grep -q \"^vorel: .* can.t be watched\"").c_str()),
+            0);
 }
 
 TEST(Watch, OptionsThatTheCollectorMovesAreReadFromTheirOldPlace) {

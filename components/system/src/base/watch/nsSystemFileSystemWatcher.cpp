@@ -17,6 +17,7 @@ namespace {
 
 constexpr char kAppStartupContractID[] = "@mozilla.org/toolkit/app-startup;1";
 constexpr char kQuitApplication[] = "quit-application";
+constexpr char kUnwatchedTopic[] = "filesystemwatcher-unwatched";
 constexpr uint32_t kChangeBufferSize = 65536;
 constexpr bool kWatchSubtree = true;
 constexpr uint32_t kNotifyFilter =
@@ -156,6 +157,7 @@ nsresult nsSystemFileSystemWatcher::OnTreeReady(const nsAString& aRootPath,
   const auto reader = Reader();
   if (!reader || !reader->IsOpen()) {
     NS_WARN_TEXT("NS_ENSURE_TRUE(mRootDirHandle != INVALID_HANDLE_VALUE) failed", nullptr);
+    TellUnwatched();
     return NS_ERROR_UNEXPECTED;
   }
   {
@@ -165,6 +167,7 @@ nsresult nsSystemFileSystemWatcher::OnTreeReady(const nsAString& aRootPath,
   if (!mThread && NS_FAILED(nsEventPump::Start("Watcher", std::make_shared<Reads>(*this, reader),
                                                nullptr, nullptr, &mThread))) {
     NS_WARN_TEXT("NS_ENSURE_TRUE(mWatcherThread != INVALID_HANDLE_VALUE) failed", nullptr);
+    TellUnwatched();
     return NS_ERROR_OUT_OF_MEMORY;
   }
   mIsWatching = true;
@@ -172,6 +175,13 @@ nsresult nsSystemFileSystemWatcher::OnTreeReady(const nsAString& aRootPath,
   nsresult rv = mListener->OnWatcherStarted();
   NS_ENSURE_SUCCESS(rv, rv);
   return NS_OK;
+}
+
+// The listener hears nothing of it, by its contract. Who watches for nothing else has to know.
+void nsSystemFileSystemWatcher::TellUnwatched() {
+  if (!NS_IsMainThread()) return;
+  if (const auto observers = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID))
+    (void)observers->NotifyObservers(nullptr, kUnwatchedTopic, mWatchPath.get());
 }
 
 void nsSystemFileSystemWatcher::WatchNextChange() {

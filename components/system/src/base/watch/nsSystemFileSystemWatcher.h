@@ -58,6 +58,9 @@ class nsSystemFileSystemWatcher final : public nsSystemFileSystemWatcherGeneric,
   std::shared_ptr<nsPlatformDirectoryReader> NewReader() override;
   std::shared_ptr<nsPlatformDirectoryReader> Reader();
   void EndThread();
+  /// Notifies "filesystemwatcher-unwatched" with the root's path: it is there, but can't be
+  /// watched.
+  void TellUnwatched();
   void WatchNextChange();
   void OnReadCompleted(nsresult aResult, uint32_t aBytes) override;
   void InsertChangedNames(uint32_t aBytes);
