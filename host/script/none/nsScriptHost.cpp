@@ -25,6 +25,7 @@ nsresult nsScriptHost::Evaluate(std::string_view, const char*, std::string*) {
 }
 int nsScriptHost::RunUntilDone() { return 0; }
 bool nsScriptHost::HasQuit() const { return true; }
+void nsScriptHost::SetHeapLimit(uint32_t) {}
 void nsScriptHost::Quit(int) {}
 std::vector<std::string> nsScriptHost::Complete(std::string_view aText, size_t* aStart) {
   *aStart = aText.size();
@@ -43,4 +44,5 @@ int JS_ValueToBoolean(JSContext*, jsval, int* aBoolean) {
   return 1;
 }
 int JS_ValueToObject(JSContext*, jsval, JSObject**) { return 0; }
+void JS_ExplainFailure(const char*) {}
 void JS_ClearDateCaches(JSContext*) {}
