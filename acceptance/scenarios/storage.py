@@ -1,7 +1,9 @@
 """Sticks, disks and cards on a real USB bus."""
+import re
 import subprocess
 import time
 
+from machine import image
 from machine.scenario import scenario
 
 MIB = 1 << 20
@@ -32,7 +34,7 @@ def has_usb(connectors):
 
 
 def watch_with_mounts(guest):
-    """The picture, in a guest that mounts what is plugged in by the rule of docs/operating.md."""
+    """The picture, in a guest that mounts what is plugged in."""
     guest.run("mkdir -p /media && cp /guest/mount-stick.rules /etc/udev/rules.d/90-player.rules && udevadm control --reload")
     return guest.picture()
 
@@ -64,6 +66,18 @@ def stick_one_partition(trial):
     name, directory = comes(trial, guest, watch, trial.folder / "stick.img", "again")
     assert guest.run(f"cat {directory}/file").strip() == "content"
     goes(trial, guest, watch, name, directory, "again")
+
+
+@scenario("Under systemd a stick is mounted by the rule of the handbook, and gone when it is pulled", init="/lib/systemd/systemd")
+def stick_by_the_handbook(trial):
+    rule = re.search(r"^# (/etc/udev/rules.d/\S+)\n((?:ACTION.*\n)+)", (image.ROOT / "docs" / "operating.md").read_text(), re.M)
+    assert rule, "docs/operating.md gives no rule for sticks any more"
+    guest = trial.guest()
+    guest.put(rule[1], rule[2])
+    guest.run("udevadm control --reload", 60)
+    watch = guest.picture()
+    name, directory = comes(trial, guest, watch, stick(trial, "stick"), "stick")
+    goes(trial, guest, watch, name, directory, "stick")
 
 
 @scenario("A stick without a partition table")
