@@ -43,7 +43,8 @@ nsresult nsLinuxComm::Look() {
     ports = mNames.Name(std::move(devices));
   }
   for (const auto& [name, device] : mOptions.mMore) {
-    std::erase_if(ports, [&](const nsCommPortInfo& aPort) { return aPort.mName == name; });
+    std::erase_if(ports,
+                  [&known = name](const nsCommPortInfo& aPort) { return aPort.mName == known; });
     nsCommPortInfo port;
     port.mName = name;
     port.mDevice = port.mIdentity = device;
