@@ -41,7 +41,7 @@ bool OnInterrupt(JSContext* cx) {
   sIsCollecting = true;
   // Each waits for the end of the one before; the first may have found what script has let go
   // since.
-  for (int i = 0; i < 2 && sIsFull; ++i) JS_GC(cx);
+  for (int i = 0; i < 4 && sIsFull; ++i) JS_GC(cx);
   sIsCollecting = false;
   SetPause(cx, kAtOnce);
   if (!sIsFull) return true;

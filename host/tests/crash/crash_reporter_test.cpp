@@ -33,7 +33,11 @@ __attribute__((noinline, no_sanitize("address", "undefined", "thread"))) int Wri
   return 1;
 }
 
+// As it stands: an optimiser's own copy of it would have another name.
 template <class T>
+#ifndef __clang__
+__attribute__((noipa))
+#endif
 __attribute__((noinline, no_sanitize("address", "undefined", "thread"))) T WriteAs(T aValue) {
   volatile T* volatile nowhere = nullptr;
   *nowhere = aValue;

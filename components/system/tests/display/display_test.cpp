@@ -191,7 +191,8 @@ TEST_F(DisplayTest, RotationsAreListedWrongly) {
   const std::pair<uint32_t, std::vector<uint32_t>> cases[] = {
       {0, {0, 90, 180, 270}}, {1, {90, 270}}, {2, {180, 270}}, {3, {90, 180, 270}}};
   Start({Screen("A"), Screen("B", true)});
-  for (const auto& [bits, expected] : cases) {
+  for (const auto& [given, expected] : cases) {
+    const uint32_t bits = given;  // clang 14 captures no structured binding
     mMachine.mDisplays->Alter("B", [&](nsSimulatedDisplay& aB) { aB.mRotations = bits; });
     (void)Look();
     for (const auto& adapter : Adapters())

@@ -105,7 +105,6 @@ class LinuxDisplays : public testing::Test {
 };
 
 constexpr char kFirst[] = "\\\\.\\DISPLAY1";
-constexpr char kSecond[] = "\\\\.\\DISPLAY2";
 
 TEST_F(LinuxDisplays, NoServerIsAFailureOrOneThatComesIsMissed) {
   unsetenv("DISPLAY");

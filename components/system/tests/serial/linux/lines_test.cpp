@@ -173,7 +173,8 @@ TEST_F(SerialLines, ALineIsTakenForAnother) {
                                             {TIOCM_RNG, P::kRingOn},
                                             {TIOCM_CAR, P::kRlsdOn},
                                             {TIOCM_DTR | TIOCM_RTS, 0}};
-  for (const auto& [set, expected] : lines) {
+  for (const auto& [given, expected] : lines) {
+    const int set = given;  // clang 14 captures no structured binding
     Set([&](Device& aDevice) { aDevice.mLines = set; });
     uint32_t status = 77;
     EXPECT_EQ(mPort->GetCommModemStatus(&status), NS_OK);
