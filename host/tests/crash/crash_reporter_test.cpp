@@ -38,7 +38,8 @@ template <class T>
 #ifndef __clang__
 __attribute__((noipa))
 #endif
-__attribute__((noinline, no_sanitize("address", "undefined", "thread"))) T WriteAs(T aValue) {
+__attribute__((noinline, no_sanitize("address", "undefined", "thread"))) T
+WriteAs(T aValue) {
   volatile T* volatile nowhere = nullptr;
   *nowhere = aValue;
   return aValue;
