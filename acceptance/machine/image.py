@@ -17,7 +17,7 @@ ROOT = HERE.parent
 BUILD = ROOT / "build" / "acceptance"
 # Of the packages' files the guest needs none of these.
 PRUNED = ["usr/share/doc", "usr/share/man", "usr/share/locale", "usr/share/info", "usr/share/icons", "usr/share/lintian",
-          "usr/share/bash-completion", "usr/share/zsh", "usr/lib/python3/dist-packages", "usr/share/perl", "usr/share/gtk-doc"]
+          "usr/share/bash-completion", "usr/share/zsh", "usr/share/perl", "usr/share/gtk-doc"]
 # Modules without which there is no root file system.
 EARLY = ["virtio_pci", "virtio_blk", "squashfs", "overlay", "virtio_console", "lz4_decompress"]
 USERS = ["messagebus", "systemd-network", "systemd-resolve", "systemd-timesync", "polkitd", "avahi", "player"]
@@ -105,8 +105,7 @@ def unpack(archives, root):
         if tar.wait():
             raise MachineError(f"{archive} can't be unpacked")
     for name in PRUNED:
-        if name != "usr/lib/python3/dist-packages":
-            shutil.rmtree(root / name, ignore_errors=True)
+        shutil.rmtree(root / name, ignore_errors=True)
 
 
 def configure(root):

@@ -78,7 +78,7 @@ def network_lease(trial):
     assert name in guest.run("vorel --json"), "the other card is no longer there"
 
 
-@scenario("A radio associates by WPA2 and loses its access point", memory=1024)
+@scenario("A radio associates by WPA2 and loses its access point")
 def network_wireless(trial):
     guest = trial.guest()
     guest.run("modprobe mac80211_hwsim radios=2 && udevadm settle -t 20")

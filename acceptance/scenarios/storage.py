@@ -25,10 +25,6 @@ def stick(trial, name, partitions=("SIGNAGE",), size=48 * MIB, files=True):
     return path
 
 
-def mounted_at(directory):
-    return lambda value: value == directory
-
-
 def has_usb(connectors):
     return [c["name"] for c in connectors or []] == ["usb"]
 
