@@ -176,7 +176,9 @@ void nsSignalWatch::State::Watch() {
     const auto now = Clock::now();
     if (mIsWaiting && now >= mSince + kPatience) Die(mLast);
     if (mIsEnding && now >= mEnd) {
-      (void)write(STDERR_FILENO, kTooLong.data(), kTooLong.size());
+      // A line that cannot be written has nowhere else to go.
+      [[maybe_unused]] const ssize_t written =
+          write(STDERR_FILENO, kTooLong.data(), kTooLong.size());
       _exit(mStatus);
     }
   }
