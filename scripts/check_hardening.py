@@ -19,4 +19,4 @@ if __name__ == "__main__":
     if len(sys.argv) < 2:
         sys.exit(__doc__)
     wrong = [f"{path} lacks {what}" for path in sys.argv[1:] for what in what_lacks(path)]
-    sys.exit("\n".join(wrong))
+    sys.exit("\n".join(wrong) or None)
