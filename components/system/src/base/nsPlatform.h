@@ -17,6 +17,7 @@ class nsPlatformHost;
 class nsPlatformNetwork;
 class nsPlatformRegistry;
 class nsPlatformTimeZones;
+class nsPlatformTuners;
 class nsPlatformVolumes;
 class nsPlatformWatchdog;
 class nsPlatformWindowEvents;
@@ -36,6 +37,7 @@ struct nsPlatform {
   std::shared_ptr<nsPlatformFiles> mFiles;
   std::shared_ptr<nsPlatformDisplays> mDisplays;
   std::shared_ptr<nsPlatformWindowEvents> mWindowEvents;
+  std::shared_ptr<nsPlatformTuners> mTuners;
 };
 using nsPlatformRef = std::shared_ptr<const nsPlatform>;
 
