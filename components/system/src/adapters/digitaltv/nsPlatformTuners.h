@@ -122,11 +122,12 @@ class nsPlatformTuner {
   virtual nsresult ReadLocked(bool* aLocked) = 0;
   /// The signal's strength in thousandths of a decibel; more is stronger. Over one milliwatt
   /// (-50000 is a common one) where the device measures that; of a device that has a scale of its
-  /// own, from -100000 for its lower end to 0 for its upper one. NS_ERROR_NOT_AVAILABLE also when
-  /// the device does not tell, or not yet. Windows: IBDA_SignalStatistics::get_SignalStrength.
+  /// own, from -100000 for its lower end to 0 for its upper one. NS_ERROR_NO_CONTENT when the
+  /// device does not tell, or not yet.
+  /// Windows: IBDA_SignalStatistics::get_SignalStrength.
   virtual nsresult ReadStrength(int32_t* aStrength) = 0;
   /// The signal's quality in percent, 0 to 100: of a device that tells how far the signal is above
-  /// the noise, 30 dB and more are 100. NS_ERROR_NOT_AVAILABLE as above.
+  /// the noise, 30 dB and more are 100. NS_ERROR_NO_CONTENT as above.
   /// Windows: IBDA_SignalStatistics::get_SignalQuality.
   virtual nsresult ReadQuality(uint32_t* aQuality) = 0;
   /// Begins to collect sections. NS_ERROR_INVALID_ARG for a PID that does not exist,
