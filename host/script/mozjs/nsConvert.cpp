@@ -384,7 +384,7 @@ bool SetValue(nsScriptRuntime* aRuntime, const nsScriptParam& aParam, const nsSc
       // An interface that script knows comes back as itself, so that it can be compared and handed
       // on.
       if (const nsScriptInterface* const table = nsScriptTables::Find(*id)) {
-        JSObject* const object = aRuntime->InterfaceObject(table);
+        JSObject* const object = aRuntime->Names().InterfaceObject(table);
         if (!object) return false;
         aResult.setObject(*object);
         return true;
@@ -392,10 +392,11 @@ bool SetValue(nsScriptRuntime* aRuntime, const nsScriptParam& aParam, const nsSc
       return SetString(NS_NewScriptString(cx, id->ToString()), aResult);
     }
     case eInterface:
-      return aRuntime->Wrap(aSlot.Get<nsISupports*>(), nsScriptTables::Find(*aParam.mIID), aResult);
+      return aRuntime->Wrappers().Wrap(aSlot.Get<nsISupports*>(),
+                                       nsScriptTables::Find(*aParam.mIID), aResult);
     case eAnyInterface:
-      return aRuntime->Wrap(aSlot.Get<nsISupports*>(), aIID ? nsScriptTables::Find(*aIID) : nullptr,
-                            aResult);
+      return aRuntime->Wrappers().Wrap(aSlot.Get<nsISupports*>(),
+                                       aIID ? nsScriptTables::Find(*aIID) : nullptr, aResult);
     case eValue:
       aResult.set(JS::Value::fromRawBits(aSlot.Get<jsval>().mBits));
       return true;
@@ -449,7 +450,7 @@ bool NS_FromScript(nsScriptRuntime* aRuntime, JS::HandleValue aValue, const nsSc
       return ReadString(aRuntime, aValue, aParam, aPlace, aFrame, aIndex);
     case eID: {
       nsID& id = aFrame.Hold<nsID>(aIndex);
-      if (!aRuntime->ReadID(aValue, &id))
+      if (!aRuntime->Names().ReadID(aValue, &id))
         return Refuse(cx, aPlace.Text(aParam), Expected(aParam), aValue);
       slot.Set<const nsID*>(&id);
       return true;
@@ -458,7 +459,7 @@ bool NS_FromScript(nsScriptRuntime* aRuntime, JS::HandleValue aValue, const nsSc
       auto& held = aFrame.Hold<nsCOMPtr<nsISupports>>(aIndex);
       // The text of the place is made only for a message: most calls need none.
       if (!aValue.isNull()) {
-        nsWrapper* const wrapper = nsScriptRuntime::WrapperOf(aValue);
+        nsWrapper* const wrapper = nsWrappers::Of(aValue);
         if (wrapper && *aParam.mIID == nsISupports::kIID) {
           held = wrapper->mIdentity;
         } else if (wrapper) {
@@ -564,7 +565,7 @@ bool NS_ToNative(nsScriptRuntime* aRuntime, JS::HandleValue aValue, const nsIID&
   const nsScriptInterface* const table = nsScriptTables::Find(aIID);
   const std::string name(table ? std::string(table->mName) : aIID.ToString());
   if (!aValue.isObject()) return Refuse(cx, aPlace, "an object that implements " + name, aValue);
-  if (nsWrapper* const wrapper = nsScriptRuntime::WrapperOf(aValue)) {
+  if (nsWrapper* const wrapper = nsWrappers::Of(aValue)) {
     if (NS_SUCCEEDED(wrapper->mIdentity->QueryInterface(aIID, NS_OutVoid(*aResult))) && *aResult)
       return true;
     return Refuse(cx, aPlace, "an object that implements " + name, aValue);

@@ -77,5 +77,5 @@ int JS_ValueToObject(JSContext*, jsval aValue, JSObject** aObject) {
 
 void JS_ExplainFailure(const char* aText) {
   nsScriptRuntime* const runtime = nsScriptRuntime::Current();
-  if (runtime && NS_IsMainThread()) runtime->mReason = aText;
+  if (runtime && NS_IsMainThread()) runtime->SetReason(aText);
 }

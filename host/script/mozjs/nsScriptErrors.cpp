@@ -85,7 +85,7 @@ bool NS_ThrowResult(JSContext* cx, nsresult aResult, const std::string& aMethod,
   // The text of an error begins with its name.
   std::string message = aMethod;
   if (!message.empty() && !known.empty()) message += std::string(" (") + code + ")";
-  const std::string reason = std::exchange(nsScriptRuntime::Current()->mReason, {});
+  const std::string reason = nsScriptRuntime::Current()->TakeReason();
   for (const std::string& part : {aDetail, reason})
     if (!part.empty()) message += (message.empty() ? "" : ": ") + part;
   JS::RootedValue error(cx);

@@ -23,7 +23,7 @@ std::unique_ptr<nsScriptHost> nsScriptHost::Create(const nsScriptOptions& aOptio
   NS_SetHeapLimit(cx, aOptions.mHeapLimit);
   JS::RootedObject global(cx, runtime->Global());
   JS::RootedValueVector arguments(cx);
-  runtime->mEndsWithOutput = aOptions.mEndsWithOutput;
+  runtime->Output().SetEndsWithOutput(aOptions.mEndsWithOutput);
   bool done = runtime->SetDocumentFile(aOptions.mFile);
   for (const std::string& argument : aOptions.mArguments) {
     JSString* const text = done ? NS_NewScriptString(cx, argument) : nullptr;
@@ -46,9 +46,9 @@ nsresult nsScriptHost::RunFile(const std::string& aFile) {
   if (!runtime) return NS_ERROR_NOT_AVAILABLE;
   if (runtime->HasQuit()) return NS_OK;  // a component may have, at the start
   nsScriptRuntime::Entry entry(runtime, false, nsScriptRuntime::Caller::eLoop);
-  if (NS_RunFile(runtime, aFile) || !JS_IsExceptionPending(runtime->Context()))
+  if (runtime->Modules().Run(aFile) || !JS_IsExceptionPending(runtime->Context()))
     return NS_OK;  // through, or stopped by quit()
-  runtime->ReportException();
+  runtime->Output().ReportException();
   return NS_ERROR_FAILURE;
 }
 
@@ -65,12 +65,12 @@ nsresult nsScriptHost::Evaluate(std::string_view aText, const char* aName, std::
   bool done = source.init(cx, aText.data(), aText.size(), JS::SourceOwnership::Borrowed) &&
               JS::Evaluate(cx, options, source, &value);
   if (done && aResult && !value.isUndefined()) {
-    JS::RootedValue inspect(cx, JS::ObjectValue(*runtime->mInspect));
+    JS::RootedValue inspect(cx, JS::ObjectValue(*runtime->Of(nsScriptRuntime::Tool::eInspect)));
     done = JS::Call(cx, JS::UndefinedHandleValue, inspect, JS::HandleValueArray(value), &text);
     if (done) *aResult = NS_ToText(cx, text);
   }
   if (done || !JS_IsExceptionPending(cx)) return NS_OK;
-  runtime->ReportException();
+  runtime->Output().ReportException();
   return NS_ERROR_FAILURE;
 }
 
@@ -101,8 +101,8 @@ std::vector<std::string> nsScriptHost::Complete(std::string_view aText, size_t* 
   JSContext* const cx = runtime->Context();
   nsScriptRuntime::Entry entry(runtime, false, nsScriptRuntime::Caller::eLoop);
   JSString* const string = NS_NewScriptString(cx, aText);
-  JS::RootedValue text(cx), answer(cx), complete(cx, JS::ObjectValue(*runtime->mComplete)),
-      value(cx);
+  JS::RootedValue text(cx), answer(cx),
+      complete(cx, JS::ObjectValue(*runtime->Of(nsScriptRuntime::Tool::eComplete))), value(cx);
   if (string) text.setString(string);
   // [start, [name...]]
   if (string &&
@@ -133,7 +133,7 @@ bool nsScriptHost::IsIncomplete(std::string_view aText) {
 
 void nsScriptHost::SetAroundOutput(std::function<void(bool)> aFunction) {
   if (nsScriptRuntime* const runtime = nsScriptRuntime::Current())
-    runtime->mAroundOutput = std::move(aFunction);
+    runtime->Output().SetAround(std::move(aFunction));
 }
 
 const vorel::Module& nsScriptHost::Module() { return kScriptModule; }

@@ -60,7 +60,8 @@ class XPConnect final : public nsImplements<XPConnect, nsIXPConnect> {
     nsScriptRuntime* const runtime = nsScriptRuntime::Current();
     if (!runtime || !aObject) return NS_ERROR_NOT_AVAILABLE;
     JS::RootedValue value(cx);
-    if (!runtime->Wrap(aObject, nsScriptTables::Find(aIID), &value)) return NS_ERROR_FAILURE;
+    if (!runtime->Wrappers().Wrap(aObject, nsScriptTables::Find(aIID), &value))
+      return NS_ERROR_FAILURE;
     MakeRefCounted<ObjectHolder>(cx, &value.toObject()).forget(aResult);
     return NS_OK;
   }
@@ -73,7 +74,7 @@ class XPConnect final : public nsImplements<XPConnect, nsIXPConnect> {
     if (!runtime || !aObject) return NS_ERROR_NOT_AVAILABLE;
     JS::RootedValue value(cx, JS::ObjectValue(*aObject));
     nsCOMPtr<nsISupports> result;
-    if (!NS_ToNative(runtime, value, aIID, runtime->mConstructing + "a property", &result))
+    if (!NS_ToNative(runtime, value, aIID, runtime->Constructing() + "a property", &result))
       return NS_ERROR_NO_INTERFACE;
     return result->QueryInterface(aIID, aResult);
   }

@@ -2,19 +2,16 @@
 
 #include <js/CompilationAndEvaluation.h>
 #include <js/Date.h>
-#include <js/ErrorReport.h>
 #include <js/Exception.h>
 #include <js/GCAPI.h>
 #include <js/Initialization.h>
 #include <js/Promise.h>
 #include <js/PropertyAndElement.h>
-#include <js/SavedFrameAPI.h>
 #include <js/WeakMap.h>
 #include <jsfriendapi.h>
 #include <sys/resource.h>
 
 #include <algorithm>
-#include <cstdio>
 
 #include "nsHost.h"
 #include "nsIObserverService.h"
@@ -86,7 +83,7 @@ class HostObserver final : public nsImplements<HostObserver, nsIObserver> {
     if (aTopic == kZoneTopic)
       JS::ResetTimeZone();
     else if (aTopic == kQuitTopic)
-      runtime->Quit(runtime->mStatus);
+      runtime->Quit(runtime->Status());
     else if (aTopic == kEndTopic && host && host->IsStopping() && !runtime->IsInUse())
       nsScriptRuntime::Shutdown();
     return NS_OK;
@@ -146,15 +143,14 @@ bool nsScriptRuntime::Init(std::string* aError) {
     *aError = "no memory for the script engine";
     return false;
   }
-  JS_AddWeakPointerZonesCallback(mCx, SweepWrappers, this);
+  JS_AddWeakPointerZonesCallback(mCx, Sweep, this);
   JS::SetPromiseRejectionTrackerCallback(mCx, TrackRejection, this);
-  NS_InitModules(mCx);
+  mWrappers.Init(mCx);
+  mNames.Init(mCx);
+  mModules.Init(mCx);
   mGlobal.init(mCx);
   mScriptedMap.init(mCx);
-  mShowArray.init(mCx);
-  mArrayHandler.init(mCx);
-  mInspect.init(mCx);
-  mComplete.init(mCx);
+  for (auto& tool : mTools) tool.init(mCx);
   mRejections.init(mCx, JS::GCVector<JSObject*, 0, js::SystemAllocPolicy>());
 
   JS::RealmOptions options;
@@ -167,7 +163,7 @@ bool nsScriptRuntime::Init(std::string* aError) {
   mScriptedMap = JS::NewWeakMapObject(mCx);
   if (!mScriptedMap || !SetDocumentFile({}) || !NS_DefineEnvironment(this)) {
     *aError = "the environment of scripts can't be set up";
-    if (JS_IsExceptionPending(mCx)) ReportException();
+    if (JS_IsExceptionPending(mCx)) mOutput.ReportException();
     return false;
   }
   if (const auto observers = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID)) {
@@ -183,8 +179,7 @@ nsScriptRuntime::~nsScriptRuntime() {
   if (const auto observers = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID);
       observers && mObserver)
     for (const char* topic : kTopics) (void)observers->RemoveObserver(mObserver.get(), topic);
-  for (auto& [id, timer] : mTimers) (void)timer.mTimer->Cancel();
-  mTimers.clear();
+  mTimers.ClearAll();
   NS_CancelLoadGroup(mDocument.get());
   mDocument = nullptr;
   for (const auto& weak : mWeak) weak->mObject = nullptr;
@@ -192,20 +187,16 @@ nsScriptRuntime::~nsScriptRuntime() {
   for (nsScriptedObject* object : mScripted) object->CutOff();
   mScripted.clear();
   JS_ClearPendingException(mCx);
-  mPrototypes.clear();
-  mInterfaceObjects.clear();
-  mShapes.clear();
-  mModules.clear();
+  mWrappers.Clear();
+  mNames.Clear();
+  mModules.Clear();
   mRejections.reset();
-  mShowArray.reset();
-  mArrayHandler.reset();
-  mInspect.reset();
-  mComplete.reset();
+  for (auto& tool : mTools) tool.reset();
   mScriptedMap.reset();
   mGlobal.reset();
   // All wrappers go now, and with them the references that script held; then their natives, which
   // are still loaded.
-  JS_RemoveWeakPointerZonesCallback(mCx, SweepWrappers);
+  JS_RemoveWeakPointerZonesCallback(mCx, Sweep);
   JS_DestroyContext(mCx);
   mCx = nullptr;
   ReleaseGarbage();
@@ -215,7 +206,7 @@ bool nsScriptRuntime::SetDocumentFile(const std::string& aFile) {
   mDocument = NS_NewScriptDocument(aFile);
   JS::RootedValue document(mCx);
   JS::RootedObject global(mCx, mGlobal);
-  return Wrap(mDocument.get(), nullptr, &document) &&
+  return mWrappers.Wrap(mDocument.get(), nullptr, &document) &&
          JS_DefineProperty(mCx, global, "document", document, JSPROP_ENUMERATE);
 }
 
@@ -251,7 +242,7 @@ void nsScriptRuntime::RunJobs() {
     JS::RootedObject promise(mCx, mRejections.get()[0]);
     mRejections.get().erase(mRejections.get().begin());
     JS::RootedValue reason(mCx, JS::GetPromiseResult(promise));
-    ReportValue(reason, "unhandled rejection: ");
+    mOutput.ReportValue(reason, "unhandled rejection: ");
     js::RunJobs(mCx);
   }
 }
@@ -266,6 +257,12 @@ void nsScriptRuntime::TrackRejection(JSContext*, bool, JS::HandleObject aPromise
 }
 
 // ---- What compiled code and script hold of each other
+
+void nsScriptRuntime::Sweep(JSTracer* aTracer, void* aRuntime) {
+  auto& self = *static_cast<nsScriptRuntime*>(aRuntime);
+  self.mWrappers.Sweep(aTracer);
+  for (const auto& weak : self.mWeak) JS_UpdateWeakPointerAfterGC(aTracer, &weak->mObject);
+}
 
 void nsScriptRuntime::Register(nsScriptedObject* aObject, bool aKeepsAlive) {
   mScripted.insert(aObject);
@@ -306,51 +303,6 @@ void nsScriptRuntime::ReleaseGarbage() {
   }
 }
 
-// ---- Errors
-
-void nsScriptRuntime::ReportException() {
-  JS::RootedValue exception(mCx);
-  if (!JS_GetPendingException(mCx, &exception)) {
-    JS_ClearPendingException(mCx);
-    return;
-  }
-  JS_ClearPendingException(mCx);
-  ReportValue(exception, "");
-}
-
-void nsScriptRuntime::ReportValue(JS::HandleValue aException, const char* aPrefix) {
-  const Output output(this);
-  std::string place, text, stack;
-  JS::RootedObject error(mCx, aException.isObject() ? &aException.toObject() : nullptr);
-  if (error) {
-    if (const JSErrorReport* const report = JS_ErrorFromException(mCx, error)) {
-      if (report->filename && *report->filename)
-        // The engine counts columns from 1, but those of syntax errors from 0.
-        place = std::string(report->filename) + ":" + std::to_string(report->lineno) + ":" +
-                std::to_string(report->column + (report->exnType == JSEXN_SYNTAXERR)) + ": ";
-      // Deep in a recursion there is no room for the error's own toString.
-      if (report->exnType == JSEXN_INTERNALERR) text = report->message().c_str();
-    }
-    JS::RootedObject frames(mCx, JS::ExceptionStackOrNull(error));
-    JS::RootedString lines(mCx);
-    if (frames && JS::BuildStackString(mCx, nullptr, frames, &lines, 4))
-      stack = NS_Text(mCx, lines);
-  }
-  if (text.empty()) text = NS_ToText(mCx, aException);
-  JS_ClearPendingException(mCx);
-  // One frame is what the place says already; of a deep recursion the first ones are enough.
-  size_t end = 0;
-  int lines = 0;
-  while (lines < 10 && (end = stack.find('\n', end)) != stack.npos) ++lines, ++end;
-  if (lines < 2)
-    stack.clear();
-  else if (end != stack.npos)
-    stack.resize(end);
-  text = vorel::Printable(place + aPrefix + text, true);
-  fprintf(stderr, "vorel: %s\n%s", text.c_str(), vorel::Printable(stack, true).c_str());
-  if (!mInComponent && mStatus == 0 && !mQuit) mStatus = 1;
-}
-
 // ---- The end
 
 void nsScriptRuntime::StopScripts() {
@@ -382,7 +334,7 @@ int nsScriptRuntime::RunUntilDone() {
   ++mLoops;
   while (!mQuit && thread) {
     if (!ran) {  // idle
-      if (mLiveTimers == 0 && mLiveObjects > 0 && mCollectedAt != mLiveObjects) {
+      if (!mTimers.AreLive() && mLiveObjects > 0 && mCollectedAt != mLiveObjects) {
         // Objects may be held by nothing but wrappers that nobody refers to any more.
         JS_GC(mCx);
         ReleaseGarbage();
@@ -390,7 +342,7 @@ int nsScriptRuntime::RunUntilDone() {
         ran = true;
         continue;
       }
-      if (mLiveTimers == 0 && mLiveObjects == 0) break;
+      if (!mTimers.AreLive() && mLiveObjects == 0) break;
     }
     const bool wait = !ran;
     ran = false;

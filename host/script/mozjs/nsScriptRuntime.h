@@ -6,22 +6,24 @@
 #include <js/RootingAPI.h>
 #include <jsapi.h>
 
-#include <deque>
-#include <functional>
-#include <map>
+#include <array>
 #include <memory>
 #include <string>
-#include <unordered_map>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "nsCOMPtr.h"
 #include "nsIHostDocument.h"
 #include "nsIObserver.h"
-#include "nsITimer.h"
 #include "nsIWeakReference.h"
 #include "nsKeptCharacters.h"
+#include "nsScriptModules.h"
+#include "nsScriptNames.h"
+#include "nsScriptOutput.h"
 #include "nsScriptTables.h"
+#include "nsScriptTimers.h"
+#include "nsWrappers.h"
 
 class nsScriptedObject;
 class nsScriptRuntime;
@@ -29,30 +31,6 @@ struct nsScriptWeakSlot;
 
 /// Stands for a file in the places of errors.
 inline constexpr char kScriptPreludeName[] = "prelude.js";
-
-/// A compiled object as script sees it. One for each object, for as long as script holds it.
-struct nsWrapper {
-  /// A pointer to the object as the interface, with a reference.
-  struct Face {
-    const nsScriptInterface* mInterface;
-    nsISupports* mPointer;
-  };
-  JS::Heap<JSObject*>
-      mObject;             ///< weak: null from the moment on that the collector has condemned it
-  nsISupports* mIdentity;  ///< with a reference
-  std::vector<Face> mFaces;
-  std::string mClassName;
-};
-
-/// A name that stands for interfaces: one of Components.interfaces, or a global one for a DOM class
-/// or interface.
-struct nsNamedInterface {
-  std::string mName;
-  std::vector<nsIID> mIIDs;
-  std::string mContractID;  ///< what `new` makes
-  nsCID mCID;               ///< the same, when there is no contract ID
-  bool mConstructs = false;
-};
 
 /// Main thread, but for what says otherwise. There is at most one.
 class nsScriptRuntime {
@@ -91,20 +69,14 @@ class nsScriptRuntime {
     JSAutoRealm mRealm;
   };
 
-  // ---- Compiled objects in script (nsWrappers.cpp)
+  // ---- What it is made of
 
-  /// The object for script; null for null. aInterface, which may be null, is what the place that
-  /// gives it says it is.
-  bool Wrap(nsISupports* aNative, const nsScriptInterface* aInterface,
-            JS::MutableHandleValue aResult);
-  /// The wrapper behind a value; null for any other.
-  static nsWrapper* WrapperOf(const JS::Value& aValue);
-  /// The wrapped object as an interface, borrowed; null when it does not implement it.
-  nsISupports* Face(nsWrapper* aWrapper, const nsScriptInterface* aInterface);
-  /// Makes members of an interface visible on the wrapper, if the object implements it.
-  bool AddFace(JS::HandleObject aObject, nsWrapper* aWrapper, const nsScriptInterface* aInterface,
-               bool* aImplements);
-  JSObject* Prototype(const nsScriptInterface* aInterface);
+  nsWrappers& Wrappers() { return mWrappers; }
+  nsScriptNames& Names() { return mNames; }
+  nsScriptTimers& Timers() { return mTimers; }
+  nsScriptModules& Modules() { return mModules; }
+  nsScriptOutput& Output() { return mOutput; }
+
   // The collector runs wherever script allocates, also in the middle of a call from compiled code
   // that holds locks, and what it lets go may be an object whose end waits for one of them.
   void ReleaseLater(nsISupports* aObject) { mGarbage.push_back(aObject); }
@@ -115,17 +87,6 @@ class nsScriptRuntime {
       ReleaseOrDispatch();
   }
 
-  /// The property of a table's name, made once. False with a pending exception.
-  bool NameOf(std::string_view aName, JS::MutableHandleId aResult);
-
-  // ---- Names of interfaces (nsWrappers.cpp)
-
-  JSObject* InterfaceObject(const nsScriptInterface* aInterface);
-  nsNamedInterface* NewName() { return &mNames.emplace_back(); }
-  /// The first identifier that a value names; false when it names none.
-  bool ReadID(JS::HandleValue aValue, nsID* aResult);
-  bool DefineInterfaceConstants(JS::HandleObject aObject, const nsScriptInterface* aInterface);
-  bool DefineHasInstance(JS::HandleObject aObject, nsNamedInterface* aName);
   /// A weak reference to an object of script: alive as long as script keeps the object.
   nsCOMPtr<nsIWeakReference> NewWeakReference(JS::HandleObject aObject);
 
@@ -137,12 +98,15 @@ class nsScriptRuntime {
   /// True in the course of a call to a component written in script.
   bool InComponent() const { return mInComponent; }
 
-  // ---- Errors and the end (nsScriptRuntime.cpp)
+  // ---- The end
 
-  /// Writes the pending exception to standard error and clears it.
-  void ReportException();
-  void ReportValue(JS::HandleValue aException, const char* aPrefix);
   void Quit(int aStatus);
+  int Status() const { return mStatus; }
+  /// An error that nobody caught: the status is 1, unless it says something already. Components
+  /// have their errors for themselves.
+  void CountError() {
+    if (!mInComponent && mStatus == 0 && !mQuit) mStatus = 1;
+  }
   bool HasQuit() const { return mQuit; }
   /// Script runs, or a loop of this runtime does: it must not go now.
   bool IsInUse() const { return mDepth > 0 || mLoops > 0; }
@@ -151,42 +115,28 @@ class nsScriptRuntime {
   bool IsStopping() const { return mStopping; }
   void StopScripts();
   int RunUntilDone();
-  std::string mReason;        ///< of the next failure of compiled code, when it has given one
-  std::string mConstructing;  ///< "new Name: " while a compiled object reads its arguments
-  int mStatus = 0;
-  bool mEndsWithOutput = false;
-  std::function<void(bool)> mAroundOutput;  ///< called with true before text is written, then false
-  class Output {
-   public:
-    explicit Output(nsScriptRuntime* aRuntime) : mAround(aRuntime->mAroundOutput) {
-      if (mAround) mAround(true);
-    }
-    ~Output() {
-      if (mAround) mAround(false);
-    }
-    Output(const Output&) = delete;
-    Output& operator=(const Output&) = delete;
 
-   private:
-    const std::function<void(bool)> mAround;
+  // ---- What goes with a call of compiled code
+
+  /// Of the next failure, when compiled code gives one.
+  void SetReason(std::string aReason) { mReason = std::move(aReason); }
+  std::string TakeReason() { return std::exchange(mReason, {}); }
+  /// "new Name: " while a compiled object reads its arguments; gives what it was.
+  std::string SetConstructing(std::string aPlace) {
+    return std::exchange(mConstructing, std::move(aPlace));
+  }
+  const std::string& Constructing() const { return mConstructing; }
+
+  // ---- Functions of the prelude
+
+  enum class Tool {
+    eInspect,  ///< turns a value into text for people
+    eComplete,
+    eShowArray,     ///< lets script see a list's elements
+    eArrayHandler,  ///< what it does that with, an object
   };
-
-  // ---- Timers (nsEnvironment.cpp)
-  struct Timer {
-    nsCOMPtr<nsITimer> mTimer;
-    bool mKeepsAlive;
-  };
-  std::map<uint32_t, Timer> mTimers;
-  uint32_t mNextTimer = 1;
-  uint32_t mLiveTimers = 0;  ///< those of the application, which keep it running
-
-  JS::PersistentRootedObject mInspect;  ///< the function that turns a value into text for people
-  JS::PersistentRootedObject mComplete;
-  JS::PersistentRootedObject mShowArray;  ///< the function that lets script see a list's elements
-  JS::PersistentRootedObject mArrayHandler;  ///< what it does that with
-
-  // ---- Modules (nsModules.cpp)
-  std::map<std::string, JS::PersistentRootedObject> mModules;
+  JSObject* Of(Tool aTool) const { return mTools[static_cast<size_t>(aTool)]; }
+  void SetTool(Tool aTool, JSObject* aObject) { mTools[static_cast<size_t>(aTool)] = aObject; }
 
  private:
   nsScriptRuntime();
@@ -195,29 +145,24 @@ class nsScriptRuntime {
   void ReleaseOrDispatch();
   void ReleaseGarbage();
   void RunJobs();
-  bool ReadClassInfo(nsISupports* aNative, std::vector<const nsScriptInterface*>* aInterfaces,
-                     std::string* aName);
-  void TellHidden(JS::HandleId aId, const std::vector<nsWrapper::Face>& aFaces, size_t aFace,
-                  const std::string& aName);
-  JSObject* ShapePrototype(const std::vector<nsWrapper::Face>& aFaces, const std::string& aName);
-  bool DefineMembers(JS::HandleObject aPrototype, const nsScriptInterface* aInterface);
-  static void SweepWrappers(JSTracer* aTracer, void* aRuntime);
+  static void Sweep(JSTracer* aTracer, void* aRuntime);
   static void TrackRejection(JSContext* cx, bool aMuted, JS::HandleObject aPromise,
                              JS::PromiseRejectionHandlingState aState, void* aRuntime);
 
   static nsScriptRuntime* sCurrent;
 
   JSContext* mCx = nullptr;
+  nsWrappers mWrappers{*this};
+  nsScriptNames mNames{*this};
+  nsScriptTimers mTimers;
+  nsScriptModules mModules;
+  nsScriptOutput mOutput{*this};
+  std::array<JS::PersistentRootedObject, 4> mTools;
+  std::string mReason, mConstructing;
+  int mStatus = 0;
   JS::PersistentRootedObject mGlobal;
   JS::PersistentRootedObject mScriptedMap;
   JS::PersistentRooted<JS::GCVector<JSObject*, 0, js::SystemAllocPolicy>> mRejections;
-  std::unordered_map<nsISupports*, nsWrapper*> mWrappers;
-  std::unordered_map<const nsScriptInterface*, JS::PersistentRootedObject> mPrototypes;
-  std::unordered_map<const nsScriptInterface*, JS::PersistentRootedObject> mInterfaceObjects;
-  std::unordered_map<std::string, JS::PersistentRootedObject> mShapes;
-  std::deque<nsNamedInterface> mNames;
-  // By their place: tables last as long as the process. Pinned, so that no tracer is needed.
-  std::unordered_map<const char*, JS::PropertyKey> mProperties;
   std::vector<nsISupports*> mGarbage;
   std::unordered_set<nsScriptedObject*> mScripted;
   std::vector<std::shared_ptr<nsScriptWeakSlot>> mWeak;
@@ -232,8 +177,6 @@ class nsScriptRuntime {
   bool mStopping = false;
   nsCOMPtr<nsIHostDocument> mDocument;
   nsCOMPtr<nsIObserver> mObserver;
-
-  friend void NS_FinalizeWrapper(nsScriptRuntime*, nsWrapper*);
 };
 
 /// Defines everything that script finds in its global object. False with a pending exception.
@@ -245,10 +188,6 @@ bool NS_ResolveGlobalName(JSContext* cx, JS::HandleObject aGlobal, JS::HandleId 
 bool NS_FindGlobalClass(JSContext* cx, const std::string& aName, JS::MutableHandleValue aResult);
 /// Those of the categories that have not been looked up yet.
 bool NS_ListGlobalNames(JSContext* cx, JS::HandleObject aGlobal, JS::MutableHandleIdVector aNames);
-/// Hooks for `import`, static and dynamic.
-void NS_InitModules(JSContext* cx);
-/// Runs a file as what its name says it is. False with a pending exception, or stopped.
-bool NS_RunFile(nsScriptRuntime* aRuntime, const std::string& aFile);
 /// The whole text of a file, checked to be UTF-8. False with a pending exception.
 bool NS_ReadScript(JSContext* cx, const std::string& aFile, std::string* aText);
 nsCOMPtr<nsIHostDocument> NS_NewScriptDocument(const std::string& aFile);

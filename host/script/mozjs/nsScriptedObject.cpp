@@ -30,7 +30,7 @@ bool NS_ThrowNotImplemented(JSContext* cx, const nsScriptInterface* aInterface,
        level = nsScriptTables::Parent(*level)) {
     for (const nsScriptMember& member : level->mMembers) {
       bool has = false;
-      if (!nsScriptRuntime::Current()->NameOf(member.mName, &name) ||
+      if (!nsScriptRuntime::Current()->Names().NameOf(member.mName, &name) ||
           !JS_HasPropertyById(cx, aObject, name, &has))
         return false;
       if (has) continue;
@@ -139,7 +139,8 @@ bool nsScriptedObject::HasMembers(const nsScriptInterface* aInterface, bool aAll
     if (aAll && any && FindFace(level)) break;  // what it answers to already need not be looked at
     for (const nsScriptMember& member : level->mMembers) {
       bool has = false;
-      if (!runtime->NameOf(member.mName, &name) || !JS_HasPropertyById(cx, object, name, &has)) {
+      if (!runtime->Names().NameOf(member.mName, &name) ||
+          !JS_HasPropertyById(cx, object, name, &has)) {
         JS_ClearPendingException(cx);
         return false;
       }
@@ -159,7 +160,7 @@ bool nsScriptedObject::Claims(const nsScriptInterface* aInterface) {
   JS::RootedValue function(cx), answer(cx);
   if (JS_GetProperty(cx, object, "QueryInterface", &function) && function.isObject() &&
       JS::IsCallable(&function.toObject())) {
-    JSObject* const id = runtime->InterfaceObject(aInterface);
+    JSObject* const id = runtime->Names().InterfaceObject(aInterface);
     JS::RootedValueArray<1> arguments(cx);
     if (!id) return false;
     arguments[0].setObject(*id);
@@ -251,7 +252,7 @@ nsresult nsScriptedObject::CallScript(const nsScriptInterface& aInterface,
   nsScriptRuntime::Entry entry(runtime, mComponent);
   js::AutoCheckRecursionLimit recursion(cx);
   if (!recursion.check(cx)) {
-    runtime->ReportException();
+    runtime->Output().ReportException();
     return NS_ERROR_OUT_OF_MEMORY;
   }
 
@@ -266,7 +267,7 @@ nsresult nsScriptedObject::CallScript(const nsScriptInterface& aInterface,
     JS_ClearPendingException(cx);
     result = exception;
   } else {
-    runtime->ReportException();
+    runtime->Output().ReportException();
     JS::RootedObject error(cx, exception.isObject() ? &exception.toObject() : nullptr);
     if (error && !JS_GetProperty(cx, error, "result", &result)) JS_ClearPendingException(cx);
   }
@@ -282,7 +283,7 @@ bool nsScriptedObject::Invoke(const nsScriptInterface& aInterface, const nsScrip
   JS::RootedObject object(cx, mObject);
   JS::RootedValue self(cx, JS::ObjectValue(*object)), result(cx);
   JS::RootedId name(cx);
-  if (!runtime->NameOf(aMember.mName, &name)) return false;
+  if (!runtime->Names().NameOf(aMember.mName, &name)) return false;
   const std::span<const nsScriptParam> params = aMember.mParams;
 
   JS::RootedValueVector arguments(cx);
@@ -335,7 +336,8 @@ bool nsScriptedObject::Invoke(const nsScriptInterface& aInterface, const nsScrip
                                          NS_DescribeValue(cx, result));
       JS::RootedObject fields(cx, &result.toObject());
       JS::RootedId field(cx);
-      if (!runtime->NameOf(param.mName, &field) || !JS_GetPropertyById(cx, fields, field, &value))
+      if (!runtime->Names().NameOf(param.mName, &field) ||
+          !JS_GetPropertyById(cx, fields, field, &value))
         return false;
     }
     if (param.mType == nsScriptType::eAnyInterface) {

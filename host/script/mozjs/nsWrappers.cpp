@@ -23,7 +23,6 @@
 namespace {
 
 constexpr size_t kWrapperSlot = 0;
-constexpr size_t kNameSlot = 0;
 
 // What the collector is told that an object costs beside itself, so that it runs in time: the
 // wrapper, its entry, and a guess at the compiled object.
@@ -33,7 +32,7 @@ void FinalizeWrapper(JS::GCContext*, JSObject* aObject) {
   auto* const wrapper = JS::GetMaybePtrFromReservedSlot<nsWrapper>(aObject, kWrapperSlot);
   if (!wrapper || !nsScriptRuntime::Current()) return;
   JS::RemoveAssociatedMemory(aObject, kWrapperSize, JS::MemoryUse::Embedding1);
-  NS_FinalizeWrapper(nsScriptRuntime::Current(), wrapper);
+  nsScriptRuntime::Current()->Wrappers().Finalize(wrapper);
 }
 
 constexpr JSClassOps kWrapperOps = {nullptr, nullptr,         nullptr, nullptr, nullptr,
@@ -42,9 +41,6 @@ constexpr JSClass kWrapperClass = {
     "Object",     JSCLASS_HAS_RESERVED_SLOTS(1) | JSCLASS_FOREGROUND_FINALIZE,
     &kWrapperOps, nullptr,
     nullptr,      nullptr};
-constexpr JSClass kInterfaceClass = {
-    "Interface", JSCLASS_HAS_RESERVED_SLOTS(1), nullptr, nullptr, nullptr, nullptr};
-
 const nsScriptMember* MemberOf(const JS::CallArgs& aArgs) {
   return static_cast<const nsScriptMember*>(
       js::GetFunctionNativeReserved(&aArgs.callee(), 0).toPrivate());
@@ -111,8 +107,8 @@ bool CallMember(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
   if (!recursion.check(cx)) return false;
   runtime->DrainGarbage();
 
-  nsWrapper* const wrapper = nsScriptRuntime::WrapperOf(args.thisv());
-  nsISupports* const self = wrapper ? runtime->Face(wrapper, table) : nullptr;
+  nsWrapper* const wrapper = nsWrappers::Of(args.thisv());
+  nsISupports* const self = wrapper ? runtime->Wrappers().Face(wrapper, table) : nullptr;
   nsPlace place{table, &member, 0};
   if (!self)
     return NS_ThrowTypeError(cx, place.Method() + " belongs to objects that implement " +
@@ -125,7 +121,7 @@ bool CallMember(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
   if constexpr (K == Kind::eSetter) {
     if (!NS_FromScript(runtime, args.get(0), params[0], place, frame, 0)) return false;
     if (runtime->IsStopping()) return false;  // a trap may have called quit()
-    runtime->mReason.clear();
+    (void)runtime->TakeReason();
     const nsresult rv = member.mSet(self, frame.mSlots);
     if (runtime->IsStopping()) return false;
     if (NS_FAILED(rv)) return NS_ThrowResult(cx, rv, place.Method());
@@ -158,7 +154,7 @@ bool CallMember(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
   place.mArgument = 0;
   if (!CheckLengths(cx, params, frame, place) || runtime->IsStopping()) return false;
 
-  runtime->mReason.clear();
+  (void)runtime->TakeReason();
   const nsresult rv = member.mCall(self, frame.mSlots);
   if (runtime->IsStopping()) return false;
   if (NS_FAILED(rv)) return NS_ThrowResult(cx, rv, place.Method());
@@ -181,7 +177,7 @@ bool CallMember(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
             ? frame.mSlots[static_cast<size_t>(param.mRelated)].Get<const nsIID*>()
             : nullptr;
     if (!NS_ToScript(runtime, param, frame.mSlots[i], iid, outs.Length(i), &value)) return false;
-    if (results > 1 && (!runtime->NameOf(param.mName, &name) ||
+    if (results > 1 && (!runtime->Names().NameOf(param.mName, &name) ||
                         !JS_DefinePropertyById(cx, object, name, value, JSPROP_ENUMERATE)))
       return false;
   }
@@ -213,12 +209,12 @@ JSObject* NewMember(JSContext* cx, JSNative aNative, unsigned aArity,
 bool QueryInterface(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
   JS::CallArgs args = JS::CallArgsFromVp(aArgc, aVp);
   nsScriptRuntime* const runtime = nsScriptRuntime::Current();
-  nsWrapper* const wrapper = nsScriptRuntime::WrapperOf(args.thisv());
+  nsWrapper* const wrapper = nsWrappers::Of(args.thisv());
   if (!wrapper)
     return NS_ThrowTypeError(
         cx, "nsISupports.QueryInterface was used on " + NS_DescribeValue(cx, args.thisv()));
   nsID iid;
-  if (!runtime->ReadID(args.get(0), &iid))
+  if (!runtime->Names().ReadID(args.get(0), &iid))
     return NS_ThrowTypeError(
         cx,
         "nsISupports.QueryInterface: argument 1 (iid): an interface of Components.interfaces, or "
@@ -228,7 +224,7 @@ bool QueryInterface(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
   bool implements = false;
   const nsScriptInterface* const table = nsScriptTables::Find(iid);
   if (table) {
-    if (!runtime->AddFace(object, wrapper, table, &implements)) return false;
+    if (!runtime->Wrappers().AddFace(object, wrapper, table, &implements)) return false;
   } else {
     nsCOMPtr<nsISupports> found;
     implements = NS_SUCCEEDED(wrapper->mIdentity->QueryInterface(iid, NS_OutVoid(found)));
@@ -242,7 +238,7 @@ bool QueryInterface(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
 
 bool ToString(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
   JS::CallArgs args = JS::CallArgsFromVp(aArgc, aVp);
-  const nsWrapper* const wrapper = nsScriptRuntime::WrapperOf(args.thisv());
+  const nsWrapper* const wrapper = nsWrappers::Of(args.thisv());
   JSString* const text =
       NS_NewScriptString(cx, "[object " + (wrapper ? wrapper->mClassName : "nsISupports") + "]");
   if (!text) return false;
@@ -250,59 +246,35 @@ bool ToString(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
   return true;
 }
 
-/// `x instanceof name`. An object that implements the interface shows its members from then on.
-bool HasInstance(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
-  JS::CallArgs args = JS::CallArgsFromVp(aArgc, aVp);
-  nsScriptRuntime* const runtime = nsScriptRuntime::Current();
-  const auto* const name =
-      static_cast<nsNamedInterface*>(js::GetFunctionNativeReserved(&args.callee(), 0).toPrivate());
-  args.rval().setBoolean(false);
-  nsWrapper* const wrapper = nsScriptRuntime::WrapperOf(args.get(0));
-  if (!wrapper) return true;
-  JS::RootedObject object(cx, &args[0].toObject());
-  for (const nsIID& iid : name->mIIDs) {
-    bool implements = false;
-    if (const nsScriptInterface* const table = nsScriptTables::Find(iid)) {
-      if (!runtime->AddFace(object, wrapper, table, &implements)) return false;
-    } else {
-      nsCOMPtr<nsISupports> found;
-      implements = NS_SUCCEEDED(wrapper->mIdentity->QueryInterface(iid, NS_OutVoid(found)));
-    }
-    if (implements) args.rval().setBoolean(true);
-  }
-  return !runtime->IsStopping();
-}
-
 }  // namespace
 
-void NS_FinalizeWrapper(nsScriptRuntime* aRuntime, nsWrapper* aWrapper) {
-  const auto found = aRuntime->mWrappers.find(aWrapper->mIdentity);
+void nsWrappers::Finalize(nsWrapper* aWrapper) {
+  const auto found = mWrappers.find(aWrapper->mIdentity);
   // Between condemnation and this call the object may have been wrapped anew.
-  if (found != aRuntime->mWrappers.end() && found->second == aWrapper)
-    aRuntime->mWrappers.erase(found);
-  for (const nsWrapper::Face& face : aWrapper->mFaces) aRuntime->ReleaseLater(face.mPointer);
-  aRuntime->ReleaseLater(aWrapper->mIdentity);
+  if (found != mWrappers.end() && found->second == aWrapper) mWrappers.erase(found);
+  for (const nsWrapper::Face& face : aWrapper->mFaces) mRuntime.ReleaseLater(face.mPointer);
+  mRuntime.ReleaseLater(aWrapper->mIdentity);
   delete aWrapper;
 }
 
-void nsScriptRuntime::SweepWrappers(JSTracer* aTracer, void* aRuntime) {
-  for (auto& [identity, wrapper] : static_cast<nsScriptRuntime*>(aRuntime)->mWrappers)
+void nsWrappers::Sweep(JSTracer* aTracer) {
+  for (auto& [identity, wrapper] : mWrappers)
     JS_UpdateWeakPointerAfterGC(aTracer, &wrapper->mObject);
-  for (const auto& weak : static_cast<nsScriptRuntime*>(aRuntime)->mWeak)
-    JS_UpdateWeakPointerAfterGC(aTracer, &weak->mObject);
 }
 
-nsWrapper* nsScriptRuntime::WrapperOf(const JS::Value& aValue) {
+nsWrapper* nsWrappers::Of(const JS::Value& aValue) {
   JSObject* object = aValue.isObject() ? &aValue.toObject() : nullptr;
   // A list is behind its elements; no other proxy stands for what it is about.
-  if (object && js::IsScriptedProxy(object) && sCurrent && sCurrent->mArrayHandler &&
-      js::GetProxyReservedSlot(object, 0) == JS::ObjectValue(*sCurrent->mArrayHandler))
+  const nsScriptRuntime* const runtime = nsScriptRuntime::Current();
+  JSObject* const handler = runtime ? runtime->Of(nsScriptRuntime::Tool::eArrayHandler) : nullptr;
+  if (object && js::IsScriptedProxy(object) && handler &&
+      js::GetProxyReservedSlot(object, 0) == JS::ObjectValue(*handler))
     object = js::GetProxyTargetObject(object);
   if (!object || JS::GetClass(object) != &kWrapperClass) return nullptr;
   return JS::GetMaybePtrFromReservedSlot<nsWrapper>(object, kWrapperSlot);
 }
 
-nsISupports* nsScriptRuntime::Face(nsWrapper* aWrapper, const nsScriptInterface* aInterface) {
+nsISupports* nsWrappers::Face(nsWrapper* aWrapper, const nsScriptInterface* aInterface) {
   for (const nsWrapper::Face& face : aWrapper->mFaces)
     if (face.mInterface == aInterface) return face.mPointer;
   for (const nsWrapper::Face& face : aWrapper->mFaces)
@@ -310,8 +282,8 @@ nsISupports* nsScriptRuntime::Face(nsWrapper* aWrapper, const nsScriptInterface*
   return nullptr;
 }
 
-bool nsScriptRuntime::AddFace(JS::HandleObject aObject, nsWrapper* aWrapper,
-                              const nsScriptInterface* aInterface, bool* aImplements) {
+bool nsWrappers::AddFace(JS::HandleObject aObject, nsWrapper* aWrapper,
+                         const nsScriptInterface* aInterface, bool* aImplements) {
   *aImplements = true;
   if (Face(aWrapper, aInterface)) return true;
   void* pointer = nullptr;
@@ -322,7 +294,7 @@ bool nsScriptRuntime::AddFace(JS::HandleObject aObject, nsWrapper* aWrapper,
   // What the new one derives from is seen through it.
   std::erase_if(aWrapper->mFaces, [&](const nsWrapper::Face& aFace) {
     if (!nsScriptTables::Derives(aInterface, aFace.mInterface)) return false;
-    ReleaseLater(aFace.mPointer);
+    mRuntime.ReleaseLater(aFace.mPointer);
     return true;
   });
   aWrapper->mFaces.push_back({aInterface, static_cast<nsISupports*>(pointer)});
@@ -330,9 +302,9 @@ bool nsScriptRuntime::AddFace(JS::HandleObject aObject, nsWrapper* aWrapper,
   return prototype && JS_SetPrototype(mCx, aObject, prototype);
 }
 
-bool nsScriptRuntime::ReadClassInfo(nsISupports* aNative,
-                                    std::vector<const nsScriptInterface*>* aInterfaces,
-                                    std::string* aName) {
+bool nsWrappers::ReadClassInfo(nsISupports* aNative,
+                               std::vector<const nsScriptInterface*>* aInterfaces,
+                               std::string* aName) {
   const auto info = do_QueryInterface<nsIClassInfo>(aNative);
   if (!info) return false;
   uint32_t count = 0;
@@ -356,8 +328,8 @@ bool nsScriptRuntime::ReadClassInfo(nsISupports* aNative,
   return true;
 }
 
-bool nsScriptRuntime::Wrap(nsISupports* aNative, const nsScriptInterface* aInterface,
-                           JS::MutableHandleValue aResult) {
+bool nsWrappers::Wrap(nsISupports* aNative, const nsScriptInterface* aInterface,
+                      JS::MutableHandleValue aResult) {
   if (!aNative) {
     aResult.setNull();
     return true;
@@ -413,8 +385,8 @@ bool nsScriptRuntime::Wrap(nsISupports* aNative, const nsScriptInterface* aInter
   JS::RootedObject object(
       mCx, prototype ? JS_NewObjectWithGivenProto(mCx, &kWrapperClass, prototype) : nullptr);
   if (!object) {
-    for (const nsWrapper::Face& face : wrapper->mFaces) ReleaseLater(face.mPointer);
-    ReleaseLater(wrapper->mIdentity);
+    for (const nsWrapper::Face& face : wrapper->mFaces) mRuntime.ReleaseLater(face.mPointer);
+    mRuntime.ReleaseLater(wrapper->mIdentity);
     return false;
   }
   nsWrapper* const shown = wrapper.get();
@@ -427,8 +399,9 @@ bool nsScriptRuntime::Wrap(nsISupports* aNative, const nsScriptInterface* aInter
       std::any_of(shown->mFaces.begin(), shown->mFaces.end(), [](const nsWrapper::Face& aFace) {
         return nsScriptTables::Derives(aFace.mInterface, nsScriptTables::Find(nsIArray::kIID));
       });
-  if (!isList || !mShowArray) return true;
-  JS::RootedValue show(mCx, JS::ObjectValue(*mShowArray));
+  JSObject* const showArray = mRuntime.Of(nsScriptRuntime::Tool::eShowArray);
+  if (!isList || !showArray) return true;
+  JS::RootedValue show(mCx, JS::ObjectValue(*showArray));
   if (!JS::Call(mCx, JS::UndefinedHandleValue, show, JS::HandleValueArray(aResult), aResult))
     return false;
   shown->mObject = &aResult.toObject();
@@ -437,26 +410,14 @@ bool nsScriptRuntime::Wrap(nsISupports* aNative, const nsScriptInterface* aInter
 
 // ---- Prototypes
 
-bool nsScriptRuntime::NameOf(std::string_view aName, JS::MutableHandleId aResult) {
-  auto found = mProperties.find(aName.data());
-  if (found == mProperties.end()) {
-    JSString* const text = JS_AtomizeAndPinStringN(mCx, aName.data(), aName.size());
-    if (!text) return false;
-    found = mProperties.emplace(aName.data(), JS::PropertyKey::fromPinnedString(text)).first;
-  }
-  aResult.set(found->second);
-  return true;
-}
-
-bool nsScriptRuntime::DefineMembers(JS::HandleObject aPrototype,
-                                    const nsScriptInterface* aInterface) {
+bool nsWrappers::DefineMembers(JS::HandleObject aPrototype, const nsScriptInterface* aInterface) {
   if (*aInterface->mIID == nsISupports::kIID)
     return JS_DefineFunction(mCx, aPrototype, "QueryInterface", QueryInterface, 1,
                              JSPROP_ENUMERATE) &&
            JS_DefineFunction(mCx, aPrototype, "toString", ToString, 0, 0);
   JS::RootedId name(mCx);
   for (const nsScriptMember& member : aInterface->mMembers) {
-    if (!NameOf(member.mName, &name)) return false;
+    if (!mRuntime.Names().NameOf(member.mName, &name)) return false;
     if (!member.mIsAttribute) {
       JS::RootedObject method(
           mCx, NewMember(mCx, CallMember<Kind::eMethod>, Arity(member), aInterface, member));
@@ -472,10 +433,10 @@ bool nsScriptRuntime::DefineMembers(JS::HandleObject aPrototype,
         !JS_DefinePropertyById(mCx, aPrototype, name, getter, setter, JSPROP_ENUMERATE))
       return false;
   }
-  return DefineInterfaceConstants(aPrototype, aInterface);
+  return mRuntime.Names().DefineInterfaceConstants(aPrototype, aInterface);
 }
 
-JSObject* nsScriptRuntime::Prototype(const nsScriptInterface* aInterface) {
+JSObject* nsWrappers::Prototype(const nsScriptInterface* aInterface) {
   const auto found = mPrototypes.find(aInterface);
   if (found != mPrototypes.end()) return found->second;
   JS::RootedObject parent(mCx);
@@ -492,14 +453,14 @@ JSObject* nsScriptRuntime::Prototype(const nsScriptInterface* aInterface) {
 }
 
 // One of two members of a name is not to be reached, and whoever misses it should know.
-void nsScriptRuntime::TellHidden(JS::HandleId aId, const std::vector<nsWrapper::Face>& aFaces,
-                                 size_t aFace, const std::string& aName) {
+void nsWrappers::TellHidden(JS::HandleId aId, const std::vector<nsWrapper::Face>& aFaces,
+                            size_t aFace, const std::string& aName) {
   const auto owner = [&](const nsWrapper::Face& aSeen) -> const nsScriptInterface* {
     for (const nsScriptInterface* level = aSeen.mInterface;
          level && *level->mIID != nsISupports::kIID; level = nsScriptTables::Parent(*level))
       for (const nsScriptMember& member : level->mMembers) {
         JS::RootedId id(mCx);
-        if (NameOf(member.mName, &id) && id.get() == aId.get()) return level;
+        if (mRuntime.Names().NameOf(member.mName, &id) && id.get() == aId.get()) return level;
       }
     return nullptr;
   };
@@ -507,7 +468,7 @@ void nsScriptRuntime::TellHidden(JS::HandleId aId, const std::vector<nsWrapper::
   for (size_t i = 0; hidden && i < aFace; ++i) {
     const nsScriptInterface* const shown = owner(aFaces[i]);
     if (!shown || shown == hidden) continue;
-    const Output output(this);
+    const nsScriptOutput::Scope output(mRuntime.Output());
     fprintf(stderr, "vorel: %s: %s.%s hides the member of this name of %s\n", aName.c_str(),
             std::string(shown->mName).c_str(), NS_Text(mCx, aId.toString()).c_str(),
             std::string(hidden->mName).c_str());
@@ -515,8 +476,8 @@ void nsScriptRuntime::TellHidden(JS::HandleId aId, const std::vector<nsWrapper::
   }
 }
 
-JSObject* nsScriptRuntime::ShapePrototype(const std::vector<nsWrapper::Face>& aFaces,
-                                          const std::string& aName) {
+JSObject* nsWrappers::ShapePrototype(const std::vector<nsWrapper::Face>& aFaces,
+                                     const std::string& aName) {
   std::string key = aName;
   for (const nsWrapper::Face& face : aFaces) (key += '/') += face.mInterface->mName;
   const auto found = mShapes.find(key);
@@ -561,75 +522,4 @@ JSObject* nsScriptRuntime::ShapePrototype(const std::vector<nsWrapper::Face>& aF
     return nullptr;
   mShapes.try_emplace(key, mCx, prototype);
   return prototype;
-}
-
-// ---- Names
-
-bool nsScriptRuntime::DefineInterfaceConstants(JS::HandleObject aObject,
-                                               const nsScriptInterface* aInterface) {
-  for (const nsScriptConstant& constant : aInterface->mConstants) {
-    JS::RootedValue value(mCx, JS_NumberValue(static_cast<double>(constant.mValue)));
-    if (!JS_DefineProperty(mCx, aObject, std::string(constant.mName).c_str(), value,
-                           JSPROP_ENUMERATE | JSPROP_READONLY | JSPROP_PERMANENT))
-      return false;
-  }
-  return true;
-}
-
-bool nsScriptRuntime::DefineHasInstance(JS::HandleObject aObject, nsNamedInterface* aName) {
-  JSFunction* const function =
-      js::NewFunctionWithReserved(mCx, HasInstance, 1, 0, "[Symbol.hasInstance]");
-  if (!function) return false;
-  JS::RootedObject object(mCx, JS_GetFunctionObject(function));
-  js::SetFunctionNativeReserved(object, 0, JS::PrivateValue(aName));
-  JS::RootedId id(mCx, JS::GetWellKnownSymbolKey(mCx, JS::SymbolCode::hasInstance));
-  return JS_DefinePropertyById(mCx, aObject, id, object, JSPROP_READONLY);
-}
-
-JSObject* nsScriptRuntime::InterfaceObject(const nsScriptInterface* aInterface) {
-  const auto found = mInterfaceObjects.find(aInterface);
-  if (found != mInterfaceObjects.end()) return found->second;
-  nsNamedInterface* const name = NewName();
-  name->mName = aInterface->mName;
-  name->mIIDs = {*aInterface->mIID};
-  JS::RootedObject object(mCx, JS_NewObject(mCx, &kInterfaceClass));
-  JS::RootedString nameString(mCx, NS_NewScriptString(mCx, aInterface->mName));
-  JS::RootedString number(mCx, NS_NewScriptString(mCx, aInterface->mIID->ToString()));
-  JS::RootedObject prototype(mCx, Prototype(aInterface));
-  if (!object || !nameString || !number || !prototype) return nullptr;
-  JS::SetReservedSlot(object, kNameSlot, JS::PrivateValue(name));
-  if (!JS_DefineProperty(mCx, object, "name", nameString, JSPROP_READONLY) ||
-      !JS_DefineProperty(mCx, object, "number", number, JSPROP_READONLY) ||
-      !JS_DefineProperty(mCx, object, "prototype", prototype, JSPROP_READONLY) ||
-      !DefineHasInstance(object, name))
-    return nullptr;
-  for (const nsScriptInterface* level = aInterface; level; level = nsScriptTables::Parent(*level))
-    if (!DefineInterfaceConstants(object, level)) return nullptr;
-  mInterfaceObjects.try_emplace(aInterface, mCx, object);
-  return object;
-}
-
-bool nsScriptRuntime::ReadID(JS::HandleValue aValue, nsID* aResult) {
-  if (aValue.isString()) return nsID::Parse(NS_Text(mCx, aValue.toString()), aResult);
-  if (!aValue.isObject()) return false;
-  JS::RootedObject object(mCx, &aValue.toObject());
-  if (JS::GetClass(object) == &kInterfaceClass) {
-    *aResult = JS::GetMaybePtrFromReservedSlot<nsNamedInterface>(object, kNameSlot)->mIIDs[0];
-    return true;
-  }
-  // A global name: what tells whether it is an instance knows the identifiers.
-  JS::RootedId id(mCx, JS::GetWellKnownSymbolKey(mCx, JS::SymbolCode::hasInstance));
-  JS::RootedValue test(mCx);
-  bool own = false;
-  if (!JS_HasOwnPropertyById(mCx, object, id, &own) || !own ||
-      !JS_GetPropertyById(mCx, object, id, &test)) {
-    JS_ClearPendingException(mCx);
-    return false;
-  }
-  if (!test.isObject() || !JS_IsNativeFunction(&test.toObject(), HasInstance)) return false;
-  const auto* const name = static_cast<nsNamedInterface*>(
-      js::GetFunctionNativeReserved(&test.toObject(), 0).toPrivate());
-  if (name->mIIDs.empty()) return false;  // it makes objects, of no interface in particular
-  *aResult = name->mIIDs[0];
-  return true;
 }

@@ -28,7 +28,6 @@
 #include "nsILocalFile.h"
 #include "nsISimpleEnumerator.h"
 #include "nsISupportsCString.h"
-#include "nsITimerCallback.h"
 #include "nsImplements.h"
 #include "nsScriptErrors.h"
 #include "nsScriptModule.h"
@@ -101,105 +100,12 @@ class ScriptDocument final
 const nsClassInfoRecord ScriptDocument::kClassInfo = {
     NS_ClassInterfaces<nsIHostDocument>, NS_NamedHelper<"Document">, nsIClassInfo::DOM_OBJECT, {}};
 
-// ---- Timers
-
-class ScriptTimer final : public nsImplements<ScriptTimer, nsITimerCallback> {
- public:
-  ScriptTimer(JSContext* cx, uint32_t aId, bool aRepeats, bool aComponent)
-      : mId(aId), mRepeats(aRepeats), mComponent(aComponent), mFunction(cx), mArguments(cx) {}
-
-  nsresult Notify(nsITimer*) override {
-    nsScriptRuntime* const runtime = Runtime();
-    if (!runtime || !mFunction || runtime->HasQuit()) return NS_OK;
-    JSContext* const cx = runtime->Context();
-    const nsCOMPtr<ScriptTimer> alive(this);
-    nsScriptRuntime::Entry entry(runtime, mComponent, nsScriptRuntime::Caller::eLoop);
-    if (!mRepeats) Clear(runtime, mId);
-    JS::RootedValue function(cx, JS::ObjectValue(*mFunction)), result(cx);
-    JS::RootedValueVector arguments(cx);
-    for (const JS::Value& value : mArguments.get())
-      if (!arguments.append(value)) return NS_ERROR_OUT_OF_MEMORY;
-    if (!JS::Call(cx, JS::UndefinedHandleValue, function, arguments, &result) &&
-        JS_IsExceptionPending(cx))
-      runtime->ReportException();
-    return NS_OK;
-  }
-
-  static void Clear(nsScriptRuntime* aRuntime, uint32_t aId) {
-    const auto found = aRuntime->mTimers.find(aId);
-    if (found == aRuntime->mTimers.end()) return;
-    const nsScriptRuntime::Timer timer = found->second;
-    aRuntime->mTimers.erase(found);
-    (void)timer.mTimer->Cancel();
-    aRuntime->mLiveTimers -= timer.mKeepsAlive;
-  }
-
-  JS::PersistentRootedObject& Function() { return mFunction; }
-  JS::PersistentRooted<JS::GCVector<JS::Value, 0, js::SystemAllocPolicy>>& Arguments() {
-    return mArguments;
-  }
-
- private:
-  ~ScriptTimer() override = default;
-  const uint32_t mId;
-  const bool mRepeats;
-  const bool mComponent;
-  JS::PersistentRootedObject mFunction;
-  JS::PersistentRooted<JS::GCVector<JS::Value, 0, js::SystemAllocPolicy>> mArguments;
-};
-
-template <bool Repeats>
-bool SetTimer(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
-  JS::CallArgs args = JS::CallArgsFromVp(aArgc, aVp);
-  nsScriptRuntime* const runtime = Runtime();
-  const char* const name = Repeats ? "setInterval" : "setTimeout";
-  if (!args.get(0).isObject() || !JS::IsCallable(&args[0].toObject()))
-    return NS_ThrowTypeError(cx, std::string(name) +
-                                     ": argument 1 (callback): a function is expected, not " +
-                                     NS_DescribeValue(cx, args.get(0)));
-  double delay = 0;
-  if (args.hasDefined(1) && !JS::ToNumber(cx, args[1], &delay)) return false;
-  // Negative and missing delays mean: as soon as may be. An interval of 0 would leave no time for
-  // anything else.
-  if (!(delay >= (Repeats ? 1 : 0))) delay = Repeats ? 1 : 0;
-  if (delay > 4294967295.0) delay = 4294967295.0;
-  const auto timer = do_CreateInstance<nsITimer>(NS_TIMER_CONTRACTID);
-  if (!timer) return NS_ThrowResult(cx, NS_ERROR_NOT_AVAILABLE, name, "there are no timers");
-  const uint32_t id = runtime->mNextTimer++;
-  const auto callback = MakeRefCounted<ScriptTimer>(cx, id, Repeats, runtime->InComponent());
-  callback->Function() = &args[0].toObject();
-  for (unsigned i = 2; i < args.length(); ++i)
-    if (!callback->Arguments().get().append(args[i])) return false;
-  const nsresult rv =
-      timer->InitWithCallback(callback.get(), static_cast<uint32_t>(delay),
-                              Repeats ? nsITimer::TYPE_REPEATING_SLACK : nsITimer::TYPE_ONE_SHOT);
-  if (NS_FAILED(rv)) return NS_ThrowResult(cx, rv, name);
-  runtime->mTimers[id] = {timer, !runtime->InComponent()};
-  runtime->mLiveTimers += !runtime->InComponent();
-  args.rval().setNumber(id);
-  return true;
-}
-
-bool ClearTimer(JSContext*, unsigned aArgc, JS::Value* aVp) {
-  JS::CallArgs args = JS::CallArgsFromVp(aArgc, aVp);
-  args.rval().setUndefined();
-  if (args.get(0).isNumber()) {
-    const double id = args[0].toNumber();
-    if (id > 0 && id <= 4294967295.0) ScriptTimer::Clear(Runtime(), static_cast<uint32_t>(id));
-  }
-  return true;
-}
-
 // ---- The natives of the prelude
 
 bool Print(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
   JS::CallArgs args = JS::CallArgsFromVp(aArgc, aVp);
-  std::string text = NS_ToText(cx, args.get(1)) + "\n";
-  FILE* const out = JS::ToBoolean(args.get(0)) ? stderr : stdout;
-  const nsScriptRuntime::Output output(Runtime());
-  fwrite(text.data(), 1, text.size(), out);
-  // Lines of an application are read by others as they come.
-  if (fflush(out) != 0 && out == stdout && Runtime()->mEndsWithOutput) Runtime()->Quit(0);
+  const std::string text = NS_ToText(cx, args.get(1)) + "\n";
+  Runtime()->Output().Print(JS::ToBoolean(args.get(0)), text);
   args.rval().setUndefined();
   return true;
 }
@@ -232,13 +138,13 @@ bool InterfaceNames(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
   return true;
 }
 
-template <JSObject* (nsScriptRuntime::*Get)(const nsScriptInterface*)>
+template <auto Part, auto Get>
 bool OfInterface(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
   JS::CallArgs args = JS::CallArgsFromVp(aArgc, aVp);
   args.rval().setUndefined();
   const nsScriptInterface* const table = nsScriptTables::Find(NS_ToText(cx, args.get(0)));
   if (!table) return true;
-  JSObject* const object = (Runtime()->*Get)(table);
+  JSObject* const object = ((Runtime()->*Part)().*Get)(table);
   if (!object) return false;
   args.rval().setObject(*object);
   return true;
@@ -263,7 +169,7 @@ bool GetObject(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
   const std::string method =
       std::string(Service ? "getService" : "createInstance") + " of " + contract;
   nsID iid = nsISupports::kIID;
-  if (args.length() > 1 && !runtime->ReadID(args[1], &iid))
+  if (args.length() > 1 && !runtime->Names().ReadID(args[1], &iid))
     return NS_ThrowTypeError(
         cx, method + ": argument 1 (iid): an interface of Components.interfaces is expected, not " +
                 NS_DescribeValue(cx, args[1]));
@@ -274,7 +180,7 @@ bool GetObject(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
               : vorel::detail::CreateByContract(contract.c_str(), iid, NS_OutVoid(object));
   if (NS_FAILED(rv) || !object)
     return NS_ThrowResult(cx, NS_FAILED(rv) ? rv : NS_ERROR_FAILURE, method);
-  return runtime->Wrap(object.get(), nsScriptTables::Find(iid), args.rval());
+  return runtime->Wrappers().Wrap(object.get(), nsScriptTables::Find(iid), args.rval());
 }
 
 bool CollectGarbage(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
@@ -286,10 +192,8 @@ bool CollectGarbage(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
 
 bool ReportError(JSContext*, unsigned aArgc, JS::Value* aVp) {
   JS::CallArgs args = JS::CallArgsFromVp(aArgc, aVp);
-  const int status = Runtime()->mStatus;
   JS::RootedValue error(Runtime()->Context(), args.get(0));
-  Runtime()->ReportValue(error, "");
-  Runtime()->mStatus = status;  // somebody did catch it
+  Runtime()->Output().Tell(error, "");
   args.rval().setUndefined();
   return true;
 }
@@ -323,7 +227,7 @@ bool LexicalNames(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
 bool WrapperName(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
   JS::CallArgs args = JS::CallArgsFromVp(aArgc, aVp);
   args.rval().setUndefined();
-  const nsWrapper* const wrapper = nsScriptRuntime::WrapperOf(args.get(0));
+  const nsWrapper* const wrapper = nsWrappers::Of(args.get(0));
   if (!wrapper) return true;
   JSString* const name = NS_NewScriptString(cx, wrapper->mClassName);
   if (!name) return false;
@@ -337,11 +241,16 @@ bool Stops(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
   return Function(cx, aArgc, aVp) && !Runtime()->IsStopping();
 }
 
+constexpr JSNative kInterfaceObject =
+    Stops<OfInterface<&nsScriptRuntime::Names, &nsScriptNames::InterfaceObject>>;
+constexpr JSNative kPrototypeOf =
+    Stops<OfInterface<&nsScriptRuntime::Wrappers, &nsWrappers::Prototype>>;
+
 const JSFunctionSpec kNatives[] = {
     JS_FN("print", Stops<Print>, 2, 0),
     JS_FN("interfaceNames", InterfaceNames, 0, 0),
-    JS_FN("interfaceObject", Stops<OfInterface<&nsScriptRuntime::InterfaceObject>>, 1, 0),
-    JS_FN("prototypeOf", Stops<OfInterface<&nsScriptRuntime::Prototype>>, 1, 0),
+    JS_FN("interfaceObject", kInterfaceObject, 1, 0),
+    JS_FN("prototypeOf", kPrototypeOf, 1, 0),
     JS_FN("isRegistered", Stops<ClassIsRegistered>, 1, 0),
     JS_FN("getService", Stops<GetObject<true>>, 2, 0),
     JS_FN("createInstance", Stops<GetObject<false>>, 2, 0),
@@ -354,10 +263,10 @@ const JSFunctionSpec kNatives[] = {
 };
 
 const JSFunctionSpec kGlobals[] = {
-    JS_FN("setTimeout", Stops<SetTimer<false>>, 2, JSPROP_ENUMERATE),
-    JS_FN("setInterval", Stops<SetTimer<true>>, 2, JSPROP_ENUMERATE),
-    JS_FN("clearTimeout", ClearTimer, 1, JSPROP_ENUMERATE),
-    JS_FN("clearInterval", ClearTimer, 1, JSPROP_ENUMERATE),
+    JS_FN("setTimeout", Stops<nsScriptTimers::Set<false>>, 2, JSPROP_ENUMERATE),
+    JS_FN("setInterval", Stops<nsScriptTimers::Set<true>>, 2, JSPROP_ENUMERATE),
+    JS_FN("clearTimeout", nsScriptTimers::Clear, 1, JSPROP_ENUMERATE),
+    JS_FN("clearInterval", nsScriptTimers::Clear, 1, JSPROP_ENUMERATE),
     JS_FN("quit", Quit, 1, JSPROP_ENUMERATE),
     JS_FS_END,
 };
@@ -408,14 +317,14 @@ bool Construct(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
   if (NS_FAILED(rv) || !object)
     return NS_ThrowResult(cx, NS_FAILED(rv) ? rv : NS_ERROR_FAILURE, method);
   JS::RootedValue value(cx);
-  if (!runtime->Wrap(object.get(), nullptr, &value)) return false;
+  if (!runtime->Wrappers().Wrap(object.get(), nullptr, &value)) return false;
   if (const auto initializer = do_QueryInterface<nsIJSNativeInitializer>(object)) {
     nsKeptCharacters::CallScope kept;
-    const std::string outer = std::exchange(runtime->mConstructing, method + ": ");
+    const std::string outer = runtime->SetConstructing(method + ": ");
     // The engine's values are 8 bytes, as the platform's are.
     rv = initializer->Initialize(runtime->Document(), cx, &value.toObject(), args.length(),
                                  reinterpret_cast<jsval*>(args.array()));
-    runtime->mConstructing = outer;
+    (void)runtime->SetConstructing(outer);
     if (NS_FAILED(rv)) return NS_ThrowResult(cx, rv, method);
     JS_ClearPendingException(cx);
   }
@@ -432,7 +341,7 @@ bool ResolveClass(JSContext* cx, const std::string& aName, bool* aFound,
   const std::string interface = CategoryEntry(kInterfaceCategory, aName);
   const std::string contract = CategoryEntry(kConstructorCategory, aName);
   if (extension.empty() && interface.empty() && contract.empty()) return true;
-  nsNamedInterface* const name = runtime->NewName();
+  nsNamedInterface* const name = runtime->Names().NewName();
   name->mName = aName;
   if (!extension.empty()) {
     nsresult rv = NS_OK;
@@ -453,13 +362,13 @@ bool ResolveClass(JSContext* cx, const std::string& aName, bool* aFound,
   if (!function) return false;
   JS::RootedObject object(cx, JS_GetFunctionObject(function));
   js::SetFunctionNativeReserved(object, 0, JS::PrivateValue(name));
-  if (!runtime->DefineHasInstance(object, name)) return false;
+  if (!runtime->Names().DefineHasInstance(object, name)) return false;
   // As of the interface, whose members its objects have first.
   if (!name->mIIDs.empty()) {
     JS::RootedString number(cx, NS_NewScriptString(cx, name->mIIDs[0].ToString()));
     if (!number || !JS_DefineProperty(cx, object, "number", number, JSPROP_READONLY)) return false;
     if (const nsScriptInterface* const table = nsScriptTables::Find(name->mIIDs[0])) {
-      JS::RootedObject prototype(cx, runtime->Prototype(table));
+      JS::RootedObject prototype(cx, runtime->Wrappers().Prototype(table));
       bool has = false;
       if (!prototype || !JS_DefineProperty(cx, object, "prototype", prototype, JSPROP_READONLY) ||
           !JS_AlreadyHasOwnProperty(cx, prototype, "constructor", &has) ||
@@ -470,7 +379,7 @@ bool ResolveClass(JSContext* cx, const std::string& aName, bool* aFound,
   for (const nsIID& id : name->mIIDs)
     for (const nsScriptInterface* level = nsScriptTables::Find(id); level;
          level = nsScriptTables::Parent(*level))
-      if (!runtime->DefineInterfaceConstants(object, level)) return false;
+      if (!runtime->Names().DefineInterfaceConstants(object, level)) return false;
   *aFound = true;
   aResult.setObject(*object);
   return true;
@@ -501,7 +410,7 @@ bool NS_ResolveGlobalName(JSContext* cx, JS::HandleObject aGlobal, JS::HandleId 
     if (NS_FAILED(rv) || !object)
       return NS_ThrowResult(cx, NS_FAILED(rv) ? rv : NS_ERROR_FAILURE, name,
                             service + " is not to be had");
-    if (!Runtime()->Wrap(object.get(), nullptr, &value)) return false;
+    if (!Runtime()->Wrappers().Wrap(object.get(), nullptr, &value)) return false;
     *aResolved = true;
   } else if (!ResolveClass(cx, name, aResolved, &value)) {
     return false;
@@ -577,12 +486,12 @@ bool NS_DefineEnvironment(nsScriptRuntime* aRuntime) {
   JS::RootedObject tools(cx, &made.toObject());
   JS::RootedValue function(cx);
   if (!JS_GetProperty(cx, tools, "inspect", &function)) return false;
-  aRuntime->mInspect = &function.toObject();
+  aRuntime->SetTool(nsScriptRuntime::Tool::eInspect, &function.toObject());
   if (!JS_GetProperty(cx, tools, "complete", &function)) return false;
-  aRuntime->mComplete = &function.toObject();
+  aRuntime->SetTool(nsScriptRuntime::Tool::eComplete, &function.toObject());
   if (!JS_GetProperty(cx, tools, "showArray", &function)) return false;
-  aRuntime->mShowArray = &function.toObject();
+  aRuntime->SetTool(nsScriptRuntime::Tool::eShowArray, &function.toObject());
   if (!JS_GetProperty(cx, tools, "arrayHandler", &function)) return false;
-  aRuntime->mArrayHandler = &function.toObject();
+  aRuntime->SetTool(nsScriptRuntime::Tool::eArrayHandler, &function.toObject());
   return true;
 }

@@ -70,7 +70,7 @@ std::string ResolvePath(const std::string& aSpecifier, const std::string& aFrom)
   return std::filesystem::path(aFrom).parent_path() / aSpecifier;
 }
 
-bool Init(JSContext* cx, const std::string& aText, JS::SourceText<mozilla::Utf8Unit>& aSource) {
+bool Borrow(JSContext* cx, const std::string& aText, JS::SourceText<mozilla::Utf8Unit>& aSource) {
   return aSource.init(cx, aText.data(), aText.size(), JS::SourceOwnership::Borrowed);
 }
 
@@ -79,22 +79,8 @@ JSString* NameForImports(JSContext* cx, const std::string& aFile) {
   return NS_NewScriptString(cx, WholePath(aFile));
 }
 
-JSObject* GetModule(JSContext* cx, const std::string& aFile) {
-  const std::string file = WholePath(aFile);
-  auto& modules = nsScriptRuntime::Current()->mModules;
-  if (const auto found = modules.find(file); found != modules.end()) return found->second;
-  std::string text;
-  if (!NS_ReadScript(cx, file, &text)) return nullptr;
-  JS::CompileOptions options(cx);
-  options.setFileAndLine(file.c_str(), 1);
-  JS::SourceText<mozilla::Utf8Unit> source;
-  JS::RootedObject module(
-      cx, Init(cx, text, source) ? JS::CompileModule(cx, options, source) : nullptr);
-  JS::RootedString name(cx, module ? NS_NewScriptString(cx, file) : nullptr);
-  if (!name) return nullptr;
-  JS::SetModulePrivate(module, JS::StringValue(name));
-  modules.try_emplace(file, cx, module);
-  return module;
+JSObject* GetModule(const std::string& aFile) {
+  return nsScriptRuntime::Current()->Modules().Get(aFile);
 }
 
 JSObject* ResolveImport(JSContext* cx, JS::Handle<JS::Value> aReferrer,
@@ -110,7 +96,7 @@ JSObject* ResolveImport(JSContext* cx, JS::Handle<JS::Value> aReferrer,
                                       : "a path that begins with ./, ../ or / is expected";
   else if (access(file.c_str(), R_OK) != 0)
     wrong = WholePath(file) + " can't be read";
-  if (wrong.empty()) return GetModule(cx, file);
+  if (wrong.empty()) return GetModule(file);
   NS_ThrowTypeError(
       cx, (aReferrer.isString() ? from + ": " : "") + "import \"" + name + "\": " + wrong);
   return nullptr;
@@ -170,19 +156,19 @@ class ScriptFactory final : public nsImplements<ScriptFactory, nsIFactory> {
     JS::RootedObject object(cx);
     nsCOMPtr<nsISupports> native;
     if (!JS::Construct(cx, constructor, JS::HandleValueArray::empty(), &object)) {
-      runtime->ReportException();
+      runtime->Output().ReportException();
       return NS_ERROR_FAILURE;
     }
     made.setObject(*object);
     if (!NS_ToNative(runtime, made, nsISupports::kIID, mFile, &native)) {
-      runtime->ReportException();
+      runtime->Output().ReportException();
       return NS_ERROR_FAILURE;
     }
     const nsresult rv = native->QueryInterface(aIID, aResult);
     const nsScriptInterface* const table = nsScriptTables::Find(aIID);
     if (NS_FAILED(rv) && table) {
       NS_ThrowNotImplemented(cx, table, std::string(table->mName), mFile, object);
-      runtime->ReportException();
+      runtime->Output().ReportException();
     }
     return rv;
   }
@@ -209,8 +195,8 @@ class ModuleLoader final : public nsImplements<ModuleLoader, nsIModuleLoader> {
     nsScriptRuntime::Entry entry(runtime, true);
     const std::string file(NS_View(aPath));
     JS::RootedValue getFactory(cx), answer(cx);
-    if (!Load(runtime, file, &getFactory)) {
-      runtime->ReportException();
+    if (!runtime->Modules().GetFactoryOf(file, &getFactory)) {
+      runtime->Output().ReportException();
       return NS_ERROR_FAILURE;
     }
     JS::RootedString cid(cx, NS_NewScriptString(cx, aCID.ToString()));
@@ -222,7 +208,7 @@ class ModuleLoader final : public nsImplements<ModuleLoader, nsIModuleLoader> {
     else
       (void)JS::Call(cx, JS::UndefinedHandleValue, getFactory, arguments, &answer);
     if (JS_IsExceptionPending(cx)) {
-      runtime->ReportException();
+      runtime->Output().ReportException();
       return NS_ERROR_FAILURE;
     }
     if (!answer.isObject()) return NS_ERROR_FACTORY_NOT_REGISTERED;
@@ -234,7 +220,7 @@ class ModuleLoader final : public nsImplements<ModuleLoader, nsIModuleLoader> {
     nsCOMPtr<nsISupports> factory;
     if (!NS_ToNative(runtime, answer, nsIFactory::kIID, file + ": what NSGetFactory answered",
                      &factory)) {
-      runtime->ReportException();
+      runtime->Output().ReportException();
       return NS_ERROR_FAILURE;
     }
     return factory->QueryInterface(nsIFactory::kIID, reinterpret_cast<void**>(aResult));
@@ -242,51 +228,6 @@ class ModuleLoader final : public nsImplements<ModuleLoader, nsIModuleLoader> {
 
  private:
   ~ModuleLoader() override = default;
-
-  /// The file's NSGetFactory, from the first run of the file.
-  static bool Load(nsScriptRuntime* aRuntime, const std::string& aFile,
-                   JS::MutableHandleValue aGetFactory) {
-    JSContext* const cx = aRuntime->Context();
-    if (aFile.ends_with(".mjs")) {
-      JS::RootedObject module(cx, GetModule(cx, aFile));
-      JS::RootedObject promise(cx);
-      if (!module || !Evaluate(cx, module, &promise) || Failed(cx, promise)) return false;
-      if (promise && JS::GetPromiseState(promise) == JS::PromiseState::Pending)
-        return NS_ThrowTypeError(cx, aFile +
-                                         ": a component is asked for its classes at once, so "
-                                         "that neither it nor what it imports can await");
-      JS::RootedObject exports(cx, JS::GetModuleNamespace(cx, module));
-      return exports && JS_GetProperty(cx, exports, "NSGetFactory", aGetFactory);
-    }
-    const std::string key = "component:" + WholePath(aFile);
-    if (const auto found = aRuntime->mModules.find(key); found != aRuntime->mModules.end()) {
-      aGetFactory.set(found->second ? JS::ObjectValue(*found->second) : JS::UndefinedValue());
-      return true;
-    }
-    std::string text;
-    if (!NS_ReadScript(cx, aFile, &text)) return false;
-    text += "\n;return typeof NSGetFactory === 'undefined' ? undefined : NSGetFactory;";
-    JS::CompileOptions options(cx);
-    options.setFileAndLine(aFile.c_str(), 0);  // the engine puts a line before the body
-    JS::SourceText<mozilla::Utf8Unit> source;
-    JS::RootedObjectVector scope(cx);
-    if (!Init(cx, text, source)) return false;
-    JSFunction* const body =
-        JS::CompileFunction(cx, scope, options, "component", 0, nullptr, source);
-    if (!body) return false;
-    JS::RootedFunction rooted(cx, body);
-    JS::RootedValue function(cx, JS::ObjectValue(*JS_GetFunctionObject(body)));
-    JSString* const name = NameForImports(cx, aFile);
-    JSScript* const script = name ? JS_GetFunctionScript(cx, rooted) : nullptr;
-    if (!script) return false;
-    JS::SetScriptPrivate(script, JS::StringValue(name));
-    if (!JS::Call(cx, JS::UndefinedHandleValue, function, JS::HandleValueArray::empty(),
-                  aGetFactory))
-      return false;
-    aRuntime->mModules.try_emplace(key, cx,
-                                   aGetFactory.isObject() ? &aGetFactory.toObject() : nullptr);
-    return true;
-  }
 };
 
 }  // namespace
@@ -296,11 +237,70 @@ nsresult NS_ConstructModuleLoader(nsISupports* aOuter, const nsIID& aIID, void**
   return MakeRefCounted<ModuleLoader>()->QueryInterface(aIID, aResult);
 }
 
-void NS_InitModules(JSContext* cx) {
+void nsScriptModules::Init(JSContext* cx) {
+  mCx = cx;
   JSRuntime* const runtime = JS_GetRuntime(cx);
   JS::SetModuleResolveHook(runtime, ResolveImport);
   JS::SetModuleMetadataHook(runtime, DescribeModule);
   JS::SetModuleDynamicImportHook(runtime, ImportDynamically);
+}
+
+JSObject* nsScriptModules::Get(const std::string& aFile) {
+  JSContext* const cx = mCx;
+  const std::string file = WholePath(aFile);
+  if (const auto found = mLoaded.find(file); found != mLoaded.end()) return found->second;
+  std::string text;
+  if (!NS_ReadScript(cx, file, &text)) return nullptr;
+  JS::CompileOptions options(cx);
+  options.setFileAndLine(file.c_str(), 1);
+  JS::SourceText<mozilla::Utf8Unit> source;
+  JS::RootedObject module(
+      cx, Borrow(cx, text, source) ? JS::CompileModule(cx, options, source) : nullptr);
+  JS::RootedString name(cx, module ? NS_NewScriptString(cx, file) : nullptr);
+  if (!name) return nullptr;
+  JS::SetModulePrivate(module, JS::StringValue(name));
+  mLoaded.try_emplace(file, cx, module);
+  return module;
+}
+
+bool nsScriptModules::GetFactoryOf(const std::string& aFile, JS::MutableHandleValue aGetFactory) {
+  JSContext* const cx = mCx;
+  if (aFile.ends_with(".mjs")) {
+    JS::RootedObject module(cx, Get(aFile));
+    JS::RootedObject promise(cx);
+    if (!module || !Evaluate(cx, module, &promise) || Failed(cx, promise)) return false;
+    if (promise && JS::GetPromiseState(promise) == JS::PromiseState::Pending)
+      return NS_ThrowTypeError(cx, aFile +
+                                       ": a component is asked for its classes at once, so "
+                                       "that neither it nor what it imports can await");
+    JS::RootedObject exports(cx, JS::GetModuleNamespace(cx, module));
+    return exports && JS_GetProperty(cx, exports, "NSGetFactory", aGetFactory);
+  }
+  const std::string key = "component:" + WholePath(aFile);
+  if (const auto found = mLoaded.find(key); found != mLoaded.end()) {
+    aGetFactory.set(found->second ? JS::ObjectValue(*found->second) : JS::UndefinedValue());
+    return true;
+  }
+  std::string text;
+  if (!NS_ReadScript(cx, aFile, &text)) return false;
+  text += "\n;return typeof NSGetFactory === 'undefined' ? undefined : NSGetFactory;";
+  JS::CompileOptions options(cx);
+  options.setFileAndLine(aFile.c_str(), 0);  // the engine puts a line before the body
+  JS::SourceText<mozilla::Utf8Unit> source;
+  JS::RootedObjectVector scope(cx);
+  if (!Borrow(cx, text, source)) return false;
+  JSFunction* const body = JS::CompileFunction(cx, scope, options, "component", 0, nullptr, source);
+  if (!body) return false;
+  JS::RootedFunction rooted(cx, body);
+  JS::RootedValue function(cx, JS::ObjectValue(*JS_GetFunctionObject(body)));
+  JSString* const name = NameForImports(cx, aFile);
+  JSScript* const script = name ? JS_GetFunctionScript(cx, rooted) : nullptr;
+  if (!script) return false;
+  JS::SetScriptPrivate(script, JS::StringValue(name));
+  if (!JS::Call(cx, JS::UndefinedHandleValue, function, JS::HandleValueArray::empty(), aGetFactory))
+    return false;
+  mLoaded.try_emplace(key, cx, aGetFactory.isObject() ? &aGetFactory.toObject() : nullptr);
+  return true;
 }
 
 bool NS_ReadScript(JSContext* cx, const std::string& aFile, std::string* aText) {
@@ -318,11 +318,11 @@ bool NS_ReadScript(JSContext* cx, const std::string& aFile, std::string* aText) 
   return true;
 }
 
-bool NS_RunFile(nsScriptRuntime* aRuntime, const std::string& aFile) {
-  JSContext* const cx = aRuntime->Context();
+bool nsScriptModules::Run(const std::string& aFile) {
+  JSContext* const cx = mCx;
   const std::string file = Absolute(aFile);
   if (file.ends_with(".mjs")) {
-    JS::RootedObject module(cx, GetModule(cx, file));
+    JS::RootedObject module(cx, Get(file));
     JS::RootedObject promise(cx);
     if (!module || !Evaluate(cx, module, &promise)) return false;
     // What goes wrong later than the first await is a rejection, reported like all that nobody
@@ -334,7 +334,8 @@ bool NS_RunFile(nsScriptRuntime* aRuntime, const std::string& aFile) {
   JS::CompileOptions options(cx);
   options.setFileAndLine(file.c_str(), 1);
   JS::SourceText<mozilla::Utf8Unit> source;
-  JS::RootedScript script(cx, Init(cx, text, source) ? JS::Compile(cx, options, source) : nullptr);
+  JS::RootedScript script(cx,
+                          Borrow(cx, text, source) ? JS::Compile(cx, options, source) : nullptr);
   JSString* const name = script ? NameForImports(cx, file) : nullptr;
   if (!name) return false;
   JS::SetScriptPrivate(script, JS::StringValue(name));
