@@ -67,7 +67,7 @@ class nsPlatformSectionReader {
   /// NS_ERROR_NET_TIMEOUT when none has come, NS_ERROR_ABORT after Cancel or a Close of the tuner,
   /// NS_ERROR_NOT_AVAILABLE when the device has gone, NS_ERROR_FAILURE when it does not work.
   /// Windows: IMpeg2Data::GetSection.
-  virtual nsresult Read(uint32_t aTimeout, std::vector<uint8_t>* aSection) = 0;
+  virtual nsresult ReadSection(uint32_t aTimeout, std::vector<uint8_t>* aSection) = 0;
   /// Ends the read that waits, and all to come.
   /// Windows: none: a read there ends by its time-out.
   virtual void Cancel() = 0;
@@ -94,11 +94,11 @@ class nsPlatformPacketReader {
   /// Waits for packets up to that many ms, and takes as many as are there, or as are worth one call
   /// (some hundred). Each run has one packet or more, one behind the other; runs too are in the
   /// order of the stream. They are views, of the stream itself where it lies in memory, and valid
-  /// until the next call of Read or the end of this object, also after Cancel and a Close of the
-  /// tuner. Results as nsPlatformSectionReader::Read. When the reader is slower than the tuner,
-  /// packets are lost; what has been read is then still in order and whole.
-  /// Windows: ISampleGrabberCB::SampleCB, where the system calls.
-  virtual nsresult Read(uint32_t aTimeout, std::vector<std::span<const uint8_t>>* aRuns) = 0;
+  /// until the next ReadPackets or the end of this object, also after Cancel and a Close of the
+  /// tuner. Results as nsPlatformSectionReader::ReadSection. When the reader is slower than the
+  /// tuner, packets are lost; what has been read is then still in order and whole. Windows:
+  /// ISampleGrabberCB::SampleCB, where the system calls.
+  virtual nsresult ReadPackets(uint32_t aTimeout, std::vector<std::span<const uint8_t>>* aRuns) = 0;
   /// Ends the read that waits, and all to come.
   /// Windows: IMediaControl::Stop.
   virtual void Cancel() = 0;
