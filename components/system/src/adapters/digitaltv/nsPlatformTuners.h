@@ -95,9 +95,9 @@ class nsPlatformPacketReader {
   /// (some hundred). Each run has one packet or more, one behind the other; runs too are in the
   /// order of the stream. They are views, of the stream itself where it lies in memory, and valid
   /// until the next ReadPackets or the end of this object, also after Cancel and a Close of the
-  /// tuner. Results as nsPlatformSectionReader::ReadSection. When the reader is slower than the
-  /// tuner, packets are lost; what has been read is then still in order and whole. Windows:
-  /// ISampleGrabberCB::SampleCB, where the system calls.
+  /// tuner. Results as those of ReadSection. When the reader is slower than the tuner, packets are
+  /// lost; what has been read is then still in order and whole.
+  /// Windows: ISampleGrabberCB::SampleCB, where the system calls.
   virtual nsresult ReadPackets(uint32_t aTimeout, std::vector<std::span<const uint8_t>>* aRuns) = 0;
   /// Ends the read that waits, and all to come.
   /// Windows: IMediaControl::Stop.
