@@ -8,6 +8,7 @@ nsSimulatedMachine::nsSimulatedMachine()
       mFiles(std::make_shared<nsSimulatedFiles>(mCalls)),
       mDirectoryChanges(std::make_shared<nsSimulatedDirectoryChanges>(mCalls, mFiles)),
       mNetwork(std::make_shared<nsSimulatedNetwork>(mCalls)),
+      mNetworkSettings(std::make_shared<nsSimulatedNetworkSettings>(mCalls, mNetwork)),
       mComm(std::make_shared<nsSimulatedComm>(mCalls)),
       mRegistry(std::make_shared<nsSimulatedRegistry>(mCalls, mNetwork)),
       mClock(std::make_shared<nsSimulatedClock>(mCalls)),
@@ -21,6 +22,7 @@ nsPlatformRef nsSimulatedMachine::Platform() const {
   platform->mFiles = mFiles;
   platform->mDirectoryChanges = mDirectoryChanges;
   platform->mNetwork = mNetwork;
+  platform->mNetworkSettings = mNetworkSettings;
   platform->mComm = mComm;
   platform->mRegistry = mRegistry;
   platform->mClock = mClock;

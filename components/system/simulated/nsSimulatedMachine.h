@@ -21,6 +21,7 @@
 #include "nsSimulatedFonts.h"
 #include "nsSimulatedHost.h"
 #include "nsSimulatedNetwork.h"
+#include "nsSimulatedNetworkSettings.h"
 #include "nsSimulatedRegistry.h"
 #include "nsSimulatedVolumes.h"
 #include "nsSimulatedWatchdog.h"
@@ -59,6 +60,7 @@ class nsSimulatedMachine {
   const std::shared_ptr<nsSimulatedFiles> mFiles;
   const std::shared_ptr<nsSimulatedDirectoryChanges> mDirectoryChanges;
   const std::shared_ptr<nsSimulatedNetwork> mNetwork;
+  const std::shared_ptr<nsSimulatedNetworkSettings> mNetworkSettings;
   const std::shared_ptr<nsSimulatedComm> mComm;
   const std::shared_ptr<nsSimulatedRegistry> mRegistry;
   const std::shared_ptr<nsSimulatedClock> mClock;

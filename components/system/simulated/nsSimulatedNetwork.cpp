@@ -286,6 +286,11 @@ void nsSimulatedNetwork::Remove(const std::string& aName) {
   Changed();
 }
 
+std::vector<nsSimulatedInterface> nsSimulatedNetwork::Interfaces() const {
+  const std::lock_guard lock(mLock);
+  return mInterfaces;
+}
+
 void nsSimulatedNetwork::SetVersion(nsSystemVersion aVersion) {
   const std::lock_guard lock(mLock);
   mVersion = aVersion;

@@ -37,6 +37,8 @@ class nsSimulatedNetwork final : public nsPlatformNetwork, public nsSimulatedPor
   /// Changes an interface that is there; false when it is not.
   bool Alter(const std::string& aName, const std::function<void(nsSimulatedInterface&)>& aChange);
   void Remove(const std::string& aName);
+  /// As they are now, in their order.
+  std::vector<nsSimulatedInterface> Interfaces() const;
 
   // The system as such. A new one is of version 10 and has all it could have.
   void SetVersion(nsSystemVersion aVersion);

@@ -15,6 +15,7 @@ class nsPlatformFiles;
 class nsPlatformFonts;
 class nsPlatformHost;
 class nsPlatformNetwork;
+class nsPlatformNetworkSettings;
 class nsPlatformRegistry;
 class nsPlatformTimeZones;
 class nsPlatformTuners;
@@ -26,6 +27,7 @@ class nsPlatformWindowEvents;
 struct nsPlatform {
   std::shared_ptr<nsPlatformVolumes> mVolumes;
   std::shared_ptr<nsPlatformNetwork> mNetwork;
+  std::shared_ptr<nsPlatformNetworkSettings> mNetworkSettings;
   std::shared_ptr<nsPlatformComm> mComm;
   std::shared_ptr<nsPlatformRegistry> mRegistry;
   std::shared_ptr<nsPlatformClock> mClock;

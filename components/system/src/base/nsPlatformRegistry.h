@@ -70,6 +70,9 @@ class nsPlatformRegistry {
   /// Windows: RegCreateKeyExA.
   virtual nsresult CreateKey(const std::string& aPath, uint32_t aAccess,
                              std::unique_ptr<nsPlatformRegistryKey>* aKey) = 0;
+  /// Whether the store has the key by now. Unlike opening it, asking fills nothing in.
+  /// Windows: RegOpenKeyExA.
+  virtual nsresult HasKey(const std::string& aPath, bool* aHas) = 0;
 };
 
 /// A value with its name.

@@ -49,6 +49,7 @@ constexpr Row kRows[] = {
      false},
     {"{3b04347b-cbb0-4c52-b565-d5e91159cc82}", "@vorel/bdascanresultdigitaltvservice;1", false},
     {"{4dd67d9e-6c07-4b21-83fd-3069c1bded0e}", "@vorel/system/ciextension;1", false},
+    {"{1f4be1f2-93a7-4e0c-8d6c-20b6d7a5c934}", "@vorel/network-configuration;1", true},
 };
 
 // Rows of the table above whose classes the library does not have yet.

@@ -110,6 +110,12 @@ class nsPlatformRegistryStore : public nsPlatformRegistry,
     *aKey = std::make_unique<Key>(shared_from_this(), aPath, aAccess);
     return NS_OK;
   }
+  nsresult HasKey(const std::string& aPath, bool* aHas) final {
+    return Read("HasKey", [&](nsRegistryData& aData) {
+      *aHas = aData.Has(aPath);
+      return NS_OK;
+    });
+  }
 
  protected:
   explicit nsPlatformRegistryStore(nsRegistrySeed aSeed) : mSeed(std::move(aSeed)) {}

@@ -13,6 +13,7 @@
 #include "nsIPrefBranch.h"
 #include "nsISystemAdapterIP.h"
 #include "nsISystemApplicationProfile.h"
+#include "nsISystemNetworkConfiguration.h"
 #include "nsIWidget.h"
 #include "nsIXULWindow.h"
 #include "nsPlatformDisplays.h"
@@ -95,6 +96,8 @@ nsresult nsSystemManager::OnAppStartup() {
     const nsresult rv = os->AddObserver(this, topic, false);
     NS_ENSURE_SUCCESS(rv, rv);
   }
+  // Takes back settings that a process tried and did not live to see confirmed.
+  (void)do_GetService<nsISystemNetworkConfiguration>("@vorel/network-configuration;1");
   return NS_OK;
 }
 

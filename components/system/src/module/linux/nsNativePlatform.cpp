@@ -8,6 +8,7 @@
 #include "nsLinuxFonts.h"
 #include "nsLinuxHost.h"
 #include "nsLinuxNetwork.h"
+#include "nsLinuxNetworkSettings.h"
 #include "nsLinuxRegistry.h"
 #include "nsLinuxTimeZones.h"
 #include "nsLinuxVolumes.h"
@@ -20,6 +21,7 @@ nsPlatformRef NS_NewNativePlatform() {
   platform->mVolumes = std::make_shared<nsLinuxVolumes>();
   const auto network = std::make_shared<nsLinuxNetwork>();
   platform->mNetwork = network;
+  platform->mNetworkSettings = std::make_shared<nsLinuxNetworkSettings>();
   platform->mRegistry = std::make_shared<nsLinuxRegistry>(NS_RegistryPath, NS_NetworkSeed(network));
   nsLinuxComm::Options serial;
   const char* const more = std::getenv("VOREL_SERIAL_PORTS");

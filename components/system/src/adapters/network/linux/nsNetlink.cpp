@@ -218,7 +218,10 @@ Socket::Outcome Socket::Ask(uint16_t aType, const Header& aHeader, const Visitor
   if (!Open() || sendto(mFd.get(), buffer, question->nlmsg_len, 0,
                         reinterpret_cast<sockaddr*>(&kernel), sizeof kernel) < 0)
     return Failed(errno);
+  return Answer(aVisit);
+}
 
+Socket::Outcome Socket::Answer(const Visitor& aVisit) {
   bool changed = false;
   for (;;) {
     bool isCut = false;
@@ -235,7 +238,8 @@ Socket::Outcome Socket::Ask(uint16_t aType, const Header& aHeader, const Visitor
                              outcome = changed ? Outcome::kChanged : Outcome::kDone;
                            } else if (aMessage.nlmsg_type == NLMSG_ERROR) {
                              nlmsgerr error{};
-                             outcome = Failed(Take(aBody, &error) ? -error.error : EBADMSG);
+                             if (!Take(aBody, &error)) error.error = -EBADMSG;
+                             outcome = error.error == 0 ? Outcome::kDone : Failed(-error.error);
                            } else {
                              aVisit(aMessage.nlmsg_type, aBody);
                            }
@@ -304,6 +308,48 @@ nsresult Socket::DefaultRoutes(uint8_t aFamily, std::vector<DefaultRoute>* aRout
       });
   if (NS_SUCCEEDED(rv)) *aRoutes = std::move(routes);
   return rv;
+}
+
+nsresult Socket::Payloads(uint16_t aType, uint8_t aFamily,
+                          std::vector<std::vector<uint8_t>>* aPayloads) {
+  std::vector<std::vector<uint8_t>> payloads;
+  const auto start = [&] { payloads.clear(); };
+  const auto visit = [&](uint16_t, Bytes aPayload) {
+    payloads.emplace_back(aPayload.begin(), aPayload.end());
+  };
+  nsresult rv;
+  if (aType == RTM_GETADDR) {
+    ifaddrmsg header{};
+    header.ifa_family = aFamily;
+    rv = Dump(aType, header, start, visit);
+  } else if (aType == RTM_GETROUTE) {
+    rtmsg header{};
+    header.rtm_family = aFamily;
+    rv = Dump(aType, header, start, visit);
+  } else {
+    ifinfomsg header{};
+    header.ifi_family = aFamily;
+    rv = Dump(aType, header, start, visit);
+  }
+  if (NS_SUCCEEDED(rv)) *aPayloads = std::move(payloads);
+  return rv;
+}
+
+int Socket::Change(uint16_t aType, uint16_t aFlags, Bytes aPayload) {
+  std::vector<uint8_t> buffer(MNL_NLMSG_HDRLEN + MNL_ALIGN(aPayload.size()));
+  nlmsghdr header{};
+  header.nlmsg_len = static_cast<uint32_t>(buffer.size());
+  header.nlmsg_type = aType;
+  header.nlmsg_flags = static_cast<uint16_t>(NLM_F_REQUEST | NLM_F_ACK | aFlags);
+  header.nlmsg_seq = ++mSequence;
+  std::memcpy(buffer.data(), &header, sizeof header);
+  std::ranges::copy(aPayload, buffer.begin() + MNL_NLMSG_HDRLEN);
+  sockaddr_nl kernel{};
+  kernel.nl_family = AF_NETLINK;
+  if (!Open() || sendto(mFd.get(), buffer.data(), buffer.size(), 0,
+                        reinterpret_cast<sockaddr*>(&kernel), sizeof kernel) < 0)
+    return mError = errno;
+  return Answer([](uint16_t, Bytes) {}) == Outcome::kDone ? 0 : mError;
 }
 
 }  // namespace vorel::netlink

@@ -67,6 +67,11 @@ class Socket {
   nsresult Addresses(uint8_t aFamily, std::vector<Address>* aAddresses);
   nsresult DefaultRoutes(uint8_t aFamily, std::vector<DefaultRoute>* aRoutes);
 
+  /// The payloads of all messages of RTM_GETLINK, RTM_GETADDR or RTM_GETROUTE, as they come.
+  nsresult Payloads(uint16_t aType, uint8_t aFamily, std::vector<std::vector<uint8_t>>* aPayloads);
+  /// Asks for a change, once, and waits for the answer: 0, or a number of errno.
+  int Change(uint16_t aType, uint16_t aFlags, Bytes aPayload);
+
   /// The number of errno that the last failure is known by.
   int Error() const { return mError; }
 
@@ -77,6 +82,7 @@ class Socket {
   Outcome Failed(int aError);
   template <class Header>
   Outcome Ask(uint16_t aType, const Header& aHeader, const Visitor& aVisit);
+  Outcome Answer(const Visitor& aVisit);
   template <class Header>
   nsresult Dump(uint16_t aType, const Header& aHeader, const std::function<void()>& aStart,
                 const Visitor& aVisit);
