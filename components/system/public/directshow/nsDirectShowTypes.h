@@ -107,6 +107,7 @@ struct SECTION {
 
 // Pass through only.
 struct BDA_TEMPLATE_CONNECTION;
+struct BIND_OPTS;
 struct DISPPARAMS;
 struct EXCEPINFO;
 struct MPEG2_FILTER;

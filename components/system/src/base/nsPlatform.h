@@ -14,6 +14,7 @@ class nsPlatformDisplays;
 class nsPlatformFiles;
 class nsPlatformFonts;
 class nsPlatformHost;
+class nsPlatformMedia;
 class nsPlatformNetwork;
 class nsPlatformNetworkSettings;
 class nsPlatformRegistry;
@@ -40,6 +41,8 @@ struct nsPlatform {
   std::shared_ptr<nsPlatformDisplays> mDisplays;
   std::shared_ptr<nsPlatformWindowEvents> mWindowEvents;
   std::shared_ptr<nsPlatformTuners> mTuners;
+  /// Null where the platform has none: NS_WithMediaGraph gives it some.
+  std::shared_ptr<nsPlatformMedia> mMedia;
 };
 using nsPlatformRef = std::shared_ptr<const nsPlatform>;
 
