@@ -1633,6 +1633,7 @@ interface nsISystemFileSystemListener extends nsISupports {
   readonly ERROR_ROOT_MISSING: 0;
   readonly ERROR_TREE: 2;
   readonly ERROR_ROOT_GONE: 3;
+  readonly ERROR_INCOMPLETE: 4;
   /** The watch stands; what changes from now on is reported. */
   onWatcherStarted(): void;
   /** The watch has ended. */
@@ -1644,6 +1645,11 @@ interface nsISystemFileSystemListener extends nsISupports {
    * ERROR_ROOT_GONE with the watched path: the root of a standing watch was deleted, moved,
    * replaced or unmounted, or a link on the way to it leads elsewhere now. Nothing more is heard
    * of it. Whoever stops and starts gets a new watch of what is there then.
+   *
+   * ERROR_INCOMPLETE, after OnWatcherStarted, with a text for people that begins with the path of
+   * a directory: it can't be watched, and nothing is heard of what is below it. It is tried again
+   * from time to time, and what it holds by then is reported as added. Of many at once some are
+   * told, and when the system can watch no more, the first; to those who watch at that time.
    */
   onWatcherError(code: number, text: string): void;
   /** A file was written to, or something came into, left or got another name in a directory. */
@@ -2215,8 +2221,8 @@ interface nsInterfaces {
   readonly nsISystemDisplayMode: nsInterfaceID<nsISystemDisplayMode>;
   readonly nsISystemDisplayOutputBinding: nsInterfaceID<nsISystemDisplayOutputBinding>;
   readonly nsISystemDisplayPosition: nsInterfaceID<nsISystemDisplayPosition>;
-  readonly nsISystemFileSystemListener: nsInterfaceID<nsISystemFileSystemListener> & { readonly ERROR_ROOT_MISSING: 0; readonly ERROR_TREE: 2; readonly ERROR_ROOT_GONE: 3; };
-  readonly nsISystemFileSystemListener2: nsInterfaceID<nsISystemFileSystemListener2> & { readonly ERROR_ROOT_MISSING: 0; readonly ERROR_TREE: 2; readonly ERROR_ROOT_GONE: 3; };
+  readonly nsISystemFileSystemListener: nsInterfaceID<nsISystemFileSystemListener> & { readonly ERROR_ROOT_MISSING: 0; readonly ERROR_TREE: 2; readonly ERROR_ROOT_GONE: 3; readonly ERROR_INCOMPLETE: 4; };
+  readonly nsISystemFileSystemListener2: nsInterfaceID<nsISystemFileSystemListener2> & { readonly ERROR_ROOT_MISSING: 0; readonly ERROR_TREE: 2; readonly ERROR_ROOT_GONE: 3; readonly ERROR_INCOMPLETE: 4; };
   readonly nsISystemFont: nsInterfaceID<nsISystemFont>;
   readonly nsISystemGeneralSettings: nsInterfaceID<nsISystemGeneralSettings>;
   readonly nsISystemIPAddress: nsInterfaceID<nsISystemIPAddress>;

@@ -12,6 +12,7 @@ for (const argument of arguments.slice(0, end)) {
 
 const ROOT_MISSING = 0;
 const ROOT_GONE = 3;
+const INCOMPLETE = 4;
 const STATUS = { failure: 1, gone: 3, timeout: 4 };
 const RETRY_MS = 500;
 
@@ -120,6 +121,10 @@ class Root {
   }
 
   onWatcherError(code, text) {
+    if (code === INCOMPLETE) {
+      this.print({ event: "error", code, text }, "error".padEnd(9) + text);
+      return;
+    }
     const texts = { [ROOT_MISSING]: " does not exist", [ROOT_GONE]: " was deleted, moved, replaced or unmounted" };
     const message = texts[code] ? text + texts[code] : "error " + code + " " + text;
     if (!options.wait || !texts[code]) {

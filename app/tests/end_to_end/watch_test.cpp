@@ -196,6 +196,24 @@ TEST(Watch, DirectoryThatCantBeWatchedIsWaitedFor) {
             0);
 }
 
+TEST(Watch, IncompleteWatchLooksComplete) {
+  nsProgram program;
+  const fs::path root = fs::path(program.Directory()) / "root";
+  for (int i = 0; i < 60; ++i) fs::create_directories(root / std::to_string(i));
+  const std::string limited =
+      "unshare --user --map-root-user sh -c 'echo 30 > /proc/sys/user/max_inotify_watches && ";
+  if (std::system((limited + "true' 2>/dev/null").c_str()) != 0)
+    GTEST_SKIP() << "there are no user namespaces here";
+  const std::string command = limited + "exec " VOREL_BINARY_DIR "/bin/vorel --profile " +
+                              program.Directory() + "/p watch --timeout 1 " + root.string();
+  const std::string path = root.string() + "/[0-9]* can.t be watched, nor perhaps others";
+  for (const auto& [option, line] :
+       {std::pair{" --json", "^{\"event\":\"error\",\"code\":4,\"text\":\"" + path},
+        std::pair{"", "^error    " + path}})
+    EXPECT_EQ(std::system((command + option + "' 2>/dev/null | grep -q '" + line + "'").c_str()), 0)
+        << line;
+}
+
 TEST(Watch, OptionsThatTheCollectorMovesAreReadFromTheirOldPlace) {
   nsProgram program;
   fs::create_directory(fs::path(program.Directory()) / "data");

@@ -24,6 +24,8 @@ class nsISystemFileSystemListener : public nsISupports {
   static constexpr uint32_t ERROR_TREE = 2u;
   /// The root of a standing watch has gone.
   static constexpr uint32_t ERROR_ROOT_GONE = 3u;
+  /// The watch stands, but something below the root is not watched.
+  static constexpr uint32_t ERROR_INCOMPLETE = 4u;
 
   /// The watch stands; what changes from now on is reported.
   virtual nsresult OnWatcherStarted() = 0;
@@ -35,6 +37,11 @@ class nsISystemFileSystemListener : public nsISupports {
   /// ERROR_ROOT_GONE with the watched path: the root of a standing watch was deleted, moved,
   /// replaced or unmounted, or a link on the way to it leads elsewhere now. Nothing more is heard
   /// of it. Whoever stops and starts gets a new watch of what is there then.
+  ///
+  /// ERROR_INCOMPLETE, after OnWatcherStarted, with a text for people that begins with the path of
+  /// a directory: it can't be watched, and nothing is heard of what is below it. It is tried again
+  /// from time to time, and what it holds by then is reported as added. Of many at once some are
+  /// told, and when the system can watch no more, the first; to those who watch at that time.
   virtual nsresult OnWatcherError(uint32_t aCode, const nsAString& aText) = 0;
   /// A file was written to, or something came into, left or got another name in a directory.
   virtual nsresult OnFileSystemChanged(const nsAString& aPath) = 0;

@@ -269,6 +269,7 @@ class nsSimulatedDirectoryChanges::Reader final : public nsPlatformDirectoryRead
   }
   // The handle is of the whole tree.
   nsresult Watch(const nsAString&) override { return IsOpen() ? NS_OK : NS_ERROR_NOT_INITIALIZED; }
+  std::vector<nsPlatformUnwatched> TakeUnwatched() override { return {}; }
   void Close() override {
     std::lock_guard lock(mOwner.mLock);
     mIsOpen = false;

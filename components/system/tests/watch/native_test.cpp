@@ -65,7 +65,7 @@ class Watch {
     EXPECT_EQ(mWatcher->Init(mListener.get(), nsCString("file://" + mRoot.native()), true), NS_OK);
     EXPECT_EQ(mWatcher->StartWatching(), NS_OK);
     EXPECT_TRUE(NS_RunEventsUntil([this] { return mListener->HasHeard("started"); }));
-    (void)mListener->Take();
+    mStart = mListener->Take();
   }
   ~Watch() {
     (void)mWatcher->StopWatching();
@@ -88,6 +88,7 @@ class Watch {
   }
 
   const fs::path mRoot;
+  Lines mStart;  // what was heard until then
   nsCOMPtr<nsWatchListener> mListener = MakeRefCounted<nsWatchListener>();
   nsCOMPtr<nsSystemFileSystemWatcher> mWatcher =
       MakeRefCounted<nsSystemFileSystemWatcher>(NS_NewNativePlatform());
@@ -475,14 +476,19 @@ TEST_F(NativeWatchDeathTest, UnreadableDirectoryEndsTheWatch) {
           if (user == 0) {
             if (setuid(nobody) != 0) _exit(2);
             fs::permissions(root / "closed", fs::perms::none);
-            WithReader(root.Path(), [&](nsReaderThread& aThread) {
-              nsTemporaryDirectory::Write(root / "open/file");
-              EXPECT_TRUE(aThread.AwaitName(u"open/file"));
+            StartHost();
+            {
+              Watch watch(root.Path());
+              const std::string told =
+                  (root / "closed").native() + " can't be watched: permission denied";
+              EXPECT_EQ(watch.mStart, (Lines{"started", "error 4 " + told}));
+              Write(root / "open/file");
+              EXPECT_TRUE(watch.AwaitLine("added open/file"));
               fs::permissions(root / "closed", fs::perms::owner_all);
-              EXPECT_TRUE(aThread.AwaitName(u"closed"));
-              nsTemporaryDirectory::Write(root / "closed/file");
-              EXPECT_TRUE(aThread.AwaitName(u"closed/file")) << "it is readable now";
-            });
+              Write(root / "closed/file");
+              EXPECT_TRUE(watch.AwaitLine("added closed/file")) << "it is readable now";
+            }
+            mHost.Stop();
             _exit(HasFailure() ? 1 : 0);
           }
           int status = 0;
@@ -498,18 +504,29 @@ TEST_F(NativeWatchDeathTest, LimitOfWatchesIsReachedInSilence) {
         Leave([&]() -> int {
           // A user namespace has a limit of its own, which belongs to nobody else.
           if (unshare(CLONE_NEWUSER) != 0) return 3;
-          {
+          const auto setLimit = [](int aLimit) {
             std::ofstream limit("/proc/sys/user/max_inotify_watches");
-            limit << 40 << std::flush;  // the host has some, and so has the way to the root
-            if (!limit) return 3;
-          }
+            limit << aLimit << std::flush;
+            return bool{limit};
+          };
+          if (!setLimit(40)) return 3;  // the host has some, and so has the way to the root
           StartHost();
           nsTemporaryDirectory root;
           for (int i = 0; i < 100; ++i) fs::create_directory(root / std::to_string(i));
-          WithReader(root.Path(), [&](nsReaderThread& aThread) {
-            nsTemporaryDirectory::Write(root / "file");
-            EXPECT_TRUE(aThread.AwaitName(u"file")) << "the rest goes on";
-          });
+          {
+            Watch watch(root.Path());
+            EXPECT_EQ(watch.mStart.size(), 2u);
+            EXPECT_TRUE(watch.mStart.back().starts_with("error 4 " + root.Path().native() + "/"));
+            for (int i = 0; i < 100; ++i) Write(root / std::to_string(i) / "deep");
+            Write(root / "file");
+            EXPECT_TRUE(watch.AwaitLine("added file")) << "the rest goes on";
+            EXPECT_FALSE(watch.AwaitPicture(0));
+            EXPECT_TRUE(setLimit(1000));
+            EXPECT_TRUE(watch.AwaitPicture()) << "they are not tried again";
+            Write(root / "99/new");
+            Write(root / "0/new");
+            EXPECT_TRUE(watch.AwaitPicture()) << "they are not watched now";
+          }
           const Lines log = TakeLog("warning system.fileWatcher");
           EXPECT_EQ(log.size(), 1u);
           return (log.size() == 1 &&

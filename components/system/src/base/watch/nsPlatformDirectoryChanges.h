@@ -9,8 +9,10 @@
 #include <cstring>
 #include <memory>
 #include <string_view>
+#include <vector>
 
 #include "nsEventSource.h"
+#include "nsString.h"
 #include "nsXPCOMStrings.h"
 
 /// What a completed read leaves in the buffer: one record after another. Integers are in the
@@ -55,6 +57,14 @@ class nsPlatformChangeRecordWriter {
   uint32_t mEnd = 0;
 };
 
+/// A directory below the root that is not watched, and is tried again from time to time.
+struct nsPlatformUnwatched {
+  nsString mPath;  ///< Absolute.
+  /// NS_ERROR_FILE_ACCESS_DENIED; NS_ERROR_FAILURE when the system can watch no more, which may be
+  /// so for others too.
+  nsresult mReason = NS_ERROR_FAILURE;
+};
+
 /// One directory that may be watched. As a source of events: there is something to consume when a
 /// read that was issued can complete, and consuming completes it.
 ///
@@ -96,6 +106,11 @@ class nsPlatformDirectoryReader : public nsEventSource {
   /// NS_ERROR_NOT_INITIALIZED without an open root.
   /// Windows: nothing, the handle is of the whole tree.
   virtual nsresult Watch(const nsAString& aDirectory) = 0;
+  /// What should be watched and can't be, since the last call; a read completes soon after. Each is
+  /// named, and taken for a change in it, when it can be watched in the end. Some of many, and not
+  /// again before all is watched. Any thread.
+  /// Windows: none.
+  virtual std::vector<nsPlatformUnwatched> TakeUnwatched() = 0;
   /// Ends the watch; a read that was issued does not complete. Any thread while none waits or
   /// consumes, or the one that does. Nothing happens without an open root.
   /// Windows: CloseHandle.

@@ -30,6 +30,14 @@ constexpr uint32_t kCoalescingDelay = 10;  // ms
 // time, or whose identities do.
 constexpr uint32_t kMostLooksAgain = 100;
 
+nsString TextOf(const nsPlatformUnwatched& aUnwatched) {
+  nsString text(aUnwatched.mPath);
+  text += aUnwatched.mReason == NS_ERROR_FILE_ACCESS_DENIED
+              ? u" can't be watched: permission denied"
+              : u" can't be watched, nor perhaps others: the system can watch no more";
+  return text;
+}
+
 }  // namespace
 
 /// The chain of reads as a source of events: the first is issued where all others are, on the
@@ -157,7 +165,7 @@ nsresult nsSystemFileSystemWatcher::OnTreeReady(const nsAString& aRootPath,
   const auto reader = Reader();
   if (!reader || !reader->IsOpen()) {
     NS_WARN_TEXT("NS_ENSURE_TRUE(mRootDirHandle != INVALID_HANDLE_VALUE) failed", nullptr);
-    TellUnwatched();
+    (void)TellUnwatched();
     return NS_ERROR_UNEXPECTED;
   }
   {
@@ -167,21 +175,24 @@ nsresult nsSystemFileSystemWatcher::OnTreeReady(const nsAString& aRootPath,
   if (!mThread && NS_FAILED(nsEventPump::Start("Watcher", std::make_shared<Reads>(*this, reader),
                                                nullptr, nullptr, &mThread))) {
     NS_WARN_TEXT("NS_ENSURE_TRUE(mWatcherThread != INVALID_HANDLE_VALUE) failed", nullptr);
-    TellUnwatched();
+    (void)TellUnwatched();
     return NS_ERROR_OUT_OF_MEMORY;
   }
   mIsWatching = true;
   NS_ENSURE_TRUE(mListener, NS_ERROR_NOT_INITIALIZED);
   nsresult rv = mListener->OnWatcherStarted();
+  for (const nsPlatformUnwatched& unwatched : reader->TakeUnwatched())
+    (void)TellIncomplete(TextOf(unwatched));
   NS_ENSURE_SUCCESS(rv, rv);
   return NS_OK;
 }
 
 // The listener hears nothing of it, by its contract. Who watches for nothing else has to know.
-void nsSystemFileSystemWatcher::TellUnwatched() {
-  if (!NS_IsMainThread()) return;
+nsresult nsSystemFileSystemWatcher::TellUnwatched() {
+  if (!NS_IsMainThread()) return NS_OK;
   if (const auto observers = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID))
     (void)observers->NotifyObservers(nullptr, kUnwatchedTopic, mWatchPath.get());
+  return NS_OK;
 }
 
 void nsSystemFileSystemWatcher::WatchNextChange() {
@@ -191,17 +202,29 @@ void nsSystemFileSystemWatcher::WatchNextChange() {
                               kWatchSubtree, kNotifyFilter, this))) {
     SYSTEM_LOG_ERROR(mLog, "ERROR: Could not ReadDirectoryChangesW()");
     mReader->Close();
+    PostToOwner(&nsSystemFileSystemWatcher::TellUnwatched);
   }
 }
 
+template <class... P>
+void nsSystemFileSystemWatcher::PostToOwner(nsresult (nsSystemFileSystemWatcher::*aMethod)(P...),
+                                            std::type_identity_t<P>... aArguments) {
+  if (!mOwnerThread) return;
+  const auto runnable =
+      NS_NewRunnableMethodCaller<vorel::threads::eWeak>(this, aMethod, aArguments...);
+  (void)mOwnerThread->Dispatch(runnable.get(), NS_DISPATCH_NORMAL);
+}
+
 void nsSystemFileSystemWatcher::OnReadCompleted(nsresult aResult, uint32_t aBytes) {
-  // Both end the chain of reads, and the watch silently goes no further.
-  if (aResult == NS_ERROR_FILE_NOT_FOUND && mOwnerThread) {
-    const auto runnable = NS_NewRunnableMethodCaller<vorel::threads::eWeak>(
-        this, &nsSystemFileSystemWatcher::TellRootGone);
-    (void)mOwnerThread->Dispatch(runnable.get(), NS_DISPATCH_NORMAL);
+  // Both end the chain of reads, and for the listener the watch silently goes no further, unless
+  // the root has gone.
+  if (NS_FAILED(aResult) || aBytes == 0) {
+    PostToOwner(aResult == NS_ERROR_FILE_NOT_FOUND ? &nsSystemFileSystemWatcher::TellRootGone
+                                                   : &nsSystemFileSystemWatcher::TellUnwatched);
+    return;
   }
-  if (NS_FAILED(aResult) || aBytes == 0) return;
+  for (const nsPlatformUnwatched& unwatched : Reader()->TakeUnwatched())
+    PostToOwner(&nsSystemFileSystemWatcher::TellIncomplete, TextOf(unwatched));
   {
     std::lock_guard lock(mEventLock);
     InsertChangedNames(aBytes);
@@ -214,6 +237,13 @@ nsresult nsSystemFileSystemWatcher::TellRootGone() {
   const nsCOMPtr<nsISystemFileSystemListener> listener = mListener;
   if (mIsWatching && listener)
     (void)listener->OnWatcherError(nsISystemFileSystemListener::ERROR_ROOT_GONE, mWatchPath);
+  return NS_OK;
+}
+
+nsresult nsSystemFileSystemWatcher::TellIncomplete(const nsAString& aText) {
+  const nsCOMPtr<nsISystemFileSystemListener> listener = mListener;
+  if (mIsWatching && listener)
+    (void)listener->OnWatcherError(nsISystemFileSystemListener::ERROR_INCOMPLETE, aText);
   return NS_OK;
 }
 

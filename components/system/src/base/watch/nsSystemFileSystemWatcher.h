@@ -59,14 +59,18 @@ class nsSystemFileSystemWatcher final : public nsSystemFileSystemWatcherGeneric,
   std::shared_ptr<nsPlatformDirectoryReader> Reader();
   void EndThread();
   /// Notifies "filesystemwatcher-unwatched" with the root's path: it is there, but can't be
-  /// watched.
-  void TellUnwatched();
+  /// watched, or not any more.
+  nsresult TellUnwatched();
   void WatchNextChange();
   void OnReadCompleted(nsresult aResult, uint32_t aBytes) override;
   void InsertChangedNames(uint32_t aBytes);
   nsresult PostUpdate();
   nsresult Update();
+  template <class... P>
+  void PostToOwner(nsresult (nsSystemFileSystemWatcher::*aMethod)(P...),
+                   std::type_identity_t<P>... aArguments);
   nsresult TellRootGone();
+  nsresult TellIncomplete(const nsAString& aText);
   void Stop() override;
 
   std::unique_ptr<nsEventPump> mThread;

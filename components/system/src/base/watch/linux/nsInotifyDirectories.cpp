@@ -22,6 +22,11 @@ constexpr uint32_t kMask = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO |
                            IN_CLOSE_WRITE | IN_ATTRIB | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR |
                            IN_EXCL_UNLINK;
 
+// More are not told: whoever reads them knows by then.
+constexpr size_t kMostTold = 10;
+
+bool IsAtLimit(int aError) { return aError != EACCES && aError != EPERM; }
+
 }  // namespace
 
 nsInotifyDirectories::nsInotifyDirectories(std::string aRoot, nsCOMPtr<nsILog4Logger> aLog)
@@ -197,7 +202,7 @@ nsInotifyDirectories::Directory* nsInotifyDirectories::WatchChild(int aParentFd,
   const nsUniqueFd fd(
       openat(aParentFd, aName.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (!fd) {
-    if (errno == EACCES) aParent->mIsUnread = true;
+    NoteUnwatched(aParent, aName, errno);
     return nullptr;
   }
   return Attach(fd.get(), aParent, aName, aIsNew);
@@ -208,7 +213,12 @@ nsInotifyDirectories::Directory* nsInotifyDirectories::Attach(int aFd, Directory
                                                               bool* aIsNew) {
   *aIsNew = false;
   const int watch = AddWatch(aFd);
-  if (watch < 0) return nullptr;  // unreadable, or over the limit: it stays a name only
+  if (watch < 0) {  // it stays a name only
+    const int error = errno;
+    NoteUnwatched(aParent, aName, error);
+    errno = error;
+    return nullptr;
+  }
 
   auto& slot = mDirectories[watch];
   if (!slot) {
@@ -239,8 +249,9 @@ nsresult nsInotifyDirectories::Watch(const std::string& aPath) {
   if (!parent) return NS_ERROR_FILE_NOT_FOUND;  // moved away meanwhile, which has events of its own
   const nsUniqueFd fd = OpenBelow(aPath, O_PATH);
   if (!fd) {
-    if (errno == EACCES) parent->mIsUnread = true;
-    return vorel::DirectoryError(errno);
+    const int error = errno;
+    NoteUnwatched(parent, aPath.substr(end + 1), error);
+    return vorel::DirectoryError(error);
   }
   bool isNew;
   return Attach(fd.get(), parent, aPath.substr(end + 1), &isNew) ? NS_OK
@@ -250,7 +261,7 @@ nsresult nsInotifyDirectories::Watch(const std::string& aPath) {
 void nsInotifyDirectories::LookForChild(Directory* aParent, const std::string& aName) {
   const nsUniqueFd fd = Open(*aParent);
   if (!fd) {
-    if (errno == EACCES) aParent->mIsUnread = true;
+    NoteUnwatched(aParent, {}, errno);
     return;
   }
   // One that is known to be there has been read after it was watched.
@@ -270,9 +281,12 @@ void nsInotifyDirectories::WatchTree(Directory* aTop) {
     directory->mScan = mScan;
     mTouched.insert(directory->mWatch);
     nsUniqueFd fd = Open(*directory);
-    directory->mIsUnread = !fd && errno == EACCES;
     DIR* const entries = fd ? fdopendir(fd.get()) : nullptr;
-    if (!entries) continue;
+    directory->mIsUnread = false;
+    if (!entries) {
+      NoteUnwatched(directory, {}, errno);
+      continue;
+    }
     (void)fd.release();
     while (const dirent* entry = readdir(entries)) {
       const std::string name = entry->d_name;
@@ -284,6 +298,65 @@ void nsInotifyDirectories::WatchTree(Directory* aTop) {
     }
     closedir(entries);
   }
+}
+
+// What has gone, or is no directory any more, has events of its own.
+void nsInotifyDirectories::NoteUnwatched(Directory* aDirectory, const std::string& aName,
+                                         int aError) {
+  if (aError == ENOENT || aError == ENOTDIR || aError == ELOOP) return;
+  aDirectory->mIsUnread = mIsIncomplete = true;
+  if (aError == EAGAIN || aError == EXDEV) return;  // something moved meanwhile
+  if (aError == ENOSPC) mIsLimited = true;
+  std::string path;
+  if (mToldUnwatched.size() == kMostTold || !PathOf(*aDirectory, &path)) return;
+  if (!aName.empty()) path += (path.empty() ? "" : "/") + aName;
+  // Of the limit one is told, whichever that was.
+  if (!mToldUnwatched.insert(IsAtLimit(aError) ? "" : path).second) return;
+  if (aError != ENOSPC)
+    SYSTEM_LOG_WARNING(mLog, mRoot + "/" + path + " can't be watched: " + strerror(aError));
+  mUnwatched.push_back({std::move(path), aError});
+}
+
+std::vector<nsInotifyDirectories::Unwatched> nsInotifyDirectories::TakeUnwatched() {
+  std::lock_guard lock(mLock);
+  return std::exchange(mUnwatched, {});
+}
+
+// What is known already is not asked for again: of a directory that was not watched for the limit
+// there may be a very large one above.
+void nsInotifyDirectories::WatchUnread(Directory* aDirectory) {
+  nsUniqueFd fd = Open(*aDirectory);
+  DIR* const entries = fd ? fdopendir(fd.get()) : nullptr;
+  if (!entries) return;
+  (void)fd.release();
+  aDirectory->mIsUnread = false;
+  mTouched.insert(aDirectory->mWatch);
+  std::vector<Directory*> fresh;
+  while (const dirent* entry = mIsLimited ? nullptr : readdir(entries)) {
+    const std::string name = entry->d_name;
+    if (name == "." || name == ".." || aDirectory->mChildren.contains(name)) continue;
+    if (entry->d_type != DT_DIR && entry->d_type != DT_UNKNOWN) continue;
+    bool isNew;
+    if (Directory* const child = WatchChild(dirfd(entries), aDirectory, name, &isNew))
+      fresh.push_back(child);
+  }
+  closedir(entries);
+  for (Directory* child : fresh) WatchTree(child);
+}
+
+void nsInotifyDirectories::Retry() {
+  std::lock_guard lock(mLock);
+  mIsLimited = false;
+  std::vector<Directory*> unread;
+  for (const auto& [watch, directory] : mDirectories)
+    if (directory->mIsUnread) unread.push_back(directory.get());
+  for (Directory* directory : unread)
+    if (!mIsLimited && !mIsStopped) WatchUnread(directory);
+  mIsIncomplete = std::ranges::any_of(
+      mDirectories, [](const auto& aDirectory) { return aDirectory.second->mIsUnread; });
+  if (mIsIncomplete) return;
+  mToldUnwatched.clear();
+  mToldLimit = false;
 }
 
 // Rights may have been missing, for whoever looks at the disk or here.

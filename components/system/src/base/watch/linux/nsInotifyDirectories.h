@@ -58,6 +58,18 @@ class nsInotifyDirectories {
   /// Whether the kernel has dropped events since the last time; Scan is called for then.
   bool TakeOverflow();
 
+  /// A directory that is not watched: relative to the root, and why not.
+  struct Unwatched {
+    std::string mPath;
+    int mError;
+  };
+  /// Those that are new since the last time: of many some, and for the limit one.
+  std::vector<Unwatched> TakeUnwatched();
+  /// Whether there are any.
+  bool IsIncomplete() const { return mIsIncomplete; }
+  /// Tries them again; those that are watched now count as touched.
+  void Retry();
+
   /// Paths relative to the root of what has changed, since the last time. What is in a directory
   /// that has gone since is left out: there is no place to look at.
   std::vector<std::string> TakeNames();
@@ -72,7 +84,7 @@ class nsInotifyDirectories {
     std::string mName;
     std::map<std::string, Directory*, std::less<>> mChildren;
     uint32_t mScan = 0;         // the scan that saw it last
-    bool mIsUnread = false;     // some or all of it could not be read
+    bool mIsUnread = false;     // it, or a directory in it, could not be read or watched
     bool mIsUnmounted = false;  // its volume has gone from here
   };
   struct Name {
@@ -88,6 +100,9 @@ class nsInotifyDirectories {
   Directory* Attach(int aFd, Directory* aParent, const std::string& aName, bool* aIsNew);
   void LookForChild(Directory* aParent, const std::string& aName);
   void TouchTree(Directory* aTop);
+  void WatchUnread(Directory* aDirectory);
+  /// aName may be empty: the directory itself.
+  void NoteUnwatched(Directory* aDirectory, const std::string& aName, int aError);
   int AddWatch(int aFd);
   void WatchWayToRoot(int aRootFd);
   std::map<std::string, int> Mounts() const;
@@ -121,4 +136,8 @@ class nsInotifyDirectories {
   uint32_t mScan = 0;
   bool mOverflow = false;
   bool mToldLimit = false;
+  bool mIsLimited = false;  // the system has refused a watch since the last Retry
+  std::vector<Unwatched> mUnwatched;
+  std::set<std::string> mToldUnwatched;
+  std::atomic<bool> mIsIncomplete = false;  // also read without the lock
 };

@@ -33,6 +33,11 @@ constexpr auto kLongestUnrest = 1000ms;
 constexpr auto kPause = 12ms;
 constexpr auto kLongestStream = 500ms;
 
+// How long until what could not be watched is tried again: that rights or a limit have changed is
+// told by nobody. Twice as long each time.
+constexpr auto kFirstRetry = 1000ms;
+constexpr auto kLongestRetry = 64 * kFirstRetry;
+
 class InotifyReader final : public nsPlatformDirectoryReader {
  public:
   ~InotifyReader() override { Close(); }
@@ -40,6 +45,7 @@ class InotifyReader final : public nsPlatformDirectoryReader {
   nsresult Open(const nsAString& aRoot) override;
   bool IsOpen() const override;
   nsresult Watch(const nsAString& aDirectory) override;
+  std::vector<nsPlatformUnwatched> TakeUnwatched() override;
   void Close() override;
   nsresult Read(uint8_t* aBuffer, uint32_t aSize, bool aWatchSubtree, uint32_t aNotifyFilter,
                 Completion* aCompletion) override;
@@ -52,6 +58,9 @@ class InotifyReader final : public nsPlatformDirectoryReader {
   void Run(nsInotifyDirectories& aDirectories);
   void NameDirectories(nsInotifyDirectories& aDirectories);
   int UntilQuiet() const;
+  int UntilRetry() const;
+  void Retry(nsInotifyDirectories& aDirectories);
+  void GatherUnwatched(nsInotifyDirectories& aDirectories);
   void Publish(std::vector<std::u16string> aNames);
   void End(nsresult aResult);
   Clock::time_point DeliveryTime() const;
@@ -65,11 +74,14 @@ class InotifyReader final : public nsPlatformDirectoryReader {
   nsEventFd mStop;
   nsNamedThread mThread;
   Clock::time_point mUnrestStart, mLastEvent;
-  bool mIsRestless = false;  // something has changed since directories were named
+  Clock::time_point mNextRetry;
+  Clock::duration mRetryDelay{};  // none: all is watched
+  bool mIsRestless = false;       // something has changed since directories were named
 
   mutable std::mutex mLock;  // guards what follows
   std::shared_ptr<nsInotifyDirectories> mDirectories;
   std::string mRoot;
+  std::vector<nsPlatformUnwatched> mUnwatched;
   bool mHasToldLength = false;
   std::condition_variable mChanged;
   bool mIsOpen = false;
@@ -116,7 +128,24 @@ nsresult InotifyReader::Watch(const nsAString& aDirectory) {
   }
   while (path.ends_with('/')) path.pop_back();
   while (path.starts_with('/')) path.erase(0, 1);
-  return path.empty() ? NS_OK : directories->Watch(path);
+  if (path.empty()) return NS_OK;
+  nsresult rv = directories->Watch(path);
+  if (NS_FAILED(rv)) GatherUnwatched(*directories);
+  return rv;
+}
+
+std::vector<nsPlatformUnwatched> InotifyReader::TakeUnwatched() {
+  std::lock_guard lock(mLock);
+  return std::exchange(mUnwatched, {});
+}
+
+void InotifyReader::GatherUnwatched(nsInotifyDirectories& aDirectories) {
+  const auto unwatched = aDirectories.TakeUnwatched();
+  std::lock_guard lock(mLock);
+  for (const auto& [path, error] : unwatched)
+    mUnwatched.push_back(
+        {vorel::NameToUtf16((mRoot == "/" ? mRoot : mRoot + "/") + path),
+         error == EACCES || error == EPERM ? NS_ERROR_FILE_ACCESS_DENIED : NS_ERROR_FAILURE});
 }
 
 bool InotifyReader::IsOpen() const {
@@ -138,6 +167,7 @@ void InotifyReader::Close() {
   mIsOpen = false;
   mCompletion = nullptr;
   mNames.clear();
+  mUnwatched.clear();
   mEnd.reset();
 }
 
@@ -243,12 +273,39 @@ int InotifyReader::UntilQuiet() const {
   return static_cast<int>(std::max(wait, 0ms).count());
 }
 
+int InotifyReader::UntilRetry() const {
+  if (mRetryDelay == Clock::duration()) return -1;
+  const auto wait = std::chrono::ceil<std::chrono::milliseconds>(mNextRetry - Clock::now());
+  return static_cast<int>(std::max(wait, 0ms).count());
+}
+
+void InotifyReader::Retry(nsInotifyDirectories& aDirectories) {
+  if (UntilRetry() == 0) {
+    aDirectories.Retry();
+    if (aDirectories.IsIncomplete()) {
+      mRetryDelay = std::min<Clock::duration>(2 * mRetryDelay, kLongestRetry);
+      mNextRetry = Clock::now() + mRetryDelay;
+    }
+    NameDirectories(aDirectories);
+  }
+  if (!aDirectories.IsIncomplete()) {
+    mRetryDelay = {};
+  } else if (mRetryDelay == Clock::duration()) {
+    mRetryDelay = kFirstRetry;
+    mNextRetry = Clock::now() + mRetryDelay;
+  }
+}
+
 void InotifyReader::Run(nsInotifyDirectories& aDirectories) {
   while (true) {
     std::array<pollfd, 3> waiting{{{aDirectories.Fd(), POLLIN, 0},
                                    {mStop.get(), POLLIN, 0},
                                    {aDirectories.MountTableFd(), POLLPRI, 0}}};
-    (void)poll(waiting.data(), waiting.size(), UntilQuiet());
+    Retry(aDirectories);
+    const int untilQuiet = UntilQuiet(), untilRetry = UntilRetry();
+    (void)poll(waiting.data(), waiting.size(),
+               untilQuiet < 0 || untilRetry < 0 ? std::max(untilQuiet, untilRetry)
+                                                : std::min(untilQuiet, untilRetry));
     if (waiting[1].revents) return;
     if (!waiting[0].revents && !waiting[2].revents) {
       if (UntilQuiet() == 0) NameDirectories(aDirectories);
@@ -257,6 +314,7 @@ void InotifyReader::Run(nsInotifyDirectories& aDirectories) {
     // Volumes last: their places are looked up where events have put them.
     const bool goesOn = (!waiting[0].revents || aDirectories.ReadEvents()) &&
                         (!waiting[2].revents || aDirectories.ReadMounts());
+    GatherUnwatched(aDirectories);
     std::vector<std::u16string> names;
     for (const std::string& name : aDirectories.TakeNames())
       names.push_back(vorel::NameToUtf16(name));
