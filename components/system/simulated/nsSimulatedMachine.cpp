@@ -10,6 +10,7 @@ nsSimulatedMachine::nsSimulatedMachine()
       mNetwork(std::make_shared<nsSimulatedNetwork>(mCalls)),
       mNetworkSettings(std::make_shared<nsSimulatedNetworkSettings>(mCalls, mNetwork)),
       mComm(std::make_shared<nsSimulatedComm>(mCalls)),
+      mTuners(std::make_shared<nsSimulatedTuners>(mCalls)),
       mRegistry(std::make_shared<nsSimulatedRegistry>(mCalls, mNetwork)),
       mClock(std::make_shared<nsSimulatedClock>(mCalls)),
       mFonts(std::make_shared<nsSimulatedFonts>(mCalls)),
@@ -24,6 +25,7 @@ nsPlatformRef nsSimulatedMachine::Platform() const {
   platform->mNetwork = mNetwork;
   platform->mNetworkSettings = mNetworkSettings;
   platform->mComm = mComm;
+  platform->mTuners = mTuners;
   platform->mRegistry = mRegistry;
   platform->mClock = mClock;
   platform->mTimeZones = mClock;

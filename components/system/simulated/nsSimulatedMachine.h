@@ -23,6 +23,7 @@
 #include "nsSimulatedNetwork.h"
 #include "nsSimulatedNetworkSettings.h"
 #include "nsSimulatedRegistry.h"
+#include "nsSimulatedTuners.h"
 #include "nsSimulatedVolumes.h"
 #include "nsSimulatedWatchdog.h"
 #include "nsSimulatedWindowEvents.h"
@@ -62,6 +63,7 @@ class nsSimulatedMachine {
   const std::shared_ptr<nsSimulatedNetwork> mNetwork;
   const std::shared_ptr<nsSimulatedNetworkSettings> mNetworkSettings;
   const std::shared_ptr<nsSimulatedComm> mComm;
+  const std::shared_ptr<nsSimulatedTuners> mTuners;
   const std::shared_ptr<nsSimulatedRegistry> mRegistry;
   const std::shared_ptr<nsSimulatedClock> mClock;
   const std::shared_ptr<nsSimulatedFonts> mFonts;

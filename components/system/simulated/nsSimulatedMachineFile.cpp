@@ -38,6 +38,7 @@ constexpr Section kSections[] = {
     MakeSection<&nsSimulatedMachine::mWindowEvents>("devices"),
     MakeSection<&nsSimulatedMachine::mNetwork>("interfaces"),
     MakeSection<&nsSimulatedMachine::mComm>("serial"),
+    MakeSection<&nsSimulatedMachine::mTuners>("tuners"),
     MakeSection<&nsSimulatedMachine::mRegistry>("registry"),
     MakeSection<&nsSimulatedMachine::mClock>("clock"),
     MakeSection<&nsSimulatedMachine::mFonts>("fonts"),

@@ -49,6 +49,13 @@ struct nsSectionFilter {
   uint8_t mTableIdMask = 0xFF;  ///< 0: any table.
   uint16_t mExtension = 0;      ///< The table's extension, likewise.
   uint16_t mExtensionMask = 0;
+
+  /// Whether a whole section of the PID is wanted.
+  bool Matches(std::span<const uint8_t> aSection) const {
+    if (aSection.size() < 3 || ((aSection[0] ^ mTableId) & mTableIdMask) != 0) return false;
+    if ((aSection[1] & 0x80) == 0 || aSection.size() < 8) return true;
+    return (((aSection[3] << 8 | aSection[4]) ^ mExtension) & mExtensionMask) == 0;
+  }
 };
 
 /// Reads sections of one filter, in the order in which they come, repeats included. Whole ones,
