@@ -5,6 +5,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <string>
 
@@ -97,15 +98,25 @@ class nsSystemBDAGraph {
 
   // ---- What the stream's end asks for, on its own thread
 
-  /// Waits until aReady says so, which is asked again after each WakeWriter. False when the graph
-  /// has been stopped.
+  /// Ends waits for room in the pipe, if what is waited for has come. May outlive the graph.
+  struct Writer {
+    void Wake() {
+      { const std::lock_guard lock(mLock); }
+      mChanged.notify_all();
+    }
+    std::mutex mLock;
+    std::condition_variable mChanged;
+  };
+  const std::shared_ptr<Writer> mWriter = std::make_shared<Writer>();
+  /// Waits until aReady says so, which is asked again after each Wake. False when the graph has
+  /// been stopped.
   template <class Ready>
   bool WaitToWrite(Ready aReady) {
-    std::unique_lock lock(mWriterLock);
-    mWriterChanged.wait(lock, [&] { return !mGraphRunning || aReady(); });
+    std::unique_lock lock(mWriter->mLock);
+    mWriter->mChanged.wait(lock, [&] { return !mGraphRunning || aReady(); });
     return mGraphRunning;
   }
-  void WakeWriter();
+  void WakeWriter() { mWriter->Wake(); }
 
   nsCOMPtr<IBaseFilter> mSectionsFilter;
   std::atomic<bool> mGraphRunning = false;  ///< It has been told to run.
@@ -123,6 +134,4 @@ class nsSystemBDAGraph {
 
   const nsPlatformRef mPlatform;
   const Times mTimes;
-  std::mutex mWriterLock;
-  std::condition_variable mWriterChanged;
 };
