@@ -555,6 +555,37 @@ TEST_F(SerialTest, ListenersHearOtherThanTheMaskSays) {
   EXPECT_EQ(port->Close(), NS_OK);
 }
 
+// The worker calls beside the test, in an order of its own: which call fails is not the same each
+// time, and what must hold is so for any.
+TEST_F(SerialTest, AFailingCallHoldsUpModeTwo) {
+  const auto isTold = [&](const Port& aPort, std::chrono::milliseconds aPatience) {
+    auto& heard = nsTestSerialListener::Heard();
+    heard.clear();
+    if (NS_FAILED(aPort->Open())) return false;
+    mMachine.mComm->Say("COM1", "abc");
+    uint32_t count = 0;
+    (void)AsyncOutputOf(aPort)->Write("xyz", 3, &count);
+    const auto end = std::chrono::steady_clock::now() + aPatience;
+    const auto isThere = [&] { return std::ranges::count(heard, "1 data 3") > 0; };
+    while (!isThere() && std::chrono::steady_clock::now() < end) RunPending();
+    return isThere();
+  };
+  for (uint64_t n = 1; n <= 40; ++n) {
+    SCOPED_TRACE(n);
+    const auto port = NewPort(mMachine);
+    ASSERT_EQ(port->SetMode(2), NS_OK);
+    ASSERT_EQ(port->AddListener(MakeRefCounted<nsTestSerialListener>("1").get()), NS_OK);
+    mMachine.mCalls->Fail({.mPort = "Comm", .mMethod = {}, .mNumber = n});
+    (void)isTold(port, std::chrono::milliseconds(10));
+    EXPECT_EQ(port->Close(), NS_OK);
+    mMachine.mCalls->ClearFaults();
+    (void)port->Close();  // one that could not be closed at first
+    EXPECT_TRUE(isTold(port, std::chrono::seconds(20))) << "after the fault all is as before";
+    EXPECT_EQ(port->Close(), NS_OK);
+    RunPending();
+  }
+}
+
 TEST_F(SerialTest, AListenerThatComesLateIsNotHeardOf) {
   const auto port = NewPort(mMachine);
   ASSERT_EQ(port->SetMode(2), NS_OK);

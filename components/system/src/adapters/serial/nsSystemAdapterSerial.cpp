@@ -622,6 +622,7 @@ nsresult nsSystemAdapterSerial::monitorCommEvent(const nsCOMPtr<nsIThread>& aWor
     return NS_ERROR_FAILURE;
   }
 
+  handle = nullptr;  // a listener may close the port and open it again
   if (mask & Port::kEvRxChar) {
     uint32_t available = 0;
     if (NS_FAILED(mInputStream.Available(&available)) || available == 0) {
