@@ -166,6 +166,9 @@ function set([name, ...options]) {
 }
 
 try {
+  // They may take their time to tell their brightness, and this program ends soon.
+  Components.classes["@mozilla.org/observer-service;1"].getService(interfaces.nsIObserverService)
+    .notifyObservers(null, "vorel-await-displays", "");
   const given = arguments.filter((argument) => !["--json", "--colours"].includes(argument));
   if (given[0] === "set") set(given.slice(1));
   else if (given.length) throw new WrongArguments(`unknown argument '${given[0]}': ${usage}`);

@@ -388,6 +388,8 @@ nsresult nsSimulatedDisplays::ChangeSettings(const std::string& aCard, nsDisplay
   return NS_OK;
 }
 
+nsresult nsSimulatedDisplays::AwaitParameters(uint32_t) { return Enter("AwaitParameters"); }
+
 // The machine's session begins when it is made.
 nsresult nsSimulatedDisplays::RestoreSettings() {
   if (nsresult rv = Enter("RestoreSettings"); NS_FAILED(rv)) return rv;

@@ -72,6 +72,8 @@ class nsSimulatedDisplays final : public nsPlatformDisplays, public nsSimulatedP
                         nsDisplaySettings* aSettings) override;
   nsresult ChangeSettings(const std::string& aCard, nsDisplaySettings* aSettings, uint32_t aFlags,
                           nsVideoParameters* aParameters) override;
+  /// They answer at once.
+  nsresult AwaitParameters(uint32_t aMilliseconds) override;
   nsresult RestoreSettings() override;
   /// None: it comes as a message.
   std::shared_ptr<nsEventSource> NewChanges() override { return nullptr; }

@@ -3,7 +3,10 @@
 #include <fstream>
 #include <set>
 
+#include "nsCapturedTree.h"
+#include "nsDisplayHand.h"
 #include "nsDisplayServer.h"
+#include "nsDisplayWire.h"
 #include "nsEdid.h"
 #include "nsLinuxDisplays.h"
 #include "nsMutation.h"
@@ -104,7 +107,7 @@ class LinuxDisplays : public testing::Test {
   nsLinuxDisplays mDisplays{mMachine.mRegistry};
 };
 
-constexpr char kFirst[] = "\\\\.\\DISPLAY1";
+constexpr char kFirst[] = "\\\\.\\DISPLAY1", kSecond[] = "\\\\.\\DISPLAY2";
 
 TEST_F(LinuxDisplays, NoServerIsAFailureOrOneThatComesIsMissed) {
   unsetenv("DISPLAY");
@@ -223,17 +226,168 @@ TEST_F(LinuxDisplays, StoredSettingsTouchTheScreenOrAreSetTwice) {
   EXPECT_EQ(Read(mDisplays, kFirst, D::kCurrentSettings).mPelsWidth, 1024u);
 }
 
+// ---- Displays that answer over their own wires
+
+class DisplaysOnWires : public LinuxDisplays {
+ protected:
+  DisplaysOnWires() {
+    mTree.Write("/sys/devices/card/class", "0x030000\n");
+    mTree.Add("/sys/bus/i2c/devices\n  i2c-1 -> ../../../devices/card/i2c-1\n");
+    mDisplay->mDescription = NS_TestDescription("Lobby");
+  }
+  nsLinuxDisplays Displays() {
+    const auto open = [this](const std::string&, std::string* aReason) {
+      return mDisplay->Open(aReason);
+    };
+    return nsLinuxDisplays(mMachine.mRegistry,
+                           std::make_unique<nsDdcMonitors>(mTree.Root(), open, nsDdcPauses{}));
+  }
+  static nsVideoParameters Parameters(D& aDisplays, uint32_t aFlags = 0) {
+    nsVideoParameters parameters{nsVideoParameters::kGet,
+                                 nsVideoParameters::kBrightness | nsVideoParameters::kContrast, 999,
+                                 999};
+    (void)aDisplays.ChangeSettings(kFirst, nullptr, aFlags | D::kTest | D::kVideoParameters,
+                                   &parameters);
+    return parameters;
+  }
+  static nsresult Set(D& aDisplays, uint32_t aFlag, uint32_t aPercent, uint32_t aFlags) {
+    nsVideoParameters parameters{nsVideoParameters::kSet, aFlag, aPercent, aPercent};
+    return aDisplays.ChangeSettings(kFirst, nullptr, aFlags | D::kVideoParameters, &parameters);
+  }
+
+  nsCapturedTree mTree;
+  const std::shared_ptr<nsDisplayOnWire> mDisplay = std::make_shared<nsDisplayOnWire>();
+};
+
+TEST_F(DisplaysOnWires, BrightnessIsWaitedForOrNeverTold) {
+  const auto server = StartXvfb();
+  if (server->Name().empty()) GTEST_SKIP() << "no Xvfb that starts here";
+  nsDisplayHand hand;
+  hand.Describe(0, NS_TestDescription("Lobby"));
+  mDisplay->Hang(true);
+  nsLinuxDisplays displays = Displays();
+  EXPECT_EQ(Cards(displays), std::vector<std::string>{"\\\\.\\DISPLAY1 Lobby (screen) 5"});
+  EXPECT_EQ(Parameters(displays).mBrightness, 999u) << "not known yet";
+  const auto changes = displays.NewChanges();
+  mDisplay->Hang(false);
+  changes->Wait();
+  EXPECT_TRUE(changes->Consume());
+  EXPECT_EQ(Parameters(displays).mBrightness, 40u);
+  EXPECT_EQ(Parameters(displays).mContrast, 60u);
+
+  EXPECT_EQ(Set(displays, nsVideoParameters::kBrightness, 70, kApply), NS_OK);
+  EXPECT_EQ(mDisplay->Feature(kDdcBrightness), 70);
+  EXPECT_EQ(Set(displays, nsVideoParameters::kContrast, 20, kStore), NS_OK);
+  EXPECT_EQ(mDisplay->Feature(kDdcContrast), 60) << "only stored";
+  EXPECT_EQ(Parameters(displays).mContrast, 60u);
+  EXPECT_EQ(Parameters(displays, D::kUpdateRegistry).mContrast, 20u);
+  EXPECT_EQ(displays.RestoreSettings(), NS_OK);
+  EXPECT_EQ(Set(displays, nsVideoParameters::kBrightness, 71, kApply), NS_OK) << "behind that";
+  EXPECT_EQ(mDisplay->Feature(kDdcContrast), 20);
+
+  // Silent, it keeps what it told last, and takes nothing.
+  mDisplay->mRefused = 1000000;
+  EXPECT_NE(Set(displays, nsVideoParameters::kBrightness, 5, kApply), NS_OK);
+  EXPECT_EQ(Parameters(displays).mBrightness, 71u);
+  EXPECT_EQ(Parameters(displays, D::kUpdateRegistry).mBrightness, 71u);
+}
+
+TEST_F(LinuxDisplays, HostileDescriptionOrModesBringItDown) {
+  const auto server = StartXvfb();
+  if (server->Name().empty()) GTEST_SKIP() << "no Xvfb that starts here";
+  nsDisplayHand hand;
+  ASSERT_EQ(Cards(mDisplays).size(), 1u);
+  nsMutation mutation;
+  for (int i = 0; i < 300; ++i) {
+    hand.Describe(0, mutation.Damage(NS_TestDescription("Lobby"), std::string("\0\xFF\xFC", 3)));
+    ASSERT_EQ(Cards(mDisplays).size(), 1u);
+    EXPECT_EQ(Read(mDisplays, kFirst, D::kCurrentSettings).mPelsWidth, 1280u);
+  }
+  for (const size_t size : {0, 1, 127, 129, 100000}) {
+    hand.Describe(0, std::string(size, '\xFF'));
+    EXPECT_EQ(Cards(mDisplays), std::vector<std::string>{"\\\\.\\DISPLAY1 screen 5"}) << size;
+  }
+  // 500 modes more, and then none but the server's own.
+  const auto before = Modes(mDisplays, kFirst);
+  std::vector<uint32_t> added;
+  for (uint16_t i = 0; i < 500; ++i)
+    added.push_back(hand.AddMode(0, static_cast<uint16_t>(400 + i), 300));
+  (void)Cards(mDisplays);
+  EXPECT_EQ(Modes(mDisplays, kFirst).size(), before.size() + 500);
+  for (const uint32_t mode : added) hand.RemoveMode(0, mode);
+  (void)Cards(mDisplays);
+  EXPECT_EQ(Modes(mDisplays, kFirst), before);
+}
+
+// Outputs of the dummy driver, the second and third of which are turned on by somebody else.
+TEST_F(LinuxDisplays, ArrangementOfSeveralIsToldOrChangedWrongly) {
+  const auto server = StartXorg();
+  if (server->Name().empty()) GTEST_SKIP() << "no Xorg with the dummy driver here";
+  nsDisplayHand hand;
+  const auto changes = mDisplays.NewChanges();
+  changes->Wake();
+  changes->Wait();
+  ASSERT_EQ(Cards(mDisplays).size(), 1u);
+  hand.SetScreenSize(2880, 720);
+  const uint32_t small = hand.AddMode(1, 900, 500), tall = hand.AddMode(2, 700, 600);
+  hand.Describe(1, NS_TestDescription("Door"));
+  hand.Show(1, small, 1280, 0);
+  hand.Show(2, tall, 2180, 0);
+  changes->Wait();
+  EXPECT_TRUE(changes->Consume());
+  const std::string first = "\\\\.\\DISPLAY1 DUMMY0 ", second = "\\\\.\\DISPLAY2 Door (DUMMY1) ",
+                    third = "\\\\.\\DISPLAY3 DUMMY2 ";
+  using Cs = std::vector<std::string>;
+  EXPECT_EQ(Cards(mDisplays), (Cs{first + "5", second + "1", third + "1"}));
+  const std::string two = kSecond, three = "\\\\.\\DISPLAY3";
+  EXPECT_EQ(Read(mDisplays, two, D::kCurrentSettings).mPositionX, 1280);
+  EXPECT_EQ(Modes(mDisplays, two).back(), "900x500@60") << "the mode that was added";
+  hand.SetPrimary(1);
+  EXPECT_EQ(Cards(mDisplays), (Cs{first + "1", second + "5", third + "1"}));
+
+  // One that goes to the left of all others moves these to the right, and the screen grows.
+  ASSERT_EQ(SetPosition(mDisplays, three, -700, 0), NS_OK);
+  EXPECT_EQ(Read(mDisplays, three, D::kCurrentSettings).mPositionX, 0);
+  EXPECT_EQ(Read(mDisplays, kFirst, D::kCurrentSettings).mPositionX, 700);
+  EXPECT_EQ(Read(mDisplays, two, D::kCurrentSettings).mPositionX, 1980);
+
+  // Stored by connector and display: another display in its place has settings of its own.
+  ASSERT_EQ(SetPosition(mDisplays, two, 5, 6, kStore), NS_OK);
+  EXPECT_EQ(Read(mDisplays, two, D::kRegistrySettings).mPositionX, 5);
+  hand.Describe(1, NS_TestDescription("Door").replace(12, 1, "X"));
+  ASSERT_EQ(Cards(mDisplays).size(), 3u);
+  EXPECT_EQ(Read(mDisplays, two, D::kRegistrySettings).mPositionX, 1980);
+
+  // Turned off, it has neither settings nor a place on the desktop.
+  hand.Show(1, 0);
+  EXPECT_EQ(Cards(mDisplays), (Cs{first + "5", second + "0", third + "1"}));
+  Settings settings;
+  EXPECT_EQ(mDisplays.ReadSettings(two, D::kCurrentSettings, &settings), NS_ERROR_NOT_AVAILABLE);
+}
+
+TEST_F(LinuxDisplays, BacklightIsNotScaled) {
+  const auto server = StartXvfb();
+  if (server->Name().empty()) GTEST_SKIP() << "no Xvfb that starts here";
+  nsDisplayHand hand;
+  hand.PutProperty(0, "Backlight", 300, 100, 1100);
+  ASSERT_EQ(Cards(mDisplays).size(), 1u);
+  nsVideoParameters parameters{nsVideoParameters::kGet, nsVideoParameters::kBrightness, 0, 0};
+  const uint32_t get = D::kTest | D::kVideoParameters;
+  ASSERT_EQ(mDisplays.ChangeSettings(kFirst, nullptr, get, &parameters), NS_OK);
+  EXPECT_EQ(parameters.mBrightness, 20u);
+  parameters = {nsVideoParameters::kSet, nsVideoParameters::kBrightness, 75, 0};
+  const uint32_t set = kApply | D::kVideoParameters;
+  ASSERT_EQ(mDisplays.ChangeSettings(kFirst, nullptr, set, &parameters), NS_OK);
+  EXPECT_EQ(hand.Property(0, "Backlight"), 850);
+  parameters = {nsVideoParameters::kSet, nsVideoParameters::kContrast, 0, 75};
+  EXPECT_EQ(mDisplays.ChangeSettings(kFirst, nullptr, set, &parameters), NS_ERROR_NOT_AVAILABLE);
+}
+
 // ---- What a monitor says of itself
 
 std::vector<uint8_t> Edid(const std::string& aName) {
-  std::vector<uint8_t> bytes(128);
-  const uint8_t head[] = {0, 255, 255, 255, 255, 255, 255, 0, 0x10, 0xAC, 0x2C, 0xA0, 1, 2, 3, 4};
-  std::copy(std::begin(head), std::end(head), bytes.begin());
-  bytes[72 + 3] = 0xFC;
-  std::fill_n(bytes.begin() + 77, 13, ' ');
-  std::copy(aName.begin(), aName.end(), bytes.begin() + 77);
-  bytes[77 + aName.size()] = '\n';
-  return bytes;
+  const std::string bytes = NS_TestDescription(aName);
+  return {bytes.begin(), bytes.end()};
 }
 
 TEST(Edid, NameOrIdentityIsMisread) {

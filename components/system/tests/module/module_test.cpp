@@ -185,17 +185,17 @@ TEST_F(ModuleTest, ThreadsThatAskAtOnceGetDifferentSingletons) {
 TEST_F(ModuleTest, ReferencesOfASingletonAreLost) {
   nsCOMPtr<nsISupports> manager;
   ASSERT_EQ(Create(kManager, nullptr, manager.getter_AddRefs()), NS_OK);
-  // The module's, the observer service's for "xpcom-shutdown" and "vorel-application-start", and
-  // this one.
+  // The module's, the observer service's for "xpcom-shutdown", "vorel-application-start" and
+  // "vorel-await-displays", and this one.
   const auto count = [&] {
     const nsrefcnt references = manager->AddRef() - 1;
     manager->Release();
     return references;
   };
-  EXPECT_EQ(count(), 4u);
+  EXPECT_EQ(count(), 5u);
   nsCOMPtr<nsISupports> again;
   ASSERT_EQ(Create(kManager, nullptr, again.getter_AddRefs()), NS_OK);
-  EXPECT_EQ(count(), 5u);
+  EXPECT_EQ(count(), 6u);
 }
 
 TEST_F(ModuleTest, SecondLoadDisturbsTheFirst) {

@@ -96,6 +96,12 @@ class nsPlatformDisplays {
   virtual nsresult ChangeSettings(const std::string& aCard, nsDisplaySettings* aSettings,
                                   uint32_t aFlags, nsVideoParameters* aParameters) = 0;
 
+  /// Waits until every monitor that is being asked for its parameters has answered, or has failed
+  /// to, but no longer than that. Nothing else waits for monitors that take their time to answer:
+  /// they tell nothing at first, and what they tell then is a change.
+  /// Windows: none: ChangeDisplaySettingsEx waits itself.
+  virtual nsresult AwaitParameters(uint32_t aMilliseconds) = 0;
+
   /// Sets what is stored, for an application that starts; the first one in a session of the display
   /// server, and nothing for all others. Systems that do so themselves do nothing here.
   /// NS_ERROR_NOT_AVAILABLE without a server.

@@ -21,6 +21,10 @@
 #include "nsSystemAdapterStorage.h"
 #include "nsSystemApplicationProfile.h"
 
+namespace {
+constexpr uint32_t kDisplayPatience = 1000;  // ms
+}  // namespace
+
 // A directory that a preference names, and the profiles that work in it.
 struct nsSystemManager::StandingDirectory {
   const char* mPreference;
@@ -38,7 +42,7 @@ nsresult nsSystemManager::InitSingleton() {
   nsresult rv;
   const auto os = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID, &rv);
   NS_ENSURE_SUCCESS(rv, rv);
-  for (const char* topic : {"xpcom-shutdown", "vorel-application-start"}) {
+  for (const char* topic : {"xpcom-shutdown", "vorel-application-start", "vorel-await-displays"}) {
     rv = os->AddObserver(this, topic, false);
     NS_ENSURE_SUCCESS(rv, rv);
   }
@@ -72,6 +76,10 @@ nsresult nsSystemManager::Observe(nsISupports* aSubject, const char* aTopic,
     (void)mPlatform->mDisplays->RestoreSettings();
   } else if (topic == "profile-after-change") {
     (void)Init();
+  } else if (topic == "vorel-await-displays") {
+    // Whoever shows displays once and ends does not hear of what comes later.
+    (void)mPlatform->mDisplays->AwaitParameters(kDisplayPatience);
+    (void)InitDisplay();
   } else if (topic == "network:link-status-changed") {
     (void)RefreshAdapters(nsISystemAdapterIP::kIID);
   } else if (topic == "xul-window-registered" && !mWnd) {

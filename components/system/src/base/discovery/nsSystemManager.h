@@ -38,7 +38,8 @@ class nsSystemManager final : public nsSystemManagerGeneric {
   /// The network for nsISystemAdapterIP.
   nsresult RefreshAdapters(const nsIID& aIID) override;
   /// "app-startup", "vorel-application-start", "profile-after-change", "xul-window-registered",
-  /// "network:link-status-changed", and what the base does. "app-startup" and
+  /// "network:link-status-changed", "vorel-await-displays" (waits for displays that take their time
+  /// to tell their brightness, a second at most), and what the base does. "app-startup" and
   /// "xul-window-registered" answer with the result of their step, all others with NS_OK, whatever
   /// came of it.
   nsresult Observe(nsISupports* aSubject, const char* aTopic, const char16_t* aData) override;

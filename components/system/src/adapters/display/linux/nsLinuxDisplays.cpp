@@ -15,6 +15,9 @@ constexpr char kLogger[] = "system.adapter.displayoutput";
 // Borne by the root window once the stored settings have been set in a session.
 constexpr char kRestored[] = "_VOREL_DISPLAYS_RESTORED";
 
+// For a change that a display is to make of itself.
+constexpr std::chrono::milliseconds kDisplayPatience(1000);
+
 // Quarters to the extension's bits, and back.
 uint16_t RotationOf(uint32_t aOrientation) { return static_cast<uint16_t>(1u << aOrientation); }
 uint32_t OrientationOf(uint16_t aRotation) {
@@ -61,16 +64,18 @@ int32_t PercentOf(const nsRandrOutput& aOutput) {
 
 int32_t BacklightOf(const nsRandrOutput& aOutput, uint32_t aPercent) {
   const double range = static_cast<double>(aOutput.mBacklightMax) - aOutput.mBacklightMin;
-  return static_cast<int32_t>(std::lround(aOutput.mBacklightMin + range * aPercent / 100));
+  return static_cast<int32_t>(
+      std::lround(aOutput.mBacklightMin + range * std::min(aPercent, 100u) / 100));
 }
 
 }  // namespace
 
-nsLinuxDisplays::nsLinuxDisplays(std::shared_ptr<nsPlatformRegistry> aRegistry)
-    : mStore(std::move(aRegistry)) {}
+nsLinuxDisplays::nsLinuxDisplays(std::shared_ptr<nsPlatformRegistry> aRegistry,
+                                 std::unique_ptr<nsDdcMonitors> aMonitors)
+    : mStore(std::move(aRegistry)), mMonitors(std::move(aMonitors)) {}
 
 std::shared_ptr<nsEventSource> nsLinuxDisplays::NewChanges() {
-  return std::make_shared<nsRandrChanges>();
+  return std::make_shared<nsRandrChanges>(mMonitors->Listen());
 }
 
 // ---- Looking
@@ -88,11 +93,21 @@ void nsLinuxDisplays::Look() {
   for (int tries = 0; tries < 2 && Connect(); ++tries) {
     if (mServer->Read(&mPicture)) {
       mToldNoServer = false;
+      LookAtMonitors();
       return;
     }
     mServer = nullptr;
   }
   mPicture = {};
+  LookAtMonitors();
+}
+
+void nsLinuxDisplays::LookAtMonitors() {
+  std::vector<nsDdcPlace> places;
+  for (const nsRandrOutput* const output : Cards())
+    if (output->mCrtc && !output->mBacklight && !output->mDescription.empty())
+      places.push_back({output->mName, output->mConnectorId, output->mDescription});
+  mMonitors->Follow(places);
 }
 
 std::string nsLinuxDisplays::CardName(const nsRandrOutput& aOutput) const {
@@ -296,35 +311,62 @@ nsresult nsLinuxDisplays::ReadParameters(const Active& aActive, bool aStored,
   const nsRandrOutput& output = *aActive.mOutput;
   nsStoredDisplay stored;
   if (aStored) stored = ReadStored(output);
-  std::optional<uint32_t> brightness = stored.mBrightness, contrast = stored.mContrast;
-  if (!brightness && output.mBacklight) brightness = static_cast<uint32_t>(PercentOf(output));
-  if (!brightness && !contrast) return NS_ERROR_NOT_AVAILABLE;
+  nsDdcMonitor::Values values;
+  if (output.mBacklight)
+    values.mBrightness = static_cast<uint32_t>(PercentOf(output));
+  else if (const nsDdcMonitor* const monitor = mMonitors->Find(output.mName))
+    values = monitor->Known();
+  if (stored.mBrightness) values.mBrightness = stored.mBrightness;
+  if (stored.mContrast) values.mContrast = stored.mContrast;
+  if (values == nsDdcMonitor::Values()) return NS_ERROR_NOT_AVAILABLE;
   if (aParameters->mFlags & nsVideoParameters::kBrightness)
-    aParameters->mBrightness = brightness.value_or(0);
+    aParameters->mBrightness = values.mBrightness.value_or(0);
   if (aParameters->mFlags & nsVideoParameters::kContrast)
-    aParameters->mContrast = contrast.value_or(0);
+    aParameters->mContrast = values.mContrast.value_or(0);
   return NS_OK;
+}
+
+bool nsLinuxDisplays::SetParameters(const nsRandrOutput& aOutput,
+                                    const nsDdcMonitor::Values& aValues,
+                                    std::chrono::milliseconds aLimit) {
+  if (aOutput.mBacklight)
+    return !aValues.mBrightness ||
+           (mServer && mServer->SetBacklight(aOutput, BacklightOf(aOutput, *aValues.mBrightness)));
+  nsDdcMonitor* const monitor = mMonitors->Find(aOutput.mName);
+  return monitor && monitor->Set(aValues, aLimit);
 }
 
 nsresult nsLinuxDisplays::ChangeParameters(const Active& aActive,
                                            const nsVideoParameters& aParameters, uint32_t aFlags) {
   const nsRandrOutput output = *aActive.mOutput;
-  const bool setsBrightness = aParameters.mFlags & nsVideoParameters::kBrightness;
-  const bool setsContrast = aParameters.mFlags & nsVideoParameters::kContrast;
-  if ((setsBrightness && !output.mBacklight) || setsContrast) return NS_ERROR_NOT_AVAILABLE;
+  nsStoredDisplay stored;
+  if (aParameters.mFlags & nsVideoParameters::kBrightness)
+    stored.mBrightness = std::min(aParameters.mBrightness, 100u);
+  if (aParameters.mFlags & nsVideoParameters::kContrast)
+    stored.mContrast = std::min(aParameters.mContrast, 100u);
+  const nsDdcMonitor* const monitor = mMonitors->Find(output.mName);
+  const bool hasWire = monitor && monitor->MayAnswer();
+  if ((stored.mBrightness && !output.mBacklight && !hasWire) || (stored.mContrast && !hasWire))
+    return NS_ERROR_NOT_AVAILABLE;
   if (aFlags & kTest) return NS_OK;
-  if (!(aFlags & kNoReset) && setsBrightness) {
-    if (!mServer || !mServer->SetBacklight(output, BacklightOf(output, aParameters.mBrightness)))
-      return Refuse(aActive, "the display server refuses the brightness");
-    Look();
+  if (!(aFlags & kNoReset)) {
+    if (!SetParameters(output, {stored.mBrightness, stored.mContrast}, kDisplayPatience))
+      return Refuse(aActive, output.mBacklight ? "the display server refuses the brightness"
+                                               : "the display does not take it");
+    if (output.mBacklight) Look();
   }
-  if (aFlags & kUpdateRegistry) {
-    nsStoredDisplay stored;
-    if (setsBrightness) stored.mBrightness = aParameters.mBrightness;
-    if (setsContrast) stored.mContrast = aParameters.mContrast;
-    if (NS_FAILED(mStore.Write(output.mName, output.mEdid.mIdentity, stored)) && aFlags & kNoReset)
-      return NS_ERROR_FAILURE;
+  if (aFlags & kUpdateRegistry &&
+      NS_FAILED(mStore.Write(output.mName, output.mEdid.mIdentity, stored))) {
+    SYSTEM_LOG_WARNING(NS_GetLogger(kLogger),
+                       "The settings of " + output.mName + " can't be stored");
+    if (aFlags & kNoReset) return NS_ERROR_FAILURE;
   }
+  return NS_OK;
+}
+
+nsresult nsLinuxDisplays::AwaitParameters(uint32_t aMilliseconds) {
+  const std::lock_guard lock(mLock);
+  mMonitors->Await(std::chrono::milliseconds(aMilliseconds));
   return NS_OK;
 }
 
@@ -382,9 +424,9 @@ nsresult nsLinuxDisplays::RestoreSettings() {
       continue;
     }
     *std::ranges::find(wanted, crtc.mId, &nsRandrCrtc::mId) = crtc;
-    if (stored.mBrightness && output->mBacklight)
-      (void)mServer->SetBacklight(*output,
-                                  BacklightOf(*output, std::min(*stored.mBrightness, 100u)));
+    // Nobody waits for displays at the start.
+    if (stored.mBrightness || stored.mContrast)
+      (void)SetParameters(*output, {stored.mBrightness, stored.mContrast}, {});
   }
   std::string reason;
   const bool done = wanted == mPicture.mCrtcs || mServer->Arrange(mPicture, wanted, &reason);

@@ -3,6 +3,7 @@
 
 #include <mutex>
 
+#include "nsDdcMonitors.h"
 #include "nsDisplayStore.h"
 #include "nsPlatformDisplays.h"
 #include "nsRandr.h"
@@ -15,11 +16,16 @@
 /// The server is the one that DISPLAY names. Without one there are no cards; one that starts, or
 /// starts again, is found by the next look. Nothing waits longer than some seconds for it.
 ///
+/// Brightness is the server's backlight property of the output where it has one, else the display
+/// itself is asked for brightness and contrast, which nothing waits for: they come as a change.
+///
 /// Stored settings are in the configuration store. The first application of a session has them set
 /// by RestoreSettings.
 class nsLinuxDisplays final : public nsPlatformDisplays {
  public:
-  explicit nsLinuxDisplays(std::shared_ptr<nsPlatformRegistry> aRegistry);
+  explicit nsLinuxDisplays(
+      std::shared_ptr<nsPlatformRegistry> aRegistry,
+      std::unique_ptr<nsDdcMonitors> aMonitors = std::make_unique<nsDdcMonitors>());
 
   nsresult ReadDevice(const std::string& aCard, uint32_t aIndex, uint32_t aFlags,
                       nsDisplayDevice* aDevice) override;
@@ -27,6 +33,7 @@ class nsLinuxDisplays final : public nsPlatformDisplays {
                         nsDisplaySettings* aSettings) override;
   nsresult ChangeSettings(const std::string& aCard, nsDisplaySettings* aSettings, uint32_t aFlags,
                           nsVideoParameters* aParameters) override;
+  nsresult AwaitParameters(uint32_t aMilliseconds) override;
   nsresult RestoreSettings() override;
   std::shared_ptr<nsEventSource> NewChanges() override;
 
@@ -39,6 +46,7 @@ class nsLinuxDisplays final : public nsPlatformDisplays {
   };
 
   void Look();
+  void LookAtMonitors();
   bool Connect();
   std::vector<const nsRandrOutput*> Cards() const;
   const nsRandrOutput* FindCard(const std::string& aCard) const;
@@ -51,12 +59,15 @@ class nsLinuxDisplays final : public nsPlatformDisplays {
             std::string* aReason) const;
   nsresult Refuse(const Active& aActive, const std::string& aReason) const;
   nsresult ChangeMode(const Active& aActive, const nsDisplaySettings& aSettings, uint32_t aFlags);
+  bool SetParameters(const nsRandrOutput& aOutput, const nsDdcMonitor::Values& aValues,
+                     std::chrono::milliseconds aLimit);
   nsresult ReadParameters(const Active& aActive, bool aStored, nsVideoParameters* aParameters);
   nsresult ChangeParameters(const Active& aActive, const nsVideoParameters& aParameters,
                             uint32_t aFlags);
 
   const nsDisplayStore mStore;
-  std::mutex mLock;                  // guards what follows
+  std::mutex mLock;  // guards what follows
+  const std::unique_ptr<nsDdcMonitors> mMonitors;
   std::unique_ptr<nsRandr> mServer;  // null without one
   nsRandrPicture mPicture;
   bool mToldNoServer = false;

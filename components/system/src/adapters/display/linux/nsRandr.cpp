@@ -11,6 +11,7 @@ namespace {
 
 constexpr uint32_t kMajor = 1, kMinor = 3;  // the oldest version with all that is asked here
 constexpr uint32_t kEdidWords = 128;        // four blocks
+constexpr size_t kEdidBlock = 128;          // bytes
 constexpr double kMillimetresPerInch = 25.4, kUsualDpi = 96;
 
 using ModeInfo = xcb_randr_mode_info_t;
@@ -194,9 +195,12 @@ bool nsRandr::Read(nsRandrPicture* aPicture) {
     output.mIsPrimary = outputs[i] == primary->output;
     output.mCrtc = info->crtc;
     output.mConnectorId = static_cast<uint32_t>(number(connector).value_or(0));
-    if (edid && edid->format == 8)
-      output.mEdid = NS_ParseEdid(
-          {xcb_randr_get_output_property_data(edid.get()), static_cast<size_t>(edid->num_items)});
+    if (edid && edid->format == 8) {
+      const std::span bytes(xcb_randr_get_output_property_data(edid.get()), edid->num_items);
+      output.mEdid = NS_ParseEdid(bytes);
+      if (!output.mEdid.mIdentity.empty())
+        output.mDescription.assign(bytes.begin(), bytes.begin() + kEdidBlock);
+    }
     const auto takeBacklight = [&](uint32_t aAtom, const nsXReply<PropertyReply>& aValue,
                                    const nsXReply<RangeReply>& aRange) {
       const auto value = number(aValue);

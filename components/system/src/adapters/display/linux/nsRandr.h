@@ -44,6 +44,7 @@ struct nsRandrOutput {
   /// a kind, the one in force counts, then the preferred one, then the first.
   std::vector<nsRandrMode> mModes;
   nsEdid mEdid;
+  std::string mDescription;   ///< The first block of its EDID, as bytes; empty when not told.
   uint32_t mConnectorId = 0;  ///< The kernel's number of the connector; 0 when not told.
   uint32_t mBacklight = 0;    ///< The property's atom; 0 without one.
   int32_t mBacklightMin = 0, mBacklightMax = 0, mBacklightValue = 0;

@@ -70,9 +70,11 @@ void nsRandrChanges::Wait() {
       wait = static_cast<int>(left);
     }
     std::vector<pollfd> waiting{
-        {mConnection ? xcb_get_file_descriptor(mConnection->get()) : -1, POLLIN, 0}};
+        {mConnection ? xcb_get_file_descriptor(mConnection->get()) : -1, POLLIN, 0},
+        {mMonitors->get(), POLLIN, 0}};
     if (Poll(waiting, wait) == Polled::eWoken) return;
-    if (mConnection && TakeMessages()) {
+    const bool told = mMonitors->Take();
+    if ((mConnection && TakeMessages()) || told) {
       last = Clock::now();
       if (!std::exchange(inBurst, true)) first = last;
     }
