@@ -45,7 +45,7 @@ MAY = {
     "adapters/digitaltv/ts": BASIC,
     "base/backend": BASIC | {"port"},
     "base/discovery": BASIC | {"threads", "public", "base", "port", "adapters"},
-    "adapters/digitaltv/graph": BASIC | {"threads", "public", "port", "adapters/digitaltv/ts"},
+    "adapters/digitaltv/graph": BASIC | {"threads", "public", "port", "adapters/digitaltv"},
     "backend": BASIC | {"threads", "native", "base/backend", "native base/backend", "adapters/digitaltv/ts"},
     "module": BASIC | {"threads", "public", "port", "simulated", "native", "*"},
     "simulated": BASIC | {"threads", "port", "base/backend", "simulated", "adapters/digitaltv/ts"},

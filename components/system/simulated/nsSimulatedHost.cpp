@@ -94,6 +94,12 @@ nsresult nsSimulatedHost::ReadDeviceId(std::string* aDeviceId) {
   return NS_OK;
 }
 
+nsresult nsSimulatedHost::ReadProcessId(uint32_t* aId) {
+  if (nsresult rv = Enter("ReadProcessId"); NS_FAILED(rv)) return rv;
+  *aId = 1;
+  return NS_OK;
+}
+
 nsresult nsSimulatedHost::StepCursorCounter(bool aShow, int32_t* aCounter) {
   if (nsresult rv = Enter("StepCursorCounter"); NS_FAILED(rv)) return rv;
   const std::lock_guard lock(mLock);

@@ -32,6 +32,8 @@ class nsSimulatedHost final : public nsPlatformHost, public nsSimulatedPort {
   nsresult ReadHostName(uint32_t aCapacity, std::string* aName) override;
   nsresult ReadPlatformName(std::string* aName) override;
   nsresult ReadDeviceId(std::string* aDeviceId) override;
+  /// Always 1.
+  nsresult ReadProcessId(uint32_t* aId) override;
   nsresult StepCursorCounter(bool aShow, int32_t* aCounter) override;
   nsresult StartCommand(const std::string& aLine, CommandHandle* aCommand,
                         int32_t* aError) override;

@@ -133,6 +133,7 @@ inline constexpr nsID KSCATEGORY_BDA_RECEIVER_COMPONENT =
 inline constexpr nsID KSCATEGORY_BDA_TRANSPORT_INFORMATION =
     "a2e3074f-6c3d-11d3-b653-00c04f79498e"_iid;
 
+inline constexpr nsID KSNODE_BDA_RF_TUNER = "71985f4c-1ca1-11d3-9cc8-00c04f7971e0"_iid;
 inline constexpr nsID KSNODE_BDA_QPSK_DEMODULATOR = "6390c905-27c1-4d67-bdb7-77c50d079300"_iid;
 inline constexpr nsID KSNODE_BDA_COFDM_DEMODULATOR = "2dac6e05-edbe-4b9c-b387-1b6fad7d6495"_iid;
 inline constexpr nsID KSNODE_BDA_QAM_DEMODULATOR = "71985f4d-1ca1-11d3-9cc8-00c04f7971e0"_iid;
@@ -144,3 +145,8 @@ inline constexpr nsID MEDIASUBTYPE_MPEG2_VIDEO = "e06d8026-db46-11cf-b4d1-00805f
 inline constexpr nsID MEDIASUBTYPE_MPEG2_TRANSPORT = "e06d8023-db46-11cf-b4d1-00805f6cbbea"_iid;
 inline constexpr nsID KSDATAFORMAT_SUBTYPE_BDA_MPEG2_TRANSPORT =
     "f4aeb342-0329-4fdd-a8fd-4aff4926c978"_iid;
+inline constexpr nsID MEDIATYPE_MPEG2_SECTIONS = "455f176c-4b06-47ce-9aef-8caef73df7b5"_iid;
+inline constexpr nsID MEDIASUBTYPE_DVB_SI = "e9dd31a3-221d-4adb-8532-9af309c1a408"_iid;
+inline constexpr nsID MEDIASUBTYPE_MPEG2DATA = "c892e55b-252d-42b5-a316-d997e7a5d995"_iid;
+inline constexpr nsID KSDATAFORMAT_TYPE_BDA_ANTENNA = "71985f41-1ca1-11d3-9cc8-00c04f7971e0"_iid;
+inline constexpr nsID KSDATAFORMAT_TYPE_BDA_IF_SIGNAL = "61be0b47-a5eb-499b-9a85-5b16c07f1258"_iid;

@@ -12,6 +12,7 @@
 #include "nsIThread.h"
 #include "nsImplements.h"
 #include "nsLogger.h"
+#include "nsMediaGraph.h"
 #include "nsServices.h"
 #include "nsSimulatedMachineFile.h"
 #include "nsSimulatedScript.h"
@@ -77,7 +78,7 @@ nsCOMPtr<nsIFile> MachineFile() {
 nsresult NS_OpenMachine(nsPlatformRef* aPlatform) {
   const nsCOMPtr<nsIFile> file = MachineFile();
   if (!file) {
-    *aPlatform = NS_NewNativePlatform();
+    *aPlatform = NS_WithMediaGraph(NS_NewNativePlatform());
     return NS_OK;
   }
   nsCString path;
@@ -99,6 +100,6 @@ nsresult NS_OpenMachine(nsPlatformRef* aPlatform) {
     rv = MakeRefCounted<MachineScript>(std::move(machine))->Start();
     NS_ENSURE_SUCCESS(rv, rv);
   }
-  *aPlatform = platform;
+  *aPlatform = NS_WithMediaGraph(platform);
   return NS_OK;
 }

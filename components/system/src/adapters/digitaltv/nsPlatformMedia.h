@@ -24,7 +24,7 @@ class nsPlatformMedia {
  public:
   virtual ~nsPlatformMedia() = default;
 
-  /// For the calling thread, before it makes or uses an object. S_FALSE when that was done.
+  /// For the calling thread, before it makes or uses an object; it may be done again.
   /// Windows: CoInitialize.
   virtual nsresult CoInitialize() = 0;
   /// A new object of a class, not aggregated. REGDB_E_CLASSNOTREG for a class that there is not,
@@ -57,6 +57,4 @@ class nsPlatformMedia {
   /// The other end of it, also for texts that an interface or a VARIANT hands out. Null is nothing.
   /// Windows: SysFreeString.
   virtual void SysFreeString(char16_t* aText) = 0;
-  /// Windows: GetCurrentProcessId.
-  virtual uint32_t GetCurrentProcessId() = 0;
 };

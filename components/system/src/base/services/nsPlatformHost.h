@@ -24,6 +24,9 @@ class nsPlatformHost {
   /// whose machines have none.
   /// Windows: GetSystemFirmwareTable, the serial number of "RSMB".
   virtual nsresult ReadDeviceId(std::string* aDeviceId) = 0;
+  /// The number of this process, among those that run.
+  /// Windows: GetCurrentProcessId.
+  virtual nsresult ReadProcessId(uint32_t* aId) = 0;
 
   /// Adds 1 to the cursor's counter for true, takes 1 away for false; *aCounter is what it then is.
   /// The cursor shows while the counter is 0 or more. It is 0 to begin with. Without a display the

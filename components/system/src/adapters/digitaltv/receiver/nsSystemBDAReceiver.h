@@ -2,6 +2,7 @@
 #pragma once
 
 #include "nsCOMPtr.h"
+#include "nsIInputStream.h"
 #include "nsIOutputStream.h"
 
 class IBaseFilter;
@@ -28,6 +29,8 @@ class nsSystemBDAReceiver {
   virtual bool IsScanStopped() = 0;
   /// The writing end of the pipe to the player; null when there is none.
   virtual nsCOMPtr<nsIOutputStream> PipeOutput() = 0;
+  /// Its reading end; null when there is none.
+  virtual nsCOMPtr<nsIInputStream> PipeInput() = 0;
   /// Closes that pipe, its writing end first; nothing when it has been replaced meanwhile.
   virtual void ClosePipe(nsIOutputStream* aOutput) = 0;
 

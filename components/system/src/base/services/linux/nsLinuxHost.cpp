@@ -29,6 +29,11 @@ nsresult nsLinuxHost::ReadPlatformName(std::string* aName) {
 
 nsresult nsLinuxHost::ReadDeviceId(std::string*) { return NS_ERROR_NOT_IMPLEMENTED; }
 
+nsresult nsLinuxHost::ReadProcessId(uint32_t* aId) {
+  *aId = static_cast<uint32_t>(getpid());
+  return NS_OK;
+}
+
 nsresult nsLinuxHost::StepCursorCounter(bool aShow, int32_t* aCounter) {
   const std::lock_guard lock(mCursorLock);
   const bool shown = mCursorCounter >= 0;
