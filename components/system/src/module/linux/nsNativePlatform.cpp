@@ -11,6 +11,7 @@
 #include "nsLinuxNetworkSettings.h"
 #include "nsLinuxRegistry.h"
 #include "nsLinuxTimeZones.h"
+#include "nsLinuxTuners.h"
 #include "nsLinuxVolumes.h"
 #include "nsLinuxWatchdog.h"
 #include "nsLinuxWindowEvents.h"
@@ -30,6 +31,7 @@ nsPlatformRef NS_NewNativePlatform() {
   platform->mClock = std::make_shared<nsLinuxClock>();
   platform->mTimeZones = std::make_shared<nsLinuxTimeZones>();
   platform->mFonts = std::make_shared<nsLinuxFonts>();
+  platform->mTuners = std::make_shared<nsLinuxTuners>();
   platform->mWatchdog = std::make_shared<nsLinuxWatchdog>();
   platform->mHost = std::make_shared<nsLinuxHost>();
   platform->mFiles = std::make_shared<nsLinuxFiles>();

@@ -1,0 +1,64 @@
+// An open tuner of the kernel, and its readers.
+#pragma once
+
+#include <condition_variable>
+#include <list>
+#include <mutex>
+
+#include "nsDvbDevices.h"
+#include "nsUniqueFd.h"
+
+class nsDvbReader;
+
+/// What a tuner and its readers share.
+class nsDvbSession {
+ public:
+  nsDvbSession(nsUniqueFd aFrontend, nsDvbDevice aDevice);
+  nsDvbSession(const nsDvbSession&) = delete;
+  nsDvbSession& operator=(const nsDvbSession&) = delete;
+
+  /// Why nothing can be done any more, or NS_OK. With mLock.
+  nsresult State() const {
+    return mIsClosed ? NS_ERROR_ABORT : mIsGone ? NS_ERROR_NOT_AVAILABLE : NS_OK;
+  }
+  /// The result of a call that has failed with that; the device may have gone. With mLock.
+  nsresult Failed(int aErrno);
+  /// Looks whether the device has gone, when the system has told of something. With mLock.
+  void Look();
+
+  std::mutex mLock;
+  std::condition_variable mIsIdle;
+  nsUniqueFd mFrontend;
+  const nsDvbDevice mDevice;
+  /// Can be read when something happened in the folder of the device: an open device is not told
+  /// that it has gone.
+  nsUniqueFd mRemovals;
+  std::list<nsDvbReader*> mReaders;
+  unsigned mReads = 0;  ///< That go on.
+  bool mIsClosed = false, mIsGone = false;
+};
+
+class nsDvbTuner final : public nsPlatformTuner {
+ public:
+  static nsresult Make(nsUniqueFd aFrontend, const nsDvbDevice& aDevice,
+                       nsPlatformTunerRef* aTuner);
+  explicit nsDvbTuner(std::shared_ptr<nsDvbSession> aSession) : mSession(std::move(aSession)) {}
+  ~nsDvbTuner() override { (void)Close(); }
+
+  nsresult Tune(uint32_t aFrequency, uint32_t aBandwidth) override;
+  nsresult ReadLocked(bool* aLocked) override;
+  nsresult ReadStrength(int32_t* aStrength) override;
+  nsresult ReadQuality(uint32_t* aQuality) override;
+  nsresult OpenSections(const nsSectionFilter& aFilter,
+                        std::shared_ptr<nsPlatformSectionReader>* aReader) override;
+  nsresult OpenPackets(std::shared_ptr<nsPlatformPacketReader>* aReader) override;
+  nsresult Close() override;
+
+ private:
+  template <class Do>
+  nsresult With(Do&& aDo);
+  nsresult ReadStatistic(uint32_t aProperty, unsigned long aOlderCall, dtv_stats* aStatistic);
+
+  const std::shared_ptr<nsDvbSession> mSession;
+  bool mIsTuned = false;  // with the session's lock
+};
