@@ -102,7 +102,7 @@ def serial_16550(trial):
     line.socket.sendall(heard)
     _, ended = program.expect(lambda text: text.startswith("ended"), 40)
     assert ended == "ended 0", ended
-    assert guest.run("cmp /run/bytes /run/echo && echo same").strip() == "same"
+    assert guest.run("busybox cmp /run/bytes /run/echo && echo same").strip() == "same"
     # Another program has it.
     holder = guest.start("exec vorel serial COM2 --wait 100000 < /dev/null")
     guest.until(lambda: guest.succeeds("ls /run/lock/LCK..ttyS1"), 20, "the lock file")
@@ -211,7 +211,7 @@ def serial_null_modem(trial):
     guest.until(lambda: guest.succeeds("grep -q EV_ERR /run/log"), 10, "the parity error")
 
     # A port at rest that nobody talks over wakes its process for nothing but what can't be waited for.
-    count = "cat /proc/$(pidof vorel)/task/*/status | awk '/^voluntary/ {n += $2} END {print n}'"
+    count = "cat /proc/$(busybox pidof vorel)/task/*/status | busybox awk '/^voluntary/ {n += $2} END {print n}'"
     before = int(guest.run(count))
     time.sleep(10)
     wakes = (int(guest.run(count)) - before) / 10
