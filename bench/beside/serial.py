@@ -52,7 +52,8 @@ function answer() {
 }
 if (!byListener) {
   const main = classes["@mozilla.org/thread-manager;1"].getService(interfaces.nsIThreadManager).mainThread;
-  const waiter = { onInputStreamReady() { answer(); input.QueryInterface(interfaces.nsIAsyncInputStream).asyncWait(waiter, 0, 0, main); } };
+  // Registered before the bytes are taken: what comes in between would call nobody.
+  const waiter = { onInputStreamReady() { input.QueryInterface(interfaces.nsIAsyncInputStream).asyncWait(waiter, 0, 0, main); answer(); } };
   waiter.onInputStreamReady();
 }
 output.write("!", 1);
