@@ -13,6 +13,12 @@ constexpr std::string_view kHelp =
        vorel [OPTIONS] -e TEXT [ARGUMENTS]     run a line of script
        vorel [OPTIONS] shell                   run script line by line, as it is entered
        vorel [OPTIONS] watch DIRECTORY...      print the changes of directory trees as they come
+       vorel [OPTIONS] tv                      list the receivers of digital television
+       vorel [OPTIONS] tv scan COUNTRY [--store]
+                                               look for services on a country's frequencies
+       vorel [OPTIONS] tv services             list the stored services
+       vorel [OPTIONS] tv play NAME [--language fra] [--seconds N] [--info]
+                                               write a service's stream to the standard output
        vorel [OPTIONS] tv inspect FILE.ts      print what a transport stream holds and what is broken
        vorel [OPTIONS] tv channels FILE        check a channels file
        vorel [OPTIONS] tv countries            print the countries that a scan knows

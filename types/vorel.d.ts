@@ -1045,6 +1045,28 @@ interface nsIIsoCountry extends nsISupports {
   set name(value: string | null);
 }
 
+/** Hears of the end, on the main thread. */
+interface nsIStreamOutputListener extends nsISupports {
+  /**
+   * NS_OK: the stream has ended. NS_BASE_STREAM_CLOSED: nobody reads the standard output any more.
+   * Other failures are those of reading or writing.
+   */
+  onEnded(status: number): void;
+}
+
+/** Main thread. */
+interface nsIStreamOutput extends nsISupports {
+  /**
+   * Writes what comes out of a blocking stream to the standard output, on a thread of its own.
+   * Returns at once. It goes on until the stream ends or this object is dropped, which closes the
+   * stream. NS_ERROR_IN_PROGRESS the second time, NS_ERROR_NULL_POINTER without a stream or a
+   * listener.
+   */
+  start(stream: nsIInputStream | null, listener: nsIStreamOutputListener | nsScripted<nsIStreamOutputListener> | null): void;
+  /** How many bytes have been written. */
+  readonly written: number | bigint;
+}
+
 /**
  * What all adapters have in common. Each kind has an interface that derives from this one.
  *
@@ -2203,6 +2225,8 @@ interface nsInterfaces {
   readonly nsISystemFileSystemWatcher: nsInterfaceID<nsISystemFileSystemWatcher>;
   readonly nsIFileSystemWatcher: nsInterfaceID<nsIFileSystemWatcher>;
   readonly nsIIsoCountry: nsInterfaceID<nsIIsoCountry>;
+  readonly nsIStreamOutputListener: nsInterfaceID<nsIStreamOutputListener>;
+  readonly nsIStreamOutput: nsInterfaceID<nsIStreamOutput>;
   readonly nsISystemAdapter: nsInterfaceID<nsISystemAdapter>;
   readonly nsISystemAdapterDigitalTvReceiver: nsInterfaceID<nsISystemAdapterDigitalTvReceiver>;
   readonly nsISystemAdapterDisplayOutput: nsInterfaceID<nsISystemAdapterDisplayOutput>;
