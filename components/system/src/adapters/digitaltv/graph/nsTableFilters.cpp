@@ -39,10 +39,10 @@ class Collector {
     const uint16_t extension = ExtensionOf(aSection);
     Table& table = mTables[extension];
     const uint8_t version = aSection[5] >> 1 & 0x1F;
-    if (table.mVersion != version) table = {version, aSection[7], {}, 0};
+    if (table.mVersion != version) table = {version, aSection[7], {}};
     const bool isNew =
         table.mSections.try_emplace(aSection[6], aSection.begin(), aSection.end()).second;
-    if (!isNew && aSection[6] == table.mSections.begin()->first) ++table.mRepeats;
+    if (!isNew) mIsRound = true;
   }
 
   /// Nothing more is to be waited for.
@@ -53,14 +53,12 @@ class Collector {
     // What a stream has one of.
     if (mTableId == kPat || mTableId == kCat || mTableId == kNitActual || mTableId == kSdtActual)
       return true;
-    if (!mExpected.empty() && std::ranges::all_of(mExpected, [this](uint16_t aExtension) {
-          return mTables.contains(aExtension);
-        }))
-      return true;
-    // A table that is named but not broadcast does not hold up the others for longer than this.
-    const uint32_t rounds = mExpected.empty() ? 1 : 3;
-    return std::ranges::any_of(
-        mTables, [rounds](const auto& aTable) { return aTable.second.mRepeats >= rounds; });
+    if (mExpected.empty()) return mIsRound;
+    // Maps come twice a second at least: one that is named but not broadcast does not hold up the
+    // others for longer.
+    return steady_clock::now() - mBegin > std::chrono::seconds(1) ||
+           std::ranges::all_of(
+               mExpected, [this](uint16_t aExtension) { return mTables.contains(aExtension); });
   }
 
   /// The sections of all tables that are whole, by extension and number.
@@ -77,7 +75,6 @@ class Collector {
     uint8_t mVersion = 0xFF;  ///< none yet
     uint8_t mLast = 0;
     std::map<uint8_t, std::vector<uint8_t>> mSections;
-    uint32_t mRepeats = 0;  ///< how often its first section has come again
     bool IsWhole() const { return mSections.size() > mLast; }
   };
   using Tables = std::map<uint16_t, Table>;
@@ -85,6 +82,8 @@ class Collector {
   const uint8_t mTableId;
   const std::set<uint16_t> mExpected;
   Tables mTables;
+  bool mIsRound = false;  ///< a section has come again
+  const steady_clock::time_point mBegin = steady_clock::now();
 };
 
 class TransportInformationFilter final
