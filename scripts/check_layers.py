@@ -41,7 +41,7 @@ MAY = {
     "base": BASIC | {"threads", "public"},
     "room": BASIC | {"threads", "public", "base"},
     "adapters/digitaltv": BASIC | {"threads", "public", "base", "adapters/digitaltv/ts"},
-    "adapters/digitaltv/receiver": BASIC | {"threads", "public", "base", "adapters/digitaltv", "adapters/digitaltv/ts"},
+    "adapters/digitaltv/receiver": BASIC | {"threads", "public", "port", "base", "adapters/digitaltv", "adapters/digitaltv/ts"},
     "adapters/digitaltv/ts": BASIC,
     "base/backend": BASIC | {"port"},
     "base/discovery": BASIC | {"threads", "public", "base", "port", "adapters"},

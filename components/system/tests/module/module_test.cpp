@@ -53,9 +53,7 @@ constexpr Row kRows[] = {
 };
 
 // Rows of the table above whose classes the library does not have yet.
-const std::vector<std::string_view> kNotBuilt = {
-    "@vorel/system/adapter///digitaltvreceiver;1",
-};
+const std::vector<std::string_view> kNotBuilt = {};
 
 constexpr const char* kCategories[][3] = {
     {"JavaScript-DOM-class", "SystemManager", "@vorel/system/ciextension;1"},

@@ -8,6 +8,7 @@
 #include "ISectionList.h"
 #include "nsBDATables.h"
 #include "nsDirectShowTypes.h"
+#include "nsIMediaCancel.h"
 #include "nsLogger.h"
 
 namespace {
@@ -104,7 +105,16 @@ void nsSystemBDAScanner::SetData(nsCOMPtr<IMpeg2Data> aData) {
   (void)run->SetData(std::move(aData));
 }
 
-void nsSystemBDAScanner::ReleaseMpeg2Data() { SetData(nullptr); }
+void nsSystemBDAScanner::ReleaseMpeg2Data() {
+  std::shared_ptr<Run> run;
+  {
+    std::lock_guard lock(mLock);
+    run = mRun;
+  }
+  // The call in flight ends with it, where the object can do that.
+  const nsCOMPtr<IMpeg2Data> data = run->SetData(nullptr);
+  if (const auto waiting = do_QueryInterface<nsIMediaCancel>(data)) (void)waiting->Cancel();
+}
 
 void nsSystemBDAScanner::StartScanning() {
   if (mRun->mThreadStarted.exchange(true)) return;

@@ -67,8 +67,9 @@ nsresult nsSystemManager::RefreshAdapters(const nsIID& aIID) {
 
 nsresult nsSystemManager::Observe(nsISupports* aSubject, const char* aTopic,
                                   const char16_t* aData) {
-  (void)nsSystemManagerGeneric::Observe(aSubject, aTopic, aData);
   const std::string_view topic = aTopic ? aTopic : "";
+  if (topic == "xpcom-shutdown") StopScans();
+  (void)nsSystemManagerGeneric::Observe(aSubject, aTopic, aData);
   if (topic == "app-startup") return OnAppStartup();
   if (topic == "vorel-application-start") {
     // Before the machine is looked at. A look alone does not bring this topic, and leaves the
@@ -137,8 +138,8 @@ nsresult nsSystemManager::Init() {
   };
 
   // The order of discovery is fixed: serial ports, network interfaces, display outputs, standing
-  // directories, volumes, digital TV receivers. There is no discovery of receivers yet. What is
-  // found in the machine may fail; what the preferences ask for may not.
+  // directories, volumes, digital TV receivers. What is found in the machine may fail; what the
+  // preferences ask for may not.
   InitSerial();
   (void)InitNetwork();
   (void)InitDisplay();
@@ -152,6 +153,7 @@ nsresult nsSystemManager::Init() {
   }
 
   (void)ExploreVolumes();
+  (void)InitDVB();
   return NS_OK;
 }
 

@@ -64,6 +64,11 @@ class nsSystemManager final : public nsSystemManagerGeneric {
   /// made or read ends it: those before it are in the list, and none is removed.
   nsresult InitDisplay();
 
+  /// An adapter for each tuner of digital television. The first one that can't be published, get
+  /// its bindings or be set up ends it with that failure; it stays published if it was, and no
+  /// further tuner is looked at.
+  nsresult InitDVB();
+
   /// Hears of volumes, displays and devices by the window from now on, until "xpcom-shutdown".
   /// NS_OK, always: a machine that tells nothing is a machine where nothing changes.
   nsresult SubclassWindow(nsWindowHandle aWindow);
@@ -91,6 +96,8 @@ class nsSystemManager final : public nsSystemManagerGeneric {
   /// once more meanwhile.
   static void StrikeOut(nsIMutableArray& aLeftovers, nsISystemAdapter* aAdapter);
   nsresult RemoveLeftovers(nsIMutableArray& aLeftovers, uint64_t* aLooks);
+  /// The pool waits at the end for what runs on it, and nobody is left who would read the result.
+  void StopScans();
   void RecordForWindow();
   void OnDeviceArrival(const nsDeviceBroadcast& aBroadcast);
   void OnDeviceRemoval(const nsDeviceBroadcast& aBroadcast);
