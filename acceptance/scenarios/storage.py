@@ -166,7 +166,7 @@ def optical_drive(trial):
     guest = trial.guest()
     watch = watch_with_mounts(guest)
     image = trial.file("disc.iso", 2 * MIB)
-    subprocess.run(["mkfs.vfat", "-n", "DISC", image], check=True, capture_output=True)
+    subprocess.run(["mkfs.vfat", "-S", "2048", "-n", "DISC", image], check=True, capture_output=True)
     guest.qmp("device_add", driver="usb-bot", id="drive", bus="xhci.0")
     guest.qmp("blockdev-add", **{"driver": "raw", "node-name": "disc", "read-only": True,
                                  "file": {"driver": "file", "filename": str(image), "locking": "off"}})

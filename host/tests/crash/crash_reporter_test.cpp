@@ -211,6 +211,14 @@ TEST_F(CrashTest, AScriptThatHangsIsNotNamed) {
   EXPECT_TRUE(Has(report, "[\"/player/hangs.js\":8:")) << "who called it";
 }
 
+TEST_F(CrashTest, ReportsAreWrittenWhereALinkLeads) {
+  fs::create_directory(mProfile / "elsewhere");
+  fs::create_directory_symlink("elsewhere", mProfile / "crashes");
+  const int status = Run([] { crashing::WriteNowhere(); });
+  EXPECT_TRUE(WIFSIGNALED(status));
+  EXPECT_TRUE(fs::is_empty(mProfile / "elsewhere"));
+}
+
 TEST_F(CrashTest, ReportsPileUp) {
   fs::create_directory(mProfile / "crashes");
   for (int time = 900; time < 930; ++time)

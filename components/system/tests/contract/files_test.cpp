@@ -183,6 +183,22 @@ TYPED_TEST(FilesContract, AbsenceIsTakenForAFailureOrTheOtherWayRound) {
             NS_ERROR_FILE_NOT_FOUND);
 }
 
+TYPED_TEST(FilesContract, PathIsCutOffAtAZero) {
+  this->mDisk.Write(u"file");
+  const std::u16string zero(1, u'\0');
+  nsPlatformFiles& files = this->mDisk.Files();
+  for (const std::u16string& name : {u"file" + zero, u"file" + zero + u"more", zero}) {
+    bool exists = false;
+    EXPECT_TRUE(NS_FAILED(files.Exists(this->mDisk.Path(name), &exists)) || !exists);
+    EXPECT_FALSE(exists);
+    nsPlatformFiles::Entry entry;
+    EXPECT_TRUE(NS_FAILED(files.ReadEntry(this->mDisk.Path(name), &entry)));
+  }
+  std::unique_ptr<nsPlatformFiles::Listing> listing;
+  const nsString root(std::u16string(this->mDisk.Path().view()) + zero + u"more");
+  EXPECT_TRUE(NS_FAILED(files.OpenListing(root, true, &listing)));
+}
+
 TYPED_TEST(FilesContract, TrailingSeparatorChangesTheAnswer) {
   nsPlatformFiles::Entry plain, trailing;
   const nsString path = this->mDisk.Path();

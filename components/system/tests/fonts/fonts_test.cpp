@@ -1,4 +1,5 @@
 // Fonts on a simulated machine, with files that are made for the tests and read by FreeType.
+#include <dlfcn.h>
 #include <sys/stat.h>
 
 #include "nsIClassInfo.h"
@@ -9,6 +10,14 @@
 #include "nsSystemTest.h"
 #include "nsTestFont.h"
 #include "nsXPCOM.h"
+
+/// How often a path was resolved, which looks at each of its directories; in whichever library.
+static int gResolvedPaths = 0;
+extern "C" char* realpath(const char* aPath, char* aResolved) noexcept {
+  ++gResolvedPaths;
+  static const auto real = reinterpret_cast<decltype(&realpath)>(dlsym(RTLD_NEXT, "realpath"));
+  return real(aPath, aResolved);
+}
 
 namespace {
 
@@ -202,6 +211,18 @@ TEST_F(FontTest, ADirectoryIsNotWalkedOrWalkedForEver) {
   EXPECT_EQ(fonts->Synchronize(File(WriteFile("file", "")).get()), NS_ERROR_FAILURE);
   EXPECT_EQ(fonts->Synchronize(File("/nowhere").get()), NS_ERROR_FAILURE);
   EXPECT_EQ(fonts->Synchronize(nullptr), NS_ERROR_NULL_POINTER);
+}
+
+TEST_F(FontTest, ADeepTreeTakesAsLongAsItsDepthSquared) {
+  WriteFont("d/a.ttf", {"A"});
+  std::string deep = "d";
+  for (int depth = 0; depth < 200; ++depth) deep += "/below";
+  WriteFont(deep + "/b.ttf", {"B"});
+  const auto fonts = NewFonts();
+  gResolvedPaths = 0;
+  EXPECT_EQ(fonts->Synchronize(File((Directory() / "d").string()).get()), NS_OK);
+  EXPECT_EQ(Added(), 2u);
+  EXPECT_LE(gResolvedPaths, 3) << "each looks at every directory above";
 }
 
 TEST_F(FontTest, ADamagedFileDoesHarm) {

@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <map>
 #include <random>
 
@@ -288,6 +289,18 @@ TEST_F(MaintenanceTest, ScriptSeesARequestUnderAnotherNameOrWithoutItsInterface)
   EXPECT_EQ(*iids[1], "2918ed20-d295-11e2-b310-60ed6088709b"_iid);
   for (uint32_t i = 0; i < count; ++i) NS_Free(iids[i]);
   NS_Free(iids);
+
+  const auto platform = mMachine.Platform();
+  std::vector<nsCID> identifiers;
+  for (const nsCOMPtr<nsISupports>& request :
+       {nsCOMPtr<nsISupports>(MakeRefCounted<nsSystemRequestFormat>(platform).get()),
+        nsCOMPtr<nsISupports>(MakeRefCounted<nsSystemRequestCommit>(platform).get()),
+        nsCOMPtr<nsISupports>(MakeRefCounted<nsSystemRequestCheckDataDisk>(platform).get())}) {
+    nsCID identifier;
+    ASSERT_EQ(do_QueryInterface<nsIClassInfo>(request)->GetClassIDNoAlloc(&identifier), NS_OK);
+    EXPECT_EQ(std::ranges::count(identifiers, identifier), 0) << "one class is another";
+    identifiers.push_back(identifier);
+  }
 }
 
 // ---- The native backends

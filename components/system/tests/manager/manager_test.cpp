@@ -169,6 +169,13 @@ TEST_F(ManagerTest, SystemPathFindsTheWrongAdapter) {
             NS_OK);
   EXPECT_EQ(mManager->GetAdapterBySysPath(given.get(), nsString(u"COM1"), found.getter_AddRefs()),
             NS_ERROR_UNEXPECTED);
+  EXPECT_FALSE(found);
+  EXPECT_EQ(TakeLog("warning"), Strings{"warning debug: 'NS_ENSURE_TRUE(adapter) failed'"});
+
+  mHost.Stop();  // no array can be made any more
+  EXPECT_EQ(mManager->GetAdapterBySysPath(nullptr, nsString(u"COM1"), found.getter_AddRefs()),
+            NS_ERROR_NOT_INITIALIZED);
+  EXPECT_FALSE(found);
 }
 
 TEST_F(ManagerTest, ListenerOperationsGiveOtherValues) {

@@ -278,6 +278,22 @@ TEST_F(NativeWatchTest, RemovedTreesWarn) {
   EXPECT_EQ(TakeLog("error "), Lines());
 }
 
+// Nanoseconds since 1970 overflow in the year 2262.
+TEST_F(NativeWatchTest, TimesOfTheFarFutureAreOneOrUndefined) {
+  Write(mRoot / "file");
+  const auto stamp = [this](time_t aSeconds) {
+    const timespec times[] = {{aSeconds, 0}, {aSeconds, 999'999'999}};
+    return utimensat(AT_FDCWD, (mRoot / "file").c_str(), times, 0) == 0;
+  };
+  if (!stamp(9'300'000'000)) GTEST_SKIP() << "the volume has no such times";
+  Watch watch(mRoot.Path());
+  for (const time_t year2300 : {10'413'792'000, 10'413'792'001}) {
+    ASSERT_TRUE(stamp(year2300));
+    EXPECT_TRUE(watch.AwaitLine("changed file"));
+    (void)watch.mListener->Take();
+  }
+}
+
 TEST_F(NativeWatchTest, HardLinksByTheHundredAreLost) {
   constexpr int kLinks = 500;
   Write(mRoot / "0");
