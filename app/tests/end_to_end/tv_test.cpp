@@ -47,10 +47,8 @@ TEST(Tv, AFileThatCannotBeReadIsReported) {
     EXPECT_EQ(outcome.mStatus, 1);
     EXPECT_EQ(outcome.mErrors, "vorel tv: /nowhere/at.all: NS_ERROR_FILE_NOT_FOUND\n");
   }
-  for (const std::vector<std::string>& wrong : {std::vector<std::string>{"tv"},
-                                                {"tv", "inspect"},
-                                                {"tv", "nothing"},
-                                                {"tv", "countries", "FR"}})
+  for (const std::vector<std::string>& wrong :
+       {std::vector<std::string>{"tv", "inspect"}, {"tv", "nothing"}, {"tv", "countries", "FR"}})
     EXPECT_EQ(program.Run(wrong).mStatus, 2);
 }
 
