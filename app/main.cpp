@@ -1,11 +1,9 @@
 // vorel: shows the picture of the machine, or runs an application on it.
-#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
-#include <iterator>
 #include <utility>
 
 #include "nsCommandLine.h"
@@ -133,7 +131,7 @@ int RunScript(nsHost& aHost, nsScriptHost& aScript, const nsCommandLine& aLine,
   // Nobody reads the changes any more. An application may have other things to do.
   std::unique_ptr<nsFdWatch> reader;
   const int output = vorel::process::OutputPipe();
-  if ((aLine.mTask == Task::eWatch || aLine.mFollow) && output >= 0) {
+  if (aLine.mFollow && output >= 0) {
     nsCOMPtr<nsIThread> mainThread;
     (void)NS_GetMainThread(mainThread.getter_AddRefs());
     (void)nsFdWatch::Start(
@@ -148,7 +146,6 @@ int RunScript(nsHost& aHost, nsScriptHost& aScript, const nsCommandLine& aLine,
     if (NS_SUCCEEDED(rv) && !result.empty()) std::cout << result << std::endl;
   } else {
     rv = aScript.RunFile(aLine.mTask == Task::ePicture    ? aShare / "picture.js"
-                         : aLine.mTask == Task::eWatch    ? aShare / "watch.js"
                          : aLine.mTask == Task::eTv       ? aShare / "tv.js"
                          : aLine.mTask == Task::eDisplays ? aShare / "displays.js"
                          : aLine.mTask == Task::eSerial   ? aShare / "serial.js"
@@ -203,7 +200,11 @@ int Run(const nsCommandLine& aLine) {
   options.mProfileReadOnly = isLook;
   if (options.mProfileDirectory.empty() && !isLook)
     std::cerr << "vorel: there is neither --profile nor a home directory: settings are not kept\n";
-  options.mModules = {&nsScriptHost::Module()};
+  // A watch needs neither script nor application.
+  if (aLine.mTask == Task::eWatch)
+    options.mApplicationDirectory = aLine.mApplicationDirectory;
+  else
+    options.mModules = {&nsScriptHost::Module()};
   options.mManifests = {(share / "vorel.manifest").string()};
   if (aLine.mTask == Task::eTv) options.mManifests.push_back((share / "tools.manifest").string());
   options.mHasNetwork = aLine.mMachineFile.empty();  // a simulated machine has one of its own
@@ -218,17 +219,22 @@ int Run(const nsCommandLine& aLine) {
     return host.Error().empty() ? kFailure : Complain(kFailure, host.Error());
 
   AnnotateRun(aLine);
+  nsServiceNotice notice;
+  const auto end = [&](int aStatus) {
+    notice.Stopping();
+    signals.LimitEnd(aStatus);
+    host.Stop();  // before the scripts go, so that their observers hear of the end
+    return Flushed(aStatus);
+  };
+  if (aLine.mTask == Task::eWatch)
+    return end(NS_Watch(host, aLine.mArguments, aLine.mWatchOptions, aLine.mJson, signals, notice));
+
   nsScriptOptions scriptOptions;
   scriptOptions.mArguments = aLine.mArguments;
   if (isLook) {  // the program's own scripts
-    if (aLine.mTask == Task::eWatch) scriptOptions.mArguments = aLine.mWatchOptions;
     if (aLine.mJson) scriptOptions.mArguments.push_back("--json");
     if (aLine.mFollow) scriptOptions.mArguments.push_back("--watch");
     if (vorel::process::IsTerminal()) scriptOptions.mArguments.push_back("--colours");
-    if (aLine.mTask == Task::eWatch) {
-      scriptOptions.mArguments.emplace_back("--");
-      std::ranges::copy(aLine.mArguments, std::back_inserter(scriptOptions.mArguments));
-    }
     if (aLine.mTask == Task::eSerial && vorel::process::IsInteractive())
       scriptOptions.mArguments.push_back("--interactive");
     scriptOptions.mEndsWithOutput = true;
@@ -238,14 +244,8 @@ int Run(const nsCommandLine& aLine) {
   std::string error;
   const auto script = nsScriptHost::Create(scriptOptions, &error);
   if (!script) return Complain(kFailure, error);
-  nsServiceNotice notice;
-  const int status = aLine.mTask == Task::eShell
-                         ? RunShell(host, *script, aLine, signals)
-                         : RunScript(host, *script, aLine, share, signals, notice);
-  notice.Stopping();
-  signals.LimitEnd(status);
-  host.Stop();  // before the scripts go, so that their observers hear of the end
-  return Flushed(status);
+  return end(aLine.mTask == Task::eShell ? RunShell(host, *script, aLine, signals)
+                                         : RunScript(host, *script, aLine, share, signals, notice));
 }
 
 }  // namespace

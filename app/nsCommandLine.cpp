@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cmath>
 #include <functional>
 
 namespace {
@@ -52,6 +53,7 @@ Of watch:
                         "*" and "?" stand for what is in one name, "**" for any part of a path
   --settle MS           tell a change once nothing more has happened to the same path for this time
   --details             with size and time of what has come or changed
+  --since NAME          begin with what differs from what the last watch of this name has left in the profile
   --wait                go on when a directory does not exist, has gone or was replaced (else: status 3)
 
 Exit status: 0, what an application gave to quit(), 1 after a failure, 2 for wrong arguments.
@@ -59,23 +61,43 @@ Exit status: 0, what an application gave to quit(), 1 after a failure, 2 for wro
 
 constexpr std::array<std::string_view, 4> kLevels = {"debug", "warning", "error", "off"};
 
-/// An option of a watch with its value, as the script takes it; *aError when the value is wrong.
-bool ReadWatchOption(std::string_view aName, const std::string& aValue, nsCommandLine* aOut,
+/// An option of a watch with its value; *aError when the value is wrong.
+bool ReadWatchOption(std::string_view aName, const std::string& aValue, nsWatchOptions* aOut,
                      std::string* aError) {
+  double number = 0;
   const auto isNumber = [&](double aMost) {
-    double number = 0;
     const char* const end = aValue.data() + aValue.size();
     const auto [stop, error] =
         std::from_chars(aValue.data(), end, number, std::chars_format::fixed);
     return error == std::errc() && stop == end && number > 0 && number <= aMost;
   };
   constexpr double kMostSeconds = 2'000'000, kMostSettle = 3'600'000;
-  if (aName == "--timeout" && !isNumber(kMostSeconds))
-    *aError = "--timeout: '" + aValue + "' is no number of seconds from 0 to 2000000";
-  else if (aName == "--settle" && !isNumber(kMostSettle))
-    *aError = "--settle: '" + aValue + "' is no number of milliseconds from 0 to 3600000";
-  else
-    aOut->mWatchOptions.push_back(std::string(aName) + "=" + aValue);
+  constexpr size_t kLongestName = 64;
+  if (aName == "--exclude") {
+    aOut->mExclude.push_back(aValue);
+  } else if (aName == "--only") {
+    aOut->mOnly.push_back(aValue);
+  } else if (aName == "--timeout") {
+    if (!isNumber(kMostSeconds))
+      *aError = "--timeout: '" + aValue + "' is no number of seconds from 0 to 2000000";
+    aOut->mTimeout = number;
+  } else if (aName == "--settle") {
+    if (!isNumber(kMostSettle))
+      *aError = "--settle: '" + aValue + "' is no number of milliseconds from 0 to 3600000";
+    else
+      aOut->mSettle = static_cast<uint32_t>(std::ceil(number));
+  } else {
+    const bool isName = aValue.size() <= kLongestName && aValue[0] != '.' &&
+                        std::ranges::all_of(aValue, [](char aUnit) {
+                          return (aUnit >= '0' && aUnit <= '9') || (aUnit >= 'a' && aUnit <= 'z') ||
+                                 (aUnit >= 'A' && aUnit <= 'Z') || aUnit == '.' || aUnit == '_' ||
+                                 aUnit == '-';
+                        });
+    if (!isName)
+      *aError =
+          "--since: '" + aValue + "' is no name of up to 64 letters, digits, '-', '_' and '.'";
+    aOut->mSince = aValue;
+  }
   return aError->empty();
 }
 
@@ -206,10 +228,14 @@ bool nsCommandLine::Parse(const std::vector<std::string>& aArguments, nsCommandL
           out.mArguments.push_back(argument);
         } else if (argument == "--") {
           hasOptions = false;
-        } else if (argument == "--once" || argument == "--details" || argument == "--wait") {
-          out.mWatchOptions.push_back(argument);
+        } else if (argument == "--once") {
+          out.mWatchOptions.mOnce = true;
+        } else if (argument == "--details") {
+          out.mWatchOptions.mDetails = true;
+        } else if (argument == "--wait") {
+          out.mWatchOptions.mWait = true;
         } else if (name == "--timeout" || name == "--exclude" || name == "--only" ||
-                   name == "--settle") {
+                   name == "--settle" || name == "--since") {
           const bool isApart = name.size() == argument.size();
           if (isApart ? ++i == aArguments.size() || aArguments[i].empty()
                       : name.size() + 1 == argument.size()) {
@@ -217,7 +243,7 @@ bool nsCommandLine::Parse(const std::vector<std::string>& aArguments, nsCommandL
             return false;
           }
           if (!ReadWatchOption(name, isApart ? aArguments[i] : argument.substr(name.size() + 1),
-                               &out, aError))
+                               &out.mWatchOptions, aError))
             return false;
         } else if (!option()) {
           return false;

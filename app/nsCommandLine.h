@@ -7,6 +7,8 @@
 #include <utility>
 #include <vector>
 
+#include "nsWatch.h"
+
 struct nsCommandLine {
   enum class Task {
     ePicture,      ///< print the picture of the machine
@@ -35,8 +37,7 @@ struct nsCommandLine {
   std::vector<std::pair<std::string, std::string>> mLogLevels;
   std::string mScript;                  ///< file name or text
   std::vector<std::string> mArguments;  ///< the application's own; of a watch, the directories
-  /// "--name" and "--name=value", as the program's own script takes them.
-  std::vector<std::string> mWatchOptions;
+  nsWatchOptions mWatchOptions;
 
   /// Reads everything behind the program's name. False, with one clear line in *aError, for what it
   /// does not understand.

@@ -97,6 +97,80 @@ TEST(Watch, OptionsAreWithoutEffect) {
   EXPECT_EQ(program.Run({"watch", "--timeout", "0.1", b}).mStatus, 0);
 }
 
+TEST(Watch, DifferencesFromAnEarlierRunAreNotTold) {
+  nsProgram program;
+  const fs::path place = program.Directory();
+  fs::create_directories(place / "root/sub");
+  std::ofstream(place / "root/a");
+  std::ofstream(place / "root/sub/b");
+  const auto run = [&] {
+    return program.Run({"watch", "--json", "--since", "name", "--timeout", "0.5",
+                        (place / "root").string(), "--profile", (place / "p").string()});
+  };
+  nsOutcome outcome = run();
+  EXPECT_EQ(outcome.mStatus, 0) << outcome.mErrors;
+  for (const char* line :
+       {"{\"event\":\"error\",\"code\":5,\"text\":\"name\"}\n",
+        "{\"event\":\"added\",\"path\":\"sub/b\"}\n", "{\"event\":\"added\",\"path\":\"a\"}\n"})
+    EXPECT_NE(outcome.mOutput.find(line), std::string::npos) << outcome.mOutput;
+  outcome = run();
+  EXPECT_EQ(outcome.mOutput, "{\"event\":\"started\"}\n{\"event\":\"stopped\"}\n");
+  fs::rename(place / "root/a", place / "root/sub/c");
+  fs::remove(place / "root/sub/b");
+  outcome = run();
+  for (const char* line : {"{\"event\":\"moved\",\"from\":\"a\",\"to\":\"sub/c\"}\n",
+                           "{\"event\":\"removed\",\"path\":\"sub/b\"}\n"})
+    EXPECT_NE(outcome.mOutput.find(line), std::string::npos) << outcome.mOutput;
+
+  // One that ends without order tells again what it told.
+  std::ofstream(place / "root/d");
+  const std::vector<std::string> again = {
+      "watch", "--since", "name", (place / "root").string(), "--profile", (place / "p").string()};
+  program.Start(again);
+  ASSERT_TRUE(program.WaitFor("added    d"));
+  std::ofstream(place / "root/e");
+  ASSERT_TRUE(program.WaitFor("added    e"));
+  (void)program.Finish(SIGKILL);
+  program.Start(again);
+  EXPECT_TRUE(program.WaitFor("added    e"));
+  EXPECT_EQ(program.Finish(SIGTERM).mStatus, 0);
+  // Damaged by whatever.
+  for (const auto& file : fs::directory_iterator(place / "p/watch"))
+    std::ofstream(file.path()) << "vorel watch snapshot 1\n\xff\xff";
+  EXPECT_NE(run().mOutput.find("{\"event\":\"added\",\"path\":\"sub/c\"}\n"), std::string::npos);
+}
+
+TEST(Watch, OptionsOfTheConstructorAreIgnored) {
+  nsProgram program;
+  fs::create_directory(fs::path(program.Directory()) / "data");
+  const std::string script = program.Write("app.js", R"(
+    const options = { rootPath: "data/", only: ["*.png", "last"], exclude: "no*", settle: 100 };
+    for (const wrong of [{ settle: -1 }, { settle: "1" }, { settle: 1.5 }, { exclude: [1] }, { only: {} },
+                         { since: "../x" }, { since: 1 }, { exclude: { length: 1e9 } }]) {
+      try { new FileSystemWatcher({ ...options, ...wrong }); console.log("accepted", JSON.stringify(wrong)); }
+      catch (error) { if (error.name !== "NS_ERROR_INVALID_ARG") console.log(error); }
+    }
+    new FileSystemWatcher({ rootPath: "data/", settle: undefined, only: null, other: 1 });
+    const watcher = new FileSystemWatcher({ ...options, listener: {
+      onWatcherStarted() { console.log("started"); },
+      onFileSystemAdded(path) { console.log("added", path); if (path === "last") quit(0); },
+      onFileSystemChanged(path) { console.log("changed", path); },
+      onFileSystemRemoved(path) { console.log("removed", path); },
+    } });
+    watcher.startWatching();
+  )");
+  program.Start({script});
+  ASSERT_TRUE(program.WaitFor("started\n"));
+  const fs::path data = fs::path(program.Directory()) / "data";
+  for (const char* name : {"a.png", "no.png", "b.txt", "gone.png"}) std::ofstream(data / name);
+  std::ofstream(data / "a.png") << "text";
+  fs::remove(data / "gone.png");
+  std::ofstream(data / "last");
+  const nsOutcome outcome = program.Finish(0);
+  EXPECT_EQ(outcome.mStatus, 0) << outcome.mErrors;
+  EXPECT_EQ(outcome.mOutput, "started\nadded a.png\nadded last\n");
+}
+
 TEST(Watch, HostIsTakenForAPartOfThePath) {
   nsProgram program;
   for (const char* url : {"file://server/tmp/", "//server/tmp/"}) {
@@ -138,6 +212,9 @@ TEST(Watch, NamesSteerTheTerminal) {
     for (const std::string& name : odd) std::ofstream(root / ("n" + name + (json ? "1" : "2")));
     std::ofstream(root / (json ? "last1" : "last2"));
     ASSERT_TRUE(program.WaitFor(json ? "last1" : "last2"));
+    std::ofstream(root /
+                  (json ? "end1" : "end2"));  // told after all that the look before has found
+    ASSERT_TRUE(program.WaitFor(json ? "end1" : "end2"));
     const std::string output = program.Finish(SIGTERM).mOutput;
     EXPECT_GE(static_cast<size_t>(std::count(output.begin(), output.end(), '\n')), odd.size() + 2);
     for (const std::string& name : odd) EXPECT_EQ(output.find(name), std::string::npos) << output;

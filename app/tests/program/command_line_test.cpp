@@ -44,8 +44,9 @@ TEST(CommandLine, WatchMixesUpItsDirectoriesAndItsOptions) {
   const auto line =
       Parsed({"watch", "a", "--exclude", "*.tmp", "--once", "b", "--only=x=y", "--", "--c"});
   EXPECT_EQ(line.mArguments, (std::vector<std::string>{"a", "b", "--c"}));
-  EXPECT_EQ(line.mWatchOptions,
-            (std::vector<std::string>{"--exclude=*.tmp", "--once", "--only=x=y"}));
+  EXPECT_EQ(line.mWatchOptions.mExclude, std::vector<std::string>{"*.tmp"});
+  EXPECT_EQ(line.mWatchOptions.mOnly, std::vector<std::string>{"x=y"});
+  EXPECT_TRUE(line.mWatchOptions.mOnce);
 }
 
 TEST(CommandLine, ShellTakesOptionsOnBothSides) {
@@ -72,6 +73,8 @@ TEST(CommandLine, MistakesAreSilentlyAccepted) {
     EXPECT_NE(ErrorOf({"watch", std::string("--settle=") + value, "a"}).find("--settle"),
               std::string::npos);
   }
+  for (const char* name : {"", ".x", "a/b", "\xC3\xA4"})
+    EXPECT_NE(ErrorOf({"watch", "a", "--since", name}).find("--since"), std::string::npos);
   EXPECT_NE(ErrorOf({"shell", "a"}).find("'a'"), std::string::npos);
   EXPECT_NE(ErrorOf({"-e"}).find("-e"), std::string::npos);
   EXPECT_NE(ErrorOf({"--watch", "app.js"}).find("--watch"), std::string::npos);

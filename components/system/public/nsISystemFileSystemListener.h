@@ -26,6 +26,8 @@ class nsISystemFileSystemListener : public nsISupports {
   static constexpr uint32_t ERROR_ROOT_GONE = 3u;
   /// The watch stands, but something below the root is not watched.
   static constexpr uint32_t ERROR_INCOMPLETE = 4u;
+  /// There is no earlier snapshot to compare with.
+  static constexpr uint32_t ERROR_FULL_LISTING = 5u;
 
   /// The watch stands; what changes from now on is reported.
   virtual nsresult OnWatcherStarted() = 0;
@@ -42,6 +44,10 @@ class nsISystemFileSystemListener : public nsISupports {
   /// a directory: it can't be watched, and nothing is heard of what is below it. It is tried again
   /// from time to time, and what it holds by then is reported as added. Of many at once some are
   /// told, and when the system can watch no more, the first; to those who watch at that time.
+  ///
+  /// ERROR_FULL_LISTING with the name: of a watch with the option "since", the snapshot of that
+  /// name was never there, is damaged, or of another directory. All there is is told as added, and
+  /// the watch goes on.
   virtual nsresult OnWatcherError(uint32_t aCode, const nsAString& aText) = 0;
   /// A file was written to, or something came into, left or got another name in a directory.
   virtual nsresult OnFileSystemChanged(const nsAString& aPath) = 0;

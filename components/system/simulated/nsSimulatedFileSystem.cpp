@@ -239,6 +239,31 @@ nsresult nsSimulatedFiles::OpenListing(const nsAString& aPath, bool,
   return NS_OK;
 }
 
+nsresult nsSimulatedFiles::ReadVolume(const nsAString& aPath, uint64_t* aVolume) {
+  if (nsresult rv = Enter("ReadVolume"); NS_FAILED(rv)) return rv;
+  std::lock_guard lock(mLock);
+  const NodeRef node = Find(NS_View(aPath));
+  if (!node) return NS_ERROR_FILE_NOT_FOUND;
+  *aVolume = node->mFacts.mVolume;
+  return NS_OK;
+}
+
+nsresult nsSimulatedFiles::ReadKept(const nsAString& aPath, std::string* aContents) {
+  if (nsresult rv = Enter("ReadKept"); NS_FAILED(rv)) return rv;
+  std::lock_guard lock(mLock);
+  const auto kept = mKept.find(std::u16string(NS_View(aPath)));
+  if (kept == mKept.end()) return NS_ERROR_FILE_NOT_FOUND;
+  *aContents = kept->second;
+  return NS_OK;
+}
+
+nsresult nsSimulatedFiles::ReplaceKept(const nsAString& aPath, std::string_view aContents) {
+  if (nsresult rv = Enter("ReplaceKept"); NS_FAILED(rv)) return rv;
+  std::lock_guard lock(mLock);
+  mKept[std::u16string(NS_View(aPath))] = aContents;
+  return NS_OK;
+}
+
 // ---- Changes
 
 class nsSimulatedDirectoryChanges::Reader final : public nsPlatformDirectoryReader {

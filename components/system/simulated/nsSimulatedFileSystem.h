@@ -56,6 +56,11 @@ class nsSimulatedFiles final : public nsPlatformFiles, public nsSimulatedPort {
   /// In the order of names.
   nsresult OpenListing(const nsAString& aPath, bool aFollowLink,
                        std::unique_ptr<Listing>* aListing) override;
+  /// The one that SetVolume has given the path, 1 without.
+  nsresult ReadVolume(const nsAString& aPath, uint64_t* aVolume) override;
+  /// What is kept is no simulated file: it is there in any case, and in no listing.
+  nsresult ReadKept(const nsAString& aPath, std::string* aContents) override;
+  nsresult ReplaceKept(const nsAString& aPath, std::string_view aContents) override;
 
  private:
   using FreeINodes = std::shared_ptr<std::vector<uint64_t>>;
@@ -84,6 +89,7 @@ class nsSimulatedFiles final : public nsPlatformFiles, public nsSimulatedPort {
   uint64_t mLastINode = 0;
   const FreeINodes mFreeINodes = std::make_shared<std::vector<uint64_t>>();
   NodeRef mRoot;
+  std::map<std::u16string, std::string> mKept;
   std::function<void(std::u16string_view)> mObserver;
 };
 

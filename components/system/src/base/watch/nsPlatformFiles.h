@@ -4,6 +4,8 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
+#include <string_view>
 
 #include "nsString.h"
 
@@ -67,4 +69,22 @@ class nsPlatformFiles {
   /// Windows: FindFirstFileW.
   virtual nsresult OpenListing(const nsAString& aPath, bool aFollowLink,
                                std::unique_ptr<Listing>* aListing) = 0;
+
+  /// What tells the volume that a path is on from others, in later runs too: numbers of files are
+  /// the same files there. Never 0. NS_ERROR_NOT_AVAILABLE when the volume has nothing of the kind;
+  /// NS_ERROR_FILE_NOT_FOUND.
+  /// Windows: GetVolumeInformationW, the serial number.
+  virtual nsresult ReadVolume(const nsAString& aPath, uint64_t* aVolume) = 0;
+
+  /// Reads what ReplaceKept has written. NS_ERROR_FILE_NOT_FOUND, NS_ERROR_FILE_TOO_BIG beyond 512
+  /// MiB, NS_ERROR_FILE_UNKNOWN_TYPE for what is no regular file.
+  /// Windows: ReadFile.
+  virtual nsresult ReadKept(const nsAString& aPath, std::string* aContents) = 0;
+
+  /// Puts a file in the place of another, or of none, for this user alone, and makes the directory
+  /// that it lies in: after a crash at any moment there is the whole old one or the whole new one.
+  /// NS_ERROR_FILE_ACCESS_DENIED, NS_ERROR_FILE_NO_DEVICE_SPACE, NS_ERROR_FILE_NOT_FOUND when there
+  /// is no place for the directory.
+  /// Windows: ReplaceFileW.
+  virtual nsresult ReplaceKept(const nsAString& aPath, std::string_view aContents) = 0;
 };

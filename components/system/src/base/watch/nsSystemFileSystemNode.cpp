@@ -11,7 +11,7 @@ nsSystemFileSystemNode::~nsSystemFileSystemNode() {
   std::vector<nsCOMPtr<nsSystemFileSystemNode>> dying;
   const auto take = [&dying](nsSystemFileSystemNode& aNode) {
     if (!aNode.mChildren) return;
-    for (auto& [name, child] : *aNode.mChildren) dying.push_back(std::move(child));
+    for (const auto& [name, child] : *aNode.mChildren) dying.push_back(child);
     aNode.mChildren.reset();
   };
   take(*this);
@@ -86,17 +86,23 @@ const nsFileSystemNodeMap& nsSystemFileSystemNode::Children() const {
   return mChildren ? *mChildren : kNone;
 }
 
+void nsSystemFileSystemNode::ExpectChildren(size_t aCount) {
+  if (aCount == 0) return;
+  if (!mChildren) mChildren = std::make_unique<nsFileSystemNodeMap>();
+  mChildren->reserve(mChildren->size() + aCount);
+}
+
 nsresult nsSystemFileSystemNode::AddChild(nsSystemFileSystemNode* aNode) {
   NS_ENSURE_TRUE(aNode, NS_ERROR_NULL_POINTER);
   if (!mChildren) mChildren = std::make_unique<nsFileSystemNodeMap>();
-  mChildren->try_emplace(aNode->mLeafName, aNode);
+  mChildren->emplace(aNode->mLeafName, aNode);
   aNode->mParent = this;
   return NS_OK;
 }
 
 nsresult nsSystemFileSystemNode::RemoveChild(nsSystemFileSystemNode* aNode) {
   NS_ENSURE_TRUE(aNode, NS_ERROR_NULL_POINTER);
-  if (mChildren) mChildren->erase(nsString(aNode->mLeafName));
+  if (mChildren) mChildren->erase(nsString(aNode->mLeafName).view());
   return NS_OK;
 }
 

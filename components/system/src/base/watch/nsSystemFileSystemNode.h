@@ -3,23 +3,11 @@
 
 #include <atomic>
 #include <memory>
-#include <unordered_map>
 
 #include "nsCOMPtr.h"
+#include "nsFileSystemNodeMap.h"
 #include "nsPlatformFiles.h"
 #include "nsString.h"
-
-class nsSystemFileSystemNode;
-
-struct nsFileNameHash {
-  using is_transparent = void;
-  size_t operator()(std::u16string_view aName) const {
-    return std::hash<std::u16string_view>()(aName);
-  }
-};
-/// Children by the name that they had when they were added. Ordinal, case-sensitive comparison.
-using nsFileSystemNodeMap =
-    std::unordered_map<nsString, nsCOMPtr<nsSystemFileSystemNode>, nsFileNameHash, std::equal_to<>>;
 
 /// Owned by its parent's map, by changes that speak of it, and by who works on it. The counts may
 /// change on any thread; all else of a node in the live tree is guarded by the tree's lock.
@@ -52,7 +40,10 @@ class nsSystemFileSystemNode final {
   nsPlatformFiles::Kind Kind() const { return mKind; }
   uint16_t Volume() const { return mVolume; }
 
+  /// By the name that they had when they were added.
   const nsFileSystemNodeMap& Children() const;
+  /// So many are to be added.
+  void ExpectChildren(size_t aCount);
   /// Keeps the present child of that name, if there is one; becomes the new one's parent in any
   /// case.
   nsresult AddChild(nsSystemFileSystemNode* aNode);

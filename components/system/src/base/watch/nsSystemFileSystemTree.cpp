@@ -8,7 +8,7 @@
 #include "nsIThreadManager.h"
 #include "nsLogger.h"
 #include "nsServices.h"
-#include "nsVorelMethodCaller.h"
+#include "nsSystemFileSystemSnapshot.h"
 
 namespace {
 
@@ -16,6 +16,16 @@ constexpr uint32_t eChanged = nsSystemFileSystemChange::eChanged;
 constexpr uint32_t eAdded = nsSystemFileSystemChange::eAdded;
 constexpr uint32_t eRemoved = nsSystemFileSystemChange::eRemoved;
 constexpr uint32_t eMoved = nsSystemFileSystemChange::eMoved;
+
+// One event of the owner's thread reports so many; others of its events come in between.
+constexpr int kReportsAtOnce = 64;
+
+// How often all of a tree is looked at until nothing more differs from an earlier snapshot: a look
+// tells that a directory has moved, and only the next one what has changed in it.
+constexpr int kMostLooks = 100;
+
+// Of what was on a volume that can't be told to be the same: no identity of today is on this one.
+constexpr uint64_t kNoVolume = UINT64_MAX;
 
 bool StringBeginsWith(const nsAString& aText, const nsAString& aBeginning) {
   return NS_View(aText).starts_with(NS_View(aBeginning));
@@ -84,11 +94,19 @@ nsresult nsSystemFileSystemTree::InitTree() {
   return threadPool->Dispatch(runnable.get(), NS_DISPATCH_NORMAL);
 }
 
+void nsSystemFileSystemTree::CompareWith(const nsAString& aFile,
+                                         std::function<void()> aOnFullListing) {
+  mEarlierFile = aFile;
+  mOnFullListing = std::move(aOnFullListing);
+}
+
 nsresult nsSystemFileSystemTree::BuildTree() {
+  // Without a report to keep it for, the tree is told of only while it lives.
+  constexpr auto kMode = vorel::threads::eWeak;
   if (mIsCancelled) return NS_OK;
   bool exists = false;
   if (NS_FAILED(mFiles->Exists(mRootPath, &exists)) || !exists)
-    return DispatchToOwner(&nsSystemFileSystemTree::NotifyRootPathMissing);
+    return DispatchToOwner<kMode>(&nsSystemFileSystemTree::NotifyRootPathMissing);
 
   {
     std::lock_guard lock(mRootNodeLock);
@@ -99,13 +117,78 @@ nsresult nsSystemFileSystemTree::BuildTree() {
     // That it can't be opened is told by whoever reads.
     if (mReader) (void)mReader->Open(mRootPath);
     // A root that can't be read is announced as ready all the same; updates fail by its absence.
-    if (mRootNode) (void)AddChildren(mRootPath, mRootNode.get(), true, false);
+    if (mRootNode && mEarlierFile.IsEmpty())
+      (void)AddChildren(mRootPath, mRootNode.get(), true, false);
   }
+  if (mRootNode && !mEarlierFile.IsEmpty()) CatchUp();
   if (mIsCancelled) return NS_OK;
-  return DispatchToOwner(&nsSystemFileSystemTree::NotifyTreeReady);
+  return DispatchToOwner<kMode>(&nsSystemFileSystemTree::NotifyTreeReady);
+}
+
+// The earlier snapshot becomes this tree's, and then all of it is looked at: what differs is told
+// as any change is, moves included.
+void nsSystemFileSystemTree::CatchUp() {
+  std::string bytes;
+  uint64_t volume = 0;
+  (void)mFiles->ReadVolume(mRootPath, &volume);
+  const auto strange = static_cast<uint16_t>(mVolumes.size());
+  mVolumes.push_back(kNoVolume);
+  const nsCOMPtr<nsSystemFileSystemNode> empty = mRootNode;
+  const bool isThere =
+      NS_SUCCEEDED(mFiles->ReadKept(mEarlierFile, &bytes)) &&
+      NS_ParseSnapshot(bytes, {mRootPath.view(), volume, mRootNode->Volume(), strange},
+                       mRootNode.get());
+  bytes = {};
+  if (!isThere) {
+    // What a damaged one has left of itself goes.
+    nsPlatformFiles::Entry root;
+    nsCOMPtr<nsSystemFileSystemNode> fresh;
+    if (NS_SUCCEEDED(mFiles->ReadEntry(mRootPath, &root)) &&
+        NS_SUCCEEDED(CreateNode(&root, nullptr, fresh.getter_AddRefs()))) {
+      std::lock_guard lock(mRootNodeLock);
+      mRootNode = fresh;
+    }
+    (void)DispatchToOwner<vorel::threads::eStrong>(&nsSystemFileSystemTree::NotifyFullListing);
+  }
+
+  mIsCatchingUp = true;
+  bool isDone = false;
+  for (int looks = 0; !isDone && looks < kMostLooks && !mIsCancelled; ++looks) {
+    (void)StartUpdate(true);
+    std::vector<nsString> directories{WithSeparator(mRootPath)};
+    for (size_t i = 0; i < directories.size(); ++i) {
+      nsCOMPtr<nsSystemFileSystemNode> node;
+      if (NS_FAILED(GetNode(directories[i], mRootNode.get(), node.getter_AddRefs()))) continue;
+      for (const auto& [leafName, child] : node->Children()) {
+        if (child->Kind() != nsPlatformFiles::kDirectory) continue;
+        nsString path(directories[i]);
+        directories.push_back(WithSeparator(path += leafName));
+      }
+    }
+    for (const nsString& directory : directories)
+      if (!mIsCancelled && Expects(directory)) (void)Update(directory);
+    const bool isSame = std::ranges::all_of(mChanges, [](const auto& aChange) { return !aChange; });
+    (void)StopUpdate();
+    isDone = isSame && !IsUnfinished() && LeftOut().empty();
+  }
+  mIsCatchingUp = false;
+}
+
+std::string nsSystemFileSystemTree::Format() {
+  uint64_t volume = 0;
+  (void)mFiles->ReadVolume(mRootPath, &volume);
+  std::lock_guard lock(mRootNodeLock);
+  if (!mRootNode) return {};
+  return NS_FormatSnapshot({mRootPath.view(), volume, mRootNode->Volume(), 0}, *mRootNode);
+}
+
+nsresult nsSystemFileSystemTree::NotifyFullListing() {
+  CallListener([this](nsISystemFileSystemTreeListener*) { mOnFullListing(); });
+  return NS_OK;
 }
 
 nsresult nsSystemFileSystemTree::NotifyTreeReady() {
+  (void)Deliver();  // what has been found before
   CallListener([this](nsISystemFileSystemTreeListener* aListener) {
     (void)aListener->OnTreeReady(mRootPath, mDiscoveredDirs);
   });
@@ -182,6 +265,7 @@ nsresult nsSystemFileSystemTree::GetPathEntries(
     const nsAString& aPath, std::unique_ptr<nsPlatformFiles::Listing>* aEntries) {
   // The root may be a link. Below it links are not followed, also when one takes a directory's
   // place between two looks.
+  if (mIsCatchingUp && mReader) (void)mReader->Watch(aPath);
   return mFiles->OpenListing(aPath, WithSeparator(aPath) == WithSeparator(mRootPath), aEntries);
 }
 
@@ -221,6 +305,7 @@ nsresult nsSystemFileSystemTree::AddChildren(const nsAString& aPath,
     (void)GetChildren(path, node.get(), &children, &leftOut);
     // A link in a new directory is told by the first look at that, which must come in any case.
     if (leftOut && aNotifyListener) mLeftOut.push_back(base);
+    node->ExpectChildren(children.size());
     for (const auto& [leafName, child] : children) {
       if (NS_FAILED(node->AddChild(child.get()))) continue;
       bool isDir;
@@ -460,6 +545,7 @@ nsresult nsSystemFileSystemTree::StopUpdate() {
   mINodeIndex.clear();
   mGone.clear();
   mChanges.clear();
+  ++mCycles;
   return NS_OK;
 }
 
@@ -612,23 +698,68 @@ nsresult nsSystemFileSystemTree::NotifyBelow(const nsSystemFileSystemNode& aDirN
 nsresult nsSystemFileSystemTree::NotifyChanges(const nsAString& aPath, uint32_t aChangeType) {
   NS_ENSURE_TRUE(aChangeType == eChanged || aChangeType == eAdded || aChangeType == eRemoved,
                  NS_ERROR_INVALID_ARG);
-  if (!IsOnOwnerThread())
-    return DispatchToOwner<nsString_external, uint32_t>(&nsSystemFileSystemTree::NotifyChanges,
-                                                        aPath, aChangeType);
-  CallListener([&](nsISystemFileSystemTreeListener* aListener) {
-    (void)aListener->OnChangeFound(aPath, aChangeType);
-  });
-  return NS_OK;
+  return Report(aPath, nsString(), aChangeType);
 }
 
 nsresult nsSystemFileSystemTree::NotifyMove(const nsAString& aOldPath, const nsAString& aNewPath) {
-  if (!IsOnOwnerThread())
-    return DispatchToOwner<nsString_external, nsString_external>(
-        &nsSystemFileSystemTree::NotifyMove, aOldPath, aNewPath);
+  return Report(aOldPath, aNewPath, eMoved);
+}
+
+// The owner's thread gets one event for many reports: those of a burst would each cost it one.
+nsresult nsSystemFileSystemTree::Report(const nsAString& aPath, const nsAString& aNewPath,
+                                        uint32_t aChangeType) {
+  const bool isOwner = IsOnOwnerThread();
+  {
+    std::lock_guard lock(mReportsLock);
+    mReports.push_back(
+        {aChangeType, std::u16string(NS_View(aPath)), std::u16string(NS_View(aNewPath))});
+    if (!isOwner && std::exchange(mIsDelivering, true)) return NS_OK;
+  }
+  if (isOwner) return Deliver();
+  // What has something to tell keeps the tree.
+  const nsresult rv =
+      DispatchToOwner<vorel::threads::eStrong>(&nsSystemFileSystemTree::DeliverSome);
+  if (NS_FAILED(rv)) {
+    std::lock_guard lock(mReportsLock);
+    mIsDelivering = false;
+    mReports.pop_back();
+  }
+  return rv;
+}
+
+bool nsSystemFileSystemTree::DeliverOne() {
+  Found found;
+  {
+    std::lock_guard lock(mReportsLock);
+    if (mReports.empty()) return false;
+    found = std::move(mReports.front());
+    mReports.pop_front();
+  }
   CallListener([&](nsISystemFileSystemTreeListener* aListener) {
-    (void)aListener->OnMoveFound(aOldPath, aNewPath);
+    const nsDependentString path(found.mPath), newPath(found.mNewPath);
+    if (found.mType == eMoved)
+      (void)aListener->OnMoveFound(path, newPath);
+    else
+      (void)aListener->OnChangeFound(path, found.mType);
   });
+  return true;
+}
+
+nsresult nsSystemFileSystemTree::Deliver() {
+  while (DeliverOne()) {
+  }
   return NS_OK;
+}
+
+nsresult nsSystemFileSystemTree::DeliverSome() {
+  for (int i = 0; i < kReportsAtOnce; ++i)
+    if (!DeliverOne()) break;
+  {
+    std::lock_guard lock(mReportsLock);
+    mIsDelivering = !mReports.empty();
+    if (!mIsDelivering) return NS_OK;
+  }
+  return DispatchToOwner<vorel::threads::eStrong>(&nsSystemFileSystemTree::DeliverSome);
 }
 
 template <class Call>
@@ -644,14 +775,9 @@ void nsSystemFileSystemTree::CallListener(Call aCall) {
     aCall(listener.get());
 }
 
-template <class... Stored, class... P>
-nsresult nsSystemFileSystemTree::DispatchToOwner(nsresult (nsSystemFileSystemTree::*aMethod)(P...),
-                                                 std::type_identity_t<P>... aArguments) {
-  // What has something to tell keeps the tree; without arguments it is told only while it lives.
-  constexpr auto kOwnership =
-      sizeof...(Stored) == 0 ? vorel::threads::eWeak : vorel::threads::eStrong;
-  const auto runnable =
-      NS_NewRunnableMethodCaller<kOwnership, Stored...>(this, aMethod, aArguments...);
+template <vorel::threads::Ownership Mode>
+nsresult nsSystemFileSystemTree::DispatchToOwner(nsresult (nsSystemFileSystemTree::*aMethod)()) {
+  const auto runnable = NS_NewRunnableMethodCaller<Mode>(this, aMethod);
   return mOwnerThread->Dispatch(runnable.get(), NS_DISPATCH_NORMAL);
 }
 

@@ -5,8 +5,11 @@
 #pragma once
 
 #include <atomic>
+#include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
@@ -17,6 +20,7 @@
 #include "nsPlatformFiles.h"
 #include "nsSystemFileSystemChange.h"
 #include "nsThreadSafeWeakReference.h"
+#include "nsVorelMethodCaller.h"
 
 class nsISystemFileSystemTreeListener;
 
@@ -42,6 +46,15 @@ class nsSystemFileSystemTree final : public nsThreadSafeSupportsWeakReference {
   nsresult ClearListener();
   /// Ends walks early, also those that have not begun, without a word. Any thread.
   void Cancel() { mIsCancelled = true; }
+  /// The first snapshot is compared with the one that an earlier tree of this root has left in the
+  /// file: what differs is reported before OnTreeReady. Where there is none, or one that is damaged
+  /// or of another root, aOnFullListing is called on the owner's thread, and everything there is is
+  /// reported as added. To be called before Init.
+  void CompareWith(const nsAString& aFile, std::function<void()> aOnFullListing);
+  /// The snapshot as bytes, for such a file. Not during a cycle.
+  std::string Format();
+  /// How many cycles have ended. Any thread.
+  uint64_t Cycles() const { return mCycles; }
 
   /// Returns at once; the first snapshot is taken on the thread pool. Once for each tree:
   /// NS_ERROR_ALREADY_INITIALIZED.
@@ -66,6 +79,8 @@ class nsSystemFileSystemTree final : public nsThreadSafeSupportsWeakReference {
   /// left out because another stood in its way (of the same inode, of the same name, of a directory
   /// above), or a directory moved while one of those asked for was not known.
   bool IsUnfinished() const { return mIsUnfinished; }
+  /// Reports at once what is still on its way to the owner's thread, which calls this.
+  nsresult Deliver();
   /// Directories that are to be looked at, whether or not anything changes there: those that the
   /// last cycle has walked and that hold what a walk leaves out (links, special files), and all
   /// below one whose place another one has taken.
@@ -91,6 +106,10 @@ class nsSystemFileSystemTree final : public nsThreadSafeSupportsWeakReference {
     size_t operator()(const Identity& aIdentity) const {
       return std::hash<uint64_t>()(aIdentity.mINode) ^ aIdentity.mVolume;
     }
+  };
+  struct Found {
+    uint32_t mType;
+    std::u16string mPath, mNewPath;  // the latter of a move
   };
   struct Sighting {
     size_t mChange;  // its place in mChanges
@@ -125,8 +144,13 @@ class nsSystemFileSystemTree final : public nsThreadSafeSupportsWeakReference {
   nsresult NotifyBelow(const nsSystemFileSystemNode& aDirNode, Notify aNotify);
   nsresult NotifyChanges(const nsAString& aPath, uint32_t aChangeType);
   nsresult NotifyMove(const nsAString& aOldPath, const nsAString& aNewPath);
+  void CatchUp();
   nsresult NotifyTreeReady();
   nsresult NotifyRootPathMissing();
+  nsresult NotifyFullListing();
+  nsresult Report(const nsAString& aPath, const nsAString& aNewPath, uint32_t aChangeType);
+  nsresult DeliverSome();
+  bool DeliverOne();
   nsresult GetINode(const nsPlatformFiles::Entry& aFile, uint64_t* aINode, uint16_t* aVolume);
   void LeaveOutTree(const nsAString& aPath, const nsSystemFileSystemNode& aDirNode);
   bool HasIdentity(const nsSystemFileSystemNode& aNode, const nsPlatformFiles::Entry& aFile) const;
@@ -135,9 +159,8 @@ class nsSystemFileSystemTree final : public nsThreadSafeSupportsWeakReference {
 
   template <class Call>
   void CallListener(Call aCall);
-  template <class... Stored, class... P>
-  nsresult DispatchToOwner(nsresult (nsSystemFileSystemTree::*aMethod)(P...),
-                           std::type_identity_t<P>... aArguments);
+  template <vorel::threads::Ownership Mode>
+  nsresult DispatchToOwner(nsresult (nsSystemFileSystemTree::*aMethod)());
   bool IsOnOwnerThread() const;
   nsString WithSeparator(const nsAString& aPath) const;
 
@@ -158,7 +181,14 @@ class nsSystemFileSystemTree final : public nsThreadSafeSupportsWeakReference {
   // call.
   std::recursive_mutex mListenerLock;
   std::vector<nsString> mDiscoveredDirs;
+  nsString mEarlierFile;
+  std::function<void()> mOnFullListing;
+  bool mIsCatchingUp = false;  // what is looked at is watched first
+  std::atomic<uint64_t> mCycles = 0;
 
+  std::mutex mReportsLock;     // guards what follows; nothing else is locked while it is held
+  std::deque<Found> mReports;  // on their way to the owner's thread
+  bool mIsDelivering = false;  // an event for them is on its way
   // The cycle.
   bool mDetectMoves = false;
   bool mIsUnfinished = false;

@@ -7,10 +7,13 @@
 #include "nsDebug.h"
 #include "nsIAppStartup.h"
 #include "nsIEventTarget.h"
+#include "nsIFile.h"
 #include "nsIObserverService.h"
+#include "nsIProperties.h"
 #include "nsIThreadManager.h"
 #include "nsLogger.h"
 #include "nsServices.h"
+#include "nsSystemFileSystemSnapshot.h"
 #include "nsVorelMethodCaller.h"
 
 namespace {
@@ -81,13 +84,25 @@ nsresult nsSystemFileSystemWatcher::QueryInterface(const nsIID& aIID, void** aRe
 nsresult nsSystemFileSystemWatcher::Init(nsISystemFileSystemListener* aListener,
                                          const nsACString& aRootURL, bool aIsRecursive) {
   nsresult rv;
-  const auto observers = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID, &rv);
-  NS_ENSURE_SUCCESS(rv, rv);
-  rv = observers->AddObserver(this, kQuitApplication, true);
+  rv = SetObserving(true);
   NS_ENSURE_SUCCESS(rv, rv);
   mTimer = do_CreateInstance<nsITimer>(NS_TIMER_CONTRACTID, &rv);
   NS_ENSURE_SUCCESS(rv, rv);
   return nsSystemFileSystemWatcherGeneric::Init(aListener, aRootURL, aIsRecursive);
+}
+
+// The service keeps a weak reference and warns of one whose object has died: a watch that has ended
+// is none of its business any more.
+nsresult nsSystemFileSystemWatcher::SetObserving(bool aIsObserving) {
+  if (aIsObserving == mIsObserving) return NS_OK;
+  nsresult rv;
+  const auto observers = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID, &rv);
+  NS_ENSURE_SUCCESS(rv, rv);
+  rv = aIsObserving ? observers->AddObserver(this, kQuitApplication, true)
+                    : observers->RemoveObserver(this, kQuitApplication);
+  NS_ENSURE_SUCCESS(rv, rv);
+  mIsObserving = aIsObserving;
+  return NS_OK;
 }
 
 nsresult nsSystemFileSystemWatcher::StartWatching() {
@@ -96,6 +111,7 @@ nsresult nsSystemFileSystemWatcher::StartWatching() {
     (void)startup->GetShuttingDown(&isQuitting);
   if (isQuitting) mIsQuitting = true;
   if (mIsQuitting) return NS_ERROR_ILLEGAL_DURING_SHUTDOWN;
+  (void)SetObserving(true);  // after a stop
   if (const auto manager = do_GetService<nsIThreadManager>(NS_THREADMANAGER_CONTRACTID);
       manager && !mOwnerThread)
     (void)manager->GetCurrentThread(mOwnerThread.getter_AddRefs());
@@ -104,9 +120,76 @@ nsresult nsSystemFileSystemWatcher::StartWatching() {
 
 nsresult nsSystemFileSystemWatcher::StopWatching() {
   mShuttingDown = true;
+  (void)SetObserving(false);
   if (!mIsWatching) return NS_OK;
   EndThread();
-  return nsSystemFileSystemWatcherGeneric::StopWatching();
+  std::string snapshot;
+  if (const auto tree = Tree(); tree && !mSinceFile.IsEmpty()) {
+    { std::lock_guard lastCycle(mCycleLock); }
+    (void)tree->Deliver();
+    snapshot = tree->Format();
+  }
+  const nsresult rv = nsSystemFileSystemWatcherGeneric::StopWatching();
+  if (!snapshot.empty()) Replace(snapshot);  // now that all of it has been told
+  return rv;
+}
+
+// ---- What is left for the next watch
+
+nsresult nsSystemFileSystemWatcher::SetSince(const nsAString& aName) {
+  nsresult rv;
+  const auto directories = do_GetService<nsIProperties>(NS_DIRECTORYSERVICE_CONTRACTID, &rv);
+  NS_ENSURE_SUCCESS(rv, rv);
+  nsCOMPtr<nsIFile> profile;
+  if (NS_FAILED(directories->Get("ProfD", nsIFile::kIID, NS_OutVoid(profile))))
+    return NS_ERROR_NOT_AVAILABLE;
+  nsString path;
+  rv = profile->GetPath(path);
+  NS_ENSURE_SUCCESS(rv, rv);
+  // A file for each root of the name.
+  const std::string root = std::to_string(NS_Checksum(NS_ToUtf8(mWatchPath)));
+  const char16_t separator = mPlatform->mFiles->Separator();
+  mSince = aName;
+  std::u16string file(path.view());
+  (file += separator) += u"watch";
+  ((file += separator) += NS_View(aName)) += u"-" + NS_ToUtf16(root);
+  mSinceFile = std::u16string_view(file);
+  return NS_OK;
+}
+
+void nsSystemFileSystemWatcher::Prepare(nsSystemFileSystemTree& aTree) {
+  if (mSinceFile.IsEmpty()) return;
+  aTree.CompareWith(mSinceFile, [this] {
+    if (mListener)
+      (void)mListener->OnWatcherError(nsISystemFileSystemListener::ERROR_FULL_LISTING, mSince);
+  });
+}
+
+void nsSystemFileSystemWatcher::Keep() {
+  const auto tree = Tree();
+  if (!tree || mSinceFile.IsEmpty() || mShuttingDown || mUpdateRunning) return;
+  const uint64_t cycles = tree->Cycles();
+  (void)tree->Deliver();
+  const auto threadPool = do_GetService<nsIEventTarget>(VOREL_THREADPOOL_CONTRACTID);
+  const auto runnable = NS_NewRunnableMethodCaller<vorel::threads::eStrong>(
+      this, &nsSystemFileSystemWatcher::KeepCycle, cycles);
+  if (threadPool) (void)threadPool->Dispatch(runnable.get(), NS_DISPATCH_NORMAL);
+}
+
+nsresult nsSystemFileSystemWatcher::KeepCycle(uint64_t aCycles) {
+  std::lock_guard cycle(mCycleLock);
+  const auto tree = Tree();
+  // What a later cycle has found may not have been told yet; the end of the watch keeps it.
+  if (tree && !mShuttingDown && tree->Cycles() == aCycles) Replace(tree->Format());
+  return NS_OK;
+}
+
+void nsSystemFileSystemWatcher::Replace(const std::string& aSnapshot) {
+  std::lock_guard lock(mCycleLock);
+  if (NS_FAILED(mPlatform->mFiles->ReplaceKept(mSinceFile, aSnapshot)))
+    SYSTEM_LOG_ERROR(mLog, "What has been told of " + NS_ToUtf8(mWatchPath) +
+                               " can't be written to " + NS_ToUtf8(mSinceFile) +
+                               ": the next watch tells it again");
 }
 
 nsresult nsSystemFileSystemWatcher::Observe(nsISupports*, const char* aTopic, const char16_t*) {
@@ -117,10 +200,7 @@ nsresult nsSystemFileSystemWatcher::Observe(nsISupports*, const char* aTopic, co
   // nothing: threads would outlive the library.
   if (const auto tree = Tree()) tree->Cancel();
   EndThread();
-  nsresult rv;
-  const auto observers = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID, &rv);
-  NS_ENSURE_SUCCESS(rv, rv);
-  return observers->RemoveObserver(this, kQuitApplication);
+  return SetObserving(false);
 }
 
 void nsSystemFileSystemWatcher::Stop() {
@@ -291,6 +371,7 @@ nsresult nsSystemFileSystemWatcher::Update() {
   const nsCOMPtr<nsISystemFileSystemWatcher> alive = this;
   SYSTEM_LOG_DEBUG(mLog, "BEGIN mWatchPath = " + NS_ToUtf8(mWatchPath));
   const auto tree = Tree();
+  std::lock_guard cycle(mCycleLock);
   if (!mIsWatching || mShuttingDown || !tree) {
     mUpdateRunning = false;
     return NS_OK;

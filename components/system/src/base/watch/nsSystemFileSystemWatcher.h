@@ -44,6 +44,13 @@ class nsSystemFileSystemWatcher final : public nsSystemFileSystemWatcherGeneric,
   /// NS_ERROR_ILLEGAL_DURING_SHUTDOWN once the application ends.
   nsresult StartWatching() override;
   nsresult StopWatching() override;
+  /// The watch begins with what differs from what the last one of this root with this name has
+  /// left in the profile, and leaves its own (nsFileSystemWatcherOptions). Before StartWatching.
+  /// NS_ERROR_NOT_AVAILABLE without a profile.
+  nsresult SetSince(const nsAString& aName);
+  /// What has been reported counts as told, and is left for the next one. Not waited for; nothing
+  /// happens while something is being reported.
+  void Keep();
   nsresult OnTreeReady(const nsAString& aRootPath,
                        const std::vector<nsString>& aDiscoveredDirs) override;
   nsresult Observe(nsISupports* aSubject, const char* aTopic, const char16_t* aData) override;
@@ -56,6 +63,10 @@ class nsSystemFileSystemWatcher final : public nsSystemFileSystemWatcherGeneric,
   class Reads;
 
   std::shared_ptr<nsPlatformDirectoryReader> NewReader() override;
+  nsresult SetObserving(bool aIsObserving);
+  void Prepare(nsSystemFileSystemTree& aTree) override;
+  nsresult KeepCycle(uint64_t aCycles);
+  void Replace(const std::string& aSnapshot);
   std::shared_ptr<nsPlatformDirectoryReader> Reader();
   void EndThread();
   /// Notifies "filesystemwatcher-unwatched" with the root's path: it is there, but can't be
@@ -75,7 +86,10 @@ class nsSystemFileSystemWatcher final : public nsSystemFileSystemWatcherGeneric,
 
   std::unique_ptr<nsEventPump> mThread;
   std::atomic<bool> mShuttingDown = false;  // never cleared
-  bool mIsQuitting = false;                 // the application ends: nothing starts any more
+  bool mIsObserving = false;
+  bool mIsQuitting = false;         // the application ends: nothing starts any more
+  nsString mSince, mSinceFile;      // empty: no comparison
+  std::recursive_mutex mCycleLock;  // held by whoever runs a cycle, or keeps what it found
   nsCOMPtr<nsITimer> mTimer;
   nsCOMPtr<nsIThread> mOwnerThread;  // set once, before there are other threads
 

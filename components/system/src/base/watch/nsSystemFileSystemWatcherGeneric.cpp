@@ -97,6 +97,7 @@ nsresult nsSystemFileSystemWatcherGeneric::StartWatching() {
   }
   nsresult rv = tree->SetListener(this);
   NS_ENSURE_SUCCESS(rv, rv);
+  Prepare(*tree);
   rv = tree->Init(mWatchPath, mIsRecursive);
   NS_ENSURE_SUCCESS(rv, rv);
   return NS_OK;

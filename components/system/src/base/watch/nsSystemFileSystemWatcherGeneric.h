@@ -47,6 +47,8 @@ class nsSystemFileSystemWatcherGeneric : public nsThreadSafeSupportsWeakReferenc
   virtual void Stop();
   /// The source of events of a new watch, which the first walk opens; null where there is none.
   virtual std::shared_ptr<nsPlatformDirectoryReader> NewReader() { return nullptr; }
+  /// A new watch's tree, before its first walk.
+  virtual void Prepare(nsSystemFileSystemTree&) {}
 
   nsCOMPtr<nsSystemFileSystemTree> Tree();
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "nsIFileSystemWatcher.h"
+#include "nsIFileSystemWatcherOptions.h"
 #include "nsIJSNativeInitializer.h"
 #include "nsILoadGroup.h"
 #include "nsILog4.h"
@@ -16,6 +17,7 @@
 /// in the document's load group, and asks the shared service. Main thread only.
 class nsSystemFileSystemWatcherProxy final : public nsThreadSafeSupportsWeakReference,
                                              public nsIFileSystemWatcher,
+                                             public nsIFileSystemWatcherOptions,
                                              public nsIJSNativeInitializer {
  public:
   /// Answered with the object itself. It is also the identifier of weak-reference support, whose
@@ -42,6 +44,8 @@ class nsSystemFileSystemWatcherProxy final : public nsThreadSafeSupportsWeakRefe
   nsresult GetWatchPath(nsAString& aWatchPath) override;
   nsresult GetIsSupported(bool* aIsSupported) override;
 
+  nsresult SetOptions(const nsFileSystemWatcherOptions& aOptions) override;
+
   nsresult Initialize(nsISupports* aOwner, JSContext* cx, JSObject* aObject, uint32_t aArgc,
                       jsval* aArgv) override;
 
@@ -56,12 +60,17 @@ class nsSystemFileSystemWatcherProxy final : public nsThreadSafeSupportsWeakRefe
   nsresult RefuseWhileTold();
   /// Ends the watch when nothing is being told any more; needs no proxy.
   static void StopLater(const nsCString& aRootURL, nsISystemFileSystemListener* aListener);
+  /// What the options ask for stands between the watch and the listener.
+  nsresult StartClient();
 
   const nsCOMPtr<nsILog4Logger> mLog;
   nsCOMPtr<nsILoadGroup> mLoadGroup;
   nsCOMPtr<nsIRequest> mRequest;
   nsCOMPtr<nsISystemFileSystemListener> mListener;
   nsCString mRootURL;
+  nsFileSystemWatcherOptions mOptions;
+  nsCOMPtr<nsISystemFileSystemListener> mClient;  // what the watch calls while it is one
+  nsCOMPtr<nsISystemFileSystemWatcher> mOwn;      // with "since": shared with nobody
   bool mIsWatching = false;
   // A watch that stands already is told of inside the start: nothing is to be undone yet.
   bool mIsStarting = false;

@@ -10,9 +10,11 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <new>
 #include <utility>
 
+#include "nsNativeFile.h"
 #include "nsNativePaths.h"
 #include "nsUtf.h"
 
@@ -161,4 +163,33 @@ nsresult nsLinuxFiles::OpenListing(const nsAString& aPath, bool aFollowLink,
   (void)fd.release();
   *aListing = std::make_unique<LinuxListing>(directory);
   return NS_OK;
+}
+
+nsresult nsLinuxFiles::ReadVolume(const nsAString& aPath, uint64_t* aVolume) {
+  const std::string path = vorel::Utf16ToName(NS_View(aPath));
+  if (!IsPath(path)) return NS_ERROR_FILE_UNRECOGNIZED_PATH;
+  const nsUniqueFd fd(vorel::OpenDirectoryAt(AT_FDCWD, path, O_PATH));
+  struct statfs volume;
+  if (!fd || fstatfs(fd.get(), &volume) != 0) return vorel::DirectoryError(errno);
+  uint64_t identifier = 0;
+  static_assert(sizeof volume.f_fsid == sizeof identifier);
+  std::memcpy(&identifier, &volume.f_fsid, sizeof identifier);
+  if (identifier == 0) return NS_ERROR_NOT_AVAILABLE;
+  *aVolume = identifier;
+  return NS_OK;
+}
+
+nsresult nsLinuxFiles::ReadKept(const nsAString& aPath, std::string* aContents) {
+  constexpr size_t kLimit = size_t{512} << 20;
+  return NS_ReadFile(vorel::Utf16ToName(NS_View(aPath)), aContents, kLimit, nsFileKind::eRegular);
+}
+
+nsresult nsLinuxFiles::ReplaceKept(const nsAString& aPath, std::string_view aContents) {
+  const std::string path = vorel::Utf16ToName(NS_View(aPath));
+  if (!IsPath(path)) return NS_ERROR_FILE_UNRECOGNIZED_PATH;
+  std::error_code error;
+  const auto directory = std::filesystem::path(path).parent_path();
+  if (std::filesystem::create_directories(directory, error))
+    std::filesystem::permissions(directory, std::filesystem::perms::owner_all, error);
+  return NS_ReplaceFile(path, aContents);
 }

@@ -11,4 +11,8 @@ class nsLinuxFiles final : public nsPlatformFiles {
   nsresult ReadEntry(const nsAString& aPath, Entry* aEntry) override;
   nsresult OpenListing(const nsAString& aPath, bool aFollowLink,
                        std::unique_ptr<Listing>* aListing) override;
+  /// Of most volumes made of their identifier; of those in memory, of a number of each mount.
+  nsresult ReadVolume(const nsAString& aPath, uint64_t* aVolume) override;
+  nsresult ReadKept(const nsAString& aPath, std::string* aContents) override;
+  nsresult ReplaceKept(const nsAString& aPath, std::string_view aContents) override;
 };
