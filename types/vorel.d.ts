@@ -1022,6 +1022,15 @@ interface nsISystemFileSystemWatcher extends nsISupports {
  *   listener   object: implements nsISystemFileSystemListener, and ...2 if it wants moves
  *   recursive  boolean: taken and without effect, all watchers are recursive
  *   document   object: a document in place of the script's own
+ *   exclude    text or array of texts: patterns; what fits, and all below it, is not told
+ *   only       text or array of texts: patterns; nothing else is told
+ *   settle     number, whole milliseconds: a change is told once nothing more has happened to the
+ *              same path for this time
+ *   since      text: what differs from what the last watch of the root with this name has left in
+ *              the profile is told first
+ *
+ * of which nsFileSystemWatcherOptions tells more. NS_ERROR_INVALID_ARG when one of the last four
+ * is there and wrong; other keys are ignored.
  *
  * Without a listener StartWatching succeeds and does nothing. The watch ends with the document.
  * Main thread only.
@@ -1656,6 +1665,7 @@ interface nsISystemFileSystemListener extends nsISupports {
   readonly ERROR_TREE: 2;
   readonly ERROR_ROOT_GONE: 3;
   readonly ERROR_INCOMPLETE: 4;
+  readonly ERROR_FULL_LISTING: 5;
   /** The watch stands; what changes from now on is reported. */
   onWatcherStarted(): void;
   /** The watch has ended. */
@@ -1672,6 +1682,10 @@ interface nsISystemFileSystemListener extends nsISupports {
    * a directory: it can't be watched, and nothing is heard of what is below it. It is tried again
    * from time to time, and what it holds by then is reported as added. Of many at once some are
    * told, and when the system can watch no more, the first; to those who watch at that time.
+   *
+   * ERROR_FULL_LISTING with the name: of a watch with the option "since", the snapshot of that
+   * name was never there, is damaged, or of another directory. All there is is told as added, and
+   * the watch goes on.
    */
   onWatcherError(code: number, text: string): void;
   /** A file was written to, or something came into, left or got another name in a directory. */
@@ -2245,8 +2259,8 @@ interface nsInterfaces {
   readonly nsISystemDisplayMode: nsInterfaceID<nsISystemDisplayMode>;
   readonly nsISystemDisplayOutputBinding: nsInterfaceID<nsISystemDisplayOutputBinding>;
   readonly nsISystemDisplayPosition: nsInterfaceID<nsISystemDisplayPosition>;
-  readonly nsISystemFileSystemListener: nsInterfaceID<nsISystemFileSystemListener> & { readonly ERROR_ROOT_MISSING: 0; readonly ERROR_TREE: 2; readonly ERROR_ROOT_GONE: 3; readonly ERROR_INCOMPLETE: 4; };
-  readonly nsISystemFileSystemListener2: nsInterfaceID<nsISystemFileSystemListener2> & { readonly ERROR_ROOT_MISSING: 0; readonly ERROR_TREE: 2; readonly ERROR_ROOT_GONE: 3; readonly ERROR_INCOMPLETE: 4; };
+  readonly nsISystemFileSystemListener: nsInterfaceID<nsISystemFileSystemListener> & { readonly ERROR_ROOT_MISSING: 0; readonly ERROR_TREE: 2; readonly ERROR_ROOT_GONE: 3; readonly ERROR_INCOMPLETE: 4; readonly ERROR_FULL_LISTING: 5; };
+  readonly nsISystemFileSystemListener2: nsInterfaceID<nsISystemFileSystemListener2> & { readonly ERROR_ROOT_MISSING: 0; readonly ERROR_TREE: 2; readonly ERROR_ROOT_GONE: 3; readonly ERROR_INCOMPLETE: 4; readonly ERROR_FULL_LISTING: 5; };
   readonly nsISystemFont: nsInterfaceID<nsISystemFont>;
   readonly nsISystemGeneralSettings: nsInterfaceID<nsISystemGeneralSettings>;
   readonly nsISystemIPAddress: nsInterfaceID<nsISystemIPAddress>;
@@ -2337,6 +2351,10 @@ declare const FileSystemWatcher: nsInterfaceID<nsIFileSystemWatcher> & {
     listener?: nsISystemFileSystemListener2 | nsScripted<nsISystemFileSystemListener2>;
     recursive?: boolean;
     document?: nsIHostDocument;
+    exclude?: string | string[];
+    only?: string | string[];
+    settle?: number;
+    since?: string;
   }): nsIFileSystemWatcher;
 };
 /** A network interface as an adapter. */

@@ -221,9 +221,11 @@ void nsSystemFileSystemFilter::Leave(const std::u16string& aPath, Place& aPlace)
 void nsSystemFileSystemFilter::Settle(const std::u16string& aPath) {
   Place& place = mPlaces.at(aPath);
   mTurns.erase(place.mTurn);
-  place.mHasTurn = false;
   // The move is told when it has settled at the other end.
-  if (!place.mIsThere && mWhere.contains(aPath)) return;
+  if (!place.mIsThere && mWhere.contains(aPath)) {
+    place.mHasTurn = false;
+    return;
+  }
 
   // What was told at a place has to leave before something comes there.
   std::vector<std::u16string> chain{aPath};
@@ -238,8 +240,7 @@ void nsSystemFileSystemFilter::Settle(const std::u16string& aPath) {
     mWhere.erase(next);
   }
   for (size_t i = chain.size(); i > 0; --i) TellPlace(chain[i - 1], i == 1);
-  if (const auto told = mPlaces.find(aPath); told != mPlaces.end() && !told->second.mHasTurn)
-    mPlaces.erase(told);
+  mPlaces.erase(aPath);
 }
 
 void nsSystemFileSystemFilter::TellPlace(const std::u16string& aPath, bool aHasSettled) {
