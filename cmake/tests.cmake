@@ -21,7 +21,7 @@ function(vorel_test name)
   target_link_libraries(${name} PRIVATE ${ARG_LIBS} GTest::gtest GTest::gtest_main)
   target_compile_definitions(${name} PRIVATE VOREL_SOURCE_DIR="${CMAKE_SOURCE_DIR}" VOREL_BINARY_DIR="${CMAKE_BINARY_DIR}")
   add_test(NAME ${name} COMMAND ${name} --gtest_brief=1)
-  set_tests_properties(${name} PROPERTIES TIMEOUT 100)
+  set_tests_properties(${name} PROPERTIES TIMEOUT 300)
 endfunction()
 
 function(vorel_test_folders prefix)
