@@ -223,7 +223,7 @@ def pack_product(release_build, out):
     shutil.rmtree(stage, ignore_errors=True)
     stage.mkdir(parents=True)
     (stage / "bin").mkdir()
-    for name in ("vorel", "libvorelhost.so", "libvorelsystem.so"):
+    for name in ("vorel", "libvorelhost.so", "libvorelsystem.so", "libvoreltools.so"):
         shutil.copy2(release_build / "bin" / name, stage / "bin")
     shutil.copytree(release_build / "share", stage / "share")
     shutil.copytree(ROOT / "app" / "examples", stage / "examples")

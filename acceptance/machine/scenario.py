@@ -97,7 +97,7 @@ class Bench:
     def __init__(self, say):
         self.results = image.BUILD
         release = image.ROOT / "build" / "release"
-        binaries = [release / "bin" / n for n in ("vorel", "libvorelhost.so", "libvorelsystem.so")]
+        binaries = [release / "bin" / n for n in ("vorel", "libvorelhost.so", "libvorelsystem.so", "libvoreltools.so")]
         missing = [b for b in binaries if not b.exists()]
         if missing:
             raise image.MachineError(f"{missing[0]} is not there: build the release preset first (./test --machine does)")

@@ -229,7 +229,7 @@ function showSignal(receiver, output) {
   let text;
   try { text = receiver.locked ? "" : "no signal, "; } catch (error) { return fail(1, "the receiver has gone"); }
   try { text += `level ${decibels(receiver.level)}, quality ${receiver.quality} %, `; } catch (error) { /* it does not tell */ }
-  if (options.has("--info")) console.error(text + (Number(output.written) / 1048576).toFixed(1) + " MiB");
+  if (options.has("--info")) console.error(text + (Number(output.written) / 1e6).toFixed(2) + " MB");
 }
 
 function play(name) {
