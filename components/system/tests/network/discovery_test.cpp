@@ -3,6 +3,7 @@
 #include <random>
 
 #include "nsFaultSweep.h"
+#include "nsHostTime.h"
 #include "nsNetworkTest.h"
 
 namespace {
@@ -304,6 +305,26 @@ TEST_F(DiscoveryTest, AFailingRunRemovesWhatIsStillThere) {
   EXPECT_EQ(Names(), (Strings{"lan eth0", "lan eth1"}));
   EXPECT_EQ(Discover(), NS_OK);
   EXPECT_EQ(Names(), (Strings{"lan eth0"}));
+}
+
+// Descriptors may be out for long, and no link changes when they are there again.
+TEST_F(DiscoveryTest, ARunThatFailsForLongIsTheLast) {
+  NS_UseVirtualTime(true);
+  Network().Put(Wire("eth0", "02-00-00-00-00-01", {}));
+  for (uint64_t time = 1; time <= 4; ++time)
+    mMachine.mCalls->Fail({.mPort = "Network", .mMethod = "GetAdaptersAddresses", .mNumber = time});
+  EXPECT_EQ(Discover(), NS_ERROR_FAILURE);
+  NS_AdvanceTime(1000 + 2000 + 4000);
+  EXPECT_EQ(Names(), Strings{});
+  EXPECT_EQ(TakeLog("warning").size(), 4u);
+  NS_AdvanceTime(7999);
+  EXPECT_EQ(Names(), Strings{});
+  NS_AdvanceTime(1);
+  EXPECT_EQ(Names(), (Strings{"lan eth0"}));
+  Network().Put(Wire("eth1", "02-00-00-00-00-02", {}));
+  NS_AdvanceTime(1'000'000);
+  EXPECT_EQ(Names(), (Strings{"lan eth0"})) << "it goes on looking";
+  NS_UseVirtualTime(false);
 }
 
 TEST_F(DiscoveryTest, TheLinkTopicOrAnotherInterfaceRefreshesWrongly) {

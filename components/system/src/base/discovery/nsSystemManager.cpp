@@ -48,7 +48,9 @@ nsresult nsSystemManager::InitSingleton() {
   }
   return NS_OK;
 }
-nsSystemManager::~nsSystemManager() = default;
+nsSystemManager::~nsSystemManager() {
+  if (mNetworkTimer) (void)mNetworkTimer->Cancel();
+}
 
 nsresult nsSystemManager::QueryInterface(const nsIID& aIID, void** aResult) {
   if (!aResult) return NS_ERROR_NULL_POINTER;
@@ -87,6 +89,7 @@ nsresult nsSystemManager::Observe(nsISupports* aSubject, const char* aTopic,
     return OnWindowRegistered(aSubject);
   } else if (topic == "xpcom-shutdown") {
     mEventPumps.clear();
+    if (mNetworkTimer) (void)mNetworkTimer->Cancel();
   }
   return NS_OK;
 }

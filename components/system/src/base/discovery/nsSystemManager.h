@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "nsEventPump.h"
+#include "nsITimer.h"
 #include "nsModuleClass.h"
 #include "nsPlatform.h"
 #include "nsPlatformWindowEvents.h"
@@ -89,6 +90,8 @@ class nsSystemManager final : public nsSystemManagerGeneric {
   /// Makes the list of IP adapters agree with the machine. A listener that has it look once more is
   /// served at once, and the look that it heard of ends there: it knows less.
   nsresult InitNetwork();
+  /// The interfaces can't be read; nobody tells when they can. Main thread.
+  void LookAtNetworkLater();
   nsresult LookAtDisplay(const nsDisplayDevice& aCard, const nsDisplayDevice& aMonitor,
                          nsIMutableArray& aLeftovers, DisplayPlaces* aPlaces);
   /// Discovery copies the known adapters of a kind, strikes out each that it finds again, and
@@ -107,6 +110,8 @@ class nsSystemManager final : public nsSystemManagerGeneric {
 
   const nsPlatformRef mPlatform;
   uint64_t mNetworkLooks = 0;  // that came to their end
+  nsCOMPtr<nsITimer> mNetworkTimer;
+  uint32_t mNetworkDelay = 0;  // ms; of the last look that failed
   uint64_t mDisplayLooks = 0;
   nsPlatformWindowEvents::FormerProcedure mOldWndProc = 0;
   /// The native handle of the application's first window; null until there is one.

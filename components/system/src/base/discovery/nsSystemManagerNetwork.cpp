@@ -6,12 +6,16 @@
 #include "nsDebug.h"
 #include "nsIMutableArray.h"
 #include "nsPlatformNetwork.h"
+#include "nsServices.h"
 #include "nsSystemAdapterIP.h"
 #include "nsSystemManager.h"
 #include "nsUtf.h"
 #include "nsXPCOM.h"
 
 namespace {
+
+// Until the interfaces are looked at again when they could not be read; doubled each time, in ms.
+constexpr uint32_t kFirstNetworkDelay = 1000, kLongestNetworkDelay = 64'000;
 
 // From this major version on the interface table says what an Ethernet really is; before it
 // wireless interfaces say that they are Ethernet, and are found by a test.
@@ -95,6 +99,17 @@ nsresult NewAdapter(const nsPlatformRef& aPlatform, const nsAdapterInfo& aInfo,
 
 }  // namespace
 
+void nsSystemManager::LookAtNetworkLater() {
+  if (!mNetworkTimer) mNetworkTimer = do_CreateInstance<nsITimer>(NS_TIMER_CONTRACTID);
+  if (!mNetworkTimer) return;
+  mNetworkDelay = std::clamp(2 * mNetworkDelay, kFirstNetworkDelay, kLongestNetworkDelay);
+  (void)mNetworkTimer->InitWithFuncCallback(
+      [](nsITimer*, void* aManager) {
+        (void)static_cast<nsSystemManager*>(aManager)->InitNetwork();
+      },
+      this, mNetworkDelay, nsITimer::TYPE_ONE_SHOT);
+}
+
 nsresult nsSystemManager::InitNetwork() {
   SYSTEM_LOG_DEBUG(mLogger, "Begin");
   nsPlatformNetwork& network = *mPlatform->mNetwork;
@@ -118,7 +133,12 @@ nsresult nsSystemManager::InitNetwork() {
       0, nsPlatformNetwork::kIncludePrefix | nsPlatformNetwork::kIncludeGateways, &records);
   if (NS_FAILED(rv) || (NS_FAILED(noInfos) && noInfos != NS_ERROR_NOT_AVAILABLE))
     SYSTEM_LOG_WARNING(mLogger, "Can't read the network interfaces: " + reading->Reason());
-  if (NS_FAILED(rv)) return rv == NS_ERROR_OUT_OF_MEMORY ? rv : NS_ERROR_FAILURE;
+  if (NS_FAILED(rv)) {
+    LookAtNetworkLater();
+    return rv == NS_ERROR_OUT_OF_MEMORY ? rv : NS_ERROR_FAILURE;
+  }
+  mNetworkDelay = 0;
+  if (mNetworkTimer) (void)mNetworkTimer->Cancel();
 
   nsNetworkReading::GetIfEntry2Function GetIfEntry2Func;
   if (network.GetSystemVersion().mMajor >= kInterfaceTableVersion) {
