@@ -1,6 +1,9 @@
 // The watcher and the service over it, on simulated files and virtual time. The only thread of its
 // own is the one that waits for changes; the tests wait until it has handed on what there is.
 #include <algorithm>
+#include <barrier>
+#include <chrono>
+#include <thread>
 
 #include "nsHostTime.h"
 #include "nsIObserverService.h"
@@ -420,6 +423,58 @@ TEST_F(WatcherServiceTest, ClientThatStopsFromWithinAReportLocksUp) {
   ASSERT_FALSE(heard.empty());
   EXPECT_EQ(heard.front(), "started");
   EXPECT_EQ(heard.back(), "stopped") << "called after its end";
+}
+
+TEST_F(WatcherServiceTest, ThreadsThatStartWatchesFromNoticesWaitForEachOther) {
+  nsCOMPtr<nsIThread> thread;
+  ASSERT_EQ(do_GetService<nsIThreadManager>(NS_THREADMANAGER_CONTRACTID)
+                ->NewThread(0, 0, thread.getter_AddRefs()),
+            NS_OK);
+  Files().MakeDirectory(u"/other");
+  const nsCString otherURL("file:///other");
+  const auto other = MakeRefCounted<nsWatchListener>(), third = MakeRefCounted<nsWatchListener>();
+  const auto onThread = [&](const nsCString& aURL, nsWatchListener* aListener, uint32_t aFlags) {
+    ASSERT_EQ(thread->Dispatch(NS_NewRunnableMethodCaller<vorel::threads::eStrong>(
+                                   mService.get(), &nsSystemFileSystemWatcherService::StartWatching,
+                                   aURL, aListener)
+                                   .get(),
+                               aFlags),
+              NS_OK);
+  };
+  // Both are being told while both ask for the other one's root.
+  std::barrier<> both(2);
+  const auto ask = [&](const nsCString& aURL) {
+    both.arrive_and_wait();
+    EXPECT_EQ(mService->StartWatching(aURL, third.get()), NS_ERROR_IN_PROGRESS);
+    both.arrive_and_wait();
+  };
+  mListener->mThen = [&](const std::string&) { ask(otherURL); };
+  other->mThen = [&](const std::string&) { ask(mURL); };
+  ASSERT_EQ(mService->StartWatching(mURL, mListener.get()), NS_OK);
+  onThread(otherURL, other.get(), NS_DISPATCH_SYNC);
+  Walk();
+  mListener->mThen = other->mThen = [](const std::string&) {};
+
+  // One waits for a root that is being told; who is told of it asks for another one.
+  Files().MakeDirectory(u"/last");
+  const nsCString lastURL("file:///last");
+  const auto last = MakeRefCounted<nsWatchListener>(), late = MakeRefCounted<nsWatchListener>();
+  last->mThen = [&](const std::string&) {
+    onThread(lastURL, late.get(), NS_DISPATCH_NORMAL);
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));  // it will be waiting by then
+    EXPECT_EQ(mService->StartWatching(mURL, third.get()), NS_OK);
+  };
+  ASSERT_EQ(mService->StartWatching(lastURL, last.get()), NS_OK);
+  Walk();
+  last->mThen = [](const std::string&) {};
+  EXPECT_EQ(third->Take(), Lines{"started"});
+  EXPECT_TRUE(NS_RunEventsUntil([&] { return late->HasHeard("started"); }));
+  EXPECT_EQ(mService->StopWatching(otherURL, other.get()), NS_OK);
+  for (const auto& client : {last, late})
+    EXPECT_EQ(mService->StopWatching(lastURL, client.get()), NS_OK);
+  for (const auto& client : {mListener, third})
+    EXPECT_EQ(mService->StopWatching(mURL, client.get()), NS_OK);
+  EXPECT_EQ(thread->Shutdown(), NS_OK);
 }
 
 TEST_F(WatcherServiceTest, ClientIsCalledOnAnothersThread) {

@@ -33,6 +33,11 @@ void CallClient(Listener* aListener, nsIThread* aThread, nsresult (Listener::*aM
   (void)aThread->Dispatch(runnable.get(), NS_DISPATCH_SYNC);
 }
 
+/// The roots whose start or end is being told. Who tells waits for its clients, with its own lock
+/// held: two that wait for each other's would do so for ever.
+std::mutex gTellingLock;
+std::vector<nsSystemFileSystemWatcherServiceListener*> gTelling;
+
 }  // namespace
 
 // ---- The fan-out
@@ -52,17 +57,34 @@ void nsSystemFileSystemWatcherServiceListener::TellAll(
     mTelling = aTelling;
     mTold.swap(told);
   };
+  {
+    std::lock_guard lock(gTellingLock);
+    gTelling.push_back(this);
+  }
   for (const Client& client : mClients) {
     set(std::this_thread::get_id(), client.mThread.get());
     CallClient(client.mListener.get(), client.mThread.get(), aMethod);
   }
   set({}, nullptr);
+  std::lock_guard lock(gTellingLock);
+  gTelling.erase(std::ranges::find(gTelling, this));
+}
+
+nsresult nsSystemFileSystemWatcherServiceListener::Lock(std::unique_lock<std::mutex>* aLock) {
+  if (IsTelling()) return NS_ERROR_IN_PROGRESS;
+  bool mayWait = true;
+  {
+    std::lock_guard lock(gTellingLock);
+    mayWait = std::ranges::none_of(gTelling, [](auto* aOther) { return aOther->IsTelling(); });
+  }
+  *aLock = mayWait ? std::unique_lock(mLock) : std::unique_lock(mLock, std::try_to_lock);
+  return aLock->owns_lock() ? NS_OK : NS_ERROR_IN_PROGRESS;
 }
 
 nsresult nsSystemFileSystemWatcherServiceListener::AddListener(
     nsISystemFileSystemListener* aListener) {
-  if (IsTelling()) return NS_ERROR_IN_PROGRESS;
-  std::unique_lock lock(mLock);
+  std::unique_lock<std::mutex> lock;
+  if (nsresult rv = Lock(&lock); NS_FAILED(rv)) return rv;
   if (mStarted) {
     lock.unlock();
     (void)aListener->OnWatcherStarted();
@@ -74,8 +96,8 @@ nsresult nsSystemFileSystemWatcherServiceListener::AddListener(
 
 nsresult nsSystemFileSystemWatcherServiceListener::RemoveListener(
     nsISystemFileSystemListener* aListener) {
-  if (IsTelling()) return NS_ERROR_IN_PROGRESS;
-  std::unique_lock lock(mLock);
+  std::unique_lock<std::mutex> lock;
+  if (nsresult rv = Lock(&lock); NS_FAILED(rv)) return rv;
   const auto found = std::ranges::find_if(
       mClients, [&](const Client& aClient) { return aClient.mListener == aListener; });
   if (found == mClients.end()) return NS_OK;
@@ -89,6 +111,7 @@ nsresult nsSystemFileSystemWatcherServiceListener::RemoveListener(
 }
 
 bool nsSystemFileSystemWatcherServiceListener::HasListener(nsISystemFileSystemListener* aListener) {
+  if (IsTelling()) return true;  // and can't be left just now
   std::lock_guard lock(mLock);
   return std::ranges::any_of(mClients,
                              [&](const Client& aClient) { return aClient.mListener == aListener; });
@@ -183,6 +206,24 @@ nsresult nsSystemFileSystemWatcherServiceListener::OnFileSystemMoved(const nsASt
 
 // ---- The table
 
+nsSystemFileSystemWatcherService::Entry nsSystemFileSystemWatcherService::Leave(
+    const nsString& aPath, const nsSystemFileSystemWatcherServiceListener* aListener) {
+  std::lock_guard lock(mLock);
+  if (const auto found = mTable.find(aPath);
+      found != mTable.end() && found->second.mListener == aListener) {
+    if (--found->second.mClientCount > 0) return {};
+    Entry entry = std::move(found->second);
+    mTable.erase(found);
+    return entry;
+  }
+  const auto ended = std::ranges::find_if(
+      mEnded, [&](const auto& aEnded) { return aEnded.second.mListener == aListener; });
+  if (ended == mEnded.end() || --ended->second.mClientCount > 0) return {};
+  Entry entry = std::move(ended->second);
+  mEnded.erase(ended);
+  return entry;
+}
+
 nsresult nsSystemFileSystemWatcherService::StartWatching(const nsACString& aRootURL,
                                                          nsISystemFileSystemListener* aListener) {
   NS_ENSURE_TRUE(aListener, NS_ERROR_NULL_POINTER);
@@ -190,29 +231,33 @@ nsresult nsSystemFileSystemWatcherService::StartWatching(const nsACString& aRoot
   nsresult rv = NS_GetPathFromFileURL(aRootURL, path);
   if (NS_FAILED(rv)) return rv;
 
-  std::lock_guard lock(mLock);
-  auto found = mTable.find(path);
-  if (found != mTable.end() && found->second.mListener->HasEnded()) {
-    mEnded.emplace_back(path, std::move(found->second));
-    mTable.erase(found);
-    found = mTable.end();
+  nsCOMPtr<nsSystemFileSystemWatcherServiceListener> listener;
+  {
+    std::lock_guard lock(mLock);
+    auto found = mTable.find(path);
+    if (found != mTable.end() && found->second.mListener->HasEnded()) {
+      mEnded.emplace_back(path, std::move(found->second));
+      mTable.erase(found);
+      found = mTable.end();
+    }
+    if (found == mTable.end()) {
+      Entry entry;
+      entry.mListener = MakeRefCounted<nsSystemFileSystemWatcherServiceListener>();
+      entry.mWatcher = do_CreateInstance<nsISystemFileSystemWatcher>(
+          nsSystemFileSystemWatcher::kModuleClass.mContractID, &rv);
+      NS_ENSURE_SUCCESS(rv, rv);
+      // A start that fails goes unnoticed: the client hears OnWatcherError or nothing.
+      (void)entry.mWatcher->Init(entry.mListener.get(), aRootURL, true);
+      (void)entry.mWatcher->StartWatching();
+      found = mTable.emplace(path, std::move(entry)).first;
+    }
+    ++found->second.mClientCount;
+    listener = found->second.mListener;
   }
-  if (found == mTable.end()) {
-    Entry entry;
-    entry.mListener = MakeRefCounted<nsSystemFileSystemWatcherServiceListener>();
-    entry.mWatcher = do_CreateInstance<nsISystemFileSystemWatcher>(
-        nsSystemFileSystemWatcher::kModuleClass.mContractID, &rv);
-    NS_ENSURE_SUCCESS(rv, rv);
-    // A start that fails goes unnoticed: the client hears OnWatcherError or nothing.
-    (void)entry.mWatcher->Init(entry.mListener.get(), aRootURL, true);
-    (void)entry.mWatcher->StartWatching();
-    found = mTable.emplace(path, std::move(entry)).first;
-  }
-  // The client may be called, and end watches on this root.
-  const auto listener = found->second.mListener;
-  ++found->second.mClientCount;
   rv = listener->AddListener(aListener);
-  if (NS_FAILED(rv) && --mTable.at(path).mClientCount == 0) mTable.erase(path);
+  if (NS_FAILED(rv))
+    if (const Entry entry = Leave(path, listener.get()); entry.mWatcher)
+      (void)entry.mWatcher->StopWatching();
   return rv;
 }
 
@@ -222,34 +267,22 @@ nsresult nsSystemFileSystemWatcherService::StopWatching(const nsACString& aRootU
   nsresult rv = NS_GetPathFromFileURL(aRootURL, path);
   if (NS_FAILED(rv)) return rv;
 
-  Entry ended;  // let go of after the lock: the end of a watcher waits for its thread
-  std::lock_guard lock(mLock);
-  const auto findEnded = [&] {
-    return std::ranges::find_if(mEnded, [&](const auto& aEnded) {
-      return aEnded.first == path && aEnded.second.mListener->HasListener(aListener);
-    });
-  };
-  if (const auto old = findEnded(); old != mEnded.end()) {
-    const auto client = old->second.mListener;
-    if (rv = client->RemoveListener(aListener); NS_FAILED(rv)) return rv;
-    // It may have been called, as below.
-    const auto left = std::ranges::find_if(
-        mEnded, [&](const auto& aEnded) { return aEnded.second.mListener == client; });
-    if (left == mEnded.end() || --left->second.mClientCount > 0) return NS_OK;
-    ended = std::move(left->second);
-    mEnded.erase(left);
-    (void)ended.mWatcher->StopWatching();
-    return NS_OK;
+  std::vector<nsCOMPtr<nsSystemFileSystemWatcherServiceListener>> ofThatRoot;
+  {
+    std::lock_guard lock(mLock);
+    for (const auto& [endedPath, entry] : mEnded)
+      if (endedPath == path) ofThatRoot.push_back(entry.mListener);
+    if (const auto found = mTable.find(path); found != mTable.end())
+      ofThatRoot.push_back(found->second.mListener);
   }
-  auto found = mTable.find(path);
-  if (found == mTable.end()) return NS_OK;
-  const auto listener = found->second.mListener;
+  if (ofThatRoot.empty()) return NS_OK;
+  auto known = std::ranges::find_if(ofThatRoot,
+                                    [&](const auto& aOne) { return aOne->HasListener(aListener); });
+  if (known == ofThatRoot.end()) --known;
+  const auto listener = *known;
   if (rv = listener->RemoveListener(aListener); NS_FAILED(rv)) return rv;
-  // The client may have been called, and have stopped or started something of its own.
-  found = mTable.find(path);
-  if (found == mTable.end() || --found->second.mClientCount > 0) return NS_OK;
-  ended = std::move(found->second);
-  mTable.erase(found);
-  (void)ended.mWatcher->StopWatching();
+  // The end of a watcher waits for its thread: without the lock.
+  if (const Entry entry = Leave(path, listener.get()); entry.mWatcher)
+    (void)entry.mWatcher->StopWatching();
   return NS_OK;
 }

@@ -28,7 +28,8 @@ class nsSystemFileSystemWatcherServiceListener final
  public:
   /// The current thread is the client's from now on. On a standing watch the client hears
   /// OnWatcherStarted before this returns. NS_ERROR_IN_PROGRESS, as the next one, from within
-  /// OnWatcherStarted or OnWatcherStopped of the root.
+  /// OnWatcherStarted or OnWatcherStopped of the root; and from within those of another one, while
+  /// this one's are being told on another thread, which may wait for this thread in the same way.
   nsresult AddListener(nsISystemFileSystemListener* aListener);
   /// On a standing watch the client hears OnWatcherStopped before this returns. One that is not
   /// known is ignored.
@@ -59,6 +60,8 @@ class nsSystemFileSystemWatcherServiceListener final
   /// This thread tells the clients of the start or the end, or is told: it must not wait for the
   /// lock.
   bool IsTelling();
+  /// The lock, but where waiting for it might never end.
+  nsresult Lock(std::unique_lock<std::mutex>* aLock);
   std::vector<Client> Snapshot();
   template <class Method, class... A>
   void CallAll(Method aMethod, const A&... aArguments);
@@ -102,9 +105,12 @@ class nsSystemFileSystemWatcherService final
 
   ~nsSystemFileSystemWatcherService() override = default;
 
-  // Guards the table and its entries. Reentrant: a client may start and stop watches on other roots
-  // from within a call that it gets while it starts or stops one.
-  std::recursive_mutex mLock;
+  /// Takes one client off an entry; the entry, when it was the last.
+  Entry Leave(const nsString& aPath, const nsSystemFileSystemWatcherServiceListener* aListener);
+
+  // Guards the table and its entries. Not held while clients are called: they may start and stop
+  // watches on other roots.
+  std::mutex mLock;
   std::map<nsString, Entry> mTable;  // by the path of the root
   // Of roots that have gone: nobody new comes to these, who is there leaves.
   std::vector<std::pair<nsString, Entry>> mEnded;
