@@ -249,9 +249,9 @@ class Guest:
         self.send(id=ident, start=command)
         return process
 
-    def picture(self, options="", profile="/tmp/profile"):
+    def picture(self, options="", profile="/tmp/profile", environment=""):
         """`vorel --watch --json` from the moment at which it has shown its first picture; that picture is in `.first`."""
-        watch = self.start(f"exec vorel --profile {profile} --watch --json {options}", Picture)
+        watch = self.start(f"exec env {environment} vorel --profile {profile} --watch --json {options}", Picture)
         _, line = watch.expect(lambda text: text.startswith("{") and '"adapters"' in text, 60, "picture")
         watch.first = json.loads(line)
         return watch

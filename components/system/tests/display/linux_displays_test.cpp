@@ -1,6 +1,4 @@
 // Displays of real servers, which are the test's own: one of memory, and one with several outputs.
-#include <filesystem>
-#include <fstream>
 #include <set>
 
 #include "nsCapturedTree.h"
@@ -21,48 +19,12 @@ using Settings = nsDisplaySettings;
 constexpr uint32_t kStore = D::kNoReset | D::kGlobal | D::kUpdateRegistry;
 constexpr uint32_t kApply = D::kReset | D::kGlobal | D::kUpdateRegistry;
 
-constexpr char kConfiguration[] = R"(
-Section "ServerFlags"
-  Option "AutoAddDevices" "false"
-  Option "AutoAddGPU" "false"
-  Option "DontVTSwitch" "true"
-EndSection
-Section "Device"
-  Identifier "dummy"
-  Driver "dummy"
-  VideoRam 65536
-EndSection
-Section "Monitor"
-  Identifier "monitor"
-  HorizSync 5-1000
-  VertRefresh 5-200
-EndSection
-Section "Screen"
-  Identifier "screen"
-  Device "dummy"
-  Monitor "monitor"
-  DefaultDepth 24
-  SubSection "Display"
-    Depth 24
-    Modes "1280x720" "1024x768" "800x600"
-    Virtual 3000 2000
-  EndSubSection
-EndSection
-)";
-
 class LinuxDisplays : public testing::Test {
  protected:
-  std::unique_ptr<nsDisplayServer> StartXvfb(const std::string& aName = {}) {
-    return std::make_unique<nsDisplayServer>(
-        std::vector<std::string>{"Xvfb", "-screen", "0", "1280x1024x24"}, aName);
+  static std::unique_ptr<nsDisplayServer> StartXvfb(const std::string& aName = {}) {
+    return nsDisplayServer::StartXvfb(aName);
   }
-  std::unique_ptr<nsDisplayServer> StartXorg() {
-    const std::string configuration = mDirectory / "xorg.conf";
-    std::ofstream(configuration) << kConfiguration;
-    return std::make_unique<nsDisplayServer>(
-        std::vector<std::string>{"Xorg", "-config", configuration, "-logfile", mDirectory / "log",
-                                 "-novtswitch", "-sharevts", "-keeptty"});
-  }
+  std::unique_ptr<nsDisplayServer> StartXorg() { return nsDisplayServer::StartDummy(mDirectory); }
   // What a look finds: "\\.\DISPLAY1 screen 5", the number being the state.
   static std::vector<std::string> Cards(D& aDisplays) {
     std::vector<std::string> cards;
@@ -140,6 +102,31 @@ TEST_F(LinuxDisplays, NoServerIsAFailureOrOneThatComesIsMissed) {
   EXPECT_TRUE(changes->Consume());
   EXPECT_FALSE(changes->Consume());
   EXPECT_EQ(Cards(mDisplays).size(), 1u);
+}
+
+// What happens between a look and the moment at which its changes are waited for.
+TEST_F(LinuxDisplays, ChangeBeforeTheFirstWaitIsLost) {
+  auto server = StartXvfb();
+  if (server->Name().empty()) GTEST_SKIP() << "no Xvfb that starts here";
+  const std::string name = server->Name();
+  ASSERT_EQ(Cards(mDisplays).size(), 1u);
+  const auto nothing = mDisplays.NewChanges();
+  nothing->Wake();
+  nothing->Wait();
+  EXPECT_FALSE(nothing->Consume());
+  const auto changed = mDisplays.NewChanges(), ended = mDisplays.NewChanges();
+  nsDisplayHand().AddMode(0, 500, 400);
+  changed->Wait();
+  EXPECT_TRUE(changed->Consume());
+  server->End();
+  ended->Wait();
+  EXPECT_TRUE(ended->Consume());
+  EXPECT_TRUE(Cards(mDisplays).empty());
+  const auto started = mDisplays.NewChanges();
+  server = nullptr;
+  server = StartXvfb(name);
+  started->Wait();
+  EXPECT_TRUE(started->Consume());
 }
 
 TEST_F(LinuxDisplays, StoppedServerHoldsEverybodyUp) {
@@ -324,10 +311,8 @@ TEST_F(LinuxDisplays, ArrangementOfSeveralIsToldOrChangedWrongly) {
   const auto server = StartXorg();
   if (server->Name().empty()) GTEST_SKIP() << "no Xorg with the dummy driver here";
   nsDisplayHand hand;
-  const auto changes = mDisplays.NewChanges();
-  changes->Wake();
-  changes->Wait();
   ASSERT_EQ(Cards(mDisplays).size(), 1u);
+  const auto changes = mDisplays.NewChanges();
   hand.SetScreenSize(2880, 720);
   const uint32_t small = hand.AddMode(1, 900, 500), tall = hand.AddMode(2, 700, 600);
   hand.Describe(1, NS_TestDescription("Door"));

@@ -9,8 +9,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <fstream>
+#include <memory>
 #include <string>
 #include <vector>
+
+#include "nsTemporaryDirectory.h"
 
 /// Runs until the end of the object. DISPLAY names it.
 class nsDisplayServer {
@@ -42,6 +46,19 @@ class nsDisplayServer {
     mName = name;
     setenv("DISPLAY", mName.c_str(), 1);
   }
+  /// One of memory with one output, "screen", of 1280x1024.
+  static std::unique_ptr<nsDisplayServer> StartXvfb(const std::string& aName = {}) {
+    return std::make_unique<nsDisplayServer>(
+        std::vector<std::string>{"Xvfb", "-screen", "0", "1280x1024x24"}, aName);
+  }
+  /// One of memory with many outputs, "DUMMY0" and so on, of which the first is on, with 1280x720.
+  static std::unique_ptr<nsDisplayServer> StartDummy(const nsTemporaryDirectory& aDirectory) {
+    const std::string configuration = aDirectory / "xorg.conf";
+    std::ofstream(configuration) << kConfiguration;
+    return std::make_unique<nsDisplayServer>(
+        std::vector<std::string>{"Xorg", "-config", configuration, "-logfile", aDirectory / "log",
+                                 "-novtswitch", "-sharevts", "-keeptty"});
+  }
   ~nsDisplayServer() {
     End();
     unsetenv("DISPLAY");
@@ -60,6 +77,34 @@ class nsDisplayServer {
   void Signal(int aSignal) const { kill(mServer, aSignal); }
 
  private:
+  static constexpr char kConfiguration[] = R"(
+Section "ServerFlags"
+  Option "AutoAddDevices" "false"
+  Option "AutoAddGPU" "false"
+  Option "DontVTSwitch" "true"
+EndSection
+Section "Device"
+  Identifier "dummy"
+  Driver "dummy"
+  VideoRam 65536
+EndSection
+Section "Monitor"
+  Identifier "monitor"
+  HorizSync 5-1000
+  VertRefresh 5-200
+EndSection
+Section "Screen"
+  Identifier "screen"
+  Device "dummy"
+  Monitor "monitor"
+  DefaultDepth 24
+  SubSection "Display"
+    Depth 24
+    Modes "1280x720" "1024x768" "800x600"
+    Virtual 3000 2000
+  EndSubSection
+EndSection
+)";
   static constexpr int kNumberFile = 100;
   pid_t mServer = 0;
   std::string mName;

@@ -75,7 +75,10 @@ nsLinuxDisplays::nsLinuxDisplays(std::shared_ptr<nsPlatformRegistry> aRegistry,
     : mStore(std::move(aRegistry)), mMonitors(std::move(aMonitors)) {}
 
 std::shared_ptr<nsEventSource> nsLinuxDisplays::NewChanges() {
-  return std::make_shared<nsRandrChanges>(mMonitors->Listen());
+  const std::lock_guard lock(mLock);
+  std::optional<nsRandrStamp> seen;
+  if (mServer) seen = mPicture.mStamp;
+  return std::make_shared<nsRandrChanges>(mMonitors->Listen(), seen);
 }
 
 // ---- Looking

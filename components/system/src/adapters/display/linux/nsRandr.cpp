@@ -12,6 +12,8 @@ namespace {
 constexpr uint32_t kMajor = 1, kMinor = 3;  // the oldest version with all that is asked here
 constexpr uint32_t kEdidWords = 128;        // four blocks
 constexpr size_t kEdidBlock = 128;          // bytes
+// Borne by the root window of a server that has been had probe its outputs.
+constexpr char kProbed[] = "_VOREL_DISPLAYS_PROBED";
 constexpr double kMillimetresPerInch = 25.4, kUsualDpi = 96;
 
 using ModeInfo = xcb_randr_mode_info_t;
@@ -112,9 +114,30 @@ nsXReply<xcb_randr_get_screen_resources_current_reply_t> nsRandr::ReadResources(
   return resources;
 }
 
+std::optional<nsRandrStamp> nsRandrStamp::Read(nsXConnection& aConnection) {
+  const auto resources = aConnection.Wait<xcb_randr_get_screen_resources_current_reply_t>(
+      xcb_randr_get_screen_resources_current(aConnection.get(), aConnection.Screen().root));
+  if (!resources) return std::nullopt;
+  return nsRandrStamp{resources->timestamp, resources->config_timestamp};
+}
+
+bool nsRandr::Read(nsRandrPicture* aPicture) {
+  if (!ReadOnce(aPicture)) return false;
+  const auto lacksDescription = [](const nsRandrOutput& aOutput) {
+    return aOutput.mIsConnected && aOutput.mDescription.empty();
+  };
+  if (mHasProbed || std::ranges::none_of(aPicture->mOutputs, lacksDescription)) return true;
+  mHasProbed = true;
+  if (ReadRootNumber(kProbed)) return true;
+  (void)WriteRootNumber(kProbed, 1);
+  (void)mConnection->Wait<xcb_randr_get_screen_resources_reply_t>(
+      xcb_randr_get_screen_resources(mConnection->get(), mConnection->Screen().root));
+  return ReadOnce(aPicture);
+}
+
 // Requests of a kind are all sent before the first reply is waited for: two round trips for a
 // machine of any number of outputs.
-bool nsRandr::Read(nsRandrPicture* aPicture) {
+bool nsRandr::ReadOnce(nsRandrPicture* aPicture) {
   const nsPipeSignalHeld held;
   xcb_connection_t* const x = mConnection->get();
   const xcb_screen_t& screen = mConnection->Screen();
@@ -126,6 +149,7 @@ bool nsRandr::Read(nsRandrPicture* aPicture) {
   if (!resources || !primary || !geometry) return false;
 
   nsRandrPicture picture;
+  picture.mStamp = {resources->timestamp, resources->config_timestamp};
   picture.mWidth = geometry->width;
   picture.mHeight = geometry->height;
   picture.mBitsPerPixel = screen.root_depth;

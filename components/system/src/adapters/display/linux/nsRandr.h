@@ -50,6 +50,16 @@ struct nsRandrOutput {
   int32_t mBacklightMin = 0, mBacklightMax = 0, mBacklightValue = 0;
 };
 
+/// By which two moments of a server are told apart: a change of outputs, crtcs or the screen lies
+/// between them when the stamps differ.
+struct nsRandrStamp {
+  xcb_timestamp_t mSet = 0, mConfigured = 0;
+  bool operator==(const nsRandrStamp&) const = default;
+
+  /// Nothing when the server does not answer.
+  static std::optional<nsRandrStamp> Read(nsXConnection& aConnection);
+};
+
 /// The whole of it, as of one moment.
 struct nsRandrPicture {
   std::vector<nsRandrOutput> mOutputs;  ///< In the server's order, connected or not.
@@ -57,6 +67,7 @@ struct nsRandrPicture {
   std::map<uint32_t, nsRandrMode> mModes;
   uint32_t mBitsPerPixel = 0;
   uint16_t mWidth = 0, mHeight = 0;  ///< Of the screen.
+  nsRandrStamp mStamp;
 
   const nsRandrCrtc* FindCrtc(uint32_t aId) const;
   /// The mode that a card is in; null when it is off.
@@ -72,7 +83,9 @@ class nsRandr {
   bool Works() const { return mConnection->Works(); }
   nsXConnection& Connection() { return *mConnection; }
 
-  /// Looks at everything. Outputs are not probed: the server does that by itself.
+  /// Looks at everything. Outputs are not probed, which takes its time: the server does that by
+  /// itself, but for those that nobody has looked at since it started. Who finds one without a
+  /// description has it probe once.
   bool Read(nsRandrPicture* aPicture);
 
   /// Makes the arrangement that of the crtcs given, which are all that the picture has. The screen
@@ -96,11 +109,13 @@ class nsRandr {
   bool InternAtoms();
   uint32_t Atom(const std::string& aName, bool aOnlyIfThere);
   nsXReply<xcb_randr_get_screen_resources_current_reply_t> ReadResources();
+  bool ReadOnce(nsRandrPicture* aPicture);
   bool SetScreenSize(uint16_t aWidth, uint16_t aHeight);
   bool SetCrtc(const nsRandrCrtc& aCrtc, std::string* aReason);
 
   const std::unique_ptr<nsXConnection> mConnection;
   xcb_timestamp_t mConfigTime = 0;
+  bool mHasProbed = false;
   uint32_t mEdidAtom = 0, mBacklightAtom = 0, mOldBacklightAtom = 0, mConnectorAtom = 0,
            mNonDesktopAtom = 0;
 };

@@ -23,6 +23,13 @@ constexpr uint16_t kEvents =
 }  // namespace
 
 bool nsRandrChanges::Connect() {
+  const auto seen = std::exchange(mSeen, std::nullopt);
+  if (!OpenConnection()) return seen.has_value();  // it has gone meanwhile
+  const auto now = nsRandrStamp::Read(*mConnection);
+  return !seen || seen != now;
+}
+
+bool nsRandrChanges::OpenConnection() {
   auto connection = nsXConnection::Open();
   if (!connection) return false;
   const auto extension = connection->Wait<xcb_query_extension_reply_t>(
@@ -53,11 +60,10 @@ void nsRandrChanges::Wait() {
   Clock::time_point first, last;
   bool inBurst = false;
   while (!mIsChanged) {
-    if (!mConnection && Connect() && !std::exchange(mIsFirst, false)) {
-      mIsChanged = true;  // it is back
+    if (!mConnection && Connect()) {
+      mIsChanged = true;
       return;
     }
-    mIsFirst = false;
     // Without a name no server can ever be found.
     int wait = mConnection || !getenv("DISPLAY") ? -1 : kPause;
     if (inBurst) {
