@@ -149,6 +149,7 @@ int RunScript(nsHost& aHost, nsScriptHost& aScript, const nsCommandLine& aLine,
                          : aLine.mTask == Task::eTv       ? aShare / "tv.js"
                          : aLine.mTask == Task::eDisplays ? aShare / "displays.js"
                          : aLine.mTask == Task::eSerial   ? aShare / "serial.js"
+                         : aLine.mTask == Task::eNetwork  ? aShare / "network.js"
                                                           : std::filesystem::path(aLine.mScript));
   }
   if (aLine.mTask == Task::ePicture && NS_SUCCEEDED(rv)) (void)aHost.StartProfile();
@@ -196,7 +197,7 @@ int Run(const nsCommandLine& aLine) {
   // application.
   const bool isLook = aLine.mTask == Task::ePicture || aLine.mTask == Task::eWatch ||
                       aLine.mTask == Task::eTv || aLine.mTask == Task::eSerial ||
-                      aLine.mTask == Task::eDisplays;
+                      aLine.mTask == Task::eDisplays || aLine.mTask == Task::eNetwork;
   options.mProfileReadOnly = isLook;
   if (options.mProfileDirectory.empty() && !isLook)
     std::cerr << "vorel: there is neither --profile nor a home directory: settings are not kept\n";

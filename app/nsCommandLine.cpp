@@ -29,6 +29,14 @@ constexpr std::string_view kHelp =
        vorel [OPTIONS] displays set NAME [--mode 1920x1080@60] [--rotate 90] [--position X,Y]
              [--brightness N] [--contrast N] [--stored]
                                                change one now, or, stored, for the next session
+       vorel [OPTIONS] network                 print what is in force on the network beside what is stored
+       vorel [OPTIONS] network set NAME [--dhcp on|off] [--address 192.0.2.10/24]
+             [--gateway 192.0.2.1] [--metric N] [--dns A,B] [--try SECONDS]
+                                               store settings, or, with --try, put them into force too
+       vorel [OPTIONS] network apply [SECONDS|--boot]
+                                               put into force what is stored, until it is taken back
+       vorel [OPTIONS] network confirm|rollback
+                                               keep what is on trial, or take it back now
 
   --baud N --bits 5..8 --parity none|odd|even|mark|space --stop 1|1.5|2 --flow none|hardware|software
                         settings of a serial port (default: 9600 8 none 1 none)
@@ -284,8 +292,8 @@ bool nsCommandLine::Parse(const std::vector<std::string>& aArguments, nsCommandL
       }
       break;
     }
-    if (text == "displays") {
-      out.mTask = Task::eDisplays;
+    if (text == "displays" || text == "network") {
+      out.mTask = text == "displays" ? Task::eDisplays : Task::eNetwork;
       // What is not an option of the program's own is for the command.
       for (++i; i < aArguments.size(); ++i) {
         const std::string name = aArguments[i].substr(0, aArguments[i].find('='));

@@ -19,6 +19,7 @@ struct nsCommandLine {
     eTv,           ///< a command of digital television
     eSerial,       ///< list the serial ports, or be a terminal on one
     eDisplays,     ///< print the displays, or change one
+    eNetwork,      ///< print the network's settings, or change them
     ePrintTypes,   ///< print the TypeScript declarations
     eHelp,
     eVersion,

@@ -3,20 +3,20 @@
 
 #include "nsXPCOMTypes.h"
 
-/// Puts the IPv4 settings that the configuration store has of the machine's interfaces into force,
-/// on trial: what is not confirmed in time is taken back. The store is written through the
+/// Puts the settings that the configuration store has of the machine's interfaces into force, on
+/// trial: what is not confirmed in time is taken back; so is what was on trial when the process
+/// ended or the machine lost its power, by the next start. The store is written through the
 /// registered view of an adapter (nsISystemAdapterIP.registered) and is not changed here.
+/// Interfaces that nobody has stored settings of are left alone, and so are those that have
+/// theirs in force already.
 ///
-/// Of an interface the store has a fixed configuration or DHCP. Where it has none of either, or
-/// what is in force already, the interface is left alone. Switching between DHCP and a fixed
-/// configuration is refused: a DHCP client of the system can't be started or stopped here yet.
-/// Neither is there a way by a network service yet; on a machine that runs one, all is refused.
+/// Apply, Confirm, Rollback and ApplyConfirmed only begin: how it ends is told by the state.
+/// Observers of "network-configuration-changed" hear of each change of it, with this service as
+/// subject and, as data, "applying", "waiting", "confirmed", "rolling-back", "rolled-back",
+/// "failed" or "refused"; the reason can be asked for then. Main thread, which never waits here.
 ///
-/// Observers of "network-configuration-changed" hear of each change of the state, with this service
-/// as subject and, as data, "applying", "waiting", "confirmed", "rolled-back" or "failed"; the
-/// reason can be asked for then.
-///
-/// Main thread. Changes take as long as the system needs for them, some milliseconds.
+/// Settings are told as lines: "dhcp", or "address 192.0.2.10/24" and "gateway 192.0.2.1" for each,
+/// "metric 100", and "server 192.0.2.53" for each DNS server.
 class nsISystemNetworkConfiguration : public nsISupports {
  public:
   using Self = nsISystemNetworkConfiguration;
@@ -24,41 +24,63 @@ class nsISystemNetworkConfiguration : public nsISupports {
   static constexpr std::string_view kName = "nsISystemNetworkConfiguration";
   static constexpr nsIID kIID = "6b0c0f3e-7d1a-4c59-9e0b-51f0a7c2d86e"_iid;
 
-  /// Nothing has been tried yet, or it was refused before anything was touched.
+  /// Nothing has been tried yet.
   static constexpr uint32_t STATE_IDLE = 0u;
   static constexpr uint32_t STATE_APPLYING = 1;
-  /// In force, and taken back when Confirm does not come in time.
+  /// In force, and taken back when Confirm does not come in time. It comes a second time when what
+  /// was to be confirmed could not be.
   static constexpr uint32_t STATE_WAITING = 2;
   static constexpr uint32_t STATE_CONFIRMED = 3;
   /// The settings from before are in force.
   static constexpr uint32_t STATE_ROLLED_BACK = 4;
-  /// Not all from before could be put back; that is tried again every five seconds.
+  /// Not all from before could be put back, which is tried again every five seconds; or not all
+  /// that was confirmed could be put into force.
   static constexpr uint32_t STATE_FAILED = 5;
+  static constexpr uint32_t STATE_ROLLING_BACK = 6;
+  /// The last call changed nothing: the reason says why.
+  static constexpr uint32_t STATE_REFUSED = 7;
 
   /// One of STATE_...
   virtual nsresult GetState(uint32_t* aState) = 0;
   /// Why the state is what it is, or why the last call was refused; for people, in English. A line
   /// for each thing that is wrong; empty when there is nothing to say.
   virtual nsresult GetReason(nsACString& aReason) = 0;
-  /// What is wrong with the stored settings, and what keeps them from coming into force: a line
-  /// each, beginning with the interface; empty when there is nothing. Changes nothing. Fails as the
-  /// store or the machine does.
+  /// What is wrong with the stored settings: a line each, beginning with the interface; empty when
+  /// there is nothing. Fails as the store or the machine does.
   virtual nsresult Check(nsACString& aProblems) = 0;
-  /// Puts everything stored into force, and takes it back aSeconds (1 to 86400) later. When all of
-  /// it is in force already, the state is STATE_CONFIRMED at once.
+  /// What would be wrong with the settings if these were stored of an interface: an address with
+  /// the length of its prefix or its mask ("192.0.2.10/24"), the gateway, and DNS servers with
+  /// commas between. Empty texts are none; with aDhcp address and gateway are not looked at.
+  virtual nsresult CheckSettings(const nsAString& aInterface, bool aDhcp,
+                                 const nsACString& aAddress, const nsACString& aGateway,
+                                 const nsACString& aServers, nsACString& aProblems) = 0;
+  /// What is stored of an interface; empty when nobody has stored anything.
+  virtual nsresult GetStoredSettings(const nsAString& aInterface, nsACString& aSettings) = 0;
+  /// What is in force on it. Metrics are not told. NS_ERROR_FILE_NOT_FOUND when it is not there.
+  virtual nsresult GetLiveSettings(const nsAString& aInterface, nsACString& aSettings) = 0;
+  /// What was confirmed last of it; empty when nothing was.
+  virtual nsresult GetConfirmedSettings(const nsAString& aInterface, nsACString& aSettings) = 0;
+
+  /// Puts everything stored into force, and takes it back aSeconds (1 to 86400) after it was
+  /// (STATE_WAITING). When all of it is in force already, the state is STATE_CONFIRMED at once.
+  /// When a step fails, all before it is put back, and the state is STATE_ROLLED_BACK.
   ///
-  /// Refused before anything is touched: NS_ERROR_INVALID_ARG for aSeconds out of range or for
-  /// settings that Check finds fault with, NS_ERROR_IN_PROGRESS while a trial waits or could not be
-  /// taken back, NS_ERROR_NOT_AVAILABLE on a machine with a network service,
-  /// NS_ERROR_FILE_IS_LOCKED while another process has a trial, NS_ERROR_FILE_ACCESS_DENIED without
-  /// the right. When a later step fails, all is put back, and the result is that of the step.
+  /// NS_ERROR_INVALID_ARG for aSeconds out of range or for settings that Check finds fault with,
+  /// NS_ERROR_IN_PROGRESS while something is under way, waits, or could not be taken back. What
+  /// only the system can tell is refused with STATE_REFUSED, before anything is touched: DHCP where
+  /// nobody gets leases, a trial of another process, a missing right.
   virtual nsresult Apply(uint32_t aSeconds) = 0;
-  /// What is on trial stays. NS_ERROR_NOT_AVAILABLE when nothing is; another failure leaves the
-  /// trial as it is.
+  /// What is on trial stays. When nothing is on trial here, another process that has a trial is
+  /// asked, and STATE_REFUSED says that none has. NS_ERROR_IN_PROGRESS while something is under
+  /// way.
   virtual nsresult Confirm() = 0;
-  /// Takes back what is on trial, or what could not be taken back before. NS_ERROR_NOT_AVAILABLE
-  /// when there is nothing; another failure leaves STATE_FAILED.
+  /// Takes back what is on trial, or what could not be taken back before; asks another process as
+  /// Confirm does. NS_ERROR_IN_PROGRESS while something is under way.
   virtual nsresult Rollback() = 0;
+  /// Takes back what a process that died has left, and puts what was confirmed last into force,
+  /// where that does not outlive a restart of the machine. It is for the machine's start: there is
+  /// no trial. NS_ERROR_IN_PROGRESS as for Apply.
+  virtual nsresult ApplyConfirmed() = 0;
 
  protected:
   ~nsISystemNetworkConfiguration() = default;

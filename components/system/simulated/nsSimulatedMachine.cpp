@@ -23,7 +23,7 @@ nsPlatformRef nsSimulatedMachine::Platform() const {
   platform->mFiles = mFiles;
   platform->mDirectoryChanges = mDirectoryChanges;
   platform->mNetwork = mNetwork;
-  platform->mNetworkSettings = mNetworkSettings;
+  platform->mNetworkSettings = nsSimulatedNetworkSettings::NewPort(mNetworkSettings);
   platform->mComm = mComm;
   platform->mTuners = mTuners;
   platform->mRegistry = mRegistry;

@@ -37,6 +37,7 @@ constexpr Section kSections[] = {
     MakeSection<&nsSimulatedMachine::mDisplays>("displays"),
     MakeSection<&nsSimulatedMachine::mWindowEvents>("devices"),
     MakeSection<&nsSimulatedMachine::mNetwork>("interfaces"),
+    MakeSection<&nsSimulatedMachine::mNetworkSettings>("networkSettings"),
     MakeSection<&nsSimulatedMachine::mComm>("serial"),
     MakeSection<&nsSimulatedMachine::mTuners>("tuners"),
     MakeSection<&nsSimulatedMachine::mRegistry>("registry"),

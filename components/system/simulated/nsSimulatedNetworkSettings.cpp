@@ -1,25 +1,62 @@
 #include "nsSimulatedNetworkSettings.h"
 
 #include <algorithm>
+#include <atomic>
+#include <condition_variable>
 #include <utility>
 
-#include "nsAddressText.h"
+#include "nsPlatformNetworkText.h"
 
 namespace {
 
-nsSocketAddress SocketAddressOf(const nsIPv4Bytes& aAddress) {
-  nsSocketAddress address;
-  std::ranges::copy(aAddress, address.mBytes.begin());
-  return address;
+bool IsIPv4(const nsSocketAddress& aAddress) { return aAddress.mFamily != nsSocketAddress::kIPv6; }
+
+// The new ones come first, in the place of all of their families.
+void ReplaceServers(std::vector<nsSocketAddress>& aServers,
+                    const std::vector<nsSocketAddress>& aNew) {
+  std::erase_if(aServers, [&](const nsSocketAddress& aServer) {
+    return std::ranges::find(aNew, aServer.mFamily, &nsSocketAddress::mFamily) != aNew.end();
+  });
+  aServers.insert(aServers.begin(), aNew.begin(), aNew.end());
 }
 
-void ReplaceIPv4(std::vector<nsSocketAddress>& aServers, const std::vector<nsIPv4Bytes>& aIPv4) {
-  std::erase_if(aServers, [](const nsSocketAddress& aServer) {
-    return aServer.mFamily != nsSocketAddress::kIPv6;
+// What DHCP and an administrator give; a router's addresses stay.
+void ReplaceAddresses(nsAdapterAddresses& aRecord, const nsInterfaceSettings& aSettings) {
+  auto& addresses = aRecord.mUnicastAddresses;
+  std::erase_if(addresses, [](const nsUnicastAddress& aAddress) {
+    return IsIPv4(aAddress.mAddress) || aAddress.mPrefixOrigin == 1;
   });
-  for (size_t i = 0; i < aIPv4.size(); ++i)
-    aServers.insert(aServers.begin() + static_cast<ptrdiff_t>(i), SocketAddressOf(aIPv4[i]));
+  for (size_t i = 0; i < aSettings.mAddresses.size(); ++i) {
+    nsUnicastAddress address;
+    address.mAddress = aSettings.mAddresses[i].mAddress;
+    address.mOnLinkPrefixLength = aSettings.mAddresses[i].mPrefixLength;
+    addresses.insert(addresses.begin() + static_cast<ptrdiff_t>(i), address);
+  }
+  if (aSettings.mIsDhcp)
+    aRecord.mFlags |= nsAdapterAddresses::kDhcpEnabled;
+  else
+    aRecord.mFlags &= ~nsAdapterAddresses::kDhcpEnabled;
 }
+
+/// Nothing comes of it: the other process calls the handler.
+class QuietSource final : public nsEventSource {
+ public:
+  void Wait() override {
+    std::unique_lock lock(mLock);
+    mWoken.wait(lock, [this] { return std::exchange(mIsWoken, false); });
+  }
+  bool Consume() override { return false; }
+  void Wake() override {
+    const std::lock_guard lock(mLock);
+    mIsWoken = true;
+    mWoken.notify_all();
+  }
+
+ private:
+  std::mutex mLock;
+  std::condition_variable mWoken;
+  bool mIsWoken = false;
+};
 
 }  // namespace
 
@@ -27,29 +64,62 @@ nsSimulatedNetworkSettings::nsSimulatedNetworkSettings(nsSimulatedCallsRef aCall
                                                        std::shared_ptr<nsSimulatedNetwork> aNetwork)
     : nsSimulatedPort(std::move(aCalls), "NetworkSettings"), mNetwork(std::move(aNetwork)) {}
 
-void nsSimulatedNetworkSettings::SetService(std::string aName) {
+void nsSimulatedNetworkSettings::SetFault(const std::string& aInterface, Fault aFault) {
   const std::lock_guard lock(mLock);
-  mService = std::move(aName);
+  mFaults[aInterface] = aFault;
 }
 
-void nsSimulatedNetworkSettings::SetFailsHalfway(std::string aInterface) {
+void nsSimulatedNetworkSettings::SetWay(nsInterfaceWay aWay) {
   const std::lock_guard lock(mLock);
-  mFailsHalfway = std::move(aInterface);
+  mWay = std::move(aWay);
 }
 
-void nsSimulatedNetworkSettings::SetJournalTaken(bool aTaken) {
+std::optional<std::string> nsSimulatedNetworkSettings::State() const {
   const std::lock_guard lock(mLock);
-  mJournalTaken = aTaken;
+  return mState;
 }
 
-std::optional<std::string> nsSimulatedNetworkSettings::Journal() const {
+void nsSimulatedNetworkSettings::SetState(std::optional<std::string> aText) {
   const std::lock_guard lock(mLock);
-  return mJournal;
+  mState = std::move(aText);
 }
 
-void nsSimulatedNetworkSettings::SetJournal(std::optional<std::string> aText) {
-  const std::lock_guard lock(mLock);
-  mJournal = std::move(aText);
+void nsSimulatedNetworkSettings::ReadFacts(const nsMachineValue& aValue) { ReadChange(aValue)(); }
+
+std::function<void()> nsSimulatedNetworkSettings::ReadChange(const nsMachineValue& aValue) {
+  std::vector<std::function<void()>> changes;
+  aValue.AsObject([&](nsMachineObject& aObject) {
+    const nsMachineValue* const service = aObject.Optional("service");
+    const nsMachineValue* const client = aObject.Optional("dhcpClient");
+    if (service)
+      changes.emplace_back([this, name = service->AsString()] {
+        const std::lock_guard lock(mLock);
+        mWay.mService = name;
+      });
+    if (client)
+      changes.emplace_back([this, name = client->AsString()] {
+        const std::lock_guard lock(mLock);
+        mWay.mDhcpClient = name;
+      });
+    const nsMachineValue* const faults = aObject.Optional("faults");
+    if (!faults) return;
+    for (const nsMachineValue& element : faults->AsArray())
+      element.AsObject([&](nsMachineObject& aFault) {
+        const std::string name = aFault.Required("interface").AsString();
+        const nsMachineValue& kind = aFault.Required("fault");
+        const std::string text = kind.AsString();
+        const Fault fault = text == "refused"     ? eRefused
+                            : text == "half-done" ? eHalfDone
+                            : text == "link-lost" ? eLinkLost
+                                                  : eNone;
+        if (fault == eNone && text != "none")
+          kind.Fail("must be \"none\", \"refused\", \"half-done\" or \"link-lost\"");
+        changes.emplace_back([this, name, fault] { SetFault(name, fault); });
+      });
+  });
+  return [changes = std::move(changes)] {
+    for (const auto& change : changes) change();
+  };
 }
 
 std::string nsSimulatedNetworkSettings::Keep(std::vector<nsSimulatedInterface> aInterfaces) {
@@ -66,132 +136,199 @@ const std::vector<nsSimulatedInterface>* nsSimulatedNetworkSettings::Kept(
   return found == mKept.end() ? nullptr : &found->second;  // none is ever removed
 }
 
-nsresult nsSimulatedNetworkSettings::FindService(std::string* aName) {
-  if (nsresult rv = Enter("FindService"); NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLock);
-  *aName = mService;
-  return NS_OK;
-}
+/// One process of the machine.
+class nsSimulatedNetworkSettings::Port final : public nsPlatformNetworkSettings {
+ public:
+  explicit Port(std::shared_ptr<nsSimulatedNetworkSettings> aShared)
+      : mShared(std::move(aShared)) {}
+  ~Port() override {
+    (void)Release();
+    const std::lock_guard lock(mShared->mLock);
+    if (mShared->mListener == this) mShared->mListener = nullptr;
+  }
 
-nsresult nsSimulatedNetworkSettings::ReadInterface(const std::string& aName, std::string* aRecord) {
-  if (nsresult rv = Enter("ReadInterface"); NS_FAILED(rv)) return rv;
-  for (const nsSimulatedInterface& interface : mNetwork->Interfaces()) {
-    if (interface.mAddresses.mAdapterName != aName) continue;
-    *aRecord = Keep({interface});
+  nsresult FindWay(const std::string& aName, nsInterfaceWay* aWay) override {
+    if (nsresult rv = mShared->Enter("FindWay"); NS_FAILED(rv)) return rv;
+    if (!Has(aName)) return NS_ERROR_FILE_NOT_FOUND;
+    const std::lock_guard lock(mShared->mLock);
+    *aWay = mShared->mWay;
     return NS_OK;
   }
-  return NS_ERROR_FILE_NOT_FOUND;
-}
-
-nsresult nsSimulatedNetworkSettings::WriteInterface(const std::string& aName,
-                                                    const nsInterfaceSettings& aSettings) {
-  if (nsresult rv = Enter("WriteInterface"); NS_FAILED(rv)) return rv;
-  bool half = false;
-  {
-    const std::lock_guard lock(mLock);
-    half = mFailsHalfway == aName;
+  nsresult ReadInterface(const std::string& aName, uint32_t, std::string* aRecord) override {
+    if (nsresult rv = mShared->Enter("ReadInterface"); NS_FAILED(rv)) return rv;
+    for (const nsSimulatedInterface& interface : mShared->mNetwork->Interfaces()) {
+      if (interface.mAddresses.mAdapterName != aName) continue;
+      *aRecord = mShared->Keep({interface});
+      return NS_OK;
+    }
+    return NS_ERROR_FILE_NOT_FOUND;
   }
-  const bool found = mNetwork->Alter(aName, [&](nsSimulatedInterface& aInterface) {
-    auto& addresses = aInterface.mAddresses.mUnicastAddresses;
-    std::erase_if(addresses, [](const nsUnicastAddress& aAddress) {
-      return aAddress.mAddress.mFamily != nsSocketAddress::kIPv6;
-    });
-    for (size_t i = 0; i < aSettings.mAddresses.size(); ++i) {
-      nsUnicastAddress address;
-      address.mAddress = SocketAddressOf(aSettings.mAddresses[i].mAddress);
-      address.mOnLinkPrefixLength = aSettings.mAddresses[i].mPrefixLength;
-      addresses.insert(addresses.begin() + static_cast<ptrdiff_t>(i), address);
+  nsresult WriteInterface(const std::string& aName, const std::string&,
+                          const nsInterfaceSettings& aSettings) override {
+    if (nsresult rv = mShared->Enter("WriteInterface"); NS_FAILED(rv)) return rv;
+    const auto [fault, takesServers] = FaultOf(aName);
+    if (fault == eRefused) return NS_ERROR_FAILURE;
+    const bool found =
+        mShared->mNetwork->Alter(aName, [&, half = fault == eHalfDone, lost = fault == eLinkLost,
+                                         ours = takesServers](nsSimulatedInterface& aInterface) {
+          ReplaceAddresses(aInterface.mAddresses, aSettings);
+          if (half) return;
+          aInterface.mGateways.clear();
+          for (const nsSocketAddress& gateway : aSettings.mGateways)
+            aInterface.mGateways.push_back(NS_AddressText(gateway));
+          if (ours && !aSettings.mServers.empty())
+            ReplaceServers(aInterface.mAddresses.mDnsServers, aSettings.mServers);
+          if (lost) aInterface.mAddresses.mOperStatus = nsAdapterAddresses::kDown;
+        });
+    if (!found) return NS_ERROR_FILE_NOT_FOUND;
+    mShared->Record("WriteInterface " + aName);
+    return fault == eHalfDone ? NS_ERROR_FAILURE : NS_OK;
+  }
+  nsresult KeepInterface(const std::string& aName, const std::string&) override {
+    if (nsresult rv = mShared->Enter("KeepInterface"); NS_FAILED(rv)) return rv;
+    return Has(aName) ? NS_OK : NS_ERROR_FILE_NOT_FOUND;
+  }
+  nsresult ForgetInterface(const std::string& aName, const std::string&) override {
+    if (nsresult rv = mShared->Enter("ForgetInterface"); NS_FAILED(rv)) return rv;
+    return Has(aName) ? NS_OK : NS_ERROR_FILE_NOT_FOUND;
+  }
+  nsresult RestoreInterface(const std::string& aName, const std::string& aRecord) override {
+    if (nsresult rv = mShared->Enter("RestoreInterface"); NS_FAILED(rv)) return rv;
+    const auto* const kept = mShared->Kept(aRecord);
+    if (!kept || kept->size() != 1) return NS_ERROR_FILE_CORRUPTED;
+    const bool found = mShared->mNetwork->Alter(
+        aName, [&](nsSimulatedInterface& aInterface) { aInterface = kept->front(); });
+    if (!found) return NS_ERROR_FILE_NOT_FOUND;
+    mShared->Record("RestoreInterface " + aName);
+    return NS_OK;
+  }
+
+  nsresult ReadServers(std::vector<nsSocketAddress>* aServers) override {
+    if (nsresult rv = mShared->Enter("ReadServers"); NS_FAILED(rv)) return rv;
+    std::vector<nsSocketAddress> servers;
+    for (const nsSimulatedInterface& interface : mShared->mNetwork->Interfaces())
+      for (const nsSocketAddress& server : interface.mAddresses.mDnsServers)
+        if (std::ranges::find(servers, server) == servers.end()) servers.push_back(server);
+    *aServers = std::move(servers);
+    return NS_OK;
+  }
+  nsresult ReadResolver(std::string* aRecord) override {
+    if (nsresult rv = mShared->Enter("ReadResolver"); NS_FAILED(rv)) return rv;
+    *aRecord = mShared->Keep(mShared->mNetwork->Interfaces());
+    return NS_OK;
+  }
+  // Interfaces with a gateway have the machine's servers, as on a machine with one resolver.
+  nsresult WriteResolver(const std::vector<nsSocketAddress>& aServers) override {
+    if (nsresult rv = mShared->Enter("WriteResolver"); NS_FAILED(rv)) return rv;
+    for (const nsSimulatedInterface& interface : mShared->mNetwork->Interfaces())
+      (void)mShared->mNetwork->Alter(
+          interface.mAddresses.mAdapterName, [&](nsSimulatedInterface& aInterface) {
+            if (!aInterface.mGateways.empty())
+              ReplaceServers(aInterface.mAddresses.mDnsServers, aServers);
+          });
+    mShared->Record("WriteResolver");
+    return NS_OK;
+  }
+  nsresult RestoreResolver(const std::string& aRecord) override {
+    if (nsresult rv = mShared->Enter("RestoreResolver"); NS_FAILED(rv)) return rv;
+    const auto* const kept = mShared->Kept(aRecord);
+    if (!kept) return NS_ERROR_FILE_CORRUPTED;
+    for (const nsSimulatedInterface& interface : *kept)
+      (void)mShared->mNetwork->Alter(
+          interface.mAddresses.mAdapterName, [&](nsSimulatedInterface& aInterface) {
+            aInterface.mAddresses.mDnsServers = interface.mAddresses.mDnsServers;
+          });
+    mShared->Record("RestoreResolver");
+    return NS_OK;
+  }
+
+  nsresult LockState() override {
+    if (nsresult rv = mShared->Enter("LockState"); NS_FAILED(rv)) return rv;
+    const std::lock_guard lock(mShared->mLock);
+    if (mShared->mHolder && mShared->mHolder != this) return NS_ERROR_FILE_IS_LOCKED;
+    mShared->mHolder = this;
+    return NS_OK;
+  }
+  nsresult UnlockState() override {
+    // One that fails would keep the state from everybody: no system has that.
+    return Release();
+  }
+  nsresult LoadState(std::string* aText) override {
+    if (nsresult rv = mShared->Enter("LoadState"); NS_FAILED(rv)) return rv;
+    const std::lock_guard lock(mShared->mLock);
+    if (!mShared->mState) return NS_ERROR_FILE_NOT_FOUND;
+    *aText = *mShared->mState;
+    return NS_OK;
+  }
+  nsresult SaveState(const std::string& aText) override {
+    if (nsresult rv = mShared->Enter("SaveState"); NS_FAILED(rv)) return rv;
+    const std::lock_guard lock(mShared->mLock);
+    if (mShared->mHolder != this) return NS_ERROR_FILE_IS_LOCKED;
+    mShared->mState = aText;
+    mShared->Record("SaveState");
+    return NS_OK;
+  }
+
+  nsresult Listen(std::function<void(nsNetworkRequest)> aHandler,
+                  std::shared_ptr<nsEventSource>* aSource) override {
+    if (nsresult rv = mShared->Enter("Listen"); NS_FAILED(rv)) return rv;
+    *aSource = std::make_shared<QuietSource>();
+    const std::lock_guard lock(mShared->mLock);
+    mShared->mHandler = std::move(aHandler);
+    mShared->mListener = this;
+    return NS_OK;
+  }
+  nsresult Ask(const std::string& aWord, std::string* aAnswer) override {
+    if (nsresult rv = mShared->Enter("Ask"); NS_FAILED(rv)) return rv;
+    struct Answer {
+      std::mutex mLock;
+      std::condition_variable mCome;
+      std::optional<std::string> mText;
+    };
+    const auto answer = std::make_shared<Answer>();
+    std::function<void(nsNetworkRequest)> handler;
+    {
+      const std::lock_guard lock(mShared->mLock);
+      if (!mShared->mListener || mShared->mHolder != mShared->mListener)
+        return NS_ERROR_NOT_AVAILABLE;
+      handler = mShared->mHandler;
     }
-    if (half) return;
-    aInterface.mGateways.clear();
-    for (const nsIPv4Bytes& gateway : aSettings.mGateways)
-      aInterface.mGateways.push_back(vorel::address::FormatIPv4(gateway));
-  });
-  if (!found) return NS_ERROR_FILE_NOT_FOUND;
-  Record("WriteInterface " + aName);
-  return half ? NS_ERROR_FAILURE : NS_OK;
-}
+    handler({aWord, [answer](const std::string& aText) {
+               const std::lock_guard lock(answer->mLock);
+               answer->mText = aText;
+               answer->mCome.notify_all();
+             }});
+    std::unique_lock lock(answer->mLock);
+    answer->mCome.wait(lock, [&] { return answer->mText.has_value(); });
+    *aAnswer = *answer->mText;
+    return NS_OK;
+  }
+  std::string Reason() override { return ""; }
+  void Cancel() override {}
 
-nsresult nsSimulatedNetworkSettings::RestoreInterface(const std::string& aName,
-                                                      const std::string& aRecord) {
-  if (nsresult rv = Enter("RestoreInterface"); NS_FAILED(rv)) return rv;
-  const auto* const kept = Kept(aRecord);
-  if (!kept || kept->size() != 1) return NS_ERROR_FILE_CORRUPTED;
-  const bool found = mNetwork->Alter(aName, [&](nsSimulatedInterface& aInterface) {
-    aInterface.mAddresses.mUnicastAddresses = kept->front().mAddresses.mUnicastAddresses;
-    aInterface.mGateways = kept->front().mGateways;
-  });
-  if (!found) return NS_ERROR_FILE_NOT_FOUND;
-  Record("RestoreInterface " + aName);
-  return NS_OK;
-}
+ private:
+  nsresult Release() {
+    const std::lock_guard lock(mShared->mLock);
+    if (mShared->mHolder == this) mShared->mHolder = nullptr;
+    return NS_OK;
+  }
+  bool Has(const std::string& aName) const {
+    return std::ranges::any_of(mShared->mNetwork->Interfaces(),
+                               [&](const nsSimulatedInterface& aInterface) {
+                                 return aInterface.mAddresses.mAdapterName == aName;
+                               });
+  }
+  /// And whether servers are set by interface.
+  std::pair<Fault, bool> FaultOf(const std::string& aName) const {
+    const std::lock_guard lock(mShared->mLock);
+    const auto found = mShared->mFaults.find(aName);
+    return {found == mShared->mFaults.end() ? eNone : found->second, mShared->mWay.mTakesServers};
+  }
 
-nsresult nsSimulatedNetworkSettings::ReadServers(std::vector<nsIPv4Bytes>* aServers) {
-  if (nsresult rv = Enter("ReadServers"); NS_FAILED(rv)) return rv;
-  std::vector<nsIPv4Bytes> servers;
-  for (const nsSimulatedInterface& interface : mNetwork->Interfaces())
-    for (const nsSocketAddress& server : interface.mAddresses.mDnsServers) {
-      if (server.mFamily == nsSocketAddress::kIPv6) continue;
-      nsIPv4Bytes bytes;
-      std::copy_n(server.mBytes.begin(), bytes.size(), bytes.begin());
-      if (std::ranges::find(servers, bytes) == servers.end()) servers.push_back(bytes);
-    }
-  *aServers = std::move(servers);
-  return NS_OK;
-}
+  const std::shared_ptr<nsSimulatedNetworkSettings> mShared;
+};
 
-nsresult nsSimulatedNetworkSettings::ReadResolver(std::string* aRecord) {
-  if (nsresult rv = Enter("ReadResolver"); NS_FAILED(rv)) return rv;
-  *aRecord = Keep(mNetwork->Interfaces());
-  return NS_OK;
-}
-
-// Interfaces with a gateway have the machine's servers, as on a machine with one resolver.
-nsresult nsSimulatedNetworkSettings::WriteResolver(const std::vector<nsIPv4Bytes>& aServers) {
-  if (nsresult rv = Enter("WriteResolver"); NS_FAILED(rv)) return rv;
-  for (const nsSimulatedInterface& interface : mNetwork->Interfaces())
-    (void)mNetwork->Alter(interface.mAddresses.mAdapterName, [&](nsSimulatedInterface& aInterface) {
-      ReplaceIPv4(aInterface.mAddresses.mDnsServers,
-                  aInterface.mGateways.empty() ? std::vector<nsIPv4Bytes>() : aServers);
-    });
-  Record("WriteResolver");
-  return NS_OK;
-}
-
-nsresult nsSimulatedNetworkSettings::RestoreResolver(const std::string& aRecord) {
-  if (nsresult rv = Enter("RestoreResolver"); NS_FAILED(rv)) return rv;
-  const auto* const kept = Kept(aRecord);
-  if (!kept) return NS_ERROR_FILE_CORRUPTED;
-  for (const nsSimulatedInterface& interface : *kept)
-    (void)mNetwork->Alter(interface.mAddresses.mAdapterName, [&](nsSimulatedInterface& aInterface) {
-      aInterface.mAddresses.mDnsServers = interface.mAddresses.mDnsServers;
-    });
-  Record("RestoreResolver");
-  return NS_OK;
-}
-
-nsresult nsSimulatedNetworkSettings::LoadJournal(std::string* aText) {
-  if (nsresult rv = Enter("LoadJournal"); NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLock);
-  if (mJournalTaken) return NS_ERROR_FILE_IS_LOCKED;
-  if (!mJournal) return NS_ERROR_FILE_NOT_FOUND;
-  *aText = *mJournal;
-  return NS_OK;
-}
-
-nsresult nsSimulatedNetworkSettings::SaveJournal(const std::string& aText) {
-  if (nsresult rv = Enter("SaveJournal"); NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLock);
-  if (mJournalTaken) return NS_ERROR_FILE_IS_LOCKED;
-  mJournal = aText;
-  Record("SaveJournal");
-  return NS_OK;
-}
-
-nsresult nsSimulatedNetworkSettings::DropJournal() {
-  if (nsresult rv = Enter("DropJournal"); NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLock);
-  if (mJournalTaken) return NS_ERROR_FILE_IS_LOCKED;
-  if (std::exchange(mJournal, std::nullopt)) Record("DropJournal");
-  return NS_OK;
+std::shared_ptr<nsPlatformNetworkSettings> nsSimulatedNetworkSettings::NewPort(
+    std::shared_ptr<nsSimulatedNetworkSettings> aSettings) {
+  return std::make_shared<Port>(std::move(aSettings));
 }

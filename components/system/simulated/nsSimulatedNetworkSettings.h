@@ -4,48 +4,53 @@
 #include <map>
 #include <optional>
 
+#include "nsMachineValue.h"
 #include "nsPlatformNetworkSettings.h"
 #include "nsSimulatedCalls.h"
 #include "nsSimulatedNetwork.h"
 
 /// Changes the interfaces of the machine. Its records are good as long as the machine is there,
-/// whichever process of it asks.
-class nsSimulatedNetworkSettings final : public nsPlatformNetworkSettings, public nsSimulatedPort {
+/// whichever process of it asks: each Port() is one of them.
+class nsSimulatedNetworkSettings final : public nsSimulatedPort {
  public:
   nsSimulatedNetworkSettings(nsSimulatedCallsRef aCalls,
                              std::shared_ptr<nsSimulatedNetwork> aNetwork);
 
-  /// A service that manages the interfaces; none to begin with.
-  void SetService(std::string aName);
-  /// From now on a change of that interface fails when its addresses are there and its gateways are
-  /// not.
-  void SetFailsHalfway(std::string aInterface);
-  /// Whether another process has the journal.
-  void SetJournalTaken(bool aTaken);
-  /// What a process that ended has left; nothing when there is no journal.
-  std::optional<std::string> Journal() const;
-  void SetJournal(std::optional<std::string> aText);
+  /// What a change of an interface comes to, from now on.
+  enum Fault : uint8_t {
+    eNone,
+    eRefused,   ///< it fails, and nothing has changed
+    eHalfDone,  ///< it fails when the addresses are there and the gateways are not
+    eLinkLost,  ///< it succeeds, and the link is down from then on
+  };
+  void SetFault(const std::string& aInterface, Fault aFault);
+  /// Who manages the interfaces; to begin with a service that gets leases, and keeps what it is
+  /// told.
+  void SetWay(nsInterfaceWay aWay);
+  /// What a process that ended has left; nothing when there is no state.
+  std::optional<std::string> State() const;
+  void SetState(std::optional<std::string> aText);
 
-  nsresult FindService(std::string* aName) override;
-  nsresult ReadInterface(const std::string& aName, std::string* aRecord) override;
-  nsresult WriteInterface(const std::string& aName, const nsInterfaceSettings& aSettings) override;
-  nsresult RestoreInterface(const std::string& aName, const std::string& aRecord) override;
-  nsresult ReadServers(std::vector<nsIPv4Bytes>* aServers) override;
-  nsresult ReadResolver(std::string* aRecord) override;
-  nsresult WriteResolver(const std::vector<nsIPv4Bytes>& aServers) override;
-  nsresult RestoreResolver(const std::string& aRecord) override;
-  nsresult LoadJournal(std::string* aText) override;
-  nsresult SaveJournal(const std::string& aText) override;
-  nsresult DropJournal() override;
+  /// An object, as docs/machine-file.md tells. Throws nsMachineFileError.
+  void ReadFacts(const nsMachineValue& aValue);
+  /// The same: what the function that is given back does.
+  std::function<void()> ReadChange(const nsMachineValue& aValue);
+
+  /// One process's side of it. It may outlive this object's machine, but not this object.
+  static std::shared_ptr<nsPlatformNetworkSettings> NewPort(
+      std::shared_ptr<nsSimulatedNetworkSettings> aSettings);
 
  private:
+  class Port;
   std::string Keep(std::vector<nsSimulatedInterface> aInterfaces);
   const std::vector<nsSimulatedInterface>* Kept(const std::string& aRecord) const;
 
   const std::shared_ptr<nsSimulatedNetwork> mNetwork;
-  std::string mService;
-  std::string mFailsHalfway;
-  bool mJournalTaken = false;
-  std::optional<std::string> mJournal;
+  nsInterfaceWay mWay{"simulated", "simulated", false, true};
+  std::map<std::string, Fault> mFaults;
+  std::optional<std::string> mState;
+  const Port* mHolder = nullptr;  // of the state
+  std::function<void(nsNetworkRequest)> mHandler;
+  const Port* mListener = nullptr;
   std::map<std::string, std::vector<nsSimulatedInterface>> mKept;  // by record
 };

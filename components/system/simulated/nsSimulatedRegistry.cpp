@@ -84,7 +84,9 @@ nsSimulatedRegistry::nsSimulatedRegistry(nsSimulatedCallsRef aCalls,
 
 void nsSimulatedRegistry::Put(const std::string& aPath, nsRegistryValue aValue) {
   const std::lock_guard lock(mLock);
-  mData.Make(aPath).Set(std::move(aValue));
+  nsRegistryData::Key& key = mData.Make(aPath);
+  key.DropMark();
+  key.Set(std::move(aValue));
 }
 
 void nsSimulatedRegistry::Take(const std::string& aPath, const std::string& aName) {
@@ -97,8 +99,10 @@ void nsSimulatedRegistry::Take(const std::string& aPath, const std::string& aNam
 
 std::vector<nsRegistryValue> nsSimulatedRegistry::ValuesOf(const std::string& aPath) {
   const std::lock_guard lock(mLock);
-  const nsRegistryData::Key* key = mData.Find(aPath);
-  return key ? key->mValues : std::vector<nsRegistryValue>();
+  nsRegistryData::Key* const found = mData.Find(aPath);
+  nsRegistryData::Key key = found ? *found : nsRegistryData::Key();
+  key.DropMark();
+  return key.mValues;
 }
 
 void nsSimulatedRegistry::ReadFacts(const nsMachineValue& aValue) { ReadChange(aValue)(); }

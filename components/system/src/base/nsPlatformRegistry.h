@@ -70,9 +70,10 @@ class nsPlatformRegistry {
   /// Windows: RegCreateKeyExA.
   virtual nsresult CreateKey(const std::string& aPath, uint32_t aAccess,
                              std::unique_ptr<nsPlatformRegistryKey>* aKey) = 0;
-  /// Whether the store has the key by now. Unlike opening it, asking fills nothing in.
+  /// Whether somebody has put something into the key, be it what was there already: it is not there
+  /// for having been read alone. Unlike opening it, asking fills nothing in.
   /// Windows: RegOpenKeyExA.
-  virtual nsresult HasKey(const std::string& aPath, bool* aHas) = 0;
+  virtual nsresult IsWritten(const std::string& aPath, bool* aIsWritten) = 0;
 };
 
 /// A value with its name.

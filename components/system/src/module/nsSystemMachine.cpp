@@ -1,5 +1,6 @@
 #include "nsSystemMachine.h"
 
+#include <atomic>
 #include <utility>
 
 #include "nsDebug.h"
@@ -21,12 +22,20 @@
 
 namespace {
 
-// Runs the script of a machine on the main thread, until the end of the host.
+// Runs the script of a machine on the main thread, until the end of the host, and tells of changes
+// of its network.
 class MachineScript final : public nsImplements<MachineScript, nsIObserver> {
  public:
   explicit MachineScript(std::shared_ptr<nsSimulatedMachine> aMachine)
       : mMachine(std::move(aMachine)) {
-    mMachine->mNetwork->SetListener([this] { mNetworkChanged = true; });
+    // The script changes it on the main thread, and settings that come into force on another one.
+    mMachine->mNetwork->SetListener([this] {
+      mNetworkChanged = true;
+      if (NS_IsMainThread()) return;
+      const auto told =
+          NS_NewRunnableMethodCaller<vorel::threads::eStrong>(this, &MachineScript::OnChange);
+      (void)NS_DispatchToMainThread(told.get(), NS_DISPATCH_NORMAL);
+    });
   }
 
   nsresult Start() {
@@ -35,6 +44,7 @@ class MachineScript final : public nsImplements<MachineScript, nsIObserver> {
     NS_ENSURE_SUCCESS(rv, rv);
     rv = os->AddObserver(this, "xpcom-shutdown", false);
     NS_ENSURE_SUCCESS(rv, rv);
+    if (!mMachine->UntilNextChange()) return NS_OK;
     nsCOMPtr<nsIThread> mainThread;
     rv = NS_GetMainThread(mainThread.getter_AddRefs());
     NS_ENSURE_SUCCESS(rv, rv);
@@ -53,7 +63,7 @@ class MachineScript final : public nsImplements<MachineScript, nsIObserver> {
 
   // The host tells of changes of the real network only.
   void OnChange() {
-    if (!std::exchange(mNetworkChanged, false)) return;
+    if (!mNetworkChanged.exchange(false)) return;
     const auto os = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID);
     const auto links =
         do_GetService<nsINetworkLinkService>("@mozilla.org/network/network-link-service;1");
@@ -62,7 +72,7 @@ class MachineScript final : public nsImplements<MachineScript, nsIObserver> {
 
   const std::shared_ptr<nsSimulatedMachine> mMachine;
   std::unique_ptr<nsEventPump> mPump;  // null after the end
-  bool mNetworkChanged = false;
+  std::atomic<bool> mNetworkChanged = false;
 };
 
 // Null when none is asked for.
@@ -96,10 +106,8 @@ nsresult NS_OpenMachine(nsPlatformRef* aPlatform) {
   const nsPlatformRef native = NS_NewNativePlatform();
   platform->mFiles = native->mFiles;
   platform->mDirectoryChanges = native->mDirectoryChanges;
-  if (machine->UntilNextChange()) {
-    rv = MakeRefCounted<MachineScript>(std::move(machine))->Start();
-    NS_ENSURE_SUCCESS(rv, rv);
-  }
+  rv = MakeRefCounted<MachineScript>(std::move(machine))->Start();
+  NS_ENSURE_SUCCESS(rv, rv);
   *aPlatform = NS_WithMediaGraph(platform);
   return NS_OK;
 }

@@ -1,35 +1,66 @@
-// The IPv4 settings that the configuration store has of an interface: reading and checking them.
+// What the configuration store has of interfaces, what of it was confirmed, and what is wrong.
 #pragma once
 
+#include <map>
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "nsPlatformNetworkSettings.h"
+#include "nsPlatformNetworkText.h"
 #include "nsPlatformRegistry.h"
 
 /// What the store has of one interface.
 struct nsStoredSettings {
   std::string mName;
-  bool mIsDhcp = false;
-  std::vector<nsIPv4Net> mAddresses;  ///< Empty under DHCP, as are the gateways.
-  std::vector<nsIPv4Bytes> mGateways;
-  std::optional<uint32_t> mMetric;
-  std::vector<nsIPv4Bytes> mServers;  ///< Fixed ones, which there may be under DHCP too.
+  nsInterfaceSettings mSettings;
 };
 
-/// Reads the key of an interface, which must be there. Values that can't be understood are named in
-/// *aProblems, "eth0: SubnetMask ...", and left out. Fails as the store does.
-nsresult NS_ReadStoredSettings(nsPlatformRegistry& aRegistry, const std::string& aName,
-                               nsStoredSettings* aSettings, std::vector<std::string>* aProblems);
+/// The texts of an interface's settings, as they stand in the store.
+struct nsSettingTexts {
+  bool mIsDhcp = false;
+  std::vector<std::string> mAddresses, mMasks, mGateways, mMetrics, mServers;
+};
+
+/// Reads the key of an interface, which must be there. Fails as the store does.
+nsresult NS_ReadSettingTexts(nsPlatformRegistry& aRegistry, const std::string& aName,
+                             nsSettingTexts* aTexts);
+
+/// What texts say. Those that can't be understood are named in *aProblems, "eth0: SubnetMask ...",
+/// and left out.
+nsStoredSettings NS_ParseSettings(const std::string& aName, const nsSettingTexts& aTexts,
+                                  std::vector<std::string>* aProblems);
 
 /// Adds to *aProblems what can't be in force at the same time: an address twice, a gateway outside
 /// every net of its interface, an address that no interface can have.
 void NS_CheckSettings(std::span<const nsStoredSettings> aSettings,
                       std::vector<std::string>* aProblems);
 
-/// "192.0.2.1" and nothing else.
-bool NS_ReadIPv4(std::string_view aText, nsIPv4Bytes* aAddress);
+/// A line for each thing that they say: "dhcp", "address 192.0.2.1/24", "gateway 192.0.2.2",
+/// "metric 100", "server 192.0.2.3".
+std::string NS_SettingsText(const nsInterfaceSettings& aSettings);
 /// The number of ones that a mask begins with; nothing when it has one behind a zero.
-std::optional<uint8_t> NS_PrefixLengthOf(const nsIPv4Bytes& aMask);
+std::optional<uint8_t> NS_PrefixLengthOf(const nsSocketAddress& aMask);
+/// What is durable of changes: the settings that were confirmed, and the one that is under way.
+struct nsNetworkState {
+  enum Phase : uint8_t {
+    eNone,
+    eTrial,      ///< the records tell how to take it back
+    eConfirmed,  ///< it stays; what the records left over is to be removed
+  };
+  /// What has been recorded, in the order in which it is changed. The resolver has the empty name.
+  using Records = std::vector<std::pair<std::string, std::string>>;
+
+  std::map<std::string, nsInterfaceSettings> mConfirmed;  ///< By interface.
+  Phase mPhase = eNone;
+  Records mRecords;
+
+  std::string Format() const;
+  /// Nothing for any other text.
+  static std::optional<nsNetworkState> Parse(std::string_view aText);
+
+  friend bool operator==(const nsNetworkState&, const nsNetworkState&) = default;
+};

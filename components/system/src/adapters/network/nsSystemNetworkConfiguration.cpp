@@ -5,18 +5,18 @@
 #include <utility>
 
 #include "nsIObserverService.h"
-#include "nsPlatformNetwork.h"
 #include "nsServices.h"
 #include "nsString.h"
+#include "nsVorelMethodCaller.h"
 
 namespace {
 
 constexpr uint32_t kLongestTrial = 86'400;  // s
 constexpr uint32_t kNextTry = 5'000;        // ms
-constexpr char kJournalHead[] = "vorel network change 1\n";
-constexpr char kJournalEnd[] = "end\n";
-constexpr const char16_t* kStateNames[] = {u"idle",      u"applying",    u"waiting",
-                                           u"confirmed", u"rolled-back", u"failed"};
+constexpr const char16_t* kStateNames[] = {u"idle",         u"applying",    u"waiting",
+                                           u"confirmed",    u"rolled-back", u"failed",
+                                           u"rolling-back", u"refused"};
+constexpr char kConfirm[] = "confirm", kRollback[] = "rollback";
 
 std::string Lines(const std::vector<std::string>& aLines) {
   std::string text;
@@ -24,38 +24,26 @@ std::string Lines(const std::vector<std::string>& aLines) {
   return text;
 }
 
-std::string NameOf(nsresult aRv) { return std::string(NS_ResultName(aRv)); }
-
-// The addresses and gateways of an interface, as the second picture has them.
-nsInterfaceSettings LiveOf(const nsAdapterInfo& aInfo) {
-  nsInterfaceSettings live;
-  nsIPv4Bytes address, mask;
-  for (const nsAdapterInfo::Address& entry : aInfo.mIpAddressList)
-    if (entry.mIpAddress != "0.0.0.0" && NS_ReadIPv4(entry.mIpAddress, &address) &&
-        NS_ReadIPv4(entry.mIpMask, &mask))
-      live.mAddresses.push_back({address, NS_PrefixLengthOf(mask).value_or(0)});
-  for (const std::string& gateway : aInfo.mGatewayList)
-    if (gateway != "0.0.0.0" && NS_ReadIPv4(gateway, &address)) live.mGateways.push_back(address);
-  return live;
-}
-
-bool IsSame(nsInterfaceSettings aA, nsInterfaceSettings aB) {
-  std::ranges::sort(aA.mAddresses);
-  std::ranges::sort(aB.mAddresses);
-  return aA.mAddresses == aB.mAddresses && aA.mGateways == aB.mGateways;
-}
-
-bool TakeNumber(std::string_view* aText, char aEnd, size_t* aNumber) {
-  const auto [end, error] = std::from_chars(aText->data(), aText->data() + aText->size(), *aNumber);
-  if (error != std::errc() || end == aText->data() + aText->size() || *end != aEnd) return false;
-  aText->remove_prefix(static_cast<size_t>(end - aText->data()) + 1);
-  return true;
+// 24 is 255.255.255.0; nothing for what is no length.
+std::optional<std::string> MaskOf(std::string_view aLength, bool aIsIPv6) {
+  nsSocketAddress mask;
+  if (aIsIPv6) mask.mFamily = nsSocketAddress::kIPv6;
+  unsigned length = 0;
+  const char* const end = aLength.data() + aLength.size();
+  const auto [stop, error] = std::from_chars(aLength.data(), end, length);
+  if (error != std::errc() || stop != end || length > NS_AddressSize(mask) * 8) return std::nullopt;
+  for (unsigned bit = 0; bit < length; ++bit)
+    mask.mBytes[bit / 8] = static_cast<uint8_t>(mask.mBytes[bit / 8] | 0x80u >> bit % 8);
+  return NS_AddressText(mask);
 }
 
 }  // namespace
 
 nsSystemNetworkConfiguration::nsSystemNetworkConfiguration(nsPlatformRef aPlatform)
-    : mPlatform(std::move(aPlatform)), mLogger(NS_GetLogger("system.network.configuration")) {}
+    : mPlatform(std::move(aPlatform)),
+      mLogger(NS_GetLogger("system.network.configuration")),
+      mChange(mPlatform),
+      mReading(mPlatform) {}
 
 nsresult nsSystemNetworkConfiguration::InitSingleton() {
   nsresult rv;
@@ -63,141 +51,99 @@ nsresult nsSystemNetworkConfiguration::InitSingleton() {
   if (NS_FAILED(rv)) return rv;
   rv = os->AddObserver(this, "xpcom-shutdown", false);
   if (NS_FAILED(rv)) return rv;
-
-  nsPlatformNetworkSettings& port = *mPlatform->mNetworkSettings;
-  std::string text;
-  rv = port.LoadJournal(&text);
-  if (rv == NS_ERROR_FILE_NOT_FOUND || rv == NS_ERROR_FILE_IS_LOCKED) return NS_OK;
-  if (NS_FAILED(rv)) {
-    // The service is of use all the same: it tells why it refuses.
-    SYSTEM_LOG_ERROR(mLogger, "Can't read the journal of network changes: " + NameOf(rv));
-    return NS_OK;
-  }
-  if (!ParseJournal(text, &mRecords)) {
-    SYSTEM_LOG_ERROR(mLogger, "The journal of network changes is damaged, and is dropped");
-    rv = port.DropJournal();
-    if (NS_FAILED(rv)) SYSTEM_LOG_ERROR(mLogger, "Can't drop it: " + NameOf(rv));
-    return NS_OK;
-  }
-  (void)TakeBack("the process that tried the settings ended without confirming them");
+  bool isDamaged = false;
+  const bool isLeft = mReading.Peek(&isDamaged);
+  if (isDamaged)
+    SYSTEM_LOG_ERROR(mLogger, "The state of network changes is damaged, and is begun anew");
+  // The service is of use all the same when this fails.
+  if (isLeft && NS_SUCCEEDED(Start([](nsNetworkChange& aChange) { return aChange.Recover(); })))
+    SetState(STATE_ROLLING_BACK, "");
   return NS_OK;
 }
 
-// ---- The journal: lengths before names and records, which may have any bytes
+// ---- Steps
 
-std::string nsSystemNetworkConfiguration::FormatJournal(const Records& aRecords) {
-  std::string text = kJournalHead;
-  for (const auto& [name, record] : aRecords)
-    text += "record " + std::to_string(name.size()) + " " + std::to_string(record.size()) + "\n" +
-            name + record + "\n";
-  return text + kJournalEnd;
+nsresult nsSystemNetworkConfiguration::Start(std::function<Outcome(nsNetworkChange&)> aStep) {
+  if (mIsBusy || mIsEnding) return NS_ERROR_IN_PROGRESS;
+  const nsCOMPtr<nsSystemNetworkConfiguration> self(this);
+  const nsresult rv = mThread.Start("NetworkChange", [self, step = std::move(aStep)] {
+    self->mOutcome = step(self->mChange);
+    const auto done = NS_NewRunnableMethodCaller<vorel::threads::eStrong>(
+        self.get(), &nsSystemNetworkConfiguration::Done);
+    (void)NS_DispatchToMainThread(done.get(), NS_DISPATCH_NORMAL);
+  });
+  mIsBusy = NS_SUCCEEDED(rv);
+  return rv;
 }
 
-bool nsSystemNetworkConfiguration::ParseJournal(std::string_view aText, Records* aRecords) {
-  const auto take = [&](std::string_view aWord) {
-    if (!aText.starts_with(aWord)) return false;
-    aText.remove_prefix(aWord.size());
-    return true;
-  };
-  if (!take(kJournalHead)) return false;
-  Records records;
-  while (take("record ")) {
-    size_t name = 0, record = 0;
-    if (!TakeNumber(&aText, ' ', &name) || !TakeNumber(&aText, '\n', &record)) return false;
-    if (name > aText.size() || record > aText.size() - name) return false;
-    records.emplace_back(aText.substr(0, name), aText.substr(name, record));
-    aText.remove_prefix(name + record);
-    if (!take("\n")) return false;
-  }
-  if (aText != kJournalEnd || records.empty()) return false;
-  *aRecords = std::move(records);
-  return true;
+void nsSystemNetworkConfiguration::Done() {
+  if (!mIsBusy) return;  // the end was first
+  mThread.Join();
+  mIsBusy = false;
+  Settle(std::exchange(mOutcome, {}));
 }
 
-// ---- What is to be done
-
-nsresult nsSystemNetworkConfiguration::MakePlan(Plan* aPlan) {
-  std::vector<nsAdapterInfo> infos;
-  std::vector<nsAdapterAddresses> records;
-  const auto reading = mPlatform->mNetwork->Read();
-  nsresult rv = reading->GetAdaptersInfo(&infos);
-  if (rv == NS_ERROR_NOT_AVAILABLE) rv = NS_OK;  // no interface is no failure
-  if (NS_SUCCEEDED(rv)) rv = reading->GetAdaptersAddresses(0, 0, &records);
-  if (NS_FAILED(rv)) return rv;
-
-  Plan plan;
-  std::vector<nsStoredSettings> all;
-  for (const nsAdapterInfo& info : infos) {
-    const std::string& name = info.mAdapterName;
-    const auto record = std::ranges::find(records, name, &nsAdapterAddresses::mAdapterName);
-    if (record == records.end() || record->mIfType == nsAdapterAddresses::kLoopback) continue;
-    // Opening a key that is not there yet would fill it with what others have configured.
-    bool isStored = false;
-    rv = mPlatform->mRegistry->HasKey(NS_TcpipInterfaceKey(name), &isStored);
-    if (NS_FAILED(rv)) return rv;
-    if (!isStored) continue;
-    nsStoredSettings stored;
-    rv = NS_ReadStoredSettings(*mPlatform->mRegistry, name, &stored, &plan.mProblems);
-    if (NS_FAILED(rv)) return rv;
-
-    for (const nsIPv4Bytes& server : stored.mServers)
-      if (std::ranges::find(plan.mServers, server) == plan.mServers.end())
-        plan.mServers.push_back(server);
-    const bool liveDhcp = record->mFlags & nsAdapterAddresses::kDhcpEnabled;
-    const nsInterfaceSettings live = LiveOf(info);
-    const nsInterfaceSettings wanted{stored.mAddresses, stored.mGateways,
-                                     stored.mMetric.value_or(0)};
-    if (stored.mIsDhcp && !liveDhcp && !live.mAddresses.empty())
-      plan.mProblems.push_back(name + ": DHCP is stored, and no client of the system runs here");
-    else if (!stored.mIsDhcp && liveDhcp && !wanted.mAddresses.empty())
-      plan.mProblems.push_back(name +
-                               ": a fixed address is stored, and a DHCP client of the system has "
-                               "the interface; stop it first");
-    else if (!stored.mIsDhcp && !wanted.mAddresses.empty() &&
-             // The pictures do not tell metrics: one that is stored is written each time.
-             (stored.mMetric || !IsSame(live, wanted)))
-      plan.mInterfaces.emplace_back(name, wanted);
-    all.push_back(std::move(stored));
+void nsSystemNetworkConfiguration::Settle(const Outcome& aOutcome) {
+  switch (aOutcome.mEnd) {
+    case End::eNothing:
+      SetState(STATE_IDLE, "");
+      return;
+    case End::eRefused:
+      SetState(STATE_REFUSED, aOutcome.mReason);
+      return;
+    case End::eInForce:
+    case End::eConfirmed:
+      Disarm();
+      SetState(STATE_CONFIRMED, aOutcome.mReason);
+      return;
+    case End::eTakenBack:
+      Disarm();
+      SetState(STATE_ROLLED_BACK, aOutcome.mReason);
+      return;
+    case End::eFailed: {
+      // An end of the process leaves it to the next start.
+      const bool isArmed = NS_SUCCEEDED(Arm(kNextTry));
+      SetState(STATE_FAILED, aOutcome.mReason + (isArmed ? "" : "\nno timer for the next try"));
+      return;
+    }
+    case End::eOnTrial:
+      if (mState == STATE_APPLYING && NS_FAILED(Arm(mSeconds * 1000))) {
+        (void)TakeBack("there is no timer");
+        return;
+      }
+      if (mState == STATE_APPLYING) Listen();
+      SetState(STATE_WAITING, aOutcome.mReason);
+      if (std::exchange(mIsOver, false)) (void)TakeBack("not confirmed in time");
+      return;
   }
-  NS_CheckSettings(all, &plan.mProblems);
-  if (!plan.mServers.empty()) {
-    std::vector<nsIPv4Bytes> live;
-    rv = mPlatform->mNetworkSettings->ReadServers(&live);
-    if (NS_FAILED(rv)) return rv;
-    if (live == plan.mServers) plan.mServers.clear();
-  }
-  *aPlan = std::move(plan);
-  return NS_OK;
 }
 
-nsresult nsSystemNetworkConfiguration::TakeRecords(const Plan& aPlan, Records* aRecords) {
-  nsPlatformNetworkSettings& port = *mPlatform->mNetworkSettings;
-  Records records;
-  for (const auto& [name, settings] : aPlan.mInterfaces) {
-    std::string record;
-    if (const nsresult rv = port.ReadInterface(name, &record); NS_FAILED(rv)) return rv;
-    records.emplace_back(name, std::move(record));
-  }
-  if (!aPlan.mServers.empty()) {
-    std::string record;
-    if (const nsresult rv = port.ReadResolver(&record); NS_FAILED(rv)) return rv;
-    records.emplace_back("", std::move(record));
-  }
-  *aRecords = std::move(records);
-  return NS_OK;
+nsresult nsSystemNetworkConfiguration::TakeBack(const std::string& aWhy) {
+  const nsresult rv = Start([aWhy](nsNetworkChange& aChange) { return aChange.TakeBack(aWhy); });
+  if (NS_SUCCEEDED(rv))
+    SetState(STATE_ROLLING_BACK, aWhy);
+  else if (rv != NS_ERROR_IN_PROGRESS)
+    Settle({End::eFailed, rv, aWhy + "\nno thread to take it back"});
+  return rv;
 }
 
-nsresult nsSystemNetworkConfiguration::WriteAll(const Plan& aPlan, std::string* aStep) {
-  nsPlatformNetworkSettings& port = *mPlatform->mNetworkSettings;
-  for (const auto& [name, settings] : aPlan.mInterfaces) {
-    *aStep = name;
-    if (const nsresult rv = port.WriteInterface(name, settings); NS_FAILED(rv)) return rv;
-  }
-  *aStep = "name servers";
-  return aPlan.mServers.empty() ? NS_OK : port.WriteResolver(aPlan.mServers);
+nsresult nsSystemNetworkConfiguration::Refuse(nsresult aResult, const std::string& aReason) {
+  SetState(STATE_REFUSED, aReason);
+  return aResult;
 }
 
-// ---- The states
+nsresult nsSystemNetworkConfiguration::Arm(uint32_t aMilliseconds) {
+  Disarm();
+  nsresult rv;
+  mTimer = do_CreateInstance<nsITimer>(NS_TIMER_CONTRACTID, &rv);
+  return mTimer ? mTimer->InitWithCallback(this, aMilliseconds, nsITimer::TYPE_ONE_SHOT) : rv;
+}
+
+void nsSystemNetworkConfiguration::Disarm() {
+  if (mTimer) (void)mTimer->Cancel();
+  mTimer = nullptr;
+  mIsOver = false;
+}
 
 void nsSystemNetworkConfiguration::SetState(uint32_t aState, std::string aReason) {
   mState = aState;
@@ -206,57 +152,62 @@ void nsSystemNetworkConfiguration::SetState(uint32_t aState, std::string aReason
   const std::string line = NS_ToUtf8(name) + (mReason.empty() ? "" : ": " + mReason);
   if (aState == STATE_FAILED)
     SYSTEM_LOG_ERROR(mLogger, line);
-  else if (aState == STATE_ROLLED_BACK)
+  else if (aState == STATE_ROLLED_BACK || aState == STATE_REFUSED)
     SYSTEM_LOG_WARNING(mLogger, line);
   else
     SYSTEM_LOG_DEBUG(mLogger, line);
+  if (aState != STATE_WAITING && aState != STATE_ROLLING_BACK) mRequestPump = nullptr;
+  if (aState != STATE_ROLLING_BACK)
+    for (const nsNetworkRequest& asker : std::exchange(mAskers, {}))
+      asker.mAnswer(NS_ToUtf8(name) + "\n" + mReason);
   if (const auto observers = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID))
     (void)observers->NotifyObservers(static_cast<nsISystemNetworkConfiguration*>(this),
                                      kNetworkConfigurationTopic, name.c_str());
 }
 
-nsresult nsSystemNetworkConfiguration::Refuse(nsresult aResult, const std::string& aReason) {
-  mReason = aReason;
-  SYSTEM_LOG_WARNING(mLogger, "refused: " + aReason);
-  return aResult;
+// ---- Words of other processes
+
+void nsSystemNetworkConfiguration::Listen() {
+  const nsCOMPtr<nsSystemNetworkConfiguration> self(this);
+  std::shared_ptr<nsEventSource> source;
+  nsresult rv = mPlatform->mNetworkSettings->Listen(
+      [self](nsNetworkRequest aRequest) {
+        {
+          const std::lock_guard lock(self->mLock);
+          self->mRequests.push_back(std::move(aRequest));
+        }
+        const auto handle = NS_NewRunnableMethodCaller<vorel::threads::eStrong>(
+            self.get(), &nsSystemNetworkConfiguration::HandleRequests);
+        (void)NS_DispatchToMainThread(handle.get(), NS_DISPATCH_NORMAL);
+      },
+      &source);
+  if (NS_SUCCEEDED(rv))
+    rv = nsEventPump::Start("NetworkTrial", std::move(source), nullptr, nullptr, &mRequestPump);
+  // It can still be confirmed by this process, and is taken back otherwise.
+  if (NS_FAILED(rv))
+    SYSTEM_LOG_WARNING(mLogger, "Other processes can't confirm: " + std::string(NS_ResultName(rv)));
 }
 
-nsresult nsSystemNetworkConfiguration::Arm(uint32_t aMilliseconds) {
-  if (mTimer) (void)mTimer->Cancel();
-  nsresult rv;
-  mTimer = do_CreateInstance<nsITimer>(NS_TIMER_CONTRACTID, &rv);
-  return mTimer ? mTimer->InitWithCallback(this, aMilliseconds, nsITimer::TYPE_ONE_SHOT) : rv;
-}
-
-nsresult nsSystemNetworkConfiguration::TakeBack(const std::string& aWhy) {
-  nsPlatformNetworkSettings& port = *mPlatform->mNetworkSettings;
-  if (mTimer) (void)mTimer->Cancel();
-  mTimer = nullptr;
-  // One that can't be put back keeps none of the others from it.
-  nsresult result = NS_OK;
-  std::string failures;
-  for (auto at = mRecords.rbegin(); at != mRecords.rend(); ++at) {
-    const auto& [name, record] = *at;
-    const nsresult rv =
-        name.empty() ? port.RestoreResolver(record) : port.RestoreInterface(name, record);
-    // What has gone needs nothing put back.
-    if (NS_SUCCEEDED(rv) || (!name.empty() && rv == NS_ERROR_FILE_NOT_FOUND)) continue;
-    failures += "\n" + (name.empty() ? "name servers" : name) + ": " + NameOf(rv);
-    if (NS_SUCCEEDED(result)) result = rv;
+void nsSystemNetworkConfiguration::HandleRequests() {
+  std::vector<nsNetworkRequest> requests;
+  {
+    const std::lock_guard lock(mLock);
+    requests.swap(mRequests);
   }
-  if (NS_SUCCEEDED(result)) {
-    result = port.DropJournal();
-    if (NS_FAILED(result)) failures = "\nthe journal: " + NameOf(result);
+  for (nsNetworkRequest& request : requests) {
+    const bool isConfirm = request.mWord == kConfirm;
+    if (mState != STATE_WAITING || mIsBusy || mIsEnding ||
+        (!isConfirm && request.mWord != kRollback)) {
+      request.mAnswer("refused\n" +
+                      std::string(mIsBusy ? "something else is under way" : "nothing is on trial"));
+      continue;
+    }
+    const nsresult rv = isConfirm ? Confirm() : Rollback();
+    if (NS_SUCCEEDED(rv))
+      mAskers.push_back(std::move(request));
+    else
+      request.mAnswer("refused\n" + std::string(NS_ResultName(rv)));
   }
-  if (NS_SUCCEEDED(result)) {
-    mRecords.clear();
-    SetState(STATE_ROLLED_BACK, aWhy);
-    return NS_OK;
-  }
-  // An end of the process leaves it to the next start.
-  if (NS_FAILED(Arm(kNextTry))) failures += "\nno timer for the next try";
-  SetState(STATE_FAILED, aWhy + failures);
-  return result;
 }
 
 // ---- The interface
@@ -272,91 +223,145 @@ nsresult nsSystemNetworkConfiguration::GetReason(nsACString& aReason) {
 }
 
 nsresult nsSystemNetworkConfiguration::Check(nsACString& aProblems) {
-  Plan plan;
-  if (const nsresult rv = MakePlan(&plan); NS_FAILED(rv)) return rv;
-  NS_Assign(aProblems, Lines(plan.mProblems));
+  std::vector<nsStoredSettings> stored;
+  std::vector<std::string> problems;
+  if (const nsresult rv = mReading.ReadStored(&stored, &problems); NS_FAILED(rv)) return rv;
+  NS_Assign(aProblems, Lines(problems));
+  return NS_OK;
+}
+
+nsresult nsSystemNetworkConfiguration::CheckSettings(const nsAString& aInterface, bool aDhcp,
+                                                     const nsACString& aAddress,
+                                                     const nsACString& aGateway,
+                                                     const nsACString& aServers,
+                                                     nsACString& aProblems) {
+  const std::string name = NS_ToUtf8(aInterface);
+  std::vector<nsStoredSettings> all;
+  std::vector<std::string> problems;
+  if (const nsresult rv = mReading.ReadStored(&all, &problems); NS_FAILED(rv)) return rv;
+  problems.clear();  // those of the others are not asked for
+
+  nsSettingTexts texts;
+  texts.mIsDhcp = aDhcp;
+  const std::string address(NS_View(aAddress)), gateway(NS_View(aGateway));
+  std::string servers(NS_View(aServers));
+  if (!address.empty()) {
+    const size_t slash = address.find('/');
+    const std::string host = address.substr(0, slash);
+    const std::string mask = slash == address.npos ? "" : address.substr(slash + 1);
+    texts.mAddresses = {host};
+    texts.mMasks = {MaskOf(mask, host.find(':') != host.npos).value_or(mask)};
+  }
+  if (!gateway.empty()) texts.mGateways = {gateway};
+  for (servers += ','; !servers.empty();) {
+    const size_t comma = servers.find(',');
+    if (comma != 0) texts.mServers.push_back(servers.substr(0, comma));
+    servers.erase(0, comma + 1);
+  }
+  std::erase_if(all, [&](const nsStoredSettings& aOne) { return aOne.mName == name; });
+  all.push_back(NS_ParseSettings(name, texts, &problems));
+  if (!aDhcp && address.empty()) problems.push_back(name + ": it has neither DHCP nor an address");
+  std::vector<std::string> together;
+  NS_CheckSettings(all, &together);
+  std::ranges::copy_if(together, std::back_inserter(problems),
+                       [&](const std::string& aLine) { return aLine.starts_with(name + ": "); });
+  NS_Assign(aProblems, Lines(problems));
+  return NS_OK;
+}
+
+nsresult nsSystemNetworkConfiguration::GetStoredSettings(const nsAString& aInterface,
+                                                         nsACString& aSettings) {
+  std::vector<nsStoredSettings> all;
+  std::vector<std::string> problems;
+  if (const nsresult rv = mReading.ReadStored(&all, &problems); NS_FAILED(rv)) return rv;
+  const auto found = std::ranges::find(all, NS_ToUtf8(aInterface), &nsStoredSettings::mName);
+  NS_Assign(aSettings, found == all.end() ? "" : NS_SettingsText(found->mSettings));
+  return NS_OK;
+}
+
+nsresult nsSystemNetworkConfiguration::GetLiveSettings(const nsAString& aInterface,
+                                                       nsACString& aSettings) {
+  nsInterfaceSettings live;
+  const nsresult rv = mReading.ReadLive(NS_ToUtf8(aInterface), &live);
+  if (NS_FAILED(rv)) return rv;
+  NS_Assign(aSettings, NS_SettingsText(live));
+  return NS_OK;
+}
+
+nsresult nsSystemNetworkConfiguration::GetConfirmedSettings(const nsAString& aInterface,
+                                                            nsACString& aSettings) {
+  const auto confirmed = mReading.Confirmed(NS_ToUtf8(aInterface));
+  NS_Assign(aSettings, confirmed ? NS_SettingsText(*confirmed) : "");
   return NS_OK;
 }
 
 nsresult nsSystemNetworkConfiguration::Apply(uint32_t aSeconds) {
   // What waits or could not be taken back has its own reason, which stays.
-  if (mState == STATE_APPLYING || !mRecords.empty()) return NS_ERROR_IN_PROGRESS;
+  if (mIsBusy || mIsEnding || mState == STATE_WAITING || mState == STATE_FAILED)
+    return NS_ERROR_IN_PROGRESS;
   if (aSeconds == 0 || aSeconds > kLongestTrial)
     return Refuse(NS_ERROR_INVALID_ARG, "a trial lasts 1 to 86400 seconds");
-  nsPlatformNetworkSettings& port = *mPlatform->mNetworkSettings;
-  std::string service;
-  nsresult rv = port.FindService(&service);
-  if (NS_FAILED(rv)) return Refuse(rv, "can't tell whether a network service runs: " + NameOf(rv));
-  if (!service.empty())
-    return Refuse(NS_ERROR_NOT_AVAILABLE,
-                  service + " manages this machine's interfaces: that is not supported yet");
-  Plan plan;
-  rv = MakePlan(&plan);
-  if (NS_FAILED(rv)) return Refuse(rv, "can't read the settings: " + NameOf(rv));
-  if (!plan.mProblems.empty()) return Refuse(NS_ERROR_INVALID_ARG, Lines(plan.mProblems));
-  if (plan.mInterfaces.empty() && plan.mServers.empty()) {
-    SetState(STATE_CONFIRMED, "everything stored is in force already");
-    return NS_OK;
-  }
-  Records records;
-  rv = TakeRecords(plan, &records);
-  if (NS_FAILED(rv)) return Refuse(rv, "can't read what is in force: " + NameOf(rv));
-  // A journal of a process that died since this one started, or that could not be read then, is
-  // worth more than the change.
-  std::string left;
-  rv = port.LoadJournal(&left);
-  if (NS_SUCCEEDED(rv) && ParseJournal(left, &mRecords)) {
-    (void)TakeBack("another process ended without confirming its settings");
-    return NS_ERROR_IN_PROGRESS;
-  }
-  if (NS_SUCCEEDED(rv) || rv == NS_ERROR_FILE_NOT_FOUND)
-    rv = port.SaveJournal(FormatJournal(records));
+  std::vector<nsStoredSettings> stored;
+  std::vector<std::string> problems;
+  nsresult rv = mReading.ReadStored(&stored, &problems);
   if (NS_FAILED(rv))
-    return Refuse(rv, rv == NS_ERROR_FILE_IS_LOCKED
-                          ? "another process has settings on trial"
-                          : "can't keep a record of what is in force: " + NameOf(rv));
-  mRecords = std::move(records);
-  SetState(STATE_APPLYING, "");
-
-  std::string step;
-  rv = WriteAll(plan, &step);
-  if (NS_SUCCEEDED(rv)) {
-    step = "timer";
-    rv = Arm(aSeconds * 1000);
-  }
-  if (NS_FAILED(rv)) {
-    (void)TakeBack(step + ": " + NameOf(rv));
-    return rv;
-  }
-  SetState(STATE_WAITING, "");
-  return NS_OK;
+    return Refuse(rv, "can't read the settings: " + std::string(NS_ResultName(rv)));
+  if (!problems.empty()) return Refuse(NS_ERROR_INVALID_ARG, Lines(problems));
+  mSeconds = aSeconds;
+  rv = Start([aSeconds](nsNetworkChange& aChange) { return aChange.Try(aSeconds); });
+  if (NS_SUCCEEDED(rv)) SetState(STATE_APPLYING, "");
+  return rv;
 }
 
 nsresult nsSystemNetworkConfiguration::Confirm() {
-  if (mState != STATE_WAITING) return NS_ERROR_NOT_AVAILABLE;
-  if (const nsresult rv = mPlatform->mNetworkSettings->DropJournal(); NS_FAILED(rv))
-    return Refuse(rv, "can't drop the record of what was in force before: " + NameOf(rv));
-  if (mTimer) (void)mTimer->Cancel();
-  mTimer = nullptr;
-  mRecords.clear();
-  SetState(STATE_CONFIRMED, "");
-  return NS_OK;
+  if (mState == STATE_WAITING)
+    return Start([](nsNetworkChange& aChange) { return aChange.Keep(); });
+  if (mState == STATE_FAILED) return NS_ERROR_IN_PROGRESS;
+  return Start([](nsNetworkChange& aChange) { return aChange.Ask(kConfirm); });
 }
 
 nsresult nsSystemNetworkConfiguration::Rollback() {
-  if (mState != STATE_WAITING && mState != STATE_FAILED) return NS_ERROR_NOT_AVAILABLE;
-  return TakeBack("asked for");
+  if (mState == STATE_WAITING || mState == STATE_FAILED) return TakeBack("asked for");
+  return Start([](nsNetworkChange& aChange) { return aChange.Ask(kRollback); });
+}
+
+nsresult nsSystemNetworkConfiguration::ApplyConfirmed() {
+  if (mIsBusy || mIsEnding || mState == STATE_WAITING || mState == STATE_FAILED)
+    return NS_ERROR_IN_PROGRESS;
+  const nsresult rv = Start([](nsNetworkChange& aChange) { return aChange.Boot(); });
+  if (NS_SUCCEEDED(rv)) SetState(STATE_APPLYING, "");
+  return rv;
 }
 
 nsresult nsSystemNetworkConfiguration::Notify(nsITimer*) {
-  if (mState == STATE_WAITING) return TakeBack("not confirmed in time");
-  if (mState == STATE_FAILED) return TakeBack("tried again");
+  if (mIsBusy)
+    mIsOver = true;
+  else if (mState == STATE_WAITING)
+    (void)TakeBack("not confirmed in time");
+  else if (mState == STATE_FAILED)
+    (void)TakeBack("tried again");
   return NS_OK;
 }
 
 nsresult nsSystemNetworkConfiguration::Observe(nsISupports*, const char*, const char16_t*) {
-  if (mState == STATE_WAITING) (void)TakeBack("the process ends");
-  if (mTimer) (void)mTimer->Cancel();
-  mTimer = nullptr;
+  mIsEnding = true;
+  Disarm();
+  if (mIsBusy) {
+    if (mState == STATE_APPLYING) mPlatform->mNetworkSettings->Cancel();
+    mThread.Join();
+    mIsBusy = false;
+    const Outcome outcome = std::exchange(mOutcome, {});
+    if (outcome.mEnd != End::eOnTrial)
+      Settle(outcome);
+    else
+      mState = STATE_WAITING;
+  }
+  Disarm();
+  if (mState != STATE_WAITING) return NS_OK;
+  // Nobody needs the main thread any more.
+  Outcome outcome = mChange.TakeBack("the process ends");
+  if (outcome.mResult == NS_ERROR_ABORT) outcome = mChange.TakeBack("the process ends");
+  Settle(outcome);
+  Disarm();
   return NS_OK;
 }

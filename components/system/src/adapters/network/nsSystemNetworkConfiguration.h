@@ -1,10 +1,13 @@
 // The service that puts stored network settings into force, on trial.
 #pragma once
 
-#include <map>
+#include <atomic>
+#include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
+#include "nsEventPump.h"
 #include "nsIObserver.h"
 #include "nsISystemNetworkConfiguration.h"
 #include "nsITimer.h"
@@ -12,14 +15,14 @@
 #include "nsImplements.h"
 #include "nsLogger.h"
 #include "nsModuleClass.h"
-#include "nsNetworkSettings.h"
+#include "nsNamedThread.h"
+#include "nsNetworkChange.h"
 #include "nsPlatform.h"
 
 inline constexpr char kNetworkConfigurationTopic[] = "network-configuration-changed";
 
-/// Before the first change, records of all that will be changed are in the journal; it goes when
-/// the trial is confirmed, or when all of them have been put back. A journal that nobody holds is
-/// that of a process that died.
+/// The main thread has the states, and a thread for each step does what waits for the system; there
+/// is one step at a time.
 class nsSystemNetworkConfiguration final
     : public nsImplements<nsSystemNetworkConfiguration, nsISystemNetworkConfiguration,
                           nsITimerCallback, nsIObserver> {
@@ -32,15 +35,22 @@ class nsSystemNetworkConfiguration final
       NS_ClassInfo<"", nsISystemNetworkConfiguration>(kModuleClass.mCID);
 
   explicit nsSystemNetworkConfiguration(nsPlatformRef aPlatform);
-  /// Takes back what a process that died has left.
+  /// Begins to take back what a process that died has left.
   nsresult InitSingleton();
 
   nsresult GetState(uint32_t* aState) override;
   nsresult GetReason(nsACString& aReason) override;
   nsresult Check(nsACString& aProblems) override;
+  nsresult CheckSettings(const nsAString& aInterface, bool aDhcp, const nsACString& aAddress,
+                         const nsACString& aGateway, const nsACString& aServers,
+                         nsACString& aProblems) override;
+  nsresult GetStoredSettings(const nsAString& aInterface, nsACString& aSettings) override;
+  nsresult GetLiveSettings(const nsAString& aInterface, nsACString& aSettings) override;
+  nsresult GetConfirmedSettings(const nsAString& aInterface, nsACString& aSettings) override;
   nsresult Apply(uint32_t aSeconds) override;
   nsresult Confirm() override;
   nsresult Rollback() override;
+  nsresult ApplyConfirmed() override;
 
   /// The time is over.
   nsresult Notify(nsITimer* aTimer) override;
@@ -48,32 +58,40 @@ class nsSystemNetworkConfiguration final
   nsresult Observe(nsISupports* aSubject, const char* aTopic, const char16_t* aData) override;
 
  private:
-  struct Plan {
-    std::vector<std::string> mProblems;
-    std::vector<std::pair<std::string, nsInterfaceSettings>> mInterfaces;  // those that differ
-    std::vector<nsIPv4Bytes> mServers;  // empty: the resolver stays
-  };
-  /// What has been recorded, in the order in which it is changed. The resolver has the empty name.
-  using Records = std::vector<std::pair<std::string, std::string>>;
+  using Outcome = nsNetworkChange::Outcome;
+  using End = nsNetworkChange::End;
 
   ~nsSystemNetworkConfiguration() override = default;
 
-  static std::string FormatJournal(const Records& aRecords);
-  static bool ParseJournal(std::string_view aText, Records* aRecords);
-
-  nsresult MakePlan(Plan* aPlan);
-  nsresult TakeRecords(const Plan& aPlan, Records* aRecords);
-  nsresult WriteAll(const Plan& aPlan, std::string* aStep);
-  /// Puts the records back, the last one first, and drops the journal.
+  /// Has a step done on a thread of its own; Done follows on the main thread.
+  nsresult Start(std::function<Outcome(nsNetworkChange&)> aStep);
+  void Done();
+  /// What a step's end means.
+  void Settle(const Outcome& aOutcome);
   nsresult TakeBack(const std::string& aWhy);
   nsresult Refuse(nsresult aResult, const std::string& aReason);
   nsresult Arm(uint32_t aMilliseconds);
+  void Disarm();
+  void Listen();
+  void HandleRequests();
   void SetState(uint32_t aState, std::string aReason);
 
   const nsPlatformRef mPlatform;
   const nsCOMPtr<nsILog4Logger> mLogger;
+  nsNetworkChange mChange;   // the step's, while there is one
+  nsNetworkChange mReading;  // the main thread's
+  nsNamedThread mThread;
+  bool mIsBusy = false;
+  bool mIsEnding = false;
+  bool mIsOver = false;  // the time was over during a step
+  Outcome mOutcome;      // of the step, once its thread is joined
   nsCOMPtr<nsITimer> mTimer;
+  uint32_t mSeconds = 0;
   uint32_t mState = STATE_IDLE;
   std::string mReason;
-  Records mRecords;  // not empty while waiting or failed
+
+  std::unique_ptr<nsEventPump> mRequestPump;
+  std::mutex mLock;
+  std::vector<nsNetworkRequest> mRequests;  // guarded: those that have come
+  std::vector<nsNetworkRequest> mAskers;    // those that wait for an answer
 };

@@ -13,6 +13,9 @@
 
 /// Keys and their values, both in the order in which they were made.
 struct nsRegistryData {
+  /// The name of a value that a key has as long as it holds nothing but its seed. Nobody sees it.
+  static constexpr std::string_view kSeeded = "(seeded)";
+
   struct Key {
     std::string mPath;
     std::vector<nsRegistryValue> mValues;
@@ -30,6 +33,9 @@ struct nsRegistryData {
       } else {
         mValues.push_back(std::move(aValue));
       }
+    }
+    void DropMark() {
+      std::erase_if(mValues, [](const nsRegistryValue& aValue) { return aValue.mName == kSeeded; });
     }
     friend bool operator==(const Key&, const Key&) = default;
   };
@@ -92,7 +98,10 @@ class nsPlatformRegistryStore : public nsPlatformRegistry,
       if (!values) return NS_ERROR_FILE_NOT_FOUND;
       rv = Change(nullptr, [&](nsRegistryData& aData) {
         // Another process may have been first: what it has written since is not to be lost.
-        if (!aData.Has(aPath)) aData.Make(aPath).mValues = *values;
+        if (aData.Has(aPath)) return NS_OK;
+        auto& key = aData.Make(aPath);
+        key.mValues = *values;
+        key.mValues.push_back({std::string(nsRegistryData::kSeeded), kDword, NS_RegistryDword(1)});
         return NS_OK;
       });
       if (NS_FAILED(rv)) return rv;
@@ -110,9 +119,10 @@ class nsPlatformRegistryStore : public nsPlatformRegistry,
     *aKey = std::make_unique<Key>(shared_from_this(), aPath, aAccess);
     return NS_OK;
   }
-  nsresult HasKey(const std::string& aPath, bool* aHas) final {
-    return Read("HasKey", [&](nsRegistryData& aData) {
-      *aHas = aData.Has(aPath);
+  nsresult IsWritten(const std::string& aPath, bool* aIsWritten) final {
+    return Read("IsWritten", [&](nsRegistryData& aData) {
+      nsRegistryData::Key* const key = aData.Find(aPath);
+      *aIsWritten = key && !key->Find(nsRegistryData::kSeeded);
       return NS_OK;
     });
   }
@@ -150,7 +160,9 @@ class nsPlatformRegistryStore : public nsPlatformRegistry,
                       std::span<const uint8_t> aData) override {
       return mStore->Change("SetValue", [&](nsRegistryData& aStore) {
         if (!(mAccess & kSetValue)) return NS_ERROR_FILE_ACCESS_DENIED;
-        aStore.Make(mPath).Set({aName, aType, {aData.begin(), aData.end()}});
+        nsRegistryData::Key& key = aStore.Make(mPath);
+        key.DropMark();
+        key.Set({aName, aType, {aData.begin(), aData.end()}});
         return NS_OK;
       });
     }
@@ -159,8 +171,9 @@ class nsPlatformRegistryStore : public nsPlatformRegistry,
         if (!(mAccess & kSetValue)) return NS_ERROR_FILE_ACCESS_DENIED;
         const nsRegistryValue* value = FindValue(aStore, aName);
         if (!value) return NS_ERROR_FILE_NOT_FOUND;
-        auto& values = aStore.Find(mPath)->mValues;
-        values.erase(values.begin() + (value - values.data()));
+        nsRegistryData::Key& key = *aStore.Find(mPath);
+        key.mValues.erase(key.mValues.begin() + (value - key.mValues.data()));
+        key.DropMark();
         return NS_OK;
       });
     }
@@ -169,7 +182,8 @@ class nsPlatformRegistryStore : public nsPlatformRegistry,
         if (!(mAccess & kQueryValue)) return NS_ERROR_FILE_ACCESS_DENIED;
         std::vector<std::string> names;
         if (const nsRegistryData::Key* key = aStore.Find(mPath))
-          for (const nsRegistryValue& value : key->mValues) names.push_back(value.mName);
+          for (const nsRegistryValue& value : key->mValues)
+            if (value.mName != nsRegistryData::kSeeded) names.push_back(value.mName);
         *aNames = std::move(names);
         return NS_OK;
       });
@@ -180,7 +194,7 @@ class nsPlatformRegistryStore : public nsPlatformRegistry,
     static constexpr uint32_t kSetValue = nsPlatformRegistry::kSetValue;
     nsRegistryValue* FindValue(nsRegistryData& aStore, const std::string& aName) const {
       nsRegistryData::Key* key = aStore.Find(mPath);
-      return key ? key->Find(aName) : nullptr;
+      return key && aName != nsRegistryData::kSeeded ? key->Find(aName) : nullptr;
     }
 
     const std::shared_ptr<nsPlatformRegistryStore> mStore;

@@ -1,330 +1,228 @@
 #include "nsLinuxNetworkSettings.h"
 
 #include <fcntl.h>
-#include <linux/if_addr.h>
-#include <linux/rtnetlink.h>
 #include <net/if.h>
 #include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
-#include <optional>
 #include <sstream>
 
-#include "nsAddressText.h"
 #include "nsErrno.h"
+#include "nsKernelNetwork.h"
 #include "nsNativeFile.h"
-#include "nsNetlink.h"
+#include "nsNetworkManagerNetwork.h"
+#include "nsNetworkdNetwork.h"
+#include "nsPlatformNetworkText.h"
+#include "nsPollSource.h"
+#include "nsSystemBus.h"
 
 namespace {
 
-using namespace vorel::netlink;
-using Payload = std::vector<uint8_t>;
-constexpr char kRecordHead = 'I';
 constexpr char kNoResolver = '0', kResolverFile = 'F', kResolverLink = 'L';
+constexpr size_t kWordLimit = 4096;
+constexpr int kAskerPatience = 200;   // ms
+constexpr int kAnswerPatience = 120;  // s
 
-// ---- Messages
-
-template <class Header>
-Payload PayloadOf(const Header& aHeader) {
-  const auto* bytes = reinterpret_cast<const uint8_t*>(&aHeader);
-  return {bytes, bytes + sizeof aHeader};
+bool ReadServerLine(const std::string& aLine, nsSocketAddress* aServer) {
+  std::istringstream words(aLine);
+  std::string keyword, address;
+  return words >> keyword >> address && keyword == "nameserver" && NS_ReadAddress(address, aServer);
 }
 
-void PutAttribute(Payload& aPayload, uint16_t aType, const void* aValue, size_t aSize) {
-  const nlattr attribute{static_cast<uint16_t>(MNL_ATTR_HDRLEN + aSize), aType};
-  const size_t at = MNL_ALIGN(aPayload.size());
-  aPayload.resize(at + MNL_ATTR_HDRLEN + MNL_ALIGN(aSize));
-  std::memcpy(aPayload.data() + at, &attribute, sizeof attribute);
-  std::memcpy(aPayload.data() + at + MNL_ATTR_HDRLEN, aValue, aSize);
+nsresult SyncFolderOf(const std::string& aPath) {
+  const nsUniqueFd folder(
+      open(aPath.substr(0, aPath.rfind('/')).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  return folder && fsync(folder.get()) == 0 ? NS_OK : NS_LastResult();
 }
 
-// The attribute's bytes within the payload; empty when there is none.
-template <class Header>
-std::span<uint8_t> FindAttribute(Payload& aPayload, uint16_t aType) {
-  Header header;
-  const auto attributes = Split(aPayload, &header);
-  std::span<uint8_t> found;
-  if (attributes)
-    ForEachAttribute(*attributes, [&](uint16_t aOther, Bytes aValue) {
-      if (aOther != aType) return;
-      const auto at = static_cast<size_t>(aValue.data() - aPayload.data());
-      found = std::span(aPayload).subspan(at, aValue.size());
-    });
-  return found;
+std::string BootId() {
+  std::string id;
+  (void)NS_ReadFile("/proc/sys/kernel/random/boot_id", &id);
+  return id;
 }
 
-template <class Header>
-Header HeaderOf(const Payload& aPayload) {
-  Header header{};
-  (void)Take(aPayload, &header);
-  return header;
+bool AddressOf(const std::string& aPath, sockaddr_un* aAddress) {
+  *aAddress = {};
+  aAddress->sun_family = AF_UNIX;
+  if (aPath.size() >= sizeof aAddress->sun_path) return false;
+  std::memcpy(aAddress->sun_path, aPath.c_str(), aPath.size() + 1);
+  return true;
 }
 
-template <class Header>
-void SetHeader(Payload& aPayload, const Header& aHeader) {
-  std::memcpy(aPayload.data(), &aHeader, sizeof aHeader);
-}
-
-// ---- What an interface has
-
-struct Interface {
-  bool mIsUp = false;
-  std::vector<Payload> mAddresses;
-  std::vector<Payload> mRoutes;  // of the main table, but for those that the kernel makes itself
-};
-
-/// One thread's talk with the kernel about one interface.
-class LiveInterface {
+/// Words of other processes: one a connection, which then waits for the answer.
+class RequestSource final : public nsPollSource {
  public:
-  explicit LiveInterface(const std::string& aName) : mIndex(if_nametoindex(aName.c_str())) {}
+  RequestSource(nsUniqueFd aSocket, std::string aPath,
+                std::function<void(nsNetworkRequest)> aHandler)
+      : mSocket(std::move(aSocket)), mPath(std::move(aPath)), mHandler(std::move(aHandler)) {}
+  ~RequestSource() override { (void)unlink(mPath.c_str()); }
 
-  bool Exists() const { return mIndex != 0; }
-  nsresult Read(Interface* aInterface);
-  nsresult Write(const nsInterfaceSettings& aSettings);
-  nsresult Restore(Interface aInterface);
+  void Wait() override {
+    std::vector<pollfd> sockets{{mSocket.get(), POLLIN, 0}};
+    (void)Poll(sockets, -1);
+  }
+  bool Consume() override {
+    const auto asker =
+        std::make_shared<nsUniqueFd>(accept4(mSocket.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    if (!*asker) return false;
+    pollfd ready{asker->get(), POLLIN, 0};
+    char word[64];
+    const ssize_t length = poll(&ready, 1, kAskerPatience) > 0
+                               ? recv(asker->get(), word, sizeof word, MSG_DONTWAIT)
+                               : -1;
+    if (length <= 0) return true;
+    mHandler({std::string(word, static_cast<size_t>(length)), [asker](const std::string& aText) {
+                // One that has gone does not need it.
+                (void)send(asker->get(), aText.data(), std::min(aText.size(), kWordLimit),
+                           MSG_DONTWAIT | MSG_NOSIGNAL);
+              }});
+    return true;
+  }
 
  private:
-  static bool IsDefault(const Payload& aRoute) { return HeaderOf<rtmsg>(aRoute).rtm_dst_len == 0; }
-
-  nsresult Failed(int aError) { return NS_ResultOfErrno(aError); }
-  int SetUp(bool aUp) {
-    ifinfomsg header{};
-    header.ifi_index = static_cast<int>(mIndex);
-    header.ifi_flags = aUp ? IFF_UP : 0;
-    header.ifi_change = IFF_UP;
-    return mSocket.Change(RTM_NEWLINK, 0, PayloadOf(header));
-  }
-  int Remove(uint16_t aType, const std::vector<Payload>& aPayloads) {
-    for (const Payload& payload : aPayloads) {
-      const int error = mSocket.Change(aType, 0, payload);
-      // One may go with another: the second address of a net with the first, a route with its net.
-      if (error != 0 && error != EADDRNOTAVAIL && error != ESRCH) return error;
-    }
-    return 0;
-  }
-  int AddRoute(Payload aRoute) {
-    auto header = HeaderOf<rtmsg>(aRoute);
-    header.rtm_flags &= ~static_cast<unsigned>(RTNH_F_DEAD | RTNH_F_LINKDOWN);
-    SetHeader(aRoute, header);
-    const int error = mSocket.Change(RTM_NEWROUTE, NLM_F_CREATE | NLM_F_APPEND, aRoute);
-    return error == EEXIST ? 0 : error;
-  }
-
-  const unsigned mIndex;
-  Socket mSocket;
+  const nsUniqueFd mSocket;
+  const std::string mPath;
+  const std::function<void(nsNetworkRequest)> mHandler;
 };
-
-nsresult LiveInterface::Read(Interface* aInterface) {
-  Interface interface;
-  std::vector<Payload> links, addresses, routes;
-  nsresult rv = mSocket.Payloads(RTM_GETLINK, AF_UNSPEC, &links);
-  if (NS_SUCCEEDED(rv)) rv = mSocket.Payloads(RTM_GETADDR, AF_INET, &addresses);
-  if (NS_SUCCEEDED(rv)) rv = mSocket.Payloads(RTM_GETROUTE, AF_INET, &routes);
-  if (NS_FAILED(rv)) return rv;
-  for (const Payload& link : links) {
-    const auto header = HeaderOf<ifinfomsg>(link);
-    if (static_cast<unsigned>(header.ifi_index) == mIndex)
-      interface.mIsUp = header.ifi_flags & IFF_UP;
-  }
-  for (Payload& address : addresses) {
-    const auto header = HeaderOf<ifaddrmsg>(address);
-    if (header.ifa_family == AF_INET && header.ifa_index == mIndex)
-      interface.mAddresses.push_back(std::move(address));
-  }
-  for (Payload& route : routes) {
-    const auto header = HeaderOf<rtmsg>(route);
-    const auto out = FindAttribute<rtmsg>(route, RTA_OIF);
-    if (header.rtm_family == AF_INET && header.rtm_table == RT_TABLE_MAIN &&
-        header.rtm_protocol != RTPROT_KERNEL && ValueOr<uint32_t>(out, 0) == mIndex)
-      interface.mRoutes.push_back(std::move(route));
-  }
-  *aInterface = std::move(interface);
-  return NS_OK;
-}
-
-nsresult LiveInterface::Write(const nsInterfaceSettings& aSettings) {
-  Interface before;
-  if (const nsresult rv = Read(&before); NS_FAILED(rv)) return rv;
-  // An old address that leaves takes others of its net with it: the new ones come after that.
-  std::vector<Payload> leaving, defaults;
-  for (const Payload& payload : before.mAddresses) {
-    const auto address = ParseAddress(payload);
-    nsIPv4Net net;
-    if (address) {
-      std::copy_n(address->mBytes.begin(), 4, net.mAddress.begin());
-      net.mPrefixLength = address->mPrefixLength;
-    }
-    if (!address || std::ranges::find(aSettings.mAddresses, net) == aSettings.mAddresses.end())
-      leaving.push_back(payload);
-  }
-  std::ranges::copy_if(before.mRoutes, std::back_inserter(defaults), IsDefault);
-  int error = Remove(RTM_DELROUTE, defaults);
-  if (error == 0) error = Remove(RTM_DELADDR, leaving);
-  if (error == 0) error = SetUp(true);
-  if (error != 0) return Failed(error);
-
-  for (const nsIPv4Net& net : aSettings.mAddresses) {
-    ifaddrmsg header{};
-    header.ifa_family = AF_INET;
-    header.ifa_prefixlen = net.mPrefixLength;
-    header.ifa_index = mIndex;
-    Payload payload = PayloadOf(header);
-    PutAttribute(payload, IFA_LOCAL, net.mAddress.data(), 4);
-    PutAttribute(payload, IFA_ADDRESS, net.mAddress.data(), 4);
-    if (net.mPrefixLength < 31) {
-      nsIPv4Bytes broadcast = net.mAddress;
-      for (unsigned bit = net.mPrefixLength; bit < 32; ++bit)
-        broadcast[bit / 8] = static_cast<uint8_t>(broadcast[bit / 8] | 0x80u >> bit % 8);
-      PutAttribute(payload, IFA_BROADCAST, broadcast.data(), 4);
-    }
-    error = mSocket.Change(RTM_NEWADDR, NLM_F_CREATE | NLM_F_REPLACE, payload);
-    if (error != 0) return Failed(error);
-  }
-  for (size_t i = 0; i < aSettings.mGateways.size(); ++i) {
-    rtmsg header{};
-    header.rtm_family = AF_INET;
-    header.rtm_table = RT_TABLE_MAIN;
-    header.rtm_protocol = RTPROT_STATIC;
-    header.rtm_scope = RT_SCOPE_UNIVERSE;
-    header.rtm_type = RTN_UNICAST;
-    Payload payload = PayloadOf(header);
-    const uint32_t metric = aSettings.mMetric + static_cast<uint32_t>(i);
-    PutAttribute(payload, RTA_GATEWAY, aSettings.mGateways[i].data(), 4);
-    PutAttribute(payload, RTA_OIF, &mIndex, sizeof mIndex);
-    if (metric != 0) PutAttribute(payload, RTA_PRIORITY, &metric, sizeof metric);
-    if (error = AddRoute(payload); error != 0) return Failed(error);
-  }
-  for (const Payload& route : before.mRoutes) {
-    if (IsDefault(route)) continue;
-    error = AddRoute(route);
-    // Its gateway, or its own source, lies outside the new nets.
-    if (error != 0 && error != ENETUNREACH && error != EINVAL) return Failed(error);
-  }
-  return NS_OK;
-}
-
-nsresult LiveInterface::Restore(Interface aInterface) {
-  Interface now;
-  if (const nsresult rv = Read(&now); NS_FAILED(rv)) return rv;
-  int error = Remove(RTM_DELROUTE, now.mRoutes);
-  if (error == 0) error = Remove(RTM_DELADDR, now.mAddresses);
-  if (error == 0) error = SetUp(aInterface.mIsUp);
-  // Indices are given anew when a machine or an interface starts.
-  for (Payload& address : aInterface.mAddresses) {
-    if (error != 0) break;
-    auto header = HeaderOf<ifaddrmsg>(address);
-    header.ifa_index = mIndex;
-    SetHeader(address, header);
-    error = mSocket.Change(RTM_NEWADDR, NLM_F_CREATE | NLM_F_REPLACE, address);
-  }
-  for (Payload& route : aInterface.mRoutes) {
-    if (error != 0) break;
-    const auto out = FindAttribute<rtmsg>(route, RTA_OIF);
-    if (out.size() == sizeof mIndex) std::memcpy(out.data(), &mIndex, sizeof mIndex);
-    error = AddRoute(route);
-  }
-  return error == 0 ? NS_OK : Failed(error);
-}
-
-// ---- Records: the state of the link, then each payload with its kind and length before it
-
-std::string FormatInterface(const Interface& aInterface) {
-  std::string text{kRecordHead, aInterface.mIsUp ? '1' : '0'};
-  const auto put = [&](char aKind, const std::vector<Payload>& aPayloads) {
-    for (const Payload& payload : aPayloads) {
-      const auto size = static_cast<uint32_t>(payload.size());
-      text += aKind;
-      text.append(reinterpret_cast<const char*>(&size), sizeof size);
-      text.append(payload.begin(), payload.end());
-    }
-  };
-  put('A', aInterface.mAddresses);
-  put('R', aInterface.mRoutes);
-  return text;
-}
-
-std::optional<Interface> ParseInterface(std::string_view aText) {
-  if (aText.size() < 2 || aText[0] != kRecordHead) return std::nullopt;
-  Interface interface;
-  interface.mIsUp = aText[1] == '1';
-  aText.remove_prefix(2);
-  while (!aText.empty()) {
-    const char kind = aText[0];
-    uint32_t size = 0;
-    if (aText.size() < 1 + sizeof size) return std::nullopt;
-    std::memcpy(&size, aText.data() + 1, sizeof size);
-    aText.remove_prefix(1 + sizeof size);
-    const size_t least = kind == 'A' ? sizeof(ifaddrmsg) : sizeof(rtmsg);
-    if ((kind != 'A' && kind != 'R') || size > aText.size() || size < least) return std::nullopt;
-    auto& list = kind == 'A' ? interface.mAddresses : interface.mRoutes;
-    list.emplace_back(aText.begin(), aText.begin() + size);
-    aText.remove_prefix(size);
-  }
-  return interface;
-}
-
-bool IsServerLine(const std::string& aLine, std::string* aAddress) {
-  std::istringstream words(aLine);
-  std::string keyword;
-  return static_cast<bool>(words >> keyword >> *aAddress) && keyword == "nameserver";
-}
 
 }  // namespace
 
-nsresult nsLinuxNetworkSettings::FindService(std::string* aName) {
-  // The system's manager keeps a link for each unit that is active.
-  for (const char* name : {"NetworkManager", "systemd-networkd"})
-    if (mFiles.ReadLink(std::string("/run/systemd/units/invocation:") + name + ".service")) {
-      *aName = name;
-      return NS_OK;
+// ---- The ways
+
+nsLinuxNetworkSettings::Kind nsLinuxNetworkSettings::KindOf(const std::string& aName) {
+  nsSystemBus bus;
+  if (NS_FAILED(bus.Open(mOptions.mBus))) return Kind::eKernel;
+  nsKernelNetwork kernel(BootId());
+  if (bus.HasService(nsNetworkManagerNetwork::kService) &&
+      nsNetworkManagerNetwork(bus, kernel, mCancelled).Manages(aName))
+    return Kind::eNetworkManager;
+  // It manages an interface as soon as there is a file for it.
+  return bus.HasService(nsNetworkdNetwork::kService) ? Kind::eNetworkd : Kind::eKernel;
+}
+
+nsresult nsLinuxNetworkSettings::With(Kind aKind,
+                                      const std::function<nsresult(nsNetworkWay&)>& aCall) {
+  nsSystemBus bus;
+  nsKernelNetwork kernel(BootId());
+  nsresult rv = aKind == Kind::eKernel ? NS_OK : bus.Open(mOptions.mBus);
+  std::string reason = "there is no message bus";
+  if (NS_SUCCEEDED(rv)) {
+    nsNetworkManagerNetwork manager(bus, kernel, mCancelled);
+    nsNetworkdNetwork networkd(bus, kernel, mOptions.mRoot == "/" ? "" : mOptions.mRoot,
+                               mCancelled);
+    nsNetworkWay& way = aKind == Kind::eNetworkManager ? static_cast<nsNetworkWay&>(manager)
+                        : aKind == Kind::eNetworkd     ? static_cast<nsNetworkWay&>(networkd)
+                                                       : kernel;
+    rv = aCall(way);
+    reason = way.Reason();
+  } else {
+    rv = NS_ERROR_FAILURE;
+  }
+  if (rv == NS_ERROR_ABORT) mCancelled = false;
+  const std::lock_guard lock(mReasonLock);
+  mReason = NS_SUCCEEDED(rv) ? "" : reason;
+  return rv;
+}
+
+nsresult nsLinuxNetworkSettings::WithRecord(
+    const std::string& aRecord,
+    const std::function<nsresult(nsNetworkWay&, const std::string&)>& aCall) {
+  const char kind = aRecord.empty() ? '\0' : aRecord[0];
+  if (kind != 'K' && kind != 'N' && kind != 'D') return NS_ERROR_FILE_CORRUPTED;
+  return With(Kind{kind}, [&](nsNetworkWay& aWay) { return aCall(aWay, aRecord.substr(1)); });
+}
+
+std::string nsLinuxNetworkSettings::FindDhcpClient(const std::string& aName) const {
+  for (const std::string& process : mFiles.List("/proc")) {
+    if (process.empty() || process[0] < '0' || process[0] > '9') continue;
+    const std::string name = mFiles.ReadAttribute("/proc/" + process + "/comm");
+    if (name != "dhclient" && name != "udhcpc" && name != "dhcpcd") continue;
+    // Its arguments name the interfaces that it serves; one without any serves all.
+    std::string line = mFiles.ReadFile("/proc/" + process + "/cmdline").value_or("");
+    std::ranges::replace(line, '\0', ' ');
+    std::istringstream words(line);
+    bool isOurs = false, isOthers = false;
+    for (std::string word; words >> word;) {
+      isOurs = isOurs || word == aName || word == "-i" + aName;
+      isOthers = isOthers || (word != aName && if_nametoindex(word.c_str()) != 0);
     }
-  const std::string process = mFiles.ReadAttribute("/run/NetworkManager/NetworkManager.pid");
-  const bool runs = !process.empty() && process.find('/') == process.npos &&
-                    mFiles.ReadAttribute("/proc/" + process + "/comm") == "NetworkManager";
-  *aName = runs ? "NetworkManager" : "";
+    if (isOurs || !isOthers) return name;
+  }
+  return "";
+}
+
+nsresult nsLinuxNetworkSettings::FindWay(const std::string& aName, nsInterfaceWay* aWay) {
+  if (if_nametoindex(aName.c_str()) == 0) return NS_ERROR_FILE_NOT_FOUND;
+  const Kind kind = KindOf(aName);
+  if (kind == Kind::eKernel) {
+    *aWay = {"", FindDhcpClient(aName), false, false};
+    return NS_OK;
+  }
+  const char* const service = kind == Kind::eNetworkManager ? "NetworkManager" : "systemd-networkd";
+  *aWay = {service, service, true, true};
   return NS_OK;
 }
 
-nsresult nsLinuxNetworkSettings::ReadInterface(const std::string& aName, std::string* aRecord) {
-  LiveInterface link(aName);
-  if (!link.Exists()) return NS_ERROR_FILE_NOT_FOUND;
-  Interface interface;
-  if (const nsresult rv = link.Read(&interface); NS_FAILED(rv)) return rv;
-  *aRecord = FormatInterface(interface);
-  return NS_OK;
+nsresult nsLinuxNetworkSettings::ReadInterface(const std::string& aName, uint32_t aGuard,
+                                               std::string* aRecord) {
+  const Kind kind = KindOf(aName);
+  std::string record;
+  const nsresult rv =
+      With(kind, [&](nsNetworkWay& aWay) { return aWay.Read(aName, aGuard, &record); });
+  if (NS_SUCCEEDED(rv)) *aRecord = static_cast<char>(kind) + record;
+  return rv;
 }
 
 nsresult nsLinuxNetworkSettings::WriteInterface(const std::string& aName,
+                                                const std::string& aRecord,
                                                 const nsInterfaceSettings& aSettings) {
-  LiveInterface link(aName);
-  return link.Exists() ? link.Write(aSettings) : NS_ERROR_FILE_NOT_FOUND;
+  return WithRecord(aRecord, [&](nsNetworkWay& aWay, const std::string& aRest) {
+    return aWay.Write(aName, aRest, aSettings);
+  });
+}
+
+nsresult nsLinuxNetworkSettings::KeepInterface(const std::string& aName,
+                                               const std::string& aRecord) {
+  return WithRecord(aRecord, [&](nsNetworkWay& aWay, const std::string& aRest) {
+    return aWay.Keep(aName, aRest);
+  });
+}
+
+nsresult nsLinuxNetworkSettings::ForgetInterface(const std::string& aName,
+                                                 const std::string& aRecord) {
+  return WithRecord(aRecord, [&](nsNetworkWay& aWay, const std::string& aRest) {
+    return aWay.Forget(aName, aRest);
+  });
 }
 
 nsresult nsLinuxNetworkSettings::RestoreInterface(const std::string& aName,
                                                   const std::string& aRecord) {
-  auto interface = ParseInterface(aRecord);
-  if (!interface) return NS_ERROR_FILE_CORRUPTED;
-  LiveInterface link(aName);
-  return link.Exists() ? link.Restore(std::move(*interface)) : NS_ERROR_FILE_NOT_FOUND;
+  return WithRecord(aRecord, [&](nsNetworkWay& aWay, const std::string& aRest) {
+    return aWay.Restore(aName, aRest);
+  });
+}
+
+std::string nsLinuxNetworkSettings::Reason() {
+  const std::lock_guard lock(mReasonLock);
+  return mReason;
 }
 
 // ---- The resolver's file
 
-nsresult nsLinuxNetworkSettings::ReadServers(std::vector<nsIPv4Bytes>* aServers) {
+nsresult nsLinuxNetworkSettings::ReadServers(std::vector<nsSocketAddress>* aServers) {
   std::string text;
   const nsresult rv = NS_ReadFile(mOptions.mResolver, &text, kConfigurationLimit);
   if (NS_FAILED(rv) && rv != NS_ERROR_FILE_NOT_FOUND) return rv;
-  std::vector<nsIPv4Bytes> servers;
+  std::vector<nsSocketAddress> servers;
   std::istringstream lines(text);
-  for (std::string line, address; std::getline(lines, line);) {
-    nsIPv4Bytes bytes{};
-    if (IsServerLine(line, &address) && NS_SUCCEEDED(vorel::address::ParseIPv4(address, bytes)))
-      servers.push_back(bytes);
-  }
+  nsSocketAddress server;
+  for (std::string line; std::getline(lines, line);)
+    if (ReadServerLine(line, &server)) servers.push_back(server);
   *aServers = std::move(servers);
   return NS_OK;
 }
@@ -343,80 +241,115 @@ nsresult nsLinuxNetworkSettings::ReadResolver(std::string* aRecord) {
   return NS_OK;
 }
 
-nsresult nsLinuxNetworkSettings::WriteResolver(const std::vector<nsIPv4Bytes>& aServers) {
+nsresult nsLinuxNetworkSettings::WriteResolver(const std::vector<nsSocketAddress>& aServers) {
   std::string before;
   const nsresult rv = NS_ReadFile(mOptions.mResolver, &before, kConfigurationLimit);
   if (NS_FAILED(rv) && rv != NS_ERROR_FILE_NOT_FOUND) return rv;
-  std::string text;
+  std::string servers, rest;
+  for (const nsSocketAddress& server : aServers)
+    servers += "nameserver " + NS_AddressText(server) + "\n";
   std::istringstream lines(before);
-  for (std::string line, address; std::getline(lines, line);)
-    if (!IsServerLine(line, &address) || address.find(':') != address.npos) text += line + "\n";
-  std::string servers;
-  for (const nsIPv4Bytes& server : aServers)
-    servers += "nameserver " + vorel::address::FormatIPv4(server) + "\n";
-  return NS_ReplaceFile(mOptions.mResolver, servers + text, 0644);
+  nsSocketAddress server;
+  for (std::string line; std::getline(lines, line);)
+    if (!ReadServerLine(line, &server) ||
+        std::ranges::find(aServers, server.mFamily, &nsSocketAddress::mFamily) == aServers.end())
+      rest += line + "\n";
+  const std::string& path = mOptions.mResolver;
+  nsresult written = NS_ReplaceFile(path, servers + rest, 0644);
+  if (NS_SUCCEEDED(written) && chmod(path.c_str(), 0644) != 0) written = NS_LastResult();
+  return written;
 }
 
 nsresult nsLinuxNetworkSettings::RestoreResolver(const std::string& aRecord) {
   const std::string& path = mOptions.mResolver;
-  const std::string rest = aRecord.empty() ? "" : aRecord.substr(1);
   if (aRecord.empty()) return NS_ERROR_FILE_CORRUPTED;
+  const std::string rest = aRecord.substr(1);
   switch (aRecord[0]) {
-    case kResolverFile:
-      return NS_ReplaceFile(path, rest, 0644);
+    case kResolverFile: {
+      const nsresult rv = NS_ReplaceFile(path, rest, 0644);
+      return NS_SUCCEEDED(rv) && chmod(path.c_str(), 0644) != 0 ? NS_LastResult() : rv;
+    }
     case kResolverLink: {
       const std::string beside = path + ".vorel-former";
       if (unlink(beside.c_str()) != 0 && errno != ENOENT) return NS_LastResult();
       if (symlink(rest.c_str(), beside.c_str()) != 0) return NS_LastResult();
-      return rename(beside.c_str(), path.c_str()) == 0 ? NS_OK : NS_LastResult();
+      return rename(beside.c_str(), path.c_str()) == 0 ? SyncFolderOf(path) : NS_LastResult();
     }
     case kNoResolver:
-      return unlink(path.c_str()) == 0 || errno == ENOENT ? NS_OK : NS_LastResult();
+      return unlink(path.c_str()) == 0 || errno == ENOENT ? SyncFolderOf(path) : NS_LastResult();
     default:
       return NS_ERROR_FILE_CORRUPTED;
   }
 }
 
-// ---- The journal
+// ---- The state
 
-nsresult nsLinuxNetworkSettings::LockJournal() {
+nsresult nsLinuxNetworkSettings::LockState() {
   if (mLock) return NS_OK;
-  const std::string directory = mOptions.mJournal.substr(0, mOptions.mJournal.rfind('/'));
-  if (mkdir(directory.c_str(), 0700) != 0 && errno != EEXIST) return NS_LastResult();
-  nsUniqueFd lock(
-      open((mOptions.mJournal + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
-  if (!lock) return NS_LastResult();
+  const std::string folder = mOptions.mState.substr(0, mOptions.mState.rfind('/'));
+  if (mkdir(folder.c_str(), 0755) != 0 && errno != EEXIST) return NS_LastResult();
+  nsUniqueFd lock;
+  const nsresult rv = NS_OpenLockFile(mOptions.mState + ".lock", &lock);
+  if (NS_FAILED(rv)) return rv;
   if (flock(lock.get(), LOCK_EX | LOCK_NB) != 0)
     return errno == EWOULDBLOCK ? NS_ERROR_FILE_IS_LOCKED : NS_LastResult();
   mLock = std::move(lock);
   return NS_OK;
 }
 
-nsresult nsLinuxNetworkSettings::LoadJournal(std::string* aText) {
-  // Whoever only looks leaves no lock file behind, and needs no right to make one.
-  if (access(mOptions.mJournal.c_str(), F_OK) != 0) return NS_LastResult();
-  nsresult rv = LockJournal();
-  if (NS_FAILED(rv)) return rv;
-  rv = NS_ReadFile(mOptions.mJournal, aText, kConfigurationLimit, nsFileKind::eRegular);
-  if (rv == NS_ERROR_FILE_NOT_FOUND) (void)mLock.Close();
-  return rv;
-}
-
-nsresult nsLinuxNetworkSettings::SaveJournal(const std::string& aText) {
-  nsresult rv = LockJournal();
-  if (NS_FAILED(rv)) return rv;
-  rv = NS_ReplaceFile(mOptions.mJournal, aText);
-  if (NS_FAILED(rv)) (void)mLock.Close();
-  return rv;
-}
-
-nsresult nsLinuxNetworkSettings::DropJournal() {
-  nsresult rv = LockJournal();
-  if (NS_FAILED(rv)) return rv;
-  if (unlink(mOptions.mJournal.c_str()) != 0 && errno != ENOENT) return NS_LastResult();
-  const std::string directory = mOptions.mJournal.substr(0, mOptions.mJournal.rfind('/'));
-  const nsUniqueFd folder(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!folder || fsync(folder.get()) != 0) return NS_LastResult();
+nsresult nsLinuxNetworkSettings::UnlockState() {
   (void)mLock.Close();
+  return NS_OK;
+}
+
+nsresult nsLinuxNetworkSettings::LoadState(std::string* aText) {
+  return NS_ReadFile(mOptions.mState, aText, kConfigurationLimit, nsFileKind::eRegular);
+}
+
+nsresult nsLinuxNetworkSettings::SaveState(const std::string& aText) {
+  if (!mLock) return NS_ERROR_FILE_IS_LOCKED;
+  return NS_ReplaceFile(mOptions.mState, aText);
+}
+
+// ---- Words between processes
+
+nsresult nsLinuxNetworkSettings::Listen(std::function<void(nsNetworkRequest)> aHandler,
+                                        std::shared_ptr<nsEventSource>* aSource) {
+  sockaddr_un address;
+  if (!AddressOf(SocketPath(), &address)) return NS_ERROR_FILE_NAME_TOO_LONG;
+  nsUniqueFd listener(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (!listener) return NS_LastResult();
+  // The lock is ours: what is there is that of a process that died.
+  if (unlink(SocketPath().c_str()) != 0 && errno != ENOENT) return NS_LastResult();
+  if (bind(listener.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
+    return NS_LastResult();
+  if (chmod(SocketPath().c_str(), 0600) != 0 || listen(listener.get(), 4) != 0) {
+    const nsresult rv = NS_LastResult();
+    (void)unlink(SocketPath().c_str());
+    return rv;
+  }
+  *aSource =
+      std::make_shared<RequestSource>(std::move(listener), SocketPath(), std::move(aHandler));
+  return NS_OK;
+}
+
+nsresult nsLinuxNetworkSettings::Ask(const std::string& aWord, std::string* aAnswer) {
+  sockaddr_un address;
+  if (!AddressOf(SocketPath(), &address)) return NS_ERROR_FILE_NAME_TOO_LONG;
+  const nsUniqueFd asker(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+  if (!asker) return NS_LastResult();
+  if (connect(asker.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
+    return errno == ENOENT || errno == ECONNREFUSED ? NS_ERROR_NOT_AVAILABLE : NS_LastResult();
+  if (send(asker.get(), aWord.data(), aWord.size(), MSG_NOSIGNAL) < 0) return NS_LastResult();
+  pollfd ready{asker.get(), POLLIN, 0};
+  // A little at a time, for an end that comes meanwhile.
+  for (int second = 0; second < kAnswerPatience * 5 && !mCancelled; ++second)
+    if (poll(&ready, 1, 200) > 0) break;
+  if (mCancelled.exchange(false)) return NS_ERROR_ABORT;
+  std::string text(kWordLimit, '\0');
+  const ssize_t length = recv(asker.get(), text.data(), text.size(), MSG_DONTWAIT);
+  if (length <= 0) return NS_ERROR_FAILURE;
+  text.resize(static_cast<size_t>(length));
+  *aAnswer = std::move(text);
   return NS_OK;
 }

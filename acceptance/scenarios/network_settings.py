@@ -1,0 +1,186 @@
+"""Stored network settings come into force: by each way, confirmed, taken back, and through a power cut."""
+import json
+import time
+
+from machine.scenario import scenario
+
+NAME = "lan0"
+FOLDERS = ("/etc/NetworkManager/system-connections", "/var/lib/NetworkManager", "/etc/systemd/network", "/var/lib/vorel")
+FORMER_NM = f"""[connection]
+id=office
+uuid=7a0f1c5e-0a51-4f4e-9a33-6c2f9e1d0b01
+type=ethernet
+interface-name={NAME}
+[ipv4]
+method=manual
+address1=192.0.2.5/24,192.0.2.1
+[ipv6]
+method=auto
+"""
+FORMER_NETWORKD = f"[Match]\nName={NAME}\n[Network]\nAddress=192.0.2.5/24\nGateway=192.0.2.1\nIPv6AcceptRA=yes\n"
+
+
+def bed(guest, disk, service):
+    """A cable to a router that gives leases and prefixes; what shall outlive a power cut is on a disk."""
+    guest.qmp("blockdev-add", **{"driver": "raw", "node-name": "disk", "file": {"driver": "file", "filename": str(disk), "locking": "off"}})
+    guest.qmp("device_add", driver="virtio-blk-pci", id="disk", drive="disk")
+    guest.until(lambda: guest.succeeds("test -b /dev/vdc"), 20, "the disk")
+    guest.run("blkid /dev/vdc >/dev/null || mkfs.ext4 -q /dev/vdc; mkdir -p /mnt/disk && mount /dev/vdc /mnt/disk", 120)
+    for folder in FOLDERS:
+        guest.run(f"mkdir -p {folder} /mnt/disk{folder} && mount --bind /mnt/disk{folder} {folder}")
+    guest.run(f"ip netns add router && ip link add {NAME} type veth peer name wan0 netns router && ip link set {NAME} up")
+    guest.run("ip netns exec router sh -c 'ip link set lo up; ip addr add 192.0.2.1/24 dev wan0; ip -6 addr add 2001:db8:1::1/64 dev wan0 nodad;"
+              " ip link set wan0 up; sysctl -qw net.ipv6.conf.all.forwarding=1'")
+    guest.run("ip netns exec router dnsmasq --conf-file=/dev/null --port=0 --interface=wan0 --bind-interfaces --enable-ra --user=root --leasefile-ro"
+              " --pid-file=/run/dnsmasq.pid --dhcp-range=192.0.2.50,192.0.2.59,1h --dhcp-option=3,192.0.2.1 --dhcp-range=2001:db8:1::,ra-only")
+    if service:
+        guest.run("mkdir -p /run/dbus && (pidof dbus-daemon >/dev/null || dbus-daemon --system --fork --nopidfile)")
+        start(guest, service)
+
+
+def start(guest, service):
+    if service == "NetworkManager":
+        guest.put("/etc/NetworkManager/conf.d/lan.conf", f"[device-lan]\nmatch-device=interface-name:{NAME}\nmanaged=1\n"
+                                                         f"[main]\ndns=none\nno-auto-default=*\n[keyfile]\nunmanaged-devices=except:interface-name:{NAME}\n")
+        if not guest.succeeds("ls /etc/NetworkManager/system-connections/*"):
+            guest.put("/etc/NetworkManager/system-connections/office.nmconnection", FORMER_NM, 0o600)
+        guest.run("NetworkManager --no-daemon >/run/service.log 2>&1 & echo $! >/run/service.pid")
+    else:
+        if not guest.succeeds("ls /etc/systemd/network/*"):
+            guest.put("/etc/systemd/network/50-office.network", FORMER_NETWORKD)
+        guest.run("mkdir -p /run/systemd/netif/links /run/systemd/netif/leases && chown -R systemd-network /run/systemd/netif")
+        guest.run("/lib/systemd/systemd-networkd >/run/service.log 2>&1 & echo $! >/run/service.pid")
+
+
+def restart(guest, service):
+    guest.run("kill $(cat /run/service.pid); while kill -0 $(cat /run/service.pid) 2>/dev/null; do sleep 0.1; done")
+    start(guest, service)
+
+
+def addresses(guest, family=4):
+    told = json.loads(guest.run(f"ip -{family} -j addr show dev {NAME} scope global"))
+    return sorted(a["local"] for one in told for a in one.get("addr_info", []))
+
+
+def gateways(guest):
+    return sorted(r["gateway"] for r in json.loads(guest.run("ip -4 -j route show default")) if r["dev"] == NAME)
+
+
+def has(guest, *wanted, within=60):
+    def holds():
+        now = addresses(guest)
+        return len(now) == len(wanted) and all(a.startswith(w) for a, w in zip(now, wanted))
+    guest.until(holds, within, f"{NAME} with {wanted}, not {addresses(guest)}")
+    guest.until(lambda: gateways(guest) == ["192.0.2.1"], 20, "the gateway")
+
+
+def vorel(guest, arguments, within=120, status=0):
+    return guest.run(f"vorel --profile /var/lib/vorel/profile network {arguments}", within, status)
+
+
+def attempt(trial, guest, options, what):
+    """Settings on trial: the process that tries them."""
+    at = time.monotonic()
+    process = guest.start(f"exec vorel --profile /var/lib/vorel/profile network {options}")
+    seen, line = process.expect(lambda text: text.startswith(("waiting", "vorel:")), 150, "a trial")
+    trial.time(f"{what}: asked for to in force", at, seen)
+    assert line == "waiting", line
+    return process
+
+
+def steps(trial, service):
+    disk = trial.file("disk.img", 64 << 20)
+    guest = trial.guest()
+    bed(guest, disk, service)
+    if service:
+        has(guest, "192.0.2.5")
+    else:
+        guest.run(f"ip addr add 192.0.2.5/24 dev {NAME} && ip route add default via 192.0.2.1 dev {NAME}")
+    has_prefix = lambda: any(a.startswith("2001:db8:1:") for a in addresses(guest, 6))
+    guest.until(has_prefix, 60, "an address by the router")
+
+    # Refused, and nothing is touched.
+    vorel(guest, f"set {NAME} --address 192.0.2.10/24 --gateway 192.0.3.1 --try 60", status=1)
+    has(guest, "192.0.2.5")
+
+    process = attempt(trial, guest, f"set {NAME} --address 192.0.2.10/24 --gateway 192.0.2.1 --try 300", "static")
+    has(guest, "192.0.2.10")
+    guest.run("busybox ping -c 1 -W 5 192.0.2.1", 30)
+    vorel(guest, "confirm")
+    assert process.wait(30) == 0
+    guest.until(has_prefix, 60, "the router's address beside the static one")
+
+    # Not confirmed.
+    process = attempt(trial, guest, f"set {NAME} --address 192.0.2.11/24 --gateway 192.0.2.1 --try 5", "static, for 5 s")
+    at = time.monotonic()
+    process.expect(lambda text: "rolled-back" in text, 60, "the end of the trial")
+    trial.time("in force to taken back, 5 s wanted", at, time.monotonic())
+    has(guest, "192.0.2.10")
+
+    if service:
+        restart(guest, service)
+        has(guest, "192.0.2.10")
+        process = attempt(trial, guest, f"set {NAME} --dhcp on --try 300", "DHCP")
+        has(guest, "192.0.2.5")  # one of the range, from 50 on
+        assert addresses(guest) != ["192.0.2.5"]
+        vorel(guest, "rollback")
+        process.wait(30)
+        has(guest, "192.0.2.10")
+        process = attempt(trial, guest, "apply 300", "DHCP again")
+        vorel(guest, "confirm")
+        assert process.wait(30) == 0
+        restart(guest, service)
+        guest.until(lambda: addresses(guest) and addresses(guest)[0] >= "192.0.2.50", 60, "a lease after the restart")
+    before = addresses(guest)
+
+    # The one who tries it is killed: the next start takes it back.
+    process = attempt(trial, guest, f"set {NAME} --address 192.0.2.12/24 --gateway 192.0.2.1 --try 600", "static, to be killed")
+    has(guest, "192.0.2.12")
+    process.signal(9)
+    vorel(guest, "--json")
+    guest.until(lambda: addresses(guest) == before, 60, "the former address after a kill")
+
+    # The power goes during a trial.
+    process = attempt(trial, guest, "apply 600", "static, to be cut")
+    guest.cut_power()
+    guest.close()
+    trial.guests.clear()
+    guest = trial.guest()
+    bed(guest, disk, service)
+    told = vorel(guest, "apply --boot")
+    assert told.startswith("confirmed"), told
+    if service:
+        guest.until(lambda: addresses(guest) and addresses(guest)[0] >= "192.0.2.50", 60, "the lease after a power cut")
+        time.sleep(3)
+        assert addresses(guest)[0] >= "192.0.2.50", addresses(guest)
+    else:
+        has(guest, "192.0.2.10")
+
+    # And just after it was confirmed.
+    process = attempt(trial, guest, "apply 600", "static, to be confirmed")
+    vorel(guest, "confirm")
+    guest.cut_power()
+    guest.close()
+    trial.guests.clear()
+    guest = trial.guest()
+    bed(guest, disk, service)
+    assert vorel(guest, "apply --boot").startswith("confirmed")
+    has(guest, "192.0.2.12")
+    shown = json.loads(vorel(guest, "--json"))
+    mine = next(one for one in shown["interfaces"] if one["name"] == NAME)
+    assert mine["differences"] == [], mine
+
+
+@scenario("Network settings in force by the kernel alone, and a power cut in the middle", fresh=True)
+def network_settings_kernel(trial):
+    steps(trial, "")
+
+
+@scenario("Network settings in force by NetworkManager, and a power cut in the middle", fresh=True)
+def network_settings_manager(trial):
+    steps(trial, "NetworkManager")
+
+
+@scenario("Network settings in force by systemd-networkd, and a power cut in the middle", fresh=True)
+def network_settings_networkd(trial):
+    steps(trial, "systemd-networkd")
