@@ -121,7 +121,8 @@ std::string IsoTime(int64_t aMilliseconds) {
 
 class Timer {
  public:
-  ~Timer() {
+  ~Timer() { Cancel(); }
+  void Cancel() {
     if (mTimer) (void)mTimer->Cancel();
   }
   void Start(uint32_t aMilliseconds, std::function<void()> aFunction) {
@@ -157,12 +158,18 @@ class Session {
     if (!mStatus) mStatus = aStatus;
     mHost.LeaveRun();
   }
+  /// With the first change. With a comparison, when all directories have told theirs: it would be
+  /// told again.
+  void EndOnce() {
+    if (mOptions.mSince.empty() || mStarted == mRoots.size()) End(0);
+  }
   bool HasEnded() const { return mStatus.has_value(); }
   int Status() const { return mStatus.value_or(0); }
 
   const nsWatchOptions& mOptions;
   const bool mJson, mHasSeveral;
   bool mHasChange = false;
+  size_t mStarted = 0;  // directories
   std::vector<nsCOMPtr<Root>> mRoots;
 
  private:
@@ -201,11 +208,15 @@ void Session::Flush() {
 
 class Root final : public nsImplements<Root, nsISystemFileSystemListener2> {
  public:
-  Root(Session& aSession, std::string aDirectory)
+  Root(Session* aSession, std::string aDirectory)
       : mSession(aSession), mDirectory(std::move(aDirectory)) {}
 
   nsresult Start();
   void Stop() { (void)mWatcher->StopWatching(); }
+  void Leave() {
+    mSession = nullptr;
+    mRetry.Cancel();
+  }
   std::u16string Path() const {
     nsString path;
     (void)mWatcher->GetWatchPath(path);
@@ -215,10 +226,7 @@ class Root final : public nsImplements<Root, nsISystemFileSystemListener2> {
   /// that.
   void Fail(uint32_t aCode, std::u16string_view aText, std::u16string_view aMessage, int aStatus);
 
-  nsresult OnWatcherStarted() override {
-    mIsWaiting = false;
-    return PrintEvent("started", "", u"watching " + Path());
-  }
+  nsresult OnWatcherStarted() override;
   nsresult OnWatcherStopped() override { return PrintEvent("stopped", "", u"stopped"); }
   nsresult OnWatcherError(uint32_t aCode, const nsAString& aText) override;
   nsresult OnFileSystemChanged(const nsAString& aPath) override {
@@ -248,11 +256,11 @@ class Root final : public nsImplements<Root, nsISystemFileSystemListener2> {
   Details ReadDetails(std::u16string_view aPath) const;
   void Retry(uint32_t aMilliseconds);
 
-  Session& mSession;
+  Session* mSession;             // null once that is over: a report may still be on its way
   const std::string mDirectory;  // as it was given
   nsCOMPtr<nsIFileSystemWatcher> mWatcher;
   Timer mRetry;
-  bool mIsWaiting = false;
+  bool mIsWaiting = false, mHasStarted = false;
 };
 
 nsresult Root::Start() {
@@ -264,10 +272,10 @@ nsresult Root::Start() {
     const auto copy = [](const std::vector<std::string>& aFrom, std::vector<nsString>* aTo) {
       for (const std::string& pattern : aFrom) aTo->emplace_back(vorel::NameToUtf16(pattern));
     };
-    copy(mSession.mOptions.mExclude, &options.mExclude);
-    copy(mSession.mOptions.mOnly, &options.mOnly);
-    options.mSettle = mSession.mOptions.mSettle;
-    options.mSince.Assign(vorel::NameToUtf16(mSession.mOptions.mSince));
+    copy(mSession->mOptions.mExclude, &options.mExclude);
+    copy(mSession->mOptions.mOnly, &options.mOnly);
+    options.mSettle = mSession->mOptions.mSettle;
+    options.mSince.Assign(vorel::NameToUtf16(mSession->mOptions.mSince));
     rv = mWatcher->Init(this, nsCString(UrlOf(mDirectory)), true);
     if (NS_FAILED(rv)) return rv;
     const auto more = do_QueryInterface<nsIFileSystemWatcherOptions>(mWatcher, &rv);
@@ -279,26 +287,38 @@ nsresult Root::Start() {
 
 nsresult Root::PrintEvent(std::string_view aEvent, const std::string& aMembers,
                           std::u16string_view aText) {
-  if (!mSession.mJson) {
-    mSession.Print(Plain(aText));
+  if (!mSession) return NS_OK;
+  if (!mSession->mJson) {
+    mSession->Print(Plain(aText));
     return NS_OK;
   }
   std::string line = "{";
-  if (mSession.mHasSeveral) line += "\"root\":" + Quoted(vorel::NameToUtf16(mDirectory)) + ",";
-  mSession.Print(((line += "\"event\":\"") += aEvent) += "\"" + aMembers + "}");
+  if (mSession->mHasSeveral) line += "\"root\":" + Quoted(vorel::NameToUtf16(mDirectory)) + ",";
+  mSession->Print(((line += "\"event\":\"") += aEvent) += "\"" + aMembers + "}");
   return NS_OK;
 }
 
 void Root::Fail(uint32_t aCode, std::u16string_view aText, std::u16string_view aMessage,
                 int aStatus) {
-  if (mSession.mJson)
+  if (mSession->mJson)
     (void)PrintEvent("error", ",\"code\":" + std::to_string(aCode) + ",\"text\":" + Quoted(aText),
                      u"");
-  mSession.Complain(aMessage);
-  mSession.End(aStatus);
+  mSession->Complain(aMessage);
+  mSession->End(aStatus);
+}
+
+nsresult Root::OnWatcherStarted() {
+  if (!mSession) return NS_OK;
+  mIsWaiting = false;
+  (void)PrintEvent("started", "", u"watching " + Path());
+  // What has been told before counts as told from now on.
+  if (!std::exchange(mHasStarted, true)) ++mSession->mStarted;
+  if (mSession->mOptions.mOnce && mSession->mHasChange) mSession->EndOnce();
+  return NS_OK;
 }
 
 nsresult Root::OnWatcherError(uint32_t aCode, const nsAString& aText) {
+  if (!mSession) return NS_OK;
   const std::u16string text(NS_View(aText));
   const std::string members = ",\"code\":" + std::to_string(aCode) + ",\"text\":" + Quoted(text);
   if (aCode == ERROR_INCOMPLETE) return PrintEvent("error", members, u"error    " + text);
@@ -311,7 +331,7 @@ nsresult Root::OnWatcherError(uint32_t aCode, const nsAString& aText) {
                                  : aCode == ERROR_ROOT_GONE
                                      ? text + u" was deleted, moved, replaced or unmounted"
                                      : u"error " + NS_ToUtf16(std::to_string(aCode)) + u" " + text;
-  if (!mSession.mOptions.mWait || !isOfRoot) {
+  if (!mSession->mOptions.mWait || !isOfRoot) {
     Fail(aCode, text, message, aCode == ERROR_ROOT_GONE ? kGone : kFailure);
     return NS_OK;
   }
@@ -345,17 +365,18 @@ Root::Details Root::ReadDetails(std::u16string_view aPath) const {
 }
 
 nsresult Root::Tell(std::string_view aKind, std::u16string_view aPath, std::u16string_view aFrom) {
+  if (!mSession) return NS_OK;
   // With a comparison, what has been found when the end comes is still told, as it counts as that.
-  if (mSession.HasEnded() && mSession.mOptions.mSince.empty()) return NS_OK;
+  if (mSession->HasEnded() && mSession->mOptions.mSince.empty()) return NS_OK;
   Details details;
-  if (mSession.mOptions.mDetails && aKind != "removed") details = ReadDetails(aPath);
-  if (mSession.mJson) {
+  if (mSession->mOptions.mDetails && aKind != "removed") details = ReadDetails(aPath);
+  if (mSession->mJson) {
     std::string members = aFrom.empty() ? "" : ",\"from\":" + Quoted(aFrom);
     members += aFrom.empty() ? ",\"path\":" : ",\"to\":";
     (void)PrintEvent(aKind, members + Quoted(aPath) + details.mJson, u"");
   } else {
     std::u16string base;
-    if (mSession.mHasSeveral) {
+    if (mSession->mHasSeveral) {
       base = vorel::NameToUtf16(mDirectory);
       while (base.ends_with(u'/')) base.pop_back();
       base += u'/';
@@ -366,8 +387,8 @@ nsresult Root::Tell(std::string_view aKind, std::u16string_view aPath, std::u16s
     ((text += base) += aPath) += NS_ToUtf16(details.mText);
     (void)PrintEvent(aKind, "", text);
   }
-  mSession.mHasChange = true;
-  if (mSession.mOptions.mOnce) mSession.End(0);
+  mSession->mHasChange = true;
+  if (mSession->mOptions.mOnce) mSession->EndOnce();
   return NS_OK;
 }
 
@@ -393,6 +414,10 @@ int NS_Watch(nsHost& aHost, const std::vector<std::string>& aDirectories,
              const nsWatchOptions& aOptions, bool aJson, nsSignalWatch& aSignals,
              nsServiceNotice& aNotice) {
   Session session(aHost, aOptions, aJson, aDirectories.size() > 1);
+  if (!aOptions.mSince.empty() && aHost.Options().mProfileDirectory.empty()) {
+    session.Complain(u"--since needs a profile: there is neither --profile nor a home directory");
+    return kFailure;
+  }
   aSignals.Call([&](int) { session.End(0); });
   // Nobody reads the changes any more.
   std::unique_ptr<nsFdWatch> reader;
@@ -407,12 +432,10 @@ int NS_Watch(nsHost& aHost, const std::vector<std::string>& aDirectories,
   if (observers) (void)observers->AddObserver(unwatched.get(), kUnwatchedTopic, false);
 
   for (const std::string& directory : aDirectories)
-    session.mRoots.push_back(MakeRefCounted<Root>(session, directory));
+    session.mRoots.push_back(MakeRefCounted<Root>(&session, directory));
   for (const auto& root : session.mRoots) {
     if (const nsresult rv = root->Start(); NS_FAILED(rv)) {
-      session.Complain(rv == NS_ERROR_NOT_AVAILABLE
-                           ? std::u16string(u"--since needs a profile: give --profile")
-                           : u"the watch can't be started");
+      session.Complain(u"the watch can't be started");
       session.End(kFailure);
       break;
     }
@@ -428,6 +451,7 @@ int NS_Watch(nsHost& aHost, const std::vector<std::string>& aDirectories,
   aHost.Quit();  // which ends the watches
   if (observers) (void)observers->RemoveObserver(unwatched.get(), kUnwatchedTopic);
   session.Flush();
+  for (const auto& root : session.mRoots) root->Leave();
   session.mRoots.clear();
   aSignals.Reset();
   return session.Status();

@@ -122,6 +122,19 @@ TEST(Watch, DifferencesFromAnEarlierRunAreNotTold) {
                            "{\"event\":\"removed\",\"path\":\"sub/b\"}\n"})
     EXPECT_NE(outcome.mOutput.find(line), std::string::npos) << outcome.mOutput;
 
+  // With several directories, each has to have been told before the end counts for all.
+  for (const char* name : {"one", "two"}) {
+    fs::create_directory(place / name);
+    std::ofstream(place / name / "file");
+  }
+  for (const int status : {0, 4}) {
+    outcome = program.Run({"watch", "--since", "both", "--once", "--timeout", "2",
+                           (place / "one").string(), (place / "two").string(), "--profile",
+                           (place / "p").string()});
+    EXPECT_EQ(outcome.mStatus, status) << outcome.mOutput << outcome.mErrors;
+    EXPECT_EQ(outcome.mErrors, "");
+  }
+
   // One that ends without order tells again what it told.
   std::ofstream(place / "root/d");
   const std::vector<std::string> again = {

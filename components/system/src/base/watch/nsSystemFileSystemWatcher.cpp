@@ -68,6 +68,7 @@ nsSystemFileSystemWatcher::nsSystemFileSystemWatcher(nsPlatformRef aPlatform)
 
 nsSystemFileSystemWatcher::~nsSystemFileSystemWatcher() {
   SYSTEM_LOG_DEBUG(mLog, "DESTROY");
+  mIsObserving = false;  // there is nothing left to be found by
   nsSystemFileSystemWatcher::Stop();
 }
 
