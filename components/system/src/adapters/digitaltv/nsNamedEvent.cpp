@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <map>
 #include <mutex>
 
@@ -11,6 +12,7 @@ struct nsNamedEvent::State {
   std::mutex mLock;
   std::condition_variable mChanged;
   bool mIsSet = false;
+  uint64_t mSets = 0;  // so far
 };
 
 nsNamedEvent::nsNamedEvent(const std::string& aName) {
@@ -27,6 +29,7 @@ void nsNamedEvent::Set() {
   {
     std::lock_guard lock(mState->mLock);
     mState->mIsSet = true;
+    ++mState->mSets;
   }
   mState->mChanged.notify_all();
 }
@@ -38,7 +41,9 @@ void nsNamedEvent::Reset() {
 
 uint32_t nsNamedEvent::Wait(uint32_t aMilliseconds) {
   std::unique_lock lock(mState->mLock);
-  const bool isSet = mState->mChanged.wait_for(lock, std::chrono::milliseconds(aMilliseconds),
-                                               [this] { return mState->mIsSet; });
+  // One that is set and at once reset ends the waits that have begun.
+  const bool isSet = mState->mChanged.wait_for(
+      lock, std::chrono::milliseconds(aMilliseconds),
+      [this, sets = mState->mSets] { return mState->mIsSet || mState->mSets != sets; });
   return isSet ? WAIT_OBJECT_0 : WAIT_TIMEOUT;
 }
