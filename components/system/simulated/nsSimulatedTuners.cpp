@@ -271,7 +271,8 @@ class nsSimulatedTuners::PacketReader final : public nsPlatformPacketReader, pri
       uint64_t found = 0;
       while (mPids.any() && found < kMostOfARead && mCursor.Position() < aEnd &&
              mSilent <= mCursor.Stream()->Count())
-        found += Choose(mCursor.Take(std::min(kMostOfARead, aEnd - mCursor.Position())), &runs);
+        found +=
+            Choose(mCursor.Take(std::min(kMostOfARead - found, aEnd - mCursor.Position())), &runs);
       return found > 0;
     });
     if (NS_FAILED(rv)) return rv;
