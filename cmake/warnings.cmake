@@ -10,6 +10,8 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   # Interfaces have protected, non-virtual destructors on purpose; their classes are final or destroyed by Release.
   # Its -Wconversion is the wider one: changes of sign alone are no error for the other compiler.
   target_compile_options(vorel_options INTERFACE -Wno-delete-non-abstract-non-virtual-dtor -Wno-sign-conversion)
+  # Who touches what a lock guards, holds it (nsLock.h).
+  target_compile_options(vorel_options INTERFACE -Wthread-safety)
 endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   # At -O3 g++ 12 sees overlaps inside std::string that are not there (its bug 105651), and takes the lists of rooted

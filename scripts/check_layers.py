@@ -43,7 +43,7 @@ MAY = {
     "adapters/digitaltv": BASIC | {"threads", "public", "base", "adapters/digitaltv/ts"},
     "adapters/digitaltv/receiver": BASIC | {"threads", "public", "port", "base", "adapters/digitaltv", "adapters/digitaltv/ts"},
     "adapters/digitaltv/ts": BASIC,
-    "base/backend": BASIC | {"port"},
+    "base/backend": BASIC | {"threads", "port"},
     "base/discovery": BASIC | {"threads", "public", "base", "port", "adapters"},
     "adapters/digitaltv/graph": BASIC | {"threads", "public", "port", "adapters/digitaltv"},
     "backend": BASIC | {"threads", "native", "base/backend", "native base/backend", "adapters/digitaltv/ts"},
@@ -102,6 +102,7 @@ MORE = {  # beside the standard library
     "adapters/digitaltv/ts": re.compile(r"immintrin\.h$"),  # what the processor has, not the system
     "simulated": re.compile(r"nlohmann/json(_fwd)?\.hpp$"),
 }
+LOCKS = {"mutex", "shared_mutex", "condition_variable"}
 ENGINE = re.compile(r"(js/|jsapi|jsfriendapi|mozilla/)")
 INCLUDE = re.compile(r'\s*#\s*include\s+(["<])([^">]+)[">]')
 
@@ -131,7 +132,9 @@ def main(root):
             quoted, name = m[1] == '"', m[2]
             base = name.rsplit("/", 1)[-1]
             why = None
-            if ENGINE.match(name) and mine != "engine":
+            if name in LOCKS and path.name != "nsLock.h":
+                why = "locks are those of nsLock.h, which the compiler checks"
+            elif ENGINE.match(name) and mine != "engine":
                 why = "the script engine is seen in host/script/mozjs only"
             elif quoted:
                 theirs = where.get(base, "platform")  # made by the build: a platform interface

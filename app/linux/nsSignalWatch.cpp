@@ -7,11 +7,11 @@
 
 #include <atomic>
 #include <chrono>
-#include <mutex>
 #include <string_view>
 
 #include "nsEventFd.h"
 #include "nsImplements.h"
+#include "nsLock.h"
 #include "nsNamedThread.h"
 #include "nsUniqueFd.h"
 #include "nsVorelMethodCaller.h"
@@ -34,8 +34,8 @@ sigset_t Signals() {
 
 struct nsSignalWatch::State : std::enable_shared_from_this<nsSignalWatch::State> {
   void Watch();
-  void Heard(int aSignal);
-  int UntilNextLook() const;
+  void Heard(int aSignal) NS_REQUIRES(mMutex);
+  int UntilNextLook() const NS_REQUIRES(mMutex);
   [[noreturn]] static void Die(int aSignal);
 
   nsUniqueFd mSignals;
@@ -43,15 +43,15 @@ struct nsSignalWatch::State : std::enable_shared_from_this<nsSignalWatch::State>
   nsNamedThread mThread;
   std::atomic<bool> mStops{false};
 
-  std::mutex mMutex;  // guards what follows
-  std::function<void(int)> mCall;
-  int mUnheard = 0;  // a signal for which there was no function
-  bool mIsWaiting = false;
-  int mLast = 0;
-  Clock::time_point mSince;  // when it has begun to wait
-  bool mIsEnding = false;
-  int mStatus = 0;
-  Clock::time_point mEnd;
+  nsMutex mMutex;  // guards what follows
+  std::function<void(int)> mCall NS_GUARDED_BY(mMutex);
+  int mUnheard NS_GUARDED_BY(mMutex) = 0;  // a signal for which there was no function
+  bool mIsWaiting NS_GUARDED_BY(mMutex) = false;
+  int mLast NS_GUARDED_BY(mMutex) = 0;
+  Clock::time_point mSince NS_GUARDED_BY(mMutex);  // when it has begun to wait
+  bool mIsEnding NS_GUARDED_BY(mMutex) = false;
+  int mStatus NS_GUARDED_BY(mMutex) = 0;
+  Clock::time_point mEnd NS_GUARDED_BY(mMutex);
 };
 
 namespace {
@@ -92,7 +92,7 @@ nsSignalWatch::~nsSignalWatch() {
 void nsSignalWatch::Call(std::function<void(int)> aFunction) {
   int unheard;
   {
-    const std::lock_guard lock(mState->mMutex);
+    const nsAutoLock lock(mState->mMutex);
     mState->mCall = aFunction;
     unheard = std::exchange(mState->mUnheard, 0);
     if (unheard != 0) mState->mIsWaiting = false;
@@ -101,13 +101,13 @@ void nsSignalWatch::Call(std::function<void(int)> aFunction) {
 }
 
 void nsSignalWatch::Reset() {
-  const std::lock_guard lock(mState->mMutex);
+  const nsAutoLock lock(mState->mMutex);
   mState->mCall = nullptr;
 }
 
 void nsSignalWatch::LimitEnd(int aStatus) {
   {
-    const std::lock_guard lock(mState->mMutex);
+    const nsAutoLock lock(mState->mMutex);
     mState->mIsEnding = true;
     mState->mStatus = aStatus;
     mState->mEnd = Clock::now() + kPatience;
@@ -131,7 +131,6 @@ int nsSignalWatch::State::UntilNextLook() const {
   return left > 0 ? static_cast<int>(left) : 0;
 }
 
-// With the lock held.
 void nsSignalWatch::State::Heard(int aSignal) {
   const auto now = Clock::now();
   if (mIsWaiting) {
@@ -148,7 +147,7 @@ void nsSignalWatch::State::Heard(int aSignal) {
   const auto run = [state = shared_from_this(), aSignal] {
     std::function<void(int)> call;
     {
-      const std::lock_guard lock(state->mMutex);
+      const nsAutoLock lock(state->mMutex);
       state->mIsWaiting = false;
       call = state->mCall;
     }
@@ -161,7 +160,7 @@ void nsSignalWatch::State::Watch() {
   for (;;) {
     int wait;
     {
-      const std::lock_guard lock(mMutex);
+      const nsAutoLock lock(mMutex);
       wait = UntilNextLook();
     }
     pollfd fds[] = {{mSignals.get(), POLLIN, 0}, {mWake.get(), POLLIN, 0}};
@@ -171,7 +170,7 @@ void nsSignalWatch::State::Watch() {
     signalfd_siginfo info{};
     const bool heard =
         fds[0].revents && read(mSignals.get(), &info, sizeof info) == ssize_t{sizeof info};
-    const std::lock_guard lock(mMutex);
+    const nsAutoLock lock(mMutex);
     if (heard) Heard(static_cast<int>(info.ssi_signo));
     const auto now = Clock::now();
     if (mIsWaiting && now >= mSince + kPatience) Die(mLast);

@@ -3,17 +3,17 @@
 #include <utility>
 
 void nsSimulatedCalls::AddPort(const std::string& aPort) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   mCounts.emplace(aPort, 0);
 }
 
 bool nsSimulatedCalls::HasPort(std::string_view aPort) const {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   return mCounts.contains(aPort);
 }
 
 nsresult nsSimulatedCalls::Enter(std::string_view aPort, std::string_view aMethod) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   ++mCounts.find(aPort)->second;
 
   nsresult result = NS_OK;
@@ -34,7 +34,7 @@ nsresult nsSimulatedCalls::Enter(std::string_view aPort, std::string_view aMetho
 }
 
 void nsSimulatedCalls::Fail(nsSimulatedFault aFault) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   mFaults.push_back(std::move(aFault));
 }
 
@@ -43,12 +43,12 @@ void nsSimulatedCalls::FailCall(uint64_t aNumber, nsresult aResult) {
 }
 
 void nsSimulatedCalls::ClearFaults() {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   mFaults.clear();
 }
 
 uint64_t nsSimulatedCalls::Count(std::string_view aPort) const {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   uint64_t sum = 0;
   for (const auto& [port, count] : mCounts)
     if (aPort.empty() || port == aPort) sum += count;
@@ -56,16 +56,16 @@ uint64_t nsSimulatedCalls::Count(std::string_view aPort) const {
 }
 
 std::vector<std::string> nsSimulatedCalls::FailedCalls() const {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   return mFailed;
 }
 
 void nsSimulatedCalls::Record(std::string aAction) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   mJournal.push_back(std::move(aAction));
 }
 
 std::vector<std::string> nsSimulatedCalls::TakeJournal() {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   return std::exchange(mJournal, {});
 }

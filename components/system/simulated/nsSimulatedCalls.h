@@ -5,12 +5,12 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "nsError.h"
+#include "nsLock.h"
 
 /// A call that is to fail. The empty port or method stands for any.
 struct nsSimulatedFault {
@@ -51,11 +51,11 @@ class nsSimulatedCalls {
   /// when that is a failure.
   nsresult Enter(std::string_view aPort, std::string_view aMethod);
 
-  mutable std::mutex mLock;
-  std::vector<nsSimulatedFault> mFaults;
-  std::map<std::string, uint64_t, std::less<>> mCounts;
-  std::vector<std::string> mFailed;
-  std::vector<std::string> mJournal;
+  mutable nsMutex mLock;
+  std::vector<nsSimulatedFault> mFaults NS_GUARDED_BY(mLock);
+  std::map<std::string, uint64_t, std::less<>> mCounts NS_GUARDED_BY(mLock);
+  std::vector<std::string> mFailed NS_GUARDED_BY(mLock);
+  std::vector<std::string> mJournal NS_GUARDED_BY(mLock);
 };
 using nsSimulatedCallsRef = std::shared_ptr<nsSimulatedCalls>;
 
@@ -77,7 +77,7 @@ class nsSimulatedPort {
     mCalls->Record(mName + "." + std::string(aAction));
   }
 
-  mutable std::mutex mLock;
+  mutable nsMutex mLock;
 
  private:
   const nsSimulatedCallsRef mCalls;

@@ -125,29 +125,29 @@ nsSimulatedClock::nsSimulatedClock(nsSimulatedCallsRef aCalls)
     : nsSimulatedPort(std::move(aCalls), "Clock") {}
 
 void nsSimulatedClock::AddZone(nsSimulatedZone aZone) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   mZones.push_back(std::move(aZone));
 }
 
 void nsSimulatedClock::SetZone(std::string aOlsonName, Tells aTells) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   const auto zone = std::ranges::find(mZones, aOlsonName, &nsSimulatedZone::mOlsonName);
   mCurrent = zone != mZones.end() ? *zone : nsSimulatedZone{.mOlsonName = std::move(aOlsonName)};
   mTells = aTells;
 }
 
 void nsSimulatedClock::SetUtc(int64_t aSeconds) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   mUtc = aSeconds;
 }
 
 void nsSimulatedClock::Advance(int64_t aSeconds) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   mUtc += aSeconds;
 }
 
 void nsSimulatedClock::SetGranted(std::string_view aPrivilege, bool aGranted) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   if (aGranted)
     mRefused.erase(std::string(aPrivilege));
   else
@@ -155,12 +155,12 @@ void nsSimulatedClock::SetGranted(std::string_view aPrivilege, bool aGranted) {
 }
 
 bool nsSimulatedClock::IsEnabled(std::string_view aPrivilege) const {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   return mEnabled.contains(aPrivilege);
 }
 
 int64_t nsSimulatedClock::Utc() const {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   return mUtc;
 }
 
@@ -209,20 +209,20 @@ std::function<void()> nsSimulatedClock::ReadChange(const nsMachineValue& aValue)
 
 nsresult nsSimulatedClock::ReadLocalTime(nsPlatformTime* aTime) {
   if (nsresult rv = Enter("ReadLocalTime"); NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   *aTime = FromSeconds(mUtc - NS_ZoneBiasAt(mCurrent.mRules, mUtc) * 60);
   return NS_OK;
 }
 
 nsresult nsSimulatedClock::ReadUtcTime(nsPlatformTime* aTime) {
   if (nsresult rv = Enter("ReadUtcTime"); NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   *aTime = FromSeconds(mUtc);
   return NS_OK;
 }
 
 nsresult nsSimulatedClock::WriteTime(const nsPlatformTime& aTime, bool aLocal, uint32_t* aError) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   if (!mEnabled.contains(kPrivilegeSystemTime)) {
     *aError = kErrorPrivilegeNotHeld;
     return NS_ERROR_FILE_ACCESS_DENIED;
@@ -257,14 +257,14 @@ nsresult nsSimulatedClock::WriteHardwareClock(uint32_t* aError) {
     *aError = kErrorInvalidParameter;
     return rv;
   }
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   Record("WriteHardwareClock " + std::to_string(mUtc));
   return NS_OK;
 }
 
 nsresult nsSimulatedClock::EnablePrivilege(std::string_view aName, bool aEnable, uint32_t* aError) {
   if (nsresult rv = Enter("EnablePrivilege"); NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   if (aName != kPrivilegeSystemTime && aName != kPrivilegeTimeZone) {
     *aError = kErrorInvalidParameter;
     return NS_ERROR_INVALID_ARG;
@@ -284,7 +284,7 @@ nsresult nsSimulatedClock::EnablePrivilege(std::string_view aName, bool aEnable,
 
 nsresult nsSimulatedClock::ReadCurrentOlsonName(std::string* aName) {
   if (nsresult rv = Enter("ReadCurrentOlsonName"); NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   if (mTells != kOlsonName) return NS_ERROR_NOT_AVAILABLE;
   *aName = mCurrent.mOlsonName;
   return NS_OK;
@@ -292,7 +292,7 @@ nsresult nsSimulatedClock::ReadCurrentOlsonName(std::string* aName) {
 
 nsresult nsSimulatedClock::ReadCurrentStandardName(std::u16string* aName) {
   if (nsresult rv = Enter("ReadCurrentStandardName"); NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   if (mTells != kStandardName) return NS_ERROR_NOT_AVAILABLE;
   *aName = mCurrent.mStandardName;
   return NS_OK;
@@ -301,7 +301,7 @@ nsresult nsSimulatedClock::ReadCurrentStandardName(std::u16string* aName) {
 nsresult nsSimulatedClock::ReadCurrentLocalizedNames(std::u16string* aStandard,
                                                      std::u16string* aDaylight) {
   if (nsresult rv = Enter("ReadCurrentLocalizedNames"); NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   if (mTells == kNothing) return NS_ERROR_NOT_AVAILABLE;
   *aStandard = mCurrent.mLocalizedStandard;
   *aDaylight = mCurrent.mLocalizedDaylight;
@@ -318,19 +318,19 @@ const nsSimulatedZone* nsSimulatedClock::Find(const nsPlatformZoneName& aZone) c
 
 nsresult nsSimulatedClock::FindZone(const nsPlatformZoneName& aZone) {
   if (nsresult rv = Enter("FindZone"); NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   return Find(aZone) ? NS_OK : NS_ERROR_NOT_AVAILABLE;
 }
 
 // Each of its zones has one name.
 bool nsSimulatedClock::IsSameZone(const nsPlatformZoneName& aZone, std::string_view aOlsonName) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   return aZone.mOlsonName == aOlsonName && Find(aZone);
 }
 
 nsresult nsSimulatedClock::ReadRules(const nsPlatformZoneName& aZone, nsPlatformZoneRules* aRules) {
   if (nsresult rv = Enter("ReadRules"); NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   const nsSimulatedZone* zone = Find(aZone);
   if (!zone) return NS_ERROR_NOT_AVAILABLE;
   *aRules = zone->mRules;
@@ -340,7 +340,7 @@ nsresult nsSimulatedClock::ReadRules(const nsPlatformZoneName& aZone, nsPlatform
 nsresult nsSimulatedClock::ReadStandardName(const nsPlatformZoneName& aZone,
                                             std::u16string* aName) {
   if (nsresult rv = Enter("ReadStandardName"); NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   const nsSimulatedZone* zone = Find(aZone);
   if (!zone || zone->mLocalizedStandard.empty()) return NS_ERROR_NOT_AVAILABLE;
   *aName = zone->mLocalizedStandard;
@@ -350,7 +350,7 @@ nsresult nsSimulatedClock::ReadStandardName(const nsPlatformZoneName& aZone,
 nsresult nsSimulatedClock::ReadDaylightName(const nsPlatformZoneName& aZone,
                                             std::u16string* aName) {
   if (nsresult rv = Enter("ReadDaylightName"); NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   const nsSimulatedZone* zone = Find(aZone);
   if (!zone || zone->mLocalizedDaylight.empty()) return NS_ERROR_NOT_AVAILABLE;
   *aName = zone->mLocalizedDaylight;
@@ -361,7 +361,7 @@ nsresult nsSimulatedClock::WriteCurrentZone(const nsPlatformZoneName& aZone,
                                             const nsPlatformZoneInformation& aInformation,
                                             uint32_t* aError) {
   if (nsresult rv = Enter("WriteCurrentZone"); NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   if (!mEnabled.contains(kPrivilegeTimeZone)) {
     *aError = kErrorPrivilegeNotHeld;
     return NS_ERROR_FILE_ACCESS_DENIED;

@@ -73,12 +73,12 @@ class nsSimulatedClock final : public nsPlatformClock,
   static Settings ReadSettings(nsMachineObject& aObject);
   void Apply(const Settings& aSettings);
 
-  const nsSimulatedZone* Find(const nsPlatformZoneName& aZone) const;
+  const nsSimulatedZone* Find(const nsPlatformZoneName& aZone) const NS_REQUIRES(mLock);
   nsresult WriteTime(const nsPlatformTime& aTime, bool aLocal, uint32_t* aError);
 
-  int64_t mUtc = 1767225600;  // the beginning of 2026
-  nsSimulatedZone mCurrent{.mOlsonName = "UTC"};
-  Tells mTells = kOlsonName;
-  std::vector<nsSimulatedZone> mZones;
-  std::set<std::string, std::less<>> mRefused, mEnabled;
+  int64_t mUtc NS_GUARDED_BY(mLock) = 1767225600;  // the beginning of 2026
+  nsSimulatedZone mCurrent NS_GUARDED_BY(mLock){.mOlsonName = "UTC"};
+  Tells mTells NS_GUARDED_BY(mLock) = kOlsonName;
+  std::vector<nsSimulatedZone> mZones NS_GUARDED_BY(mLock);
+  std::set<std::string, std::less<>> mRefused NS_GUARDED_BY(mLock), mEnabled NS_GUARDED_BY(mLock);
 };

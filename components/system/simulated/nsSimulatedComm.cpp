@@ -40,18 +40,18 @@ class nsSimulatedComm::Lines {
   };
   using LineRef = std::shared_ptr<Line>;
 
-  LineRef Find(const std::string& aName) const {
+  LineRef Find(const std::string& aName) const NS_REQUIRES(mLock) {
     const auto line = mByName.find(aName);
     return line != mByName.end() && line->second->mPresent ? line->second : nullptr;
   }
 
-  void Happened(Line& aLine, uint32_t aEvents) {
+  void Happened(Line& aLine, uint32_t aEvents) NS_REQUIRES(mLock) {
     aLine.mEvents |= aEvents;
-    mChanged.notify_all();
+    mChanged.NotifyAll();
   }
 
   // Bytes reach the port.
-  void Deliver(Line& aLine, std::string_view aBytes) {
+  void Deliver(Line& aLine, std::string_view aBytes) NS_REQUIRES(mLock) {
     if (!aLine.mUser || !aLine.mPresent) return;
     uint32_t events = 0;
     for (const char byte : aBytes) {
@@ -70,7 +70,7 @@ class nsSimulatedComm::Lines {
     Happened(aLine, events);
   }
 
-  std::string Take(Line& aLine, size_t aCount) {
+  std::string Take(Line& aLine, size_t aCount) NS_REQUIRES(mLock) {
     std::string bytes = aLine.mInput.substr(0, aCount);
     aLine.mInput.erase(0, bytes.size());
     if (aLine.mInput.size() * 2 <= aLine.mFacts.mQueue) Hold(aLine, false);
@@ -79,7 +79,7 @@ class nsSimulatedComm::Lines {
   }
 
   // A device that says something by itself goes on where there is room.
-  void SayMore(Line& aLine) {
+  void SayMore(Line& aLine) NS_REQUIRES(mLock) {
     const std::string_view more(
         aLine.mUnsaid.data(),
         std::min(aLine.mUnsaid.size(), aLine.mFacts.mQueue - aLine.mInput.size()));
@@ -88,13 +88,13 @@ class nsSimulatedComm::Lines {
     aLine.mUnsaid.erase(0, more.size());
   }
 
-  bool IsHeld(const Line& aLine) const {
+  bool IsHeld(const Line& aLine) const NS_REQUIRES(mLock) {
     return ((aLine.mDCB.mFlags & nsCommDCB::kOutxCtsFlow) && !aLine.mFacts.mCTS) ||
            ((aLine.mDCB.mFlags & nsCommDCB::kOutX) && aLine.mStopped);
   }
 
   // Bytes leave the port.
-  void Transmit(Line& aLine, std::string_view aBytes) {
+  void Transmit(Line& aLine, std::string_view aBytes) NS_REQUIRES(mLock) {
     constexpr size_t kMemory = 4096;
     aLine.mWritten += aBytes;
     Happened(aLine, Port::kEvTxEmpty);
@@ -119,7 +119,7 @@ class nsSimulatedComm::Lines {
     if (aLine.mHeard.size() > kMemory) aLine.mHeard.erase(0, aLine.mHeard.size() - kMemory);
   }
 
-  void SetLines(Line& aLine, const nsSimulatedLines& aLines) {
+  void SetLines(Line& aLine, const nsSimulatedLines& aLines) NS_REQUIRES(mLock) {
     uint32_t events = 0;
     const auto set = [&](const std::optional<bool>& aNew, bool& aState, uint32_t aEvent) {
       if (!aNew || *aNew == aState) return;
@@ -133,7 +133,8 @@ class nsSimulatedComm::Lines {
     Happened(aLine, events);
   }
 
-  void SetOutputs(Line& aLine, std::optional<bool> aDTR, std::optional<bool> aRTS) {
+  void SetOutputs(Line& aLine, std::optional<bool> aDTR, std::optional<bool> aRTS)
+      NS_REQUIRES(mLock) {
     const bool ready = aDTR.value_or(false) && !aLine.mDTR;
     if (aDTR) aLine.mDTR = *aDTR;
     if (ready) {
@@ -144,29 +145,29 @@ class nsSimulatedComm::Lines {
     if (const LineRef peer = PeerOf(aLine)) SetLines(*peer, {aRTS, aDTR, std::nullopt, aDTR});
   }
 
-  void SetBreak(Line& aLine, bool aOn) {
+  void SetBreak(Line& aLine, bool aOn) NS_REQUIRES(mLock) {
     if (aOn && !aLine.mBreak)
       if (const LineRef peer = PeerOf(aLine)) HearBreak(*peer);
     aLine.mBreak = aOn;
   }
 
-  void HearBreak(Line& aLine) {
+  void HearBreak(Line& aLine) NS_REQUIRES(mLock) {
     if (!aLine.mUser) return;
     aLine.mErrors |= Port::kCeBreak;
     Happened(aLine, Port::kEvBreak);
   }
 
-  std::mutex mLock;
-  std::condition_variable mChanged;
-  std::map<std::string, LineRef> mByName;
+  nsMutex mLock;
+  nsCondition mChanged;
+  std::map<std::string, LineRef> mByName NS_GUARDED_BY(mLock);
 
  private:
-  LineRef PeerOf(const Line& aLine) const {
+  LineRef PeerOf(const Line& aLine) const NS_REQUIRES(mLock) {
     return aLine.mFacts.mJoined.empty() ? nullptr : Find(aLine.mFacts.mJoined);
   }
 
   // The queue is nearly full, or has room again.
-  void Hold(Line& aLine, bool aHold) {
+  void Hold(Line& aLine, bool aHold) NS_REQUIRES(mLock) {
     if (aLine.mHolding == aHold) return;
     aLine.mHolding = aHold;
     if ((aLine.mDCB.mFlags & nsCommDCB::kRtsControl) == nsCommDCB::kRtsHandshake)
@@ -177,7 +178,7 @@ class nsSimulatedComm::Lines {
   }
 
   // The first answer to what the device has heard, if there is one.
-  bool Answer(Line& aLine) {
+  bool Answer(Line& aLine) NS_REQUIRES(mLock) {
     nsSimulatedSerial::Answer* first = nullptr;
     size_t end = std::string::npos;
     for (auto& answer : aLine.mFacts.mAnswers) {
@@ -224,7 +225,7 @@ class nsSimulatedComm::OpenLine final : public nsPlatformCommPort,
     });
   }
   nsresult SetCommConfig(const nsCommConfig& aConfig, uint32_t aSize) override {
-    return With("SetCommConfig", [&] {
+    return With("SetCommConfig", [&]() NS_REQUIRES(mLines->mLock) {
       if (aSize < nsCommConfig::kSize) return NS_ERROR_INVALID_ARG;
       const nsCommDCB& dcb = aConfig.mDCB;
       if (dcb.mBaudRate > mLine->mFacts.mHighest.value_or(UINT32_MAX)) return NS_ERROR_INVALID_ARG;
@@ -238,7 +239,7 @@ class nsSimulatedComm::OpenLine final : public nsPlatformCommPort,
       const uint32_t rts = dcb.mFlags & nsCommDCB::kRtsControl;
       mLines->SetOutputs(*mLine, std::nullopt,
                          rts == nsCommDCB::kRtsHandshake ? !mLine->mHolding : rts != 0);
-      mLines->mChanged.notify_all();
+      mLines->mChanged.NotifyAll();
       return NS_OK;
     });
   }
@@ -263,7 +264,7 @@ class nsSimulatedComm::OpenLine final : public nsPlatformCommPort,
     });
   }
   nsresult PurgeComm(uint32_t aFlags) override {
-    nsresult rv = With("PurgeComm", [&] {
+    nsresult rv = With("PurgeComm", [&]() NS_REQUIRES(mLines->mLock) {
       if (aFlags & kPurgeRxClear) {
         mLine->mUnsaid.clear();
         (void)mLines->Take(*mLine, mLine->mInput.size());
@@ -276,13 +277,13 @@ class nsSimulatedComm::OpenLine final : public nsPlatformCommPort,
     return NS_OK;
   }
   nsresult EscapeCommFunction(uint32_t aFunction) override {
-    return With("EscapeCommFunction", [&] {
+    return With("EscapeCommFunction", [&]() NS_REQUIRES(mLines->mLock) {
       Record("EscapeCommFunction " + mLine->mFacts.mInfo.mName + " " + std::to_string(aFunction));
       switch (aFunction) {
         case kSetXoff:
         case kSetXon:
           mLine->mStopped = aFunction == kSetXoff;
-          mLines->mChanged.notify_all();
+          mLines->mChanged.NotifyAll();
           return NS_OK;
         case kSetRts:
         case kClrRts:
@@ -362,7 +363,7 @@ class nsSimulatedComm::OpenLine final : public nsPlatformCommPort,
                      const nsOverlappedRef& aRecord) override {
     nsCommTimer timer;
     bool pends = false;
-    nsresult rv = With("WriteFile", [&] {
+    nsresult rv = With("WriteFile", [&]() NS_REQUIRES(mLines->mLock) {
       if (!(mAccess & nsPlatformComm::kGenericWrite)) return NS_ERROR_FILE_ACCESS_DENIED;
       if (mIsOverlapped && !aRecord) return NS_ERROR_INVALID_ARG;
       timer = nsCommTimer::ForWrite(mTimeouts, aCount);
@@ -376,7 +377,7 @@ class nsSimulatedComm::OpenLine final : public nsPlatformCommPort,
         aRecord, [this, timer, bytes = std::string(aBuffer, aCount)](const std::stop_token& aStop) {
           nsOverlappedQueue::Outcome outcome;
           outcome.mResult = Send(bytes, timer, aStop, &outcome.mCount);
-          const std::lock_guard lock(mLines->mLock);
+          const nsAutoLock lock(mLines->mLock);
           mPendingOut -= static_cast<uint32_t>(bytes.size());
           return outcome;
         });
@@ -399,27 +400,29 @@ class nsSimulatedComm::OpenLine final : public nsPlatformCommPort,
   template <class Then>
   nsresult With(const char* aMethod, Then aThen) {
     if (nsresult rv = Enter(aMethod); NS_FAILED(rv)) return rv;
-    const std::lock_guard lock(mLines->mLock);
+    const nsAutoLock lock(mLines->mLock);
     const nsresult state = State();
     return NS_FAILED(state) ? state : aThen();
   }
 
   // Waits until aDone, at most to the deadline. False when the time is over.
   template <class Done>
-  bool Until(std::unique_lock<std::mutex>& aLock, const nsCommTimer& aTimer,
-             const std::stop_token& aStop, Done aDone) {
-    const auto ready = [&] { return aStop.stop_requested() || NS_FAILED(State()) || aDone(); };
+  bool Until(nsAutoLock<nsMutex>& aLock, const nsCommTimer& aTimer, const std::stop_token& aStop,
+             Done aDone) NS_REQUIRES(mLines->mLock) {
+    const auto ready = [&]() NS_REQUIRES(mLines->mLock) {
+      return aStop.stop_requested() || NS_FAILED(State()) || aDone();
+    };
     if (!aTimer.MayWait()) return ready();
     if (const auto deadline = aTimer.Deadline())
-      return mLines->mChanged.wait_until(aLock, *deadline, ready);
-    mLines->mChanged.wait(aLock, ready);
+      return mLines->mChanged.WaitUntil(aLock, *deadline, ready);
+    mLines->mChanged.Wait(aLock, ready);
     return true;
   }
 
   nsresult Receive(uint32_t aCount, nsCommTimer aTimer, const std::stop_token& aStop,
                    std::string* aBytes) {
     const std::stop_callback wake(aStop, [this] { Wake(); });
-    std::unique_lock lock(mLines->mLock);
+    nsAutoLock lock(mLines->mLock);
     while (aBytes->size() < aCount) {
       if (!Until(lock, aTimer, aStop, [this] { return !mLine->mInput.empty(); })) break;
       if (const nsresult state = State(); NS_FAILED(state)) return state;
@@ -433,8 +436,10 @@ class nsSimulatedComm::OpenLine final : public nsPlatformCommPort,
   nsresult Send(std::string_view aBytes, const nsCommTimer& aTimer, const std::stop_token& aStop,
                 uint32_t* aWritten) {
     const std::stop_callback wake(aStop, [this] { Wake(); });
-    std::unique_lock lock(mLines->mLock);
-    const bool sent = Until(lock, aTimer, aStop, [this] { return !mLines->IsHeld(*mLine); });
+    nsAutoLock lock(mLines->mLock);
+    const bool sent = Until(lock, aTimer, aStop, [this]() NS_REQUIRES(mLines->mLock) {
+      return !mLines->IsHeld(*mLine);
+    });
     if (const nsresult state = State(); NS_FAILED(state)) return state;
     if (aStop.stop_requested()) return NS_ERROR_ABORT;
     if (sent) mLines->Transmit(*mLine, aBytes);
@@ -443,14 +448,14 @@ class nsSimulatedComm::OpenLine final : public nsPlatformCommPort,
   }
 
   void Wake() {
-    const std::lock_guard lock(mLines->mLock);
-    mLines->mChanged.notify_all();
+    const nsAutoLock lock(mLines->mLock);
+    mLines->mChanged.NotifyAll();
   }
 
   // On the thread of who waits.
   void CarryOut(uint64_t aWait) {
-    std::unique_lock lock(mLines->mLock);
-    mLines->mChanged.wait(
+    nsAutoLock lock(mLines->mLock);
+    mLines->mChanged.Wait(
         lock, [&] { return mWaitNumber != aWait || mWait.expired() || (mLine->mEvents & mMask); });
     if (mWaitNumber == aWait) EndWait(NS_OK, std::exchange(mLine->mEvents, 0) & mMask);
   }
@@ -459,12 +464,12 @@ class nsSimulatedComm::OpenLine final : public nsPlatformCommPort,
     ++mWaitNumber;
     if (const nsOverlappedRef record = std::exchange(mWait, {}).lock())
       record->End(aResult, aEvents);
-    mLines->mChanged.notify_all();
+    mLines->mChanged.NotifyAll();
   }
 
   nsresult End() {
     {
-      const std::lock_guard lock(mLines->mLock);
+      const nsAutoLock lock(mLines->mLock);
       if (mClosed) return NS_ERROR_ABORT;
       mClosed = true;
       mLine->mUser = nullptr;
@@ -500,7 +505,7 @@ nsSimulatedComm::~nsSimulatedComm() = default;
 
 void nsSimulatedComm::Insert(const std::string& aName, nsSimulatedSerial aPort) {
   Remove(aName);
-  const std::lock_guard lock(mLines->mLock);
+  const nsAutoLock lock(mLines->mLock);
   aPort.mInfo.mName = aName;
   auto line = std::make_shared<Lines::Line>();
   line->mDCB = aPort.mDCB;
@@ -509,31 +514,31 @@ void nsSimulatedComm::Insert(const std::string& aName, nsSimulatedSerial aPort) 
 }
 
 void nsSimulatedComm::Remove(const std::string& aName) {
-  const std::lock_guard lock(mLines->mLock);
+  const nsAutoLock lock(mLines->mLock);
   const Lines::LineRef line = mLines->Find(aName);
   if (!line) return;
   line->mPresent = false;
   if (line->mUser) line->mUser->OnRemoved();
-  mLines->mChanged.notify_all();
+  mLines->mChanged.NotifyAll();
 }
 
 void nsSimulatedComm::SetLines(const std::string& aName, const nsSimulatedLines& aLines) {
-  const std::lock_guard lock(mLines->mLock);
+  const nsAutoLock lock(mLines->mLock);
   if (const auto line = mLines->Find(aName)) mLines->SetLines(*line, aLines);
 }
 
 void nsSimulatedComm::Say(const std::string& aName, std::string_view aBytes) {
-  const std::lock_guard lock(mLines->mLock);
+  const nsAutoLock lock(mLines->mLock);
   if (const auto line = mLines->Find(aName)) mLines->Deliver(*line, aBytes);
 }
 
 void nsSimulatedComm::Break(const std::string& aName) {
-  const std::lock_guard lock(mLines->mLock);
+  const nsAutoLock lock(mLines->mLock);
   if (const auto line = mLines->Find(aName)) mLines->HearBreak(*line);
 }
 
 void nsSimulatedComm::Damage(const std::string& aName, uint32_t aError) {
-  const std::lock_guard lock(mLines->mLock);
+  const nsAutoLock lock(mLines->mLock);
   const auto line = mLines->Find(aName);
   if (!line || !line->mUser) return;
   line->mErrors |= aError;
@@ -541,26 +546,26 @@ void nsSimulatedComm::Damage(const std::string& aName, uint32_t aError) {
 }
 
 std::string nsSimulatedComm::TakeWritten(const std::string& aName) {
-  const std::lock_guard lock(mLines->mLock);
+  const nsAutoLock lock(mLines->mLock);
   const auto line = mLines->Find(aName);
   return line ? std::exchange(line->mWritten, {}) : std::string();
 }
 
 nsCommDCB nsSimulatedComm::DCB(const std::string& aName) const {
-  const std::lock_guard lock(mLines->mLock);
+  const nsAutoLock lock(mLines->mLock);
   const auto line = mLines->Find(aName);
   return line ? line->mDCB : nsCommDCB();
 }
 
 nsSimulatedComm::Outputs nsSimulatedComm::OutputsOf(const std::string& aName) const {
-  const std::lock_guard lock(mLines->mLock);
+  const nsAutoLock lock(mLines->mLock);
   const auto line = mLines->Find(aName);
   return line ? Outputs{line->mDTR, line->mRTS, line->mBreak} : Outputs();
 }
 
 nsresult nsSimulatedComm::ListPorts(std::vector<nsCommPortInfo>* aPorts) {
   if (nsresult rv = Enter("ListPorts"); NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLines->mLock);
+  const nsAutoLock lock(mLines->mLock);
   std::vector<nsCommPortInfo> ports;
   for (const auto& [name, line] : mLines->mByName)
     if (line->mPresent) ports.push_back(line->mFacts.mInfo);
@@ -573,7 +578,7 @@ nsresult nsSimulatedComm::ReadDefaultCommConfig(const std::string& aName, nsComm
                                                 uint32_t aSize) {
   if (nsresult rv = Enter("ReadDefaultCommConfig"); NS_FAILED(rv)) return rv;
   if (aSize < nsCommConfig::kSize) return NS_ERROR_INVALID_ARG;
-  const std::lock_guard lock(mLines->mLock);
+  const nsAutoLock lock(mLines->mLock);
   const auto line = mLines->Find(aName);
   if (!line) return NS_ERROR_FILE_NOT_FOUND;
   *aConfig = {nsCommConfig::kSize, line->mFacts.mDCB};
@@ -586,7 +591,7 @@ nsresult nsSimulatedComm::OpenPort(const std::string& aFileName, uint32_t aAcces
   constexpr std::string_view kPrefix = "\\\\.\\";
   if (!aFileName.starts_with(kPrefix)) return NS_ERROR_FILE_NOT_FOUND;
   const std::string name = aFileName.substr(kPrefix.size());
-  std::unique_lock lock(mLines->mLock);
+  nsAutoLock lock(mLines->mLock);
   const auto line = mLines->Find(name);
   if (!line) return NS_ERROR_FILE_NOT_FOUND;
   if (line->mUser || !line->mFacts.mUser.empty()) return NS_ERROR_FILE_IS_LOCKED;
@@ -599,7 +604,7 @@ nsresult nsSimulatedComm::OpenPort(const std::string& aFileName, uint32_t aAcces
   line->mErrors = line->mEvents = 0;
   line->mStopped = line->mHolding = false;
   Record("OpenPort " + name);
-  lock.unlock();  // what is replaced takes it too, when it closes
+  lock.Unlock();  // what is replaced takes it too, when it closes
   *aPort = port;
   return NS_OK;
 }

@@ -1,12 +1,11 @@
 // Serial ports with a device behind each.
 #pragma once
 
-#include <condition_variable>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <optional>
 
+#include "nsLock.h"
 #include "nsMachineValue.h"
 #include "nsPlatformComm.h"
 #include "nsSimulatedCalls.h"

@@ -267,7 +267,7 @@ nsSimulatedDisplay* nsSimulatedDisplays::FindCard(const std::string& aCard) {
 
 void nsSimulatedDisplays::Put(nsSimulatedDisplay aDisplay) {
   {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     if (Display* known = Find(aDisplay.mName))
       *known = std::move(aDisplay);
     else
@@ -279,7 +279,7 @@ void nsSimulatedDisplays::Put(nsSimulatedDisplay aDisplay) {
 bool nsSimulatedDisplays::Alter(const std::string& aName,
                                 const std::function<void(nsSimulatedDisplay&)>& aChange) {
   {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     Display* const display = Find(aName);
     if (!display) return false;
     aChange(*display);
@@ -293,7 +293,7 @@ void nsSimulatedDisplays::Remove(const std::string& aName) {
 }
 
 std::string nsSimulatedDisplays::CardOf(const std::string& aName) const {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   const auto found = std::ranges::find(mDisplays, aName, &Display::mName);
   return found == mDisplays.end() ? "" : CardName(static_cast<size_t>(found - mDisplays.begin()));
 }
@@ -303,7 +303,7 @@ std::string nsSimulatedDisplays::CardOf(const std::string& aName) const {
 nsresult nsSimulatedDisplays::ReadDevice(const std::string& aCard, uint32_t aIndex, uint32_t,
                                          nsDisplayDevice* aDevice) {
   if (nsresult rv = Enter("ReadDevice"); NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   if (!aCard.empty()) {
     const Display* const display = FindCard(aCard);
     if (!display || aIndex >= display->mMonitors) return NS_ERROR_NOT_AVAILABLE;
@@ -329,7 +329,7 @@ nsresult nsSimulatedDisplays::ReadDevice(const std::string& aCard, uint32_t aInd
 nsresult nsSimulatedDisplays::ReadSettings(const std::string& aCard, uint32_t aIndex,
                                            nsDisplaySettings* aSettings) {
   if (nsresult rv = Enter("ReadSettings"); NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   const Display* const display = FindCard(aCard);
   if (!display) return NS_ERROR_NOT_AVAILABLE;
   if (aIndex == kCurrentSettings || aIndex == kRegistrySettings) {
@@ -355,7 +355,7 @@ nsresult nsSimulatedDisplays::ChangeSettings(const std::string& aCard, nsDisplay
   if (nsresult rv = Enter("ChangeSettings"); NS_FAILED(rv)) return rv;
   bool isChanged = false;
   {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     Display* const display = FindCard(aCard);
     if (!display) return NS_ERROR_NOT_AVAILABLE;
     if (aSettings && aSettings->mFields & Settings::kQueryOrientation) {
@@ -393,7 +393,7 @@ nsresult nsSimulatedDisplays::AwaitParameters(uint32_t) { return Enter("AwaitPar
 // The machine's session begins when it is made.
 nsresult nsSimulatedDisplays::RestoreSettings() {
   if (nsresult rv = Enter("RestoreSettings"); NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   if (std::exchange(mIsRestored, true)) return NS_OK;
   Record("RestoreSettings");
   for (Display& display : mDisplays)

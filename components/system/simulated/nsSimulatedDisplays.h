@@ -79,10 +79,10 @@ class nsSimulatedDisplays final : public nsPlatformDisplays, public nsSimulatedP
   std::shared_ptr<nsEventSource> NewChanges() override { return nullptr; }
 
  private:
-  nsSimulatedDisplay* Find(const std::string& aName);
-  nsSimulatedDisplay* FindCard(const std::string& aCard);
+  nsSimulatedDisplay* Find(const std::string& aName) NS_REQUIRES(mLock);
+  nsSimulatedDisplay* FindCard(const std::string& aCard) NS_REQUIRES(mLock);
 
   const std::shared_ptr<nsSimulatedWindowEvents> mEvents;
-  std::vector<nsSimulatedDisplay> mDisplays;
-  bool mIsRestored = false;
+  std::vector<nsSimulatedDisplay> mDisplays NS_GUARDED_BY(mLock);
+  bool mIsRestored NS_GUARDED_BY(mLock) = false;
 };

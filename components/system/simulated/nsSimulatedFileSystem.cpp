@@ -83,7 +83,7 @@ void nsSimulatedFiles::Erase(std::u16string_view aPath) {
 void nsSimulatedFiles::Announce(std::u16string_view aPath) {
   std::function<void(std::u16string_view)> observer;
   {
-    std::lock_guard lock(mLock);
+    nsAutoLock lock(mLock);
     observer = mObserver;
   }
   if (observer) observer(aPath);
@@ -93,13 +93,13 @@ void nsSimulatedFiles::MakeDirectory(std::u16string_view aPath) {
   if (const size_t end = aPath.rfind(mSeparator); end > 0 && end != aPath.npos) {
     bool isThere;
     {
-      std::lock_guard lock(mLock);
+      nsAutoLock lock(mLock);
       isThere = Find(aPath.substr(0, end)) != nullptr;
     }
     if (!isThere) MakeDirectory(aPath.substr(0, end));
   }
   {
-    std::lock_guard lock(mLock);
+    nsAutoLock lock(mLock);
     Slot(aPath) = NewNode(kDirectory);
   }
   Announce(aPath);
@@ -107,7 +107,7 @@ void nsSimulatedFiles::MakeDirectory(std::u16string_view aPath) {
 
 void nsSimulatedFiles::Write(std::u16string_view aPath) {
   {
-    std::lock_guard lock(mLock);
+    nsAutoLock lock(mLock);
     if (const NodeRef node = Find(aPath))
       node->mFacts.mLastModify = ++mNow;
     else
@@ -118,7 +118,7 @@ void nsSimulatedFiles::Write(std::u16string_view aPath) {
 
 void nsSimulatedFiles::MakeOther(std::u16string_view aPath, Kind aKind) {
   {
-    std::lock_guard lock(mLock);
+    nsAutoLock lock(mLock);
     Slot(aPath) = NewNode(aKind);
   }
   Announce(aPath);
@@ -126,7 +126,7 @@ void nsSimulatedFiles::MakeOther(std::u16string_view aPath, Kind aKind) {
 
 void nsSimulatedFiles::Link(std::u16string_view aPath, std::u16string_view aNewPath) {
   {
-    std::lock_guard lock(mLock);
+    nsAutoLock lock(mLock);
     const NodeRef node = Find(aPath);
     if (!node) throw std::logic_error("no such simulated file");
     Slot(aNewPath) = node;
@@ -136,7 +136,7 @@ void nsSimulatedFiles::Link(std::u16string_view aPath, std::u16string_view aNewP
 
 void nsSimulatedFiles::Rename(std::u16string_view aPath, std::u16string_view aNewPath) {
   {
-    std::lock_guard lock(mLock);
+    nsAutoLock lock(mLock);
     const NodeRef node = Find(aPath);
     if (!node) throw std::logic_error("no such simulated file");
     Erase(aPath);
@@ -148,7 +148,7 @@ void nsSimulatedFiles::Rename(std::u16string_view aPath, std::u16string_view aNe
 
 void nsSimulatedFiles::Remove(std::u16string_view aPath) {
   {
-    std::lock_guard lock(mLock);
+    nsAutoLock lock(mLock);
     (void)At(aPath);
     Erase(aPath);
   }
@@ -156,32 +156,32 @@ void nsSimulatedFiles::Remove(std::u16string_view aPath) {
 }
 
 void nsSimulatedFiles::SetLastModify(std::u16string_view aPath, int64_t aLastModify) {
-  std::lock_guard lock(mLock);
+  nsAutoLock lock(mLock);
   At(aPath).mFacts.mLastModify = aLastModify;
 }
 
 void nsSimulatedFiles::SetINode(std::u16string_view aPath, uint64_t aINode) {
-  std::lock_guard lock(mLock);
+  nsAutoLock lock(mLock);
   At(aPath).mFacts.mINode = aINode;
 }
 
 void nsSimulatedFiles::SetVolume(std::u16string_view aPath, uint64_t aVolume) {
-  std::lock_guard lock(mLock);
+  nsAutoLock lock(mLock);
   At(aPath).mFacts.mVolume = aVolume;
 }
 
 void nsSimulatedFiles::SetHasINode(std::u16string_view aPath, bool aHasINode) {
-  std::lock_guard lock(mLock);
+  nsAutoLock lock(mLock);
   At(aPath).mFacts.mHasINode = aHasINode;
 }
 
 void nsSimulatedFiles::SetUnreadable(std::u16string_view aPath) {
-  std::lock_guard lock(mLock);
+  nsAutoLock lock(mLock);
   At(aPath).mFacts.mStatus = NS_ERROR_FILE_ACCESS_DENIED;
 }
 
 std::set<std::u16string> nsSimulatedFiles::Paths(std::u16string_view aRoot) const {
-  std::lock_guard lock(mLock);
+  nsAutoLock lock(mLock);
   std::set<std::u16string> paths;
   const auto walk = [&](const auto& aSelf, const Node& aNode,
                         const std::u16string& aPrefix) -> void {
@@ -197,7 +197,7 @@ std::set<std::u16string> nsSimulatedFiles::Paths(std::u16string_view aRoot) cons
 }
 
 void nsSimulatedFiles::SetObserver(std::function<void(std::u16string_view)> aObserver) {
-  std::lock_guard lock(mLock);
+  nsAutoLock lock(mLock);
   mObserver = std::move(aObserver);
 }
 
@@ -210,14 +210,14 @@ nsSimulatedFiles::Entry nsSimulatedFiles::NamedEntry(std::u16string_view aName, 
 
 nsresult nsSimulatedFiles::Exists(const nsAString& aPath, bool* aExists) {
   if (nsresult rv = Enter("Exists"); NS_FAILED(rv)) return rv;
-  std::lock_guard lock(mLock);
+  nsAutoLock lock(mLock);
   *aExists = Find(NS_View(aPath)) != nullptr;
   return NS_OK;
 }
 
 nsresult nsSimulatedFiles::ReadEntry(const nsAString& aPath, Entry* aEntry) {
   if (nsresult rv = Enter("ReadEntry"); NS_FAILED(rv)) return rv;
-  std::lock_guard lock(mLock);
+  nsAutoLock lock(mLock);
   std::u16string_view path = NS_View(aPath);
   const NodeRef node = Find(path);
   if (!node) return NS_ERROR_FILE_NOT_FOUND;
@@ -229,7 +229,7 @@ nsresult nsSimulatedFiles::ReadEntry(const nsAString& aPath, Entry* aEntry) {
 nsresult nsSimulatedFiles::OpenListing(const nsAString& aPath, bool,
                                        std::unique_ptr<Listing>* aListing) {
   if (nsresult rv = Enter("OpenListing"); NS_FAILED(rv)) return rv;
-  std::lock_guard lock(mLock);
+  nsAutoLock lock(mLock);
   const NodeRef node = Find(NS_View(aPath));
   if (!node) return NS_ERROR_FILE_NOT_FOUND;
   if (node->mFacts.mKind != kDirectory) return NS_ERROR_FILE_NOT_DIRECTORY;
@@ -241,7 +241,7 @@ nsresult nsSimulatedFiles::OpenListing(const nsAString& aPath, bool,
 
 nsresult nsSimulatedFiles::ReadVolume(const nsAString& aPath, uint64_t* aVolume) {
   if (nsresult rv = Enter("ReadVolume"); NS_FAILED(rv)) return rv;
-  std::lock_guard lock(mLock);
+  nsAutoLock lock(mLock);
   const NodeRef node = Find(NS_View(aPath));
   if (!node) return NS_ERROR_FILE_NOT_FOUND;
   *aVolume = node->mFacts.mVolume;
@@ -250,7 +250,7 @@ nsresult nsSimulatedFiles::ReadVolume(const nsAString& aPath, uint64_t* aVolume)
 
 nsresult nsSimulatedFiles::ReadKept(const nsAString& aPath, std::string* aContents) {
   if (nsresult rv = Enter("ReadKept"); NS_FAILED(rv)) return rv;
-  std::lock_guard lock(mLock);
+  nsAutoLock lock(mLock);
   const auto kept = mKept.find(std::u16string(NS_View(aPath)));
   if (kept == mKept.end()) return NS_ERROR_FILE_NOT_FOUND;
   *aContents = kept->second;
@@ -259,7 +259,7 @@ nsresult nsSimulatedFiles::ReadKept(const nsAString& aPath, std::string* aConten
 
 nsresult nsSimulatedFiles::ReplaceKept(const nsAString& aPath, std::string_view aContents) {
   if (nsresult rv = Enter("ReplaceKept"); NS_FAILED(rv)) return rv;
-  std::lock_guard lock(mLock);
+  nsAutoLock lock(mLock);
   mKept[std::u16string(NS_View(aPath))] = aContents;
   return NS_OK;
 }
@@ -269,11 +269,11 @@ nsresult nsSimulatedFiles::ReplaceKept(const nsAString& aPath, std::string_view 
 class nsSimulatedDirectoryChanges::Reader final : public nsPlatformDirectoryReader {
  public:
   explicit Reader(nsSimulatedDirectoryChanges& aOwner) : mOwner(aOwner) {
-    std::lock_guard lock(mOwner.mLock);
+    nsAutoLock lock(mOwner.mLock);
     mOwner.mReaders.insert(this);
   }
   ~Reader() override {
-    std::lock_guard lock(mOwner.mLock);
+    nsAutoLock lock(mOwner.mLock);
     mOwner.mReaders.erase(this);
   }
 
@@ -282,32 +282,32 @@ class nsSimulatedDirectoryChanges::Reader final : public nsPlatformDirectoryRead
     nsPlatformFiles::Entry entry;
     if (nsresult rv = mOwner.mFiles->ReadEntry(aRoot, &entry); NS_FAILED(rv)) return rv;
     if (entry.mKind != nsPlatformFiles::kDirectory) return NS_ERROR_FILE_NOT_DIRECTORY;
-    std::lock_guard lock(mOwner.mLock);
+    nsAutoLock lock(mOwner.mLock);
     if (mIsOpen) return NS_ERROR_ALREADY_INITIALIZED;
     mIsOpen = true;
     mRoot = std::u16string(NS_View(aRoot)) + mOwner.mFiles->Separator();
     return NS_OK;
   }
   bool IsOpen() const override {
-    std::lock_guard lock(mOwner.mLock);
+    nsAutoLock lock(mOwner.mLock);
     return mIsOpen;
   }
   // The handle is of the whole tree.
   nsresult Watch(const nsAString&) override { return IsOpen() ? NS_OK : NS_ERROR_NOT_INITIALIZED; }
   std::vector<nsPlatformUnwatched> TakeUnwatched() override { return {}; }
   void Close() override {
-    std::lock_guard lock(mOwner.mLock);
+    nsAutoLock lock(mOwner.mLock);
     mIsOpen = false;
     mCompletion = nullptr;
     mNames.clear();
     mEmpty.reset();
-    mOwner.mChanged.notify_all();
+    mOwner.mChanged.NotifyAll();
   }
 
   nsresult Read(uint8_t* aBuffer, uint32_t aSize, bool, uint32_t,
                 Completion* aCompletion) override {
     if (nsresult rv = mOwner.Enter("Read"); NS_FAILED(rv)) return rv;
-    std::lock_guard lock(mOwner.mLock);
+    nsAutoLock lock(mOwner.mLock);
     if (!mIsOpen) return NS_ERROR_NOT_INITIALIZED;
     if (mCompletion) return NS_ERROR_IN_PROGRESS;
     mBuffer = aBuffer;
@@ -317,14 +317,14 @@ class nsSimulatedDirectoryChanges::Reader final : public nsPlatformDirectoryRead
   }
 
   void Wait() override {
-    std::unique_lock lock(mOwner.mLock);
+    nsAutoLock lock(mOwner.mLock);
     mIsWaiting = true;
-    mOwner.mChanged.notify_all();
-    mOwner.mChanged.wait(lock, [this] { return mIsWoken || CanComplete(); });
+    mOwner.mChanged.NotifyAll();
+    mOwner.mChanged.Wait(lock, [this] { return mIsWoken || CanComplete(); });
     mIsWaiting = mIsWoken = false;
   }
   bool Consume() override {
-    std::unique_lock lock(mOwner.mLock);
+    nsAutoLock lock(mOwner.mLock);
     if (!CanComplete()) return false;
     Completion* const completion = std::exchange(mCompletion, nullptr);
     nsresult result = NS_OK;
@@ -333,19 +333,19 @@ class nsSimulatedDirectoryChanges::Reader final : public nsPlatformDirectoryRead
       result = *std::exchange(mEmpty, {});
     else
       while (!mNames.empty() && writer.Append(mNames.front())) mNames.pop_front();
-    lock.unlock();
+    lock.Unlock();
     completion->OnReadCompleted(result, writer.Bytes());
     return true;
   }
   void Wake() override {
-    std::lock_guard lock(mOwner.mLock);
+    nsAutoLock lock(mOwner.mLock);
     mIsWoken = true;
-    mOwner.mChanged.notify_all();
+    mOwner.mChanged.NotifyAll();
   }
   void Remind(std::u16string_view aName) override {
-    std::lock_guard lock(mOwner.mLock);
+    nsAutoLock lock(mOwner.mLock);
     if (mIsOpen) mNames.emplace_back(aName);
-    mOwner.mChanged.notify_all();
+    mOwner.mChanged.NotifyAll();
   }
 
   // With the owner's lock held.
@@ -383,20 +383,20 @@ std::unique_ptr<nsPlatformDirectoryReader> nsSimulatedDirectoryChanges::NewReade
 }
 
 void nsSimulatedDirectoryChanges::Name(std::u16string_view aPath) {
-  std::lock_guard lock(mLock);
+  nsAutoLock lock(mLock);
   for (Reader* reader : mReaders) reader->Name(aPath);
-  mChanged.notify_all();
+  mChanged.NotifyAll();
 }
 
 void nsSimulatedDirectoryChanges::CompleteEmpty(nsresult aResult) {
-  std::lock_guard lock(mLock);
+  nsAutoLock lock(mLock);
   for (Reader* reader : mReaders) reader->CompleteEmpty(aResult);
-  mChanged.notify_all();
+  mChanged.NotifyAll();
 }
 
 void nsSimulatedDirectoryChanges::AwaitDelivery() {
-  std::unique_lock lock(mLock);
-  mChanged.wait(lock, [this] {
+  nsAutoLock lock(mLock);
+  mChanged.Wait(lock, [this]() NS_REQUIRES(mLock) {
     return std::ranges::all_of(mReaders, [](Reader* aReader) { return aReader->IsIdle(); });
   });
 }

@@ -1,12 +1,12 @@
 // A file system of facts, and what hears of its changes.
 #pragma once
 
-#include <condition_variable>
 #include <functional>
 #include <map>
 #include <set>
 #include <vector>
 
+#include "nsLock.h"
 #include "nsPlatformDirectoryChanges.h"
 #include "nsPlatformFiles.h"
 #include "nsSimulatedCalls.h"
@@ -74,23 +74,22 @@ class nsSimulatedFiles final : public nsPlatformFiles, public nsSimulatedPort {
   using NodeRef = std::shared_ptr<Node>;
   class SnapshotListing;
 
-  // With mLock held.
-  NodeRef Find(std::u16string_view aPath) const;
-  NodeRef& Slot(std::u16string_view aPath);
-  void Erase(std::u16string_view aPath);
-  NodeRef NewNode(Kind aKind);
-  Node& At(std::u16string_view aPath);
+  NodeRef Find(std::u16string_view aPath) const NS_REQUIRES(mLock);
+  NodeRef& Slot(std::u16string_view aPath) NS_REQUIRES(mLock);
+  void Erase(std::u16string_view aPath) NS_REQUIRES(mLock);
+  NodeRef NewNode(Kind aKind) NS_REQUIRES(mLock);
+  Node& At(std::u16string_view aPath) NS_REQUIRES(mLock);
   static Entry NamedEntry(std::u16string_view aName, const Node& aNode);
 
   void Announce(std::u16string_view aPath);
 
   const char16_t mSeparator;
-  int64_t mNow = 0;
-  uint64_t mLastINode = 0;
+  int64_t mNow NS_GUARDED_BY(mLock) = 0;
+  uint64_t mLastINode NS_GUARDED_BY(mLock) = 0;
   const FreeINodes mFreeINodes = std::make_shared<std::vector<uint64_t>>();
-  NodeRef mRoot;
-  std::map<std::u16string, std::string> mKept;
-  std::function<void(std::u16string_view)> mObserver;
+  NodeRef mRoot NS_GUARDED_BY(mLock);
+  std::map<std::u16string, std::string> mKept NS_GUARDED_BY(mLock);
+  std::function<void(std::u16string_view)> mObserver NS_GUARDED_BY(mLock);
 };
 
 /// Tells readers of what changes in the simulated files.
@@ -114,6 +113,6 @@ class nsSimulatedDirectoryChanges final : public nsPlatformDirectoryChanges,
   class Reader;
 
   const std::shared_ptr<nsSimulatedFiles> mFiles;
-  std::condition_variable mChanged;
-  std::set<Reader*> mReaders;
+  nsCondition mChanged;
+  std::set<Reader*> mReaders NS_GUARDED_BY(mLock);
 };

@@ -7,22 +7,22 @@ nsSimulatedFonts::nsSimulatedFonts(nsSimulatedCallsRef aCalls)
     : nsSimulatedPort(std::move(aCalls), "Fonts") {}
 
 void nsSimulatedFonts::AddSystemFolder(std::string aPath) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   mFolders.push_back(std::move(aPath));
 }
 
 void nsSimulatedFonts::AddFace(Face aFace) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   mFaces.push_back(std::move(aFace));
 }
 
 void nsSimulatedFonts::SetFile(std::string aPath, std::vector<Face> aFaces) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   mFiles[std::move(aPath)] = std::move(aFaces);
 }
 
 std::vector<std::string> nsSimulatedFonts::AddedFiles() const {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   return mAdded;
 }
 
@@ -53,14 +53,14 @@ void nsSimulatedFonts::ReadFacts(const nsMachineValue& aValue) { ReadChange(aVal
 
 nsresult nsSimulatedFonts::ReadSystemFolders(std::vector<std::string>* aPaths) {
   if (nsresult rv = Enter("ReadSystemFolders"); NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   *aPaths = mFolders;
   return NS_OK;
 }
 
 nsresult nsSimulatedFonts::AddFontFile(const std::string& aPath, uint32_t* aCount) {
   if (nsresult rv = Enter("AddFontFile"); NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   const auto file = mFiles.find(aPath);
   std::error_code error;
   if (file == mFiles.end() && !std::filesystem::is_regular_file(aPath, error))
@@ -75,7 +75,7 @@ nsresult nsSimulatedFonts::AddFontFile(const std::string& aPath, uint32_t* aCoun
 
 nsresult nsSimulatedFonts::RemoveFontFile(const std::string& aPath) {
   if (nsresult rv = Enter("RemoveFontFile"); NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   if (std::erase(mAdded, aPath) == 0) return NS_ERROR_FAILURE;
   Record("RemoveFontFile " + aPath);
   return NS_OK;
@@ -83,7 +83,7 @@ nsresult nsSimulatedFonts::RemoveFontFile(const std::string& aPath) {
 
 nsresult nsSimulatedFonts::ReadFaces(const std::string& aFamily, std::vector<Face>* aFaces) {
   if (nsresult rv = Enter("ReadFaces"); NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   std::vector<Face> all = mFaces;
   for (const std::string& path : mAdded)
     if (const auto file = mFiles.find(path); file != mFiles.end())

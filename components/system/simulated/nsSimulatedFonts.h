@@ -34,8 +34,8 @@ class nsSimulatedFonts final : public nsPlatformFonts, public nsSimulatedPort {
   nsresult ReadFaces(const std::string& aFamily, std::vector<Face>* aFaces) override;
 
  private:
-  std::vector<std::string> mFolders;
-  std::vector<Face> mFaces;
-  std::map<std::string, std::vector<Face>> mFiles;
-  std::vector<std::string> mAdded;
+  std::vector<std::string> mFolders NS_GUARDED_BY(mLock);
+  std::vector<Face> mFaces NS_GUARDED_BY(mLock);
+  std::map<std::string, std::vector<Face>> mFiles NS_GUARDED_BY(mLock);
+  std::vector<std::string> mAdded NS_GUARDED_BY(mLock);
 };

@@ -12,33 +12,33 @@ nsSimulatedHost::nsSimulatedHost(nsSimulatedCallsRef aCalls)
     : nsSimulatedPort(std::move(aCalls), "Host") {}
 
 void nsSimulatedHost::SetHostName(std::string aName) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   mHostName = std::move(aName);
 }
 
 void nsSimulatedHost::SetPlatformName(std::string aName) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   mPlatformName = std::move(aName);
 }
 
 void nsSimulatedHost::SetDeviceId(std::string aDeviceId) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   mDeviceId = std::move(aDeviceId);
 }
 
 void nsSimulatedHost::SetCursorCounter(int32_t aCounter, int32_t aLowest) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   mCursorCounter = aCounter;
   mLowestCounter = aLowest;
 }
 
 int32_t nsSimulatedHost::CursorCounter() const {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   return mCursorCounter;
 }
 
 void nsSimulatedHost::SetCommand(std::string aLine, std::optional<int32_t> aStatus) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   mCommands[std::move(aLine)] = aStatus;
 }
 
@@ -73,7 +73,7 @@ void nsSimulatedHost::ReadFacts(const nsMachineValue& aValue) { ReadChange(aValu
 
 nsresult nsSimulatedHost::ReadHostName(uint32_t aCapacity, std::string* aName) {
   if (nsresult rv = Enter("ReadHostName"); NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   if (mHostName.size() >= aCapacity) return NS_ERROR_FAILURE;
   *aName = mHostName;
   return NS_OK;
@@ -81,14 +81,14 @@ nsresult nsSimulatedHost::ReadHostName(uint32_t aCapacity, std::string* aName) {
 
 nsresult nsSimulatedHost::ReadPlatformName(std::string* aName) {
   if (nsresult rv = Enter("ReadPlatformName"); NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   *aName = mPlatformName;
   return NS_OK;
 }
 
 nsresult nsSimulatedHost::ReadDeviceId(std::string* aDeviceId) {
   if (nsresult rv = Enter("ReadDeviceId"); NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   if (mDeviceId.empty()) return NS_ERROR_NOT_IMPLEMENTED;
   *aDeviceId = mDeviceId;
   return NS_OK;
@@ -102,7 +102,7 @@ nsresult nsSimulatedHost::ReadProcessId(uint32_t* aId) {
 
 nsresult nsSimulatedHost::StepCursorCounter(bool aShow, int32_t* aCounter) {
   if (nsresult rv = Enter("StepCursorCounter"); NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   mCursorCounter = std::max(mCursorCounter + (aShow ? 1 : -1), mLowestCounter);
   *aCounter = mCursorCounter;
   return NS_OK;
@@ -114,7 +114,7 @@ nsresult nsSimulatedHost::StartCommand(const std::string& aLine, CommandHandle* 
     *aError = 12;
     return rv;
   }
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   const auto command = mCommands.find(aLine);
   mRunning[++mLastCommand] = command != mCommands.end() ? command->second : kNoSuchCommand;
   Record("StartCommand " + aLine);
@@ -124,10 +124,10 @@ nsresult nsSimulatedHost::StartCommand(const std::string& aLine, CommandHandle* 
 
 nsresult nsSimulatedHost::WaitForCommand(CommandHandle aCommand, int32_t* aStatus) {
   if (nsresult rv = Enter("WaitForCommand"); NS_FAILED(rv)) return rv;
-  std::unique_lock lock(mLock);
+  nsAutoLock lock(mLock);
   const auto command = mRunning.find(aCommand);
   if (command == mRunning.end()) return NS_ERROR_FAILURE;
-  mEnded.wait(lock, [&] { return command->second.has_value(); });
+  mEnded.Wait(lock, [&] { return command->second.has_value(); });
   *aStatus = *command->second;
   mRunning.erase(command);
   return NS_OK;
@@ -135,11 +135,11 @@ nsresult nsSimulatedHost::WaitForCommand(CommandHandle aCommand, int32_t* aStatu
 
 nsresult nsSimulatedHost::CancelCommand(CommandHandle aCommand) {
   if (nsresult rv = Enter("CancelCommand"); NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   const auto command = mRunning.find(aCommand);
   if (command == mRunning.end()) return NS_ERROR_NOT_AVAILABLE;
   if (!command->second) command->second = kEndedBySignal;
-  mEnded.notify_all();
+  mEnded.NotifyAll();
   Record("CancelCommand");
   return NS_OK;
 }

@@ -1,11 +1,11 @@
 // A machine as a whole, of facts: its names, cursor and commands.
 #pragma once
 
-#include <condition_variable>
 #include <functional>
 #include <map>
 #include <optional>
 
+#include "nsLock.h"
 #include "nsMachineValue.h"
 #include "nsPlatformHost.h"
 #include "nsSimulatedCalls.h"
@@ -41,12 +41,12 @@ class nsSimulatedHost final : public nsPlatformHost, public nsSimulatedPort {
   nsresult CancelCommand(CommandHandle aCommand) override;
 
  private:
-  std::string mHostName = "simulated";
-  std::string mPlatformName = "simulated-machine";
-  std::string mDeviceId;
-  int32_t mCursorCounter = 0, mLowestCounter = INT32_MIN;
-  std::map<std::string, std::optional<int32_t>> mCommands;
-  std::map<CommandHandle, std::optional<int32_t>> mRunning;
-  std::condition_variable mEnded;
-  CommandHandle mLastCommand = 0;
+  std::string mHostName NS_GUARDED_BY(mLock) = "simulated";
+  std::string mPlatformName NS_GUARDED_BY(mLock) = "simulated-machine";
+  std::string mDeviceId NS_GUARDED_BY(mLock);
+  int32_t mCursorCounter NS_GUARDED_BY(mLock) = 0, mLowestCounter NS_GUARDED_BY(mLock) = INT32_MIN;
+  std::map<std::string, std::optional<int32_t>> mCommands NS_GUARDED_BY(mLock);
+  std::map<CommandHandle, std::optional<int32_t>> mRunning NS_GUARDED_BY(mLock);
+  nsCondition mEnded;
+  CommandHandle mLastCommand NS_GUARDED_BY(mLock) = 0;
 };

@@ -242,7 +242,7 @@ nsSimulatedInterface* nsSimulatedNetwork::Find(const std::string& aName) {
 void nsSimulatedNetwork::Changed() {
   std::function<void()> listener;
   {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     listener = mListener;
   }
   if (listener) listener();
@@ -250,7 +250,7 @@ void nsSimulatedNetwork::Changed() {
 
 void nsSimulatedNetwork::Put(nsSimulatedInterface aInterface) {
   {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     nsAdapterAddresses& record = aInterface.mAddresses;
     nsSimulatedInterface* const known = Find(record.mAdapterName);
     if (record.mIfIndex == 0) record.mIfIndex = known ? known->mAddresses.mIfIndex : mLastIndex + 1;
@@ -267,7 +267,7 @@ void nsSimulatedNetwork::Put(nsSimulatedInterface aInterface) {
 bool nsSimulatedNetwork::Alter(const std::string& aName,
                                const std::function<void(nsSimulatedInterface&)>& aChange) {
   {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     nsSimulatedInterface* const known = Find(aName);
     if (!known) return false;
     aChange(*known);
@@ -278,7 +278,7 @@ bool nsSimulatedNetwork::Alter(const std::string& aName,
 
 void nsSimulatedNetwork::Remove(const std::string& aName) {
   {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     std::erase_if(mInterfaces, [&](const nsSimulatedInterface& aInterface) {
       return aInterface.mAddresses.mAdapterName == aName;
     });
@@ -287,23 +287,23 @@ void nsSimulatedNetwork::Remove(const std::string& aName) {
 }
 
 std::vector<nsSimulatedInterface> nsSimulatedNetwork::Interfaces() const {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   return mInterfaces;
 }
 
 void nsSimulatedNetwork::SetVersion(nsSystemVersion aVersion) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   mVersion = aVersion;
 }
 
 void nsSimulatedNetwork::SetIpHelper(bool aLibrary, bool aFunction) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   mHasLibrary = aLibrary;
   mHasFunction = aFunction;
 }
 
 void nsSimulatedNetwork::SetListener(std::function<void()> aListener) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   mListener = std::move(aListener);
 }
 
@@ -336,7 +336,7 @@ std::function<void()> nsSimulatedNetwork::ReadChange(const nsMachineValue& aValu
 }
 
 nsSystemVersion nsSimulatedNetwork::GetSystemVersion() {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   return mVersion;
 }
 
@@ -344,7 +344,7 @@ nsSystemVersion nsSimulatedNetwork::GetSystemVersion() {
 class nsSimulatedNetwork::Reading final : public nsNetworkReading {
  public:
   explicit Reading(nsSimulatedNetwork& aNetwork) : mNetwork(aNetwork) {
-    const std::lock_guard lock(mNetwork.mLock);
+    const nsAutoLock lock(mNetwork.mLock);
     mInterfaces = mNetwork.mInterfaces;
     mHasFunction = mNetwork.mHasLibrary && mNetwork.mHasFunction;
   }
@@ -408,13 +408,13 @@ std::unique_ptr<nsNetworkReading> nsSimulatedNetwork::Read() {
 
 bool nsSimulatedNetwork::LoadIpHelper() {
   if (NS_FAILED(Enter("LoadIpHelper"))) return false;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   return mHasLibrary;
 }
 
 nsresult nsSimulatedNetwork::PacketOpenAdapter(const std::string& aName, PacketAdapter* aAdapter) {
   if (nsresult rv = Enter("PacketOpenAdapter"); NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   for (const nsSimulatedInterface& interface : mInterfaces) {
     const std::string& name = interface.mAddresses.mAdapterName;
     if (!aName.ends_with("_" + name)) continue;
@@ -429,7 +429,7 @@ nsresult nsSimulatedNetwork::PacketOpenAdapter(const std::string& aName, PacketA
 nsresult nsSimulatedNetwork::PacketRequest(PacketAdapter aAdapter, bool aSet, uint32_t aOid,
                                            std::vector<uint8_t>*) {
   if (nsresult rv = Enter("PacketRequest"); NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   if (aAdapter == 0 || aAdapter > mOpenPackets.size()) return NS_ERROR_INVALID_ARG;
   const nsSimulatedInterface* interface = Find(mOpenPackets[aAdapter - 1]);
   const bool answers = interface && interface->mAnswersSsid && !aSet && aOid == kOidSsid;
@@ -437,7 +437,7 @@ nsresult nsSimulatedNetwork::PacketRequest(PacketAdapter aAdapter, bool aSet, ui
 }
 
 void nsSimulatedNetwork::PacketCloseAdapter(PacketAdapter aAdapter) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   if (aAdapter == 0 || aAdapter > mOpenPackets.size()) return;
   Record("PacketCloseAdapter " + std::exchange(mOpenPackets[aAdapter - 1], ""));
 }

@@ -62,13 +62,14 @@ class nsSimulatedNetwork final : public nsPlatformNetwork, public nsSimulatedPor
  private:
   class Reading;
 
-  nsSimulatedInterface* Find(const std::string& aName);
+  nsSimulatedInterface* Find(const std::string& aName) NS_REQUIRES(mLock);
   void Changed();
 
-  std::vector<nsSimulatedInterface> mInterfaces;
-  uint32_t mLastIndex = 0;
-  nsSystemVersion mVersion{10, 0, 0};
-  bool mHasLibrary = true, mHasFunction = true;
-  std::vector<std::string> mOpenPackets;  // by handle, from 1; empty once closed
-  std::function<void()> mListener;
+  std::vector<nsSimulatedInterface> mInterfaces NS_GUARDED_BY(mLock);
+  uint32_t mLastIndex NS_GUARDED_BY(mLock) = 0;
+  nsSystemVersion mVersion NS_GUARDED_BY(mLock){10, 0, 0};
+  bool mHasLibrary NS_GUARDED_BY(mLock) = true, mHasFunction NS_GUARDED_BY(mLock) = true;
+  // By handle, from 1; empty once closed.
+  std::vector<std::string> mOpenPackets NS_GUARDED_BY(mLock);
+  std::function<void()> mListener NS_GUARDED_BY(mLock);
 };

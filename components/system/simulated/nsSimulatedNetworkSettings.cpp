@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <atomic>
-#include <condition_variable>
 #include <utility>
 
+#include "nsLock.h"
 #include "nsPlatformNetworkText.h"
 
 namespace {
@@ -42,19 +42,19 @@ void ReplaceAddresses(nsAdapterAddresses& aRecord, const nsInterfaceSettings& aS
 class QuietSource final : public nsEventSource {
  public:
   void Wait() override {
-    std::unique_lock lock(mLock);
-    mWoken.wait(lock, [this] { return std::exchange(mIsWoken, false); });
+    nsAutoLock lock(mLock);
+    mWoken.Wait(lock, [this] { return std::exchange(mIsWoken, false); });
   }
   bool Consume() override { return false; }
   void Wake() override {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     mIsWoken = true;
-    mWoken.notify_all();
+    mWoken.NotifyAll();
   }
 
  private:
-  std::mutex mLock;
-  std::condition_variable mWoken;
+  nsMutex mLock;
+  nsCondition mWoken;
   bool mIsWoken = false;
 };
 
@@ -65,22 +65,22 @@ nsSimulatedNetworkSettings::nsSimulatedNetworkSettings(nsSimulatedCallsRef aCall
     : nsSimulatedPort(std::move(aCalls), "NetworkSettings"), mNetwork(std::move(aNetwork)) {}
 
 void nsSimulatedNetworkSettings::SetFault(const std::string& aInterface, Fault aFault) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   mFaults[aInterface] = aFault;
 }
 
 void nsSimulatedNetworkSettings::SetWay(nsInterfaceWay aWay) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   mWay = std::move(aWay);
 }
 
 std::optional<std::string> nsSimulatedNetworkSettings::State() const {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   return mState;
 }
 
 void nsSimulatedNetworkSettings::SetState(std::optional<std::string> aText) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   mState = std::move(aText);
 }
 
@@ -93,12 +93,12 @@ std::function<void()> nsSimulatedNetworkSettings::ReadChange(const nsMachineValu
     const nsMachineValue* const client = aObject.Optional("dhcpClient");
     if (service)
       changes.emplace_back([this, name = service->AsString()] {
-        const std::lock_guard lock(mLock);
+        const nsAutoLock lock(mLock);
         mWay.mService = name;
       });
     if (client)
       changes.emplace_back([this, name = client->AsString()] {
-        const std::lock_guard lock(mLock);
+        const nsAutoLock lock(mLock);
         mWay.mDhcpClient = name;
       });
     const nsMachineValue* const faults = aObject.Optional("faults");
@@ -123,7 +123,7 @@ std::function<void()> nsSimulatedNetworkSettings::ReadChange(const nsMachineValu
 }
 
 std::string nsSimulatedNetworkSettings::Keep(std::vector<nsSimulatedInterface> aInterfaces) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   const std::string record = "record " + std::to_string(mKept.size() + 1);
   mKept[record] = std::move(aInterfaces);
   return record;
@@ -131,7 +131,7 @@ std::string nsSimulatedNetworkSettings::Keep(std::vector<nsSimulatedInterface> a
 
 const std::vector<nsSimulatedInterface>* nsSimulatedNetworkSettings::Kept(
     const std::string& aRecord) const {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   const auto found = mKept.find(aRecord);
   return found == mKept.end() ? nullptr : &found->second;  // none is ever removed
 }
@@ -143,14 +143,14 @@ class nsSimulatedNetworkSettings::Port final : public nsPlatformNetworkSettings 
       : mShared(std::move(aShared)) {}
   ~Port() override {
     (void)Release();
-    const std::lock_guard lock(mShared->mLock);
+    const nsAutoLock lock(mShared->mLock);
     if (mShared->mListener == this) mShared->mListener = nullptr;
   }
 
   nsresult FindWay(const std::string& aName, nsInterfaceWay* aWay) override {
     if (nsresult rv = mShared->Enter("FindWay"); NS_FAILED(rv)) return rv;
     if (!Has(aName)) return NS_ERROR_FILE_NOT_FOUND;
-    const std::lock_guard lock(mShared->mLock);
+    const nsAutoLock lock(mShared->mLock);
     *aWay = mShared->mWay;
     return NS_OK;
   }
@@ -244,7 +244,7 @@ class nsSimulatedNetworkSettings::Port final : public nsPlatformNetworkSettings 
 
   nsresult LockState() override {
     if (nsresult rv = mShared->Enter("LockState"); NS_FAILED(rv)) return rv;
-    const std::lock_guard lock(mShared->mLock);
+    const nsAutoLock lock(mShared->mLock);
     if (mShared->mHolder && mShared->mHolder != this) return NS_ERROR_FILE_IS_LOCKED;
     mShared->mHolder = this;
     return NS_OK;
@@ -255,14 +255,14 @@ class nsSimulatedNetworkSettings::Port final : public nsPlatformNetworkSettings 
   }
   nsresult LoadState(std::string* aText) override {
     if (nsresult rv = mShared->Enter("LoadState"); NS_FAILED(rv)) return rv;
-    const std::lock_guard lock(mShared->mLock);
+    const nsAutoLock lock(mShared->mLock);
     if (!mShared->mState) return NS_ERROR_FILE_NOT_FOUND;
     *aText = *mShared->mState;
     return NS_OK;
   }
   nsresult SaveState(const std::string& aText) override {
     if (nsresult rv = mShared->Enter("SaveState"); NS_FAILED(rv)) return rv;
-    const std::lock_guard lock(mShared->mLock);
+    const nsAutoLock lock(mShared->mLock);
     if (mShared->mHolder != this) return NS_ERROR_FILE_IS_LOCKED;
     mShared->mState = aText;
     mShared->Record("SaveState");
@@ -273,7 +273,7 @@ class nsSimulatedNetworkSettings::Port final : public nsPlatformNetworkSettings 
                   std::shared_ptr<nsEventSource>* aSource) override {
     if (nsresult rv = mShared->Enter("Listen"); NS_FAILED(rv)) return rv;
     *aSource = std::make_shared<QuietSource>();
-    const std::lock_guard lock(mShared->mLock);
+    const nsAutoLock lock(mShared->mLock);
     mShared->mHandler = std::move(aHandler);
     mShared->mListener = this;
     return NS_OK;
@@ -281,25 +281,25 @@ class nsSimulatedNetworkSettings::Port final : public nsPlatformNetworkSettings 
   nsresult Ask(const std::string& aWord, std::string* aAnswer) override {
     if (nsresult rv = mShared->Enter("Ask"); NS_FAILED(rv)) return rv;
     struct Answer {
-      std::mutex mLock;
-      std::condition_variable mCome;
+      nsMutex mLock;
+      nsCondition mCome;
       std::optional<std::string> mText;
     };
     const auto answer = std::make_shared<Answer>();
     std::function<void(nsNetworkRequest)> handler;
     {
-      const std::lock_guard lock(mShared->mLock);
+      const nsAutoLock lock(mShared->mLock);
       if (!mShared->mListener || mShared->mHolder != mShared->mListener)
         return NS_ERROR_NOT_AVAILABLE;
       handler = mShared->mHandler;
     }
     handler({aWord, [answer](const std::string& aText) {
-               const std::lock_guard lock(answer->mLock);
+               const nsAutoLock lock(answer->mLock);
                answer->mText = aText;
-               answer->mCome.notify_all();
+               answer->mCome.NotifyAll();
              }});
-    std::unique_lock lock(answer->mLock);
-    answer->mCome.wait(lock, [&] { return answer->mText.has_value(); });
+    nsAutoLock lock(answer->mLock);
+    answer->mCome.Wait(lock, [&] { return answer->mText.has_value(); });
     *aAnswer = *answer->mText;
     return NS_OK;
   }
@@ -308,7 +308,7 @@ class nsSimulatedNetworkSettings::Port final : public nsPlatformNetworkSettings 
 
  private:
   nsresult Release() {
-    const std::lock_guard lock(mShared->mLock);
+    const nsAutoLock lock(mShared->mLock);
     if (mShared->mHolder == this) mShared->mHolder = nullptr;
     return NS_OK;
   }
@@ -320,7 +320,7 @@ class nsSimulatedNetworkSettings::Port final : public nsPlatformNetworkSettings 
   }
   /// And whether servers are set by interface.
   std::pair<Fault, bool> FaultOf(const std::string& aName) const {
-    const std::lock_guard lock(mShared->mLock);
+    const nsAutoLock lock(mShared->mLock);
     const auto found = mShared->mFaults.find(aName);
     return {found == mShared->mFaults.end() ? eNone : found->second, mShared->mWay.mTakesServers};
   }

@@ -83,14 +83,14 @@ nsSimulatedRegistry::nsSimulatedRegistry(nsSimulatedCallsRef aCalls,
       nsSimulatedPort(std::move(aCalls), "Registry") {}
 
 void nsSimulatedRegistry::Put(const std::string& aPath, nsRegistryValue aValue) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   nsRegistryData::Key& key = mData.Make(aPath);
   key.DropMark();
   key.Set(std::move(aValue));
 }
 
 void nsSimulatedRegistry::Take(const std::string& aPath, const std::string& aName) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   if (nsRegistryData::Key* key = mData.Find(aPath))
     std::erase_if(key->mValues, [&](const nsRegistryValue& aValue) {
       return NS_SameRegistryName(aValue.mName, aName);
@@ -98,7 +98,7 @@ void nsSimulatedRegistry::Take(const std::string& aPath, const std::string& aNam
 }
 
 std::vector<nsRegistryValue> nsSimulatedRegistry::ValuesOf(const std::string& aPath) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   nsRegistryData::Key* const found = mData.Find(aPath);
   nsRegistryData::Key key = found ? *found : nsRegistryData::Key();
   key.DropMark();
@@ -109,7 +109,7 @@ void nsSimulatedRegistry::ReadFacts(const nsMachineValue& aValue) { ReadChange(a
 
 std::function<void()> nsSimulatedRegistry::ReadChange(const nsMachineValue& aValue) {
   return [this, data = ReadKeys(aValue)] {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     for (const nsRegistryData::Key& key : data.mKeys) {
       nsRegistryData::Key& known = mData.Make(key.mPath);
       for (const nsRegistryValue& value : key.mValues) known.Set(value);
@@ -119,13 +119,13 @@ std::function<void()> nsSimulatedRegistry::ReadChange(const nsMachineValue& aVal
 
 nsresult nsSimulatedRegistry::Read(const char* aMethod, const Visitor& aVisitor) {
   if (nsresult rv = aMethod ? Enter(aMethod) : NS_OK; NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   return aVisitor(mData);
 }
 
 nsresult nsSimulatedRegistry::Change(const char* aMethod, const Visitor& aVisitor) {
   if (nsresult rv = aMethod ? Enter(aMethod) : NS_OK; NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   nsRegistryData data = mData;
   if (nsresult rv = aVisitor(data); NS_FAILED(rv)) return rv;
   if (aMethod && data != mData) Record(aMethod);

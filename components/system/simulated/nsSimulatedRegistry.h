@@ -28,5 +28,5 @@ class nsSimulatedRegistry final : public nsPlatformRegistryStore, public nsSimul
   nsresult Read(const char* aMethod, const Visitor& aVisitor) override;
   nsresult Change(const char* aMethod, const Visitor& aVisitor) override;
 
-  nsRegistryData mData;
+  nsRegistryData mData NS_GUARDED_BY(mLock);
 };

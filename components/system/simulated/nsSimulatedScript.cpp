@@ -8,12 +8,12 @@ bool nsSimulatedScript::IsDue() const {
 }
 
 void nsSimulatedScript::Wait() {
-  std::unique_lock lock(mLock);
-  const auto isWoken = [this] { return mIsWoken; };
+  nsAutoLock lock(mLock);
+  const auto isWoken = [this]() NS_REQUIRES(mLock) { return mIsWoken; };
   if (const auto wait = mMachine->UntilNextChange())
-    (void)mWoken.wait_until(lock, mLast + *wait, isWoken);
+    (void)mWoken.WaitUntil(lock, mLast + *wait, isWoken);
   else
-    mWoken.wait(lock, isWoken);
+    mWoken.Wait(lock, isWoken);
   mIsWoken = false;
 }
 
@@ -25,7 +25,7 @@ bool nsSimulatedScript::Consume() {
 }
 
 void nsSimulatedScript::Wake() {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   mIsWoken = true;
-  mWoken.notify_all();
+  mWoken.NotifyAll();
 }

@@ -2,11 +2,10 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <memory>
-#include <mutex>
 
 #include "nsEventSource.h"
+#include "nsLock.h"
 #include "nsSimulatedMachine.h"
 
 /// Consume applies the change that is due. Tests need none of this: they apply the changes
@@ -28,7 +27,7 @@ class nsSimulatedScript final : public nsEventSource {
   const std::shared_ptr<nsSimulatedMachine> mMachine;
   Clock::time_point mLast = Clock::now();  // when the change before was applied
 
-  std::mutex mLock;
-  std::condition_variable mWoken;
-  bool mIsWoken = false;
+  nsMutex mLock;
+  nsCondition mWoken;
+  bool mIsWoken NS_GUARDED_BY(mLock) = false;
 };

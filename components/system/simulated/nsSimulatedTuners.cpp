@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <bitset>
-#include <condition_variable>
 #include <deque>
 #include <filesystem>
 
+#include "nsLock.h"
 #include "nsLogger.h"
 #include "nsTransportDemultiplexer.h"
 
@@ -65,11 +65,11 @@ class nsSimulatedTuners::Device {
   // Something is different: whoever waits looks again.
   void Changed() {
     ++mChanges;
-    mChanged.notify_all();
+    mChanged.NotifyAll();
   }
 
-  std::mutex mLock;
-  std::condition_variable mChanged;
+  nsMutex mLock;
+  nsCondition mChanged;
   nsSimulatedTuner mFacts;
   bool mIsGone = false;
   bool mIsOpen = false;
@@ -91,9 +91,9 @@ class nsSimulatedTuners::Reader : protected nsSimulatedPort {
   ~Reader() = default;
 
   void End() {
-    const std::lock_guard lock(mDevice->mLock);
+    const nsAutoLock lock(mDevice->mLock);
     mIsCancelled = true;
-    mDevice->mChanged.notify_all();
+    mDevice->mChanged.NotifyAll();
   }
 
   /// Calls aTake, with the device's lock held, whenever more of the stream may have come: it goes
@@ -103,7 +103,7 @@ class nsSimulatedTuners::Reader : protected nsSimulatedPort {
     std::optional<Clock::time_point> deadline;
     if (aTimeout != nsPlatformPacketReader::kNoTimeout)
       deadline = Clock::now() + std::chrono::milliseconds(aTimeout);
-    std::unique_lock lock(mDevice->mLock);
+    nsAutoLock lock(mDevice->mLock);
     for (;;) {
       if (mIsCancelled || *mClosed) return NS_ERROR_ABORT;
       if (mDevice->mIsGone) return NS_ERROR_NOT_AVAILABLE;
@@ -125,9 +125,9 @@ class nsSimulatedTuners::Reader : protected nsSimulatedPort {
         return mIsCancelled || *mClosed || mLooksAgain || mDevice->mChanges != changes;
       };
       if (next)
-        (void)mDevice->mChanged.wait_until(lock, *next, changed);
+        (void)mDevice->mChanged.WaitUntil(lock, *next, changed);
       else
-        mDevice->mChanged.wait(lock, changed);
+        mDevice->mChanged.Wait(lock, changed);
     }
   }
 
@@ -136,7 +136,7 @@ class nsSimulatedTuners::Reader : protected nsSimulatedPort {
     mRejoins = mRejoins || mIsIdle;
     mIsIdle = !aAnything;
     mLooksAgain = true;
-    mDevice->mChanged.notify_all();
+    mDevice->mChanged.NotifyAll();
   }
 
   /// The stream is another one.
@@ -253,7 +253,7 @@ class nsSimulatedTuners::PacketReader final : public nsPlatformPacketReader, pri
       else
         pids.set(pid);
     }
-    const std::lock_guard lock(mDevice->mLock);
+    const nsAutoLock lock(mDevice->mLock);
     mPids = pids;
     mSilent = 0;
     Want(pids.any());
@@ -376,14 +376,14 @@ class nsSimulatedTuners::OpenDevice final : public nsPlatformTuner, private nsSi
   template <class Do>
   nsresult With(const char* aMethod, Do&& aDo) {
     if (nsresult rv = Enter(aMethod); NS_FAILED(rv)) return rv;
-    const std::lock_guard lock(mDevice->mLock);
+    const nsAutoLock lock(mDevice->mLock);
     if (*mClosed) return NS_ERROR_ABORT;
     if (mDevice->mIsGone) return NS_ERROR_NOT_AVAILABLE;
     return aDo();
   }
 
   nsresult End() {
-    const std::lock_guard lock(mDevice->mLock);
+    const nsAutoLock lock(mDevice->mLock);
     if (std::exchange(*mClosed, true)) return NS_ERROR_ABORT;
     mDevice->mIsOpen = mDevice->mIsTuned = false;
     mDevice->Changed();
@@ -412,19 +412,19 @@ void nsSimulatedTuners::Insert(const std::string& aPath, nsSimulatedTuner aTuner
   Remove(aPath);
   aTuner.mInfo.mPath = aPath;
   if (aTuner.mInfo.mName.empty()) aTuner.mInfo.mName = aPath;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   mDevices.emplace_back(aPath, std::make_shared<Device>(std::move(aTuner)));
 }
 
 void nsSimulatedTuners::Remove(const std::string& aPath) {
   DeviceRef device;
   {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     device = Find(aPath);
     std::erase_if(mDevices, [&](const auto& aDevice) { return aDevice.first == aPath; });
   }
   if (!device) return;
-  const std::lock_guard lock(device->mLock);
+  const nsAutoLock lock(device->mLock);
   device->mIsGone = true;
   device->Changed();
 }
@@ -433,11 +433,11 @@ void nsSimulatedTuners::Change(const std::string& aPath,
                                const std::function<void(nsSimulatedTuner&)>& aChange) {
   DeviceRef device;
   {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     device = Find(aPath);
   }
   if (!device) return;
-  const std::lock_guard lock(device->mLock);
+  const nsAutoLock lock(device->mLock);
   const bool locked = device->Lock().has_value();
   aChange(device->mFacts);
   if (!locked) device->mSignalSince = Clock::now();
@@ -447,7 +447,7 @@ void nsSimulatedTuners::Change(const std::string& aPath,
 
 nsresult nsSimulatedTuners::ListTuners(std::vector<nsTunerInfo>* aTuners) {
   if (nsresult rv = Enter("ListTuners"); NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   std::vector<nsTunerInfo> tuners;
   for (const auto& [path, device] : mDevices) tuners.push_back(device->mFacts.mInfo);
   aTuners->swap(tuners);
@@ -458,13 +458,13 @@ nsresult nsSimulatedTuners::OpenTuner(const std::string& aPath, nsPlatformTunerR
   if (nsresult rv = Enter("OpenTuner"); NS_FAILED(rv)) return rv;
   DeviceRef device;
   {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     device = Find(aPath);
   }
   if (!device) return NS_ERROR_FILE_NOT_FOUND;
   nsPlatformTunerRef tuner;
   {
-    const std::lock_guard lock(device->mLock);
+    const nsAutoLock lock(device->mLock);
     const std::string& user = device->mFacts.mUser;
     if (device->mIsOpen || !user.empty()) {
       SYSTEM_LOG_WARNING(NS_GetLogger("system.machine"),

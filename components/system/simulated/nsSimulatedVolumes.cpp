@@ -83,7 +83,7 @@ nsSimulatedVolumes::Drive* nsSimulatedVolumes::Find(char aLetter) {
 void nsSimulatedVolumes::Insert(char aLetter, nsSimulatedVolume aVolume) {
   Remove(aLetter);
   {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     Drive* drive = Find(aLetter);
     if (!drive) return;
     if (aVolume.mRoot.empty()) aVolume.mRoot = std::string("/volumes/") + aLetter;
@@ -96,7 +96,7 @@ void nsSimulatedVolumes::Insert(char aLetter, nsSimulatedVolume aVolume) {
 
 void nsSimulatedVolumes::Remove(char aLetter) {
   {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     Drive* drive = Find(aLetter);
     if (!drive || !drive->mVolume) return;
     drive->mVolume.reset();
@@ -124,7 +124,7 @@ std::function<void()> nsSimulatedVolumes::ReadChange(const nsMachineValue& aValu
 
 nsresult nsSimulatedVolumes::ReadDriveMask(uint32_t* aMask) {
   if (nsresult rv = Enter("ReadDriveMask"); NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   uint32_t mask = 0;
   for (size_t i = 0; i < mDrives.size(); ++i)
     if (mDrives[i].mVolume) mask |= 1u << i;
@@ -134,7 +134,7 @@ nsresult nsSimulatedVolumes::ReadDriveMask(uint32_t* aMask) {
 
 nsresult nsSimulatedVolumes::ReadDriveKind(char aLetter, uint32_t* aKind) {
   if (nsresult rv = Enter("ReadDriveKind"); NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   const Drive* drive = Find(aLetter);
   *aKind = drive && drive->mVolume ? drive->mVolume->mKind : uint32_t{kDriveNoRootDirectory};
   return NS_OK;
@@ -142,7 +142,7 @@ nsresult nsSimulatedVolumes::ReadDriveKind(char aLetter, uint32_t* aKind) {
 
 nsresult nsSimulatedVolumes::ReadVolumeInformation(char aLetter, VolumeInformation* aInformation) {
   if (nsresult rv = Enter("ReadVolumeInformation"); NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   const Drive* drive = Find(aLetter);
   if (!drive || !drive->mVolume || !drive->mVolume->mMedium) return NS_ERROR_NOT_AVAILABLE;
   *aInformation = drive->mVolume->mInformation;
@@ -151,7 +151,7 @@ nsresult nsSimulatedVolumes::ReadVolumeInformation(char aLetter, VolumeInformati
 
 nsresult nsSimulatedVolumes::OpenVolume(char aLetter, VolumeHandle* aVolume) {
   if (nsresult rv = Enter("OpenVolume"); NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   const Drive* drive = Find(aLetter);
   if (!drive || !drive->mVolume) return NS_ERROR_NOT_AVAILABLE;
   *aVolume = drive->mHandle;
@@ -161,7 +161,7 @@ nsresult nsSimulatedVolumes::OpenVolume(char aLetter, VolumeHandle* aVolume) {
 
 nsresult nsSimulatedVolumes::ReadBusType(VolumeHandle aVolume, uint8_t* aBusType) {
   if (nsresult rv = Enter("ReadBusType"); NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   if (aVolume == 0 || aVolume > mLastHandle) return NS_ERROR_INVALID_ARG;
   for (const Drive& drive : mDrives) {
     if (drive.mHandle != aVolume || !drive.mVolume || !drive.mVolume->mBus) continue;
@@ -173,7 +173,7 @@ nsresult nsSimulatedVolumes::ReadBusType(VolumeHandle aVolume, uint8_t* aBusType
 
 nsresult nsSimulatedVolumes::ReadRootDirectory(char aLetter, std::string* aPath) {
   if (nsresult rv = Enter("ReadRootDirectory"); NS_FAILED(rv)) return rv;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   const Drive* drive = Find(aLetter);
   if (!drive || drive->mLastRoot.empty()) return NS_ERROR_NOT_AVAILABLE;
   *aPath = drive->mLastRoot;

@@ -50,9 +50,9 @@ class nsSimulatedVolumes final : public nsPlatformVolumes, public nsSimulatedPor
     std::string mLastRoot;
     VolumeHandle mHandle = 0;  // that of the volume which is there, or was last
   };
-  Drive* Find(char aLetter);
+  Drive* Find(char aLetter) NS_REQUIRES(mLock);
 
   const std::shared_ptr<nsSimulatedWindowEvents> mEvents;
-  std::array<Drive, 26> mDrives;
-  VolumeHandle mLastHandle = 0;
+  std::array<Drive, 26> mDrives NS_GUARDED_BY(mLock);
+  VolumeHandle mLastHandle NS_GUARDED_BY(mLock) = 0;
 };

@@ -6,16 +6,17 @@ class nsSimulatedWindowEvents::Source final : public nsEventSource {
  public:
   explicit Source(std::shared_ptr<nsSimulatedWindowEvents> aEvents) : mEvents(std::move(aEvents)) {}
   void Wait() override {
-    std::unique_lock lock(mEvents->mLock);
-    mEvents->mChanged.wait(lock,
-                           [this] { return !mEvents->mMessages.empty() || mEvents->mIsWoken; });
+    nsAutoLock lock(mEvents->mLock);
+    mEvents->mChanged.Wait(lock, [this]() NS_REQUIRES(mEvents->mLock) {
+      return !mEvents->mMessages.empty() || mEvents->mIsWoken;
+    });
     mEvents->mIsWoken = false;
   }
   bool Consume() override { return mEvents->Deliver(); }
   void Wake() override {
-    const std::lock_guard lock(mEvents->mLock);
+    const nsAutoLock lock(mEvents->mLock);
     mEvents->mIsWoken = true;
-    mEvents->mChanged.notify_all();
+    mEvents->mChanged.NotifyAll();
   }
 
  private:
@@ -31,12 +32,12 @@ void nsSimulatedWindowEvents::Send(uint32_t aMessage, uintptr_t aWParam,
                                    const nsDeviceBroadcast* aBroadcast) {
   const bool isInterface =
       aBroadcast && aBroadcast->mDeviceType == nsDeviceBroadcast::kDeviceInterface;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   for (const auto& [window, procedure] : mProcedures)
     if (!isInterface || mListening.contains(window))
       mMessages.push_back({window, procedure, aMessage, aWParam, aBroadcast != nullptr,
                            aBroadcast ? *aBroadcast : nsDeviceBroadcast()});
-  mChanged.notify_all();
+  mChanged.NotifyAll();
 }
 
 namespace {
@@ -80,12 +81,12 @@ void nsSimulatedWindowEvents::Unplug(const std::string& aName) {
 }
 
 void nsSimulatedWindowEvents::DestroyWindow(nsWindowHandle aWindow) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   mDestroyed.insert(aWindow);
 }
 
 void nsSimulatedWindowEvents::SetListenError(uint32_t aError) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   mListenError = aError;
 }
 
@@ -108,7 +109,7 @@ std::function<void()> nsSimulatedWindowEvents::ReadChange(const nsMachineValue& 
 
 bool nsSimulatedWindowEvents::IsWindow(nsWindowHandle aWindow) {
   if (NS_FAILED(Enter("IsWindow"))) return false;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   return aWindow && !mDestroyed.contains(aWindow);
 }
 
@@ -123,7 +124,7 @@ nsresult nsSimulatedWindowEvents::ReadProcedure(nsWindowHandle aWindow,
 nsresult nsSimulatedWindowEvents::ReplaceProcedure(nsWindowHandle aWindow, Procedure aProcedure) {
   if (nsresult rv = Enter("ReplaceProcedure"); NS_FAILED(rv)) return rv;
   if (!aWindow) return NS_ERROR_INVALID_ARG;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   mProcedures[aWindow] = aProcedure;
   return NS_OK;
 }
@@ -133,7 +134,7 @@ uint32_t nsSimulatedWindowEvents::ListenForDevices(nsWindowHandle aWindow,
                                                    uint32_t aFlags) {
   constexpr uint32_t kInvalidParameter = 87;
   if (NS_FAILED(Enter("ListenForDevices"))) return 1;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   if (mListenError) return mListenError;
   if (aFilter.mSize != sizeof aFilter ||
       aFilter.mDeviceType != nsDeviceBroadcast::kDeviceInterface || aFlags != kAllInterfaceClasses)
@@ -161,7 +162,7 @@ bool nsSimulatedWindowEvents::Deliver() {
   for (;;) {
     Message message;
     {
-      const std::lock_guard lock(mLock);
+      const nsAutoLock lock(mLock);
       if (mMessages.empty()) return any;
       message = std::move(mMessages.front());
       mMessages.pop_front();

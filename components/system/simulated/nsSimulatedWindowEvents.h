@@ -1,12 +1,12 @@
 // Windows of a simulated machine, and the messages that they get.
 #pragma once
 
-#include <condition_variable>
 #include <deque>
 #include <functional>
 #include <map>
 #include <set>
 
+#include "nsLock.h"
 #include "nsMachineValue.h"
 #include "nsPlatformWindowEvents.h"
 #include "nsSimulatedCalls.h"
@@ -64,12 +64,11 @@ class nsSimulatedWindowEvents final : public nsPlatformWindowEvents,
 
   bool Deliver();
 
-  // Guarded by mLock.
-  std::map<nsWindowHandle, Procedure> mProcedures;
-  std::set<nsWindowHandle> mListening;
-  std::set<nsWindowHandle> mDestroyed;
-  uint32_t mListenError = 0;
-  std::deque<Message> mMessages;
-  bool mIsWoken = false;
-  std::condition_variable mChanged;
+  std::map<nsWindowHandle, Procedure> mProcedures NS_GUARDED_BY(mLock);
+  std::set<nsWindowHandle> mListening NS_GUARDED_BY(mLock);
+  std::set<nsWindowHandle> mDestroyed NS_GUARDED_BY(mLock);
+  uint32_t mListenError NS_GUARDED_BY(mLock) = 0;
+  std::deque<Message> mMessages NS_GUARDED_BY(mLock);
+  bool mIsWoken NS_GUARDED_BY(mLock) = false;
+  nsCondition mChanged;
 };

@@ -115,7 +115,7 @@ bool nsScriptedObject::Get(nsScriptRuntime* aRuntime, JS::HandleObject aObject,
 }
 
 nsISupports* nsScriptedObject::FindFace(const nsScriptInterface* aInterface) {
-  const std::lock_guard lock(mMutex);
+  const nsAutoLock lock(mMutex);
   for (const Face& face : mFaces)
     if (nsScriptTables::Derives(face.mInterface, aInterface)) return face.mPointer;
   return nullptr;
@@ -123,7 +123,7 @@ nsISupports* nsScriptedObject::FindFace(const nsScriptInterface* aInterface) {
 
 nsISupports* nsScriptedObject::AddFace(const nsScriptInterface* aInterface) {
   nsISupports* const face = aInterface->mImplement(this);
-  const std::lock_guard lock(mMutex);
+  const nsAutoLock lock(mMutex);
   mFaces.push_back({aInterface, face});
   return face;
 }

@@ -2,12 +2,12 @@
 #pragma once
 
 #include <atomic>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "nsISupportsWeakReference.h"
+#include "nsLock.h"
 #include "nsScriptRuntime.h"
 
 /// False with a pending TypeError: what stands at the place is no such object. aInterface may be
@@ -67,10 +67,10 @@ class nsScriptedObject final : public nsScriptObject, public nsISupportsWeakRefe
   const std::thread::id mThread = std::this_thread::get_id();
   JS::PersistentRootedObject mObject;
   const bool mComponent;  ///< made on behalf of a component: does not keep the application running
-  std::mutex mMutex;      ///< guards mFaces
+  nsMutex mMutex;         ///< guards mFaces
   struct Face {
     const nsScriptInterface* mInterface;
     nsISupports* mPointer;
   };
-  std::vector<Face> mFaces;
+  std::vector<Face> mFaces NS_GUARDED_BY(mMutex);
 };

@@ -53,7 +53,7 @@ auto Find(std::vector<nsCategoryManager::Entry>& aEntries, std::string_view aNam
 nsresult nsCategoryManager::GetCategoryEntry(const char* aCategory, const char* aEntry,
                                              char** aResult) {
   if (!aCategory || !aEntry || !aResult) return NS_ERROR_NULL_POINTER;
-  std::lock_guard lock(mMutex);
+  nsAutoLock lock(mMutex);
   const auto category = mCategories.find(std::string_view(aCategory));
   if (category == mCategories.end()) return NS_ERROR_NOT_AVAILABLE;
   const auto entry = Find(category->second, aEntry);
@@ -69,7 +69,7 @@ nsresult nsCategoryManager::AddCategoryEntry(const char* aCategory, const char* 
   if (aPersist) return NS_ERROR_INVALID_ARG;
   std::optional<std::string> old;
   {
-    std::lock_guard lock(mMutex);
+    nsAutoLock lock(mMutex);
     auto& entries = mCategories[aCategory];
     if (const auto entry = Find(entries, aEntry); entry == entries.end()) {
       entries.push_back({aEntry, aValue});
@@ -87,7 +87,7 @@ nsresult nsCategoryManager::AddCategoryEntry(const char* aCategory, const char* 
 nsresult nsCategoryManager::DeleteCategoryEntry(const char* aCategory, const char* aEntry, bool) {
   if (!aCategory || !aEntry) return NS_ERROR_NULL_POINTER;
   {
-    std::lock_guard lock(mMutex);
+    nsAutoLock lock(mMutex);
     const auto category = mCategories.find(std::string_view(aCategory));
     if (category == mCategories.end()) return NS_OK;
     const auto entry = Find(category->second, aEntry);
@@ -102,7 +102,7 @@ nsresult nsCategoryManager::DeleteCategoryEntry(const char* aCategory, const cha
 nsresult nsCategoryManager::DeleteCategory(const char* aCategory) {
   if (!aCategory) return NS_ERROR_NULL_POINTER;
   {
-    std::lock_guard lock(mMutex);
+    nsAutoLock lock(mMutex);
     const auto category = mCategories.find(std::string_view(aCategory));
     if (category == mCategories.end()) return NS_OK;
     mCategories.erase(category);
@@ -124,7 +124,7 @@ nsresult nsCategoryManager::EnumerateCategories(nsISimpleEnumerator** aResult) {
   if (!aResult) return NS_ERROR_NULL_POINTER;
   std::vector<std::string> names;
   {
-    std::lock_guard lock(mMutex);
+    nsAutoLock lock(mMutex);
     for (const auto& [name, entries] : mCategories) names.push_back(name);
   }
   MakeRefCounted<nsNameEnumerator>(std::move(names)).forget(aResult);
@@ -132,7 +132,7 @@ nsresult nsCategoryManager::EnumerateCategories(nsISimpleEnumerator** aResult) {
 }
 
 std::vector<nsCategoryManager::Entry> nsCategoryManager::Entries(std::string_view aCategory) {
-  std::lock_guard lock(mMutex);
+  nsAutoLock lock(mMutex);
   const auto category = mCategories.find(aCategory);
   return category == mCategories.end() ? std::vector<Entry>() : category->second;
 }

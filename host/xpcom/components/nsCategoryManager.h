@@ -2,13 +2,13 @@
 #pragma once
 
 #include <map>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "nsCOMPtr.h"
 #include "nsICategoryManager.h"
 #include "nsImplements.h"
+#include "nsLock.h"
 
 /// "@mozilla.org/categorymanager;1". Entries keep the order in which they came. Any thread. Changes
 /// are announced on the main thread, some time after they are made: "xpcom-category-entry-added",
@@ -42,7 +42,7 @@ class nsCategoryManager final : public nsImplements<nsCategoryManager, nsICatego
   ~nsCategoryManager() override = default;
   void Announce(const char* aTopic, const char* aCategory, const char* aEntry);
 
-  std::mutex mMutex;
-  std::map<std::string, std::vector<Entry>, std::less<>> mCategories;
+  nsMutex mMutex;
+  std::map<std::string, std::vector<Entry>, std::less<>> mCategories NS_GUARDED_BY(mMutex);
   std::atomic<bool> mAnnouncing{false};
 };

@@ -15,8 +15,8 @@
 
 namespace {
 
-std::mutex gCurrentMutex;
-nsComponentManager* gCurrent = nullptr;  // owns a reference
+nsMutex gCurrentMutex;
+nsComponentManager* gCurrent NS_GUARDED_BY(gCurrentMutex) = nullptr;  // owns a reference
 
 template <class T>
 nsresult GiveCurrent(T** aResult) {
@@ -45,7 +45,7 @@ nsresult NS_GetComponentRegistrar(nsIComponentRegistrar** aResult) { return Give
 nsComponentManager::nsComponentManager(nsAppInfo aAppInfo) : mAppInfo(std::move(aAppInfo)) {}
 
 nsCOMPtr<nsComponentManager> nsComponentManager::Current() {
-  std::lock_guard lock(gCurrentMutex);
+  nsAutoLock lock(gCurrentMutex);
   return nsCOMPtr<nsComponentManager>(gCurrent);
 }
 
@@ -54,7 +54,7 @@ void nsComponentManager::SetCurrent(nsComponentManager* aManager) {
   nsComponentManager* raw;
   old.forget(&raw);
   {
-    std::lock_guard lock(gCurrentMutex);
+    nsAutoLock lock(gCurrentMutex);
     std::swap(gCurrent, raw);
   }
   if (raw) raw->Release();
@@ -63,10 +63,10 @@ void nsComponentManager::SetCurrent(nsComponentManager* aManager) {
 // ---- Registration
 
 nsresult nsComponentManager::AddClass(ClassRef aClass, std::string_view aWhere) {
-  std::unique_lock lock(mMutex);
+  nsAutoLock lock(mMutex);
   const nsCID cid = aClass->mCID;
   if (mClasses.try_emplace(cid, std::move(aClass)).second) return NS_OK;
-  lock.unlock();
+  lock.Unlock();
   NS_HostMessage(eHostError, std::string(aWhere) + ": class " + cid.ToString() +
                                  " is registered already: the first stays.");
   return NS_ERROR_FACTORY_EXISTS;
@@ -75,7 +75,7 @@ nsresult nsComponentManager::AddClass(ClassRef aClass, std::string_view aWhere) 
 nsresult nsComponentManager::RegisterContract(std::string_view aContractID, const nsCID& aCID,
                                               std::string_view aWhere) {
   {
-    std::lock_guard lock(mMutex);
+    nsAutoLock lock(mMutex);
     if (const auto known = mClasses.find(aCID); known != mClasses.end()) {
       mContracts.insert_or_assign(std::string(aContractID), known->second);
       return NS_OK;
@@ -90,7 +90,7 @@ nsresult nsComponentManager::RegisterContract(std::string_view aContractID, cons
 nsresult nsComponentManager::RegisterRows(std::unique_ptr<nsKnownModule> aModule) {
   nsKnownModule& module = *aModule;
   {
-    std::lock_guard lock(mMutex);
+    nsAutoLock lock(mMutex);
     mModules.push_back(std::move(aModule));
   }
   const vorel::Module& record = module.Record();
@@ -122,7 +122,7 @@ nsresult nsComponentManager::RegisterModule(const vorel::Module& aRecord, std::s
 nsresult nsComponentManager::RegisterLibrary(const std::string& aPath, std::string_view aWhere) {
   const std::string path = Canonical(aPath);
   {
-    std::lock_guard lock(mMutex);
+    nsAutoLock lock(mMutex);
     if (std::any_of(mModules.begin(), mModules.end(),
                     [&](const auto& aModule) { return aModule->Name() == path; }))
       return NS_OK;
@@ -149,20 +149,20 @@ nsresult nsComponentManager::RegisterScript(const nsCID& aCID, const std::string
 // ---- Looking up and making
 
 nsComponentManager::ClassRef nsComponentManager::Find(const nsCID& aClass) {
-  std::lock_guard lock(mMutex);
+  nsAutoLock lock(mMutex);
   const auto found = mClasses.find(aClass);
   return found == mClasses.end() ? nullptr : found->second;
 }
 
 nsComponentManager::ClassRef nsComponentManager::Find(const char* aContractID) {
   if (!aContractID) return nullptr;
-  std::lock_guard lock(mMutex);
+  nsAutoLock lock(mMutex);
   const auto found = mContracts.find(std::string_view(aContractID));
   return found == mContracts.end() ? nullptr : found->second;
 }
 
 std::string nsComponentManager::NameOf(const Class& aClass) {
-  std::lock_guard lock(mMutex);
+  nsAutoLock lock(mMutex);
   for (const auto& [contract, known] : mContracts)
     if (known.get() == &aClass) return contract;
   return aClass.mCID.ToString();
@@ -190,7 +190,7 @@ nsresult nsComponentManager::GetFactory(const ClassRef& aClass, nsIFactory** aRe
   if (!aClass) return NS_ERROR_FACTORY_NOT_REGISTERED;
   nsCOMPtr<nsIFactory> factory;
   {
-    std::lock_guard lock(mMutex);
+    nsAutoLock lock(mMutex);
     if (mShutdown) return NS_ERROR_UNEXPECTED;
     factory = aClass->mFactory;
   }
@@ -198,7 +198,7 @@ nsresult nsComponentManager::GetFactory(const ClassRef& aClass, nsIFactory** aRe
     if (const nsresult rv = MakeFactory(*aClass, factory.getter_AddRefs()); NS_FAILED(rv))
       return rv;
     if (!factory) return NS_ERROR_FAILURE;
-    std::lock_guard lock(mMutex);
+    nsAutoLock lock(mMutex);
     if (mShutdown) return NS_ERROR_UNEXPECTED;
     // Another thread may have been faster: all use the first one.
     if (aClass->mFactory)
@@ -243,21 +243,22 @@ bool nsComponentManager::WantsItself(const Class& aClass) const {
   }
 }
 
-void nsComponentManager::Wait(std::unique_lock<std::mutex>& aLock, const Class& aClass) {
+// Not checked: it can't be told that aLock is of mMutex.
+void nsComponentManager::Wait(nsAutoLock<nsMutex>& aLock, const Class& aClass) NS_NOT_CHECKED {
   const auto self = std::this_thread::get_id();
   mWaiting[self] = &aClass;
   if (self == mMainThreadId && mMainThread) {
     // The maker may itself be waiting for something to be run here.
     const nsCOMPtr<nsIThread> thread = mMainThread;
     mWaiting.erase(self);
-    aLock.unlock();
+    aLock.Unlock();
     bool ran = false;
     const nsresult rv = thread->ProcessNextEvent(false, &ran);
-    aLock.lock();
+    aLock.Lock();
     mWaiting[self] = &aClass;
-    if (NS_FAILED(rv) || !ran) mMade.wait_for(aLock, std::chrono::milliseconds(1));
+    if (NS_FAILED(rv) || !ran) mMade.WaitFor(aLock, std::chrono::milliseconds(1));
   } else {
-    mMade.wait(aLock);
+    mMade.Wait(aLock);
   }
   mWaiting.erase(self);
 }
@@ -267,10 +268,10 @@ nsresult nsComponentManager::GetService(const ClassRef& aClass, const nsIID& aII
   if (!aClass) return NS_ERROR_FACTORY_NOT_REGISTERED;
   nsCOMPtr<nsISupports> service;
   {
-    std::unique_lock lock(mMutex);
+    nsAutoLock lock(mMutex);
     while (!mShutdown && !aClass->mService && aClass->mMaker != std::thread::id()) {
       if (WantsItself(*aClass)) {
-        lock.unlock();
+        lock.Unlock();
         NS_HostMessage(eHostError, "The making of service " + NameOf(*aClass) +
                                        " asks for the service itself.");
         return NS_ERROR_NOT_AVAILABLE;
@@ -285,7 +286,7 @@ nsresult nsComponentManager::GetService(const ClassRef& aClass, const nsIID& aII
 
   nsresult rv = CreateInstance(aClass, nullptr, nsISupports::kIID, NS_OutVoid(service));
   {
-    std::lock_guard lock(mMutex);
+    nsAutoLock lock(mMutex);
     aClass->mMaker = {};
     if (NS_SUCCEEDED(rv) && mShutdown) rv = NS_ERROR_UNEXPECTED;
     if (NS_SUCCEEDED(rv)) {
@@ -293,7 +294,7 @@ nsresult nsComponentManager::GetService(const ClassRef& aClass, const nsIID& aII
       mServices.push_back(aClass);
     }
   }
-  mMade.notify_all();
+  mMade.NotifyAll();
   return NS_FAILED(rv) ? rv : service->QueryInterface(aIID, aResult);
 }
 
@@ -302,7 +303,7 @@ nsresult nsComponentManager::IsServiceInstantiated(const ClassRef& aClass, const
   if (!aResult) return NS_ERROR_NULL_POINTER;
   nsCOMPtr<nsISupports> service;
   if (aClass) {
-    std::lock_guard lock(mMutex);
+    nsAutoLock lock(mMutex);
     if (mShutdown) return NS_ERROR_UNEXPECTED;
     service = aClass->mService;
   }
@@ -317,13 +318,13 @@ void nsComponentManager::ReleaseServices() {
   std::vector<nsCOMPtr<nsISupports>> services;
   std::vector<nsCOMPtr<nsIFactory>> factories;
   {
-    std::lock_guard lock(mMutex);
+    nsAutoLock lock(mMutex);
     mShutdown = true;
     for (const ClassRef& made : mServices) services.push_back(std::move(made->mService));
     mServices.clear();
     for (auto& [cid, known] : mClasses) factories.push_back(std::move(known->mFactory));
   }
-  mMade.notify_all();
+  mMade.NotifyAll();
   mMainThread = nullptr;
   while (!services.empty()) services.pop_back();
 }
@@ -331,7 +332,7 @@ void nsComponentManager::ReleaseServices() {
 void nsComponentManager::UnloadModules() {
   std::vector<std::unique_ptr<nsKnownModule>> modules;
   {
-    std::lock_guard lock(mMutex);
+    nsAutoLock lock(mMutex);
     modules.swap(mModules);
     mClasses.clear();
     mContracts.clear();
@@ -395,7 +396,7 @@ nsresult nsComponentManager::AutoUnregister(nsIFile*) { return NS_ERROR_NOT_IMPL
 
 nsresult nsComponentManager::RegisterFactory(const nsCID& aClass, const char*,
                                              const char* aContractID, nsIFactory* aFactory) {
-  std::lock_guard lock(mMutex);
+  nsAutoLock lock(mMutex);
   if (mShutdown) return NS_ERROR_UNEXPECTED;
   auto known = mClasses.find(aClass);
   if (aFactory) {
@@ -416,7 +417,7 @@ nsresult nsComponentManager::RegisterFactory(const nsCID& aClass, const char*,
 
 nsresult nsComponentManager::UnregisterFactory(const nsCID& aClass, nsIFactory* aFactory) {
   ClassRef dropped;  // outside the lock: its end may call back
-  std::lock_guard lock(mMutex);
+  nsAutoLock lock(mMutex);
   const auto known = mClasses.find(aClass);
   if (known == mClasses.end() || !known->second->mGiven || known->second->mFactory != aFactory)
     return NS_ERROR_FACTORY_NOT_REGISTERED;
@@ -449,7 +450,7 @@ nsresult nsComponentManager::IsContractIDRegistered(const char* aContractID, boo
 nsresult nsComponentManager::EnumerateCIDs(nsISimpleEnumerator** aResult) {
   if (!aResult) return NS_ERROR_NULL_POINTER;
   nsCOMArray<nsISupportsID> ids;
-  std::lock_guard lock(mMutex);
+  nsAutoLock lock(mMutex);
   for (const auto& [cid, known] : mClasses) ids.emplace_back(MakeRefCounted<nsSupportsID>(cid));
   return NS_NewArrayEnumerator(aResult, ids);
 }
@@ -457,7 +458,7 @@ nsresult nsComponentManager::EnumerateCIDs(nsISimpleEnumerator** aResult) {
 nsresult nsComponentManager::EnumerateContractIDs(nsISimpleEnumerator** aResult) {
   if (!aResult) return NS_ERROR_NULL_POINTER;
   nsCOMArray<nsISupportsCString> names;
-  std::lock_guard lock(mMutex);
+  nsAutoLock lock(mMutex);
   for (const auto& [contract, known] : mContracts)
     names.emplace_back(MakeRefCounted<nsSupportsCString>(contract));
   return NS_NewArrayEnumerator(aResult, names);
@@ -465,7 +466,7 @@ nsresult nsComponentManager::EnumerateContractIDs(nsISimpleEnumerator** aResult)
 
 nsresult nsComponentManager::CIDToContractID(const nsCID& aClass, char** aResult) {
   if (!aResult) return NS_ERROR_NULL_POINTER;
-  std::lock_guard lock(mMutex);
+  nsAutoLock lock(mMutex);
   for (const auto& [contract, known] : mContracts) {
     if (known->mCID != aClass) continue;
     *aResult = NS_NewCString(contract);

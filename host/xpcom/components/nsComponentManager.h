@@ -1,10 +1,8 @@
 // The component manager, service manager and registrar: one object, as on the platform.
 #pragma once
 
-#include <condition_variable>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <set>
 #include <thread>
 #include <unordered_map>
@@ -18,6 +16,7 @@
 #include "nsIThread.h"
 #include "nsImplements.h"
 #include "nsKnownModule.h"
+#include "nsLock.h"
 
 /// Factories are found by class ID and contract ID and made when first wanted. Any thread, except
 /// where it says main thread. No lock is held while a factory or an object is made.
@@ -128,8 +127,9 @@ class nsComponentManager final : public nsImplements<nsComponentManager, nsIComp
                           void** aResult);
   nsresult GetService(const ClassRef& aClass, const nsIID& aIID, void** aResult);
   nsresult IsServiceInstantiated(const ClassRef& aClass, const nsIID& aIID, bool* aResult);
-  bool WantsItself(const Class& aClass) const;
-  void Wait(std::unique_lock<std::mutex>& aLock, const Class& aClass);
+  bool WantsItself(const Class& aClass) const NS_REQUIRES(mMutex);
+  /// aLock is of mMutex, let go meanwhile, and held again at the end.
+  void Wait(nsAutoLock<nsMutex>& aLock, const Class& aClass) NS_REQUIRES(mMutex);
   std::string NameOf(const Class& aClass);
 
   const nsAppInfo mAppInfo;
@@ -139,12 +139,14 @@ class nsComponentManager final : public nsImplements<nsComponentManager, nsIComp
   std::set<std::string> mManifests;
   const nsCOMPtr<nsCategoryManager> mCategories = MakeRefCounted<nsCategoryManager>();
 
-  std::mutex mMutex;  // guards the rest
-  std::condition_variable mMade;
-  bool mShutdown = false;
-  std::unordered_map<nsCID, ClassRef> mClasses;
-  std::map<std::string, ClassRef, std::less<>> mContracts;
-  std::vector<ClassRef> mServices;                       // in the order of their making
-  std::map<std::thread::id, const Class*> mWaiting;      // which thread waits for which service
-  std::vector<std::unique_ptr<nsKnownModule>> mModules;  // in the order of registration
+  nsMutex mMutex;  // guards the rest
+  nsCondition mMade;
+  bool mShutdown NS_GUARDED_BY(mMutex) = false;
+  std::unordered_map<nsCID, ClassRef> mClasses NS_GUARDED_BY(mMutex);
+  std::map<std::string, ClassRef, std::less<>> mContracts NS_GUARDED_BY(mMutex);
+  std::vector<ClassRef> mServices NS_GUARDED_BY(mMutex);  // in the order of their making
+  // Which thread waits for which service.
+  std::map<std::thread::id, const Class*> mWaiting NS_GUARDED_BY(mMutex);
+  // In the order of registration.
+  std::vector<std::unique_ptr<nsKnownModule>> mModules NS_GUARDED_BY(mMutex);
 };

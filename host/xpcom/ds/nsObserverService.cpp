@@ -30,7 +30,7 @@ nsresult nsObserverService::AddObserver(nsIObserver* aObserver, const char* aTop
   if (!aTopic) return NS_ERROR_NULL_POINTER;
   nsObserverRef ref;
   if (const nsresult rv = nsObserverRef::Make(aObserver, aOwnsWeak, &ref); NS_FAILED(rv)) return rv;
-  std::lock_guard lock(mMutex);
+  nsAutoLock lock(mMutex);
   if (mShutdown) return NS_ERROR_ILLEGAL_DURING_SHUTDOWN;
   mTopics[aTopic].push_back(std::move(ref));
   return NS_OK;
@@ -39,13 +39,13 @@ nsresult nsObserverService::AddObserver(nsIObserver* aObserver, const char* aTop
 // Observers are asked for, and dropped, outside the lock: both may run their code, and that may
 // call back.
 std::vector<nsObserverRef> nsObserverService::Refs(std::string_view aTopic) {
-  std::lock_guard lock(mMutex);
+  nsAutoLock lock(mMutex);
   const auto topic = mTopics.find(aTopic);
   return topic == mTopics.end() ? std::vector<nsObserverRef>() : topic->second;
 }
 
 bool nsObserverService::Remove(std::string_view aTopic, const nsObserverRef& aRef) {
-  std::lock_guard lock(mMutex);
+  nsAutoLock lock(mMutex);
   const auto topic = mTopics.find(aTopic);
   if (topic == mTopics.end()) return false;
   const auto found = std::find(topic->second.begin(), topic->second.end(), aRef);
@@ -77,7 +77,7 @@ nsCOMArray<nsIObserver> nsObserverService::Observers(std::string_view aTopic) {
   if (dead.empty()) return observers;
   // Both lists are in one order, so that one pass is enough. What it misses because the list has
   // changed meanwhile, the next one finds.
-  std::lock_guard lock(mMutex);
+  nsAutoLock lock(mMutex);
   const auto topic = mTopics.find(aTopic);
   if (topic == mTopics.end()) return observers;
   auto next = dead.begin();
@@ -108,7 +108,7 @@ nsresult nsObserverService::EnumerateObservers(const char* aTopic, nsISimpleEnum
 
 void nsObserverService::Shutdown() {
   std::map<std::string, std::vector<nsObserverRef>, std::less<>> dropped;
-  std::lock_guard lock(mMutex);
+  nsAutoLock lock(mMutex);
   mShutdown = true;
   dropped.swap(mTopics);
 }

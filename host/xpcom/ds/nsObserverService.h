@@ -2,7 +2,6 @@
 #pragma once
 
 #include <map>
-#include <mutex>
 #include <string>
 
 #include "nsCOMArray.h"
@@ -10,6 +9,7 @@
 #include "nsIObserverService.h"
 #include "nsIWeakReference.h"
 #include "nsImplements.h"
+#include "nsLock.h"
 
 inline constexpr nsCID NS_OBSERVERSERVICE_CID = "d07f5195-e3d1-11d2-8acd-00105a1b8860"_iid;
 
@@ -55,6 +55,6 @@ class nsObserverService final : public nsImplements<nsObserverService, nsIObserv
   bool Remove(std::string_view aTopic, const nsObserverRef& aRef);
 
   std::atomic<bool> mShutdown{false};
-  std::mutex mMutex;  // guards mTopics
-  std::map<std::string, std::vector<nsObserverRef>, std::less<>> mTopics;
+  nsMutex mMutex;  // guards mTopics
+  std::map<std::string, std::vector<nsObserverRef>, std::less<>> mTopics NS_GUARDED_BY(mMutex);
 };

@@ -1,15 +1,14 @@
 #include "nsPipe.h"
 
 #include <algorithm>
-#include <condition_variable>
 #include <cstring>
 #include <deque>
 #include <functional>
-#include <mutex>
 
 #include "nsIEventTarget.h"
 #include "nsIInputStreamCallback.h"
 #include "nsIOutputStreamCallback.h"
+#include "nsLock.h"
 #include "nsThread.h"
 
 namespace {
@@ -56,7 +55,7 @@ class Core {
       : mSize(aSegmentSize), mCount(aSegmentCount) {}
 
   nsresult Available(uint32_t* aCount) {
-    const std::lock_guard lock(mMutex);
+    const nsAutoLock lock(mMutex);
     if (Readable() == 0 && NS_FAILED(mStatus)) return mStatus;
     *aCount = static_cast<uint32_t>(std::min<uint64_t>(Readable(), UINT32_MAX));
     return NS_OK;
@@ -65,73 +64,76 @@ class Core {
   nsresult Write(bool aBlock, uint32_t aCount, const Move& aMove, uint32_t* aWritten);
   void Close(nsresult aStatus, bool aDrop);
   void WaitToRead(std::function<void()> aCall, nsIEventTarget* aTarget, uint32_t aFlags) {
-    Wait(mReader, std::move(aCall), aTarget, aFlags);
+    Wait(&Core::mReader, std::move(aCall), aTarget, aFlags);
   }
   void WaitToWrite(std::function<void()> aCall, nsIEventTarget* aTarget, uint32_t aFlags) {
-    Wait(mWriter, std::move(aCall), aTarget, aFlags);
+    Wait(&Core::mWriter, std::move(aCall), aTarget, aFlags);
   }
 
  private:
-  uint64_t Readable() const {
+  uint64_t Readable() const NS_REQUIRES(mMutex) {
     if (mDropped || mSegments.empty()) return 0;
     return (mSegments.size() - 1) * uint64_t{mSize} + mWriteOffset - mReadOffset;
   }
-  bool HasRoom() const {
+  bool HasRoom() const NS_REQUIRES(mMutex) {
     return mSegments.size() < mCount || (!mSegments.empty() && mWriteOffset < mSize);
   }
-  void Wait(Waiter& aWaiter, std::function<void()> aCall, nsIEventTarget* aTarget, uint32_t aFlags);
+  void Wait(Waiter Core::*aWaiter, std::function<void()> aCall, nsIEventTarget* aTarget,
+            uint32_t aFlags);
   /// Wakes whoever waits inside a call, and makes the calls that are due. Takes the lock off.
-  void Tell(std::unique_lock<std::mutex>& aLock);
+  void Tell(nsAutoLock<nsMutex>& aLock) NS_RELEASES(mMutex);
 
   const uint32_t mSize, mCount;
-  std::mutex mMutex;
-  std::condition_variable mChanged;
-  std::deque<std::unique_ptr<char[]>> mSegments;
-  uint32_t mReadOffset = 0;   // in the first segment
-  uint32_t mWriteOffset = 0;  // in the last segment
-  nsresult mStatus = NS_OK;   // a failure: closed, and why
-  bool mDropped = false;  // by closing the input; the memory stays, since the writer may be at it
-  Waiter mReader, mWriter;
+  nsMutex mMutex;
+  nsCondition mChanged;
+  std::deque<std::unique_ptr<char[]>> mSegments NS_GUARDED_BY(mMutex);
+  uint32_t mReadOffset NS_GUARDED_BY(mMutex) = 0;   // in the first segment
+  uint32_t mWriteOffset NS_GUARDED_BY(mMutex) = 0;  // in the last segment
+  nsresult mStatus NS_GUARDED_BY(mMutex) = NS_OK;   // a failure: closed, and why
+  // By closing the input; the memory stays, since the writer may be at it.
+  bool mDropped NS_GUARDED_BY(mMutex) = false;
+  Waiter mReader NS_GUARDED_BY(mMutex), mWriter NS_GUARDED_BY(mMutex);
 };
 
-void Core::Tell(std::unique_lock<std::mutex>& aLock) {
+// Not checked: it can't be told that aLock is of mMutex.
+void Core::Tell(nsAutoLock<nsMutex>& aLock) NS_NOT_CHECKED {
   const bool closed = NS_FAILED(mStatus);
   const auto reader = mReader.TakeIf(Readable() > 0, closed),
              writer = mWriter.TakeIf(HasRoom(), closed);
-  aLock.unlock();
-  mChanged.notify_all();
+  aLock.Unlock();
+  mChanged.NotifyAll();
   if (reader) reader();
   if (writer) writer();
 }
 
-void Core::Wait(Waiter& aWaiter, std::function<void()> aCall, nsIEventTarget* aTarget,
+void Core::Wait(Waiter Core::*aWaiter, std::function<void()> aCall, nsIEventTarget* aTarget,
                 uint32_t aFlags) {
   Waiter replaced;  // may hold the last references to things
-  std::unique_lock lock(mMutex);
-  std::swap(replaced, aWaiter);
-  aWaiter.Set(std::move(aCall), aTarget, aFlags & kWaitClosureOnly);
+  nsAutoLock lock(mMutex);
+  std::swap(replaced, this->*aWaiter);
+  (this->*aWaiter).Set(std::move(aCall), aTarget, aFlags & kWaitClosureOnly);
   Tell(lock);
 }
 
 nsresult Core::Read(bool aBlock, uint32_t aCount, const Move& aMove, uint32_t* aRead) {
   *aRead = 0;
-  std::unique_lock lock(mMutex);
+  nsAutoLock lock(mMutex);
   nsresult rv = NS_OK;
   while (*aRead < aCount) {
     if (Readable() == 0) {
       if (*aRead > 0) break;
       if (NS_FAILED(mStatus)) return mStatus == NS_BASE_STREAM_CLOSED ? NS_OK : mStatus;
       if (!aBlock) return NS_BASE_STREAM_WOULD_BLOCK;
-      mChanged.wait(lock);
+      mChanged.Wait(lock);
       continue;
     }
     const uint32_t end = mSegments.size() == 1 ? mWriteOffset : mSize;
     const uint32_t count = std::min(end - mReadOffset, aCount - *aRead);
     char* const bytes = mSegments.front().get() + mReadOffset;
-    lock.unlock();
+    lock.Unlock();
     uint32_t moved = 0;
     rv = aMove(bytes, *aRead, count, &moved);
-    lock.lock();
+    lock.Lock();
     // What the callback says is its own affair; it ends the reading.
     if (NS_FAILED(rv) || moved == 0) break;
     moved = std::min(moved, count);
@@ -148,12 +150,12 @@ nsresult Core::Read(bool aBlock, uint32_t aCount, const Move& aMove, uint32_t* a
 
 nsresult Core::Write(bool aBlock, uint32_t aCount, const Move& aMove, uint32_t* aWritten) {
   *aWritten = 0;
-  std::unique_lock lock(mMutex);
+  nsAutoLock lock(mMutex);
   while (*aWritten < aCount) {
     if (NS_FAILED(mStatus)) return mStatus;
     if (!HasRoom()) {
       if (!aBlock) break;
-      mChanged.wait(lock);
+      mChanged.Wait(lock);
       continue;
     }
     if (mSegments.empty() || mWriteOffset == mSize) {
@@ -162,22 +164,22 @@ nsresult Core::Write(bool aBlock, uint32_t aCount, const Move& aMove, uint32_t* 
     }
     const uint32_t count = std::min(mSize - mWriteOffset, aCount - *aWritten);
     char* const bytes = mSegments.back().get() + mWriteOffset;
-    lock.unlock();
+    lock.Unlock();
     uint32_t moved = 0;
     const nsresult rv = aMove(bytes, *aWritten, count, &moved);
-    lock.lock();
+    lock.Lock();
     if (NS_FAILED(rv) || moved == 0) break;
     moved = std::min(moved, count);
     *aWritten += moved;
     mWriteOffset += moved;
     Tell(lock);
-    lock.lock();
+    lock.Lock();
   }
   return aCount > 0 && *aWritten == 0 && !HasRoom() ? NS_BASE_STREAM_WOULD_BLOCK : NS_OK;
 }
 
 void Core::Close(nsresult aStatus, bool aDrop) {
-  std::unique_lock lock(mMutex);
+  nsAutoLock lock(mMutex);
   if (NS_SUCCEEDED(mStatus)) mStatus = NS_SUCCEEDED(aStatus) ? NS_BASE_STREAM_CLOSED : aStatus;
   if (aDrop) mDropped = true;
   Tell(lock);

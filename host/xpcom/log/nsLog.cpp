@@ -159,7 +159,7 @@ nsLogRegistry::nsLogRegistry()
 }
 
 nsCOMPtr<nsLogger> nsLogRegistry::Logger(std::string_view aName) {
-  const std::lock_guard lock(mMutex);
+  const nsAutoLock lock(mMutex);
   auto found = mLoggers.find(aName);
   if (found == mLoggers.end())
     found = mLoggers.emplace(aName, MakeRefCounted<nsLogger>(aName, LevelOf(aName))).first;
@@ -176,14 +176,14 @@ uint32_t nsLogRegistry::LevelOf(std::string_view aName) const {
 
 nsresult nsLogRegistry::SetLevel(std::string_view aName, uint32_t aLevel) {
   if (aLevel > kOff) return NS_ERROR_INVALID_ARG;
-  const std::lock_guard lock(mMutex);
+  const nsAutoLock lock(mMutex);
   mLevels.insert_or_assign(std::string(aName), aLevel);
   for (const auto& [name, logger] : mLoggers) logger->SetLevel(LevelOf(name));
   return NS_OK;
 }
 
 void nsLogRegistry::SetFormat(nsLogFormat aFormat) {
-  const std::lock_guard lock(mMutex);
+  const nsAutoLock lock(mMutex);
   mFormat = aFormat;
   mStandardError->set_formatter(NewFormatter(aFormat));
   if (mSink != mStandardError) mSink->set_formatter(NewFormatter(aFormat));
@@ -198,7 +198,7 @@ nsresult nsLogRegistry::SetFile(std::string_view aNativePath) {
       return NS_ERROR_FILE_ACCESS_DENIED;
     }
   }
-  const std::lock_guard lock(mMutex);
+  const nsAutoLock lock(mMutex);
   if (sink != mStandardError) sink->set_formatter(NewFormatter(mFormat));
   mSink = sink;
   return NS_OK;
@@ -207,7 +207,7 @@ nsresult nsLogRegistry::SetFile(std::string_view aNativePath) {
 void nsLogRegistry::Write(const spdlog::details::log_msg& aRecord) {
   Sink sink;
   {
-    const std::lock_guard lock(mMutex);
+    const nsAutoLock lock(mMutex);
     sink = mSink;
   }
   try {

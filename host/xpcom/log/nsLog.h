@@ -6,12 +6,12 @@
 #include <atomic>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include "nsHostLog.h"
 #include "nsILog4.h"
 #include "nsImplements.h"
+#include "nsLock.h"
 #include "nsString.h"
 
 class nsLogger final : public nsImplements<nsLogger, nsILog4Logger> {
@@ -53,14 +53,15 @@ class nsLogRegistry {
  private:
   using Sink = std::shared_ptr<spdlog::sinks::sink>;
   nsLogRegistry();
-  uint32_t LevelOf(std::string_view aName) const;
+  uint32_t LevelOf(std::string_view aName) const NS_REQUIRES(mMutex);
 
-  std::mutex mMutex;  // guards what follows; records are written outside it
-  std::map<std::string, nsCOMPtr<nsLogger>, std::less<>> mLoggers;
-  std::map<std::string, uint32_t, std::less<>> mLevels;  // the empty name is always there
-  nsLogFormat mFormat = nsLogFormat::eText;
+  nsMutex mMutex;  // guards what follows; records are written outside it
+  std::map<std::string, nsCOMPtr<nsLogger>, std::less<>> mLoggers NS_GUARDED_BY(mMutex);
+  // The empty name is always there.
+  std::map<std::string, uint32_t, std::less<>> mLevels NS_GUARDED_BY(mMutex);
+  nsLogFormat mFormat NS_GUARDED_BY(mMutex) = nsLogFormat::eText;
   const Sink mStandardError;
-  Sink mSink;
+  Sink mSink NS_GUARDED_BY(mMutex);
 };
 
 class nsLog4Service final : public nsImplements<nsLog4Service, nsILog4Service> {

@@ -8,18 +8,20 @@
 
 bool nsEventQueue::Put(nsIRunnable* aEvent) {
   {
-    const std::lock_guard lock(mMutex);
+    const nsAutoLock lock(mMutex);
     if (mClosed) return false;
     mEvents.emplace_back(aEvent);
   }
-  mChanged.notify_one();
+  mChanged.NotifyOne();
   return true;
 }
 
 nsCOMPtr<nsIRunnable> nsEventQueue::Take(bool aMayWait, const bool* aUntil) {
-  std::unique_lock lock(mMutex);
+  nsAutoLock lock(mMutex);
   if (aMayWait) {
-    mChanged.wait(lock, [&] { return !mEvents.empty() || (aUntil ? *aUntil : mClosed); });
+    mChanged.Wait(lock, [&]() NS_REQUIRES(mMutex) {
+      return !mEvents.empty() || (aUntil ? *aUntil : mClosed);
+    });
   }
   if (mEvents.empty() || (aUntil && *aUntil)) return nullptr;
   auto event = std::move(mEvents.front());
@@ -29,23 +31,23 @@ nsCOMPtr<nsIRunnable> nsEventQueue::Take(bool aMayWait, const bool* aUntil) {
 
 void nsEventQueue::Wake(bool* aFlag) {
   // Notified under the lock: the flag may be gone as soon as its owner has seen it.
-  const std::lock_guard lock(mMutex);
+  const nsAutoLock lock(mMutex);
   *aFlag = true;
-  mChanged.notify_one();
+  mChanged.NotifyOne();
 }
 
 bool nsEventQueue::IsSet(const bool* aFlag) {
-  const std::lock_guard lock(mMutex);
+  const nsAutoLock lock(mMutex);
   return *aFlag;
 }
 
 bool nsEventQueue::HasEvents() {
-  const std::lock_guard lock(mMutex);
+  const nsAutoLock lock(mMutex);
   return !mEvents.empty();
 }
 
 bool nsEventQueue::CloseIfEmpty() {
-  const std::lock_guard lock(mMutex);
+  const nsAutoLock lock(mMutex);
   if (!mEvents.empty()) return false;
   mClosed = true;
   return true;
@@ -53,7 +55,7 @@ bool nsEventQueue::CloseIfEmpty() {
 
 void nsEventQueue::Close() {
   std::deque<nsCOMPtr<nsIRunnable>> dropped;  // dies after the lock: destructors may dispatch
-  const std::lock_guard lock(mMutex);
+  const nsAutoLock lock(mMutex);
   mClosed = true;
   dropped.swap(mEvents);
 }
@@ -156,17 +158,17 @@ nsresult nsThread::Start(uint32_t aStackSize) {
     Release();
     return NS_ERROR_OUT_OF_MEMORY;
   }
-  std::unique_lock lock(mStartMutex);
-  mStarted.wait(lock, [this] { return mPRThread != nullptr; });
+  nsAutoLock lock(mStartMutex);
+  mStarted.Wait(lock, [this]() { return mPRThread != nullptr; });
   return NS_OK;
 }
 
 void nsThread::Main(void* aSelf) {
   auto* self = static_cast<nsThread*>(aSelf);
   {
-    const std::lock_guard lock(self->mStartMutex);
+    const nsAutoLock lock(self->mStartMutex);
     self->Adopt();
-    self->mStarted.notify_one();
+    self->mStarted.NotifyOne();
   }
   self->Release();  // the holder has its own
   while (!self->mStopping) (void)self->ProcessOne(true, nullptr);
@@ -271,7 +273,7 @@ nsresult nsThread::ProcessNextEvent(bool aMayWait, bool* aResult) {
 }
 
 nsCOMPtr<nsIThreadObserver> nsThread::Observer() {
-  const std::lock_guard lock(mObserverMutex);
+  const nsAutoLock lock(mObserverMutex);
   return mObserver;
 }
 
@@ -283,7 +285,7 @@ nsresult nsThread::GetObserver(nsIThreadObserver** aObserver) {
 
 nsresult nsThread::SetObserver(nsIThreadObserver* aObserver) {
   nsCOMPtr<nsIThreadObserver> observer = aObserver;  // the old one dies after the lock
-  const std::lock_guard lock(mObserverMutex);
+  const nsAutoLock lock(mObserverMutex);
   mObserver.swap(observer);
   return NS_OK;
 }

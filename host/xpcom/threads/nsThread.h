@@ -1,10 +1,8 @@
 // A thread with an event queue, and the queue of one.
 #pragma once
 
-#include <condition_variable>
 #include <deque>
 #include <functional>
-#include <mutex>
 #include <vector>
 
 #include "nsCOMPtr.h"
@@ -12,6 +10,7 @@
 #include "nsIThreadInternal.h"
 #include "nsIThreadObserver.h"
 #include "nsImplements.h"
+#include "nsLock.h"
 
 /// First in, first out. Many put, the owner takes.
 class nsEventQueue {
@@ -31,10 +30,10 @@ class nsEventQueue {
   void Close();
 
  private:
-  std::mutex mMutex;
-  std::condition_variable mChanged;
-  std::deque<nsCOMPtr<nsIRunnable>> mEvents;
-  bool mClosed = false;
+  nsMutex mMutex;
+  nsCondition mChanged;
+  std::deque<nsCOMPtr<nsIRunnable>> mEvents NS_GUARDED_BY(mMutex);
+  bool mClosed NS_GUARDED_BY(mMutex) = false;
 };
 
 /// One for the main thread, one for each thread that the thread manager made, and one for each
@@ -99,8 +98,8 @@ class nsThread final : public nsImplements<nsThread, nsIThreadInternal> {
 
   const Kind mKind;
   nsEventQueue mQueue;
-  std::mutex mStartMutex;
-  std::condition_variable mStarted;
+  nsMutex mStartMutex;
+  nsCondition mStarted;
   PRThread* mPRThread = nullptr;
   std::atomic<bool> mShutdownAsked{false};
   nsCOMPtr<nsThread>
@@ -109,8 +108,8 @@ class nsThread final : public nsImplements<nsThread, nsIThreadInternal> {
   bool mStopping = false;  // this and the next: only on this thread
   uint32_t mDepth = 0;
   std::vector<nsCOMPtr<nsIThreadObserver>> mObservers;
-  std::mutex mObserverMutex;
-  nsCOMPtr<nsIThreadObserver> mObserver;
+  nsMutex mObserverMutex;
+  nsCOMPtr<nsIThreadObserver> mObserver NS_GUARDED_BY(mObserverMutex);
 };
 
 /// Gives aPut an event that runs aEvent elsewhere, and runs events of the calling thread until that

@@ -11,7 +11,7 @@ nsThreadManager& nsThreadManager::get() {
 }
 
 nsresult nsThreadManager::Init() {
-  const std::lock_guard lock(mMutex);
+  const nsAutoLock lock(mMutex);
   if (mRunning) return NS_ERROR_ALREADY_INITIALIZED;
   mMain = MakeRefCounted<nsThread>(nsThread::Kind::eMain);
   mMain->Adopt();
@@ -22,28 +22,30 @@ nsresult nsThreadManager::Init() {
 }
 
 void nsThreadManager::Shutdown() {
+  nsCOMPtr<nsThread> main;
   {
-    const std::lock_guard lock(mMutex);
+    const nsAutoLock lock(mMutex);
     if (!mRunning) return;
     mRunning = false;
+    main = mMain;
   }
   nsTimers::get().Shutdown();
   // What runs meanwhile can't make threads, but may shut some down itself.
   while (true) {
     nsCOMPtr<nsThread> thread;
     {
-      const std::lock_guard lock(mMutex);
+      const nsAutoLock lock(mMutex);
       if (!mMade.empty()) thread = mMade.back();
     }
     if (!thread) break;
     if (NS_FAILED(thread->Shutdown())) Forget(thread.get());  // another thread is at it already
   }
-  mMain->Finish();
+  main->Finish();
 }
 
 void nsThreadManager::Forget(nsThread* aThread) {
   nsCOMPtr<nsThread> last = aThread;
-  const std::lock_guard lock(mMutex);
+  const nsAutoLock lock(mMutex);
   std::erase(mMade, last);
 }
 
@@ -56,7 +58,7 @@ nsresult nsThreadManager::QueryInterface(const nsIID& aIID, void** aResult) {
 nsresult nsThreadManager::NewThread(uint32_t /*aCreationFlags*/, uint32_t aStackSize,
                                     nsIThread** aResult) {
   if (!aResult) return NS_ERROR_NULL_POINTER;
-  const std::lock_guard lock(mMutex);
+  const nsAutoLock lock(mMutex);
   if (!mRunning) return NS_ERROR_NOT_INITIALIZED;
   auto thread = MakeRefCounted<nsThread>(nsThread::Kind::eMade);
   const nsresult rv = thread->Start(aStackSize);
@@ -76,7 +78,7 @@ nsresult nsThreadManager::GetThreadFromPRThread(PRThread* aPRThread, nsIThread**
   if (is(nsThread::Current())) {
     found = nsThread::Current();
   } else {
-    const std::lock_guard lock(mMutex);
+    const nsAutoLock lock(mMutex);
     const auto made =
         std::find_if(mMade.begin(), mMade.end(), [&](auto& aMade) { return is(aMade.get()); });
     if (made != mMade.end())
@@ -90,7 +92,7 @@ nsresult nsThreadManager::GetThreadFromPRThread(PRThread* aPRThread, nsIThread**
 
 nsresult nsThreadManager::GetMainThread(nsIThread** aMainThread) {
   if (!aMainThread) return NS_ERROR_NULL_POINTER;
-  const std::lock_guard lock(mMutex);
+  const nsAutoLock lock(mMutex);
   if (!mMain) return NS_ERROR_NOT_INITIALIZED;
   nsCOMPtr(mMain).forget(aMainThread);
   return NS_OK;

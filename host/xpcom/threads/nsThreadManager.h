@@ -1,10 +1,10 @@
 // The thread manager, "@mozilla.org/thread-manager;1".
 #pragma once
 
-#include <mutex>
 #include <vector>
 
 #include "nsIThreadManager.h"
+#include "nsLock.h"
 #include "nsThread.h"
 
 /// The one thread manager. Any thread, but for Init and Shutdown.
@@ -39,9 +39,10 @@ class nsThreadManager final : public nsIThreadManager {
   nsresult GetIsCycleCollectorThread(bool* aIsCycleCollectorThread) override;
 
  private:
-  std::mutex mMutex;  // guards the next three
-  bool mRunning = false;
-  nsCOMPtr<nsThread> mMain;  // stays until the next Init, so that late questions are answered
-  std::vector<nsCOMPtr<nsThread>> mMade;
+  nsMutex mMutex;  // guards the next three
+  bool mRunning NS_GUARDED_BY(mMutex) = false;
+  // Stays until the next Init, so that late questions are answered.
+  nsCOMPtr<nsThread> mMain NS_GUARDED_BY(mMutex);
+  std::vector<nsCOMPtr<nsThread>> mMade NS_GUARDED_BY(mMutex);
   std::atomic<nsThread*> mMainThread{nullptr};  // mMain, for comparison without the lock
 };

@@ -17,7 +17,7 @@ nsresult nsWorkerThreads::Put(nsIRunnable* aEvent) {
   Threads ended;  // joined without the lock, which they may still hold
   nsresult rv = NS_OK;
   {
-    const std::lock_guard lock(mMutex);
+    const nsAutoLock lock(mMutex);
     if (mClosed) return NS_ERROR_UNEXPECTED;
     ended.swap(mEnded);
     if (mIdle <= mEvents.size() && mThreads.size() < mLimit) {
@@ -30,7 +30,7 @@ nsresult nsWorkerThreads::Put(nsIRunnable* aEvent) {
     }
     if (NS_SUCCEEDED(rv)) {
       mEvents.emplace_back(aEvent);
-      mChanged.notify_one();
+      mChanged.NotifyOne();
     }
   }
   return rv;
@@ -40,40 +40,44 @@ bool nsWorkerThreads::IsOnOne() const { return tPool == this; }
 
 void nsWorkerThreads::Main(Threads::iterator aSelf) {
   tPool = this;
-  std::unique_lock lock(mMutex);
+  nsAutoLock lock(mMutex);
   while (true) {
     ++mIdle;
-    mChanged.wait_for(lock, kIdleTime, [this] { return !mEvents.empty() || mClosed; });
+    mChanged.WaitFor(lock, kIdleTime,
+                     [this]() NS_REQUIRES(mMutex) { return !mEvents.empty() || mClosed; });
     --mIdle;
     if (mEvents.empty()) break;
     auto event = std::move(mEvents.front());
     mEvents.pop_front();
-    lock.unlock();
+    lock.Unlock();
     (void)event->Run();
     event = nullptr;
-    lock.lock();
+    lock.Lock();
   }
   mEnded.splice(mEnded.end(), mThreads, aSelf);
-  mEndedOne.notify_one();
+  mEndedOne.NotifyOne();
   if (mThreads.empty() && mCloser) mCloser->Wake(&mAllEnded);
 }
 
 void nsWorkerThreads::Shutdown() {
+  nsCOMPtr<nsThread> closer;
   {
-    const std::lock_guard lock(mMutex);
+    const nsAutoLock lock(mMutex);
     if (mClosed) return;
     mClosed = true;
-    mChanged.notify_all();
-    mCloser = nsThread::CurrentOrNew();
+    mChanged.NotifyAll();
+    closer = mCloser = nsThread::CurrentOrNew();
     mAllEnded = mThreads.empty();
   }
-  if (mCloser) {
-    mCloser->RunUntil(&mAllEnded);
+  if (closer) {
+    closer->RunUntil(&mAllEnded);
   } else {  // the calling thread is at its end and has no events
-    std::unique_lock lock(mMutex);
-    mEndedOne.wait(lock, [this] { return mThreads.empty(); });
+    nsAutoLock lock(mMutex);
+    mEndedOne.Wait(lock, [this]() NS_REQUIRES(mMutex) { return mThreads.empty(); });
   }
-  mEnded.clear();
+  Threads ended;  // joined without the lock, which they may still hold
+  const nsAutoLock lock(mMutex);
+  ended.swap(mEnded);
   mCloser = nullptr;
 }
 

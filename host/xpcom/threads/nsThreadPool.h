@@ -1,16 +1,15 @@
 // A few threads that share the work given to them, "@vorel/vorelthreadpool;1".
 #pragma once
 
-#include <condition_variable>
 #include <deque>
 #include <list>
-#include <mutex>
 
 #include "nsCOMPtr.h"
 #include "nsIEventTarget.h"
 #include "nsIObserver.h"
 #include "nsIRunnable.h"
 #include "nsImplements.h"
+#include "nsLock.h"
 #include "nsNamedThread.h"
 
 class nsThread;
@@ -40,14 +39,14 @@ class nsWorkerThreads {
 
   const char* const mName;
   const uint32_t mLimit;
-  std::mutex mMutex;  // guards the rest
-  std::condition_variable mChanged, mEndedOne;
-  std::deque<nsCOMPtr<nsIRunnable>> mEvents;
-  Threads mThreads;
-  Threads mEnded;  // joined when they are let go
-  size_t mIdle = 0;
-  bool mClosed = false;
-  nsCOMPtr<nsThread> mCloser;  // waits for the last thread, by the flag
+  nsMutex mMutex;  // guards the rest
+  nsCondition mChanged, mEndedOne;
+  std::deque<nsCOMPtr<nsIRunnable>> mEvents NS_GUARDED_BY(mMutex);
+  Threads mThreads NS_GUARDED_BY(mMutex);
+  Threads mEnded NS_GUARDED_BY(mMutex);  // joined when they are let go
+  size_t mIdle NS_GUARDED_BY(mMutex) = 0;
+  bool mClosed NS_GUARDED_BY(mMutex) = false;
+  nsCOMPtr<nsThread> mCloser NS_GUARDED_BY(mMutex);  // waits for the last thread, by the flag
   bool mAllEnded = false;
 };
 

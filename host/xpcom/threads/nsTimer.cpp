@@ -32,19 +32,21 @@ struct nsTimers::Firing {
     const auto event = NS_NewRunnable([link = mLink, generation = mGeneration] {
       nsCOMPtr<nsTimer> timer;
       {
-        const std::lock_guard lock(nsTimers::get().mMutex);
+        const nsAutoLock lock(nsTimers::sMutex);
         if (link->mTimer) timer = link->mTimer->StrongIfAlive();
       }
       if (timer) timer->Fire(generation);
     });
     if (NS_SUCCEEDED(mTarget->Dispatch(event.get(), aFlags))) return;
     nsTimer::Callback dropped;
-    const std::lock_guard lock(nsTimers::get().mMutex);
+    const nsAutoLock lock(nsTimers::sMutex);
     if (!mLink->mTimer || mLink->mTimer->mGeneration != mGeneration) return;
     nsTimers::get().Disarm(mLink->mTimer);
     dropped.swap(mLink->mTimer->mCallback);
   }
 };
+
+nsMutex nsTimers::sMutex;
 
 nsTimers& nsTimers::get() {
   static nsTimers sTimers;
@@ -52,21 +54,21 @@ nsTimers& nsTimers::get() {
 }
 
 void nsTimers::Start() {
-  const std::lock_guard lock(mMutex);
+  const nsAutoLock lock(sMutex);
   mRunning = true;
 }
 
 void nsTimers::Shutdown() {
   std::vector<nsTimer::Callback> dropped;
   {
-    const std::lock_guard lock(mMutex);
+    const nsAutoLock lock(sMutex);
     mRunning = false;
     while (!mArmed.empty()) {
       nsTimer* const timer = mArmed.begin()->second;
       dropped.push_back(std::exchange(timer->mCallback, {}));
       Disarm(timer);
     }
-    mChanged.notify_one();
+    mChanged.NotifyOne();
   }
   mThread.Join();
 }
@@ -74,26 +76,26 @@ void nsTimers::Shutdown() {
 int64_t nsTimers::NowLocked() const { return mVirtual ? mVirtualNow : SystemNow() + mOffset; }
 
 int64_t nsTimers::Now() {
-  const std::lock_guard lock(mMutex);
+  const nsAutoLock lock(sMutex);
   return NowLocked();
 }
 
 void nsTimers::UseVirtual(bool aVirtual) {
-  const std::lock_guard lock(mMutex);
+  const nsAutoLock lock(sMutex);
   if (aVirtual == mVirtual) return;
   if (aVirtual)
     mVirtualNow = NowLocked();
   else
     mOffset = mVirtualNow - SystemNow();
   mVirtual = aVirtual;
-  mChanged.notify_one();
+  mChanged.NotifyOne();
 }
 
 void nsTimers::Advance(uint32_t aMilliseconds) {
   const auto self = nsThread::CurrentOrNew();
   int64_t end;
   {
-    const std::lock_guard lock(mMutex);
+    const nsAutoLock lock(sMutex);
     if (!mVirtual) return;
     end = mVirtualNow + aMilliseconds * kMicrosecondsPerMillisecond;
   }
@@ -101,7 +103,7 @@ void nsTimers::Advance(uint32_t aMilliseconds) {
     self->ProcessPending();
     Firing firing;
     {
-      const std::lock_guard lock(mMutex);
+      const nsAutoLock lock(sMutex);
       if (!TakeDue(end, &firing)) {
         mVirtualNow = end;
         break;
@@ -120,7 +122,7 @@ void nsTimers::Arm(nsTimer* aTimer, int64_t aDeadline) {
   Disarm(aTimer);
   aTimer->mPlace = mArmed.emplace(aDeadline, aTimer);
   aTimer->mIsArmed = true;
-  if (aTimer->mPlace == mArmed.begin()) mChanged.notify_one();
+  if (aTimer->mPlace == mArmed.begin()) mChanged.NotifyOne();
 }
 
 void nsTimers::Disarm(nsTimer* aTimer) {
@@ -141,24 +143,24 @@ bool nsTimers::TakeDue(int64_t aTime, Firing* aFiring) {
 }
 
 void nsTimers::Main() {
-  std::unique_lock lock(mMutex);
+  nsAutoLock lock(sMutex);
   while (mRunning) {
     if (mVirtual || mArmed.empty()) {
-      mChanged.wait(lock);
+      mChanged.Wait(lock);
       continue;
     }
     const int64_t now = NowLocked();
     const int64_t wait = mArmed.begin()->first - now;
     if (wait > 0) {
-      mChanged.wait_for(lock, std::chrono::microseconds(wait));
+      mChanged.WaitFor(lock, std::chrono::microseconds(wait));
       continue;
     }
     Firing firing;
     (void)TakeDue(now, &firing);
-    lock.unlock();
+    lock.Unlock();
     firing.Send(nsIEventTarget::DISPATCH_NORMAL);
     firing = {};
-    lock.lock();
+    lock.Lock();
   }
 }
 
@@ -169,7 +171,7 @@ const nsClassInfoRecord nsTimer::kClassInfo = {NS_ClassInterfaces<nsITimer>, nul
 nsTimer::nsTimer() : mLink(std::make_shared<Link>(Link{this})), mTarget(nsThread::CurrentOrNew()) {}
 
 nsTimer::~nsTimer() {
-  const std::lock_guard lock(nsTimers::get().mMutex);
+  const nsAutoLock lock(nsTimers::sMutex);
   nsTimers::get().Disarm(this);
   mLink->mTimer = nullptr;
 }
@@ -199,7 +201,7 @@ nsCOMPtr<nsTimer> nsTimer::StrongIfAlive() {
 nsresult nsTimer::InitCommon(Callback aCallback, void* aClosure, uint32_t aDelay, uint32_t aType) {
   if (aType > TYPE_REPEATING_PRECISE_CAN_SKIP) return NS_ERROR_INVALID_ARG;
   nsTimers& timers = nsTimers::get();
-  const std::lock_guard lock(timers.mMutex);  // aCallback, with what was set before, dies after it
+  const nsAutoLock lock(nsTimers::sMutex);  // aCallback, with what was set before, dies after it
   if (!timers.mRunning || !mTarget) return NS_ERROR_NOT_INITIALIZED;
   if (!timers.EnsureThread()) return NS_ERROR_OUT_OF_MEMORY;
   mCallback.swap(aCallback);
@@ -229,7 +231,7 @@ nsresult nsTimer::InitWithCallback(nsITimerCallback* aCallback, uint32_t aDelay,
 
 nsresult nsTimer::Cancel() {
   Callback dropped;
-  const std::lock_guard lock(nsTimers::get().mMutex);
+  const nsAutoLock lock(nsTimers::sMutex);
   nsTimers::get().Disarm(this);
   ++mGeneration;
   mCallback.swap(dropped);
@@ -245,7 +247,7 @@ void nsTimer::Fire(uint32_t aGeneration) {
   Callback callback;
   void* closure;
   {
-    const std::lock_guard lock(timers.mMutex);
+    const nsAutoLock lock(nsTimers::sMutex);
     if (mGeneration != aGeneration) return;
     callback = mCallback;
     closure = mClosure;
@@ -253,7 +255,7 @@ void nsTimer::Fire(uint32_t aGeneration) {
   Call(callback, closure);
 
   Callback dropped;
-  const std::lock_guard lock(timers.mMutex);
+  const nsAutoLock lock(nsTimers::sMutex);
   if (mGeneration != aGeneration || !timers.mRunning) return;
   if (mType == TYPE_ONE_SHOT) {
     mCallback.swap(dropped);
@@ -278,14 +280,14 @@ void nsTimer::Call(const Callback& aCallback, void* aClosure) {
 
 nsresult nsTimer::GetDelay(uint32_t* aDelay) {
   if (!aDelay) return NS_ERROR_NULL_POINTER;
-  const std::lock_guard lock(nsTimers::get().mMutex);
+  const nsAutoLock lock(nsTimers::sMutex);
   *aDelay = mDelay;
   return NS_OK;
 }
 
 nsresult nsTimer::SetDelay(uint32_t aDelay) {
   nsTimers& timers = nsTimers::get();
-  const std::lock_guard lock(timers.mMutex);
+  const nsAutoLock lock(nsTimers::sMutex);
   if (mType == TYPE_ONE_SHOT && std::holds_alternative<std::monostate>(mCallback))
     return NS_ERROR_NOT_INITIALIZED;
   mDelay = aDelay;
@@ -295,28 +297,28 @@ nsresult nsTimer::SetDelay(uint32_t aDelay) {
 
 nsresult nsTimer::GetType(uint32_t* aType) {
   if (!aType) return NS_ERROR_NULL_POINTER;
-  const std::lock_guard lock(nsTimers::get().mMutex);
+  const nsAutoLock lock(nsTimers::sMutex);
   *aType = mType;
   return NS_OK;
 }
 
 nsresult nsTimer::SetType(uint32_t aType) {
   if (aType > TYPE_REPEATING_PRECISE_CAN_SKIP) return NS_ERROR_INVALID_ARG;
-  const std::lock_guard lock(nsTimers::get().mMutex);
+  const nsAutoLock lock(nsTimers::sMutex);
   mType = aType;
   return NS_OK;
 }
 
 nsresult nsTimer::GetClosure(void** aClosure) {
   if (!aClosure) return NS_ERROR_NULL_POINTER;
-  const std::lock_guard lock(nsTimers::get().mMutex);
+  const nsAutoLock lock(nsTimers::sMutex);
   *aClosure = mClosure;
   return NS_OK;
 }
 
 nsresult nsTimer::GetCallback(nsITimerCallback** aCallback) {
   if (!aCallback) return NS_ERROR_NULL_POINTER;
-  const std::lock_guard lock(nsTimers::get().mMutex);
+  const nsAutoLock lock(nsTimers::sMutex);
   const auto* callback = std::get_if<nsCOMPtr<nsITimerCallback>>(&mCallback);
   (callback ? nsCOMPtr(*callback) : nullptr).forget(aCallback);
   return NS_OK;
@@ -324,7 +326,7 @@ nsresult nsTimer::GetCallback(nsITimerCallback** aCallback) {
 
 nsresult nsTimer::GetTarget(nsIEventTarget** aTarget) {
   if (!aTarget) return NS_ERROR_NULL_POINTER;
-  const std::lock_guard lock(nsTimers::get().mMutex);
+  const nsAutoLock lock(nsTimers::sMutex);
   nsCOMPtr(mTarget).forget(aTarget);
   return NS_OK;
 }
@@ -332,7 +334,7 @@ nsresult nsTimer::GetTarget(nsIEventTarget** aTarget) {
 nsresult nsTimer::SetTarget(nsIEventTarget* aTarget) {
   nsCOMPtr<nsIEventTarget> target = aTarget;
   if (!target) target = nsThread::CurrentOrNew();
-  const std::lock_guard lock(nsTimers::get().mMutex);
+  const nsAutoLock lock(nsTimers::sMutex);
   if (!std::holds_alternative<std::monostate>(mCallback)) return NS_ERROR_ALREADY_INITIALIZED;
   mTarget.swap(target);
   return NS_OK;

@@ -2,10 +2,8 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <variant>
 
 #include "nsCOMPtr.h"
@@ -14,6 +12,7 @@
 #include "nsITimer.h"
 #include "nsITimerCallback.h"
 #include "nsImplements.h"
+#include "nsLock.h"
 #include "nsNamedThread.h"
 
 class nsTimer;
@@ -43,24 +42,24 @@ class nsTimers {
   /// A timer on its way to its thread. The timer may die meanwhile.
   struct Firing;
 
-  int64_t NowLocked() const;
+  int64_t NowLocked() const NS_REQUIRES(sMutex);
   /// False when the system gives no more threads.
-  bool EnsureThread();
-  void Arm(nsTimer* aTimer, int64_t aDeadline);
-  void Disarm(nsTimer* aTimer);
+  bool EnsureThread() NS_REQUIRES(sMutex);
+  void Arm(nsTimer* aTimer, int64_t aDeadline) NS_REQUIRES(sMutex);
+  void Disarm(nsTimer* aTimer) NS_REQUIRES(sMutex);
   /// Takes the first timer that is due at a time, which becomes the present one where time is
   /// virtual.
-  bool TakeDue(int64_t aTime, Firing* aFiring);
+  bool TakeDue(int64_t aTime, Firing* aFiring) NS_REQUIRES(sMutex);
   void Main();
 
-  std::mutex mMutex;
-  std::condition_variable mChanged;
-  Deadlines mArmed;
+  static nsMutex sMutex;
+  nsCondition mChanged;
+  Deadlines mArmed NS_GUARDED_BY(sMutex);
   nsNamedThread mThread;  // runs since the first timer was armed
-  bool mRunning = false;
-  bool mVirtual = false;
-  int64_t mVirtualNow = 0;
-  int64_t mOffset = 0;  // of our clock to the system's, left by virtual time
+  bool mRunning NS_GUARDED_BY(sMutex) = false;
+  bool mVirtual NS_GUARDED_BY(sMutex) = false;
+  int64_t mVirtualNow NS_GUARDED_BY(sMutex) = 0;
+  int64_t mOffset NS_GUARDED_BY(sMutex) = 0;  // of our clock to the system's, left by virtual time
 };
 
 /// One timer. Any thread may call it; the callback runs on the target, by default the thread that
@@ -111,7 +110,7 @@ class nsTimer final : public nsImplements<nsTimer, nsITimer> {
                                 nsTimerCallbackFunc>;
   /// Outlives the timer: a firing that comes late finds null.
   struct Link {
-    nsTimer* mTimer;
+    nsTimer* mTimer NS_GUARDED_BY(nsTimers::sMutex);
   };
 
   ~nsTimer() override;
@@ -120,17 +119,18 @@ class nsTimer final : public nsImplements<nsTimer, nsITimer> {
   nsCOMPtr<nsTimer> StrongIfAlive();
   void Fire(uint32_t aGeneration);
   void Call(const Callback& aCallback, void* aClosure);
-  int64_t DelayTime() const;
+  int64_t DelayTime() const NS_REQUIRES(nsTimers::sMutex);
 
   std::atomic<nsrefcnt> mCount{0};
   const std::shared_ptr<Link> mLink;
-  nsCOMPtr<nsIEventTarget> mTarget;
-  Callback mCallback;
-  void* mClosure = nullptr;
-  uint32_t mDelay = 0;
-  uint32_t mType = TYPE_ONE_SHOT;
-  uint32_t mGeneration = 0;  // counts Init and Cancel: a firing of an earlier one calls nothing
-  int64_t mDue = 0;          // of the last firing
-  bool mIsArmed = false;
-  nsTimers::Deadlines::iterator mPlace;  // while armed
+  nsCOMPtr<nsIEventTarget> mTarget NS_GUARDED_BY(nsTimers::sMutex);
+  Callback mCallback NS_GUARDED_BY(nsTimers::sMutex);
+  void* mClosure NS_GUARDED_BY(nsTimers::sMutex) = nullptr;
+  uint32_t mDelay NS_GUARDED_BY(nsTimers::sMutex) = 0;
+  uint32_t mType NS_GUARDED_BY(nsTimers::sMutex) = TYPE_ONE_SHOT;
+  // Counts Init and Cancel: a firing of an earlier one calls nothing.
+  uint32_t mGeneration NS_GUARDED_BY(nsTimers::sMutex) = 0;
+  int64_t mDue NS_GUARDED_BY(nsTimers::sMutex) = 0;  // of the last firing
+  bool mIsArmed NS_GUARDED_BY(nsTimers::sMutex) = false;
+  nsTimers::Deadlines::iterator mPlace NS_GUARDED_BY(nsTimers::sMutex);  // while armed
 };

@@ -8,15 +8,14 @@
 // bytes live until both have let go of it.
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <utility>
 
 #include "nsError.h"
+#include "nsLock.h"
 
 /// The event of an operation, and what comes of it. Any thread. One operation at a time.
 class nsOverlapped {
@@ -25,14 +24,14 @@ class nsOverlapped {
 
   /// The event is not signalled until an operation ends. [ResetEvent]
   void Reset() {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     mSignalled = false;
   }
 
   /// Waits without limit for the event. False once it is closed. [WaitForSingleObject]
   bool Wait() {
-    std::unique_lock lock(mLock);
-    Until(lock, [this] { return mSignalled || mClosed; });
+    nsAutoLock lock(mLock);
+    Until(lock, [this]() NS_REQUIRES(mLock) { return mSignalled || mClosed; });
     return !mClosed;
   }
 
@@ -40,8 +39,8 @@ class nsOverlapped {
   /// NS_ERROR_IN_PROGRESS when it goes on, and aWait is false; NS_ERROR_ABORT when the event is
   /// closed before it ends. [GetOverlappedResult]
   nsresult GetResult(bool aWait, uint32_t* aCount) {
-    std::unique_lock lock(mLock);
-    if (aWait) Until(lock, [this] { return !mPending || mClosed; });
+    nsAutoLock lock(mLock);
+    if (aWait) Until(lock, [this]() NS_REQUIRES(mLock) { return !mPending || mClosed; });
     if (mPending) return mClosed ? NS_ERROR_ABORT : NS_ERROR_IN_PROGRESS;
     if (NS_SUCCEEDED(mResult)) *aCount = mCount;
     return mResult;
@@ -49,17 +48,17 @@ class nsOverlapped {
 
   /// The bytes of a read that went on: never written into the buffer of a call that has returned.
   std::string TakeBytes() {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     return std::exchange(mBytes, {});
   }
 
   /// Ends every wait, now and from now on. The operation itself is ended by its port.
   /// [CloseHandle]
   void Close() {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     mClosed = true;
     mCarryOut = nullptr;
-    mChanged.notify_all();
+    mChanged.NotifyAll();
   }
 
   // ---- For the one who carries out
@@ -67,7 +66,7 @@ class nsOverlapped {
   /// An operation goes on from here. With aCarryOut it is carried out by the first who waits, on
   /// that thread: aCarryOut returns after it has called End.
   void Begin(std::function<void()> aCarryOut = nullptr) {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     mSignalled = false;
     mPending = true;
     mCarryOut = std::move(aCarryOut);
@@ -75,38 +74,39 @@ class nsOverlapped {
 
   /// The operation has ended, and the event is signalled. Nothing when it has ended already.
   void End(nsresult aResult, uint32_t aCount, std::string aBytes = {}) {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     if (!mPending) return;
     mPending = false;
     mSignalled = true;
     mResult = aResult;
     mCount = aCount;
     mBytes = std::move(aBytes);
-    mChanged.notify_all();
+    mChanged.NotifyAll();
   }
 
  private:
+  // aLock is of mLock, and held again at the end.
   template <class Done>
-  void Until(std::unique_lock<std::mutex>& aLock, Done aDone) {
+  void Until(nsAutoLock<nsMutex>& aLock, Done aDone) NS_REQUIRES(mLock) NS_NOT_CHECKED {
     while (!aDone()) {
       if (const auto carryOut = std::exchange(mCarryOut, nullptr)) {
-        aLock.unlock();
+        aLock.Unlock();
         carryOut();
-        aLock.lock();
+        aLock.Lock();
       } else {
-        mChanged.wait(aLock);
+        mChanged.Wait(aLock);
       }
     }
   }
 
-  std::mutex mLock;
-  std::condition_variable mChanged;
-  bool mSignalled = false;
-  bool mPending = false;
-  bool mClosed = false;
-  std::function<void()> mCarryOut;
-  nsresult mResult = NS_OK;
-  uint32_t mCount = 0;
-  std::string mBytes;
+  nsMutex mLock;
+  nsCondition mChanged;
+  bool mSignalled NS_GUARDED_BY(mLock) = false;
+  bool mPending NS_GUARDED_BY(mLock) = false;
+  bool mClosed NS_GUARDED_BY(mLock) = false;
+  std::function<void()> mCarryOut NS_GUARDED_BY(mLock);
+  nsresult mResult NS_GUARDED_BY(mLock) = NS_OK;
+  uint32_t mCount NS_GUARDED_BY(mLock) = 0;
+  std::string mBytes NS_GUARDED_BY(mLock);
 };
 using nsOverlappedRef = std::shared_ptr<nsOverlapped>;

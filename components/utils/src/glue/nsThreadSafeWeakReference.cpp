@@ -3,34 +3,19 @@
 #include "nsDebug.h"
 #include "nsXPCOM.h"
 
-namespace {
-
-class AutoMonitor {
- public:
-  explicit AutoMonitor(PRMonitor* aMonitor) : mMonitor(aMonitor) { PR_EnterMonitor(mMonitor); }
-  ~AutoMonitor() { PR_ExitMonitor(mMonitor); }
-  AutoMonitor(const AutoMonitor&) = delete;
-  AutoMonitor& operator=(const AutoMonitor&) = delete;
-
- private:
-  PRMonitor* const mMonitor;
-};
-
-}  // namespace
-
-nsThreadSafeWeakReference::nsThreadSafeWeakReference(nsThreadSafeSupportsWeakReference* aReferent)
-    : mReferent(aReferent), mMonitor(PR_NewMonitor()) {
+nsThreadSafeWeakReference::Monitor::Monitor() : mNative(PR_NewMonitor()) {
   // Nothing could be counted without it, so this ends the process.
-  if (!mMonitor)
+  if (!mNative)
     NS_DebugBreak(NS_DEBUG_ABORT, "Can't allocate fozogam::ReentrantMonitor", nullptr, __FILE__,
                   __LINE__);
 }
 
-nsThreadSafeWeakReference::~nsThreadSafeWeakReference() { PR_DestroyMonitor(mMonitor); }
+nsThreadSafeWeakReference::nsThreadSafeWeakReference(nsThreadSafeSupportsWeakReference* aReferent)
+    : mReferent(aReferent) {}
 
 nsresult nsThreadSafeWeakReference::QueryReferent(const nsIID& aIID, void** aResult) {
   NS_ENSURE_TRUE(mReferent, NS_ERROR_NULL_POINTER);
-  AutoMonitor lock(mMonitor);
+  const nsAutoLock lock(mMonitor);
   NS_ENSURE_TRUE(mReferent, NS_ERROR_NULL_POINTER);
   return mReferent.load()->QueryInterface(aIID, aResult);
 }
@@ -39,14 +24,14 @@ nsThreadSafeSupportsWeakReference::nsThreadSafeSupportsWeakReference()
     : mProxy(MakeRefCounted<nsThreadSafeWeakReference>(this)) {}
 
 nsrefcnt nsThreadSafeSupportsWeakReference::AddRef() {
-  AutoMonitor lock(mProxy->mMonitor);
+  const nsAutoLock lock(mProxy->mMonitor);
   return static_cast<nsrefcnt>(++mRefCnt);
 }
 
 nsrefcnt nsThreadSafeSupportsWeakReference::Release() {
   {
     // The proxy is held for the time of the lock: the destructor below releases it.
-    AutoMonitor lock(mProxy->mMonitor);
+    const nsAutoLock lock(mProxy->mMonitor);
     if (--mRefCnt != 0) return static_cast<nsrefcnt>(mRefCnt);
     mRefCnt = 1;  // the destructor's own reference traffic must not come here again
     mProxy->mReferent = nullptr;

@@ -7,6 +7,7 @@
 #include "nsISupportsWeakReference.h"
 #include "nsIWeakReference.h"
 #include "nsImplements.h"
+#include "nsLock.h"
 
 class nsThreadSafeSupportsWeakReference;
 
@@ -24,11 +25,21 @@ class nsThreadSafeWeakReference final
 
  private:
   friend class nsThreadSafeSupportsWeakReference;
-  ~nsThreadSafeWeakReference() override;
+  ~nsThreadSafeWeakReference() override = default;
 
-  std::atomic<nsThreadSafeSupportsWeakReference*> mReferent;
   // Reentrant: QueryReferent queries the referent while it holds it, and that adds a reference.
-  PRMonitor* const mMonitor;
+  class NS_LOCKABLE Monitor {
+   public:
+    Monitor();
+    ~Monitor() { PR_DestroyMonitor(mNative); }
+    void Lock() NS_ACQUIRES() { PR_EnterMonitor(mNative); }
+    void Unlock() NS_RELEASES() { PR_ExitMonitor(mNative); }
+
+   private:
+    PRMonitor* const mNative;
+  };
+  Monitor mMonitor;
+  std::atomic<nsThreadSafeSupportsWeakReference*> mReferent;  // written with the monitor held
 };
 
 /// Base of objects that can be weakly referenced across threads; supplies their count. A class that
@@ -49,6 +60,6 @@ class nsThreadSafeSupportsWeakReference : public nsISupportsWeakReference {
   virtual ~nsThreadSafeSupportsWeakReference() = default;
 
  private:
-  int32_t mRefCnt = 0;
   nsCOMPtr<nsThreadSafeWeakReference> mProxy;
+  int32_t mRefCnt NS_GUARDED_BY(mProxy->mMonitor) = 0;
 };

@@ -1,19 +1,12 @@
 #include "nsEventPump.h"
 
-#include <prthread.h>
-
-#include <condition_variable>
-#include <mutex>
 #include <utility>
 
 #include "nsIEventTarget.h"
 #include "nsIRunnable.h"
 #include "nsImplements.h"
-
-namespace {
-// The system's own would be enough for waiting, but not for a source that is consumed there.
-constexpr PRUint32 kStackSize = 1 << 20;
-}  // namespace
+#include "nsLock.h"
+#include "nsNamedThread.h"
 
 /// Shared by the pump, its thread and the call under way.
 struct nsEventPump::State : std::enable_shared_from_this<State> {
@@ -35,12 +28,10 @@ struct nsEventPump::State : std::enable_shared_from_this<State> {
     std::shared_ptr<State> mState;
   };
 
-  static void Main(void* aState) {
-    State& self = *static_cast<State*>(aState);
-    (void)PR_SetCurrentThreadName(self.mName);
-    while (!self.IsStopped()) {
-      self.mSource->Wait();
-      if (self.IsStopped() || !self.Hand()) return;
+  void Main() {
+    while (!IsStopped()) {
+      mSource->Wait();
+      if (IsStopped() || !Hand()) return;
     }
   }
 
@@ -54,8 +45,8 @@ struct nsEventPump::State : std::enable_shared_from_this<State> {
     if (NS_FAILED(mTarget->Dispatch(MakeRefCounted<Call>(shared_from_this()).get(),
                                     nsIEventTarget::DISPATCH_NORMAL)))
       return false;
-    std::unique_lock lock(mLock);
-    mChanged.wait(lock, [this] { return !mIsCalled || mIsStopped; });
+    nsAutoLock lock(mLock);
+    mChanged.Wait(lock, [this]() NS_REQUIRES(mLock) { return !mIsCalled || mIsStopped; });
     return true;
   }
 
@@ -65,25 +56,25 @@ struct nsEventPump::State : std::enable_shared_from_this<State> {
   }
 
   void Set(bool State::*aFlag, bool aValue) {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     this->*aFlag = aValue;
-    mChanged.notify_all();
+    mChanged.NotifyAll();
   }
   bool IsStopped() {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     return mIsStopped;
   }
 
-  const char* mName = nullptr;
   std::shared_ptr<nsEventSource> mSource;
   nsCOMPtr<nsIEventTarget> mTarget;
   Consumed mConsumed;
-  PRThread* mThread = nullptr;
+  nsNamedThread mThread;
 
-  std::mutex mLock;  // guards what follows
-  std::condition_variable mChanged;
-  bool mIsStopped = false;
-  bool mIsCalled = false;  // a call is on its way to the target, or running there
+  nsMutex mLock;  // guards what follows
+  nsCondition mChanged;
+  bool mIsStopped NS_GUARDED_BY(mLock) = false;
+  // A call is on its way to the target, or running there.
+  bool mIsCalled NS_GUARDED_BY(mLock) = false;
 };
 
 nsEventPump::nsEventPump(std::shared_ptr<State> aState) : mState(std::move(aState)) {}
@@ -93,13 +84,12 @@ nsresult nsEventPump::Start(const char* aName, std::shared_ptr<nsEventSource> aS
                             std::unique_ptr<nsEventPump>* aResult) {
   if (!aSource) return NS_ERROR_INVALID_ARG;
   const auto state = std::make_shared<State>();
-  state->mName = aName;
   state->mSource = std::move(aSource);
   state->mTarget = aTarget;
   state->mConsumed = std::move(aConsumed);
-  state->mThread = PR_CreateThread(PR_USER_THREAD, &State::Main, state.get(), PR_PRIORITY_NORMAL,
-                                   PR_GLOBAL_THREAD, PR_JOINABLE_THREAD, kStackSize);
-  if (!state->mThread) return NS_ERROR_OUT_OF_MEMORY;
+  if (const nsresult rv = state->mThread.Start(aName, [self = state.get()] { self->Main(); });
+      NS_FAILED(rv))
+    return rv;
   aResult->reset(new nsEventPump(state));
   return NS_OK;
 }
@@ -107,5 +97,5 @@ nsresult nsEventPump::Start(const char* aName, std::shared_ptr<nsEventSource> aS
 nsEventPump::~nsEventPump() {
   mState->Set(&State::mIsStopped, true);
   mState->mSource->Wake();
-  (void)PR_JoinThread(mState->mThread);
+  mState->mThread.Join();
 }

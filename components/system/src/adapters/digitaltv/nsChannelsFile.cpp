@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <memory>
-#include <mutex>
 #include <optional>
 
 #include "nsChannelsFormat.h"
@@ -16,6 +15,7 @@
 #include "nsIMutableArray.h"
 #include "nsIProperties.h"
 #include "nsISafeOutputStream.h"
+#include "nsLock.h"
 #include "nsLogger.h"
 #include "nsServices.h"
 #include "nsString.h"
@@ -24,8 +24,8 @@ namespace {
 
 constexpr char kSafeFileOutputStream[] = "@mozilla.org/network/safe-file-output-stream;1";
 
-std::mutex gChannelsFilePathLock;
-std::string gChannelsFilePath;  ///< empty: none
+nsMutex gChannelsFilePathLock;
+std::string gChannelsFilePath NS_GUARDED_BY(gChannelsFilePathLock);  ///< empty: none
 
 constexpr const char* kSystems[] = {"dvb-s", "dvb-c", "dvb-t", "atsc"};
 
@@ -148,18 +148,18 @@ nsresult nsChannelsFile::initChannelsFilePath(uint32_t aDeliverySystem) {
   rv = directory->AppendNative(nsDependentCString("channels.conf"));
   if (NS_SUCCEEDED(rv)) rv = directory->GetNativePath(path);
   if (NS_FAILED(rv)) return NS_ERROR_FAILURE;
-  std::lock_guard lock(gChannelsFilePathLock);
+  nsAutoLock lock(gChannelsFilePathLock);
   gChannelsFilePath = path.view();
   return NS_OK;
 }
 
 void nsChannelsFile::DropPath() {
-  std::lock_guard lock(gChannelsFilePathLock);
+  nsAutoLock lock(gChannelsFilePathLock);
   gChannelsFilePath.clear();
 }
 
 std::string nsChannelsFile::Path() {
-  std::lock_guard lock(gChannelsFilePathLock);
+  nsAutoLock lock(gChannelsFilePathLock);
   return gChannelsFilePath;
 }
 

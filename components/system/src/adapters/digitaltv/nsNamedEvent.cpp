@@ -1,24 +1,23 @@
 #include "nsNamedEvent.h"
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <map>
-#include <mutex>
 
 #include "nsDirectShowTypes.h"
+#include "nsLock.h"
 
 struct nsNamedEvent::State {
-  std::mutex mLock;
-  std::condition_variable mChanged;
-  bool mIsSet = false;
-  uint64_t mSets = 0;  // so far
+  nsMutex mLock;
+  nsCondition mChanged;
+  bool mIsSet NS_GUARDED_BY(mLock) = false;
+  uint64_t mSets NS_GUARDED_BY(mLock) = 0;  // so far
 };
 
 nsNamedEvent::nsNamedEvent(const std::string& aName) {
-  static std::mutex sLock;
-  static std::map<std::string, std::weak_ptr<State>> sEvents;
-  std::lock_guard lock(sLock);
+  static nsMutex sLock;
+  static std::map<std::string, std::weak_ptr<State>> sEvents NS_GUARDED_BY(sLock);
+  nsAutoLock lock(sLock);
   auto& known = sEvents[aName];
   mState = known.lock();
   if (!mState) known = mState = std::make_shared<State>();
@@ -27,23 +26,24 @@ nsNamedEvent::~nsNamedEvent() = default;
 
 void nsNamedEvent::Set() {
   {
-    std::lock_guard lock(mState->mLock);
+    nsAutoLock lock(mState->mLock);
     mState->mIsSet = true;
     ++mState->mSets;
   }
-  mState->mChanged.notify_all();
+  mState->mChanged.NotifyAll();
 }
 
 void nsNamedEvent::Reset() {
-  std::lock_guard lock(mState->mLock);
+  nsAutoLock lock(mState->mLock);
   mState->mIsSet = false;
 }
 
 uint32_t nsNamedEvent::Wait(uint32_t aMilliseconds) {
-  std::unique_lock lock(mState->mLock);
+  nsAutoLock lock(mState->mLock);
   // One that is set and at once reset ends the waits that have begun.
-  const bool isSet = mState->mChanged.wait_for(
+  const bool isSet = mState->mChanged.WaitFor(
       lock, std::chrono::milliseconds(aMilliseconds),
-      [this, sets = mState->mSets] { return mState->mIsSet || mState->mSets != sets; });
+      [this, sets = mState->mSets]()
+          NS_REQUIRES(mState->mLock) { return mState->mIsSet || mState->mSets != sets; });
   return isSet ? WAIT_OBJECT_0 : WAIT_TIMEOUT;
 }

@@ -34,11 +34,11 @@ struct nsSystemBDAScanner::Run {
   }
 
   nsCOMPtr<IMpeg2Data> Data() {
-    std::lock_guard lock(mLock);
+    nsAutoLock lock(mLock);
     return mBDAData;
   }
   nsCOMPtr<IMpeg2Data> SetData(nsCOMPtr<IMpeg2Data> aData) {
-    std::lock_guard lock(mLock);
+    nsAutoLock lock(mLock);
     mBDAData.swap(aData);
     return aData;  // released by the caller, outside the lock
   }
@@ -56,8 +56,8 @@ struct nsSystemBDAScanner::Run {
 
  private:
   const int32_t mFactor;
-  std::mutex mLock;
-  nsCOMPtr<IMpeg2Data> mBDAData;
+  nsMutex mLock;
+  nsCOMPtr<IMpeg2Data> mBDAData NS_GUARDED_BY(mLock);
 };
 
 nsSystemBDAScanner::nsSystemBDAScanner() : nsSystemBDAScanner(Times()) {}
@@ -86,7 +86,7 @@ void nsSystemBDAScanner::ResetScanner() {
     mThreads.clear();
   (void)run->SetData(mRun->SetData(nullptr));
   {
-    std::lock_guard lock(mLock);
+    nsAutoLock lock(mLock);
     mRun = run;
   }
   mDoneEvent.Reset();
@@ -99,7 +99,7 @@ void nsSystemBDAScanner::SetMpeg2Data(IBaseFilter* aSections) {
 void nsSystemBDAScanner::SetData(nsCOMPtr<IMpeg2Data> aData) {
   std::shared_ptr<Run> run;
   {
-    std::lock_guard lock(mLock);
+    nsAutoLock lock(mLock);
     run = mRun;
   }
   (void)run->SetData(std::move(aData));
@@ -108,7 +108,7 @@ void nsSystemBDAScanner::SetData(nsCOMPtr<IMpeg2Data> aData) {
 void nsSystemBDAScanner::ReleaseMpeg2Data() {
   std::shared_ptr<Run> run;
   {
-    std::lock_guard lock(mLock);
+    nsAutoLock lock(mLock);
     run = mRun;
   }
   // The call in flight ends with it, where the object can do that.

@@ -3,13 +3,13 @@
 
 #include <atomic>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 #include "IMpeg2Data.h"
 #include "nsBDARecords.h"
 #include "nsCOMPtr.h"
 #include "nsILog4.h"
+#include "nsLock.h"
 #include "nsNamedEvent.h"
 #include "nsNamedThread.h"
 
@@ -80,7 +80,7 @@ class nsSystemBDAScanner {
   const nsCOMPtr<nsILog4Logger> mLog;
   nsNamedEvent mDoneEvent{"ScanningDone"};
   const bool mLongTimeouts = false;  ///< times five; nothing sets it
-  std::mutex mLock;                  ///< of the pointer mRun
+  nsMutex mLock;                     ///< of the pointer mRun
   std::shared_ptr<Run> mRun;         ///< what one frequency has
   std::vector<nsNamedThread> mThreads;
 };

@@ -72,7 +72,7 @@ nsresult nsSystemAdapterDisplayOutput::Init(const nsDisplayDevice& aCard,
 
 nsresult nsSystemAdapterDisplayOutput::Update(const nsDisplayDevice&,
                                               const nsDisplayDevice& aMonitor, bool* aModified) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   SYSTEM_LOG_DEBUG(mLogger, "Display Output Adapter update");
   mInitialized = false;
   mModes.clear();
@@ -182,7 +182,7 @@ nsresult nsSystemAdapterDisplayOutput::Change(Settings* aSettings, uint32_t aFla
 }
 
 nsresult nsSystemAdapterDisplayOutput::SetPosition(nsISystemDisplayPosition* aPosition) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   NS_ENSURE_TRUE(aPosition, NS_ERROR_INVALID_ARG);
   nsresult rv = InitOutput();
   NS_ENSURE_SUCCESS(rv, rv);
@@ -200,7 +200,7 @@ nsresult nsSystemAdapterDisplayOutput::SetPosition(nsISystemDisplayPosition* aPo
 }
 
 nsresult nsSystemAdapterDisplayOutput::SetRotation(uint32_t aRotation) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   nsresult rv = InitOutput();
   NS_ENSURE_SUCCESS(rv, rv);
   SYSTEM_LOG_DEBUG(mLogger, "Begin");
@@ -311,7 +311,7 @@ nsresult nsSystemAdapterDisplayOutput::SetPowerMode(uint32_t) { return NS_OK; }
 // ---- Getters
 
 nsresult nsSystemAdapterDisplayOutput::GetRegistered(nsISystemAdapterDisplayOutput** aRegistered) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   if (!mRegistered) {
     const nsCOMPtr<nsSystemAdapterDisplayOutput> view(new (std::nothrow)
                                                           nsSystemAdapterDisplayOutput(mPlatform));
@@ -334,12 +334,12 @@ nsresult nsSystemAdapterDisplayOutput::Get(const auto& aField, auto* aResult) {
 }
 
 nsresult nsSystemAdapterDisplayOutput::GetPowerMode(uint32_t* aPowerMode) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   return Get(mPowerMode, aPowerMode);
 }
 
 nsresult nsSystemAdapterDisplayOutput::GetPosition(nsISystemDisplayPosition** aPosition) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   nsresult rv = InitOutput();
   NS_ENSURE_SUCCESS(rv, rv);
   nsCOMPtr<nsISystemDisplayPosition> clone;
@@ -352,7 +352,7 @@ nsresult nsSystemAdapterDisplayOutput::GetPosition(nsISystemDisplayPosition** aP
 }
 
 nsresult nsSystemAdapterDisplayOutput::GetRotation(uint32_t* aRotation) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   return Get(mRotation, aRotation);
 }
 

@@ -1,11 +1,11 @@
 // A display output as an adapter: live, and as a view of what is stored.
 #pragma once
 
-#include <mutex>
 #include <vector>
 
 #include "nsISystemAdapterDisplayOutput.h"
 #include "nsImplements.h"
+#include "nsLock.h"
 #include "nsLogger.h"
 #include "nsPlatform.h"
 #include "nsPlatformDisplays.h"
@@ -80,7 +80,7 @@ class nsSystemAdapterDisplayOutput final
 
   nsCOMPtr<nsISystemAdapterDisplayOutput> mRegistered;
   bool mIsRegistered = false;
-  std::mutex mLock;  // held by the operations that may be used from any thread
+  nsMutex mLock;  // held by the operations that may be used from any thread
   bool mInitialized = false;
   uint8_t mPowerMode = 1;
   nsCOMPtr<nsISystemDisplayPosition> mPosition;

@@ -240,7 +240,7 @@ nsresult nsSystemAdapterIP::CreateIPAddress(const nsUnicastAddress& aAddress,
 // ---- The view
 
 nsresult nsSystemAdapterIP::GetRegistered(nsISystemAdapter** aRegistered) {
-  const std::lock_guard monitor(mMonitor);
+  const nsAutoLock monitor(mMonitor);
   if (!mRegistered) {
     nsCOMPtr<nsISystemAdapterIP> obj;
     nsSystemAdapterIP* view = nullptr;
@@ -271,6 +271,7 @@ nsresult nsSystemAdapterIP::GetRegistered(nsISystemAdapter** aRegistered) {
     view->mReservedCounterB = mReservedCounterB;
     view->mIgmpVersion = mIgmpVersion;
     view->mRegKey = NS_TcpipInterfaceKey(vorel::Utf16ToName(mGeneric->mSysPath.view()));
+    const nsAutoLock viewMonitor(view->mMonitor);
     view->mRegistered = obj;
     mRegistered = obj;
   }
@@ -326,7 +327,7 @@ nsresult nsSystemAdapterIP::GetMulticastAddresses(nsIArray** aMulticastAddresses
 // ---- Addresses
 
 nsresult nsSystemAdapterIP::GetDhcpv4Server(nsISystemIPv4Structure** aDhcpv4Server) {
-  const std::lock_guard monitor(mMonitor);
+  const nsAutoLock monitor(mMonitor);
   if (mIsRegistered && !mDhcpv4Server) {
     std::string text;
     if (const nsresult rv = ReadText("DhcpServer", &text); NS_FAILED(rv)) return rv;
@@ -339,7 +340,7 @@ nsresult nsSystemAdapterIP::GetDhcpv4Server(nsISystemIPv4Structure** aDhcpv4Serv
 }
 
 nsresult nsSystemAdapterIP::GetIsDhcpv4Enabled(bool* aIsDhcpv4Enabled) {
-  const std::lock_guard monitor(mMonitor);
+  const nsAutoLock monitor(mMonitor);
   *aIsDhcpv4Enabled = mDhcpv4Enabled;
   if (!mIsRegistered) return NS_OK;
   RegKey key;
@@ -353,7 +354,7 @@ nsresult nsSystemAdapterIP::GetIsDhcpv4Enabled(bool* aIsDhcpv4Enabled) {
 
 nsresult nsSystemAdapterIP::SetIsDhcpv4Enabled(bool aIsDhcpv4Enabled) {
   if (!mIsRegistered) return NS_ERROR_NOT_IMPLEMENTED;
-  const std::lock_guard monitor(mMonitor);
+  const nsAutoLock monitor(mMonitor);
   const nsresult rv =
       WriteValue(mRegKey, "EnableDHCP", Registry::kDword, NS_RegistryDword(aIsDhcpv4Enabled));
   if (NS_SUCCEEDED(rv)) mDhcpv4Enabled = aIsDhcpv4Enabled;
@@ -367,7 +368,7 @@ nsresult nsSystemAdapterIP::SetIpv4Address(nsISystemIPStructure* aAddress,
   NS_ENSURE_TRUE(aNetmask, NS_ERROR_INVALID_ARG);
   NS_ENSURE_TRUE(aGateway, NS_ERROR_INVALID_ARG);
   if (!mIsRegistered) return NS_ERROR_NOT_IMPLEMENTED;
-  const std::lock_guard monitor(mMonitor);
+  const nsAutoLock monitor(mMonitor);
   RegKey key;
   nsresult rv = OpenKey(mRegKey, Registry::kSetValue, &key);
   if (NS_FAILED(rv)) return rv;
@@ -418,7 +419,7 @@ nsresult nsSystemAdapterIP::ReadUnicastAddresses() {
 }
 
 nsresult nsSystemAdapterIP::GetUnicastAddresses(nsIArray** aUnicastAddresses) {
-  const std::lock_guard monitor(mMonitor);
+  const nsAutoLock monitor(mMonitor);
   if (mIsRegistered) {
     if (const nsresult rv = ReadUnicastAddresses(); NS_FAILED(rv)) return rv;
   }
@@ -426,7 +427,7 @@ nsresult nsSystemAdapterIP::GetUnicastAddresses(nsIArray** aUnicastAddresses) {
 }
 
 nsresult nsSystemAdapterIP::GetFirstIpv4Address(nsISystemIPAddress** aFirstIpv4Address) {
-  const std::lock_guard monitor(mMonitor);
+  const nsAutoLock monitor(mMonitor);
   if (mIsRegistered) {
     const nsresult rv = ReadUnicastAddresses();
     NS_ENSURE_SUCCESS(rv, rv);
@@ -463,7 +464,7 @@ nsresult nsSystemAdapterIP::ReadGatewayAddresses() {
 }
 
 nsresult nsSystemAdapterIP::GetGatewayAddresses(nsIArray** aGatewayAddresses) {
-  const std::lock_guard monitor(mMonitor);
+  const nsAutoLock monitor(mMonitor);
   if (mIsRegistered) {
     if (const nsresult rv = ReadGatewayAddresses(); NS_FAILED(rv)) return rv;
   }
@@ -471,7 +472,7 @@ nsresult nsSystemAdapterIP::GetGatewayAddresses(nsIArray** aGatewayAddresses) {
 }
 
 nsresult nsSystemAdapterIP::GetFirstIpv4Gateway(nsISystemIPv4Structure** aFirstIpv4Gateway) {
-  const std::lock_guard monitor(mMonitor);
+  const nsAutoLock monitor(mMonitor);
   if (mIsRegistered) (void)ReadGatewayAddresses();
   for (const auto& candidate : mGatewayAddresses) {
     if (const auto ipv4 = do_QueryInterface<nsISystemIPv4Structure>(candidate))
@@ -484,7 +485,7 @@ nsresult nsSystemAdapterIP::GetFirstIpv4Gateway(nsISystemIPv4Structure** aFirstI
 
 nsresult nsSystemAdapterIP::GetIsDnsDhcpEnabled(bool* aIsDnsDhcpEnabled) {
   if (!mIsRegistered) return NS_OK;
-  const std::lock_guard monitor(mMonitor);
+  const nsAutoLock monitor(mMonitor);
   std::vector<uint8_t> servers;
   if (const nsresult rv = ReadValue("NameServer", &servers); NS_FAILED(rv)) return rv;
   *aIsDnsDhcpEnabled = servers.size() < 2;
@@ -494,7 +495,7 @@ nsresult nsSystemAdapterIP::GetIsDnsDhcpEnabled(bool* aIsDnsDhcpEnabled) {
 nsresult nsSystemAdapterIP::SetIsDnsDhcpEnabled(bool aIsDnsDhcpEnabled) {
   if (!mIsRegistered) return NS_ERROR_NOT_IMPLEMENTED;
   if (!aIsDnsDhcpEnabled) return NS_OK;
-  const std::lock_guard monitor(mMonitor);
+  const nsAutoLock monitor(mMonitor);
   const nsresult rv = WriteValue(mRegKey, "NameServer", Registry::kString, {});
   if (NS_SUCCEEDED(rv)) SYSTEM_LOG_DEBUG(mLogger, "NameServer reset");
   return rv;
@@ -503,7 +504,7 @@ nsresult nsSystemAdapterIP::SetIsDnsDhcpEnabled(bool aIsDnsDhcpEnabled) {
 nsresult nsSystemAdapterIP::SetDns(nsISystemIPStructure* aPrimary,
                                    nsISystemIPStructure* aSecondary) {
   if (!mIsRegistered) return NS_ERROR_NOT_IMPLEMENTED;
-  const std::lock_guard monitor(mMonitor);
+  const nsAutoLock monitor(mMonitor);
   std::string servers;
   for (nsISystemIPStructure* server : {aPrimary, aSecondary}) {
     if (!server) continue;
@@ -521,7 +522,7 @@ nsresult nsSystemAdapterIP::SetDns(nsISystemIPStructure* aPrimary,
 
 nsresult nsSystemAdapterIP::GetDns(nsISystemIPStructure** aPrimary,
                                    nsISystemIPStructure** aSecondary) {
-  const std::lock_guard monitor(mMonitor);
+  const nsAutoLock monitor(mMonitor);
   if (mIsRegistered) {
     const nsresult rv = ReadDnsServers();
     NS_ENSURE_SUCCESS(rv, rv);
@@ -563,7 +564,7 @@ nsresult nsSystemAdapterIP::ReadDnsServers() {
 }
 
 nsresult nsSystemAdapterIP::GetDnsServers(nsIArray** aDnsServers) {
-  const std::lock_guard monitor(mMonitor);
+  const nsAutoLock monitor(mMonitor);
   if (mIsRegistered) {
     if (const nsresult rv = ReadDnsServers(); NS_FAILED(rv)) return rv;
   }
@@ -573,7 +574,7 @@ nsresult nsSystemAdapterIP::GetDnsServers(nsIArray** aDnsServers) {
 // ---- IGMP: the store's number is one above script's
 
 nsresult nsSystemAdapterIP::GetIgmpVersion(uint16_t* aIgmpVersion) {
-  const std::lock_guard monitor(mMonitor);
+  const nsAutoLock monitor(mMonitor);
   *aIgmpVersion = mIgmpVersion;
   if (!mIsRegistered) return NS_OK;
   mIgmpVersion = 3;
@@ -590,7 +591,7 @@ nsresult nsSystemAdapterIP::GetIgmpVersion(uint16_t* aIgmpVersion) {
 }
 
 nsresult nsSystemAdapterIP::SetIgmpVersion(uint16_t aIgmpVersion) {
-  const std::lock_guard monitor(mMonitor);
+  const nsAutoLock monitor(mMonitor);
   if (mIsRegistered) {
     const nsresult rv = WriteValue(kTcpipParametersKey, "IGMPVersion", Registry::kDword,
                                    NS_RegistryDword(uint32_t{aIgmpVersion} + 1));

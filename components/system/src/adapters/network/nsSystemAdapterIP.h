@@ -1,13 +1,12 @@
 // Network interfaces as adapters: live, and as a view of what is configured.
 #pragma once
 
-#include <mutex>
-
 #include "nsISystemAdapterIP.h"
 #include "nsISystemAdapterLAN.h"
 #include "nsISystemAdapterWLAN.h"
 #include "nsISystemAdapterWWAN.h"
 #include "nsImplements.h"
+#include "nsLock.h"
 #include "nsLogger.h"
 #include "nsPlatform.h"
 #include "nsPlatformNetwork.h"
@@ -114,11 +113,11 @@ class nsSystemAdapterIP {
 
   // In a view this points to the view, so that a view, once made, lives as long as the process:
   // whoever holds the configuration pages open keeps working when the interface goes and comes.
-  nsCOMPtr<nsISystemAdapterIP> mRegistered;
+  nsCOMPtr<nsISystemAdapterIP> mRegistered NS_GUARDED_BY(mMonitor);
   std::string mRegKey;
   // "system.ip.mMonitor": guards the store and the making of the view. Entered again by operations
   // that call others.
-  mutable std::recursive_mutex mMonitor;
+  mutable nsRecursiveMutex mMonitor;
   bool mIsRegistered = false;
   nsCOMPtr<nsISystemMACStructure> mMacAddress;
   uint16_t mIgmpVersion = 3;

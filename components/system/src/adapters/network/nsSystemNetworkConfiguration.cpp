@@ -173,7 +173,7 @@ void nsSystemNetworkConfiguration::Listen() {
   nsresult rv = mPlatform->mNetworkSettings->Listen(
       [self](nsNetworkRequest aRequest) {
         {
-          const std::lock_guard lock(self->mLock);
+          const nsAutoLock lock(self->mLock);
           self->mRequests.push_back(std::move(aRequest));
         }
         const auto handle = NS_NewRunnableMethodCaller<vorel::threads::eStrong>(
@@ -191,7 +191,7 @@ void nsSystemNetworkConfiguration::Listen() {
 void nsSystemNetworkConfiguration::HandleRequests() {
   std::vector<nsNetworkRequest> requests;
   {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     requests.swap(mRequests);
   }
   for (nsNetworkRequest& request : requests) {

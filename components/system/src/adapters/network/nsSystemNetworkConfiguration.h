@@ -3,7 +3,6 @@
 
 #include <atomic>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -18,6 +17,7 @@
 #include "nsNamedThread.h"
 #include "nsNetworkChange.h"
 #include "nsPlatform.h"
+#include "nsLock.h"
 
 inline constexpr char kNetworkConfigurationTopic[] = "network-configuration-changed";
 
@@ -91,7 +91,7 @@ class nsSystemNetworkConfiguration final
   std::string mReason;
 
   std::unique_ptr<nsEventPump> mRequestPump;
-  std::mutex mLock;
+  nsMutex mLock;
   std::vector<nsNetworkRequest> mRequests;  // guarded: those that have come
   std::vector<nsNetworkRequest> mAskers;    // those that wait for an answer
 };

@@ -46,14 +46,14 @@ nsrefcnt nsSerialStream<Direction>::Release() {
 
 template <class Direction>
 nsresult nsSerialStream<Direction>::IsNonBlocking(bool* aResult) {
-  const std::lock_guard lock(mAdapter->mMonitor);
+  const nsAutoLock lock(mAdapter->mMonitor);
   *aResult = !(mAdapter->mBlocking && mAdapter->mMode != 2);
   return NS_OK;
 }
 
 template <class Direction>
 nsresult nsSerialStream<Direction>::CloseWithStatus(nsresult aReason) {
-  const std::lock_guard lock(mAdapter->mMonitor);
+  const nsAutoLock lock(mAdapter->mMonitor);
   char text[32];
   std::snprintf(text, sizeof text, "reason = %x", static_cast<unsigned>(aReason));
   SYSTEM_LOG_DEBUG(mAdapter->mLogger, text);
@@ -69,7 +69,7 @@ nsresult nsSerialStream<Direction>::AsyncWait(Callback* aCallback, uint32_t aFla
                                               nsIEventTarget* aTarget) {
   // The one that was there is let go outside the monitor.
   nsCOMPtr<Callback> callback(aCallback);
-  const std::lock_guard lock(mAdapter->mMonitor);
+  const nsAutoLock lock(mAdapter->mMonitor);
   SYSTEM_LOG_DEBUG(mAdapter->mLogger, "Begin");
   // Nothing is triggered here, even if bytes are there: the worker's next event does that.
   if (aCallback && aTarget) {
@@ -87,7 +87,7 @@ nsresult nsSerialStream<Direction>::OnSerialReady(nsresult aCondition) {
   SYSTEM_LOG_DEBUG(mAdapter->mLogger, Direction::kReadyText);
   nsCOMPtr<Callback> callback;
   {
-    const std::lock_guard lock(mAdapter->mMonitor);
+    const nsAutoLock lock(mAdapter->mMonitor);
     const bool failedBefore = NS_FAILED(mCondition);
     if (!failedBefore) mCondition = aCondition;
     if (failedBefore || NS_FAILED(aCondition) || !(mCallbackFlags & Async::WAIT_CLOSURE_ONLY)) {
@@ -104,14 +104,14 @@ nsresult nsSerialStream<Direction>::OnSerialReady(nsresult aCondition) {
 
 template <class Direction>
 uint64_t nsSerialStream<Direction>::ByteCount() const {
-  const std::lock_guard lock(mAdapter->mMonitor);
+  const nsAutoLock lock(mAdapter->mMonitor);
   return mByteCount;
 }
 
 template <class Direction>
 nsPlatformCommPortRef nsSerialStream<Direction>::Enter(std::string_view aText, uint32_t* aMode,
                                                        nsresult* aResult) {
-  const std::lock_guard lock(mAdapter->mMonitor);
+  const nsAutoLock lock(mAdapter->mMonitor);
   SYSTEM_LOG_DEBUG(mAdapter->mLogger, aText);
   *aMode = mAdapter->mMode;
   *aResult = mCondition;
@@ -120,7 +120,7 @@ nsPlatformCommPortRef nsSerialStream<Direction>::Enter(std::string_view aText, u
 
 template <class Direction>
 nsresult nsSerialStream<Direction>::Leave(const nsPlatformCommPortRef& aHandle, int64_t aCount) {
-  const std::lock_guard lock(mAdapter->mMonitor);
+  const nsAutoLock lock(mAdapter->mMonitor);
   // One that comes back from a handle after which another was opened says nothing of that.
   const bool current = !mAdapter->mHandle || mAdapter->mHandle == aHandle;
   mAdapter->ReleaseHandle_Locked(aHandle);

@@ -88,7 +88,7 @@ nsresult nsSystemAdapterSerial::SetParameters(uint32_t aAccess, uint32_t aBaudRa
 nsresult nsSystemAdapterSerial::GetParameters(uint32_t* aAccess, uint32_t* aBaudRate,
                                               uint32_t* aCharSize, uint32_t* aParity,
                                               uint32_t* aStopBits, uint32_t* aFlowControl) {
-  const std::lock_guard lock(mMonitor);
+  const nsAutoLock lock(mMonitor);
   *aAccess = mAccess;
   *aBaudRate = mBaudRate;
   *aCharSize = mCharSize;
@@ -104,43 +104,43 @@ nsresult nsSystemAdapterSerial::GetIsBlocking(bool* aIsBlocking) {
 }
 
 nsresult nsSystemAdapterSerial::SetIsBlocking(bool aIsBlocking) {
-  const std::lock_guard lock(mMonitor);
+  const nsAutoLock lock(mMonitor);
   mBlocking = aIsBlocking;
   return NS_OK;
 }
 
 nsresult nsSystemAdapterSerial::GetReservedValue(uint32_t* aReservedValue) {
-  const std::lock_guard lock(mMonitor);
+  const nsAutoLock lock(mMonitor);
   *aReservedValue = mReservedValue;
   return NS_OK;
 }
 
 nsresult nsSystemAdapterSerial::SetReservedValue(uint32_t aReservedValue) {
-  const std::lock_guard lock(mMonitor);
+  const nsAutoLock lock(mMonitor);
   mReservedValue = aReservedValue;
   return NS_OK;
 }
 
 nsresult nsSystemAdapterSerial::GetTimeout(uint32_t* aTimeout) {
-  const std::lock_guard lock(mMonitor);
+  const nsAutoLock lock(mMonitor);
   *aTimeout = mTimeout;
   return NS_OK;
 }
 
 nsresult nsSystemAdapterSerial::SetTimeout(uint32_t aTimeout) {
-  const std::lock_guard lock(mMonitor);
+  const nsAutoLock lock(mMonitor);
   mTimeout = aTimeout;
   return NS_OK;
 }
 
 nsresult nsSystemAdapterSerial::GetMode(uint32_t* aMode) {
-  const std::lock_guard lock(mMonitor);
+  const nsAutoLock lock(mMonitor);
   *aMode = mMode;
   return NS_OK;
 }
 
 nsresult nsSystemAdapterSerial::SetMode(uint32_t aMode) {
-  const std::lock_guard lock(mMonitor);
+  const nsAutoLock lock(mMonitor);
   if (aMode != 1 && aMode != 2) return NS_ERROR_FAILURE;
   mMode = aMode;
   return NS_OK;
@@ -153,7 +153,7 @@ nsresult nsSystemAdapterSerial::EscapeLine(uint32_t aFunction) {
 }
 
 nsresult nsSystemAdapterSerial::SendBreak(uint32_t aMicroseconds) {
-  const std::lock_guard lock(mMonitor);
+  const nsAutoLock lock(mMonitor);
   NS_ENSURE_TRUE(mIsOpen, NS_ERROR_NOT_INITIALIZED);
   char text[48];
   std::snprintf(text, sizeof text, "Send BREAK for %d us", static_cast<int>(aMicroseconds));
@@ -166,7 +166,7 @@ nsresult nsSystemAdapterSerial::SendBreak(uint32_t aMicroseconds) {
 }
 
 nsresult nsSystemAdapterSerial::GetBREAK(bool* aBREAK) {
-  const std::lock_guard lock(mMonitor);
+  const nsAutoLock lock(mMonitor);
   NS_ENSURE_TRUE(mIsOpen, NS_ERROR_NOT_INITIALIZED);
   // The value and the failure: kept as it stands, callers read the one in spite of the other.
   *aBREAK = mBreak;
@@ -174,7 +174,7 @@ nsresult nsSystemAdapterSerial::GetBREAK(bool* aBREAK) {
 }
 
 nsresult nsSystemAdapterSerial::SetBREAK(bool aBREAK) {
-  const std::lock_guard lock(mMonitor);
+  const nsAutoLock lock(mMonitor);
   NS_ENSURE_TRUE(mIsOpen, NS_ERROR_NOT_INITIALIZED);
   const nsresult rv = EscapeLine(aBREAK ? Port::kSetBreak : Port::kClrBreak);
   mBreak = aBREAK;
@@ -182,7 +182,7 @@ nsresult nsSystemAdapterSerial::SetBREAK(bool aBREAK) {
 }
 
 uint32_t nsSystemAdapterSerial::ModemStatus() {
-  const std::lock_guard lock(mMonitor);
+  const nsAutoLock lock(mMonitor);
   uint32_t status = 0;
   if (!mIsOpen || !mHandle || NS_FAILED(mHandle->GetCommModemStatus(&status))) return 0;
   return (status & Port::kCtsOn ? kCTS : 0) | (status & Port::kDsrOn ? kDSR : 0) |
@@ -190,7 +190,7 @@ uint32_t nsSystemAdapterSerial::ModemStatus() {
 }
 
 nsresult nsSystemAdapterSerial::GetLine(uint32_t aLine, bool* aState) {
-  const std::lock_guard lock(mMonitor);
+  const nsAutoLock lock(mMonitor);
   NS_ENSURE_TRUE(mIsOpen, NS_ERROR_NOT_INITIALIZED);
   *aState = (ModemStatus() & aLine) != 0;
   return NS_OK;
@@ -204,33 +204,33 @@ nsresult nsSystemAdapterSerial::GetRING(bool* aRING) { return GetLine(kRING, aRI
 // The two outputs are remembered by Open alone. Kept as it stands: applications take them for the
 // state in which the port was opened.
 nsresult nsSystemAdapterSerial::GetDTR(bool* aDTR) {
-  const std::lock_guard lock(mMonitor);
+  const nsAutoLock lock(mMonitor);
   NS_ENSURE_TRUE(mIsOpen, NS_ERROR_NOT_INITIALIZED);
   *aDTR = mDTR;
   return NS_OK;
 }
 
 nsresult nsSystemAdapterSerial::SetDTR(bool aDTR) {
-  const std::lock_guard lock(mMonitor);
+  const nsAutoLock lock(mMonitor);
   NS_ENSURE_TRUE(mIsOpen, NS_ERROR_NOT_INITIALIZED);
   return EscapeLine(aDTR ? Port::kSetDtr : Port::kClrDtr);
 }
 
 nsresult nsSystemAdapterSerial::GetRTS(bool* aRTS) {
-  const std::lock_guard lock(mMonitor);
+  const nsAutoLock lock(mMonitor);
   NS_ENSURE_TRUE(mIsOpen, NS_ERROR_NOT_INITIALIZED);
   *aRTS = mRTS;
   return NS_OK;
 }
 
 nsresult nsSystemAdapterSerial::SetRTS(bool aRTS) {
-  const std::lock_guard lock(mMonitor);
+  const nsAutoLock lock(mMonitor);
   NS_ENSURE_TRUE(mIsOpen, NS_ERROR_NOT_INITIALIZED);
   return EscapeLine(aRTS ? Port::kSetRts : Port::kClrRts);
 }
 
 nsresult nsSystemAdapterSerial::GetIsTQEmpty(bool* aIsTQEmpty) {
-  const std::lock_guard lock(mMonitor);
+  const nsAutoLock lock(mMonitor);
   NS_ENSURE_TRUE(mIsOpen, NS_ERROR_NOT_INITIALIZED);
   uint32_t errors = 0;
   nsCommStat stat;
@@ -242,7 +242,7 @@ nsresult nsSystemAdapterSerial::GetIsTQEmpty(bool* aIsTQEmpty) {
 }
 
 nsresult nsSystemAdapterSerial::DrainTQ() {
-  const std::lock_guard lock(mMonitor);
+  const nsAutoLock lock(mMonitor);
   NS_ENSURE_TRUE(mIsOpen, NS_ERROR_NOT_INITIALIZED);
   return NS_OK;
 }
@@ -250,14 +250,14 @@ nsresult nsSystemAdapterSerial::DrainTQ() {
 // ---- Streams
 
 nsresult nsSystemAdapterSerial::GetInputStream(nsIAsyncInputStream** aInputStream) {
-  const std::lock_guard lock(mMonitor);
+  const nsAutoLock lock(mMonitor);
   NS_ENSURE_TRUE(mIsOpen, NS_ERROR_NOT_INITIALIZED);
   nsCOMPtr<nsIAsyncInputStream>(&mInputStream).forget(aInputStream);
   return NS_OK;
 }
 
 nsresult nsSystemAdapterSerial::GetOutputStream(nsIAsyncOutputStream** aOutputStream) {
-  const std::lock_guard lock(mMonitor);
+  const nsAutoLock lock(mMonitor);
   NS_ENSURE_TRUE(mIsOpen, NS_ERROR_NOT_INITIALIZED);
   nsCOMPtr<nsIAsyncOutputStream>(&mOutputStream).forget(aOutputStream);
   return NS_OK;
@@ -394,7 +394,7 @@ void nsSystemAdapterSerial::setFlowControl(nsCommDCB& aDCB) const {
 nsresult nsSystemAdapterSerial::Open() {
   bool listening = false;
   {
-    const std::lock_guard lock(mMonitor);
+    const nsAutoLock lock(mMonitor);
     NS_ENSURE_TRUE(!mIsOpen, NS_ERROR_FAILURE);
     SYSTEM_LOG_DEBUG(mLogger, "Begin");
 
@@ -468,7 +468,7 @@ nsresult nsSystemAdapterSerial::Open() {
 nsresult nsSystemAdapterSerial::Close() {
   nsCOMPtr<nsIObserver> observer;
   {
-    const std::lock_guard lock(mMonitor);
+    const nsAutoLock lock(mMonitor);
     if (!mIsOpen) return NS_OK;
     SYSTEM_LOG_DEBUG(mLogger, "Begin");
     (void)mInputStream.Close();
@@ -502,7 +502,7 @@ nsresult nsSystemAdapterSerial::Close() {
 
 nsresult nsSystemAdapterSerial::AddListener(nsISystemSerialListener* aListener) {
   if (!aListener) return NS_ERROR_NULL_POINTER;
-  const std::lock_guard lock(mMonitor);
+  const nsAutoLock lock(mMonitor);
   SYSTEM_LOG_DEBUG(mLogger, "After lock add listener");
   mListeners.emplace_back(aListener);
   if (!mIsOpen || !mHandle) return NS_OK;
@@ -522,7 +522,7 @@ nsresult nsSystemAdapterSerial::AddListener(nsISystemSerialListener* aListener) 
 
 nsresult nsSystemAdapterSerial::RemoveListener(nsISystemSerialListener* aListener) {
   nsCOMPtr<nsISystemSerialListener> removed;  // let go outside the monitor
-  const std::lock_guard lock(mMonitor);
+  const nsAutoLock lock(mMonitor);
   const auto found =
       std::ranges::find_if(mListeners, [&](const auto& aKnown) { return aKnown == aListener; });
   if (found == mListeners.end()) return NS_OK;
@@ -532,7 +532,7 @@ nsresult nsSystemAdapterSerial::RemoveListener(nsISystemSerialListener* aListene
 }
 
 nsCOMArray<nsISystemSerialListener> nsSystemAdapterSerial::Listeners() const {
-  const std::lock_guard lock(mMonitor);
+  const nsAutoLock lock(mMonitor);
   return mListeners;
 }
 
@@ -561,7 +561,7 @@ nsresult nsSystemAdapterSerial::startThread() {
 }
 
 bool nsSystemAdapterSerial::IsStopped(const nsCOMPtr<nsIThread>& aWorker) const {
-  const std::lock_guard lock(mMonitor);
+  const nsAutoLock lock(mMonitor);
   return mStopThread || mThread != aWorker;
 }
 
@@ -587,7 +587,7 @@ nsresult nsSystemAdapterSerial::monitorCommEvent(const nsCOMPtr<nsIThread>& aWor
   nsPlatformCommPortRef handle;
   nsOverlappedRef overlapped;
   {
-    const std::lock_guard lock(mMonitor);
+    const nsAutoLock lock(mMonitor);
     if (mThread == aWorker) {
       handle = mHandle;
       overlapped = mOverlapped;
@@ -648,7 +648,7 @@ nsresult nsSystemAdapterSerial::monitorCommEvent(const nsCOMPtr<nsIThread>& aWor
 
 void nsSystemAdapterSerial::HandleRemoval(const nsCOMPtr<nsIThread>& aWorker) {
   {
-    const std::lock_guard lock(mMonitor);
+    const nsAutoLock lock(mMonitor);
     if (mThread != aWorker) return;
     mStopThread = true;
   }

@@ -3,7 +3,6 @@
 
 #include <atomic>
 #include <memory>
-#include <mutex>
 
 #include "nsCOMArray.h"
 #include "nsIRunnable.h"
@@ -12,6 +11,7 @@
 #include "nsISystemSerialPortInfo.h"
 #include "nsIThread.h"
 #include "nsImplements.h"
+#include "nsLock.h"
 #include "nsLogger.h"
 #include "nsPlatform.h"
 #include "nsPlatformComm.h"
@@ -120,8 +120,8 @@ class nsSystemAdapterSerial final
   nsCOMPtr<nsIThread> mThread;
   // "system.serial.mMonitor": guards all fields, and those of the streams. Entered again by
   // operations that call others. Not held while anything waits but a break.
-  mutable std::recursive_mutex mMonitor;
-  bool mIsOpen = false;
+  mutable nsRecursiveMutex mMonitor;
+  bool mIsOpen NS_GUARDED_BY(mMonitor) = false;
   const uint32_t mCapabilities;
   // These six are written without the monitor: they are for the next Open.
   std::atomic<uint32_t> mAccess{3};
@@ -130,10 +130,10 @@ class nsSystemAdapterSerial final
   std::atomic<uint32_t> mParity{256};
   std::atomic<uint32_t> mStopBits{0};
   std::atomic<uint32_t> mFlowControl{0};
-  nsCOMArray<nsISystemSerialListener> mListeners;
-  bool mBreak = false;
-  bool mDTR = false;
-  bool mRTS = false;
+  nsCOMArray<nsISystemSerialListener> mListeners NS_GUARDED_BY(mMonitor);
+  bool mBreak NS_GUARDED_BY(mMonitor) = false;
+  bool mDTR NS_GUARDED_BY(mMonitor) = false;
+  bool mRTS NS_GUARDED_BY(mMonitor) = false;
   std::atomic<bool> mBlocking{true};  // read without the monitor
   uint32_t mReservedValue = 0;
   uint32_t mTimeout = 0;

@@ -3,14 +3,12 @@
 #pragma once
 
 #include <algorithm>
-#include <condition_variable>
 #include <deque>
 #include <functional>
-#include <mutex>
 #include <stop_token>
-#include <system_error>
-#include <thread>
 
+#include "nsLock.h"
+#include "nsNamedThread.h"
 #include "nsPlatformOverlapped.h"
 
 /// Any thread.
@@ -33,43 +31,39 @@ class nsOverlappedQueue {
   /// Begins the operation. NS_ERROR_IN_PROGRESS; NS_ERROR_ABORT after Close,
   /// NS_ERROR_OUT_OF_MEMORY when there is no thread for it.
   nsresult Post(nsOverlappedRef aRecord, Operation aOperation) {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     if (mClosed) return NS_ERROR_ABORT;
-    if (!mThread.joinable()) {
-      try {
-        mThread = std::thread([this] { Run(); });
-      } catch (const std::system_error&) {
-        return NS_ERROR_OUT_OF_MEMORY;
-      }
-    }
+    if (!mThread.IsStarted())
+      if (const nsresult rv = mThread.Start("Overlapped", [this] { Run(); }); NS_FAILED(rv))
+        return rv;
     aRecord->Begin();
     mWaiting.push_back({std::move(aRecord), std::move(aOperation)});
-    mChanged.notify_all();
+    mChanged.NotifyAll();
     return NS_ERROR_IN_PROGRESS;
   }
 
   /// Whether an operation goes on or waits.
   bool IsBusy() const {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     return mRunning || !mWaiting.empty();
   }
 
   /// Ends what goes on and what waits, with NS_ERROR_ABORT for the latter. Returns before the
   /// operation that is carried out has ended.
   void Abort() {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     AbortLocked();
   }
 
   /// The same for good; returns when nothing is carried out any more.
   void Close() {
     {
-      const std::lock_guard lock(mLock);
+      const nsAutoLock lock(mLock);
       mClosed = true;
       AbortLocked();
-      mChanged.notify_all();
+      mChanged.NotifyAll();
     }
-    if (mThread.joinable()) mThread.join();
+    mThread.Join();
   }
 
  private:
@@ -78,34 +72,34 @@ class nsOverlappedQueue {
     Operation mOperation;
   };
 
-  void AbortLocked() {
+  void AbortLocked() NS_REQUIRES(mLock) {
     for (const Entry& entry : std::exchange(mWaiting, {})) entry.mRecord->End(NS_ERROR_ABORT, 0);
     if (mRunning) mStop.request_stop();
   }
 
   void Run() {
-    std::unique_lock lock(mLock);
+    nsAutoLock lock(mLock);
     while (true) {
-      mChanged.wait(lock, [this] { return mClosed || !mWaiting.empty(); });
+      mChanged.Wait(lock, [this]() NS_REQUIRES(mLock) { return mClosed || !mWaiting.empty(); });
       if (mWaiting.empty()) return;
       const Entry entry = std::move(mWaiting.front());
       mWaiting.pop_front();
       mStop = std::stop_source();
       mRunning = true;
       const std::stop_token stop = mStop.get_token();
-      lock.unlock();
+      lock.Unlock();
       Outcome outcome = entry.mOperation(stop);
-      lock.lock();
+      lock.Lock();
       mRunning = false;
       entry.mRecord->End(outcome.mResult, outcome.mCount, std::move(outcome.mBytes));
     }
   }
 
-  mutable std::mutex mLock;
-  std::condition_variable mChanged;
-  std::deque<Entry> mWaiting;
-  std::stop_source mStop;
-  bool mRunning = false;
-  bool mClosed = false;
-  std::thread mThread;
+  mutable nsMutex mLock;
+  nsCondition mChanged;
+  std::deque<Entry> mWaiting NS_GUARDED_BY(mLock);
+  std::stop_source mStop NS_GUARDED_BY(mLock);
+  bool mRunning NS_GUARDED_BY(mLock) = false;
+  bool mClosed NS_GUARDED_BY(mLock) = false;
+  nsNamedThread mThread;  // started with the lock held, and not once it is closed
 };

@@ -40,13 +40,13 @@ nsresult nsSystemGeneralSettings::GetHostName(nsACString& aHostName) {
 }
 
 nsresult nsSystemGeneralSettings::GetShowCursor(bool* aShowCursor) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   *aShowCursor = mShowCursor;
   return NS_OK;
 }
 
 nsresult nsSystemGeneralSettings::SetShowCursor(bool aShowCursor) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   SYSTEM_LOG_DEBUG(mLogger, std::string("aShowCursor= ") + (aShowCursor ? "1" : "0"));
   mShowCursor = aShowCursor;
 

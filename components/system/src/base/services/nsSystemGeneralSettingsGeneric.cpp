@@ -79,7 +79,7 @@ nsresult nsSystemGeneralSettingsGeneric::GetAdapter(nsISystemAdapter** aAdapter)
 nsresult nsSystemGeneralSettingsGeneric::GetMac(nsISystemMACStructure** aMac) {
   bool known;
   {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     known = bool(mMac);
   }
   nsresult rv = NS_OK;
@@ -89,11 +89,11 @@ nsresult nsSystemGeneralSettingsGeneric::GetMac(nsISystemMACStructure** aMac) {
     NS_ENSURE_SUCCESS(rv, rv);
     const auto ip = do_QueryInterface<nsISystemAdapterIP>(adapter, &rv);
     NS_ENSURE_SUCCESS(rv, rv);
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     rv = ip->GetMacAddress(mMac.getter_AddRefs());
     NS_ENSURE_SUCCESS(rv, rv);
   }
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   NS_ENSURE_TRUE(mMac, NS_ERROR_FAILURE);
   nsCOMPtr(mMac).forget(aMac);
   return NS_OK;
@@ -101,7 +101,7 @@ nsresult nsSystemGeneralSettingsGeneric::GetMac(nsISystemMACStructure** aMac) {
 
 nsresult nsSystemGeneralSettingsGeneric::GetUuid(nsACString& aUuid) {
   {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     if (!mUuid.empty()) {
       NS_Assign(aUuid, mUuid);
       return NS_OK;
@@ -119,7 +119,7 @@ nsresult nsSystemGeneralSettingsGeneric::GetUuid(nsACString& aUuid) {
   nsCString deviceId;
   const bool hasId = NS_SUCCEEDED(GetDeviceId(deviceId));
   const std::string uuid = MakeUuid(hasId ? std::string(deviceId.view()) : std::string(), digits);
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   mUuid = uuid;
   NS_Assign(aUuid, mUuid);
   return NS_OK;

@@ -1,13 +1,13 @@
 // What an application needs to know of the machine: the part that no platform changes.
 #pragma once
 
-#include <mutex>
 #include <string>
 
 #include "nsCOMPtr.h"
 #include "nsIPrefBranch.h"
 #include "nsISystemGeneralSettings.h"
 #include "nsISystemMACStructure.h"
+#include "nsLock.h"
 #include "nsLogger.h"
 
 class nsISystemAdapter;
@@ -38,13 +38,13 @@ class nsSystemGeneralSettingsGeneric : public nsISystemGeneralSettings {
 
   const nsCOMPtr<nsILog4Logger> mLogger;
   nsCOMPtr<nsIPrefBranch> mPrefs;
-  std::mutex mLock;  // guards the two below, and the cursor's field
+  nsMutex mLock;  // guards the two below, and the cursor's field
 
  private:
   nsresult GetAdapter(nsISystemAdapter** aAdapter);
   nsresult GetField(char aDigit, nsAString& aField);
   nsresult SetField(char aDigit, const nsAString& aField);
 
-  nsCOMPtr<nsISystemMACStructure> mMac;  // null until first asked for
-  std::string mUuid;                     // empty until first asked for
+  nsCOMPtr<nsISystemMACStructure> mMac NS_GUARDED_BY(mLock);  // null until first asked for
+  std::string mUuid NS_GUARDED_BY(mLock);                     // empty until first asked for
 };

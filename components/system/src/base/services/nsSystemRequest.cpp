@@ -2,10 +2,10 @@
 
 #include <prprf.h>
 
-#include <mutex>
 #include <utility>
 
 #include "nsCommandRunner.h"
+#include "nsLock.h"
 #include "nsString.h"
 
 namespace {
@@ -19,9 +19,9 @@ std::string Hexadecimal(const char* aFormat, nsresult aStatus) {
 }  // namespace
 
 struct nsSystemRequest::Running {
-  std::mutex mLock;
-  std::optional<nsPlatformHost::CommandHandle> mCommand;
-  bool mCancelled = false;
+  nsMutex mLock;
+  std::optional<nsPlatformHost::CommandHandle> mCommand NS_GUARDED_BY(mLock);
+  bool mCancelled NS_GUARDED_BY(mLock) = false;
 };
 
 nsSystemRequest::nsSystemRequest(nsPlatformRef aPlatform, const char* aLoggerName,
@@ -51,7 +51,7 @@ nsresult nsSystemRequest::Run(nsCOMPtr<nsISupports> aSelf, std::shared_ptr<Runni
   return CommandRunner::Start(
       host, mLogger, mCommandLine,
       [running = std::move(aRunning), host](nsPlatformHost::CommandHandle aCommand) {
-        const std::lock_guard lock(running->mLock);
+        const nsAutoLock lock(running->mLock);
         running->mCommand = aCommand;
         // It was cancelled before it had begun.
         if (running->mCancelled) (void)host->CancelCommand(aCommand);
@@ -61,7 +61,7 @@ nsresult nsSystemRequest::Run(nsCOMPtr<nsISupports> aSelf, std::shared_ptr<Runni
 
 nsresult nsSystemRequest::Cancel() {
   if (!mRunning) return NS_ERROR_NOT_AVAILABLE;
-  const std::lock_guard lock(mRunning->mLock);
+  const nsAutoLock lock(mRunning->mLock);
   if (mRunning->mCommand) {
     // It may have ended, and the news of that be on its way.
     const nsresult rv = mPlatform->mHost->CancelCommand(*mRunning->mCommand);
@@ -78,7 +78,12 @@ nsresult nsSystemRequest::GetStatus(nsresult* aStatus) {
 }
 
 void nsSystemRequest::Stopped(nsISupports* aSelf, int32_t aExitStatus) {
-  const bool cancelled = std::exchange(mRunning, nullptr)->mCancelled;
+  const auto running = std::exchange(mRunning, nullptr);
+  bool cancelled;
+  {
+    const nsAutoLock lock(running->mLock);
+    cancelled = running->mCancelled;
+  }
   mStatus = cancelled ? NS_ERROR_ABORT : aExitStatus == 0 ? NS_OK : NS_ERROR_FAILURE;
   if (const nsCOMPtr<nsIObserver> observer = std::exchange(mObserver, nullptr))
     (void)observer->Observe(aSelf, "system-request-stopped",

@@ -59,12 +59,12 @@ nsresult nsSystemFileSystemTree::SetListener(nsISystemFileSystemTreeListener* aL
   nsresult rv;
   const auto source = do_QueryInterface<nsISupportsWeakReference>(aListener, &rv);
   NS_ENSURE_SUCCESS(rv, rv);
-  std::lock_guard lock(mListenerLock);
+  nsAutoLock lock(mListenerLock);
   return source->GetWeakReference(mListener.getter_AddRefs());
 }
 
 nsresult nsSystemFileSystemTree::ClearListener() {
-  std::lock_guard lock(mListenerLock);
+  nsAutoLock lock(mListenerLock);
   mListener = nullptr;
   return NS_OK;
 }
@@ -109,7 +109,7 @@ nsresult nsSystemFileSystemTree::BuildTree() {
     return DispatchToOwner<kMode>(&nsSystemFileSystemTree::NotifyRootPathMissing);
 
   {
-    std::lock_guard lock(mRootNodeLock);
+    nsAutoLock lock(mRootNodeLock);
     mRootNode = nullptr;
     nsPlatformFiles::Entry root;
     if (NS_SUCCEEDED(mFiles->ReadEntry(mRootPath, &root)))
@@ -145,7 +145,7 @@ void nsSystemFileSystemTree::CatchUp() {
     nsCOMPtr<nsSystemFileSystemNode> fresh;
     if (NS_SUCCEEDED(mFiles->ReadEntry(mRootPath, &root)) &&
         NS_SUCCEEDED(CreateNode(&root, nullptr, fresh.getter_AddRefs()))) {
-      std::lock_guard lock(mRootNodeLock);
+      nsAutoLock lock(mRootNodeLock);
       mRootNode = fresh;
     }
     (void)DispatchToOwner<vorel::threads::eStrong>(&nsSystemFileSystemTree::NotifyFullListing);
@@ -177,7 +177,7 @@ void nsSystemFileSystemTree::CatchUp() {
 std::string nsSystemFileSystemTree::Format() {
   uint64_t volume = 0;
   (void)mFiles->ReadVolume(mRootPath, &volume);
-  std::lock_guard lock(mRootNodeLock);
+  nsAutoLock lock(mRootNodeLock);
   if (!mRootNode) return {};
   return NS_FormatSnapshot({mRootPath.view(), volume, mRootNode->Volume(), 0}, *mRootNode);
 }
@@ -338,7 +338,7 @@ nsresult nsSystemFileSystemTree::StartUpdate(bool aDetectMoves) {
 }
 
 bool nsSystemFileSystemTree::Expects(const nsAString& aPath) {
-  std::lock_guard lock(mRootNodeLock);
+  nsAutoLock lock(mRootNodeLock);
   std::u16string_view path = NS_View(aPath);
   const nsSystemFileSystemNode* node = mRootNode.get();
   if (!node || !path.starts_with(mRootPath.view())) return false;
@@ -363,7 +363,7 @@ nsresult nsSystemFileSystemTree::Update(const nsAString& aPath) {
   nsresult rv;
   nsCOMPtr<nsSystemFileSystemNode> node;
   {
-    std::lock_guard lock(mRootNodeLock);
+    nsAutoLock lock(mRootNodeLock);
     rv = GetNode(aPath, mRootNode.get(), node.getter_AddRefs());
     // A directory that has taken a file's place is not known yet, only its name is.
     bool isDir = false;
@@ -450,7 +450,7 @@ nsresult nsSystemFileSystemTree::GetNodeChanges(nsSystemFileSystemNode* aNode,
       // identity when it moves.
       nsCOMPtr<nsSystemFileSystemNode> node;
       if (NS_SUCCEEDED(CreateNode(&entry, aNode, node.getter_AddRefs()))) {
-        std::lock_guard lock(mRootNodeLock);
+        nsAutoLock lock(mRootNodeLock);
         (void)aNode->ChangeNode(entry.mLeafName, node.get());
       }
     }
@@ -557,7 +557,7 @@ nsresult nsSystemFileSystemTree::ApplyChange(uint32_t aChangeType, nsSystemFileS
   if (aIsDir && aChangeType == eRemoved) rv = NotifyDirRemoved(aNode, aPath);
   NS_ENSURE_SUCCESS(rv, rv);
   {
-    std::lock_guard lock(mRootNodeLock);
+    nsAutoLock lock(mRootNodeLock);
     if (aChangeType == eChanged) {
       nsString leafName;
       rv = aNode->GetLeafName(leafName);
@@ -601,7 +601,7 @@ nsresult nsSystemFileSystemTree::ApplyMove(nsSystemFileSystemNodeChange* aChange
     // Unlike a new one, it is not read here; so a place that could not be looked at may be it.
     if (mMissedDirectory) mIsUnfinished = true;
   }
-  std::lock_guard lock(mRootNodeLock);
+  nsAutoLock lock(mRootNodeLock);
   // The map's key is the name that the node was added under: remove, rename, add.
   rv = aParent->RemoveChild(aNode);
   NS_ENSURE_SUCCESS(rv, rv);
@@ -710,7 +710,7 @@ nsresult nsSystemFileSystemTree::Report(const nsAString& aPath, const nsAString&
                                         uint32_t aChangeType) {
   const bool isOwner = IsOnOwnerThread();
   {
-    std::lock_guard lock(mReportsLock);
+    nsAutoLock lock(mReportsLock);
     mReports.push_back(
         {aChangeType, std::u16string(NS_View(aPath)), std::u16string(NS_View(aNewPath))});
     if (!isOwner && std::exchange(mIsDelivering, true)) return NS_OK;
@@ -720,7 +720,7 @@ nsresult nsSystemFileSystemTree::Report(const nsAString& aPath, const nsAString&
   const nsresult rv =
       DispatchToOwner<vorel::threads::eStrong>(&nsSystemFileSystemTree::DeliverSome);
   if (NS_FAILED(rv)) {
-    std::lock_guard lock(mReportsLock);
+    nsAutoLock lock(mReportsLock);
     mIsDelivering = false;
     mReports.pop_back();
   }
@@ -730,7 +730,7 @@ nsresult nsSystemFileSystemTree::Report(const nsAString& aPath, const nsAString&
 bool nsSystemFileSystemTree::DeliverOne() {
   Found found;
   {
-    std::lock_guard lock(mReportsLock);
+    nsAutoLock lock(mReportsLock);
     if (mReports.empty()) return false;
     found = std::move(mReports.front());
     mReports.pop_front();
@@ -755,7 +755,7 @@ nsresult nsSystemFileSystemTree::DeliverSome() {
   for (int i = 0; i < kReportsAtOnce; ++i)
     if (!DeliverOne()) break;
   {
-    std::lock_guard lock(mReportsLock);
+    nsAutoLock lock(mReportsLock);
     mIsDelivering = !mReports.empty();
     if (!mIsDelivering) return NS_OK;
   }
@@ -767,7 +767,7 @@ void nsSystemFileSystemTree::CallListener(Call aCall) {
   // Let go of only after the lock: this may be the last reference, and the listener's end leads to
   // ClearListener.
   nsCOMPtr<nsISystemFileSystemTreeListener> listener;
-  std::lock_guard lock(mListenerLock);
+  nsAutoLock lock(mListenerLock);
   if (mListener &&
       NS_SUCCEEDED(
           mListener->QueryReferent(nsISystemFileSystemTreeListener::kIID, NS_OutVoid(listener))) &&

@@ -8,7 +8,6 @@
 #include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
@@ -16,6 +15,7 @@
 
 #include "nsILog4.h"
 #include "nsIThread.h"
+#include "nsLock.h"
 #include "nsPlatformDirectoryChanges.h"
 #include "nsPlatformFiles.h"
 #include "nsSystemFileSystemChange.h"
@@ -176,19 +176,19 @@ class nsSystemFileSystemTree final : public nsThreadSafeSupportsWeakReference {
   std::atomic<bool> mIsCancelled = false;
   bool mIsRecursive = false;
   bool mIsInitialized = false;
-  std::mutex mRootNodeLock;  // guards the nodes of the live tree
+  nsMutex mRootNodeLock;  // guards the nodes of the live tree
   // Guards mListener and every call into it. Reentrant: a listener may let go of the watch in a
   // call.
-  std::recursive_mutex mListenerLock;
+  nsRecursiveMutex mListenerLock;
   std::vector<nsString> mDiscoveredDirs;
   nsString mEarlierFile;
   std::function<void()> mOnFullListing;
   bool mIsCatchingUp = false;  // what is looked at is watched first
   std::atomic<uint64_t> mCycles = 0;
 
-  std::mutex mReportsLock;     // guards what follows; nothing else is locked while it is held
-  std::deque<Found> mReports;  // on their way to the owner's thread
-  bool mIsDelivering = false;  // an event for them is on its way
+  nsMutex mReportsLock;  // guards what follows; nothing else is locked while it is held
+  std::deque<Found> mReports NS_GUARDED_BY(mReportsLock);  // on their way to the owner's thread
+  bool mIsDelivering NS_GUARDED_BY(mReportsLock) = false;  // an event for them is on its way
   // The cycle.
   bool mDetectMoves = false;
   bool mIsUnfinished = false;

@@ -126,7 +126,7 @@ nsresult nsSystemFileSystemWatcher::StopWatching() {
   EndThread();
   std::string snapshot;
   if (const auto tree = Tree(); tree && !mSinceFile.IsEmpty()) {
-    { std::lock_guard lastCycle(mCycleLock); }
+    { nsAutoLock lastCycle(mCycleLock); }
     (void)tree->Deliver();
     snapshot = tree->Format();
   }
@@ -178,7 +178,7 @@ void nsSystemFileSystemWatcher::Keep() {
 }
 
 nsresult nsSystemFileSystemWatcher::KeepCycle(uint64_t aCycles) {
-  std::lock_guard cycle(mCycleLock);
+  nsAutoLock cycle(mCycleLock);
   const auto tree = Tree();
   // What a later cycle has found may not have been told yet; the end of the watch keeps it.
   if (tree && !mShuttingDown && tree->Cycles() == aCycles) Replace(tree->Format());
@@ -186,7 +186,7 @@ nsresult nsSystemFileSystemWatcher::KeepCycle(uint64_t aCycles) {
 }
 
 void nsSystemFileSystemWatcher::Replace(const std::string& aSnapshot) {
-  std::lock_guard lock(mCycleLock);
+  nsAutoLock lock(mCycleLock);
   if (NS_FAILED(mPlatform->mFiles->ReplaceKept(mSinceFile, aSnapshot)))
     SYSTEM_LOG_ERROR(mLog, "What has been told of " + NS_ToUtf8(mWatchPath) +
                                " can't be written to " + NS_ToUtf8(mSinceFile) +
@@ -214,12 +214,12 @@ void nsSystemFileSystemWatcher::Stop() {
 std::shared_ptr<nsPlatformDirectoryReader> nsSystemFileSystemWatcher::NewReader() {
   EndThread();
   std::shared_ptr<nsPlatformDirectoryReader> reader = mPlatform->mDirectoryChanges->NewReader();
-  std::lock_guard lock(mEventLock);
+  nsAutoLock lock(mEventLock);
   return mReader = std::move(reader);
 }
 
 std::shared_ptr<nsPlatformDirectoryReader> nsSystemFileSystemWatcher::Reader() {
-  std::lock_guard lock(mEventLock);
+  nsAutoLock lock(mEventLock);
   return mReader;
 }
 
@@ -231,7 +231,7 @@ void nsSystemFileSystemWatcher::EndThread() {
     SYSTEM_LOG_DEBUG(mLog, "END PROCESS");
   }
   if (const auto reader = Reader()) reader->Close();
-  std::lock_guard lock(mEventLock);
+  nsAutoLock lock(mEventLock);
   mChangeBuffer = {};
 }
 
@@ -240,7 +240,7 @@ nsresult nsSystemFileSystemWatcher::OnTreeReady(const nsAString& aRootPath,
   if (mIsQuitting) return NS_ERROR_ILLEGAL_DURING_SHUTDOWN;
   if (mWatchPath.IsEmpty()) mWatchPath = aRootPath;
   {
-    std::lock_guard lock(mEventLock);
+    nsAutoLock lock(mEventLock);
     if (!mUpdateRunning && !mEventPaths.empty()) (void)PostUpdate();
   }
   const auto reader = Reader();
@@ -250,7 +250,7 @@ nsresult nsSystemFileSystemWatcher::OnTreeReady(const nsAString& aRootPath,
     return NS_ERROR_UNEXPECTED;
   }
   {
-    std::lock_guard lock(mEventLock);
+    nsAutoLock lock(mEventLock);
     mChangeBuffer.resize(kChangeBufferSize);
   }
   if (!mThread && NS_FAILED(nsEventPump::Start("Watcher", std::make_shared<Reads>(*this, reader),
@@ -277,7 +277,7 @@ nsresult nsSystemFileSystemWatcher::TellUnwatched() {
 }
 
 void nsSystemFileSystemWatcher::WatchNextChange() {
-  std::lock_guard lock(mEventLock);
+  nsAutoLock lock(mEventLock);
   if (!mReader->IsOpen()) return;
   if (NS_FAILED(mReader->Read(mChangeBuffer.data(), static_cast<uint32_t>(mChangeBuffer.size()),
                               kWatchSubtree, kNotifyFilter, this))) {
@@ -307,7 +307,7 @@ void nsSystemFileSystemWatcher::OnReadCompleted(nsresult aResult, uint32_t aByte
   for (const nsPlatformUnwatched& unwatched : Reader()->TakeUnwatched())
     PostToOwner(&nsSystemFileSystemWatcher::TellIncomplete, TextOf(unwatched));
   {
-    std::lock_guard lock(mEventLock);
+    nsAutoLock lock(mEventLock);
     InsertChangedNames(aBytes);
     if (!mUpdateRunning && !mEventPaths.empty()) (void)PostUpdate();
   }
@@ -355,7 +355,7 @@ nsresult nsSystemFileSystemWatcher::PostUpdate() {
 }
 
 nsresult nsSystemFileSystemWatcher::Notify(nsITimer*) {
-  std::lock_guard lock(mEventLock);
+  nsAutoLock lock(mEventLock);
   // After a stop the flag may never clear, and there is nothing left to wait for.
   if (mUpdateQueued) return mShuttingDown ? NS_OK : PostUpdate();
   mUpdateQueued = true;
@@ -372,7 +372,7 @@ nsresult nsSystemFileSystemWatcher::Update() {
   const nsCOMPtr<nsISystemFileSystemWatcher> alive = this;
   SYSTEM_LOG_DEBUG(mLog, "BEGIN mWatchPath = " + NS_ToUtf8(mWatchPath));
   const auto tree = Tree();
-  std::lock_guard cycle(mCycleLock);
+  nsAutoLock cycle(mCycleLock);
   if (!mIsWatching || mShuttingDown || !tree) {
     mUpdateRunning = false;
     return NS_OK;
@@ -383,7 +383,7 @@ nsresult nsSystemFileSystemWatcher::Update() {
   const char16_t separator = mPlatform->mFiles->Separator();
   std::set<nsString> directories;
   {
-    std::lock_guard lock(mEventLock);
+    nsAutoLock lock(mEventLock);
     while (!mEventPaths.empty()) {
       const auto name = mEventPaths.extract(mEventPaths.begin());
       std::u16string path(mWatchPath.view());
@@ -406,9 +406,9 @@ nsresult nsSystemFileSystemWatcher::Update() {
 
   // What came in meanwhile is taken along with the next completion, and so is what has to be looked
   // at once more. One is asked for, as nothing more need change.
-  std::lock_guard lock(mEventLock);
+  nsAutoLock lock(mEventLock);
   if (!mEventPaths.empty()) mReader->Remind(mEventPaths.begin()->view());
-  const auto lookAgain = [&](const nsString& aDirectory) {
+  const auto lookAgain = [&](const nsString& aDirectory) NS_REQUIRES(mEventLock) {
     mReader->Remind(std::u16string(aDirectory.view().substr(mWatchPath.Length() + 1)) + u'.');
   };
   if (!isUnfinished && tree->LeftOut().empty()) {

@@ -9,6 +9,7 @@
 #include "nsIThread.h"
 #include "nsITimer.h"
 #include "nsITimerCallback.h"
+#include "nsLock.h"
 #include "nsModuleClass.h"
 #include "nsPlatformDirectoryChanges.h"
 #include "nsSystemFileSystemWatcherGeneric.h"
@@ -74,7 +75,7 @@ class nsSystemFileSystemWatcher final : public nsSystemFileSystemWatcherGeneric,
   nsresult TellUnwatched();
   void WatchNextChange();
   void OnReadCompleted(nsresult aResult, uint32_t aBytes) override;
-  void InsertChangedNames(uint32_t aBytes);
+  void InsertChangedNames(uint32_t aBytes) NS_REQUIRES(mEventLock);
   nsresult PostUpdate();
   nsresult Update();
   template <class... P>
@@ -87,17 +88,19 @@ class nsSystemFileSystemWatcher final : public nsSystemFileSystemWatcherGeneric,
   std::unique_ptr<nsEventPump> mThread;
   std::atomic<bool> mShuttingDown = false;  // never cleared
   bool mIsObserving = false;
-  bool mIsQuitting = false;         // the application ends: nothing starts any more
-  nsString mSince, mSinceFile;      // empty: no comparison
-  std::recursive_mutex mCycleLock;  // held by whoever runs a cycle, or keeps what it found
+  bool mIsQuitting = false;     // the application ends: nothing starts any more
+  nsString mSince, mSinceFile;  // empty: no comparison
+  nsRecursiveMutex mCycleLock;  // held by whoever runs a cycle, or keeps what it found
   nsCOMPtr<nsITimer> mTimer;
   nsCOMPtr<nsIThread> mOwnerThread;  // set once, before there are other threads
 
-  std::mutex mEventLock;                               // guards what follows
-  std::shared_ptr<nsPlatformDirectoryReader> mReader;  // the root's handle
-  std::vector<uint8_t> mChangeBuffer;
-  std::set<nsString> mEventPaths;  // relative to the root, with the platform's separators
-  uint32_t mLooksAgain = 0;
+  nsMutex mEventLock;  // guards what follows
+  // The root's handle.
+  std::shared_ptr<nsPlatformDirectoryReader> mReader NS_GUARDED_BY(mEventLock);
+  std::vector<uint8_t> mChangeBuffer NS_GUARDED_BY(mEventLock);
+  // Relative to the root, with the platform's separators.
+  std::set<nsString> mEventPaths NS_GUARDED_BY(mEventLock);
+  uint32_t mLooksAgain NS_GUARDED_BY(mEventLock) = 0;
   // Set with the lock held, cleared by Update without it.
   std::atomic<bool> mUpdateRunning = false;  // the timer has fired and the update has not ended
   std::atomic<bool> mUpdateQueued = false;   // the same, for the timer itself

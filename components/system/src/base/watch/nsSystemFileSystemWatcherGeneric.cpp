@@ -88,7 +88,7 @@ nsresult nsSystemFileSystemWatcherGeneric::StartWatching() {
   const auto tree = MakeRefCounted<nsSystemFileSystemTree>(mPlatform->mFiles, NewReader());
   nsCOMPtr<nsSystemFileSystemTree> old = tree;
   {
-    std::lock_guard lock(mTreeLock);
+    nsAutoLock lock(mTreeLock);
     old.swap(mTree);
   }
   if (old) {
@@ -124,7 +124,7 @@ void nsSystemFileSystemWatcherGeneric::Stop() {
 }
 
 nsCOMPtr<nsSystemFileSystemTree> nsSystemFileSystemWatcherGeneric::Tree() {
-  std::lock_guard lock(mTreeLock);
+  nsAutoLock lock(mTreeLock);
   return mTree;
 }
 

@@ -2,12 +2,12 @@
 #pragma once
 
 #include <atomic>
-#include <mutex>
 
 #include "nsILog4.h"
 #include "nsISystemFileSystemListener.h"
 #include "nsISystemFileSystemTreeListener.h"
 #include "nsISystemFileSystemWatcher.h"
+#include "nsLock.h"
 #include "nsPlatform.h"
 #include "nsString.h"
 #include "nsSystemFileSystemTree.h"
@@ -63,8 +63,8 @@ class nsSystemFileSystemWatcherGeneric : public nsThreadSafeSupportsWeakReferenc
  private:
   nsString RelativePath(const nsAString& aPath) const;
 
-  std::mutex mTreeLock;  // guards the pointer: an update may run while a new watch starts
-  nsCOMPtr<nsSystemFileSystemTree> mTree;
+  nsMutex mTreeLock;  // guards the pointer: an update may run while a new watch starts
+  nsCOMPtr<nsSystemFileSystemTree> mTree NS_GUARDED_BY(mTreeLock);
 };
 
 /// Whether a URL, or a text that is relative to a "file:" URL, names a host. Files of other hosts

@@ -35,15 +35,15 @@ void CallClient(Listener* aListener, nsIThread* aThread, nsresult (Listener::*aM
 
 /// The roots whose start or end is being told. Who tells waits for its clients, with its own lock
 /// held: two that wait for each other's would do so for ever.
-std::mutex gTellingLock;
-std::vector<nsSystemFileSystemWatcherServiceListener*> gTelling;
+nsMutex gTellingLock;
+std::vector<nsSystemFileSystemWatcherServiceListener*> gTelling NS_GUARDED_BY(gTellingLock);
 
 }  // namespace
 
 // ---- The fan-out
 
 bool nsSystemFileSystemWatcherServiceListener::IsTelling() {
-  std::lock_guard lock(mTellingLock);
+  nsAutoLock lock(mTellingLock);
   bool isTold = false;
   if (mTold) (void)mTold->IsOnCurrentThread(&isTold);
   return isTold || mTelling == std::this_thread::get_id();
@@ -53,12 +53,12 @@ void nsSystemFileSystemWatcherServiceListener::TellAll(
     nsresult (nsISystemFileSystemListener::*aMethod)()) {
   const auto set = [this](std::thread::id aTelling, nsIThread* aTold) {
     nsCOMPtr<nsIThread> told = aTold;  // the old one goes after the lock
-    std::lock_guard lock(mTellingLock);
+    nsAutoLock lock(mTellingLock);
     mTelling = aTelling;
     mTold.swap(told);
   };
   {
-    std::lock_guard lock(gTellingLock);
+    nsAutoLock lock(gTellingLock);
     gTelling.push_back(this);
   }
   for (const Client& client : mClients) {
@@ -66,29 +66,31 @@ void nsSystemFileSystemWatcherServiceListener::TellAll(
     CallClient(client.mListener.get(), client.mThread.get(), aMethod);
   }
   set({}, nullptr);
-  std::lock_guard lock(gTellingLock);
+  nsAutoLock lock(gTellingLock);
   gTelling.erase(std::ranges::find(gTelling, this));
 }
 
-nsresult nsSystemFileSystemWatcherServiceListener::Lock(std::unique_lock<std::mutex>* aLock) {
-  if (IsTelling()) return NS_ERROR_IN_PROGRESS;
+// Not checked: the check does not follow a lock that is held on some ways out.
+bool nsSystemFileSystemWatcherServiceListener::Lock() NS_NOT_CHECKED {
+  if (IsTelling()) return false;
   bool mayWait = true;
   {
-    std::lock_guard lock(gTellingLock);
+    nsAutoLock lock(gTellingLock);
     mayWait = std::ranges::none_of(gTelling, [](auto* aOther) { return aOther->IsTelling(); });
   }
-  *aLock = mayWait ? std::unique_lock(mLock) : std::unique_lock(mLock, std::try_to_lock);
-  return aLock->owns_lock() ? NS_OK : NS_ERROR_IN_PROGRESS;
+  if (!mayWait) return mLock.TryLock();
+  mLock.Lock();
+  return true;
 }
 
 nsresult nsSystemFileSystemWatcherServiceListener::AddListener(
     nsISystemFileSystemListener* aListener) {
-  std::unique_lock<std::mutex> lock;
-  if (nsresult rv = Lock(&lock); NS_FAILED(rv)) return rv;
+  if (!Lock()) return NS_ERROR_IN_PROGRESS;
+  nsAutoLock lock(mLock, std::adopt_lock);
   if (mStarted) {
-    lock.unlock();
+    lock.Unlock();
     (void)aListener->OnWatcherStarted();
-    lock.lock();
+    lock.Lock();
   }
   mClients.push_back({aListener, CurrentThread()});
   return NS_OK;
@@ -96,15 +98,15 @@ nsresult nsSystemFileSystemWatcherServiceListener::AddListener(
 
 nsresult nsSystemFileSystemWatcherServiceListener::RemoveListener(
     nsISystemFileSystemListener* aListener) {
-  std::unique_lock<std::mutex> lock;
-  if (nsresult rv = Lock(&lock); NS_FAILED(rv)) return rv;
+  if (!Lock()) return NS_ERROR_IN_PROGRESS;
+  nsAutoLock lock(mLock, std::adopt_lock);
   const auto found = std::ranges::find_if(
       mClients, [&](const Client& aClient) { return aClient.mListener == aListener; });
   if (found == mClients.end()) return NS_OK;
   const Client client = *found;
   mClients.erase(found);
   if (!mStarted) return NS_OK;
-  lock.unlock();
+  lock.Unlock();
   CallClient(client.mListener.get(), client.mThread.get(),
              &nsISystemFileSystemListener::OnWatcherStopped);
   return NS_OK;
@@ -112,29 +114,29 @@ nsresult nsSystemFileSystemWatcherServiceListener::RemoveListener(
 
 bool nsSystemFileSystemWatcherServiceListener::HasListener(nsISystemFileSystemListener* aListener) {
   if (IsTelling()) return true;  // and can't be left just now
-  std::lock_guard lock(mLock);
+  nsAutoLock lock(mLock);
   return std::ranges::any_of(mClients,
                              [&](const Client& aClient) { return aClient.mListener == aListener; });
 }
 
 nsresult nsSystemFileSystemWatcherServiceListener::OnWatcherStarted() {
-  std::lock_guard lock(mLock);
+  nsAutoLock lock(mLock);
   if (mStarted) return NS_OK;
   TellAll(&nsISystemFileSystemListener::OnWatcherStarted);
-  std::unique_lock telling(mTellingLock);
+  nsAutoLock telling(mTellingLock);
   mStarted = !std::exchange(mEndsAfterwards, false);
-  telling.unlock();
+  telling.Unlock();
   if (!mStarted) TellAll(&nsISystemFileSystemListener::OnWatcherStopped);
   return NS_OK;
 }
 
 nsresult nsSystemFileSystemWatcherServiceListener::OnWatcherStopped() {
   if (IsTelling()) {  // a client has ended the application from there
-    std::lock_guard lock(mTellingLock);
+    nsAutoLock lock(mTellingLock);
     mEndsAfterwards = true;
     return NS_OK;
   }
-  std::lock_guard lock(mLock);
+  nsAutoLock lock(mLock);
   if (!mStarted) return NS_OK;
   TellAll(&nsISystemFileSystemListener::OnWatcherStopped);
   mStarted = false;
@@ -143,7 +145,7 @@ nsresult nsSystemFileSystemWatcherServiceListener::OnWatcherStopped() {
 
 std::vector<nsSystemFileSystemWatcherServiceListener::Client>
 nsSystemFileSystemWatcherServiceListener::Snapshot() {
-  std::lock_guard lock(mLock);
+  nsAutoLock lock(mLock);
   return {mClients.rbegin(), mClients.rend()};  // the last one registered is called first
 }
 
@@ -184,7 +186,7 @@ nsresult nsSystemFileSystemWatcherServiceListener::OnFileSystemMoved(const nsASt
   std::vector<MoveClient> movers;
   std::vector<Client> plain;
   {
-    std::lock_guard lock(mLock);
+    nsAutoLock lock(mLock);
     for (auto client = mClients.rbegin(); client != mClients.rend(); ++client) {
       if (auto mover = do_QueryInterface<nsISystemFileSystemListener2>(client->mListener))
         movers.push_back({std::move(mover), client->mThread});
@@ -208,7 +210,7 @@ nsresult nsSystemFileSystemWatcherServiceListener::OnFileSystemMoved(const nsASt
 
 nsSystemFileSystemWatcherService::Entry nsSystemFileSystemWatcherService::Leave(
     const nsString& aPath, const nsSystemFileSystemWatcherServiceListener* aListener) {
-  std::lock_guard lock(mLock);
+  nsAutoLock lock(mLock);
   if (const auto found = mTable.find(aPath);
       found != mTable.end() && found->second.mListener == aListener) {
     if (--found->second.mClientCount > 0) return {};
@@ -233,7 +235,7 @@ nsresult nsSystemFileSystemWatcherService::StartWatching(const nsACString& aRoot
 
   nsCOMPtr<nsSystemFileSystemWatcherServiceListener> listener;
   {
-    std::lock_guard lock(mLock);
+    nsAutoLock lock(mLock);
     auto found = mTable.find(path);
     if (found != mTable.end() && found->second.mListener->HasEnded()) {
       mEnded.emplace_back(path, std::move(found->second));
@@ -269,7 +271,7 @@ nsresult nsSystemFileSystemWatcherService::StopWatching(const nsACString& aRootU
 
   std::vector<nsCOMPtr<nsSystemFileSystemWatcherServiceListener>> ofThatRoot;
   {
-    std::lock_guard lock(mLock);
+    nsAutoLock lock(mLock);
     for (const auto& [endedPath, entry] : mEnded)
       if (endedPath == path) ofThatRoot.push_back(entry.mListener);
     if (const auto found = mTable.find(path); found != mTable.end())

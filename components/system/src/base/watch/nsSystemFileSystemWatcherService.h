@@ -3,7 +3,6 @@
 
 #include <atomic>
 #include <map>
-#include <mutex>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -14,6 +13,7 @@
 #include "nsISystemFileSystemWatcher.h"
 #include "nsIThread.h"
 #include "nsImplements.h"
+#include "nsLock.h"
 #include "nsModuleClass.h"
 #include "nsString.h"
 
@@ -56,25 +56,26 @@ class nsSystemFileSystemWatcherServiceListener final
   ~nsSystemFileSystemWatcherServiceListener() override = default;
 
   /// Tells each client of the start or the end, with the lock held.
-  void TellAll(nsresult (nsISystemFileSystemListener::*aMethod)());
+  void TellAll(nsresult (nsISystemFileSystemListener::*aMethod)()) NS_REQUIRES(mLock);
   /// This thread tells the clients of the start or the end, or is told: it must not wait for the
   /// lock.
   bool IsTelling();
-  /// The lock, but where waiting for it might never end.
-  nsresult Lock(std::unique_lock<std::mutex>* aLock);
+  /// Takes the lock, but where waiting for it might never end.
+  bool Lock() NS_TRY_ACQUIRES(true, mLock);
   std::vector<Client> Snapshot();
   template <class Method, class... A>
   void CallAll(Method aMethod, const A&... aArguments);
 
-  std::mutex mLock;              // guards what follows
-  std::vector<Client> mClients;  // in order of registration
-  bool mStarted = false;
+  nsMutex mLock;                                      // guards what follows
+  std::vector<Client> mClients NS_GUARDED_BY(mLock);  // in order of registration
+  bool mStarted NS_GUARDED_BY(mLock) = false;
   std::atomic<bool> mHasEnded = false;
 
-  std::mutex mTellingLock;  // guards what follows; nothing else is locked while it is held
-  std::thread::id mTelling;
-  nsCOMPtr<nsIThread> mTold;
-  bool mEndsAfterwards = false;  ///< the watch has ended while its start was being told
+  nsMutex mTellingLock;  // guards what follows; nothing else is locked while it is held
+  std::thread::id mTelling NS_GUARDED_BY(mTellingLock);
+  nsCOMPtr<nsIThread> mTold NS_GUARDED_BY(mTellingLock);
+  // The watch has ended while its start was being told.
+  bool mEndsAfterwards NS_GUARDED_BY(mTellingLock) = false;
 };
 
 /// "@vorel/system/filesystemwatcherservice;1". Any thread that runs an event loop.
@@ -110,8 +111,8 @@ class nsSystemFileSystemWatcherService final
 
   // Guards the table and its entries. Not held while clients are called: they may start and stop
   // watches on other roots.
-  std::mutex mLock;
-  std::map<nsString, Entry> mTable;  // by the path of the root
+  nsMutex mLock;
+  std::map<nsString, Entry> mTable NS_GUARDED_BY(mLock);  // by the path of the root
   // Of roots that have gone: nobody new comes to these, who is there leaves.
-  std::vector<std::pair<nsString, Entry>> mEnded;
+  std::vector<std::pair<nsString, Entry>> mEnded NS_GUARDED_BY(mLock);
 };

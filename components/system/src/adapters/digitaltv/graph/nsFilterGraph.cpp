@@ -53,7 +53,7 @@ bool nsFilterGraph::HasName(std::u16string_view aName) const {
 
 nsresult nsFilterGraph::AddFilter(IBaseFilter* aFilter, const char16_t* aName) {
   if (!aFilter) return E_POINTER;
-  const std::lock_guard lock(NS_MediaStructureLock());
+  const nsAutoLock lock(NS_MediaStructureLock());
   if (IndexOf(aFilter) < mFilters.size()) return E_INVALIDARG;
   const std::u16string wanted = aName ? aName : u"";
   std::u16string name = wanted;
@@ -71,7 +71,7 @@ nsresult nsFilterGraph::AddFilter(IBaseFilter* aFilter, const char16_t* aName) {
 nsresult nsFilterGraph::RemoveFilter(IBaseFilter* aFilter) {
   if (!aFilter) return E_POINTER;
   nsCOMPtr<IBaseFilter> removed;  // let go of when the lock is no longer held
-  const std::lock_guard lock(NS_MediaStructureLock());
+  const nsAutoLock lock(NS_MediaStructureLock());
   const size_t index = IndexOf(aFilter);
   if (index == mFilters.size()) return VFW_E_NOT_IN_GRAPH;
   FILTER_STATE state = State_Stopped;
@@ -90,7 +90,7 @@ nsresult nsFilterGraph::RemoveFilter(IBaseFilter* aFilter) {
 nsresult nsFilterGraph::EnumFilters(IEnumFilters** aEnum) {
   if (!aEnum) return E_POINTER;
   Filters filters;
-  const std::lock_guard lock(NS_MediaStructureLock());
+  const nsAutoLock lock(NS_MediaStructureLock());
   for (const Entry& entry : mFilters) filters.push_back(entry.mFilter);
   MakeRefCounted<nsMediaEnum<IEnumFilters, nsCOMPtr<IBaseFilter>>>(std::move(filters))
       .forget(aEnum);
@@ -99,7 +99,7 @@ nsresult nsFilterGraph::EnumFilters(IEnumFilters** aEnum) {
 
 nsresult nsFilterGraph::FindFilterByName(const char16_t* aName, IBaseFilter** aFilter) {
   if (!aName || !aFilter) return E_POINTER;
-  const std::lock_guard lock(NS_MediaStructureLock());
+  const nsAutoLock lock(NS_MediaStructureLock());
   for (const Entry& entry : mFilters)
     if (entry.mName == aName) {
       nsCOMPtr(entry.mFilter).forget(aFilter);
@@ -110,7 +110,7 @@ nsresult nsFilterGraph::FindFilterByName(const char16_t* aName, IBaseFilter** aF
 
 nsresult nsFilterGraph::ConnectDirect(IPin* aOut, IPin* aIn, const AM_MEDIA_TYPE* aType) {
   if (!aOut || !aIn) return E_POINTER;
-  const std::lock_guard lock(NS_MediaStructureLock());
+  const nsAutoLock lock(NS_MediaStructureLock());
   for (IPin* const pin : {aOut, aIn})
     if (IndexOf(FilterOf(pin).get()) == mFilters.size()) return VFW_E_NOT_IN_GRAPH;
   return aOut->Connect(aIn, aType);
@@ -136,13 +136,13 @@ void nsFilterGraph::Visit(IBaseFilter* aFilter, Filters* aOrder) const {
 
 nsFilterGraph::Filters nsFilterGraph::FromSource() const {
   Filters order;
-  const std::lock_guard lock(NS_MediaStructureLock());
+  const nsAutoLock lock(NS_MediaStructureLock());
   for (const Entry& entry : mFilters) Visit(entry.mFilter.get(), &order);
   return order;
 }
 
 nsresult nsFilterGraph::Run() {
-  const std::lock_guard lock(mStateLock);
+  const nsAutoLock lock(mStateLock);
   const Filters order = FromSource();
   for (const auto& filter : order) {
     const nsresult rv = filter->Run(0);
@@ -156,7 +156,7 @@ nsresult nsFilterGraph::Run() {
 }
 
 nsresult nsFilterGraph::Stop() {
-  const std::lock_guard lock(mStateLock);
+  const nsAutoLock lock(mStateLock);
   const Filters order = FromSource();
   nsresult result = S_OK;
   for (auto each = order.rbegin(); each != order.rend(); ++each)
@@ -167,7 +167,7 @@ nsresult nsFilterGraph::Stop() {
 
 nsresult nsFilterGraph::GetState(int32_t, int32_t* aState) {
   if (!aState) return E_POINTER;
-  const std::lock_guard lock(mStateLock);
+  const nsAutoLock lock(mStateLock);
   *aState = mIsRunning ? State_Running : State_Stopped;
   return S_OK;
 }

@@ -1,12 +1,12 @@
 // The graph: which filters belong together, and that they run and stop together.
 #pragma once
 
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "IGraphBuilder.h"
 #include "IMediaControl.h"
+#include "nsLock.h"
 #include "nsMediaFilter.h"
 
 /// Connections are made as they are asked for, never by adding filters between. Any thread.
@@ -62,6 +62,6 @@ class nsFilterGraph final
   void Visit(IBaseFilter* aFilter, Filters* aOrder) const;
 
   std::vector<Entry> mFilters;  ///< under the structure lock
-  std::mutex mStateLock;        ///< of Run and Stop; taken before the structure lock
+  nsMutex mStateLock;           ///< of Run and Stop; taken before the structure lock
   bool mIsRunning = false;
 };

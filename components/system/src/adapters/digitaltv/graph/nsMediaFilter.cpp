@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-std::recursive_mutex& NS_MediaStructureLock() {
-  static std::recursive_mutex sLock;
+nsRecursiveMutex& NS_MediaStructureLock() {
+  static nsRecursiveMutex sLock;
   return sLock;
 }
 
@@ -39,7 +39,7 @@ nsresult nsMediaPin::CheckFree() const {
 
 nsresult nsMediaPin::Connect(IPin* aReceivePin, const AM_MEDIA_TYPE* aType) {
   if (!aReceivePin) return E_POINTER;
-  const std::lock_guard lock(NS_MediaStructureLock());
+  const nsAutoLock lock(NS_MediaStructureLock());
   PIN_DIRECTION other = PINDIR_OUTPUT;
   nsresult rv = aReceivePin->QueryDirection(&other);
   if (NS_FAILED(rv)) return rv;
@@ -63,7 +63,7 @@ nsresult nsMediaPin::Connect(IPin* aReceivePin, const AM_MEDIA_TYPE* aType) {
 nsresult nsMediaPin::ReceiveConnection(IPin* aConnector, const AM_MEDIA_TYPE* aType) {
   if (!aConnector || !aType) return E_POINTER;
   if (IsOutput()) return VFW_E_INVALID_DIRECTION;
-  const std::lock_guard lock(NS_MediaStructureLock());
+  const nsAutoLock lock(NS_MediaStructureLock());
   if (const nsresult rv = CheckFree(); NS_FAILED(rv)) return rv;
   const nsMediaType type = nsMediaType::Of(*aType);
   if (!Takes(type) || !TakesFrom(aConnector)) return VFW_E_TYPE_NOT_ACCEPTED;
@@ -74,7 +74,7 @@ nsresult nsMediaPin::ReceiveConnection(IPin* aConnector, const AM_MEDIA_TYPE* aT
 
 nsresult nsMediaPin::Disconnect() {
   nsCOMPtr<IPin> peer;  // let go of when the lock is no longer held
-  const std::lock_guard lock(NS_MediaStructureLock());
+  const nsAutoLock lock(NS_MediaStructureLock());
   if (!mPeer) return S_FALSE;
   if (mFilter.IsRunning()) return VFW_E_NOT_STOPPED;
   peer.swap(mPeer);
@@ -90,18 +90,18 @@ nsresult nsMediaPin::ConnectedTo(IPin** aPin) {
 }
 
 nsCOMPtr<IPin> nsMediaPin::Peer() const {
-  const std::lock_guard lock(NS_MediaStructureLock());
+  const nsAutoLock lock(NS_MediaStructureLock());
   return mPeer;
 }
 
 nsMediaType nsMediaPin::ConnectedType() const {
-  const std::lock_guard lock(NS_MediaStructureLock());
+  const nsAutoLock lock(NS_MediaStructureLock());
   return mConnectedType;
 }
 
 nsresult nsMediaPin::ConnectionMediaType(AM_MEDIA_TYPE* aType) {
   if (!aType) return E_POINTER;
-  const std::lock_guard lock(NS_MediaStructureLock());
+  const nsAutoLock lock(NS_MediaStructureLock());
   if (!mPeer) return VFW_E_NOT_CONNECTED;
   *aType = mConnectedType.Full();
   return S_OK;
@@ -136,7 +136,7 @@ nsresult nsMediaPin::QueryAccept(const AM_MEDIA_TYPE* aType) {
 
 nsresult nsMediaPin::EnumMediaTypes(IEnumMediaTypes** aEnum) {
   if (!aEnum) return E_POINTER;
-  const std::lock_guard lock(NS_MediaStructureLock());
+  const nsAutoLock lock(NS_MediaStructureLock());
   MakeRefCounted<nsMediaEnum<IEnumMediaTypes, nsMediaType>>(Offers()).forget(aEnum);
   return S_OK;
 }
@@ -153,7 +153,7 @@ nsresult nsMediaFilter::GetClassID(nsCID* aClass) {
 }
 
 nsresult nsMediaFilter::Run(int64_t) {
-  const std::lock_guard lock(mStateLock);
+  const nsAutoLock lock(mStateLock);
   if (IsRunning()) return S_OK;
   mState = State_Running;
   const nsresult rv = OnRun();
@@ -165,7 +165,7 @@ nsresult nsMediaFilter::Run(int64_t) {
 }
 
 nsresult nsMediaFilter::Stop() {
-  const std::lock_guard lock(mStateLock);
+  const nsAutoLock lock(mStateLock);
   if (!IsRunning()) return S_OK;
   OnStop();
   mState = State_Stopped;
@@ -181,7 +181,7 @@ nsresult nsMediaFilter::GetState(uint32_t, FILTER_STATE* aState) {
 nsresult nsMediaFilter::EnumPins(IEnumPins** aEnum) {
   if (!aEnum) return E_POINTER;
   std::vector<nsCOMPtr<IPin>> pins;
-  const std::lock_guard lock(NS_MediaStructureLock());
+  const nsAutoLock lock(NS_MediaStructureLock());
   for (const auto& pin : mPins) pins.emplace_back(pin.get());
   MakeRefCounted<nsMediaEnum<IEnumPins, nsCOMPtr<IPin>>>(std::move(pins)).forget(aEnum);
   return S_OK;
@@ -189,7 +189,7 @@ nsresult nsMediaFilter::EnumPins(IEnumPins** aEnum) {
 
 nsresult nsMediaFilter::FindPin(const char16_t* aId, IPin** aPin) {
   if (!aId || !aPin) return E_POINTER;
-  const std::lock_guard lock(NS_MediaStructureLock());
+  const nsAutoLock lock(NS_MediaStructureLock());
   for (const auto& pin : mPins)
     if (pin->Name() == aId) {
       nsCOMPtr<IPin>(pin.get()).forget(aPin);
@@ -200,14 +200,14 @@ nsresult nsMediaFilter::FindPin(const char16_t* aId, IPin** aPin) {
 
 nsresult nsMediaFilter::QueryFilterInfo(FILTER_INFO* aInfo) {
   if (!aInfo) return E_POINTER;
-  const std::lock_guard lock(NS_MediaStructureLock());
+  const nsAutoLock lock(NS_MediaStructureLock());
   nsCOMPtr<IFilterGraph>(mGraph).forget(&aInfo->pGraph);
   CopyName(mName, aInfo->achName);
   return S_OK;
 }
 
 nsresult nsMediaFilter::JoinFilterGraph(IFilterGraph* aGraph, const char16_t* aName) {
-  const std::lock_guard lock(NS_MediaStructureLock());
+  const nsAutoLock lock(NS_MediaStructureLock());
   // Only one graph runs and stops it.
   if (aGraph && mGraph && aGraph != mGraph) return E_INVALIDARG;
   mGraph = aGraph;
@@ -216,7 +216,7 @@ nsresult nsMediaFilter::JoinFilterGraph(IFilterGraph* aGraph, const char16_t* aN
 }
 
 void nsMediaFilter::RemovePin(nsMediaPin& aPin) {
-  const std::lock_guard lock(NS_MediaStructureLock());
+  const nsAutoLock lock(NS_MediaStructureLock());
   const auto found = std::ranges::find(mPins, &aPin, &std::unique_ptr<nsMediaPin>::get);
   if (found == mPins.end()) return;
   mRemovedPins.push_back(std::move(*found));
@@ -224,7 +224,7 @@ void nsMediaFilter::RemovePin(nsMediaPin& aPin) {
 }
 
 nsMediaPin* nsMediaFilter::PinOfName(std::u16string_view aName, PIN_DIRECTION aDirection) const {
-  const std::lock_guard lock(NS_MediaStructureLock());
+  const nsAutoLock lock(NS_MediaStructureLock());
   for (const auto& pin : mPins)
     if (pin->Name() == aName && pin->IsOutput() == (aDirection == PINDIR_OUTPUT)) return pin.get();
   return nullptr;

@@ -3,7 +3,6 @@
 
 #include <atomic>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -12,13 +11,14 @@
 #include "IMediaSample.h"
 #include "IPin.h"
 #include "nsCOMPtr.h"
+#include "nsLock.h"
 #include "nsMediaEnum.h"
 
 class nsMediaTuner;
 
 /// Guards how filters, pins and graphs hang together, in all graphs of the process. Taken for
 /// moments, with nothing called that waits.
-std::recursive_mutex& NS_MediaStructureLock();
+nsRecursiveMutex& NS_MediaStructureLock();
 
 // ---- Between our own pins
 
@@ -175,7 +175,7 @@ class nsMediaFilter : public IBaseFilter {
   Pin& AddPin(A&&... aArgs) {
     auto pin = std::make_unique<Pin>(*this, std::forward<A>(aArgs)...);
     Pin& added = *pin;
-    const std::lock_guard lock(NS_MediaStructureLock());
+    const nsAutoLock lock(NS_MediaStructureLock());
     mPins.push_back(std::move(pin));
     return added;
   }
@@ -188,7 +188,7 @@ class nsMediaFilter : public IBaseFilter {
 
  private:
   nsCID mClass;
-  std::mutex mStateLock;
+  nsMutex mStateLock;
   std::atomic<FILTER_STATE> mState = State_Stopped;
   std::vector<std::unique_ptr<nsMediaPin>> mPins, mRemovedPins;
   IFilterGraph* mGraph = nullptr;  ///< takes itself back before it goes

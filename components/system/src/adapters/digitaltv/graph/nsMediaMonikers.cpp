@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -11,6 +10,7 @@
 #include "IMoniker.h"
 #include "IPropertyBag.h"
 #include "IRunningObjectTable.h"
+#include "nsLock.h"
 #include "nsMediaEnum.h"
 #include "nsMediaFilter.h"
 #include "nsTableFilters.h"
@@ -184,14 +184,14 @@ class RunningObjectTable final : public nsImplements<RunningObjectTable, IRunnin
   nsresult Register(uint32_t, nsISupports* aObject, IMoniker* aName,
                     uint32_t* aRegistration) override {
     if (!aObject || !aName || !aRegistration) return E_POINTER;
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     *aRegistration = ++mLast;
     mEntries.push_back({mLast, aName, aObject, DisplayNameOf(aName)});
     return S_OK;
   }
   nsresult Revoke(uint32_t aRegistration) override {
     Entry revoked;  // let go of when the lock is no longer held
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     const auto found = std::ranges::find(mEntries, aRegistration, &Entry::mRegistration);
     if (found == mEntries.end()) return E_INVALIDARG;
     revoked = std::move(*found);
@@ -206,7 +206,7 @@ class RunningObjectTable final : public nsImplements<RunningObjectTable, IRunnin
   nsresult GetObject(IMoniker* aName, nsISupports** aObject) override {
     if (!aName || !aObject) return E_POINTER;
     const std::u16string name = DisplayNameOf(aName);
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     const auto found = std::ranges::find(mEntries, name, &Entry::mDisplayName);
     if (found == mEntries.end()) return MK_E_NOOBJECT;
     nsCOMPtr(found->mObject).forget(aObject);
@@ -217,7 +217,7 @@ class RunningObjectTable final : public nsImplements<RunningObjectTable, IRunnin
   nsresult EnumRunning(IEnumMoniker** aEnum) override {
     if (!aEnum) return E_POINTER;
     Monikers names;
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     for (const Entry& entry : mEntries) names.push_back(entry.mName);
     MakeRefCounted<nsMediaEnum<IEnumMoniker, nsCOMPtr<IMoniker>>>(std::move(names)).forget(aEnum);
     return S_OK;
@@ -231,7 +231,7 @@ class RunningObjectTable final : public nsImplements<RunningObjectTable, IRunnin
     std::u16string mDisplayName;
   };
   ~RunningObjectTable() override = default;
-  std::mutex mLock;
+  nsMutex mLock;
   std::vector<Entry> mEntries;
   uint32_t mLast = 0;
 };

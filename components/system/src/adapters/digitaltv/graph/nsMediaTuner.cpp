@@ -3,7 +3,7 @@
 #include <utility>
 
 nsresult nsMediaTuner::Open() {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   if (mDevice) return NS_OK;
   nsresult rv = mTuners->OpenTuner(mInfo.mPath, &mDevice);
   if (NS_FAILED(rv)) return rv;
@@ -19,7 +19,7 @@ nsresult nsMediaTuner::Open() {
 void nsMediaTuner::Close() {
   nsPlatformTunerRef device;
   {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     device = std::exchange(mDevice, nullptr);
     ++mGeneration;
   }
@@ -28,7 +28,7 @@ void nsMediaTuner::Close() {
 
 nsresult nsMediaTuner::Tune(int32_t aFrequency, int32_t aBandwidth) {
   if (aFrequency <= 0) return NS_OK;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   mFrequency = static_cast<uint32_t>(aFrequency);
   mBandwidth = aBandwidth > 0 ? static_cast<uint32_t>(aBandwidth) : 0;
   return mDevice ? TuneNow() : NS_OK;
@@ -44,11 +44,11 @@ nsresult nsMediaTuner::TuneNow() {
 }
 
 nsPlatformTunerRef nsMediaTuner::Device() const {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   return mDevice;
 }
 
 uint64_t nsMediaTuner::Generation() const {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   return mGeneration;
 }

@@ -2,8 +2,8 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 
+#include "nsLock.h"
 #include "nsPlatformTuners.h"
 
 /// Open while its filter runs. Any thread.
@@ -33,7 +33,7 @@ class nsMediaTuner {
   nsresult TuneNow();
 
   const std::shared_ptr<nsPlatformTuners> mTuners;
-  mutable std::mutex mLock;
+  mutable nsMutex mLock;
   nsPlatformTunerRef mDevice;
   uint32_t mFrequency = 0, mBandwidth = 0;  ///< to be tuned to; 0: nothing
   uint64_t mGeneration = 0;

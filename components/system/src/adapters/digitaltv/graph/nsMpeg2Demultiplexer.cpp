@@ -55,7 +55,7 @@ class nsMpeg2Demultiplexer::StreamPin final : public nsMediaPinWith<IMPEG2PIDMap
     if (!aEnum) return E_POINTER;
     std::vector<PID_MAP> map;
     {
-      const std::lock_guard lock(mDemultiplexer.mLock);
+      const nsAutoLock lock(mDemultiplexer.mLock);
       for (size_t pid = 0; pid < mPids.size(); ++pid)
         if (mPids[pid]) map.push_back({static_cast<uint32_t>(pid), MEDIA_TRANSPORT_PACKET});
     }
@@ -68,7 +68,7 @@ class nsMpeg2Demultiplexer::StreamPin final : public nsMediaPinWith<IMPEG2PIDMap
  private:
   nsresult Change(uint32_t aCount, const uint32_t* aPids, bool aIsMapped) {
     if (!aPids && aCount > 0) return E_POINTER;
-    const std::lock_guard lock(mDemultiplexer.mLock);
+    const nsAutoLock lock(mDemultiplexer.mLock);
     Pids pids = mPids;
     for (uint32_t i = 0; i < aCount; ++i) {
       if (aPids[i] >= pids.size() || (!aIsMapped && !mPids[aPids[i]])) return E_INVALIDARG;
@@ -93,7 +93,7 @@ nsMpeg2Demultiplexer::~nsMpeg2Demultiplexer() { OnStop(); }
 nsresult nsMpeg2Demultiplexer::CreateOutputPin(AM_MEDIA_TYPE* aMediaType, char16_t* aName,
                                                IPin** aPin) {
   if (!aMediaType || !aName || !aPin) return E_POINTER;
-  const std::lock_guard lock(NS_MediaStructureLock());
+  const nsAutoLock lock(NS_MediaStructureLock());
   if (IsRunning()) return VFW_E_NOT_STOPPED;
   if (PinOfName(aName, PINDIR_OUTPUT)) return VFW_E_DUPLICATE_NAME;
   StreamPin& pin = AddPin<StreamPin>(aName, nsMediaType::Of(*aMediaType), *this);
@@ -114,7 +114,7 @@ nsresult nsMpeg2Demultiplexer::FindMadePin(const char16_t* aName, StreamPin** aP
 
 nsresult nsMpeg2Demultiplexer::SetOutputPinMediaType(char16_t* aName, AM_MEDIA_TYPE* aMediaType) {
   if (!aMediaType) return E_POINTER;
-  const std::lock_guard lock(NS_MediaStructureLock());
+  const nsAutoLock lock(NS_MediaStructureLock());
   StreamPin* pin;
   const nsresult rv = FindMadePin(aName, &pin);
   if (NS_SUCCEEDED(rv)) pin->SetTypes({nsMediaType::Of(*aMediaType)});
@@ -122,7 +122,7 @@ nsresult nsMpeg2Demultiplexer::SetOutputPinMediaType(char16_t* aName, AM_MEDIA_T
 }
 
 nsresult nsMpeg2Demultiplexer::DeleteOutputPin(char16_t* aName) {
-  const std::lock_guard lock(NS_MediaStructureLock());
+  const nsAutoLock lock(NS_MediaStructureLock());
   StreamPin* pin;
   const nsresult rv = FindMadePin(aName, &pin);
   if (NS_FAILED(rv)) return rv;
@@ -150,7 +150,7 @@ struct nsMpeg2Demultiplexer::Outlet {
 };
 
 nsresult nsMpeg2Demultiplexer::OnRun() {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   mIsStreaming = true;
   return UpdateReader();
 }
@@ -159,7 +159,7 @@ void nsMpeg2Demultiplexer::OnStop() {
   std::shared_ptr<nsPlatformPacketReader> reader;
   nsNamedThread thread;
   {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     mIsStreaming = false;
     reader = std::exchange(mReader, nullptr);
     thread = std::move(mThread);
@@ -182,7 +182,7 @@ nsresult nsMpeg2Demultiplexer::UpdateReader() {
   std::vector<Outlet> outlets;
   Pids all;
   {
-    const std::lock_guard lock(NS_MediaStructureLock());
+    const nsAutoLock lock(NS_MediaStructureLock());
     for (StreamPin* const pin : mStreamPins)
       if (nsCOMPtr<nsIMediaInput> sink = do_QueryInterface<nsIMediaInput>(pin->Peer())) {
         outlets.push_back({pin, std::move(sink)});
@@ -221,7 +221,7 @@ void nsMpeg2Demultiplexer::Stream(nsPlatformPacketReader& aReader, std::vector<O
     }
     if (isFirst || version != mPidsVersion) {
       isFirst = false;
-      const std::lock_guard lock(mLock);
+      const nsAutoLock lock(mLock);
       version = mPidsVersion;
       for (Outlet& outlet : aOutlets) outlet.mPids = outlet.mPin->mPids;
     }

@@ -4,10 +4,10 @@
 
 #include <atomic>
 #include <bitset>
-#include <mutex>
 
 #include "IMPEG2PIDMap.h"
 #include "IMpeg2Demultiplexer.h"
+#include "nsLock.h"
 #include "nsMediaFilter.h"
 #include "nsNamedThread.h"
 
@@ -46,7 +46,7 @@ class nsMpeg2Demultiplexer final
 
   nsMediaPin& mInput;
   std::vector<StreamPin*> mStreamPins;  ///< in order of making; under the structure lock
-  std::mutex mLock;                     ///< of all that follows, and of the pins' PIDs
+  nsMutex mLock;                        ///< of all that follows, and of the pins' PIDs
   bool mIsStreaming = false;            ///< from OnRun to OnStop
   std::shared_ptr<nsPlatformPacketReader> mReader;
   nsNamedThread mThread;

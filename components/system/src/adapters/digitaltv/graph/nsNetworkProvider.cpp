@@ -39,7 +39,7 @@ nsNetworkProvider::nsNetworkProvider()
 
 nsresult nsNetworkProvider::get_TuningSpace(ITuningSpace** aSpace) {
   if (!aSpace) return E_POINTER;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   if (!mSpace) return E_FAIL;
   nsCOMPtr(mSpace).forget(aSpace);
   return S_OK;
@@ -48,14 +48,14 @@ nsresult nsNetworkProvider::get_TuningSpace(ITuningSpace** aSpace) {
 nsresult nsNetworkProvider::put_TuningSpace(ITuningSpace* aSpace) {
   if (!aSpace) return E_POINTER;
   nsCOMPtr<ITuningSpace> space(aSpace);
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   mSpace.swap(space);
   return S_OK;
 }
 
 nsresult nsNetworkProvider::get_TuneRequest(ITuneRequest** aRequest) {
   if (!aRequest) return E_POINTER;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   if (!mRequest) return E_FAIL;
   nsCOMPtr(mRequest).forget(aRequest);
   return S_OK;
@@ -70,7 +70,7 @@ nsresult nsNetworkProvider::put_TuneRequest(ITuneRequest* aRequest) {
   if (const nsresult rv = Validate(aRequest); NS_FAILED(rv)) return rv;
   nsCOMPtr<ITuneRequest> request(aRequest);
   {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     mRequest.swap(request);
     mIsPassedOn = IsRunning();
     if (!mIsPassedOn) return S_OK;
@@ -81,7 +81,7 @@ nsresult nsNetworkProvider::put_TuneRequest(ITuneRequest* aRequest) {
 nsresult nsNetworkProvider::OnRun() {
   nsCOMPtr<ITuneRequest> request;
   {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     if (std::exchange(mIsPassedOn, true)) return S_OK;
     request = mRequest;
   }

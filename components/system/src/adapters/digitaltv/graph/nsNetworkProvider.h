@@ -1,10 +1,9 @@
 // The head of a receiver's graph: it is told what to tune to, and passes it on to the tuner.
 #pragma once
 
-#include <mutex>
-
 #include "IFrequencyMap.h"
 #include "IScanningTuner.h"
+#include "nsLock.h"
 #include "nsMediaFilter.h"
 
 /// Of terrestrial networks.
@@ -48,7 +47,7 @@ class nsNetworkProvider final
   nsresult PassOn(ITuneRequest* aRequest);
 
   nsMediaPin& mOutput;
-  std::mutex mLock;
+  nsMutex mLock;
   nsCOMPtr<ITuningSpace> mSpace;
   nsCOMPtr<ITuneRequest> mRequest;
   bool mIsPassedOn = false;

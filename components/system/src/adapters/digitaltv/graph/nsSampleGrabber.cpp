@@ -28,7 +28,7 @@ class SampleGrabber final : public nsImplements<SampleGrabber, nsMediaFilter, IS
 
   InputPin& mInput;
   OutputPin& mOutput;
-  std::mutex mLock;
+  nsMutex mLock;
   nsCOMPtr<ISampleGrabberCB> mCallback;
   int32_t mMethod = 0;
   nsCOMPtr<nsIMediaInput> mNext;  ///< while it runs
@@ -69,7 +69,7 @@ SampleGrabber::SampleGrabber()
 
 nsresult SampleGrabber::SetMediaType(const AM_MEDIA_TYPE* aType) {
   if (!aType) return E_POINTER;
-  const std::lock_guard lock(NS_MediaStructureLock());
+  const nsAutoLock lock(NS_MediaStructureLock());
   mInput.mWanted = nsMediaType::Of(*aType).Full();
   return S_OK;
 }
@@ -81,14 +81,14 @@ nsresult SampleGrabber::GetConnectedMediaType(AM_MEDIA_TYPE* aType) {
 nsresult SampleGrabber::SetCallback(ISampleGrabberCB* aCallback, int32_t aMethod) {
   if (aMethod != 0 && aMethod != 1) return E_INVALIDARG;
   nsCOMPtr<ISampleGrabberCB> callback(aCallback);
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   mCallback.swap(callback);
   mMethod = aMethod;
   return S_OK;
 }
 
 nsresult SampleGrabber::OnRun() {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   mNext = do_QueryInterface<nsIMediaInput>(mOutput.Peer());
   return S_OK;
 }
@@ -98,7 +98,7 @@ void SampleGrabber::Receive(IMediaSample* aSample) {
   nsCOMPtr<nsIMediaInput> next;
   int32_t method;
   {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     callback = mCallback;
     next = mNext;
     method = mMethod;

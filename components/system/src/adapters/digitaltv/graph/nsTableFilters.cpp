@@ -122,7 +122,7 @@ class SectionsFilter final
   void RememberPrograms(const std::vector<std::vector<uint8_t>>& aPat);
 
   nsMediaPin& mInput;
-  mutable std::mutex mLock;
+  mutable nsMutex mLock;
   std::set<Reader> mReaders;                         ///< of the calls that wait
   std::map<uint16_t, std::set<uint16_t>> mPrograms;  ///< of the last PAT, by PID
   uint64_t mGeneration = 0;                          ///< of the tuner, when that came
@@ -144,7 +144,7 @@ nsresult SectionsFilter::Read(uint16_t aPid, uint8_t aTableId, uint32_t aTimeout
   nsresult rv = device->OpenSections({.mPid = aPid, .mTableId = aTableId}, &reader);
   if (NS_FAILED(rv)) return rv;
   {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     mReaders.insert(reader);
   }
   const auto end = steady_clock::now() + milliseconds(aTimeout);
@@ -156,7 +156,7 @@ nsresult SectionsFilter::Read(uint16_t aPid, uint8_t aTableId, uint32_t aTimeout
                   : reader->ReadSection(static_cast<uint32_t>(left), &section);
     if (NS_SUCCEEDED(rv)) isEnough = aTake(section);
   }
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   mReaders.erase(reader);
   return rv == NS_ERROR_NET_TIMEOUT ? VFW_E_TIMEOUT : rv;
 }
@@ -194,14 +194,14 @@ nsresult SectionsFilter::GetSection(uint16_t aPid, uint8_t aTableId, MPEG2_FILTE
 }
 
 nsresult SectionsFilter::Cancel() {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   for (const Reader& reader : mReaders) reader->Cancel();
   return S_OK;
 }
 
 std::set<uint16_t> SectionsFilter::ProgramsOf(uint16_t aPid) const {
   const auto tuner = Tuner();
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   const auto found = mPrograms.find(aPid);
   if (!tuner || tuner->Generation() != mGeneration || found == mPrograms.end()) return {};
   return found->second;
@@ -210,7 +210,7 @@ std::set<uint16_t> SectionsFilter::ProgramsOf(uint16_t aPid) const {
 void SectionsFilter::RememberPrograms(const std::vector<std::vector<uint8_t>>& aPat) {
   const auto tuner = Tuner();
   if (!tuner) return;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   mGeneration = tuner->Generation();
   mPrograms.clear();
   for (const auto& section : aPat)

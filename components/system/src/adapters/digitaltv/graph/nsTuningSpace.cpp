@@ -1,12 +1,12 @@
 #include "nsTuningSpace.h"
 
 #include <array>
-#include <mutex>
 #include <string>
 
 #include "IDVBTLocator.h"
 #include "IDVBTuneRequest.h"
 #include "IDVBTuningSpace2.h"
+#include "nsLock.h"
 #include "nsMediaEnum.h"
 
 namespace {
@@ -20,22 +20,22 @@ class Numbers {
   Numbers& operator=(const Numbers&) = delete;
   nsresult Get(size_t aIndex, int32_t* aValue) const {
     if (!aValue) return E_POINTER;
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     *aValue = mValues[aIndex];
     return S_OK;
   }
   nsresult Put(size_t aIndex, int32_t aValue) {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     mValues[aIndex] = aValue;
     return S_OK;
   }
 
  private:
   std::array<int32_t, N> Copy() const {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     return mValues;
   }
-  mutable std::mutex mLock;
+  mutable nsMutex mLock;
   std::array<int32_t, N> mValues;
 };
 
@@ -140,7 +140,7 @@ class TuneRequest final : public nsImplements<TuneRequest, nsWithoutDispatch<IDV
   }
   nsresult put_Locator(ILocator* aLocator) override {
     nsCOMPtr<ILocator> locator(aLocator);
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     mLocator.swap(locator);
     return S_OK;
   }
@@ -154,13 +154,13 @@ class TuneRequest final : public nsImplements<TuneRequest, nsWithoutDispatch<IDV
  private:
   ~TuneRequest() override = default;
   nsCOMPtr<ILocator> CurrentLocator() const {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     return mLocator;
   }
 
   Numbers<3> mNumbers;
   const nsCOMPtr<ITuningSpace> mSpace;
-  mutable std::mutex mLock;
+  mutable nsMutex mLock;
   nsCOMPtr<ILocator> mLocator;
 };
 
@@ -170,7 +170,7 @@ class TuningSpace final : public nsImplements<TuningSpace, nsWithoutDispatch<IDV
  public:
   TuningSpace() = default;
   TuningSpace(const TuningSpace& aOther) : nsImplementsWith(), mNumbers(aOther.mNumbers) {
-    const std::lock_guard lock(aOther.mLock);
+    const nsAutoLock lock(aOther.mLock);
     mTexts = aOther.mTexts;
     mLocator = aOther.mLocator;
   }
@@ -190,11 +190,11 @@ class TuningSpace final : public nsImplements<TuningSpace, nsWithoutDispatch<IDV
   }
   nsresult get__NetworkType(nsID* aType) override {
     if (!aType) return E_POINTER;
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     return Parse(mTexts[kNetworkType], aType) ? S_OK : E_FAIL;
   }
   nsresult put__NetworkType(const nsCID& aType) override {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     mTexts[kNetworkType] = Upper(aType);
     return S_OK;
   }
@@ -211,13 +211,13 @@ class TuningSpace final : public nsImplements<TuningSpace, nsWithoutDispatch<IDV
   nsresult put_FrequencyMapping(char16_t* a) override { return Put(kMapping, a); }
   nsresult get_DefaultLocator(ILocator** aLocator) override {
     if (!aLocator) return E_POINTER;
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     nsCOMPtr(mLocator).forget(aLocator);
     return S_OK;
   }
   nsresult put_DefaultLocator(ILocator* aLocator) override {
     nsCOMPtr<ILocator> locator(aLocator);
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     mLocator.swap(locator);
     return S_OK;
   }
@@ -253,17 +253,17 @@ class TuningSpace final : public nsImplements<TuningSpace, nsWithoutDispatch<IDV
     return S_OK;
   }
   nsresult Get(size_t aIndex, char16_t** aText) const {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     return GiveText(mTexts[aIndex], aText);
   }
   nsresult Put(size_t aIndex, const char16_t* aText) {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     mTexts[aIndex] = NS_MediaBSTRView(aText);
     return S_OK;
   }
 
   Numbers<2> mNumbers;
-  mutable std::mutex mLock;
+  mutable nsMutex mLock;
   std::array<std::u16string, kTexts> mTexts;
   nsCOMPtr<ILocator> mLocator;
 };

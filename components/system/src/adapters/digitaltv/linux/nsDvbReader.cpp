@@ -33,7 +33,7 @@ void nsDvbReader::Enlist() {
 
 nsDvbReader::~nsDvbReader() {
   if (!mIsEnlisted) return;
-  const std::lock_guard lock(mSession->mLock);
+  const nsAutoLock lock(mSession->mLock);
   mSession->mReaders.remove(this);
 }
 
@@ -56,7 +56,7 @@ void nsDvbReader::Restart() {
 }
 
 void nsDvbReader::End() {
-  const std::lock_guard lock(mSession->mLock);
+  const nsAutoLock lock(mSession->mLock);
   mIsCancelled = true;
   Wake();
 }
@@ -64,7 +64,7 @@ void nsDvbReader::End() {
 template <class Prepare, class Take>
 nsresult nsDvbReader::Read(uint32_t aTimeout, Prepare&& aPrepare, Take&& aTake) {
   const auto deadline = Clock::now() + std::chrono::milliseconds(aTimeout);
-  std::unique_lock lock(mSession->mLock);
+  nsAutoLock lock(mSession->mLock);
   mIsReading = true;
   ++mSession->mReads;
   nsresult rv = NS_ERROR_IN_PROGRESS;
@@ -73,7 +73,7 @@ nsresult nsDvbReader::Read(uint32_t aTimeout, Prepare&& aPrepare, Take&& aTake) 
     if (NS_SUCCEEDED(rv)) rv = aPrepare();
     if (NS_FAILED(rv)) break;
     const int fd = mFd.get(), removals = mSession->mRemovals.get();
-    lock.unlock();
+    lock.Unlock();
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
     const bool isLast = aTimeout != nsPlatformPacketReader::kNoTimeout && left <= 0;
     int wait = aTimeout == nsPlatformPacketReader::kNoTimeout ? -1
@@ -91,7 +91,7 @@ nsresult nsDvbReader::Read(uint32_t aTimeout, Prepare&& aPrepare, Take&& aTake) 
       rv = NS_ERROR_FAILURE;
       error = ENODEV;
     }
-    lock.lock();
+    lock.Lock();
     if (polled[1].revents) (void)mWake.Take();
     if (rv == NS_ERROR_FAILURE) rv = mSession->Failed(error);
     if (rv != NS_ERROR_IN_PROGRESS) break;
@@ -102,7 +102,7 @@ nsresult nsDvbReader::Read(uint32_t aTimeout, Prepare&& aPrepare, Take&& aTake) 
     }
   }
   mIsReading = false;
-  if (--mSession->mReads == 0) mSession->mIsIdle.notify_all();
+  if (--mSession->mReads == 0) mSession->mIsIdle.NotifyAll();
   return rv;
 }
 
@@ -169,7 +169,7 @@ nsresult nsDvbPacketReader::SetPids(std::span<const uint16_t> aPids) {
       return NS_ERROR_INVALID_ARG;
     pids.set(pid);
   }
-  const std::lock_guard lock(mSession->mLock);
+  const nsAutoLock lock(mSession->mLock);
   if (const nsresult state = mSession->State(); NS_FAILED(state)) return state;
   mWanted = pids;
   mIsChanged = true;

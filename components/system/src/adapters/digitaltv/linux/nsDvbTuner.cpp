@@ -73,7 +73,7 @@ nsresult nsDvbTuner::Make(nsUniqueFd aFrontend, const nsDvbDevice& aDevice,
 
 template <class Do>
 nsresult nsDvbTuner::With(Do&& aDo) {
-  const std::lock_guard lock(mSession->mLock);
+  const nsAutoLock lock(mSession->mLock);
   const nsresult state = mSession->State();
   return NS_FAILED(state) ? state : aDo(mSession->mFrontend.get());
 }
@@ -181,11 +181,11 @@ nsresult nsDvbTuner::OpenPackets(std::shared_ptr<nsPlatformPacketReader>* aReade
 }
 
 nsresult nsDvbTuner::Close() {
-  std::unique_lock lock(mSession->mLock);
+  nsAutoLock lock(mSession->mLock);
   if (mSession->mIsClosed) return NS_ERROR_ABORT;
   mSession->mIsClosed = true;
   for (nsDvbReader* const reader : mSession->mReaders) reader->Wake();
-  mSession->mIsIdle.wait(lock, [this] { return mSession->mReads == 0; });
+  mSession->mIsIdle.Wait(lock, [this] { return mSession->mReads == 0; });
   for (nsDvbReader* const reader : mSession->mReaders) reader->Drop();
   mSession->mFrontend.Close();
   mSession->mRemovals.Close();

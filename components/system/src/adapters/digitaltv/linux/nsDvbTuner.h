@@ -1,11 +1,10 @@
 // An open tuner of the kernel, and its readers.
 #pragma once
 
-#include <condition_variable>
 #include <list>
-#include <mutex>
 
 #include "nsDvbDevices.h"
+#include "nsLock.h"
 #include "nsUniqueFd.h"
 
 class nsDvbReader;
@@ -26,8 +25,8 @@ class nsDvbSession {
   /// Looks whether the device has gone, when the system has told of something. With mLock.
   void Look();
 
-  std::mutex mLock;
-  std::condition_variable mIsIdle;
+  nsMutex mLock;
+  nsCondition mIsIdle;
   nsUniqueFd mFrontend;
   const nsDvbDevice mDevice;
   /// Can be read when something happened in the folder of the device: an open device is not told

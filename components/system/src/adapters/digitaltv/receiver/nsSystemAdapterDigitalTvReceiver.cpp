@@ -260,7 +260,7 @@ nsresult nsSystemAdapterDigitalTvReceiver::CopyOf(const nsCOMPtr<nsIMutableArray
   nsCOMPtr<nsISimpleEnumerator> elements;
   nsresult rv;
   {
-    const std::lock_guard lock(mListLock);
+    const nsAutoLock lock(mListLock);
     rv = aList->Enumerate(elements.getter_AddRefs());
   }
   if (NS_SUCCEEDED(rv)) rv = NS_NewScriptArray(aCopy, elements.get());

@@ -3,7 +3,6 @@
 
 #include <atomic>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 #include "IBDA_SignalStatistics.h"
@@ -17,6 +16,7 @@
 #include "nsIObserver.h"
 #include "nsISystemAdapterDigitalTvReceiver.h"
 #include "nsImplements.h"
+#include "nsLock.h"
 #include "nsModuleClass.h"
 #include "nsSystemAdapterGeneric.h"
 #include "nsSystemBDAReceiver.h"
@@ -146,7 +146,7 @@ class nsSystemAdapterDigitalTvReceiver final
 
   nsSystemBDAScanner mScanner;
   /// Guards the next two. An array of the host's is for one thread at a time.
-  std::mutex mListLock;
+  nsMutex mListLock;
   std::vector<uint32_t> mFrequencies;  ///< kHz, in the platform's order
   nsCOMPtr<nsIMutableArray> mTvServicesFoundByScan;
   std::atomic<bool> mScanStarted = false;  ///< from the moment that it is queued
@@ -156,7 +156,7 @@ class nsSystemAdapterDigitalTvReceiver final
   std::atomic<uint32_t> mFrequenciesLocked = 0;
   std::atomic<bool> mStopScan = false;
 
-  std::mutex mPipeLock;  ///< guards the next two, not what they do
+  nsMutex mPipeLock;  ///< guards the next two, not what they do
   nsCOMPtr<nsIOutputStream> mPipeOutput;
   nsCOMPtr<nsIInputStream> mPipeInput;
 };

@@ -76,7 +76,7 @@ nsresult nsSystemAdapterDigitalTvReceiver::StartScan(nsIIsoCountry* aCountry) {
     return rv;
   }
   {
-    const std::lock_guard lock(mListLock);
+    const nsAutoLock lock(mListLock);
     mFrequencies.assign(frequencies, frequencies + (frequencies ? count : 0));
     if (mTvServicesFoundByScan) (void)mTvServicesFoundByScan->Clear();
   }
@@ -116,7 +116,7 @@ nsresult nsSystemAdapterDigitalTvReceiver::GetScanProgress(int32_t* aState, uint
   *aDone = mFrequenciesDone;
   *aLocked = mFrequenciesLocked;
   uint32_t found = 0;
-  const std::lock_guard lock(mListLock);
+  const nsAutoLock lock(mListLock);
   *aTotal = static_cast<uint32_t>(mFrequencies.size());
   if (mTvServicesFoundByScan) (void)mTvServicesFoundByScan->GetLength(&found);
   *aFound = found;
@@ -128,7 +128,7 @@ nsresult nsSystemAdapterDigitalTvReceiver::GetScanProgress(int32_t* aState, uint
 nsresult nsSystemAdapterDigitalTvReceiver::RunScan() {
   std::vector<uint32_t> frequencies;
   {
-    const std::lock_guard lock(mListLock);
+    const nsAutoLock lock(mListLock);
     frequencies = mFrequencies;
   }
   for (const uint32_t frequency : frequencies) {
@@ -243,7 +243,7 @@ nsresult nsSystemAdapterDigitalTvReceiver::updateServices(uint32_t aFrequency) {
       }
     (void)service->SetAudioChannels(channels.get());
     (void)channels->Clear();
-    const std::lock_guard lock(mListLock);
+    const nsAutoLock lock(mListLock);
     if (mTvServicesFoundByScan) (void)mTvServicesFoundByScan->AppendElement(service.get(), false);
   }
   return NS_OK;
@@ -257,7 +257,7 @@ nsresult nsSystemAdapterDigitalTvReceiver::selectDuplicateService(std::string_vi
   nsCOMPtr<nsIBDAScanResultDigitalTvService> old;
   uint32_t oldFrequency = 0;
   {
-    const std::lock_guard lock(mListLock);
+    const nsAutoLock lock(mListLock);
     uint32_t length = 0;
     if (mTvServicesFoundByScan) (void)mTvServicesFoundByScan->GetLength(&length);
     for (uint32_t i = 0; i < length && !old; ++i) {
@@ -290,7 +290,7 @@ nsresult nsSystemAdapterDigitalTvReceiver::selectDuplicateService(std::string_vi
       *aKeepOld = aFrequency % 100 != 0;
   }
   if (*aKeepOld) return NS_OK;
-  const std::lock_guard lock(mListLock);
+  const nsAutoLock lock(mListLock);
   uint32_t index = 0;
   if (NS_SUCCEEDED(mTvServicesFoundByScan->IndexOf(0, old.get(), &index)))
     (void)mTvServicesFoundByScan->RemoveElementAt(index);

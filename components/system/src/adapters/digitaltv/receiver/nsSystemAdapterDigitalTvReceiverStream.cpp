@@ -154,7 +154,7 @@ nsresult nsSystemAdapterDigitalTvReceiver::ReplacePipe() {
   nsCOMPtr<nsIOutputStream> oldOutput;
   nsCOMPtr<nsIInputStream> oldInput;
   {
-    const std::lock_guard lock(mPipeLock);
+    const nsAutoLock lock(mPipeLock);
     oldOutput.swap(mPipeOutput);
     oldInput.swap(mPipeInput);
   }
@@ -172,7 +172,7 @@ nsresult nsSystemAdapterDigitalTvReceiver::ReplacePipe() {
     SYSTEM_LOG_ERROR(mLog, "Unable to create pipe");
     return rv;
   }
-  const std::lock_guard lock(mPipeLock);
+  const nsAutoLock lock(mPipeLock);
   mPipeOutput = output;
   mPipeInput = input;
   return NS_OK;
@@ -184,12 +184,12 @@ nsresult nsSystemAdapterDigitalTvReceiver::GetStream(nsIInputStream** aStream) {
 }
 
 nsCOMPtr<nsIOutputStream> nsSystemAdapterDigitalTvReceiver::PipeOutput() {
-  const std::lock_guard lock(mPipeLock);
+  const nsAutoLock lock(mPipeLock);
   return mPipeOutput;
 }
 
 nsCOMPtr<nsIInputStream> nsSystemAdapterDigitalTvReceiver::PipeInput() {
-  const std::lock_guard lock(mPipeLock);
+  const nsAutoLock lock(mPipeLock);
   return mPipeInput;
 }
 
@@ -197,7 +197,7 @@ void nsSystemAdapterDigitalTvReceiver::ClosePipe(nsIOutputStream* aOutput) {
   nsCOMPtr<nsIOutputStream> output;
   nsCOMPtr<nsIInputStream> input;
   {
-    const std::lock_guard lock(mPipeLock);
+    const nsAutoLock lock(mPipeLock);
     if (mPipeOutput != aOutput) return;
     output = mPipeOutput;
     input = mPipeInput;

@@ -3,15 +3,14 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include "nsCOMPtr.h"
 #include "nsDirectShowTypes.h"
 #include "nsILog4.h"
+#include "nsLock.h"
 #include "nsPlatform.h"
 
 class IBaseFilter;
@@ -101,19 +100,19 @@ class nsSystemBDAGraph {
   /// Ends waits for room in the pipe, if what is waited for has come. May outlive the graph.
   struct Writer {
     void Wake() {
-      { const std::lock_guard lock(mLock); }
-      mChanged.notify_all();
+      { const nsAutoLock lock(mLock); }
+      mChanged.NotifyAll();
     }
-    std::mutex mLock;
-    std::condition_variable mChanged;
+    nsMutex mLock;
+    nsCondition mChanged;
   };
   const std::shared_ptr<Writer> mWriter = std::make_shared<Writer>();
   /// Waits until aReady says so, which is asked again after each Wake. False when the graph has
   /// been stopped.
   template <class Ready>
   bool WaitToWrite(Ready aReady) {
-    std::unique_lock lock(mWriter->mLock);
-    mWriter->mChanged.wait(lock, [&] { return !mGraphRunning || aReady(); });
+    nsAutoLock lock(mWriter->mLock);
+    mWriter->mChanged.Wait(lock, [&] { return !mGraphRunning || aReady(); });
     return mGraphRunning;
   }
   void WakeWriter() { mWriter->Wake(); }

@@ -15,10 +15,10 @@ std::optional<uint32_t> PercentOf(const std::optional<nsDdcValue>& aValue) {
 
 // Runs what takes its time without the lock.
 template <class Work>
-auto Unlocked(std::unique_lock<std::mutex>& aLock, Work aWork) {
-  aLock.unlock();
+auto Unlocked(nsAutoLock<nsMutex>& aLock, Work aWork) {
+  aLock.Unlock();
   auto result = aWork();
-  aLock.lock();
+  aLock.Lock();
   return result;
 }
 
@@ -39,7 +39,7 @@ nsDdcMonitor::~nsDdcMonitor() { Leave(); }
 void nsDdcMonitor::Leave() {
   const Locked lock(mLock);
   mLeaves = true;
-  mSomething.notify_all();
+  mSomething.NotifyAll();
 }
 
 // ---- What others ask
@@ -67,12 +67,12 @@ void nsDdcMonitor::Refresh() {
   const Locked lock(mLock);
   if (!mHasRead || Clock::now() - mReadAt < kFresh) return;
   mWantsReading = true;
-  mSomething.notify_all();
+  mSomething.NotifyAll();
 }
 
 bool nsDdcMonitor::AwaitFirst(Clock::time_point aUntil) {
   Locked lock(mLock);
-  return mSomething.wait_until(lock, aUntil, [&] { return mHasRead; });
+  return mSomething.WaitUntil(lock, aUntil, [&] { return mHasRead; });
 }
 
 bool nsDdcMonitor::Set(const Values& aValues, std::chrono::milliseconds aLimit) {
@@ -80,9 +80,9 @@ bool nsDdcMonitor::Set(const Values& aValues, std::chrono::milliseconds aLimit) 
   if (mLeaves) return false;
   const auto change = std::make_shared<Change>(aValues);
   mChanges.push_back(change);
-  mSomething.notify_all();
+  mSomething.NotifyAll();
   if (aLimit.count() == 0) return true;
-  if (!mSomething.wait_for(lock, aLimit, [&] { return change->mIsDone; }))
+  if (!mSomething.WaitFor(lock, aLimit, [&] { return change->mIsDone; }))
     (void)std::erase(mChanges, change);
   return change->mIsTaken;
 }
@@ -97,22 +97,22 @@ void nsDdcMonitor::Run() {
       mChanges.pop_front();
       change->mIsTaken = Make(change->mValues, lock);
       change->mIsDone = true;
-      mSomething.notify_all();
+      mSomething.NotifyAll();
     } else if (std::exchange(mWantsReading, false)) {
       Read(lock);
     } else {
-      mSomething.wait(lock);
+      mSomething.Wait(lock);
     }
   }
   for (const auto& change : mChanges) change->mIsDone = true;
   mChanges.clear();
   mHasRead = true;
-  mSomething.notify_all();
+  mSomething.NotifyAll();
   mIsOver = true;
 }
 
 bool nsDdcMonitor::PauseUntil(Clock::time_point aUntil, Locked& aLock) {
-  (void)mSomething.wait_until(aLock, aUntil, [&] { return mLeaves; });
+  (void)mSomething.WaitUntil(aLock, aUntil, [&] { return mLeaves; });
   return !mLeaves;
 }
 
@@ -166,7 +166,7 @@ void nsDdcMonitor::Read(Locked& aLock) {
   mHasRead = true;
   mMayAnswer = answers;
   if (reason != mFormerReason) mReason = mFormerReason = std::move(reason);
-  mSomething.notify_all();
+  mSomething.NotifyAll();
   if (KnownValues() == former || mLeaves) return;
   (void)Unlocked(aLock, [&] {
     mChanged();

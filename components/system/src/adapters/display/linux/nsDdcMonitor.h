@@ -3,16 +3,15 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 
 #include "nsDdcMessages.h"
 #include "nsDdcWire.h"
+#include "nsLock.h"
 #include "nsNamedThread.h"
 
 /// What displays are to be given time for.
@@ -69,7 +68,7 @@ class nsDdcMonitor {
     bool mIsTaken = false;
   };
   enum class Answer { eValue, eUnsupported, eSilent };
-  using Locked = std::unique_lock<std::mutex>;  // given up while the display is waited for
+  using Locked = nsAutoLock<nsMutex>;  // given up while the display is waited for
 
   void Run();
   void Read(Locked& aLock);
@@ -86,10 +85,10 @@ class nsDdcMonitor {
   const std::function<void()> mChanged;
   const nsDdcPauses mPauses;
 
-  mutable std::mutex mLock;            // guards what follows
-  std::condition_variable mSomething;  // for the thread, and for whoever waits for it
-  std::unique_ptr<nsDdcWire> mWire;    // the thread's alone
-  Clock::time_point mNext;             // when the display takes the next message
+  mutable nsMutex mLock;             // guards what follows
+  nsCondition mSomething;            // for the thread, and for whoever waits for it
+  std::unique_ptr<nsDdcWire> mWire;  // the thread's alone
+  Clock::time_point mNext;           // when the display takes the next message
   std::deque<std::shared_ptr<Change>> mChanges;
   bool mWantsReading = true;
   bool mHasRead = false;

@@ -34,19 +34,19 @@ class nsDdcMonitors::Listeners {
   std::shared_ptr<nsEventFd> Add() {
     auto event = std::make_shared<nsEventFd>();
     (void)event->Open();  // without one nothing is heard of until the next look
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     mEvents.push_back(event);
     return event;
   }
   void Tell() {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     (void)std::erase_if(mEvents, [](const auto& aEvent) { return aEvent.expired(); });
     for (const auto& event : mEvents)
       if (const auto alive = event.lock()) alive->Set();
   }
 
  private:
-  std::mutex mLock;
+  nsMutex mLock;
   std::vector<std::weak_ptr<nsEventFd>> mEvents;
 };
 

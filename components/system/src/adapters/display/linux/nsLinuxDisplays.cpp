@@ -75,7 +75,7 @@ nsLinuxDisplays::nsLinuxDisplays(std::shared_ptr<nsPlatformRegistry> aRegistry,
     : mStore(std::move(aRegistry)), mMonitors(std::move(aMonitors)) {}
 
 std::shared_ptr<nsEventSource> nsLinuxDisplays::NewChanges() {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   std::optional<nsRandrStamp> seen;
   if (mServer) seen = mPicture.mStamp;
   return std::make_shared<nsRandrChanges>(mMonitors->Listen(), seen);
@@ -132,8 +132,9 @@ const nsRandrOutput* nsLinuxDisplays::FindCard(const std::string& aCard) const {
   const auto isActive = [](const nsRandrOutput* aOutput) { return aOutput->mCrtc != 0; };
   auto found = cards.end();
   if (!aCard.empty()) {
-    found = std::ranges::find_if(
-        cards, [&](const nsRandrOutput* aOutput) { return CardName(*aOutput) == aCard; });
+    found = std::ranges::find_if(cards, [&](const nsRandrOutput* aOutput) NS_REQUIRES(mLock) {
+      return CardName(*aOutput) == aCard;
+    });
   } else {
     // Somebody has to be the first: where nobody has been chosen, it is the first that is on.
     found = std::ranges::find_if(cards, isPrimary);
@@ -152,7 +153,7 @@ std::optional<nsLinuxDisplays::Active> nsLinuxDisplays::FindActive(const std::st
 
 nsresult nsLinuxDisplays::ReadDevice(const std::string& aCard, uint32_t aIndex, uint32_t,
                                      nsDisplayDevice* aDevice) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   if (!aCard.empty()) {
     const nsRandrOutput* const output = FindCard(aCard);
     if (!output || aIndex != 0) return NS_ERROR_NOT_AVAILABLE;
@@ -187,7 +188,7 @@ nsStoredDisplay nsLinuxDisplays::ReadStored(const nsRandrOutput& aOutput) const 
 
 nsresult nsLinuxDisplays::ReadSettings(const std::string& aCard, uint32_t aIndex,
                                        nsDisplaySettings* aSettings) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   const nsRandrOutput* const output = FindCard(aCard);
   if (!output) return NS_ERROR_NOT_AVAILABLE;
   if (aIndex != kCurrentSettings && aIndex != kRegistrySettings) {
@@ -368,14 +369,14 @@ nsresult nsLinuxDisplays::ChangeParameters(const Active& aActive,
 }
 
 nsresult nsLinuxDisplays::AwaitParameters(uint32_t aMilliseconds) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   mMonitors->Await(std::chrono::milliseconds(aMilliseconds));
   return NS_OK;
 }
 
 nsresult nsLinuxDisplays::ChangeSettings(const std::string& aCard, nsDisplaySettings* aSettings,
                                          uint32_t aFlags, nsVideoParameters* aParameters) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   const auto active = FindActive(aCard);
   if (!active) return NS_ERROR_NOT_AVAILABLE;
   if (aSettings && aSettings->mFields & Settings::kQueryOrientation) {
@@ -393,7 +394,7 @@ nsresult nsLinuxDisplays::ChangeSettings(const std::string& aCard, nsDisplaySett
 }
 
 nsresult nsLinuxDisplays::RestoreSettings() {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   Look();
   if (!mServer) return NS_ERROR_NOT_AVAILABLE;
   if (mServer->ReadRootNumber(kRestored)) return NS_OK;

@@ -1,10 +1,9 @@
 // Displays of an X server.
 #pragma once
 
-#include <mutex>
-
 #include "nsDdcMonitors.h"
 #include "nsDisplayStore.h"
+#include "nsLock.h"
 #include "nsPlatformDisplays.h"
 #include "nsRandr.h"
 
@@ -45,30 +44,31 @@ class nsLinuxDisplays final : public nsPlatformDisplays {
     const nsRandrMode* mMode;
   };
 
-  void Look();
-  void LookAtMonitors();
-  bool Connect();
-  std::vector<const nsRandrOutput*> Cards() const;
-  const nsRandrOutput* FindCard(const std::string& aCard) const;
-  std::optional<Active> FindActive(const std::string& aCard) const;
-  std::string CardName(const nsRandrOutput& aOutput) const;
-  nsDisplaySettings CurrentSettings(const Active& aActive) const;
+  void Look() NS_REQUIRES(mLock);
+  void LookAtMonitors() NS_REQUIRES(mLock);
+  bool Connect() NS_REQUIRES(mLock);
+  std::vector<const nsRandrOutput*> Cards() const NS_REQUIRES(mLock);
+  const nsRandrOutput* FindCard(const std::string& aCard) const NS_REQUIRES(mLock);
+  std::optional<Active> FindActive(const std::string& aCard) const NS_REQUIRES(mLock);
+  std::string CardName(const nsRandrOutput& aOutput) const NS_REQUIRES(mLock);
+  nsDisplaySettings CurrentSettings(const Active& aActive) const NS_REQUIRES(mLock);
   nsStoredDisplay ReadStored(const nsRandrOutput& aOutput) const;
   /// Puts what is to change into the crtc; the reason when the output can't.
   bool Plan(const Active& aActive, const nsDisplaySettings& aSettings, nsRandrCrtc* aCrtc,
-            std::string* aReason) const;
+            std::string* aReason) const NS_REQUIRES(mLock);
   nsresult Refuse(const Active& aActive, const std::string& aReason) const;
-  nsresult ChangeMode(const Active& aActive, const nsDisplaySettings& aSettings, uint32_t aFlags);
+  nsresult ChangeMode(const Active& aActive, const nsDisplaySettings& aSettings, uint32_t aFlags)
+      NS_REQUIRES(mLock);
   bool SetParameters(const nsRandrOutput& aOutput, const nsDdcMonitor::Values& aValues,
-                     std::chrono::milliseconds aLimit);
+                     std::chrono::milliseconds aLimit) NS_REQUIRES(mLock);
   nsresult ReadParameters(const Active& aActive, bool aStored, nsVideoParameters* aParameters);
   nsresult ChangeParameters(const Active& aActive, const nsVideoParameters& aParameters,
-                            uint32_t aFlags);
+                            uint32_t aFlags) NS_REQUIRES(mLock);
 
   const nsDisplayStore mStore;
-  std::mutex mLock;  // guards what follows
+  nsMutex mLock;  // guards what follows
   const std::unique_ptr<nsDdcMonitors> mMonitors;
-  std::unique_ptr<nsRandr> mServer;  // null without one
-  nsRandrPicture mPicture;
-  bool mToldNoServer = false;
+  std::unique_ptr<nsRandr> mServer NS_GUARDED_BY(mLock);  // null without one
+  nsRandrPicture mPicture NS_GUARDED_BY(mLock);
+  bool mToldNoServer NS_GUARDED_BY(mLock) = false;
 };

@@ -4,11 +4,10 @@
 #include <xcb/xcbext.h>
 
 #include <cerrno>
-#include <condition_variable>
-#include <mutex>
 #include <system_error>
 #include <thread>
 
+#include "nsLock.h"
 #include "nsPipeSignal.h"
 
 namespace {
@@ -19,12 +18,12 @@ using Clock = std::chrono::steady_clock;
 constexpr auto kPatience = std::chrono::seconds(3);
 
 struct Connecting {
-  std::mutex mLock;
-  std::condition_variable mDone;
-  bool mIsDone = false;
-  bool mIsAbandoned = false;
-  xcb_connection_t* mConnection = nullptr;
-  int mScreen = 0;
+  nsMutex mLock;
+  nsCondition mDone;
+  bool mIsDone NS_GUARDED_BY(mLock) = false;
+  bool mIsAbandoned NS_GUARDED_BY(mLock) = false;
+  xcb_connection_t* mConnection NS_GUARDED_BY(mLock) = nullptr;
+  int mScreen NS_GUARDED_BY(mLock) = 0;
 };
 
 // The greeting of a server that has been stopped never comes, and nothing ends the wait for it: a
@@ -35,7 +34,7 @@ xcb_connection_t* Connect(int* aScreen) {
     const nsPipeSignalHeld held;
     int screen = 0;
     xcb_connection_t* const connection = xcb_connect(nullptr, &screen);
-    const std::lock_guard lock(state->mLock);
+    const nsAutoLock lock(state->mLock);
     if (state->mIsAbandoned) {
       xcb_disconnect(connection);
       return;
@@ -43,15 +42,16 @@ xcb_connection_t* Connect(int* aScreen) {
     state->mConnection = connection;
     state->mScreen = screen;
     state->mIsDone = true;
-    state->mDone.notify_all();
+    state->mDone.NotifyAll();
   };
   try {
     std::thread(connect).detach();
   } catch (const std::system_error&) {
     connect();
   }
-  std::unique_lock lock(state->mLock);
-  if (!state->mDone.wait_for(lock, kPatience, [&] { return state->mIsDone; })) {
+  nsAutoLock lock(state->mLock);
+  if (!state->mDone.WaitFor(lock, kPatience,
+                            [&]() NS_REQUIRES(state->mLock) { return state->mIsDone; })) {
     state->mIsAbandoned = true;
     return nullptr;
   }

@@ -124,7 +124,7 @@ nsresult nsLinuxNetworkSettings::With(Kind aKind,
     rv = NS_ERROR_FAILURE;
   }
   if (rv == NS_ERROR_ABORT) mCancelled = false;
-  const std::lock_guard lock(mReasonLock);
+  const nsAutoLock lock(mReasonLock);
   mReason = NS_SUCCEEDED(rv) ? "" : reason;
   return rv;
 }
@@ -208,7 +208,7 @@ nsresult nsLinuxNetworkSettings::RestoreInterface(const std::string& aName,
 }
 
 std::string nsLinuxNetworkSettings::Reason() {
-  const std::lock_guard lock(mReasonLock);
+  const nsAutoLock lock(mReasonLock);
   return mReason;
 }
 

@@ -4,12 +4,12 @@
 
 #include <atomic>
 #include <functional>
-#include <mutex>
 
 #include "nsFileTree.h"
 #include "nsNetworkWay.h"
 #include "nsPlatformNetworkSettings.h"
 #include "nsUniqueFd.h"
+#include "nsLock.h"
 
 /// Works on the network namespace of the calling thread. What manages an interface is looked up
 /// each time; the record of a change says by which way it is taken back.
@@ -64,6 +64,6 @@ class nsLinuxNetworkSettings final : public nsPlatformNetworkSettings {
   const nsFileTree mFiles;
   nsUniqueFd mLock;  // open while the state is ours
   std::atomic<bool> mCancelled = false;
-  std::mutex mReasonLock;
+  nsMutex mReasonLock;
   std::string mReason;
 };

@@ -61,7 +61,7 @@ const nsCommPortInfo* nsLinuxComm::Find(const std::string& aName) const {
 }
 
 nsresult nsLinuxComm::ListPorts(std::vector<nsCommPortInfo>* aPorts) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   const nsresult rv = Look();
   if (NS_SUCCEEDED(rv)) *aPorts = mPorts;
   return rv;
@@ -70,7 +70,7 @@ nsresult nsLinuxComm::ListPorts(std::vector<nsCommPortInfo>* aPorts) {
 nsresult nsLinuxComm::ReadDefaultCommConfig(const std::string& aName, nsCommConfig* aConfig,
                                             uint32_t aSize) {
   if (aSize < nsCommConfig::kSize) return NS_ERROR_INVALID_ARG;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   if (!mHasLooked)
     if (const nsresult rv = Look(); NS_FAILED(rv)) return rv;
   if (!Find(aName)) return NS_ERROR_FILE_NOT_FOUND;
@@ -85,7 +85,7 @@ nsresult nsLinuxComm::OpenPort(const std::string& aFileName, uint32_t aAccess, u
       aFileName.starts_with(kPrefix) ? aFileName.substr(kPrefix.size()) : aFileName;
   std::string device;
   {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     // Devices come and go: the line may be another one than at the last look.
     if (const nsresult rv = Look(); NS_FAILED(rv)) return rv;
     if (const nsCommPortInfo* port = Find(name)) device = port->mDevice;

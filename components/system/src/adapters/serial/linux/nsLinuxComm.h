@@ -1,8 +1,7 @@
 // Serial ports of Linux: terminal lines.
 #pragma once
 
-#include <mutex>
-
+#include "nsLock.h"
 #include "nsPlatformComm.h"
 #include "nsPortNames.h"
 
@@ -29,14 +28,14 @@ class nsLinuxComm final : public nsPlatformComm {
 
  private:
   /// Within the lock.
-  nsresult Look();
-  const nsCommPortInfo* Find(const std::string& aName) const;
+  nsresult Look() NS_REQUIRES(mLock);
+  const nsCommPortInfo* Find(const std::string& aName) const NS_REQUIRES(mLock);
 
   const Options mOptions;
-  std::mutex mLock;
-  nsPortNames mNames;
-  bool mHasLooked = false;
-  std::vector<nsCommPortInfo> mPorts;
+  nsMutex mLock;
+  nsPortNames mNames NS_GUARDED_BY(mLock);
+  bool mHasLooked NS_GUARDED_BY(mLock) = false;
+  std::vector<nsCommPortInfo> mPorts NS_GUARDED_BY(mLock);
 };
 
 /// "COM40=/dev/rfcomm0,COM41=/tmp/line" as names and devices. What is no such pair is left out.

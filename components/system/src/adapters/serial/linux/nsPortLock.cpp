@@ -8,17 +8,17 @@
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
-#include <mutex>
 #include <set>
 #include <utility>
 
+#include "nsLock.h"
 #include "nsUniqueFd.h"
 
 namespace {
 
 // What this process holds: a file with our own number that we do not hold is left from a process
 // before us that had the same number, as is usual in containers.
-std::mutex gLock;
+nsMutex gLock;
 std::set<std::string>& Held() {
   static std::set<std::string> sHeld;
   return sHeld;
@@ -55,7 +55,7 @@ nsresult nsPortLock::Acquire(const std::string& aDirectory, const std::string& a
                              std::string* aUser) {
   constexpr int kTries = 3;
   Release();
-  const std::lock_guard lock(gLock);
+  const nsAutoLock lock(gLock);
   const std::string path = aDirectory + "/LCK.." + aDevice.substr(aDevice.rfind('/') + 1);
   char number[16];
   std::snprintf(number, sizeof number, "%10d\n", getpid());
@@ -92,7 +92,7 @@ nsresult nsPortLock::Acquire(const std::string& aDirectory, const std::string& a
 void nsPortLock::Release() {
   if (mPath.empty()) return;
   const std::string path = std::exchange(mPath, {});
-  const std::lock_guard lock(gLock);
+  const nsAutoLock lock(gLock);
   Held().erase(path);
   (void)unlink(path.c_str());
 }

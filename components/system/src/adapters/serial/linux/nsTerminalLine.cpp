@@ -74,7 +74,7 @@ bool IsSameSpeed(uint32_t aA, uint32_t aB) {
 class nsTerminalLine::Use {
  public:
   explicit Use(nsTerminalLine& aLine) : mLine(aLine) {
-    const std::lock_guard lock(mLine.mLock);
+    const nsAutoLock lock(mLine.mLock);
     mResult = mLine.mClosed ? NS_ERROR_ABORT : mLine.mGone ? NS_ERROR_NOT_AVAILABLE : NS_OK;
     if (NS_SUCCEEDED(mResult)) ++mLine.mUses;
   }
@@ -82,8 +82,8 @@ class nsTerminalLine::Use {
   Use& operator=(const Use&) = delete;
   ~Use() {
     if (NS_FAILED(mResult)) return;
-    const std::lock_guard lock(mLine.mLock);
-    if (--mLine.mUses == 0) mLine.mUnused.notify_all();
+    const nsAutoLock lock(mLine.mLock);
+    if (--mLine.mUses == 0) mLine.mUnused.NotifyAll();
   }
   nsresult Result() const { return mResult; }
 
@@ -112,7 +112,7 @@ nsresult nsTerminalLine::Make(std::string aName, nsUniqueFd aFd, nsPortLock aPor
   return rv;
 }
 
-nsresult nsTerminalLine::Prepare() {
+nsresult nsTerminalLine::Prepare() NS_NOT_CHECKED {  // nobody else has it yet
   nsresult rv = mClosing.Open();
   if (NS_SUCCEEDED(rv)) rv = mLook.Open();
   if (NS_FAILED(rv)) return rv;
@@ -147,7 +147,7 @@ nsresult nsTerminalLine::Prepare() {
 
 nsresult nsTerminalLine::End() {
   {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     if (mClosed) return NS_ERROR_ABORT;
     mClosed = true;
     EndWait(NS_ERROR_ABORT);
@@ -155,8 +155,8 @@ nsresult nsTerminalLine::End() {
   }
   mReads.Close();
   mWrites.Close();
-  std::unique_lock lock(mLock);
-  mUnused.wait(lock, [this] { return mUses == 0; });
+  nsAutoLock lock(mLock);
+  mUnused.Wait(lock, [this]() NS_REQUIRES(mLock) { return mUses == 0; });
   if (mFd) (void)ioctl(mFd.get(), TIOCNXCL);
   (void)mEpoll.Close();
   (void)mFd.Close();
@@ -182,7 +182,7 @@ void nsTerminalLine::SetGone() {
 
 nsresult nsTerminalLine::ResultOf(int aErrno) {
   if (aErrno != EIO && aErrno != ENODEV && aErrno != ENXIO) return NS_ERROR_FAILURE;
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   SetGone();
   return NS_ERROR_NOT_AVAILABLE;
 }
@@ -217,7 +217,7 @@ nsresult nsTerminalLine::ReadState(nsCommDCB* aDCB) {
     if (lines & TIOCM_DTR) dcb.mFlags |= kDtrEnable;
     if ((lines & TIOCM_RTS) && !(state.c_cflag & CRTSCTS)) dcb.mFlags |= kRtsEnable;
   }
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   dcb.mFlags |= mKeptFlags;
   *aDCB = dcb;
   return NS_OK;
@@ -268,7 +268,7 @@ nsresult nsTerminalLine::SetCommConfig(const nsCommConfig& aConfig, uint32_t aSi
     (void)Control(rts == kRtsEnable ? TIOCMBIS : TIOCMBIC, &line);
   }
   {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     mKeptFlags = dcb.mFlags & (nsCommDCB::kParity | nsCommDCB::kNull | nsCommDCB::kAbortOnError);
   }
 
@@ -290,7 +290,7 @@ nsresult nsTerminalLine::SetCommConfig(const nsCommConfig& aConfig, uint32_t aSi
 nsresult nsTerminalLine::SetCommTimeouts(const nsCommTimeouts& aTimeouts) {
   const Use use(*this);
   if (NS_FAILED(use.Result())) return use.Result();
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   mTimeouts = aTimeouts;
   return NS_OK;
 }
@@ -351,7 +351,7 @@ nsresult nsTerminalLine::ClearCommError(uint32_t* aErrors, nsCommStat* aStat) {
   serial_icounter_struct counters{};
   const bool counted = mHasCounters && ioctl(mFd.get(), TIOCGICOUNT, &counters) == 0;
 
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   uint32_t errors = 0;
   if (counted) {
     const serial_icounter_struct& before = mErrorCounters;
@@ -380,7 +380,7 @@ nsresult nsTerminalLine::SetCommMask(uint32_t aMask) {
   // Bytes that have come so far are forgotten; the end of the device is not.
   epoll_event events[3];
   const int count = epoll_wait(mEpoll.get(), events, 3, 0);
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   for (int i = 0; i < count; ++i)
     if (events[i].data.fd == mFd.get() && (events[i].events & (EPOLLHUP | EPOLLERR))) SetGone();
   if (mGone) return NS_ERROR_NOT_AVAILABLE;
@@ -394,7 +394,7 @@ nsresult nsTerminalLine::SetCommMask(uint32_t aMask) {
 nsresult nsTerminalLine::GetCommMask(uint32_t* aMask) {
   const Use use(*this);
   if (NS_FAILED(use.Result())) return use.Result();
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   *aMask = mMask;
   return NS_OK;
 }
@@ -402,7 +402,7 @@ nsresult nsTerminalLine::GetCommMask(uint32_t* aMask) {
 nsresult nsTerminalLine::WaitCommEvent(const nsOverlappedRef& aRecord) {
   const Use use(*this);
   if (NS_FAILED(use.Result())) return use.Result();
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   if (!aRecord || mMask == 0 || mWait.lock()) return NS_ERROR_INVALID_ARG;
   mWait = aRecord;
   aRecord->Begin([self = shared_from_this(), wait = ++mWaitNumber] { self->CarryOut(wait); });
@@ -418,7 +418,7 @@ bool nsTerminalLine::IsOutputEmpty() {
 }
 
 void nsTerminalLine::OnWritten() {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   if (!(mMask & kEvTxEmpty)) return;
   mIsSending = true;
   mLook.Set();
@@ -427,7 +427,7 @@ void nsTerminalLine::OnWritten() {
 void nsTerminalLine::LookAtLines(uint32_t aMask) {
   bool isSending;
   {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     isSending = mIsSending && mPendingOut == 0;
   }
   const bool sent = isSending && IsOutputEmpty();
@@ -437,7 +437,7 @@ void nsTerminalLine::LookAtLines(uint32_t aMask) {
   const bool counted = mHasCounters && (aMask & (kLineEvents | kErrorEvents)) &&
                        ioctl(mFd.get(), TIOCGICOUNT, &counters) == 0;
 
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   uint32_t events = 0;
   if (sent) {
     mIsSending = false;
@@ -482,21 +482,21 @@ void nsTerminalLine::CarryOut(uint64_t aWait) {
   while (true) {
     uint32_t mask;
     {
-      const std::lock_guard lock(mLock);
+      const nsAutoLock lock(mLock);
       if (mWaitNumber != aWait) return;
       mask = mMask;
     }
     LookAtLines(mask);
     int time;
     {
-      const std::lock_guard lock(mLock);
+      const nsAutoLock lock(mLock);
       if (mWaitNumber != aWait) return;
       if (mEvents & mMask) return EndRecord(NS_OK, std::exchange(mEvents, 0) & mMask);
       time = WaitTime(mask);
     }
     epoll_event events[3];
     const int count = epoll_wait(mEpoll.get(), events, 3, time);
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     for (int i = 0; i < count; ++i) {
       if (events[i].data.fd == mLook.get()) (void)mLook.Take();
       if (events[i].data.fd != mFd.get()) continue;
@@ -579,7 +579,7 @@ nsresult nsTerminalLine::ReadFile(char* aBuffer, uint32_t aCount, uint32_t* aRea
   if (mIsOverlapped && !aRecord) return NS_ERROR_INVALID_ARG;
   nsCommTimer timer;
   {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     timer = nsCommTimer::ForRead(mTimeouts, aCount);
   }
   int queued = 0;
@@ -608,13 +608,13 @@ nsresult nsTerminalLine::WriteFile(const char* aBuffer, uint32_t aCount, uint32_
   if (mIsOverlapped && !aRecord) return NS_ERROR_INVALID_ARG;
   nsCommTimer timer;
   {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     timer = nsCommTimer::ForWrite(mTimeouts, aCount);
   }
   if (!mIsOverlapped) return Send(aBuffer, aCount, timer, -1, aWritten);
 
   // What the kernel takes at once goes there, unless bytes wait to go before it.
-  const std::lock_guard order(mWriteOrder);
+  const nsAutoLock order(mWriteOrder);
   uint32_t taken = 0;
   if (!mWrites.IsBusy()) {
     ssize_t length;
@@ -631,7 +631,7 @@ nsresult nsTerminalLine::WriteFile(const char* aBuffer, uint32_t aCount, uint32_
   }
   const uint32_t left = aCount - taken;
   {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     mPendingOut += left;
   }
   const nsresult rv =
@@ -646,13 +646,13 @@ nsresult nsTerminalLine::WriteFile(const char* aBuffer, uint32_t aCount, uint32_
                                  stop.get(), &outcome.mCount);
           outcome.mCount += taken;
         }
-        const std::lock_guard lock(mLock);
+        const nsAutoLock lock(mLock);
         mPendingOut -= static_cast<uint32_t>(bytes.size());
         mLook.Set();
         return outcome;
       });
   if (rv != NS_ERROR_IN_PROGRESS) {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     mPendingOut -= left;
   }
   return rv;

@@ -4,11 +4,10 @@
 #include <linux/serial.h>
 
 #include <chrono>
-#include <condition_variable>
 #include <memory>
-#include <mutex>
 
 #include "nsEventFd.h"
+#include "nsLock.h"
 #include "nsOverlappedQueue.h"
 #include "nsPlatformComm.h"
 #include "nsPlatformCommTimer.h"
@@ -70,13 +69,13 @@ class nsTerminalLine final : public nsPlatformCommPort,
   /// Adds to mEvents what has happened on lines and counters since the last look.
   void LookAtLines(uint32_t aMask);
   void CarryOut(uint64_t aWait);
-  int WaitTime(uint32_t aMask) const;
+  int WaitTime(uint32_t aMask) const NS_REQUIRES(mLock);
 
   // Within the lock.
-  void EndRecord(nsresult aResult, uint32_t aEvents);
+  void EndRecord(nsresult aResult, uint32_t aEvents) NS_REQUIRES(mLock);
   /// Ends a wait from outside, without an event.
-  void EndWait(nsresult aResult);
-  void SetGone();
+  void EndWait(nsresult aResult) NS_REQUIRES(mLock);
+  void SetGone() NS_REQUIRES(mLock);
 
   const std::string mName;
   const uint32_t mAccess;
@@ -85,26 +84,26 @@ class nsTerminalLine final : public nsPlatformCommPort,
   nsUniqueFd mEpoll;
   nsEventFd mClosing;  // set for good
   nsEventFd mLook;     // the wait is to look again
-
-  std::mutex mLock;
-  std::condition_variable mUnused;
-  nsPortLock mPortLock;
-  unsigned mUses = 0;
-  bool mClosed = false;
-  bool mGone = false;
   bool mHasLines = false, mHasCounters = false;
-  uint32_t mKeptFlags = 0;  // of the DCB, which the terminal has no place for
-  nsCommTimeouts mTimeouts;
-  uint32_t mMask = 0;
-  uint32_t mEvents = 0;  // since the mask was set or a wait took them
-  std::weak_ptr<nsOverlapped> mWait;
-  uint64_t mWaitNumber = 0;
-  int mLines = 0;
-  serial_icounter_struct mCounters{}, mErrorCounters{};
-  bool mIsSending = false;
-  Clock::time_point mLastChange;
-  uint32_t mPendingOut = 0;
 
-  std::mutex mWriteOrder;
+  nsMutex mLock;
+  nsCondition mUnused;
+  nsPortLock mPortLock NS_GUARDED_BY(mLock);
+  unsigned mUses NS_GUARDED_BY(mLock) = 0;
+  bool mClosed NS_GUARDED_BY(mLock) = false;
+  bool mGone NS_GUARDED_BY(mLock) = false;
+  uint32_t mKeptFlags NS_GUARDED_BY(mLock) = 0;  // of the DCB, which the terminal has no place for
+  nsCommTimeouts mTimeouts NS_GUARDED_BY(mLock);
+  uint32_t mMask NS_GUARDED_BY(mLock) = 0;
+  uint32_t mEvents NS_GUARDED_BY(mLock) = 0;  // since the mask was set or a wait took them
+  std::weak_ptr<nsOverlapped> mWait NS_GUARDED_BY(mLock);
+  uint64_t mWaitNumber NS_GUARDED_BY(mLock) = 0;
+  int mLines NS_GUARDED_BY(mLock) = 0;
+  serial_icounter_struct mCounters NS_GUARDED_BY(mLock){}, mErrorCounters NS_GUARDED_BY(mLock){};
+  bool mIsSending NS_GUARDED_BY(mLock) = false;
+  Clock::time_point mLastChange;
+  uint32_t mPendingOut NS_GUARDED_BY(mLock) = 0;
+
+  nsMutex mWriteOrder;
   nsOverlappedQueue mReads, mWrites;
 };

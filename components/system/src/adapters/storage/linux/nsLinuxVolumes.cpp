@@ -232,7 +232,7 @@ const nsLinuxVolumes::Volume* nsLinuxVolumes::Find(char aLetter) const {
 }
 
 nsresult nsLinuxVolumes::ReadDriveMask(uint32_t* aMask) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   if (nsresult rv = Refresh(); NS_FAILED(rv)) return rv;
   uint32_t mask = 0;
   for (size_t i = 0; i < kLetters; ++i)
@@ -242,7 +242,7 @@ nsresult nsLinuxVolumes::ReadDriveMask(uint32_t* aMask) {
 }
 
 nsresult nsLinuxVolumes::ReadDriveKind(char aLetter, uint32_t* aKind) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   if (nsresult rv = EnsureRead(); NS_FAILED(rv)) return rv;
   const Volume* volume = Find(aLetter);
   *aKind = volume ? volume->mKind : uint32_t{kDriveNoRootDirectory};
@@ -252,7 +252,7 @@ nsresult nsLinuxVolumes::ReadDriveKind(char aLetter, uint32_t* aKind) {
 nsresult nsLinuxVolumes::ReadVolumeInformation(char aLetter, VolumeInformation* aInformation) {
   Volume volume;
   {
-    const std::lock_guard lock(mLock);
+    const nsAutoLock lock(mLock);
     if (nsresult rv = EnsureRead(); NS_FAILED(rv)) return rv;
     const Volume* found = Find(aLetter);
     if (!found) return NS_ERROR_NOT_AVAILABLE;
@@ -284,7 +284,7 @@ nsresult nsLinuxVolumes::ReadVolumeInformation(char aLetter, VolumeInformation* 
 
 // No descriptor stays open: it would keep the volume from being unmounted.
 nsresult nsLinuxVolumes::OpenVolume(char aLetter, VolumeHandle* aVolume) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   if (nsresult rv = EnsureRead(); NS_FAILED(rv)) return rv;
   const Volume* volume = Find(aLetter);
   if (!volume || (volume->mDevice && !mTree.Exists(volume->mDevice->mSysPath)))
@@ -294,7 +294,7 @@ nsresult nsLinuxVolumes::OpenVolume(char aLetter, VolumeHandle* aVolume) {
 }
 
 nsresult nsLinuxVolumes::ReadBusType(VolumeHandle aVolume, uint8_t* aBusType) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   if (aVolume == 0 || aVolume > mLastHandle) return NS_ERROR_INVALID_ARG;
   for (const Letter& letter : mLetters) {
     if (!letter.mVolume || letter.mVolume->mHandle != aVolume) continue;
@@ -306,7 +306,7 @@ nsresult nsLinuxVolumes::ReadBusType(VolumeHandle aVolume, uint8_t* aBusType) {
 }
 
 nsresult nsLinuxVolumes::ReadRootDirectory(char aLetter, std::string* aPath) {
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   if (nsresult rv = EnsureRead(); NS_FAILED(rv)) return rv;
   if (aLetter < 'A' || aLetter > 'Z') return NS_ERROR_NOT_AVAILABLE;
   const std::string& root = mLetters[static_cast<size_t>(aLetter - 'A')].mLastRoot;

@@ -2,13 +2,13 @@
 #pragma once
 
 #include <array>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "nsBlockDevices.h"
 #include "nsFileTree.h"
+#include "nsLock.h"
 #include "nsMountTable.h"
 #include "nsPlatformVolumes.h"
 
@@ -48,20 +48,20 @@ class nsLinuxVolumes final : public nsPlatformVolumes {
   Volume Describe(std::vector<nsMount> aMounts) const;
   static bool HasRoot(const Volume& aVolume, const nsMount& aMount);
   /// Each looks at the machine first, when nobody has yet.
-  nsresult Refresh();
-  nsresult EnsureRead() { return mRead ? NS_OK : Refresh(); }
-  void GiveLetter(Volume aVolume, size_t aLeave);
-  size_t FreeLetters() const;
+  nsresult Refresh() NS_REQUIRES(mLock);
+  nsresult EnsureRead() NS_REQUIRES(mLock) { return mRead ? NS_OK : Refresh(); }
+  void GiveLetter(Volume aVolume, size_t aLeave) NS_REQUIRES(mLock);
+  size_t FreeLetters() const NS_REQUIRES(mLock);
   /// Null when the letter has no volume.
-  const Volume* Find(char aLetter) const;
+  const Volume* Find(char aLetter) const NS_REQUIRES(mLock);
 
   const nsFileTree mTree;
   const nsBlockDevices mDevices;
 
-  std::mutex mLock;  // guards what follows
-  std::array<Letter, 26> mLetters;
-  size_t mNext = 0;  // where the search for a free letter goes on
-  VolumeHandle mLastHandle = 0;
-  bool mRead = false;
-  bool mLettersLack = false;
+  nsMutex mLock;  // guards what follows
+  std::array<Letter, 26> mLetters NS_GUARDED_BY(mLock);
+  size_t mNext NS_GUARDED_BY(mLock) = 0;  // where the search for a free letter goes on
+  VolumeHandle mLastHandle NS_GUARDED_BY(mLock) = 0;
+  bool mRead NS_GUARDED_BY(mLock) = false;
+  bool mLettersLack NS_GUARDED_BY(mLock) = false;
 };

@@ -35,7 +35,7 @@ nsresult nsLinuxHost::ReadProcessId(uint32_t* aId) {
 }
 
 nsresult nsLinuxHost::StepCursorCounter(bool aShow, int32_t* aCounter) {
-  const std::lock_guard lock(mCursorLock);
+  const nsAutoLock lock(mCursorLock);
   const bool shown = mCursorCounter >= 0;
   mCursorCounter += aShow ? 1 : -1;
   if (const bool now = mCursorCounter >= 0; now != shown) mCursor.SetShown(now);
@@ -69,7 +69,7 @@ nsresult nsLinuxHost::StartCommand(const std::string& aLine, CommandHandle* aCom
     *aError = error;
     return NS_ResultOfErrno(error);
   }
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   mCommands.insert(process);
   *aCommand = static_cast<CommandHandle>(process);
   return NS_OK;
@@ -84,7 +84,7 @@ nsresult nsLinuxHost::WaitForCommand(CommandHandle aCommand, int32_t* aStatus) {
   } while (result != 0 && errno == EINTR);
   if (result != 0) return NS_LastResult();
   // From here on its number may become that of another process, which nobody meant to cancel.
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   mCommands.erase(process);
   int status = 0;
   if (waitpid(process, &status, 0) < 0) return NS_LastResult();
@@ -94,7 +94,7 @@ nsresult nsLinuxHost::WaitForCommand(CommandHandle aCommand, int32_t* aStatus) {
 
 nsresult nsLinuxHost::CancelCommand(CommandHandle aCommand) {
   const auto process = static_cast<pid_t>(aCommand);
-  const std::lock_guard lock(mLock);
+  const nsAutoLock lock(mLock);
   if (!mCommands.contains(process)) return NS_ERROR_NOT_AVAILABLE;
   return kill(-process, SIGTERM) == 0 ? NS_OK : NS_LastResult();
 }

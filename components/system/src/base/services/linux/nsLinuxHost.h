@@ -3,10 +3,10 @@
 
 #include <sys/types.h>
 
-#include <mutex>
 #include <set>
 
 #include "nsDisplayCursor.h"
+#include "nsLock.h"
 #include "nsPlatformHost.h"
 
 /// The names of this system, commands through its shell, and the cursor of the X display. X knows
@@ -24,9 +24,10 @@ class nsLinuxHost final : public nsPlatformHost {
   nsresult CancelCommand(CommandHandle aCommand) override;
 
  private:
-  std::mutex mCursorLock;  // guards the two below; held while a display is waited for
-  int32_t mCursorCounter = 0;
-  nsDisplayCursor mCursor;  // hidden while the counter is negative
-  std::mutex mLock;
-  std::set<pid_t> mCommands;  // not yet forgotten, so their numbers are nobody else's
+  nsMutex mCursorLock;  // guards the two below; held while a display is waited for
+  int32_t mCursorCounter NS_GUARDED_BY(mCursorLock) = 0;
+  nsDisplayCursor mCursor NS_GUARDED_BY(mCursorLock);  // hidden while the counter is negative
+  nsMutex mLock;
+  // Not yet forgotten, so their numbers are nobody else's.
+  std::set<pid_t> mCommands NS_GUARDED_BY(mLock);
 };

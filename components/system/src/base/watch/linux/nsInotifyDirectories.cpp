@@ -45,11 +45,11 @@ nsresult nsInotifyDirectories::Start() {
   }
   const nsUniqueFd fd(vorel::OpenDirectoryAt(AT_FDCWD, mRoot, O_PATH));
   if (!fd) return vorel::DirectoryError(errno);
+  const nsAutoLock lock(mLock);
   const int watch = AddWatch(fd.get());
   if (watch < 0) return errno == ENOSPC ? NS_ERROR_FAILURE : vorel::DirectoryError(errno);
   auto top = std::make_unique<Directory>();
   top->mWatch = watch;
-  std::lock_guard lock(mLock);
   mTop = top.get();
   mDirectories.emplace(watch, std::move(top));
   struct stat status;
@@ -243,7 +243,7 @@ nsInotifyDirectories::Directory* nsInotifyDirectories::Attach(int aFd, Directory
 }
 
 nsresult nsInotifyDirectories::Watch(const std::string& aPath) {
-  std::lock_guard lock(mLock);
+  nsAutoLock lock(mLock);
   const size_t end = aPath.rfind('/');
   Directory* const parent = Find(end == aPath.npos ? "" : std::string_view(aPath).substr(0, end));
   if (!parent) return NS_ERROR_FILE_NOT_FOUND;  // moved away meanwhile, which has events of its own
@@ -318,7 +318,7 @@ void nsInotifyDirectories::NoteUnwatched(Directory* aDirectory, const std::strin
 }
 
 std::vector<nsInotifyDirectories::Unwatched> nsInotifyDirectories::TakeUnwatched() {
-  std::lock_guard lock(mLock);
+  nsAutoLock lock(mLock);
   return std::exchange(mUnwatched, {});
 }
 
@@ -345,7 +345,7 @@ void nsInotifyDirectories::WatchUnread(Directory* aDirectory) {
 }
 
 void nsInotifyDirectories::Retry() {
-  std::lock_guard lock(mLock);
+  nsAutoLock lock(mLock);
   mIsLimited = false;
   std::vector<Directory*> unread;
   for (const auto& [watch, directory] : mDirectories)
@@ -374,7 +374,7 @@ void nsInotifyDirectories::TouchTree(Directory* aTop) {
 }
 
 void nsInotifyDirectories::Scan() {
-  std::lock_guard lock(mLock);
+  nsAutoLock lock(mLock);
   ScanAll();
 }
 
@@ -399,7 +399,7 @@ bool nsInotifyDirectories::ReadEvents() {
   do {
     got = read(mInotify.get(), buffer.data(), buffer.size());
   } while (got < 0 && errno == EINTR);
-  std::lock_guard lock(mLock);
+  nsAutoLock lock(mLock);
   for (ssize_t at = 0; at < got;) {
     inotify_event event;
     std::memcpy(&event, buffer.data() + at, sizeof event);
@@ -479,7 +479,7 @@ std::map<std::string, int> nsInotifyDirectories::Mounts() const {
 }
 
 bool nsInotifyDirectories::ReadMounts() {
-  std::lock_guard lock(mLock);
+  nsAutoLock lock(mLock);
   if (!IsRootInPlace()) return EndsHere();
   const auto before = std::exchange(mMounts, Mounts());
   std::set<std::string> places;
@@ -502,12 +502,12 @@ bool nsInotifyDirectories::ReadMounts() {
 }
 
 bool nsInotifyDirectories::TakeOverflow() {
-  std::lock_guard lock(mLock);
+  nsAutoLock lock(mLock);
   return std::exchange(mOverflow, false);
 }
 
 std::vector<std::string> nsInotifyDirectories::TakeNames() {
-  std::lock_guard lock(mLock);
+  nsAutoLock lock(mLock);
   std::vector<std::string> names;
   std::string path;
   for (const Name& name : std::exchange(mNames, {})) {
@@ -520,7 +520,7 @@ std::vector<std::string> nsInotifyDirectories::TakeNames() {
 }
 
 std::vector<std::string> nsInotifyDirectories::TakeDirectories() {
-  std::lock_guard lock(mLock);
+  nsAutoLock lock(mLock);
   while (!mAdrift.empty()) ForgetTree(*mAdrift.begin());
   std::vector<std::string> directories;
   for (const int watch : std::exchange(mTouched, {})) {

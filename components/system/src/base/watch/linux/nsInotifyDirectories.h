@@ -8,7 +8,6 @@
 #include <atomic>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <set>
 #include <string>
 #include <unordered_map>
@@ -18,6 +17,7 @@
 
 #include "nsCOMPtr.h"
 #include "nsILog4.h"
+#include "nsLock.h"
 #include "nsNativePaths.h"
 
 /// The kernel watches single directories, so that each one below the root is given to it, and the
@@ -93,51 +93,59 @@ class nsInotifyDirectories {
     bool operator==(const Name&) const = default;
   };
 
-  bool HandleEvent(const inotify_event& aEvent, std::string_view aName);
-  void ScanAll();
-  void WatchTree(Directory* aTop);
-  Directory* WatchChild(int aParentFd, Directory* aParent, const std::string& aName, bool* aIsNew);
-  Directory* Attach(int aFd, Directory* aParent, const std::string& aName, bool* aIsNew);
-  void LookForChild(Directory* aParent, const std::string& aName);
-  void TouchTree(Directory* aTop);
-  void WatchUnread(Directory* aDirectory);
+  bool HandleEvent(const inotify_event& aEvent, std::string_view aName) NS_REQUIRES(mLock);
+  void ScanAll() NS_REQUIRES(mLock);
+  void WatchTree(Directory* aTop) NS_REQUIRES(mLock);
+  Directory* WatchChild(int aParentFd, Directory* aParent, const std::string& aName, bool* aIsNew)
+      NS_REQUIRES(mLock);
+  Directory* Attach(int aFd, Directory* aParent, const std::string& aName, bool* aIsNew)
+      NS_REQUIRES(mLock);
+  void LookForChild(Directory* aParent, const std::string& aName) NS_REQUIRES(mLock);
+  void TouchTree(Directory* aTop) NS_REQUIRES(mLock);
+  void WatchUnread(Directory* aDirectory) NS_REQUIRES(mLock);
   /// aName may be empty: the directory itself.
-  void NoteUnwatched(Directory* aDirectory, const std::string& aName, int aError);
-  int AddWatch(int aFd);
-  void WatchWayToRoot(int aRootFd);
-  std::map<std::string, int> Mounts() const;
-  bool IsRootInPlace() const;
+  void NoteUnwatched(Directory* aDirectory, const std::string& aName, int aError)
+      NS_REQUIRES(mLock);
+  int AddWatch(int aFd) NS_REQUIRES(mLock);
+  void WatchWayToRoot(int aRootFd) NS_REQUIRES(mLock);
+  std::map<std::string, int> Mounts() const NS_REQUIRES(mLock);
+  bool IsRootInPlace() const NS_REQUIRES(mLock);
   bool EndsHere() const;
   nsUniqueFd OpenBelow(const std::string& aPath, int aFlags) const;
-  nsUniqueFd Open(const Directory& aDirectory) const;
-  bool PathOf(const Directory& aDirectory, std::string* aPath) const;
-  Directory* Find(std::string_view aPath) const;
-  void Detach(Directory* aDirectory);
-  void Forget(Directory* aDirectory);
-  void ForgetTree(Directory* aTop);
+  nsUniqueFd Open(const Directory& aDirectory) const NS_REQUIRES(mLock);
+  bool PathOf(const Directory& aDirectory, std::string* aPath) const NS_REQUIRES(mLock);
+  Directory* Find(std::string_view aPath) const NS_REQUIRES(mLock);
+  void Detach(Directory* aDirectory) NS_REQUIRES(mLock);
+  void Forget(Directory* aDirectory) NS_REQUIRES(mLock);
+  void ForgetTree(Directory* aTop) NS_REQUIRES(mLock);
 
   const std::string mRoot;
   const nsCOMPtr<nsILog4Logger> mLog;
   nsUniqueFd mInotify, mMountTable;
   std::atomic<bool> mIsStopped = false;
 
-  std::mutex mLock;                                                  // guards what follows
-  std::unordered_map<int, std::unique_ptr<Directory>> mDirectories;  // by watch
-  Directory* mTop = nullptr;
-  std::set<int> mAncestors;                         // watches of the directories above the root
-  std::set<std::pair<int, std::string>> mWayLinks;  // links on the way to it, and who holds them
-  dev_t mRootDevice = 0;
-  ino_t mRootINode = 0;
-  std::string mPlace;                  // the root's path without links
-  std::map<std::string, int> mMounts;  // relative to the root; the uppermost one's identifier
-  std::set<Directory*> mAdrift;        // moved away to a place that is not known, or not yet
-  std::vector<Name> mNames;
-  std::unordered_set<int> mTouched;  // watches
-  uint32_t mScan = 0;
-  bool mOverflow = false;
-  bool mToldLimit = false;
-  bool mIsLimited = false;  // the system has refused a watch since the last Retry
-  std::vector<Unwatched> mUnwatched;
-  std::set<std::string> mToldUnwatched;
+  nsMutex mLock;  // guards what follows
+  // By watch.
+  std::unordered_map<int, std::unique_ptr<Directory>> mDirectories NS_GUARDED_BY(mLock);
+  Directory* mTop NS_GUARDED_BY(mLock) = nullptr;
+  std::set<int> mAncestors NS_GUARDED_BY(mLock);  // watches of the directories above the root
+  // Links on the way to it, and who holds them.
+  std::set<std::pair<int, std::string>> mWayLinks NS_GUARDED_BY(mLock);
+  dev_t mRootDevice NS_GUARDED_BY(mLock) = 0;
+  ino_t mRootINode NS_GUARDED_BY(mLock) = 0;
+  std::string mPlace NS_GUARDED_BY(mLock);  // the root's path without links
+  // Relative to the root; the uppermost one's identifier.
+  std::map<std::string, int> mMounts NS_GUARDED_BY(mLock);
+  // Moved away to a place that is not known, or not yet.
+  std::set<Directory*> mAdrift NS_GUARDED_BY(mLock);
+  std::vector<Name> mNames NS_GUARDED_BY(mLock);
+  std::unordered_set<int> mTouched NS_GUARDED_BY(mLock);  // watches
+  uint32_t mScan NS_GUARDED_BY(mLock) = 0;
+  bool mOverflow NS_GUARDED_BY(mLock) = false;
+  bool mToldLimit NS_GUARDED_BY(mLock) = false;
+  // The system has refused a watch since the last Retry.
+  bool mIsLimited NS_GUARDED_BY(mLock) = false;
+  std::vector<Unwatched> mUnwatched NS_GUARDED_BY(mLock);
+  std::set<std::string> mToldUnwatched NS_GUARDED_BY(mLock);
   std::atomic<bool> mIsIncomplete = false;  // also read without the lock
 };

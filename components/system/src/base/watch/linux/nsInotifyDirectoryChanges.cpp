@@ -5,14 +5,13 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <condition_variable>
-#include <mutex>
 #include <optional>
 #include <unordered_set>
 #include <vector>
 
 #include "nsEventFd.h"
 #include "nsInotifyDirectories.h"
+#include "nsLock.h"
 #include "nsLogger.h"
 #include "nsNamedThread.h"
 #include "nsString.h"
@@ -63,11 +62,11 @@ class InotifyReader final : public nsPlatformDirectoryReader {
   void GatherUnwatched(nsInotifyDirectories& aDirectories);
   void Publish(std::vector<std::u16string> aNames);
   void End(nsresult aResult);
-  Clock::time_point DeliveryTime() const;
+  Clock::time_point DeliveryTime() const NS_REQUIRES(mLock);
   /// Whether a read that was issued could complete.
-  bool HasEvents() const { return mCompletion && (!mNames.empty() || mEnd); }
+  bool HasEvents() const NS_REQUIRES(mLock) { return mCompletion && (!mNames.empty() || mEnd); }
 
-  std::mutex mOpenLock;  // held to open and to close
+  nsMutex mOpenLock;  // held to open and to close
   const nsCOMPtr<nsILog4Logger> mLog = NS_GetLogger("system.fileWatcher");
 
   // The reader's own thread.
@@ -78,26 +77,26 @@ class InotifyReader final : public nsPlatformDirectoryReader {
   Clock::duration mRetryDelay{};  // none: all is watched
   bool mIsRestless = false;       // something has changed since directories were named
 
-  mutable std::mutex mLock;  // guards what follows
-  std::shared_ptr<nsInotifyDirectories> mDirectories;
-  std::string mRoot;
-  std::vector<nsPlatformUnwatched> mUnwatched;
-  bool mHasToldLength = false;
-  std::condition_variable mChanged;
-  bool mIsOpen = false;
-  bool mIsWoken = false;
-  std::unordered_set<std::u16string> mNames;  // to be delivered
-  std::optional<nsresult> mEnd;               // to be delivered after them
-  Clock::time_point mStreamStart, mLastDelivery;
-  uint8_t* mBuffer = nullptr;
-  uint32_t mSize = 0;
-  Completion* mCompletion = nullptr;  // a read is issued
+  mutable nsMutex mLock;  // guards what follows
+  std::shared_ptr<nsInotifyDirectories> mDirectories NS_GUARDED_BY(mLock);
+  std::string mRoot NS_GUARDED_BY(mLock);
+  std::vector<nsPlatformUnwatched> mUnwatched NS_GUARDED_BY(mLock);
+  bool mHasToldLength NS_GUARDED_BY(mLock) = false;
+  nsCondition mChanged;
+  bool mIsOpen NS_GUARDED_BY(mLock) = false;
+  bool mIsWoken NS_GUARDED_BY(mLock) = false;
+  std::unordered_set<std::u16string> mNames NS_GUARDED_BY(mLock);  // to be delivered
+  std::optional<nsresult> mEnd NS_GUARDED_BY(mLock);               // to be delivered after them
+  Clock::time_point mStreamStart NS_GUARDED_BY(mLock), mLastDelivery NS_GUARDED_BY(mLock);
+  uint8_t* mBuffer NS_GUARDED_BY(mLock) = nullptr;
+  uint32_t mSize NS_GUARDED_BY(mLock) = 0;
+  Completion* mCompletion NS_GUARDED_BY(mLock) = nullptr;  // a read is issued
 };
 
 // ---- The side of the watcher
 
 nsresult InotifyReader::Open(const nsAString& aRoot) {
-  std::lock_guard openLock(mOpenLock);
+  nsAutoLock openLock(mOpenLock);
   if (IsOpen()) return NS_ERROR_ALREADY_INITIALIZED;
   std::string root = vorel::Utf16ToName(NS_View(aRoot));
   while (root.size() > 1 && root.ends_with('/')) root.pop_back();
@@ -109,7 +108,7 @@ nsresult InotifyReader::Open(const nsAString& aRoot) {
     mStop.Close();
     return rv;
   }
-  std::lock_guard lock(mLock);
+  nsAutoLock lock(mLock);
   mDirectories = std::move(directories);
   mRoot = std::move(root);
   mIsOpen = true;
@@ -121,7 +120,7 @@ nsresult InotifyReader::Watch(const nsAString& aDirectory) {
   std::string path = vorel::Utf16ToName(NS_View(aDirectory));
   std::shared_ptr<nsInotifyDirectories> directories;
   {
-    std::lock_guard lock(mLock);
+    nsAutoLock lock(mLock);
     if (!mIsOpen) return NS_ERROR_NOT_INITIALIZED;
     directories = mDirectories;
     path.erase(0, mRoot.size());
@@ -135,13 +134,13 @@ nsresult InotifyReader::Watch(const nsAString& aDirectory) {
 }
 
 std::vector<nsPlatformUnwatched> InotifyReader::TakeUnwatched() {
-  std::lock_guard lock(mLock);
+  nsAutoLock lock(mLock);
   return std::exchange(mUnwatched, {});
 }
 
 void InotifyReader::GatherUnwatched(nsInotifyDirectories& aDirectories) {
   const auto unwatched = aDirectories.TakeUnwatched();
-  std::lock_guard lock(mLock);
+  nsAutoLock lock(mLock);
   for (const auto& [path, error] : unwatched)
     mUnwatched.push_back(
         {vorel::NameToUtf16((mRoot == "/" ? mRoot : mRoot + "/") + path),
@@ -149,20 +148,20 @@ void InotifyReader::GatherUnwatched(nsInotifyDirectories& aDirectories) {
 }
 
 bool InotifyReader::IsOpen() const {
-  std::lock_guard lock(mLock);
+  nsAutoLock lock(mLock);
   return mIsOpen;
 }
 
 void InotifyReader::Close() {
-  std::lock_guard openLock(mOpenLock);
+  nsAutoLock openLock(mOpenLock);
   {
-    std::lock_guard lock(mLock);
+    nsAutoLock lock(mLock);
     if (mDirectories) mDirectories->Stop();
   }
   mStop.Set();
   mThread.Join();
   mStop.Close();
-  std::lock_guard lock(mLock);
+  nsAutoLock lock(mLock);
   mDirectories.reset();
   mIsOpen = false;
   mCompletion = nullptr;
@@ -174,7 +173,7 @@ void InotifyReader::Close() {
 // What is asked for is less than what is named in any case: more names are harmless.
 nsresult InotifyReader::Read(uint8_t* aBuffer, uint32_t aSize, bool /*aWatchSubtree*/,
                              uint32_t /*aNotifyFilter*/, Completion* aCompletion) {
-  std::lock_guard lock(mLock);
+  nsAutoLock lock(mLock);
   if (!mIsOpen) return NS_ERROR_NOT_INITIALIZED;
   if (mCompletion) return NS_ERROR_IN_PROGRESS;
   mBuffer = aBuffer;
@@ -189,18 +188,18 @@ Clock::time_point InotifyReader::DeliveryTime() const {
 }
 
 void InotifyReader::Wait() {
-  std::unique_lock lock(mLock);
+  nsAutoLock lock(mLock);
   while (!mIsWoken && (!HasEvents() || Clock::now() < DeliveryTime())) {
     if (HasEvents())
-      mChanged.wait_until(lock, DeliveryTime());
+      mChanged.WaitUntil(lock, DeliveryTime());
     else
-      mChanged.wait(lock);
+      mChanged.Wait(lock);
   }
   mIsWoken = false;
 }
 
 bool InotifyReader::Consume() {
-  std::unique_lock lock(mLock);
+  nsAutoLock lock(mLock);
   if (!HasEvents() || Clock::now() < DeliveryTime()) return false;
   nsresult result = NS_OK;
   nsPlatformChangeRecordWriter writer(mBuffer, mSize);
@@ -226,36 +225,36 @@ bool InotifyReader::Consume() {
     return true;
   }
   Completion* const completion = std::exchange(mCompletion, nullptr);
-  lock.unlock();
+  lock.Unlock();
   completion->OnReadCompleted(result, writer.Bytes());
   return true;
 }
 
 void InotifyReader::Wake() {
-  std::lock_guard lock(mLock);
+  nsAutoLock lock(mLock);
   mIsWoken = true;
-  mChanged.notify_all();
+  mChanged.NotifyAll();
 }
 
 void InotifyReader::Remind(std::u16string_view aName) {
-  std::lock_guard lock(mLock);
+  nsAutoLock lock(mLock);
   if (!mIsOpen) return;
   mNames.emplace(aName);
-  mChanged.notify_all();
+  mChanged.NotifyAll();
 }
 
 // ---- The thread
 
 void InotifyReader::Publish(std::vector<std::u16string> aNames) {
-  std::lock_guard lock(mLock);
+  nsAutoLock lock(mLock);
   for (std::u16string& name : aNames) mNames.insert(std::move(name));
-  mChanged.notify_all();
+  mChanged.NotifyAll();
 }
 
 void InotifyReader::End(nsresult aResult) {
-  std::lock_guard lock(mLock);
+  nsAutoLock lock(mLock);
   mEnd = aResult;
-  mChanged.notify_all();
+  mChanged.NotifyAll();
 }
 
 void InotifyReader::NameDirectories(nsInotifyDirectories& aDirectories) {
