@@ -316,8 +316,7 @@ nsresult nsDigitalTvInspector::CheckChannels(const nsACString& aPath, nsACString
     text.append(reinterpret_cast<const char*>(buffer.data()), count);
     if (text.size() > kMostChannels) return NS_ERROR_FILE_TOO_BIG;
   }
-  NS_Assign(aReport, Text(CheckText(text)));
-  return NS_OK;
+  return NS_Give(Text(CheckText(text)), aReport);
 }
 
 nsresult nsDigitalTvInspector::ListCountries(nsACString& aReport) {
@@ -327,6 +326,5 @@ nsresult nsDigitalTvInspector::ListCountries(nsACString& aReport) {
                          {"code", row.mIsoCode},
                          {"name", row.mName},
                          {"frequencies", NS_FrequenciesOfCountry(row.mCallingCode)}});
-  NS_Assign(aReport, Text(countries));
-  return NS_OK;
+  return NS_Give(Text(countries), aReport);
 }

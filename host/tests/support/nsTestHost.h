@@ -43,10 +43,7 @@ class nsTestWeakObserver final : public nsThreadSafeSupportsWeakReference, publi
  public:
   explicit nsTestWeakObserver(std::atomic<int>* aCalls) : mCalls(aCalls) {}
   nsresult QueryInterface(const nsIID& aIID, void** aResult) override {
-    *aResult = NS_FindInterface<nsIObserver, nsISupportsWeakReference>(this, aIID);
-    if (!*aResult) return NS_ERROR_NO_INTERFACE;
-    AddRef();
-    return NS_OK;
+    return NS_QueryInterface<nsIObserver, nsISupportsWeakReference>(this, aIID, aResult);
   }
   nsrefcnt AddRef() override { return nsThreadSafeSupportsWeakReference::AddRef(); }
   nsrefcnt Release() override { return nsThreadSafeSupportsWeakReference::Release(); }

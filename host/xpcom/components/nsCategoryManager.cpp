@@ -33,8 +33,7 @@ class nsNameEnumerator final : public nsImplementsOnOneThread<nsNameEnumerator, 
   }
   nsresult GetNext(nsACString& aResult) override {
     if (mNext >= mNames.size()) return NS_ERROR_FAILURE;
-    NS_Assign<char>(aResult, mNames[mNext++]);
-    return NS_OK;
+    return NS_Give(mNames[mNext++], aResult);
   }
 
  private:

@@ -157,8 +157,7 @@ nsresult nsBinaryInputStream::ReadString(nsAString& aResult) {
   if (NS_FAILED(rv)) return rv;
   std::u16string text(length, u'\0');
   for (size_t i = 0; i < length; ++i) text[i] = FromBytes<uint16_t>(bytes.data() + 2 * i);
-  NS_Assign(aResult, text);
-  return NS_OK;
+  return NS_Give(text, aResult);
 }
 
 nsresult nsBinaryInputStream::ReadBytes(uint32_t aLength, char** aString) {

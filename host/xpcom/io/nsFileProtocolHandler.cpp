@@ -33,10 +33,7 @@ const nsClassInfoRecord nsFileProtocolHandler::kClassInfo = {
     NS_ClassInterfaces<nsIFileProtocolHandler>, nullptr, nsIClassInfo::SINGLETON,
     "fbc81170-1f69-11d3-9344-00104ba0fd40"_iid};
 
-nsresult nsFileProtocolHandler::GetScheme(nsACString& aScheme) {
-  NS_Assign(aScheme, "file");
-  return NS_OK;
-}
+nsresult nsFileProtocolHandler::GetScheme(nsACString& aScheme) { return NS_Give("file", aScheme); }
 
 nsresult nsFileProtocolHandler::GetDefaultPort(int32_t* aDefaultPort) {
   if (!aDefaultPort) return NS_ERROR_NULL_POINTER;

@@ -7,11 +7,6 @@
 
 namespace {
 
-nsresult Give(nsACString& aOut, std::string_view aText) {
-  NS_Assign(aOut, aText);
-  return NS_OK;
-}
-
 nsresult PartsOf(nsIURI* aURI, nsURLParts* aParts) {
   nsCString spec;
   const nsresult rv = aURI->GetSpec(spec);
@@ -51,12 +46,12 @@ nsresult nsStandardURL::QueryInterface(const nsIID& aIID, void** aResult) {
   return nsImplementsWith::QueryInterface(aIID, aResult);
 }
 
-nsresult nsStandardURL::GetSpec(nsACString& aSpec) { return Give(aSpec, mParts.Spec()); }
+nsresult nsStandardURL::GetSpec(nsACString& aSpec) { return NS_Give(mParts.Spec(), aSpec); }
 nsresult nsStandardURL::SetSpec(const nsACString& aSpec) { return mParts.Parse(NS_View(aSpec)); }
 nsresult nsStandardURL::GetPrePath(nsACString& aPrePath) {
-  return Give(aPrePath, mParts.PrePath());
+  return NS_Give(mParts.PrePath(), aPrePath);
 }
-nsresult nsStandardURL::GetScheme(nsACString& aScheme) { return Give(aScheme, mParts.mScheme); }
+nsresult nsStandardURL::GetScheme(nsACString& aScheme) { return NS_Give(mParts.mScheme, aScheme); }
 
 nsresult nsStandardURL::SetScheme(const nsACString& aScheme) {
   std::string scheme;
@@ -73,19 +68,21 @@ nsresult nsStandardURL::ReplaceAuthority(const std::string& aUserPass,
 }
 
 nsresult nsStandardURL::GetUserPass(nsACString& aUserPass) {
-  return Give(aUserPass, mParts.UserPass());
+  return NS_Give(mParts.UserPass(), aUserPass);
 }
 nsresult nsStandardURL::SetUserPass(const nsACString& aUserPass) {
   return ReplaceAuthority(std::string(NS_View(aUserPass)), mParts.HostPort());
 }
-nsresult nsStandardURL::GetUsername(nsACString& aUsername) { return Give(aUsername, mParts.mUser); }
+nsresult nsStandardURL::GetUsername(nsACString& aUsername) {
+  return NS_Give(mParts.mUser, aUsername);
+}
 nsresult nsStandardURL::SetUsername(const nsACString& aUsername) {
   if (mParts.IsFile()) return NS_ERROR_MALFORMED_URI;
   mParts.mUser = NS_EscapeUserInfo(NS_View(aUsername));
   return NS_OK;
 }
 nsresult nsStandardURL::GetPassword(nsACString& aPassword) {
-  return Give(aPassword, mParts.mPassword.value_or(""));
+  return NS_Give(mParts.mPassword.value_or(""), aPassword);
 }
 nsresult nsStandardURL::SetPassword(const nsACString& aPassword) {
   if (mParts.IsFile()) return NS_ERROR_MALFORMED_URI;
@@ -94,7 +91,7 @@ nsresult nsStandardURL::SetPassword(const nsACString& aPassword) {
   return NS_OK;
 }
 nsresult nsStandardURL::GetHostPort(nsACString& aHostPort) {
-  return Give(aHostPort, mParts.HostPort());
+  return NS_Give(mParts.HostPort(), aHostPort);
 }
 nsresult nsStandardURL::SetHostPort(const nsACString& aHostPort) {
   return ReplaceAuthority(mParts.UserPass(), std::string(NS_View(aHostPort)));
@@ -103,7 +100,7 @@ nsresult nsStandardURL::SetHostPort(const nsACString& aHostPort) {
 nsresult nsStandardURL::GetHost(nsACString& aHost) {
   std::string_view host = mParts.mHost;
   if (host.starts_with('[')) host = host.substr(1, host.size() - 2);
-  return Give(aHost, host);
+  return NS_Give(host, aHost);
 }
 
 nsresult nsStandardURL::SetHost(const nsACString& aHost) {
@@ -125,7 +122,7 @@ nsresult nsStandardURL::SetPort(int32_t aPort) {
 }
 
 nsresult nsStandardURL::GetPath(nsACString& aPath) {
-  return Give(aPath, mParts.PathQuery() + (mParts.mRef ? "#" + *mParts.mRef : ""));
+  return NS_Give(mParts.PathQuery() + (mParts.mRef ? "#" + *mParts.mRef : ""), aPath);
 }
 nsresult nsStandardURL::SetPath(const nsACString& aPath) {
   return mParts.ParsePath(NS_View(aPath));
@@ -176,13 +173,13 @@ nsresult nsStandardURL::Resolve(const nsACString& aRelativePath, nsACString& aRe
     return NS_CStringCopy(aResult, aRelativePath);
   nsURLParts parts;
   const nsresult rv = mParts.Resolve(NS_View(aRelativePath), &parts);
-  return NS_FAILED(rv) ? rv : Give(aResult, parts.Spec());
+  return NS_FAILED(rv) ? rv : NS_Give(parts.Spec(), aResult);
 }
 
 nsresult nsStandardURL::GetOriginCharset(nsACString& aOriginCharset) {
-  return Give(aOriginCharset, "UTF-8");
+  return NS_Give("UTF-8", aOriginCharset);
 }
-nsresult nsStandardURL::GetRef(nsACString& aRef) { return Give(aRef, mParts.mRef.value_or("")); }
+nsresult nsStandardURL::GetRef(nsACString& aRef) { return NS_Give(mParts.mRef.value_or(""), aRef); }
 
 nsresult nsStandardURL::SetRef(const nsACString& aRef) {
   std::string_view ref = NS_View(aRef);
@@ -191,7 +188,7 @@ nsresult nsStandardURL::SetRef(const nsACString& aRef) {
 }
 
 nsresult nsStandardURL::GetSpecIgnoringRef(nsACString& aSpecIgnoringRef) {
-  return Give(aSpecIgnoringRef, mParts.PrePath() + mParts.PathQuery());
+  return NS_Give(mParts.PrePath() + mParts.PathQuery(), aSpecIgnoringRef);
 }
 
 nsresult nsStandardURL::GetHasRef(bool* aHasRef) {
@@ -209,12 +206,14 @@ nsresult nsStandardURL::ReplacePath(const std::string& aPath) {
   return NS_OK;
 }
 
-nsresult nsStandardURL::GetFilePath(nsACString& aFilePath) { return Give(aFilePath, mParts.mPath); }
+nsresult nsStandardURL::GetFilePath(nsACString& aFilePath) {
+  return NS_Give(mParts.mPath, aFilePath);
+}
 nsresult nsStandardURL::SetFilePath(const nsACString& aFilePath) {
   return ReplacePath(std::string(NS_View(aFilePath)));
 }
 nsresult nsStandardURL::GetQuery(nsACString& aQuery) {
-  return Give(aQuery, mParts.mQuery.value_or(""));
+  return NS_Give(mParts.mQuery.value_or(""), aQuery);
 }
 
 nsresult nsStandardURL::SetQuery(const nsACString& aQuery) {
@@ -229,14 +228,14 @@ nsresult nsStandardURL::SetQuery(const nsACString& aQuery) {
 }
 
 nsresult nsStandardURL::GetDirectory(nsACString& aDirectory) {
-  return Give(aDirectory, Directory());
+  return NS_Give(Directory(), aDirectory);
 }
 nsresult nsStandardURL::SetDirectory(const nsACString& aDirectory) {
   std::string directory(NS_View(aDirectory));
   if (!directory.ends_with('/')) directory += '/';
   return ReplacePath(directory + Name());
 }
-nsresult nsStandardURL::GetFileName(nsACString& aFileName) { return Give(aFileName, Name()); }
+nsresult nsStandardURL::GetFileName(nsACString& aFileName) { return NS_Give(Name(), aFileName); }
 nsresult nsStandardURL::SetFileName(const nsACString& aFileName) {
   return ReplacePath(Directory() + std::string(NS_View(aFileName)));
 }
@@ -248,7 +247,7 @@ size_t nsStandardURL::EndingOffset(const std::string& aName) {
 
 nsresult nsStandardURL::GetFileBaseName(nsACString& aFileBaseName) {
   const std::string name = Name();
-  return Give(aFileBaseName, name.substr(0, EndingOffset(name) - 1));
+  return NS_Give(name.substr(0, EndingOffset(name) - 1), aFileBaseName);
 }
 
 nsresult nsStandardURL::SetFileBaseName(const nsACString& aFileBaseName) {
@@ -259,7 +258,7 @@ nsresult nsStandardURL::SetFileBaseName(const nsACString& aFileBaseName) {
 
 nsresult nsStandardURL::GetFileExtension(nsACString& aFileExtension) {
   const std::string name = Name();
-  return Give(aFileExtension, name.substr(std::min(EndingOffset(name), name.size())));
+  return NS_Give(name.substr(std::min(EndingOffset(name), name.size())), aFileExtension);
 }
 
 nsresult nsStandardURL::SetFileExtension(const nsACString& aFileExtension) {
@@ -273,9 +272,10 @@ nsresult nsStandardURL::GetCommonBaseSpec(nsIURI* aURIToCompare, nsACString& aRe
   if (!aURIToCompare) return NS_ERROR_NULL_POINTER;
   nsURLParts other;
   if (NS_FAILED(PartsOf(aURIToCompare, &other)) || other.PrePath() != mParts.PrePath())
-    return Give(aResult, "");
-  return Give(aResult, mParts.PrePath() +
-                           mParts.mPath.substr(0, CommonDirectory(mParts.mPath, other.mPath)));
+    return NS_Give("", aResult);
+  return NS_Give(
+      mParts.PrePath() + mParts.mPath.substr(0, CommonDirectory(mParts.mPath, other.mPath)),
+      aResult);
 }
 
 nsresult nsStandardURL::GetRelativeSpec(nsIURI* aURIToCompare, nsACString& aResult) {
@@ -290,7 +290,7 @@ nsresult nsStandardURL::GetRelativeSpec(nsIURI* aURIToCompare, nsACString& aResu
        up > 0; --up)
     relative += "../";
   relative += other.PathQuery().substr(common) + (other.mRef ? "#" + *other.mRef : "");
-  return Give(aResult, relative);
+  return NS_Give(relative, aResult);
 }
 
 nsresult nsStandardURL::GetFile(nsIFile** aFile) {

@@ -118,10 +118,7 @@ nsresult NS_SetLogFile(std::string_view aNativePath) {
   return nsLogRegistry::get().SetFile(aNativePath);
 }
 
-nsresult nsLogger::GetName(nsACString& aName) {
-  NS_Assign(aName, mName);
-  return NS_OK;
-}
+nsresult nsLogger::GetName(nsACString& aName) { return NS_Give(mName, aName); }
 
 nsresult nsLogger::IsEnabledFor(uint32_t aSeverity, bool* aEnabled) {
   if (!aEnabled) return NS_ERROR_NULL_POINTER;

@@ -7,14 +7,9 @@
 
 namespace {
 
-nsresult Give(std::string_view aText, nsACString& aOut) {
-  NS_Assign<char>(aOut, aText);
-  return NS_OK;
-}
-
 nsresult GiveField(std::string nsAppInfo::*aField, nsACString& aOut) {
   const auto manager = nsComponentManager::Current();
-  return manager ? Give(manager->AppInfo().*aField, aOut) : NS_ERROR_NOT_INITIALIZED;
+  return manager ? NS_Give(manager->AppInfo().*aField, aOut) : NS_ERROR_NOT_INITIALIZED;
 }
 
 }  // namespace
@@ -31,7 +26,7 @@ nsresult nsAppRuntime::GetAppBuildID(nsACString& aAppBuildID) {
   return GiveField(&nsAppInfo::mBuildID, aAppBuildID);
 }
 nsresult nsAppRuntime::GetPlatformVersion(nsACString& aPlatformVersion) {
-  return Give(kPlatformVersion, aPlatformVersion);
+  return NS_Give(kPlatformVersion, aPlatformVersion);
 }
 nsresult nsAppRuntime::GetPlatformBuildID(nsACString&) { return NS_ERROR_NOT_IMPLEMENTED; }
 nsresult nsAppRuntime::GetInSafeMode(bool* aInSafeMode) {
@@ -41,8 +36,8 @@ nsresult nsAppRuntime::GetInSafeMode(bool* aInSafeMode) {
 }
 nsresult nsAppRuntime::GetLogConsoleErrors(bool*) { return NS_ERROR_NOT_IMPLEMENTED; }
 nsresult nsAppRuntime::SetLogConsoleErrors(bool) { return NS_ERROR_NOT_IMPLEMENTED; }
-nsresult nsAppRuntime::GetOS(nsACString& aOS) { return Give(kOS, aOS); }
-nsresult nsAppRuntime::GetXPCOMABI(nsACString& aXPCOMABI) { return Give(kABI, aXPCOMABI); }
+nsresult nsAppRuntime::GetOS(nsACString& aOS) { return NS_Give(kOS, aOS); }
+nsresult nsAppRuntime::GetXPCOMABI(nsACString& aXPCOMABI) { return NS_Give(kABI, aXPCOMABI); }
 nsresult nsAppRuntime::GetWidgetToolkit(nsACString&) { return NS_ERROR_NOT_IMPLEMENTED; }
 nsresult nsAppRuntime::GetProcessType(uint32_t* aProcessType) {
   if (!aProcessType) return NS_ERROR_NULL_POINTER;

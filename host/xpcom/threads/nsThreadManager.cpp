@@ -50,9 +50,7 @@ void nsThreadManager::Forget(nsThread* aThread) {
 }
 
 nsresult nsThreadManager::QueryInterface(const nsIID& aIID, void** aResult) {
-  if (!aResult) return NS_ERROR_NULL_POINTER;
-  *aResult = NS_FindInterface<nsIThreadManager>(this, aIID);
-  return *aResult ? NS_OK : NS_ERROR_NO_INTERFACE;
+  return NS_QueryInterface<nsIThreadManager>(this, aIID, aResult);
 }
 
 nsresult nsThreadManager::NewThread(uint32_t /*aCreationFlags*/, uint32_t aStackSize,

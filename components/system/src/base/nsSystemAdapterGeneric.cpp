@@ -73,13 +73,11 @@ bool AnswersConnectorType(const std::string& aSegment, const std::string& aConne
 }  // namespace
 
 nsresult nsSystemAdapterGeneric::GetSysPath(nsAString& aSysPath) const {
-  NS_Assign(aSysPath, mSysPath);
-  return NS_OK;
+  return NS_Give(mSysPath, aSysPath);
 }
 
 nsresult nsSystemAdapterGeneric::GetLabel(nsAString& aLabel) const {
-  NS_Assign(aLabel, mLabel);
-  return NS_OK;
+  return NS_Give(mLabel, aLabel);
 }
 
 nsresult nsSystemAdapterGeneric::GetConnectors(nsIArray** aConnectors) const {
@@ -103,8 +101,7 @@ nsresult nsSystemAdapterGeneric::GetMaskConnectors(nsAString& aConnectorType, ns
   NS_Assign(aConnectorType, {});
   NS_Assign(aMask, {});
   if (mConnectors.empty()) {
-    NS_Assign(aMask, kAny);
-    return NS_OK;
+    return NS_Give(kAny, aMask);
   }
   uint32_t mask = 0;
   for (const auto& connector : mConnectors) {
@@ -118,15 +115,13 @@ nsresult nsSystemAdapterGeneric::GetMaskConnectors(nsAString& aConnectorType, ns
     NS_ENSURE_SUCCESS(rv, rv);
     if (text.IsEmpty() || text == kAny) {
       if (mask != 0) return NS_ERROR_FAILURE;
-      NS_Assign(aMask, kAny);
-      return NS_OK;
+      return NS_Give(kAny, aMask);
     }
     const auto value = NS_ParseDecimal(text);
     if (!value || *value < INT32_MIN || *value > UINT32_MAX) return NS_ERROR_FAILURE;
     mask |= static_cast<uint32_t>(*value);
   }
-  NS_Assign(aMask, NS_ToUtf16(std::to_string(mask)));
-  return NS_OK;
+  return NS_Give(NS_ToUtf16(std::to_string(mask)), aMask);
 }
 
 nsresult nsSystemAdapterGeneric::GetPrefBranch(const nsAString& aProfileRoot,

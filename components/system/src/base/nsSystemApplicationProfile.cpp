@@ -17,18 +17,11 @@ class nsSystemApplicationProfile final
                              const nsAString& aDescription)
       : mName(aName), mLabel(aLabel), mDescription(aDescription) {}
 
-  nsresult GetName(nsAString& aName) override {
-    NS_Assign(aName, mName);
-    return NS_OK;
-  }
+  nsresult GetName(nsAString& aName) override { return NS_Give(mName, aName); }
   nsresult GetDescription(nsAString& aDescription) override {
-    NS_Assign(aDescription, mDescription);
-    return NS_OK;
+    return NS_Give(mDescription, aDescription);
   }
-  nsresult GetLabel(nsAString& aLabel) override {
-    NS_Assign(aLabel, mLabel);
-    return NS_OK;
-  }
+  nsresult GetLabel(nsAString& aLabel) override { return NS_Give(mLabel, aLabel); }
 
  private:
   ~nsSystemApplicationProfile() override = default;

@@ -29,18 +29,9 @@ class nsSystemConnector final : public nsImplements<nsSystemConnector, nsISystem
         mType(aType),
         mArrays(std::move(aArrays)) {}
 
-  nsresult GetName(nsAString& aName) override {
-    NS_Assign(aName, mName);
-    return NS_OK;
-  }
-  nsresult GetMask(nsAString& aMask) override {
-    NS_Assign(aMask, mMask);
-    return NS_OK;
-  }
-  nsresult GetLabel(nsAString& aLabel) override {
-    NS_Assign(aLabel, mLabel);
-    return NS_OK;
-  }
+  nsresult GetName(nsAString& aName) override { return NS_Give(mName, aName); }
+  nsresult GetMask(nsAString& aMask) override { return NS_Give(mMask, aMask); }
+  nsresult GetLabel(nsAString& aLabel) override { return NS_Give(mLabel, aLabel); }
   nsresult SetLabel(const nsAString& aLabel) override;
   // Kept as it stands: it has always left the caller's string alone.
   nsresult GetType(nsAString&) override { return NS_OK; }

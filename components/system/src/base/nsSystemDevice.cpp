@@ -14,14 +14,8 @@ class nsSystemDevice final : public nsImplements<nsSystemDevice, nsISystemDevice
 
   nsSystemDevice(const nsAString& aName, const nsAString& aLabel) : mName(aName), mLabel(aLabel) {}
 
-  nsresult GetName(nsAString& aName) override {
-    NS_Assign(aName, mName);
-    return NS_OK;
-  }
-  nsresult GetLabel(nsAString& aLabel) override {
-    NS_Assign(aLabel, mLabel);
-    return NS_OK;
-  }
+  nsresult GetName(nsAString& aName) override { return NS_Give(mName, aName); }
+  nsresult GetLabel(nsAString& aLabel) override { return NS_Give(mLabel, aLabel); }
   nsresult Reserved5(void*) override { return NS_ERROR_NOT_IMPLEMENTED; }
   nsresult Reserved6(void*, void*) override { return NS_ERROR_NOT_IMPLEMENTED; }
 

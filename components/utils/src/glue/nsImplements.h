@@ -52,8 +52,25 @@ nsIClassInfo* NS_ClassInfoOf() {
   return &sInfo;
 }
 
-/// Counts and QueryInterface. A class that declares kClassInfo answers nsIClassInfo too, with an
-/// object of its own; one that does not, does not. At zero the count is set to 1, so that the
+/// The whole QueryInterface of a class, from the list of its interfaces. A class that declares
+/// kClassInfo answers nsIClassInfo too, with an object of its own; one that does not, does not.
+template <nsInterface... I, class Class>
+nsresult NS_QueryInterface(Class* aSelf, const nsIID& aIID, void** aResult) {
+  if (!aResult) return NS_ERROR_NULL_POINTER;
+  if ((*aResult = NS_FindInterface<I...>(aSelf, aIID))) {
+    aSelf->AddRef();
+    return NS_OK;
+  }
+  if constexpr (requires { Class::kClassInfo; }) {
+    if (aIID == nsIClassInfo::kIID) {
+      *aResult = NS_ClassInfoOf<Class>();
+      return NS_OK;
+    }
+  }
+  return NS_ERROR_NO_INTERFACE;
+}
+
+/// Counts and QueryInterface. At zero the count is set to 1, so that the
 /// destructor may hand out and take back references to the dying object. Destructors are private:
 /// objects die by Release.
 template <class Count, class Class, nsInterface... I>
@@ -65,18 +82,7 @@ class nsImplementsWith : public I... {
   nsImplementsWith& operator=(const nsImplementsWith&) = delete;
 
   nsresult QueryInterface(const nsIID& aIID, void** aResult) override {
-    if (!aResult) return NS_ERROR_NULL_POINTER;
-    if ((*aResult = NS_FindInterface<I...>(this, aIID))) {
-      AddRef();
-      return NS_OK;
-    }
-    if constexpr (requires { Class::kClassInfo; }) {
-      if (aIID == nsIClassInfo::kIID) {
-        *aResult = NS_ClassInfoOf<Class>();
-        return NS_OK;
-      }
-    }
-    return NS_ERROR_NO_INTERFACE;
+    return NS_QueryInterface<I...>(static_cast<Class*>(this), aIID, aResult);
   }
 
   nsrefcnt AddRef() override { return mRefCnt.Increment(); }

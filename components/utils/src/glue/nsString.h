@@ -56,6 +56,13 @@ void NS_Assign(nsTAString<Char>& aString,
                                                 static_cast<uint32_t>(aText.size()));
 }
 
+/// Hands a text out: `return NS_Give(mName, aName);`.
+template <class Char>
+nsresult NS_Give(std::type_identity_t<std::basic_string_view<Char>> aText, nsTAString<Char>& aOut) {
+  NS_Assign(aOut, aText);
+  return NS_OK;
+}
+
 /// A string that owns its text. Copies share it until one of them changes.
 template <class Char>
 class nsTString : public vorel::detail::StringApi<Char>::Container {

@@ -261,8 +261,7 @@ nsresult nsCharsetConverterManager::GetCharsetAlias(const char* aCharset, nsACSt
   if (!aCharset) return NS_ERROR_NULL_POINTER;
   const std::string name = SystemName(aCharset);
   if (!Converter(kUnicode, name).IsOpen()) return NS_ERROR_UCONV_NOCONV;
-  NS_Assign(aResult, name);
-  return NS_OK;
+  return NS_Give(name, aResult);
 }
 
 nsresult nsCharsetConverterManager::GetDecoderList(nsIUTF8StringEnumerator**) {

@@ -175,26 +175,22 @@ nsresult nsLocalFile::SetNativeLeafName(const nsACString& aLeafName) {
 
 nsresult nsLocalFile::GetLeafName(nsAString& aLeafName) {
   ENSURE_INITIALIZED();
-  NS_Assign(aLeafName, vorel::NameToUtf16(Leaf()));
-  return NS_OK;
+  return NS_Give(vorel::NameToUtf16(Leaf()), aLeafName);
 }
 
 nsresult nsLocalFile::GetNativeLeafName(nsACString& aNativeLeafName) {
   ENSURE_INITIALIZED();
-  NS_Assign(aNativeLeafName, Leaf());
-  return NS_OK;
+  return NS_Give(Leaf(), aNativeLeafName);
 }
 
 nsresult nsLocalFile::GetPath(nsAString& aPath) {
   ENSURE_INITIALIZED();
-  NS_Assign(aPath, vorel::NameToUtf16(mPath));
-  return NS_OK;
+  return NS_Give(vorel::NameToUtf16(mPath), aPath);
 }
 
 nsresult nsLocalFile::GetNativePath(nsACString& aNativePath) {
   ENSURE_INITIALIZED();
-  NS_Assign(aNativePath, mPath);
-  return NS_OK;
+  return NS_Give(mPath, aNativePath);
 }
 
 nsresult nsLocalFile::Normalize() {

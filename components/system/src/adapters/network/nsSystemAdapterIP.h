@@ -67,10 +67,6 @@ class nsSystemAdapterIP {
     *aOut = aField;
     return NS_OK;
   }
-  static nsresult Give(const nsString& aField, nsAString& aOut) {
-    NS_Assign(aOut, aField.view());
-    return NS_OK;
-  }
 
   // Fields of both, live adapter and view.
   nsString mDescription;
@@ -142,7 +138,7 @@ class nsSystemAdapterIPOf : public nsSystemAdapterBase<nsImplements<Class, Inter
   explicit nsSystemAdapterIPOf(nsPlatformRef aPlatform) : IP(std::move(aPlatform), this, this) {}
 
   nsresult GetRegistered(nsISystemAdapter** aOut) override { return IP::GetRegistered(aOut); }
-  nsresult GetDescription(nsAString& aOut) override { return Give(mDescription, aOut); }
+  nsresult GetDescription(nsAString& aOut) override { return NS_Give(mDescription, aOut); }
   nsresult GetInterfaceType(uint32_t* aOut) override { return Give(mInterfaceType, aOut); }
   nsresult Reserved11(void*) override { return kReserved; }
   nsresult Reserved12(void*) override { return kReserved; }

@@ -43,8 +43,7 @@ template <class Class, class Interface>
 class nsSystemIPStructure : public nsImplements<Class, Interface, nsIJSNativeInitializer> {
  public:
   nsresult GetString(nsACString& aString) override {
-    NS_Assign(aString, static_cast<Class*>(this)->Format());
-    return NS_OK;
+    return NS_Give(static_cast<Class*>(this)->Format(), aString);
   }
   nsresult SetString(const nsACString& aString) override {
     return static_cast<Class*>(this)->Parse(NS_View(aString));

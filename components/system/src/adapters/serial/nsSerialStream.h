@@ -36,11 +36,8 @@ class nsSerialStream : public Direction::Async, public Direction::Binary {
 
   /// The two interfaces, their parents, and nothing else.
   nsresult QueryInterface(const nsIID& aIID, void** aResult) final {
-    if (!aResult) return NS_ERROR_NULL_POINTER;
-    *aResult = NS_FindInterface<typename Direction::Async, typename Direction::Binary>(this, aIID);
-    if (!*aResult) return NS_ERROR_NO_INTERFACE;
-    AddRef();
-    return NS_OK;
+    return NS_QueryInterface<typename Direction::Async, typename Direction::Binary>(this, aIID,
+                                                                                    aResult);
   }
   nsrefcnt AddRef() final;
   /// The last user that lets go closes the stream; the adapter stays.

@@ -53,14 +53,7 @@ nsSystemManager::~nsSystemManager() {
 }
 
 nsresult nsSystemManager::QueryInterface(const nsIID& aIID, void** aResult) {
-  if (!aResult) return NS_ERROR_NULL_POINTER;
-  if ((*aResult = NS_FindInterface<nsISystemManager, nsIObserver>(this, aIID))) {
-    AddRef();
-    return NS_OK;
-  }
-  if (aIID != nsIClassInfo::kIID) return NS_ERROR_NO_INTERFACE;
-  *aResult = NS_ClassInfoOf<nsSystemManager>();
-  return NS_OK;
+  return NS_QueryInterface<nsISystemManager, nsIObserver>(this, aIID, aResult);
 }
 
 nsresult nsSystemManager::RefreshAdapters(const nsIID& aIID) {

@@ -77,8 +77,7 @@ nsresult nsSystemClock::GetTimezone(nsACString& aTimezone) {
       if (row != kTimeZoneTable.end()) olsonName = row->mOlsonName;
     }
     SYSTEM_LOG_DEBUG(mLogger, "olson=" + olsonName);
-    NS_Assign(aTimezone, olsonName);
-    return NS_OK;
+    return NS_Give(olsonName, aTimezone);
   }
 
   std::u16string keyName;
@@ -87,8 +86,7 @@ nsresult nsSystemClock::GetTimezone(nsACString& aTimezone) {
     const auto row = std::ranges::find(kTimeZoneTable, keyName, &nsTimeZoneRow::mStandardName);
     if (row != kTimeZoneTable.end()) {
       SYSTEM_LOG_DEBUG(mLogger, "olson=" + std::string(row->mOlsonName));
-      NS_Assign(aTimezone, row->mOlsonName);
-      return NS_OK;
+      return NS_Give(row->mOlsonName, aTimezone);
     }
     SYSTEM_LOG_WARNING(mLogger, "Can't find Olson name for standard name " + NS_ToUtf8(keyName));
   }
@@ -104,8 +102,7 @@ nsresult nsSystemClock::GetTimezone(nsACString& aTimezone) {
     if (row.mStandardName == standardName) {
       SYSTEM_LOG_DEBUG(mLogger,
                        "Findind localized name in array : olson=" + std::string(row.mOlsonName));
-      NS_Assign(aTimezone, row.mOlsonName);
-      return NS_OK;
+      return NS_Give(row.mOlsonName, aTimezone);
     }
     std::u16string localizedName;
     if (NS_SUCCEEDED(zones.FindZone(row)) &&
@@ -114,8 +111,7 @@ nsresult nsSystemClock::GetTimezone(nsACString& aTimezone) {
       SYSTEM_LOG_DEBUG(mLogger, "Findind localized name in register " +
                                     NS_ToUtf8(row.mStandardName) +
                                     " olson=" + std::string(row.mOlsonName));
-      NS_Assign(aTimezone, row.mOlsonName);
-      return NS_OK;
+      return NS_Give(row.mOlsonName, aTimezone);
     }
   }
   SYSTEM_LOG_WARNING(
@@ -190,8 +186,7 @@ nsresult nsSystemClock::ReadClock(const Reading& aReading, nsACString& aTime) co
   if (NS_FAILED(rv)) return rv;
   const std::string text = FormatTime(time);
   SYSTEM_LOG_DEBUG(mLogger, aReading.mName + (" = " + text));
-  NS_Assign(aTime, text);
-  return NS_OK;
+  return NS_Give(text, aTime);
 }
 
 // Fields that the text does not give are zero.

@@ -13,14 +13,7 @@ nsSystemGeneralSettings::nsSystemGeneralSettings(nsPlatformRef aPlatform)
     : mPlatform(std::move(aPlatform)) {}
 
 nsresult nsSystemGeneralSettings::QueryInterface(const nsIID& aIID, void** aResult) {
-  if (!aResult) return NS_ERROR_NULL_POINTER;
-  if ((*aResult = NS_FindInterface<nsISystemGeneralSettings>(this, aIID))) {
-    AddRef();
-    return NS_OK;
-  }
-  if (aIID != nsIClassInfo::kIID) return NS_ERROR_NO_INTERFACE;
-  *aResult = NS_ClassInfoOf<nsSystemGeneralSettings>();
-  return NS_OK;
+  return NS_QueryInterface<nsISystemGeneralSettings>(this, aIID, aResult);
 }
 
 nsrefcnt nsSystemGeneralSettings::Release() {

@@ -103,8 +103,7 @@ nsresult nsSystemGeneralSettingsGeneric::GetUuid(nsACString& aUuid) {
   {
     const nsAutoLock lock(mLock);
     if (!mUuid.empty()) {
-      NS_Assign(aUuid, mUuid);
-      return NS_OK;
+      return NS_Give(mUuid, aUuid);
     }
   }
   nsCOMPtr<nsISystemMACStructure> mac;
@@ -121,22 +120,19 @@ nsresult nsSystemGeneralSettingsGeneric::GetUuid(nsACString& aUuid) {
   const std::string uuid = MakeUuid(hasId ? std::string(deviceId.view()) : std::string(), digits);
   const nsAutoLock lock(mLock);
   mUuid = uuid;
-  NS_Assign(aUuid, mUuid);
-  return NS_OK;
+  return NS_Give(mUuid, aUuid);
 }
 
 nsresult nsSystemGeneralSettingsGeneric::GetVersion(nsACString& aVersion) {
   nsresult rv;
   const std::string version = GetCharPref(*mPrefs, kVersionPref, &rv);
   NS_ENSURE_SUCCESS(rv, rv);
-  NS_Assign(aVersion, version);
-  return NS_OK;
+  return NS_Give(version, aVersion);
 }
 
 nsresult nsSystemGeneralSettingsGeneric::GetField(char aDigit, nsAString& aField) {
   nsresult rv;  // not looked at: a field that was never set is empty
-  NS_Assign(aField, NS_ToUtf16(GetCharPref(*mPrefs, std::string(kFieldPref) + aDigit, &rv)));
-  return NS_OK;
+  return NS_Give(NS_ToUtf16(GetCharPref(*mPrefs, std::string(kFieldPref) + aDigit, &rv)), aField);
 }
 
 nsresult nsSystemGeneralSettingsGeneric::SetField(char aDigit, const nsAString& aField) {

@@ -47,11 +47,7 @@ nsSystemFileSystemTree::nsSystemFileSystemTree(std::shared_ptr<nsPlatformFiles> 
       mLog(NS_GetLogger("system.fileWatcher")) {}
 
 nsresult nsSystemFileSystemTree::QueryInterface(const nsIID& aIID, void** aResult) {
-  if (!aResult) return NS_ERROR_NULL_POINTER;
-  *aResult = NS_FindInterface<nsISupportsWeakReference>(this, aIID);
-  if (!*aResult) return NS_ERROR_NO_INTERFACE;
-  AddRef();
-  return NS_OK;
+  return NS_QueryInterface<nsISupportsWeakReference>(this, aIID, aResult);
 }
 
 nsresult nsSystemFileSystemTree::SetListener(nsISystemFileSystemTreeListener* aListener) {

@@ -73,13 +73,9 @@ nsSystemFileSystemWatcher::~nsSystemFileSystemWatcher() {
 }
 
 nsresult nsSystemFileSystemWatcher::QueryInterface(const nsIID& aIID, void** aResult) {
-  if (!aResult) return NS_ERROR_NULL_POINTER;
-  *aResult = NS_FindInterface<nsIObserver, nsITimerCallback>(this, aIID);
-  // Not nsISupports: that is the first base's.
-  if (!*aResult || aIID == nsISupports::kIID)
-    return nsSystemFileSystemWatcherGeneric::QueryInterface(aIID, aResult);
-  AddRef();
-  return NS_OK;
+  return NS_QueryInterface<nsISupportsWeakReference, nsISystemFileSystemWatcher,
+                           nsISystemFileSystemTreeListener, nsIObserver, nsITimerCallback>(
+      this, aIID, aResult);
 }
 
 nsresult nsSystemFileSystemWatcher::Init(nsISystemFileSystemListener* aListener,

@@ -55,12 +55,8 @@ nsSystemFileSystemWatcherGeneric::~nsSystemFileSystemWatcherGeneric() {
 }
 
 nsresult nsSystemFileSystemWatcherGeneric::QueryInterface(const nsIID& aIID, void** aResult) {
-  if (!aResult) return NS_ERROR_NULL_POINTER;
-  *aResult = NS_FindInterface<nsISupportsWeakReference, nsISystemFileSystemWatcher,
-                              nsISystemFileSystemTreeListener>(this, aIID);
-  if (!*aResult) return NS_ERROR_NO_INTERFACE;
-  AddRef();
-  return NS_OK;
+  return NS_QueryInterface<nsISupportsWeakReference, nsISystemFileSystemWatcher,
+                           nsISystemFileSystemTreeListener>(this, aIID, aResult);
 }
 
 nsresult nsSystemFileSystemWatcherGeneric::Init(nsISystemFileSystemListener* aListener,

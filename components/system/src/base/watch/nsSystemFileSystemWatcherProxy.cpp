@@ -145,18 +145,9 @@ nsSystemFileSystemWatcherProxy::nsSystemFileSystemWatcherProxy()
 nsSystemFileSystemWatcherProxy::~nsSystemFileSystemWatcherProxy() { EndWithDocument(); }
 
 nsresult nsSystemFileSystemWatcherProxy::QueryInterface(const nsIID& aIID, void** aResult) {
-  if (!aResult) return NS_ERROR_NULL_POINTER;
-  if ((*aResult =
-           NS_FindInterface<nsISupportsWeakReference, nsIFileSystemWatcher,
-                            nsIFileSystemWatcherOptions, nsIJSNativeInitializer>(this, aIID))) {
-    AddRef();
-    return NS_OK;
-  }
-  if (aIID == nsIClassInfo::kIID) {
-    *aResult = NS_ClassInfoOf<nsSystemFileSystemWatcherProxy>();
-    return NS_OK;
-  }
-  return NS_ERROR_NO_INTERFACE;
+  return NS_QueryInterface<nsISupportsWeakReference, nsIFileSystemWatcher,
+                           nsIFileSystemWatcherOptions, nsIJSNativeInitializer>(this, aIID,
+                                                                                aResult);
 }
 
 nsCOMPtr<nsSystemFileSystemWatcherService> nsSystemFileSystemWatcherProxy::Service() {
