@@ -1,6 +1,8 @@
 // Runs the program as a user would.
 #pragma once
 
+#include <signal.h>
+
 #include <chrono>
 #include <string>
 #include <vector>
@@ -10,6 +12,21 @@ struct nsOutcome {
   std::string mOutput;
   std::string mErrors;
 };
+
+#if defined(__SANITIZE_ADDRESS__)
+#define VOREL_ADDRESS_SANITIZER
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define VOREL_ADDRESS_SANITIZER
+#endif
+#endif
+/// The status of a program that has crashed. AddressSanitizer is told of a signal after the
+/// program's own handler, and ends the process itself.
+#ifdef VOREL_ADDRESS_SANITIZER
+inline constexpr int kCrashed = 1;
+#else
+inline constexpr int kCrashed = 128 + SIGSEGV;
+#endif
 
 /// A run of the program, in an environment of its own: home and profile lie in a directory that
 /// dies with it.

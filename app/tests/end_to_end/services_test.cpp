@@ -18,20 +18,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// AddressSanitizer is told of a signal after the program's own handler, and ends the process
-// itself.
-#if defined(__SANITIZE_ADDRESS__)
-constexpr int kCrashed = 1;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-constexpr int kCrashed = 1;
-#else
-constexpr int kCrashed = 128 + SIGSEGV;
-#endif
-#else
-constexpr int kCrashed = 128 + SIGSEGV;
-#endif
-
 /// The default application with preferences of the test's own.
 std::string MakeApplication(nsProgram& aProgram, const std::string& aPreferences) {
   const fs::path application = fs::path(aProgram.Directory()) / "application";

@@ -1,10 +1,13 @@
 // Directories by key.
+#include <gtest/gtest.h>
+
 #include "nsHost.h"
 #include "nsIDirectoryService.h"
 #include "nsIDirectoryServiceProvider.h"
 #include "nsIProperties.h"
 #include "nsImplements.h"
 #include "nsServices.h"
+#include "nsString.h"
 #include "nsTemporaryDirectory.h"
 
 namespace {

@@ -1,10 +1,12 @@
 // Files and directories.
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <set>
 
 #include "nsISimpleEnumerator.h"
+#include "nsString.h"
 #include "nsTemporaryDirectory.h"
 
 namespace {
@@ -92,7 +94,7 @@ TEST_F(LocalFile, TheRootOrItsChildrenAreMishandled) {
 }
 
 TEST_F(LocalFile, ANameThatIsNotUtf8IsLost) {
-  mDir.Write("bad\xff.txt", "x");
+  mDir.Put("bad\xff.txt", "x");
   nsCOMPtr<nsISimpleEnumerator> entries;
   ASSERT_EQ(NS_OK, mDir.File("")->GetDirectoryEntries(entries.getter_AddRefs()));
   nsCOMPtr<nsISupports> entry;
@@ -114,7 +116,7 @@ TEST_F(LocalFile, ANameThatIsNotUtf8IsLost) {
 }
 
 TEST_F(LocalFile, AnEntryIsMissingOrTakenForAnotherKind) {
-  mDir.Write("file", "12345");
+  mDir.Put("file", "12345");
   std::filesystem::create_directory(mDir / "dir");
   std::filesystem::create_symlink("file", mDir / "link");
   std::filesystem::create_symlink("nowhere", mDir / "broken");
@@ -169,7 +171,7 @@ TEST_F(LocalFile, AMissingFileIsNotReportedAsSuch) {
   EXPECT_EQ(NS_ERROR_FILE_NOT_FOUND, file->MoveToNative(nullptr, nsCString("other")));
   EXPECT_EQ(NS_ERROR_FILE_NOT_FOUND, file->Normalize());
   EXPECT_EQ(7, number);
-  mDir.Write("file", "");
+  mDir.Put("file", "");
   EXPECT_EQ(NS_ERROR_FILE_NOT_DIRECTORY, mDir.File("file/x")->GetFileSize(&number));
 }
 
@@ -182,7 +184,7 @@ TEST_F(LocalFile, CreateOverwritesOrStopsAtAMissingDirectory) {
   const auto unique = mDir.File("a/b/c.tar.gz");
   for (const char* name : {"c.tar.gz", "c.tar-1.gz", "c.tar-1-1.gz"}) {
     EXPECT_EQ(NS_OK, unique->CreateUnique(nsIFile::NORMAL_FILE_TYPE, 0600));
-    EXPECT_EQ(mDir / "a/b/" + name, PathOf(unique.get()));
+    EXPECT_EQ(mDir / ("a/b/" + name), PathOf(unique.get()));
   }
   EXPECT_EQ(NS_ERROR_FILE_DIR_NOT_EMPTY, mDir.File("a")->Remove(false));
   EXPECT_EQ(NS_OK, mDir.File("a")->Remove(true));
@@ -191,15 +193,15 @@ TEST_F(LocalFile, CreateOverwritesOrStopsAtAMissingDirectory) {
 
 TEST_F(LocalFile, RemovingALinkRemovesWhatItLeadsTo) {
   std::filesystem::create_directory(mDir / "dir");
-  mDir.Write("dir/kept", "x");
+  mDir.Put("dir/kept", "x");
   std::filesystem::create_directory_symlink("dir", mDir / "link");
   EXPECT_EQ(NS_OK, mDir.File("link")->Remove(true));
   EXPECT_EQ("x", mDir.Read("dir/kept"));
 }
 
 TEST_F(LocalFile, AMoveLosesAFileOrTheWayToIt) {
-  mDir.Write("new", "new");
-  mDir.Write("old", "old");
+  mDir.Put("new", "new");
+  mDir.Put("old", "old");
   std::filesystem::create_directory(mDir / "dir");
   const auto file = mDir.File("new");
   EXPECT_EQ(NS_ERROR_FILE_ALREADY_EXISTS, file->MoveToNative(nullptr, nsCString("dir")));
@@ -223,7 +225,7 @@ TEST_F(LocalFile, AMoveToAnotherVolumeLosesTheFile) {
     GTEST_SKIP() << "no second volume at /dev/shm";
   const std::string name = "vorel-move-" + std::to_string(getpid());
   std::filesystem::create_directory(mDir / "dir");
-  mDir.Write("dir/file", "text");
+  mDir.Put("dir/file", "text");
   std::filesystem::create_symlink("file", mDir / "dir/link");
   const auto dir = mDir.File("dir");
   ASSERT_EQ(NS_OK, dir->MoveToNative(At("/dev/shm").get(), nsCString(name)));
@@ -236,9 +238,9 @@ TEST_F(LocalFile, AMoveToAnotherVolumeLosesTheFile) {
 
 TEST_F(LocalFile, ACopyIsHalfDoneOrFollowsTheWrongLink) {
   std::filesystem::create_directory(mDir / "dir");
-  mDir.Write("dir/file", "text");
+  mDir.Put("dir/file", "text");
   std::filesystem::create_symlink("dir/file", mDir / "link");
-  mDir.Write("there", "old");
+  mDir.Put("there", "old");
   EXPECT_EQ(NS_OK, mDir.File("dir/file")->CopyToNative(mDir.File("").get(), nsCString("there")));
   EXPECT_EQ("text", mDir.Read("there"));
   EXPECT_EQ(NS_OK, mDir.File("link")->CopyToNative(nullptr, nsCString("link2")));
@@ -257,7 +259,7 @@ TEST_F(LocalFile, ACopyIsHalfDoneOrFollowsTheWrongLink) {
 }
 
 TEST_F(LocalFile, ATimeIsCutOrItsSignLost) {
-  mDir.Write("file", "");
+  mDir.Put("file", "");
   const auto file = mDir.File("file");
   for (const int64_t time : {int64_t{1234567890123}, int64_t{0}, int64_t{-1500}}) {
     int64_t seen = 7;

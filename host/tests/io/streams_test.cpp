@@ -1,4 +1,6 @@
 // Streams from and to files and memory, and numbers over them.
+#include <gtest/gtest.h>
+
 #include <cmath>
 #include <cstring>
 
@@ -14,6 +16,7 @@
 #include "nsISeekableStream.h"
 #include "nsIStringInputStream.h"
 #include "nsServices.h"
+#include "nsString.h"
 #include "nsTemporaryDirectory.h"
 
 namespace {
@@ -64,7 +67,7 @@ class Streams : public testing::Test {
 };
 
 TEST_F(Streams, ABehaviourOfAnInputFileIsForgotten) {
-  mDir.Write("file", "0123456789");
+  mDir.Put("file", "0123456789");
   auto stream =
       Open("file", nsIFileInputStream::CLOSE_ON_EOF | nsIFileInputStream::REOPEN_ON_REWIND);
   uint32_t available = 0;
@@ -89,7 +92,7 @@ TEST_F(Streams, ABehaviourOfAnInputFileIsForgotten) {
   char c;
   uint32_t count = 0;
   EXPECT_EQ(NS_ERROR_FILE_NOT_FOUND, stream->Read(&c, 1, &count));
-  mDir.Write("later", "x");
+  mDir.Put("later", "x");
   EXPECT_EQ("x", Read(stream.get(), 2));
 }
 
@@ -114,7 +117,7 @@ TEST_F(Streams, AFullDiskLosesBytesSilently) {
 }
 
 TEST_F(Streams, ASafeFileIsSeenHalfWritten) {
-  mDir.Write("file", "old");
+  mDir.Put("file", "old");
   std::filesystem::permissions(mDir / "file", std::filesystem::perms(0600));
   std::filesystem::create_symlink("file", mDir / "link");
   {
@@ -212,7 +215,7 @@ TEST_F(Streams, ANumberComesBackAsAnother) {
 }
 
 TEST_F(Streams, ALengthOutOfTheStreamEatsTheMemory) {
-  mDir.Write("file", "\xFF\xFF\xFF\xFFrest");
+  mDir.Put("file", "\xFF\xFF\xFF\xFFrest");
   const auto in = New<nsIBinaryInputStream>("@mozilla.org/binaryinputstream;1");
   ASSERT_EQ(NS_OK, in->SetInputStream(Open("file").get()));
   nsString text(u"kept");
@@ -222,7 +225,7 @@ TEST_F(Streams, ALengthOutOfTheStreamEatsTheMemory) {
 
 TEST_F(Streams, ACopyFromAStreamStopsShort) {
   const std::string big(20000, 'x');
-  mDir.Write("in", big);
+  mDir.Put("in", big);
   const auto out = Create("out");
   uint32_t count = 0;
   EXPECT_EQ(NS_OK, out->WriteFrom(Open("in").get(), 30000, &count));

@@ -1,4 +1,6 @@
 // URLs, the IO service, and the scheme "file".
+#include <gtest/gtest.h>
+
 #include "nsHost.h"
 #include "nsIFileProtocolHandler.h"
 #include "nsIFileURL.h"
@@ -7,6 +9,7 @@
 #include "nsIObserverService.h"
 #include "nsImplements.h"
 #include "nsServices.h"
+#include "nsString.h"
 #include "nsTemporaryDirectory.h"
 
 namespace {

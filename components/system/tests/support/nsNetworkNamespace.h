@@ -1,18 +1,7 @@
 // A network of the test's own, in which links come and go and nobody else sees them.
 #pragma once
 
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <sched.h>
-#include <stdio.h>
-#include <stdlib.h>
-#include <sys/mount.h>
-#include <unistd.h>
-
-#include <chrono>
-#include <fstream>
 #include <string>
-#include <thread>
 
 #include "nsMountNamespace.h"
 
@@ -20,69 +9,28 @@
 /// loopback, and see the sysfs of it; at the end the thread is back where it was.
 class nsNetworkNamespace {
  public:
-  nsNetworkNamespace() {
-    mEntered = mMounts.IsUsable() && mBefore >= 0 && unshare(CLONE_NEWNET) == 0;
-    if (!mEntered)
-      mLacks = "no right to a network namespace of its own";
-    else if (mount("sysfs", "/sys", "sysfs", 0, nullptr) != 0)
-      mLacks = "no right to mount the sysfs of a namespace";
-    else if (!TryIp("link add probe0 type veth peer name probe1"))
-      mLacks = "no virtual wires, or no program ip";
-    else
-      (void)TryIp("link del probe0");
-  }
-  ~nsNetworkNamespace() {
-    if (mEntered) {
-      EXPECT_EQ(setns(mBefore, CLONE_NEWNET), 0);
-    }
-    close(mBefore);
-  }
+  nsNetworkNamespace();
+  ~nsNetworkNamespace();
   nsNetworkNamespace(const nsNetworkNamespace&) = delete;
   nsNetworkNamespace& operator=(const nsNetworkNamespace&) = delete;
 
   /// Why the namespace can't be had here; empty when it can.
   const std::string& Lacks() const { return mLacks; }
 
-  void Ip(const std::string& aArguments) const {
-    ASSERT_TRUE(TryIp(aArguments)) << "ip " << aArguments;
-  }
+  void Ip(const std::string& aArguments) const;
   /// Sets a link up or down, and waits until it is: the kernel tells a link's state after it has
   /// answered.
-  void SetUp(const std::string& aLink, bool aUp = true) const {
-    Ip("link set " + aLink + (aUp ? " up" : " down"));
-    const std::string wanted = aUp ? "up" : "down";
-    const auto patience = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    std::string state;
-    while (state != wanted && std::chrono::steady_clock::now() < patience) {
-      std::ifstream("/sys/class/net/" + aLink + "/operstate") >> state;
-      std::this_thread::yield();
-    }
-    EXPECT_EQ(state, wanted) << aLink;
-  }
+  void SetUp(const std::string& aLink, bool aUp = true) const;
   /// A pair of virtual wires, NAME and NAMEx, both up.
-  void AddWire(const std::string& aName, const std::string& aMac = "02:00:00:00:00:01") const {
-    Ip("link add " + aName + " address " + aMac + " type veth peer name " + aName + "x");
-    Ip("link set " + aName + "x up");
-    SetUp(aName);
-  }
+  void AddWire(const std::string& aName, const std::string& aMac = "02:00:00:00:00:01") const;
   /// What the program prints.
-  std::string AskIp(const std::string& aArguments) const {
-    std::string text;
-    if (FILE* pipe = popen(("ip " + aArguments).c_str(), "r")) {
-      char buffer[4096];
-      while (const size_t got = fread(buffer, 1, sizeof buffer, pipe)) text.append(buffer, got);
-      pclose(pipe);
-    }
-    return text;
-  }
+  std::string AskIp(const std::string& aArguments) const;
 
  private:
-  static bool TryIp(const std::string& aArguments) {
-    return system(("ip " + aArguments + " 2>/dev/null").c_str()) == 0;
-  }
+  static bool TryIp(const std::string& aArguments);
 
   const nsMountNamespace mMounts;
-  const int mBefore = open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC);
+  const int mBefore;
   bool mEntered = false;
   std::string mLacks;
 };

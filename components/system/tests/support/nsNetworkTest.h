@@ -25,48 +25,19 @@ class nsNetworkTest : public nsSystemTest {
   using Strings = std::vector<std::string>;
   using Interface = nsSimulatedInterface;
 
-  void SetUp() override {
-    StartHost();
-    mManager = NewManager(mMachine);
-  }
-  void TearDown() override {
-    if (mManager) {
-      EXPECT_EQ(mManager->Observe(nullptr, "xpcom-shutdown", nullptr), NS_OK);
-    }
-    mManager = nullptr;
-  }
+  void SetUp() override;
+  void TearDown() override;
 
   static constexpr auto Wire = nsSimulatedNetwork::Wire;
   nsresult Discover() { return mManager->RefreshAdapters(nsISystemAdapterIP::kIID); }
 
-  static std::vector<nsCOMPtr<nsISystemAdapterIP>> Adapters(nsSystemManager& aManager) {
-    nsCOMPtr<nsIArray> adapters;
-    EXPECT_EQ(aManager.GetAdaptersByIId(nsISystemAdapterIP::kIID, adapters.getter_AddRefs()),
-              NS_OK);
-    return NS_Elements<nsISystemAdapterIP>(adapters.get());
-  }
+  static std::vector<nsCOMPtr<nsISystemAdapterIP>> Adapters(nsSystemManager& aManager);
   /// "lan eth0", "wlan wl0", in the manager's order.
-  static Strings Names(nsSystemManager& aManager) {
-    Strings names;
-    for (const auto& adapter : Adapters(aManager))
-      names.push_back((do_QueryInterface<nsISystemAdapterLAN>(adapter)    ? "lan "
-                       : do_QueryInterface<nsISystemAdapterWLAN>(adapter) ? "wlan "
-                                                                          : "other ") +
-                      ::NS_TextOf(adapter, &nsISystemAdapterIP::GetSysPath));
-    return names;
-  }
+  static Strings Names(nsSystemManager& aManager);
   Strings Names() { return Names(*mManager); }
 
   /// The live adapter of an interface, which is on the machine and found.
-  nsCOMPtr<nsISystemAdapterIP> Found(Interface aInterface) {
-    const std::string name = aInterface.mAddresses.mAdapterName;
-    mMachine.mNetwork->Put(std::move(aInterface));
-    EXPECT_EQ(Discover(), NS_OK);
-    for (const auto& adapter : Adapters(*mManager))
-      if (::NS_TextOf(adapter, &nsISystemAdapterIP::GetSysPath) == name) return adapter;
-    ADD_FAILURE() << name << " was not found";
-    return nullptr;
-  }
+  nsCOMPtr<nsISystemAdapterIP> Found(Interface aInterface);
 
   nsCOMPtr<nsSystemManager> mManager;
 };

@@ -10,10 +10,8 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <mutex>
 
@@ -39,10 +37,7 @@
 #include "nsSystemManager.h"
 
 /// EXPECT_EQ on results shows their names.
-inline void PrintTo(nsresult aRv, std::ostream* aOut) {
-  const auto name = NS_ResultName(aRv);
-  *aOut << (name.empty() ? "?" : name) << " 0x" << std::hex << static_cast<uint32_t>(aRv);
-}
+void PrintTo(nsresult aRv, std::ostream* aOut);
 
 /// The elements of an array, as T; fails the test when one is no T. A null array is an empty list.
 template <nsInterface T>
@@ -72,73 +67,17 @@ std::string NS_TextOf(const nsCOMPtr<I>& aObject, nsresult (Base::*aGetter)(nsAS
 /// Everything that was logged, at all severities: "warning system.manager: text".
 class nsTestLog {
  public:
-  static nsTestLog& Instance() {
-    static nsTestLog sLog;
-    return sLog;
-  }
-  void Add(std::string aLine, std::string aPlace) {
-    std::lock_guard lock(mLock);
-    mLines.push_back(std::move(aLine));
-    mPlace = std::move(aPlace);
-  }
+  static nsTestLog& Instance();
+  void Add(std::string aLine, std::string aPlace);
   /// "FILE FUNCTION": where the last line was written.
-  std::string Place() {
-    std::lock_guard lock(mLock);
-    return mPlace;
-  }
+  std::string Place();
   /// The lines since the last time that begin with aPrefix; the others are forgotten.
-  std::vector<std::string> Take(std::string_view aPrefix = {}) {
-    std::lock_guard lock(mLock);
-    std::vector<std::string> lines = std::exchange(mLines, {});
-    std::erase_if(lines, [&](const std::string& aLine) { return !aLine.starts_with(aPrefix); });
-    return lines;
-  }
+  std::vector<std::string> Take(std::string_view aPrefix = {});
 
  private:
   std::mutex mLock;
   std::vector<std::string> mLines;
   std::string mPlace;
-};
-
-class nsTestLogger final : public nsImplements<nsTestLogger, nsILog4Logger> {
- public:
-  explicit nsTestLogger(const nsACString& aName) : mName(aName) {}
-  nsresult GetName(nsACString& aName) override {
-    NS_Assign(aName, mName);
-    return NS_OK;
-  }
-  nsresult IsEnabledFor(uint32_t, bool* aEnabled) override {
-    *aEnabled = true;
-    return NS_OK;
-  }
-  nsresult Log(uint32_t aSeverity, const nsACString& aText, nsILog4LocationInfo* aPlace) override {
-    static constexpr const char* kNames[] = {"debug ", "warning ", "error "};
-    nsCString file, function;
-    if (aPlace) {
-      (void)aPlace->GetFile(file);
-      (void)aPlace->GetFunction(function);
-    }
-    nsTestLog::Instance().Add(
-        kNames[aSeverity] + std::string(mName.view()) + ": " + std::string(NS_View(aText)),
-        std::string(file.view()) + " " + std::string(function.view()));
-    return NS_OK;
-  }
-
- private:
-  ~nsTestLogger() override = default;
-  const nsCString mName;
-};
-
-class nsTestLogService final : public nsImplements<nsTestLogService, nsILog4Service> {
- public:
-  nsresult GetLogger(const nsACString& aName, nsILog4Logger** aLogger) override {
-    MakeRefCounted<nsTestLogger>(aName).forget(aLogger);
-    return NS_OK;
-  }
-  nsresult SetLevel(const nsACString&, uint32_t) override { return NS_OK; }
-
- private:
-  ~nsTestLogService() override = default;
 };
 
 // ---- Adapters
@@ -149,28 +88,14 @@ class nsTestAdapter final
  public:
   explicit nsTestAdapter(const char16_t* aLabel = u"") { mLabel = aLabel; }
 
-  void SetDevice(const char16_t* aName) {
-    ASSERT_EQ(NewSystemDevice(mDevice.getter_AddRefs(), nsString(aName), nsString()), NS_OK);
-  }
-  void AddConnector(const char16_t* aName, const char16_t* aMask) {
-    nsCOMPtr<nsISystemConnector> connector;
-    ASSERT_EQ(NewSystemConnector(connector.getter_AddRefs(), nsString(aName), nsString(aMask),
-                                 nsString(), nsString(), nullptr, nullptr, nullptr),
-              NS_OK);
-    mConnectors.push_back(connector);
-  }
+  void SetDevice(const char16_t* aName);
+  void AddConnector(const char16_t* aName, const char16_t* aMask);
 
  private:
   ~nsTestAdapter() override = default;
 };
 
-inline nsCOMPtr<nsISystemApplicationProfile> NS_NewTestProfile(const char16_t* aName) {
-  nsCOMPtr<nsISystemApplicationProfile> profile;
-  EXPECT_EQ(NewSystemApplicationProfile(profile.getter_AddRefs(), nsString(aName), nsString(aName),
-                                        nsString()),
-            NS_OK);
-  return profile;
-}
+nsCOMPtr<nsISystemApplicationProfile> NS_NewTestProfile(const char16_t* aName);
 
 // ---- Bindings
 
@@ -181,40 +106,17 @@ class nsTestBinding final : public nsImplements<nsTestBinding, nsISystemApplicat
   static constexpr char kContractID[] = "@vorel/test/binding;1";
 
   nsresult Init(nsISystemAdapter* aAdapter, nsISystemApplicationProfile* aProfile,
-                nsIPrefBranch* aBranch) override {
-    mAdapter = aAdapter;
-    mProfile = aProfile;
-    mBranch = aBranch;
-    return Is("init-fails") ? NS_ERROR_NOT_AVAILABLE : NS_OK;
-  }
-  nsresult IsEnabled(bool* aEnabled) override {
-    *aEnabled = !Is("disabled");
-    return NS_OK;
-  }
-  nsresult GetApplicationProfile(nsISystemApplicationProfile** aProfile) override {
-    nsCOMPtr<nsISystemApplicationProfile>(mProfile).forget(aProfile);
-    return NS_OK;
-  }
-  nsresult GetAdapter(nsISystemAdapter** aAdapter) override {
-    nsCOMPtr<nsISystemAdapter>(mAdapter).forget(aAdapter);
-    return NS_OK;
-  }
+                nsIPrefBranch* aBranch) override;
+  nsresult IsEnabled(bool* aEnabled) override;
+  nsresult GetApplicationProfile(nsISystemApplicationProfile** aProfile) override;
+  nsresult GetAdapter(nsISystemAdapter** aAdapter) override;
 
   /// The name of the preference subtree that it was given.
-  static std::string Root(nsISystemApplicationProfileBinding* aBinding) {
-    char* root = nullptr;
-    EXPECT_EQ(static_cast<nsTestBinding*>(aBinding)->mBranch->GetRoot(&root), NS_OK);
-    std::string text = root;
-    NS_Free(root);
-    return text;
-  }
+  static std::string Root(nsISystemApplicationProfileBinding* aBinding);
 
  private:
   ~nsTestBinding() override = default;
-  bool Is(const char* aName) {
-    bool value = false;
-    return NS_SUCCEEDED(mBranch->GetBoolPref(aName, &value)) && value;
-  }
+  bool Is(const char* aName);
 
   nsCOMPtr<nsISystemAdapter> mAdapter;
   nsCOMPtr<nsISystemApplicationProfile> mProfile;
@@ -250,21 +152,9 @@ class nsTestListener final : public nsImplements<nsTestListener, nsISystemAdapte
 
  private:
   ~nsTestListener() override = default;
-  nsresult Hear(const char* aWhat, nsISystemAdapter* aAdapter) {
-    nsString label;
-    EXPECT_EQ(aAdapter->GetLabel(label), NS_OK);
-    return Keep(aWhat + NS_ToUtf8(label));
-  }
-  nsresult Hear(const char* aWhat, nsISystemApplicationProfileBinding* aBinding) {
-    nsCOMPtr<nsISystemApplicationProfile> profile;
-    EXPECT_EQ(aBinding->GetApplicationProfile(profile.getter_AddRefs()), NS_OK);
-    return Keep(aWhat + NS_TextOf(profile, &nsISystemApplicationProfile::GetName));
-  }
-  nsresult Keep(std::string aLine) {
-    mHeard.push_back(std::move(aLine));
-    mThen();
-    return mResult;
-  }
+  nsresult Hear(const char* aWhat, nsISystemAdapter* aAdapter);
+  nsresult Hear(const char* aWhat, nsISystemApplicationProfileBinding* aBinding);
+  nsresult Keep(std::string aLine);
 };
 
 // ---- The fixture
@@ -274,64 +164,29 @@ template <class T>
 nsresult Construct(nsISupports*, const nsIID& aIID, void** aResult) {
   return MakeRefCounted<T>()->QueryInterface(aIID, aResult);
 }
-inline constexpr nsCID kLogCID = "f3b0c3c1-2a9e-45ae-8a3d-3f1f2f0f6c01"_iid;
-inline constexpr nsCID kBindingCID = "f3b0c3c1-2a9e-45ae-8a3d-3f1f2f0f6c02"_iid;
-inline constexpr Module::CIDEntry kCIDs[] = {
-    {&kLogCID, true, nullptr, Construct<nsTestLogService>},
-    {&kBindingCID, false, nullptr, Construct<nsTestBinding>},
-    {nullptr, false, nullptr, nullptr}};
-inline constexpr Module::ContractIDEntry kContractIDs[] = {
-    {VOREL_LOG4SERVICE_CONTRACTID, &kLogCID},
-    {nsTestBinding::kContractID, &kBindingCID},
-    {nullptr, nullptr}};
 /// The log and the binding class.
-inline constexpr Module kModule = {Module::kVersion, kCIDs,   kContractIDs, nullptr,
-                                   nullptr,          nullptr, nullptr};
+extern const Module kModule;
 }  // namespace vorel::test
 
 class nsSystemTest : public testing::Test {
  protected:
   nsSystemTest() { mOptions.mModules = {&vorel::test::kModule}; }
-  ~nsSystemTest() override {
-    mHost.Stop();
-    if (!mDirectory.empty()) std::filesystem::remove_all(mDirectory);
-  }
+  ~nsSystemTest() override;
 
-  void StartHost() {
-    ASSERT_EQ(mHost.Start(mOptions), NS_OK) << mHost.Error();
-    (void)nsTestLog::Instance().Take();
-  }
+  void StartHost();
   static std::vector<std::string> TakeLog(std::string_view aPrefix) {
     return nsTestLog::Instance().Take(aPrefix);
   }
 
-  static void SetPref(const std::string& aName, bool aValue) {
-    ASSERT_EQ(
-        do_GetService<nsIPrefBranch>(NS_PREFSERVICE_CONTRACTID)->SetBoolPref(aName.c_str(), aValue),
-        NS_OK);
-  }
-  static void SetPref(const std::string& aName, const std::string& aValue) {
-    ASSERT_EQ(do_GetService<nsIPrefBranch>(NS_PREFSERVICE_CONTRACTID)
-                  ->SetCharPref(aName.c_str(), aValue.c_str()),
-              NS_OK);
-  }
+  static void SetPref(const std::string& aName, bool aValue);
+  static void SetPref(const std::string& aName, const std::string& aValue);
   static void SetPref(const std::string& aName, const char* aValue) {
     SetPref(aName, std::string(aValue));
   }
   static void AddCategoryEntry(const std::string& aCategory, const std::string& aEntry,
-                               const std::string& aValue) {
-    char* old = nullptr;
-    ASSERT_EQ(do_GetService<nsICategoryManager>(NS_CATEGORYMANAGER_CONTRACTID)
-                  ->AddCategoryEntry(aCategory.c_str(), aEntry.c_str(), aValue.c_str(), false, true,
-                                     &old),
-              NS_OK);
-    NS_Free(old);
-  }
+                               const std::string& aValue);
   /// Registers the test's binding class for "PROFILE.T.M.I", and allows it there.
-  static void AllowProfile(const std::string& aKey) {
-    AddCategoryEntry("vorel-application-profile-binding", aKey, nsTestBinding::kContractID);
-    SetPref("vorel.app-profile." + aKey + ".authorized", true);
-  }
+  static void AllowProfile(const std::string& aKey);
 
   /// A manager outside of the module, on a machine of the test's own; nothing of it has run yet.
   static nsCOMPtr<nsSystemManager> NewManager(const nsSimulatedMachine& aMachine) {
@@ -339,18 +194,8 @@ class nsSystemTest : public testing::Test {
   }
 
   /// A directory that goes with the test.
-  const std::filesystem::path& Directory() {
-    if (mDirectory.empty()) {
-      std::string name = (std::filesystem::temp_directory_path() / "vorel-test-XXXXXX").string();
-      mDirectory = mkdtemp(name.data());
-    }
-    return mDirectory;
-  }
-  std::string WriteFile(const std::string& aName, std::string_view aText) {
-    const auto path = Directory() / aName;
-    std::ofstream(path, std::ios::binary) << aText;
-    return path.string();
-  }
+  const std::filesystem::path& Directory();
+  std::string WriteFile(const std::string& aName, std::string_view aText);
 
   nsHostOptions mOptions;
   nsHost mHost;

@@ -1,20 +1,17 @@
-// A directory of a test's own, on the real file system.
+// A directory of a test's own, on the real file system, gone with it.
 #pragma once
 
 #include <filesystem>
-#include <fstream>
 #include <string>
+#include <string_view>
+
+#include "nsCOMPtr.h"
+#include "nsILocalFile.h"
 
 class nsTemporaryDirectory {
  public:
-  nsTemporaryDirectory() {
-    std::string name = (std::filesystem::temp_directory_path() / "vorel-test-XXXXXX").string();
-    mPath = mkdtemp(name.data());
-  }
-  ~nsTemporaryDirectory() {
-    std::error_code ignored;
-    std::filesystem::remove_all(mPath, ignored);
-  }
+  nsTemporaryDirectory();
+  ~nsTemporaryDirectory();
   nsTemporaryDirectory(const nsTemporaryDirectory&) = delete;
   nsTemporaryDirectory& operator=(const nsTemporaryDirectory&) = delete;
 
@@ -24,9 +21,14 @@ class nsTemporaryDirectory {
     return mPath / aName;
   }
 
-  static void Write(const std::filesystem::path& aPath, const std::string& aText = "text") {
-    std::ofstream(aPath, std::ios::app) << aText;
-  }
+  nsCOMPtr<nsILocalFile> File(std::string_view aName) const;
+  /// Makes a file, or replaces what is in it.
+  void Put(std::string_view aName, std::string_view aText) const;
+  /// What is in a file; "(none)" when there is none.
+  std::string Read(std::string_view aName) const;
+
+  /// Adds to a file; makes it when it is not there.
+  static void Write(const std::filesystem::path& aPath, std::string_view aText = "text");
 
  private:
   std::filesystem::path mPath;

@@ -1,10 +1,10 @@
-// The port of fonts: one suite for the simulated and for the native backend, which runs on a
-// configuration of fontconfig of the test's own.
+// The fonts of this system, on a configuration of fontconfig of the test's own.
 #include <fcntl.h>
 #include <fontconfig/fontconfig.h>
-#include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <fstream>
 
 #include "nsIFontEnumerator.h"
 #include "nsLinuxFonts.h"
@@ -14,68 +14,8 @@
 
 namespace {
 
-// A folder of the test's own, which is all that fontconfig knows. Made before anything of this
-// process has asked it for anything.
-const std::filesystem::path gFolder = [] {
-  static char sPath[] = "/tmp/vorel-fontconfig-XXXXXX";
-  if (!mkdtemp(sPath)) return std::filesystem::path();
-  const std::filesystem::path folder(sPath);
-  std::filesystem::create_directory(folder / "fonts");
-  std::ofstream(folder / "fonts.conf")
-      << "<fontconfig><dir>" << (folder / "fonts").string() << "</dir><cachedir>"
-      << (folder / "cache").string() << "</cachedir></fontconfig>";
-  setenv("FONTCONFIG_FILE", (folder / "fonts.conf").c_str(), 1);
-  atexit([] { std::filesystem::remove_all(sPath); });
-  return folder;
-}();
-
-class FontPort : public nsSystemTest, public testing::WithParamInterface<bool> {
- protected:
-  nsPlatformFonts& Port() {
-    return GetParam() ? static_cast<nsPlatformFonts&>(mNative) : *mMachine.mFonts;
-  }
-  nsLinuxFonts mNative;
-};
-
-TEST_P(FontPort, AnAddedFileIsNotSeenOrNotForgotten) {
-  ASSERT_FALSE(gFolder.empty());
-  nsPlatformFonts& port = Port();
-  const std::string a = WriteFile("a.ttf", nsTestFont{"Port One", "Bold", true}.Bytes());
-  const std::string b = WriteFile("b.ttf", nsTestFont{"Port Two", "Italic", false, true}.Bytes());
-  const std::string bad = WriteFile("bad.ttf", "no font");
-  mMachine.mFonts->SetFile(a, {{"Port One", false, 700}});
-  mMachine.mFonts->SetFile(b, {{"Port Two", true, 400}});
-  mMachine.mFonts->SetFile(bad, {});
-  uint32_t count = 0;
-  ASSERT_EQ(port.AddFontFile(a, &count), NS_OK);
-  EXPECT_EQ(count, 1u);
-  ASSERT_EQ(port.AddFontFile(b, &count), NS_OK);
-  EXPECT_EQ(port.AddFontFile(bad, &count), NS_ERROR_FAILURE);
-
-  std::vector<nsPlatformFonts::Face> faces;
-  ASSERT_EQ(port.ReadFaces("Port One", &faces), NS_OK);
-  ASSERT_EQ(faces.size(), 1u);
-  EXPECT_EQ(faces[0].mFamily, "Port One");
-  EXPECT_FALSE(faces[0].mItalic);
-  EXPECT_EQ(faces[0].mWeight, 700);
-  ASSERT_EQ(port.ReadFaces("Port Two", &faces), NS_OK);
-  ASSERT_EQ(faces.size(), 1u);
-  EXPECT_TRUE(faces[0].mItalic);
-  EXPECT_EQ(faces[0].mWeight, 400);
-
-  ASSERT_EQ(port.AddFontFile(a, &count), NS_OK);
-  EXPECT_EQ(count, 1u);
-  EXPECT_EQ(port.RemoveFontFile(a), NS_OK);
-  EXPECT_EQ(port.RemoveFontFile(a), NS_ERROR_FAILURE);
-  ASSERT_EQ(port.ReadFaces("Port One", &faces), NS_OK);
-  EXPECT_TRUE(faces.empty());
-  ASSERT_EQ(port.ReadFaces("Port Two", &faces), NS_OK);
-  EXPECT_EQ(faces.size(), 1u) << "it went with the other";
-  EXPECT_EQ(port.RemoveFontFile(b), NS_OK);
-}
-
-INSTANTIATE_TEST_SUITE_P(Backends, FontPort, testing::Bool(),
-                         [](const auto& aInfo) { return aInfo.param ? "Native" : "Simulated"; });
+// Made before anything of this process has asked fontconfig for anything.
+const std::filesystem::path gFolder = NS_TestFontFolder();
 
 class LinuxFonts : public nsSystemTest {};
 
