@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Checks that every include keeps to the layers of ARCHITECTURE.md.
+"""Checks that every include keeps to the layers of ARCHITECTURE.md, that no two rooms use each other, and that none is crowded.
 
-usage: check_layers.py SOURCE_DIRECTORY      prints each include that does not, one a line; status 1 if there are any
+usage: check_layers.py SOURCE_DIRECTORY      prints what does not, one a line; status 1 if there is anything
 """
 import pathlib
 import re
@@ -90,7 +90,7 @@ STANDARD = set(
     valarray variant vector version""".split()
 )
 ONLY_STANDARD = {"platform", "public", "glue", "threads", "base", "room", "module", "simulated", "bindings", "embedding", "host",
-                 "bridge", "program"}
+                 "bridge", "engine", "program"}
 NSPR = re.compile(r"(nspr/)?(pr|pl)\w+\.h$")
 MORE = {  # beside the standard library
     "glue": NSPR,
@@ -100,6 +100,7 @@ MORE = {  # beside the standard library
     "base": re.compile(r"(nspr/)?(pr|pl)\w+\.h$"),
     "room": re.compile(r"((nspr/)?(pr|pl)\w+|ft2build)\.h$"),
     "adapters/digitaltv/ts": re.compile(r"immintrin\.h$"),  # what the processor has, not the system
+    "engine": re.compile(r"(js/.+|jsapi|jsfriendapi|prio)\.h$"),
     "simulated": re.compile(r"nlohmann/json(_fwd)?\.hpp$"),
 }
 LOCKS = {"mutex", "shared_mutex", "condition_variable"}
@@ -115,6 +116,42 @@ def layer(path):
         return "native " + "/".join(parts[:-1]) if parts[-1] in PLATFORMS else "/".join(parts)
     fits = [p for p in LAYERS if text.startswith(p + "/")]
     return LAYERS[max(fits, key=len)] if fits else None
+
+
+CROWDED = 25  # files in one folder
+
+
+def check_rooms(root, tree):
+    """Prints the rooms of a tree, folders with their platforms, that use each other in a circle, and crowded folders."""
+    files = [p for p in (root / tree).rglob("*") if p.suffix in (".h", ".cpp") and "tests" not in p.parts]
+    room = lambda p: p.parent.parent if p.parent.name in PLATFORMS else p.parent
+    where = {p.name: room(p) for p in files if p.suffix == ".h"}
+    uses = {room(p): {} for p in files}
+    for path in files:
+        for line in path.read_text(errors="replace").split("\n"):
+            m = INCLUDE.match(line)
+            theirs = m and where.get(m[2].rsplit("/", 1)[-1])
+            if theirs and theirs != room(path):
+                uses[room(path)].setdefault(theirs, f"{path.name} includes {m[2]}")
+    bad = 0
+
+    def below(start):
+        seen, todo = set(), [start]
+        while todo:
+            todo += [r for r in uses[todo.pop()] if r not in seen and not seen.add(r)]
+        return seen
+
+    for mine in sorted(uses):
+        for theirs, why in sorted(uses[mine].items()):
+            if mine in below(theirs):
+                print(f"{mine.relative_to(root)}: {why}: {theirs.relative_to(root)} uses this room, too")
+                bad += 1
+    for folder in sorted({p.parent for p in files}):
+        count = sum(p.parent == folder for p in files)
+        if count > CROWDED:
+            print(f"{folder.relative_to(root)}: {count} files, more than {CROWDED}")
+            bad += 1
+    return bad
 
 
 def main(root):
@@ -149,6 +186,7 @@ def main(root):
                 bad += 1
     if not files:
         sys.exit("no sources found")
+    bad += sum(check_rooms(root, tree) for tree in ("components/system/src", "host"))
     sys.exit(1 if bad else 0)
 
 

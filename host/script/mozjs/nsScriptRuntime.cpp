@@ -9,7 +9,6 @@
 #include <js/PropertyAndElement.h>
 #include <js/WeakMap.h>
 #include <jsfriendapi.h>
-#include <sys/resource.h>
 
 #include <algorithm>
 
@@ -21,6 +20,7 @@
 #include "nsScriptErrors.h"
 #include "nsScriptHeap.h"
 #include "nsScriptHost.h"
+#include "nsScriptStack.h"
 #include "nsScriptWeakReference.h"
 #include "nsScriptedObject.h"
 #include "nsServices.h"
@@ -30,17 +30,6 @@
 nsScriptRuntime* nsScriptRuntime::sCurrent = nullptr;
 
 namespace {
-
-// The main thread has 8 MB as a rule. Of a smaller stack scripts have half: calls into compiled
-// code take their part of it.
-constexpr size_t kMostScriptStack = 1u << 20;
-
-size_t ScriptStack() {
-  rlimit limit;
-  if (getrlimit(RLIMIT_STACK, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY)
-    return kMostScriptStack;
-  return std::min<size_t>(kMostScriptStack, limit.rlim_cur / 2);
-}
 
 bool ResolveGlobal(JSContext* cx, JS::HandleObject aGlobal, JS::HandleId aId, bool* aResolved) {
   if (!JS_ResolveStandardClass(cx, aGlobal, aId, aResolved)) return false;
@@ -133,7 +122,7 @@ bool nsScriptRuntime::Init(std::string* aError) {
     return false;
   }
   NS_SetHeapLimit(mCx, limit);
-  JS_SetNativeStackQuota(mCx, ScriptStack());
+  JS_SetNativeStackQuota(mCx, NS_ScriptStackSize());
   if (!js::UseInternalJobQueues(mCx) || !JS::InitSelfHostedCode(mCx)) {
     *aError = "the script engine can't be set up";
     return false;

@@ -1,4 +1,4 @@
-#include "nsHostModules.h"
+#include "nsConstructors.h"
 #include "nsNetworkLinkService.h"
 
 namespace {

@@ -1,7 +1,6 @@
 #include "nsPrefService.h"
 
 #include "nsConstructors.h"
-#include "nsHostModules.h"
 #include "nsILocalFile.h"
 #include "nsServices.h"
 #include "nsSupportsPrimitives.h"

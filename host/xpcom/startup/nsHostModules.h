@@ -5,8 +5,6 @@
 #include "nsConstructors.h"
 
 extern const vorel::Module kBaseModule;  // base, components, ds
-extern const vorel::Module kNetworkModule;
-extern const vorel::Module kPrefsModule;
 
 struct nsHostModule {
   const char* mName;

@@ -18,6 +18,11 @@
 #include "nsAscii.h"
 #include "nsError.h"
 
+/// Keys are found without regard to case, but for what stands below this one: names there are the
+/// system's own, of interfaces, and two may differ in nothing else.
+inline constexpr std::string_view kRegistryExactKeys =
+    "SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Parameters\\Interfaces\\";
+
 /// An open key; closes when it goes. One thread at a time.
 ///
 /// Names of values are found without regard to case, in ASCII, and keep the spelling that they were

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "nsError.h"
+#include "nsPlatformRegistry.h"
 
 /// A family and the bytes of its address, in network order.
 struct nsSocketAddress {
@@ -177,8 +178,7 @@ class nsPlatformNetwork {
 /// below it one for each by its adapter name.
 inline constexpr std::string_view kTcpipParametersKey =
     "SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Parameters";
-inline constexpr std::string_view kTcpipInterfacesKey =
-    "SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Parameters\\Interfaces\\";
+inline constexpr std::string_view kTcpipInterfacesKey = kRegistryExactKeys;
 /// The key of one interface. A name may have a "\\", which would lead to another key, but no "/".
 /// Names of interfaces that differ in case alone are those of different ones: the store tells keys
 /// here apart by it.

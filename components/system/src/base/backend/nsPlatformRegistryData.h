@@ -8,7 +8,6 @@
 #include <string_view>
 #include <utility>
 
-#include "nsPlatformNetwork.h"
 #include "nsPlatformRegistry.h"
 
 /// Keys and their values, both in the order in which they were made.
@@ -62,20 +61,18 @@ struct nsRegistryData {
 
   /// The same for all spellings of a path: who reads many keys finds one again by it.
   static std::string Spelling(std::string_view aPath) {
-    const size_t length = std::min(kTcpipInterfacesKey.size(), aPath.size());
+    const size_t length = std::min(kRegistryExactKeys.size(), aPath.size());
     const std::string_view head = aPath.substr(0, length), rest = aPath.substr(length);
-    const bool isInterface = NS_SameRegistryName(head, kTcpipInterfacesKey);
-    return NS_ToLowerAscii(head) + (isInterface ? std::string(rest) : NS_ToLowerAscii(rest));
+    const bool isExact = NS_SameRegistryName(head, kRegistryExactKeys);
+    return NS_ToLowerAscii(head) + (isExact ? std::string(rest) : NS_ToLowerAscii(rest));
   }
 
  private:
-  /// Without regard to case, but for what stands below the key of network interfaces: their names
-  /// are the system's, which may have two that differ in nothing else.
   static bool IsSamePath(std::string_view aA, std::string_view aB) {
-    const size_t length = std::min(kTcpipInterfacesKey.size(), aA.size());
+    const size_t length = std::min(kRegistryExactKeys.size(), aA.size());
     const std::string_view head = aA.substr(0, length), rest = aA.substr(length);
     if (aA.size() != aB.size() || !NS_SameRegistryName(head, aB.substr(0, length))) return false;
-    return NS_SameRegistryName(head, kTcpipInterfacesKey)
+    return NS_SameRegistryName(head, kRegistryExactKeys)
                ? rest == aB.substr(length)
                : NS_SameRegistryName(rest, aB.substr(length));
   }

@@ -21,6 +21,8 @@ nsresult NS_ConstructTheOne(nsISupports* aOuter, const nsIID& aIID, void** aResu
 }
 
 extern const vorel::Module kThreadsModule;
+extern const vorel::Module kNetworkModule;
+extern const vorel::Module kPrefsModule;
 extern const vorel::Module kLogModule;
 extern const vorel::Module kIOModule;
 extern const vorel::Module kZoneModule;

@@ -5,7 +5,7 @@
 #include <js/PropertyAndElement.h>
 #include <js/ScriptPrivate.h>
 #include <js/SourceText.h>
-#include <unistd.h>
+#include <prio.h>
 
 #include <cstdio>
 #include <filesystem>
@@ -94,7 +94,7 @@ JSObject* ResolveImport(JSContext* cx, JS::Handle<JS::Value> aReferrer,
   if (file.empty())
     wrong = name.starts_with("file:") ? "the URL names no file of this machine"
                                       : "a path that begins with ./, ../ or / is expected";
-  else if (access(file.c_str(), R_OK) != 0)
+  else if (PR_Access(file.c_str(), PR_ACCESS_READ_OK) != PR_SUCCESS)
     wrong = WholePath(file) + " can't be read";
   if (wrong.empty()) return GetModule(file);
   NS_ThrowTypeError(
