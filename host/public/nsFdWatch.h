@@ -7,6 +7,7 @@
 
 #include "nsCore.h"
 
+class nsEventPump;
 class nsIEventTarget;
 
 #pragma GCC visibility push(default)
@@ -20,7 +21,7 @@ class nsFdWatch {
   /// destroyed. The function should read until nothing is left: if something is, it is called
   /// again. It is not called again before it has returned. NS_ERROR_INVALID_ARG for a descriptor
   /// below 0, without a target or a function; NS_ERROR_OUT_OF_MEMORY when the system gives no more
-  /// threads or descriptors. Any thread.
+  /// threads. Any thread.
   static nsresult Start(int aFd, nsIEventTarget* aTarget, std::function<void()> aReady,
                         std::unique_ptr<nsFdWatch>* aResult);
   /// Ends the watch. Destroyed on the target's thread, where it may be done from the function
@@ -31,9 +32,8 @@ class nsFdWatch {
   nsFdWatch& operator=(const nsFdWatch&) = delete;
 
  private:
-  struct State;
-  explicit nsFdWatch(std::shared_ptr<State> aState) : mState(std::move(aState)) {}
-  std::shared_ptr<State> mState;
+  explicit nsFdWatch(std::unique_ptr<nsEventPump> aPump);
+  std::unique_ptr<nsEventPump> mPump;
 };
 
 #pragma GCC visibility pop
