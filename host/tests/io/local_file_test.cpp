@@ -8,6 +8,7 @@
 #include "nsISimpleEnumerator.h"
 #include "nsString.h"
 #include "nsTemporaryDirectory.h"
+#include "nsXPCOM.h"
 
 namespace {
 
@@ -149,7 +150,7 @@ TEST_F(LocalFile, AnEntryIsMissingOrTakenForAnotherKind) {
   EXPECT_EQ(5, size);
   nsCString target;
   EXPECT_EQ(NS_OK, mDir.File("link")->GetNativeTarget(target));
-  EXPECT_EQ(mDir / "file", target);
+  EXPECT_EQ((mDir / "file").native(), target);
   EXPECT_EQ(NS_ERROR_FILE_INVALID_PATH, mDir.File("file")->GetNativeTarget(target));
   EXPECT_EQ(NS_ERROR_FILE_NOT_DIRECTORY,
             mDir.File("file")->GetDirectoryEntries(entries.getter_AddRefs()));
@@ -184,7 +185,7 @@ TEST_F(LocalFile, CreateOverwritesOrStopsAtAMissingDirectory) {
   const auto unique = mDir.File("a/b/c.tar.gz");
   for (const char* name : {"c.tar.gz", "c.tar-1.gz", "c.tar-1-1.gz"}) {
     EXPECT_EQ(NS_OK, unique->CreateUnique(nsIFile::NORMAL_FILE_TYPE, 0600));
-    EXPECT_EQ(mDir / ("a/b/" + name), PathOf(unique.get()));
+    EXPECT_EQ(mDir / "a/b" / name, PathOf(unique.get()));
   }
   EXPECT_EQ(NS_ERROR_FILE_DIR_NOT_EMPTY, mDir.File("a")->Remove(false));
   EXPECT_EQ(NS_OK, mDir.File("a")->Remove(true));

@@ -1,6 +1,10 @@
 // Files of another machine, made from a compact description.
 #pragma once
 
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
 #include <string>
 
 /// A directory of its own below the temporary one, gone at the end of the test.

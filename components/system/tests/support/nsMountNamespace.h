@@ -1,6 +1,8 @@
 // Mounts of the test's own: nobody else sees them, and leaving them undoes them.
 #pragma once
 
+#include <gtest/gtest.h>
+
 /// The calling thread, and threads that it makes, are in a mount namespace of their own; at the end
 /// the thread is back where it was.
 class nsMountNamespace {

@@ -1,7 +1,10 @@
 // A network of the test's own, in which links come and go and nobody else sees them.
 #pragma once
 
+#include <chrono>
+#include <fstream>
 #include <string>
+#include <thread>
 
 #include "nsMountNamespace.h"
 

@@ -2,8 +2,11 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
+#include <cstring>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <set>

@@ -13,9 +13,9 @@ std::optional<uint32_t> PercentOf(const std::optional<nsDdcValue>& aValue) {
   return aValue->Percent();
 }
 
-// Runs what takes its time without the lock.
+// Runs what takes its time without the lock, which the check can't name here.
 template <class Work>
-auto Unlocked(nsAutoLock<nsMutex>& aLock, Work aWork) {
+auto Unlocked(nsAutoLock<nsMutex>& aLock, Work aWork) NS_NOT_CHECKED {
   aLock.Unlock();
   auto result = aWork();
   aLock.Lock();
@@ -78,7 +78,7 @@ bool nsDdcMonitor::AwaitFirst(Clock::time_point aUntil) {
 bool nsDdcMonitor::Set(const Values& aValues, std::chrono::milliseconds aLimit) {
   Locked lock(mLock);
   if (mLeaves) return false;
-  const auto change = std::make_shared<Change>(aValues);
+  const auto change = std::make_shared<Change>(Change{.mValues = aValues});
   mChanges.push_back(change);
   mSomething.NotifyAll();
   if (aLimit.count() == 0) return true;
