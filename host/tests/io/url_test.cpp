@@ -194,12 +194,12 @@ TEST_F(URL, AFileNameDoesNotSurviveItsUrl) {
     nsCOMPtr<nsIFile> file;
     EXPECT_EQ(NS_OK, handler->GetFileFromURLSpec(spec, file.getter_AddRefs()));
     EXPECT_EQ(NS_OK, file->GetNativePath(path));
-    EXPECT_EQ(dir / name, path);
+    EXPECT_EQ((dir / name).native(), path);
     // And through the object.
     const auto url = do_QueryInterface<nsIFileURL>(New(spec.view()));
     EXPECT_EQ(NS_OK, url->GetFile(file.getter_AddRefs()));
     EXPECT_EQ(NS_OK, file->GetNativePath(path));
-    EXPECT_EQ(dir / name, path);
+    EXPECT_EQ((dir / name).native(), path);
   }
   nsCString spec;
   EXPECT_EQ(NS_OK, handler->GetURLSpecFromFile(dir.File("").get(), spec));

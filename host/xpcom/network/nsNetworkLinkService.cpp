@@ -73,7 +73,7 @@ nsresult nsNetworkLinkService::Observe(nsISupports*, const char* aTopic, const c
   if (topic == "profile-after-change") return Tell();
   if (topic == "xpcom-shutdown") {
     mPump = nullptr;
-    mBurst = nullptr;
+    mDebounce = nullptr;
     mMonitor = nullptr;
   }
   return NS_OK;
@@ -101,11 +101,11 @@ nsresult nsNetworkLinkService::Tell() {
   nsCOMPtr<nsIThread> mainThread;
   rv = threads->GetMainThread(mainThread.getter_AddRefs());
   NS_ENSURE_SUCCESS(rv, rv);
-  mBurst =
-      std::make_unique<nsBurst>(kQuietMilliseconds, kLongestMilliseconds, [this] { OnChanged(); });
+  mDebounce =
+      std::make_unique<nsDebounce>(kQuietMilliseconds, kLongestMilliseconds, [this] { OnChanged(); });
   rv = nsEventPump::Start(
       "LinkMonitor", mMonitor, mainThread.get(),
-      [this] { (void)mBurst->OnEvent(); },  // it has warned when it fails
+      [this] { (void)mDebounce->OnEvent(); },  // it has warned when it fails
       &mPump);
   NS_ENSURE_SUCCESS(rv, rv);
   return NS_OK;

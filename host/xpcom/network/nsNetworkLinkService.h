@@ -3,7 +3,7 @@
 
 #include <memory>
 
-#include "nsBurst.h"
+#include "nsDebounce.h"
 #include "nsEventPump.h"
 #include "nsINetworkLinkService.h"
 #include "nsIObserver.h"
@@ -41,6 +41,6 @@ class nsNetworkLinkService final
 
   // Each uses those before it.
   std::shared_ptr<nsLinkMonitor> mMonitor;
-  std::unique_ptr<nsBurst> mBurst;
+  std::unique_ptr<nsDebounce> mDebounce;
   std::unique_ptr<nsEventPump> mPump;
 };

@@ -1,4 +1,4 @@
-// The port of network interfaces: what the machine has, in two pictures that the discovery joins.
+// The port of network interfaces: the adapter records of the machine, in two lists that discovery joins.
 //
 // The records have the shape, the field names and the numbers of one platform's functions for it. A
 // backend fills in every field that its system knows.
@@ -119,7 +119,7 @@ class nsNetworkReading {
   /// six bytes, which are those that can be adapters. NS_ERROR_NOT_AVAILABLE when there is none.
   /// Windows: GetAdaptersInfo.
   virtual nsresult GetAdaptersInfo(std::vector<nsAdapterInfo>* aInfos) = 0;
-  /// The first picture, in the system's order. aFamily is 0 for all; aFlags are those of
+  /// The first list of records, in the system's order. aFamily is 0 for all; aFlags are those of
   /// nsPlatformNetwork.
   /// Windows: GetAdaptersAddresses.
   virtual nsresult GetAdaptersAddresses(uint32_t aFamily, uint32_t aFlags,
@@ -128,7 +128,7 @@ class nsNetworkReading {
   /// lives no longer than the reading.
   /// Windows: GetProcAddress of "GetIfEntry2".
   virtual GetIfEntry2Function FindGetIfEntry2() = 0;
-  /// Why the last of the two pictures failed, for people.
+  /// Why the last of the two lists failed, for people.
   /// Windows: FormatMessageA.
   virtual std::string Reason() const = 0;
 };

@@ -6,7 +6,7 @@
 #include "nsPlatformNetwork.h"
 #include "nsPlatformRegistry.h"
 
-/// The first values of an interface's key, from the two pictures of it: what is in force stands
+/// The first values of an interface's key, from its two adapter records: what is in force stands
 /// under the names that DHCP fills or under those of a fixed configuration, as the interface has
 /// it.
 ///

@@ -1,4 +1,4 @@
-// One call for many events.
+// Debouncing: one call for many events.
 #pragma once
 
 #include <functional>
@@ -9,14 +9,14 @@
 /// Calls a function once for all events of a burst: when none has come for a while, and at the
 /// latest some time after the first, so that events that never end are told of nevertheless. An
 /// event during the call begins the next burst. One thread, on whose event loop the call is made.
-class nsBurst {
+class nsDebounce {
  public:
   /// Times are in milliseconds.
-  nsBurst(uint32_t aQuiet, uint32_t aLongest, std::function<void()> aCall);
+  nsDebounce(uint32_t aQuiet, uint32_t aLongest, std::function<void()> aCall);
   /// Nothing is called after this.
-  ~nsBurst();
-  nsBurst(const nsBurst&) = delete;
-  nsBurst& operator=(const nsBurst&) = delete;
+  ~nsDebounce();
+  nsDebounce(const nsDebounce&) = delete;
+  nsDebounce& operator=(const nsDebounce&) = delete;
 
   /// What the host's timers say when they refuse: then no call is under way, and the next event
   /// begins a burst.

@@ -1,12 +1,12 @@
-// Bursts, on time by hand.
-#include "nsBurst.h"
+// Debouncing, on time by hand.
+#include "nsDebounce.h"
 
 #include "nsHostTime.h"
 #include "nsTestHost.h"
 
 namespace {
 
-class Burst : public nsHostTest {
+class Debounce : public nsHostTest {
  protected:
   void SetUp() override {
     Start();
@@ -15,15 +15,15 @@ class Burst : public nsHostTest {
   void TearDown() override { NS_UseVirtualTime(false); }
 
   void EventAndWait(uint32_t aMilliseconds) {
-    ASSERT_EQ(NS_OK, mBurst.OnEvent());
+    ASSERT_EQ(NS_OK, mDebounce.OnEvent());
     NS_AdvanceTime(aMilliseconds);
   }
 
   int mCalls = 0;
-  nsBurst mBurst{4, 10, [this] { ++mCalls; }};
+  nsDebounce mDebounce{4, 10, [this] { ++mCalls; }};
 };
 
-TEST_F(Burst, EachEventIsACall) {
+TEST_F(Debounce, EachEventIsACall) {
   EventAndWait(0);
   EventAndWait(3);
   EventAndWait(3);
@@ -36,16 +36,16 @@ TEST_F(Burst, EachEventIsACall) {
   EXPECT_EQ(2, mCalls) << "there is one burst only";
 }
 
-TEST_F(Burst, EventsWithoutEndAreNeverToldOf) {
+TEST_F(Debounce, EventsWithoutEndAreNeverToldOf) {
   for (int i = 0; i < 100; ++i) EventAndWait(1);
   EXPECT_GE(mCalls, 9);
   EXPECT_LE(mCalls, 10);
 }
 
-TEST_F(Burst, EventDuringTheCallIsLost) {
-  nsBurst* self = nullptr;
+TEST_F(Debounce, EventDuringTheCallIsLost) {
+  nsDebounce* self = nullptr;
   int calls = 0;
-  nsBurst burst(4, 10, [&] {
+  nsDebounce burst(4, 10, [&] {
     if (++calls == 1) {
       EXPECT_EQ(NS_OK, self->OnEvent());
     }
@@ -58,9 +58,9 @@ TEST_F(Burst, EventDuringTheCallIsLost) {
   EXPECT_EQ(2, calls);
 }
 
-TEST_F(Burst, CallComesAfterTheEndOfTheBurstObject) {
+TEST_F(Debounce, CallComesAfterTheEndOfTheBurstObject) {
   {
-    nsBurst burst(4, 10, [] { ADD_FAILURE(); });
+    nsDebounce burst(4, 10, [] { ADD_FAILURE(); });
     ASSERT_EQ(NS_OK, burst.OnEvent());
   }
   NS_AdvanceTime(100);
