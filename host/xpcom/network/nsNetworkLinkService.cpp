@@ -101,8 +101,8 @@ nsresult nsNetworkLinkService::Tell() {
   nsCOMPtr<nsIThread> mainThread;
   rv = threads->GetMainThread(mainThread.getter_AddRefs());
   NS_ENSURE_SUCCESS(rv, rv);
-  mDebounce =
-      std::make_unique<nsDebounce>(kQuietMilliseconds, kLongestMilliseconds, [this] { OnChanged(); });
+  mDebounce = std::make_unique<nsDebounce>(kQuietMilliseconds, kLongestMilliseconds,
+                                           [this] { OnChanged(); });
   rv = nsEventPump::Start(
       "LinkMonitor", mMonitor, mainThread.get(),
       [this] { (void)mDebounce->OnEvent(); },  // it has warned when it fails

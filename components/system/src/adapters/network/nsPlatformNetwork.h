@@ -1,4 +1,5 @@
-// The port of network interfaces: the adapter records of the machine, in two lists that discovery joins.
+// The port of network interfaces: the adapter records of the machine, in two lists that discovery
+// joins.
 //
 // The records have the shape, the field names and the numbers of one platform's functions for it. A
 // backend fills in every field that its system knows.
