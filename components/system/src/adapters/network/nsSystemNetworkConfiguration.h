@@ -12,12 +12,12 @@
 #include "nsITimer.h"
 #include "nsITimerCallback.h"
 #include "nsImplements.h"
+#include "nsLock.h"
 #include "nsLogger.h"
 #include "nsModuleClass.h"
 #include "nsNamedThread.h"
 #include "nsNetworkChange.h"
 #include "nsPlatform.h"
-#include "nsLock.h"
 
 inline constexpr char kNetworkConfigurationTopic[] = "network-configuration-changed";
 

@@ -6,10 +6,10 @@
 #include <functional>
 
 #include "nsFileTree.h"
+#include "nsLock.h"
 #include "nsNetworkWay.h"
 #include "nsPlatformNetworkSettings.h"
 #include "nsUniqueFd.h"
-#include "nsLock.h"
 
 /// Works on the network namespace of the calling thread. What manages an interface is looked up
 /// each time; the record of a change says by which way it is taken back.
