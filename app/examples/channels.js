@@ -39,7 +39,7 @@ function scan(tuner, then) {
   }, 100);
 }
 
-/** @param {nsISystemAdapterDigitalTvReceiver} tuner @param {string[]} names */
+/** @param {nsISystemAdapterDigitalTvReceiver} tuner @param {string[]} names @returns {void} */
 function show(tuner, names) {
   const name = names.shift();
   if (name === undefined) return quit(0);
