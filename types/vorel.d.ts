@@ -1133,14 +1133,12 @@ interface nsISystemAdapterDigitalTvReceiver extends nsISystemAdapter {
   /** Whether the tuner has a signal that it can decode. Returns the platform's failure. */
   readonly locked: boolean;
   /**
-   * The signal's strength, in the unit of the tuner. -1 and NS_ERROR_FAILURE when the tuner does
-   * not tell.
+   * The signal's strength in thousandths of a decibel; more is stronger. Over one milliwatt where
+   * the tuner measures that, -50000 is a common one; else from -100000 to 0 of a scale of its own.
+   * -1 and NS_ERROR_FAILURE when the tuner does not tell.
    */
   readonly level: number;
-  /**
-   * The signal's quality, in the unit of the tuner. A success that leaves it as it is: the tuner
-   * does not tell.
-   */
+  /** The signal's quality in percent. A success that leaves it as it is: the tuner does not tell. */
   readonly quality: number;
   /**
    * The stream of the selected service: whole transport packets of 188 bytes. Null before the

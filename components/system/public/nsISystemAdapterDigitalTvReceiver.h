@@ -37,13 +37,13 @@ class nsISystemAdapterDigitalTvReceiver : public nsISystemAdapter {
   virtual nsresult SetServices(nsIArray* aServices) = 0;
   /// Whether the tuner has a signal that it can decode. Returns the platform's failure.
   virtual nsresult GetLocked(bool* aLocked) = 0;
-  /// The signal's strength, in the unit of the tuner. -1 and NS_ERROR_FAILURE when the tuner does
-  /// not tell.
+  /// The signal's strength in thousandths of a decibel; more is stronger. Over one milliwatt where
+  /// the tuner measures that, -50000 is a common one; else from -100000 to 0 of a scale of its own.
+  /// -1 and NS_ERROR_FAILURE when the tuner does not tell.
   virtual nsresult GetLevel(int32_t* aLevel) = 0;
   /// Does nothing, and succeeds.
   virtual nsresult Reserved(void* aArgument) = 0;
-  /// The signal's quality, in the unit of the tuner. A success that leaves it as it is: the tuner
-  /// does not tell.
+  /// The signal's quality in percent. A success that leaves it as it is: the tuner does not tell.
   virtual nsresult GetQuality(uint32_t* aQuality) = 0;
   /// The stream of the selected service: whole transport packets of 188 bytes. Null before the
   /// first selection; the same object until the next one.
