@@ -149,11 +149,11 @@ size_t nsSystemBDASampleGrabberCB::WriteRemainder(PipeEnd& aPipe, std::span<cons
     return 0;
   }
   if (!aPipe.WaitForRoom()) return 0;
-  const bool isWhole =
-      aPipe.Write({mRemainder, mRemainderLength}) && aPipe.Write(aData.first(rest));
+  const bool hasFirst = aPipe.Write({mRemainder, mRemainderLength});
+  const bool hasRest = aPipe.Write(aData.first(rest));
   mRemainderLength = 0;
   FreeRemainder();
-  if (isWhole) return rest;
+  if (hasFirst && hasRest) return rest;
   FailWriting(aPipe, "Unable to write to pipe, closing");
   return 0;
 }
