@@ -1,5 +1,6 @@
 // The filter graph: what connects, what flows, and what happens when tuners and readers misbehave.
 #include <condition_variable>
+#include <future>
 #include <mutex>
 #include <set>
 #include <thread>
@@ -46,7 +47,7 @@ using vorel::test::Section;
 using vorel::test::Stream;
 
 constexpr uint32_t kFrequency = 506000;
-constexpr uint32_t kLong = 10000;  // ms; what should come does
+constexpr uint32_t kLong = 60000;  // ms; what should come does
 
 /// Keeps the packets that come, or stands in the way.
 class Catcher final : public nsImplements<Catcher, ISampleGrabberCB> {
@@ -625,7 +626,7 @@ TEST_F(GraphTest, PulledTunerHangsOrStaysLost) {
   mMachine.mTuners->Remove("tuner");
   reader.join();
   EXPECT_EQ(waited, NS_ERROR_NOT_AVAILABLE);
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, 5s);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, 30s);
   EXPECT_EQ(Map(receiver.mPin.get(), {}), S_OK);
   EXPECT_EQ(receiver.mControl->Stop(), S_OK);
   EXPECT_EQ(receiver.mControl->Run(), NS_ERROR_FILE_NOT_FOUND);
@@ -756,7 +757,7 @@ TEST_F(GraphTest, ProgramsOnOnePidAreLeftOut) {
   const auto begin = std::chrono::steady_clock::now();
   ASSERT_EQ(receiver.Table(0x109, 2, kLong, &sections), S_OK);
   EXPECT_EQ(sections, (std::vector<Bytes>{pmt(9)}));
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, 5s) << "one that is missing holds up all";
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, 30s) << "one that is missing holds up all";
 }
 
 TEST_F(GraphTest, ReadOfATableCantBeEnded) {
@@ -764,24 +765,24 @@ TEST_F(GraphTest, ReadOfATableCantBeEnded) {
   Receiver receiver(Media());
   receiver.Build(u"tuner");
   receiver.Start();
-  nsresult waited = S_OK;
-  std::thread reader([&] {
-    std::vector<Bytes> sections;
-    waited = receiver.Table(17, 0x42, 60000, &sections);
-  });
   const auto cancel = do_QueryInterface<nsIMediaCancel>(receiver.mData);
   ASSERT_TRUE(cancel);
-  std::this_thread::sleep_for(30ms);
-  EXPECT_EQ(cancel->Cancel(), S_OK);
-  reader.join();
-  EXPECT_EQ(waited, NS_ERROR_ABORT);
+  auto reading = std::async(std::launch::async, [&] {
+    std::vector<Bytes> sections;
+    return receiver.Table(17, 0x42, kLong, &sections);
+  });
+  // It may not have come to the wait yet.
+  while (reading.wait_for(5ms) != std::future_status::ready) EXPECT_EQ(cancel->Cancel(), S_OK);
+  EXPECT_EQ(reading.get(), NS_ERROR_ABORT);
   std::vector<Bytes> sections;
   EXPECT_EQ(receiver.Table(17, 0x42, 30, &sections), VFW_E_TIMEOUT) << "later ones wait";
-  std::thread other([&] { waited = receiver.Table(17, 0x42, 60000, &sections); });
+  auto other = std::async(std::launch::async, [&] {
+    std::vector<Bytes> none;
+    return receiver.Table(17, 0x42, kLong, &none);
+  });
   std::this_thread::sleep_for(30ms);
   EXPECT_EQ(receiver.mControl->Stop(), S_OK);
-  other.join();
-  EXPECT_TRUE(NS_FAILED(waited)) << "the tuner is closed";
+  EXPECT_TRUE(NS_FAILED(other.get())) << "the tuner is closed";
 }
 
 // ---- Faults
@@ -822,7 +823,7 @@ TEST_F(GraphTest, FaultOfTheTunerBreaksTheGraph) {
         nsresult rv = receiver.mControl->Run();
         if (NS_SUCCEEDED(rv)) rv = receiver.Tune(kFrequency);
         std::vector<Bytes> sections;
-        if (NS_SUCCEEDED(rv)) rv = receiver.Table(0, 0, 2000, &sections);
+        if (NS_SUCCEEDED(rv)) rv = receiver.Table(0, 0, kLong, &sections);
         if (!isLast) continue;
         EXPECT_EQ(mapped, S_OK);
         EXPECT_EQ(rv, S_OK);
