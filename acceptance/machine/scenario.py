@@ -35,13 +35,14 @@ class Skip(Exception):
 class Scenario:
     def __init__(self, function, title, options):
         self.function, self.title, self.options = function, title, options
+        self.is_long = options.pop("long", False)
         self.name = function.__name__
         self.outcome, self.why, self.seconds, self.times, self.log = None, "", 0.0, [], None
 
 
 def scenario(title, **options):
     """heads=N: a graphics card with N heads. init="/lib/systemd/systemd": under a service manager. fresh=True: booted anew, not continued
-    from the saved state. memory=MIB, extra=[...]: as the emulator takes it."""
+    from the saved state. memory=MIB, extra=[...]: as the emulator takes it. long=True: takes minutes, and is begun first."""
     def register(function):
         SCENARIOS.append(Scenario(function, title, options))
         return function
@@ -161,7 +162,7 @@ def try_all(chosen, jobs):
     running = []
     with concurrent.futures.ThreadPoolExecutor(jobs or os.cpu_count() or 2) as pool:
         try:
-            running = [pool.submit(attempt, one, bench) for one in chosen]
+            running = [pool.submit(attempt, one, bench) for one in sorted(chosen, key=lambda one: not one.is_long)]
             for done in concurrent.futures.as_completed(running):
                 tell(done.result())
         except KeyboardInterrupt:

@@ -56,7 +56,7 @@ def service_killed(trial):
     assert "Result=success" in shown and "ExecMainStatus=0" in shown, shown
 
 
-@scenario("Under systemd: a hung application is ended by the watchdog, with a report, and started anew", init="/lib/systemd/systemd")
+@scenario("Under systemd: a hung application is ended by the watchdog, with a report, and started anew", init="/lib/systemd/systemd", long=True)
 def service_hung(trial):
     guest = trial.guest()
     install(guest, 'if (starts === 0) setTimeout(() => { for (;;); }, 1500);')
@@ -90,7 +90,7 @@ step();
 """
 
 
-@scenario("The power is cut 50 times while settings are written: they open, old or new")
+@scenario("The power is cut 50 times while settings are written: they open, old or new", long=True)
 def service_power_cut(trial):
     disk = trial.file("disk.img", 64 << 20)
     chance, saved, damaged = random.Random(7), 0, []
