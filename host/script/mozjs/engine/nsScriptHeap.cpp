@@ -17,27 +17,18 @@ void SetPause(JSContext* cx, uint32_t aSeconds) {
 
 // There is one engine in a process, on one thread.
 uint32_t sLimit = 0;
-bool sIsFull = false;  // the last collection has left more than the limit
+bool sIsFull = false;  // a collection has left more than the limit, as far as it is through
 bool sIsCollecting = false;
 // Who catches the exception allocates a little before it has let go of anything.
 constexpr int kSparedAfterwards = 4;
 int sSpared = 0;
 
-/// Of what a collection has found some may still be on its way out, on another thread; setting a
-/// parameter waits for that.
-bool HasMoreThanItsLimit(JSContext* cx, uint32_t aPause) {
-  const auto isOver = [cx] { return JS_GetGCParameter(cx, JSGC_BYTES) > sLimit; };
-  if (!isOver()) return false;
-  SetPause(cx, aPause);
-  return isOver();
-}
-
 // From ten elevenths of its own limit on the engine collects for every few objects, and script
 // would hear of it after minutes. So its limit lies above ours, and ours is looked at after each
-// collection.
+// collection. But what that has found may still be on its way out, on another thread.
 void OnCollection(JSContext* cx, JSGCStatus aStatus, JS::GCReason, void*) {
   if (aStatus != JSGC_END) return;
-  sIsFull = HasMoreThanItsLimit(cx, sIsCollecting ? kNotAgain : kAtOnce);
+  sIsFull = JS_GetGCParameter(cx, JSGC_BYTES) > sLimit;
   if (!sIsFull) sSpared = 0;
   if (!sIsFull || sIsCollecting || sSpared-- > 0) return;
   sSpared = 0;
@@ -47,10 +38,10 @@ void OnCollection(JSContext* cx, JSGCStatus aStatus, JS::GCReason, void*) {
 
 /// Called where script can be interrupted. What is thrown here can be caught there.
 bool OnInterrupt(JSContext* cx) {
-  // The collection that has asked for this may have gone on in steps, while script let go of
-  // something. One more is exact, and the heap of a script is large by now.
   sIsCollecting = true;
-  if (sIsFull) JS_GC(cx);
+  // Each waits for the end of the one before; the first may have found what script has let go
+  // since.
+  for (int i = 0; i < 4 && sIsFull; ++i) JS_GC(cx);
   sIsCollecting = false;
   SetPause(cx, kAtOnce);
   if (!sIsFull) return true;
