@@ -43,7 +43,7 @@ class QuietSource final : public nsEventSource {
  public:
   void Wait() override {
     nsAutoLock lock(mLock);
-    mWoken.Wait(lock, [this] { return std::exchange(mIsWoken, false); });
+    mWoken.Wait(lock, [this]() NS_REQUIRES(mLock) { return std::exchange(mIsWoken, false); });
   }
   bool Consume() override { return false; }
   void Wake() override {
@@ -55,7 +55,7 @@ class QuietSource final : public nsEventSource {
  private:
   nsMutex mLock;
   nsCondition mWoken;
-  bool mIsWoken = false;
+  bool mIsWoken NS_GUARDED_BY(mLock) = false;
 };
 
 }  // namespace
@@ -283,7 +283,7 @@ class nsSimulatedNetworkSettings::Port final : public nsPlatformNetworkSettings 
     struct Answer {
       nsMutex mLock;
       nsCondition mCome;
-      std::optional<std::string> mText;
+      std::optional<std::string> mText NS_GUARDED_BY(mLock);
     };
     const auto answer = std::make_shared<Answer>();
     std::function<void(nsNetworkRequest)> handler;
@@ -299,7 +299,8 @@ class nsSimulatedNetworkSettings::Port final : public nsPlatformNetworkSettings 
                answer->mCome.NotifyAll();
              }});
     nsAutoLock lock(answer->mLock);
-    answer->mCome.Wait(lock, [&] { return answer->mText.has_value(); });
+    answer->mCome.Wait(lock,
+                       [&]() NS_REQUIRES(answer->mLock) { return answer->mText.has_value(); });
     *aAnswer = *answer->mText;
     return NS_OK;
   }

@@ -31,7 +31,7 @@ class nsSimulatedTuners::Device {
   explicit Device(nsSimulatedTuner aFacts) : mFacts(std::move(aFacts)) {}
 
   /// What the tuner receives; null: nothing.
-  nsSimulatedTransmitter* Received() {
+  nsSimulatedTransmitter* Received() NS_REQUIRES(mLock) {
     nsSimulatedTransmitter* nearest = nullptr;
     uint32_t distance = kCatchRange + 1;
     for (auto& [frequency, transmitter] : mFacts.mTransmitters) {
@@ -46,14 +46,14 @@ class nsSimulatedTuners::Device {
     return mIsTuned ? nearest : nullptr;
   }
   /// When it locks, or has; nothing: it doesn't.
-  std::optional<Clock::time_point> Lock() {
+  std::optional<Clock::time_point> Lock() NS_REQUIRES(mLock) {
     const nsSimulatedTransmitter* const received = Received();
     if (!received || !received->mLocks) return std::nullopt;
     return mSignalSince + received->mLockDelay;
   }
 
   /// Reads the file of what is received.
-  nsresult Load() {
+  nsresult Load() NS_REQUIRES(mLock) {
     nsSimulatedTransmitter* const received = Received();
     if (!received || received->mStream || received->mFile.empty()) return NS_OK;
     if (NS_SUCCEEDED(nsSimulatedStream::Load(received->mFile, &received->mStream))) return NS_OK;
@@ -63,20 +63,20 @@ class nsSimulatedTuners::Device {
   }
 
   // Something is different: whoever waits looks again.
-  void Changed() {
+  void Changed() NS_REQUIRES(mLock) {
     ++mChanges;
     mChanged.NotifyAll();
   }
 
   nsMutex mLock;
   nsCondition mChanged;
-  nsSimulatedTuner mFacts;
-  bool mIsGone = false;
-  bool mIsOpen = false;
-  bool mIsTuned = false;
-  uint32_t mFrequency = 0, mBandwidth = 0;
-  Clock::time_point mSignalSince;
-  uint64_t mTunes = 0, mChanges = 0;
+  nsSimulatedTuner mFacts NS_GUARDED_BY(mLock);
+  bool mIsGone NS_GUARDED_BY(mLock) = false;
+  bool mIsOpen NS_GUARDED_BY(mLock) = false;
+  bool mIsTuned NS_GUARDED_BY(mLock) = false;
+  uint32_t mFrequency NS_GUARDED_BY(mLock) = 0, mBandwidth NS_GUARDED_BY(mLock) = 0;
+  Clock::time_point mSignalSince NS_GUARDED_BY(mLock);
+  uint64_t mTunes NS_GUARDED_BY(mLock) = 0, mChanges NS_GUARDED_BY(mLock) = 0;
 };
 
 // What both kinds of readers share: the wait for a stream that comes on.
@@ -121,7 +121,7 @@ class nsSimulatedTuners::Reader : protected nsSimulatedPort {
       if (deadline && now >= *deadline) return NS_ERROR_NET_TIMEOUT;
       if (deadline && (!next || *deadline < *next)) next = deadline;
       mLooksAgain = false;
-      const auto changed = [this, changes = mDevice->mChanges] {
+      const auto changed = [this, changes = mDevice->mChanges]() NS_REQUIRES(mDevice->mLock) {
         return mIsCancelled || *mClosed || mLooksAgain || mDevice->mChanges != changes;
       };
       if (next)
@@ -153,7 +153,8 @@ class nsSimulatedTuners::Reader : protected nsSimulatedPort {
 
   /// Puts the cursor to where the tuner receives. False when nothing comes; aNext then tells when
   /// something might.
-  bool Follow(Clock::time_point aNow, std::optional<Clock::time_point>* aNext) {
+  bool Follow(Clock::time_point aNow, std::optional<Clock::time_point>* aNext)
+      NS_REQUIRES(mDevice->mLock) {
     const auto lock = mDevice->Lock();
     if (!lock) return false;
     const nsSimulatedTransmitter& received = *mDevice->Received();
@@ -318,7 +319,7 @@ class nsSimulatedTuners::OpenDevice final : public nsPlatformTuner, private nsSi
   ~OpenDevice() override { (void)End(); }
 
   nsresult Tune(uint32_t aFrequency, uint32_t aBandwidth) override {
-    return With("Tune", [&] {
+    return With("Tune", [&]() NS_REQUIRES(mDevice->mLock) {
       mDevice->mFrequency = aFrequency;
       mDevice->mBandwidth = aBandwidth;
       mDevice->mIsTuned = true;
@@ -331,14 +332,14 @@ class nsSimulatedTuners::OpenDevice final : public nsPlatformTuner, private nsSi
     });
   }
   nsresult ReadLocked(bool* aLocked) override {
-    return With("ReadLocked", [&] {
+    return With("ReadLocked", [&]() NS_REQUIRES(mDevice->mLock) {
       const auto lock = mDevice->Lock();
       *aLocked = lock && Clock::now() >= *lock;
       return NS_OK;
     });
   }
   nsresult ReadStrength(int32_t* aStrength) override {
-    return With("ReadStrength", [&] {
+    return With("ReadStrength", [&]() NS_REQUIRES(mDevice->mLock) {
       if (!mDevice->mFacts.mTellsSignal) return NS_ERROR_NO_CONTENT;
       const nsSimulatedTransmitter* const received = mDevice->Received();
       *aStrength = received ? received->mStrength : kNoise;
@@ -346,7 +347,7 @@ class nsSimulatedTuners::OpenDevice final : public nsPlatformTuner, private nsSi
     });
   }
   nsresult ReadQuality(uint32_t* aQuality) override {
-    return With("ReadQuality", [&] {
+    return With("ReadQuality", [&]() NS_REQUIRES(mDevice->mLock) {
       if (!mDevice->mFacts.mTellsSignal) return NS_ERROR_NO_CONTENT;
       const auto lock = mDevice->Lock();
       *aQuality = lock && Clock::now() >= *lock ? mDevice->Received()->mQuality : 0;
@@ -449,7 +450,10 @@ nsresult nsSimulatedTuners::ListTuners(std::vector<nsTunerInfo>* aTuners) {
   if (nsresult rv = Enter("ListTuners"); NS_FAILED(rv)) return rv;
   const nsAutoLock lock(mLock);
   std::vector<nsTunerInfo> tuners;
-  for (const auto& [path, device] : mDevices) tuners.push_back(device->mFacts.mInfo);
+  for (const auto& [path, device] : mDevices) {
+    const nsAutoLock deviceLock(device->mLock);
+    tuners.push_back(device->mFacts.mInfo);
+  }
   aTuners->swap(tuners);
   return NS_OK;
 }

@@ -92,6 +92,6 @@ class nsSystemNetworkConfiguration final
 
   std::unique_ptr<nsEventPump> mRequestPump;
   nsMutex mLock;
-  std::vector<nsNetworkRequest> mRequests;  // guarded: those that have come
-  std::vector<nsNetworkRequest> mAskers;    // those that wait for an answer
+  std::vector<nsNetworkRequest> mRequests NS_GUARDED_BY(mLock);  // guarded: those that have come
+  std::vector<nsNetworkRequest> mAskers;                         // those that wait for an answer
 };

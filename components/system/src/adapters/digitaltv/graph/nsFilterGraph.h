@@ -63,5 +63,5 @@ class nsFilterGraph final
 
   std::vector<Entry> mFilters;  ///< under the structure lock
   nsMutex mStateLock;           ///< of Run and Stop; taken before the structure lock
-  bool mIsRunning = false;
+  bool mIsRunning NS_GUARDED_BY(mStateLock) = false;
 };

@@ -232,8 +232,8 @@ class RunningObjectTable final : public nsImplements<RunningObjectTable, IRunnin
   };
   ~RunningObjectTable() override = default;
   nsMutex mLock;
-  std::vector<Entry> mEntries;
-  uint32_t mLast = 0;
+  std::vector<Entry> mEntries NS_GUARDED_BY(mLock);
+  uint32_t mLast NS_GUARDED_BY(mLock) = 0;
 };
 
 class BindCtx final : public nsImplements<BindCtx, IBindCtx> {

@@ -30,11 +30,12 @@ class nsMediaTuner {
   const nsTunerInfo mInfo;
 
  private:
-  nsresult TuneNow();
+  nsresult TuneNow() NS_REQUIRES(mLock);
 
   const std::shared_ptr<nsPlatformTuners> mTuners;
   mutable nsMutex mLock;
-  nsPlatformTunerRef mDevice;
-  uint32_t mFrequency = 0, mBandwidth = 0;  ///< to be tuned to; 0: nothing
-  uint64_t mGeneration = 0;
+  nsPlatformTunerRef mDevice NS_GUARDED_BY(mLock);
+  uint32_t mFrequency NS_GUARDED_BY(mLock) = 0, mBandwidth NS_GUARDED_BY(mLock) =
+                                                    0;  ///< to be tuned to; 0: nothing
+  uint64_t mGeneration NS_GUARDED_BY(mLock) = 0;
 };

@@ -40,15 +40,15 @@ class nsMpeg2Demultiplexer final
   void OnStop() override;
   nsresult FindMadePin(const char16_t* aName, StreamPin** aPin);
   std::shared_ptr<nsMediaTuner> SourceTuner() const;
-  nsresult ChangePids(StreamPin& aPin, const Pids& aPids);
-  nsresult UpdateReader();
+  nsresult ChangePids(StreamPin& aPin, const Pids& aPids) NS_REQUIRES(mLock);
+  nsresult UpdateReader() NS_REQUIRES(mLock);
   void Stream(nsPlatformPacketReader& aReader, std::vector<Outlet>& aOutlets);
 
   nsMediaPin& mInput;
-  std::vector<StreamPin*> mStreamPins;  ///< in order of making; under the structure lock
-  nsMutex mLock;                        ///< of all that follows, and of the pins' PIDs
-  bool mIsStreaming = false;            ///< from OnRun to OnStop
-  std::shared_ptr<nsPlatformPacketReader> mReader;
+  std::vector<StreamPin*> mStreamPins;             ///< in order of making; under the structure lock
+  nsMutex mLock;                                   ///< of all that follows, and of the pins' PIDs
+  bool mIsStreaming NS_GUARDED_BY(mLock) = false;  ///< from OnRun to OnStop
+  std::shared_ptr<nsPlatformPacketReader> mReader NS_GUARDED_BY(mLock);
   nsNamedThread mThread;
   std::atomic<uint64_t> mPidsVersion = 0;
 };

@@ -48,7 +48,7 @@ class nsNetworkProvider final
 
   nsMediaPin& mOutput;
   nsMutex mLock;
-  nsCOMPtr<ITuningSpace> mSpace;
-  nsCOMPtr<ITuneRequest> mRequest;
-  bool mIsPassedOn = false;
+  nsCOMPtr<ITuningSpace> mSpace NS_GUARDED_BY(mLock);
+  nsCOMPtr<ITuneRequest> mRequest NS_GUARDED_BY(mLock);
+  bool mIsPassedOn NS_GUARDED_BY(mLock) = false;
 };

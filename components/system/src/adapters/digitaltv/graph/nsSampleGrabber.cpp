@@ -29,9 +29,9 @@ class SampleGrabber final : public nsImplements<SampleGrabber, nsMediaFilter, IS
   InputPin& mInput;
   OutputPin& mOutput;
   nsMutex mLock;
-  nsCOMPtr<ISampleGrabberCB> mCallback;
-  int32_t mMethod = 0;
-  nsCOMPtr<nsIMediaInput> mNext;  ///< while it runs
+  nsCOMPtr<ISampleGrabberCB> mCallback NS_GUARDED_BY(mLock);
+  int32_t mMethod NS_GUARDED_BY(mLock) = 0;
+  nsCOMPtr<nsIMediaInput> mNext NS_GUARDED_BY(mLock);  ///< while it runs
 };
 
 class SampleGrabber::InputPin final : public nsMediaPinWith<nsIMediaInput> {

@@ -123,9 +123,10 @@ class SectionsFilter final
 
   nsMediaPin& mInput;
   mutable nsMutex mLock;
-  std::set<Reader> mReaders;                         ///< of the calls that wait
-  std::map<uint16_t, std::set<uint16_t>> mPrograms;  ///< of the last PAT, by PID
-  uint64_t mGeneration = 0;                          ///< of the tuner, when that came
+  std::set<Reader> mReaders NS_GUARDED_BY(mLock);  ///< of the calls that wait
+  std::map<uint16_t, std::set<uint16_t>> mPrograms
+      NS_GUARDED_BY(mLock);                       ///< of the last PAT, by PID
+  uint64_t mGeneration NS_GUARDED_BY(mLock) = 0;  ///< of the tuner, when that came
 };
 
 std::shared_ptr<nsMediaTuner> SectionsFilter::Tuner() const {

@@ -36,7 +36,7 @@ class Numbers {
     return mValues;
   }
   mutable nsMutex mLock;
-  std::array<int32_t, N> mValues;
+  std::array<int32_t, N> mValues NS_GUARDED_BY(mLock);
 };
 
 // ---- Where a stream is to be found
@@ -161,7 +161,7 @@ class TuneRequest final : public nsImplements<TuneRequest, nsWithoutDispatch<IDV
   Numbers<3> mNumbers;
   const nsCOMPtr<ITuningSpace> mSpace;
   mutable nsMutex mLock;
-  nsCOMPtr<ILocator> mLocator;
+  nsCOMPtr<ILocator> mLocator NS_GUARDED_BY(mLock);
 };
 
 // ---- A kind of network
@@ -264,7 +264,7 @@ class TuningSpace final : public nsImplements<TuningSpace, nsWithoutDispatch<IDV
 
   Numbers<2> mNumbers;
   mutable nsMutex mLock;
-  std::array<std::u16string, kTexts> mTexts;
+  std::array<std::u16string, kTexts> mTexts NS_GUARDED_BY(mLock);
   nsCOMPtr<ILocator> mLocator;
 };
 

@@ -147,7 +147,7 @@ class nsSystemAdapterDigitalTvReceiver final
   nsSystemBDAScanner mScanner;
   /// Guards the next two. An array of the host's is for one thread at a time.
   nsMutex mListLock;
-  std::vector<uint32_t> mFrequencies;  ///< kHz, in the platform's order
+  std::vector<uint32_t> mFrequencies NS_GUARDED_BY(mListLock);  ///< kHz, in the platform's order
   nsCOMPtr<nsIMutableArray> mTvServicesFoundByScan;
   std::atomic<bool> mScanStarted = false;  ///< from the moment that it is queued
   /// 1 idle, 0 running, -1 failed to start, -2 stopped.
@@ -157,6 +157,6 @@ class nsSystemAdapterDigitalTvReceiver final
   std::atomic<bool> mStopScan = false;
 
   nsMutex mPipeLock;  ///< guards the next two, not what they do
-  nsCOMPtr<nsIOutputStream> mPipeOutput;
-  nsCOMPtr<nsIInputStream> mPipeInput;
+  nsCOMPtr<nsIOutputStream> mPipeOutput NS_GUARDED_BY(mPipeLock);
+  nsCOMPtr<nsIInputStream> mPipeInput NS_GUARDED_BY(mPipeLock);
 };

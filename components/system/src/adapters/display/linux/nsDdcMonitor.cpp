@@ -72,7 +72,7 @@ void nsDdcMonitor::Refresh() {
 
 bool nsDdcMonitor::AwaitFirst(Clock::time_point aUntil) {
   Locked lock(mLock);
-  return mSomething.WaitUntil(lock, aUntil, [&] { return mHasRead; });
+  return mSomething.WaitUntil(lock, aUntil, [&]() NS_REQUIRES(mLock) { return mHasRead; });
 }
 
 bool nsDdcMonitor::Set(const Values& aValues, std::chrono::milliseconds aLimit) {
@@ -112,7 +112,7 @@ void nsDdcMonitor::Run() {
 }
 
 bool nsDdcMonitor::PauseUntil(Clock::time_point aUntil, Locked& aLock) {
-  (void)mSomething.WaitUntil(aLock, aUntil, [&] { return mLeaves; });
+  (void)mSomething.WaitUntil(aLock, aUntil, [&]() NS_REQUIRES(mLock) { return mLeaves; });
   return !mLeaves;
 }
 

@@ -71,32 +71,32 @@ class nsDdcMonitor {
   using Locked = nsAutoLock<nsMutex>;  // given up while the display is waited for
 
   void Run();
-  void Read(Locked& aLock);
-  bool Make(const Values& aValues, Locked& aLock);
+  void Read(Locked& aLock) NS_REQUIRES(mLock);
+  bool Make(const Values& aValues, Locked& aLock) NS_REQUIRES(mLock);
   bool MakeOne(uint8_t aFeature, std::optional<uint32_t> aPercent,
-               std::optional<nsDdcValue>* aKnown, Locked& aLock);
-  Answer Ask(uint8_t aFeature, nsDdcValue* aValue, Locked& aLock);
-  bool Write(std::span<const uint8_t> aBytes, Locked& aLock);
+               std::optional<nsDdcValue>* aKnown, Locked& aLock) NS_REQUIRES(mLock);
+  Answer Ask(uint8_t aFeature, nsDdcValue* aValue, Locked& aLock) NS_REQUIRES(mLock);
+  bool Write(std::span<const uint8_t> aBytes, Locked& aLock) NS_REQUIRES(mLock);
   /// False when it is to end.
-  bool PauseUntil(Clock::time_point aUntil, Locked& aLock);
-  Values KnownValues() const;
+  bool PauseUntil(Clock::time_point aUntil, Locked& aLock) NS_REQUIRES(mLock);
+  Values KnownValues() const NS_REQUIRES(mLock);
 
   const Opener mOpener;
   const std::function<void()> mChanged;
   const nsDdcPauses mPauses;
 
-  mutable nsMutex mLock;             // guards what follows
-  nsCondition mSomething;            // for the thread, and for whoever waits for it
-  std::unique_ptr<nsDdcWire> mWire;  // the thread's alone
-  Clock::time_point mNext;           // when the display takes the next message
-  std::deque<std::shared_ptr<Change>> mChanges;
-  bool mWantsReading = true;
-  bool mHasRead = false;
-  bool mMayAnswer = true;
-  bool mLeaves = false;
-  Clock::time_point mReadAt;
-  std::optional<nsDdcValue> mBrightness, mContrast;
-  std::string mReason, mFormerReason;
+  mutable nsMutex mLock;                         // guards what follows
+  nsCondition mSomething;                        // for the thread, and for whoever waits for it
+  std::unique_ptr<nsDdcWire> mWire;              // the thread's alone
+  Clock::time_point mNext NS_GUARDED_BY(mLock);  // when the display takes the next message
+  std::deque<std::shared_ptr<Change>> mChanges NS_GUARDED_BY(mLock);
+  bool mWantsReading NS_GUARDED_BY(mLock) = true;
+  bool mHasRead NS_GUARDED_BY(mLock) = false;
+  bool mMayAnswer NS_GUARDED_BY(mLock) = true;
+  bool mLeaves NS_GUARDED_BY(mLock) = false;
+  Clock::time_point mReadAt NS_GUARDED_BY(mLock);
+  std::optional<nsDdcValue> mBrightness NS_GUARDED_BY(mLock), mContrast NS_GUARDED_BY(mLock);
+  std::string mReason NS_GUARDED_BY(mLock), mFormerReason NS_GUARDED_BY(mLock);
 
   std::atomic<bool> mIsOver = false;
   nsNamedThread mThread;  // last: it uses all of these

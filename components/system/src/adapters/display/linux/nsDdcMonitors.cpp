@@ -47,7 +47,7 @@ class nsDdcMonitors::Listeners {
 
  private:
   nsMutex mLock;
-  std::vector<std::weak_ptr<nsEventFd>> mEvents;
+  std::vector<std::weak_ptr<nsEventFd>> mEvents NS_GUARDED_BY(mLock);
 };
 
 nsDdcMonitors::nsDdcMonitors(std::string aRoot, Opener aOpener, const nsDdcPauses& aPauses)

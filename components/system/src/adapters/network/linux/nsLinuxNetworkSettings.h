@@ -65,5 +65,5 @@ class nsLinuxNetworkSettings final : public nsPlatformNetworkSettings {
   nsUniqueFd mLock;  // open while the state is ours
   std::atomic<bool> mCancelled = false;
   nsMutex mReasonLock;
-  std::string mReason;
+  std::string mReason NS_GUARDED_BY(mReasonLock);
 };

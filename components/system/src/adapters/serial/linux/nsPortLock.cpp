@@ -19,7 +19,7 @@ namespace {
 // What this process holds: a file with our own number that we do not hold is left from a process
 // before us that had the same number, as is usual in containers.
 nsMutex gLock;
-std::set<std::string>& Held() {
+std::set<std::string>& Held() NS_REQUIRES(gLock) {
   static std::set<std::string> sHeld;
   return sHeld;
 }
