@@ -176,6 +176,24 @@ TEST_F(ReceiverScanTest, AStoppedScanGoesOnOrWaitsForATable) {
   EXPECT_EQ(ProgressOf(*mReceiver).mState, -2);
 }
 
+TEST_F(ReceiverScanTest, TheApplicationsEndWaitsForTheScans) {
+  SetFrequencies(std::vector<uint32_t>(100, 506000));
+  nsSimulatedTuner tuner = NewTuner();
+  tuner.mTransmitters[506000].mStream = nsSimulatedStream::Make(vorel::test::Bytes(188, 0x47));
+  tuner.mTransmitters[506000].mStalls = true;
+  mMachine.mTuners->Insert(kPath, tuner);
+  const auto manager = MakeRefCounted<nsSystemManager>(Platform());
+  ASSERT_EQ(manager->InitDVB(), NS_OK);
+  nsCOMPtr<nsISystemAdapter> adapter;
+  ASSERT_EQ(manager->GetAdapterBySysPath(nullptr, nsString(u"tuner-0"), adapter.getter_AddRefs()),
+            NS_OK);
+  mReceiver = static_cast<Receiver*>(adapter.get());
+  ASSERT_EQ(mReceiver->StartScan(Country().get()), NS_OK);
+  while (ProgressOf(*mReceiver).mLocked == 0) std::this_thread::yield();
+  EXPECT_EQ(manager->Observe(nullptr, "xpcom-shutdown", nullptr), NS_OK);
+  EXPECT_EQ(EndOfScan(*mReceiver), (Progress{-2, 100, 1, 1, 0}));
+}
+
 TEST_F(ReceiverScanTest, ATunerThatIsPulledOutEndsTheProcess) {
   SetFrequencies({506000, 514000, 522000});
   nsSimulatedTransmitter silent = Sends({{.mName = "Un"}});
