@@ -65,7 +65,7 @@ class nsSystemBus {
                     nsBusMessage* aAnswer);
 
   sd_bus* mBus = nullptr;
-  sd_bus_error mError = SD_BUS_ERROR_NULL;
+  sd_bus_error mError{};
 };
 
 /// A text out of an answer: of an object path or a string.
