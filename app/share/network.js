@@ -7,7 +7,7 @@ const asJson = arguments.includes("--json");
 const usage = "network set NAME [--dhcp on|off] [--address 192.0.2.10/24] [--gateway 192.0.2.1] [--metric N] [--dns A,B] [--try SECONDS], " +
   "network apply [SECONDS|--boot], network confirm, network rollback";
 const stateNames = ["idle", "applying", "waiting", "confirmed", "rolled-back", "failed", "rolling-back", "refused"];
-const [IDLE, APPLYING, WAITING, CONFIRMED, ROLLED_BACK, FAILED, ROLLING_BACK] = [0, 1, 2, 3, 4, 5, 6];
+const [APPLYING, WAITING, CONFIRMED, ROLLED_BACK, ROLLING_BACK] = [1, 2, 3, 4, 6];
 
 class WrongArguments extends Error {}
 
@@ -89,9 +89,11 @@ function tell() {
 
 /** Begins a call and tells each state, until one that lasts. */
 function follow(call, seconds) {
+  let hasBegun = false;
   function begin() {
     try {
       call();
+      hasBegun = true;
     } catch (error) {
       // What a process that died has left is taken back first.
       if (error.name === "NS_ERROR_IN_PROGRESS" && configuration.state === ROLLING_BACK) return void setTimeout(begin, 50);
@@ -102,7 +104,7 @@ function follow(call, seconds) {
   observers.addObserver({
     observe() {
       const { state } = configuration;
-      if (state === IDLE || state === ROLLING_BACK || state === APPLYING) return;
+      if (!hasBegun || state === ROLLING_BACK || state === APPLYING) return;
       if (state === CONFIRMED || state === WAITING || asJson) tell();
       else console.error("vorel: " + stateNames[state] + ": " + configuration.reason.replaceAll("\n", "\nvorel: "));
       if (state === WAITING) {

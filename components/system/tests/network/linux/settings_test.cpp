@@ -120,6 +120,24 @@ TEST_F(LinuxSettingsTest, SettingsAreNotWhatIpSeesOrAreNotPutBack) {
   EXPECT_EQ(port.RestoreInterface("none", record), NS_ERROR_FILE_NOT_FOUND);
 }
 
+TEST_F(LinuxSettingsTest, AMissingRightIsMissedWhenItIsTooLate) {
+  const nsNetworkNamespace network;
+  if (!network.Lacks().empty()) GTEST_SKIP() << network.Lacks();
+  network.AddWire("eth0");
+  const pid_t child = fork();
+  if (child == 0) {
+    std::string record;
+    nsLinuxNetworkSettings port(mOptions);
+    if (setresuid(65534, 65534, 65534) != 0) _exit(9);
+    const bool isRefused = port.ReadInterface("eth0", 0, &record) == NS_ERROR_FILE_ACCESS_DENIED &&
+                           port.LockState() == NS_ERROR_FILE_ACCESS_DENIED;
+    _exit(isRefused ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+}
+
 TEST_F(LinuxSettingsTest, TheResolversFileLosesMoreThanItsServers) {
   nsLinuxNetworkSettings port(mOptions);
   const auto contents = [&] {

@@ -91,6 +91,12 @@ class LiveInterface {
   explicit LiveInterface(const std::string& aName) : mIndex(if_nametoindex(aName.c_str())) {}
 
   bool Exists() const { return mIndex != 0; }
+  /// A change that changes nothing: whether the kernel lets this process make others.
+  nsresult MayChange() {
+    ifinfomsg header{};
+    header.ifi_index = static_cast<int>(mIndex);
+    return NS_ResultOfErrno(mSocket.Change(RTM_NEWLINK, 0, PayloadOf(header)));
+  }
   nsresult Read(Interface* aInterface);
   nsresult Write(const nsInterfaceSettings& aSettings);
   nsresult Restore(Interface aInterface);
@@ -332,7 +338,9 @@ nsresult nsKernelNetwork::Read(const std::string& aName, uint32_t, std::string* 
   LiveInterface link(aName);
   if (!link.Exists()) return NS_ERROR_FILE_NOT_FOUND;
   Interface interface;
-  if (const nsresult rv = link.Read(&interface); NS_FAILED(rv)) return rv;
+  nsresult rv = link.MayChange();
+  if (NS_SUCCEEDED(rv)) rv = link.Read(&interface);
+  if (NS_FAILED(rv)) return rv;
   *aRecord = nsRecordTexts::Format({mBootId, FormatInterface(interface)});
   return NS_OK;
 }

@@ -19,6 +19,7 @@ using Keys = std::set<std::string>;
 constexpr auto kPatience = 20s;  // for addresses that are given
 constexpr auto kLeasePatience = 60s;
 constexpr auto kRestorePatience = 4s;
+constexpr auto kStartPatience = 10s;
 constexpr char kOurs[] = "vorel-";  // the names of our connections begin with it
 // Above the connections that are made by the way.
 constexpr int32_t kFirstPriority = 100, kLastPriority = 998;
@@ -303,8 +304,12 @@ bool nsNetworkManagerNetwork::Parse(const std::string& aText, Record* aRecord) {
 nsresult nsNetworkManagerNetwork::FindDevice(const std::string& aName, std::string* aDevice) {
   if (if_nametoindex(aName.c_str()) == 0) return NS_ERROR_FILE_NOT_FOUND;
   nsBusMessage answer;
-  nsresult rv = mBus.Call(Manager(), "GetDeviceByIpIface", &answer, "s", aName.c_str());
-  // The kernel has it: it is not known yet, or nobody is there to know it.
+  nsresult rv = NS_ERROR_FILE_NOT_FOUND;
+  // The kernel has it: a service that has just started does not know it yet.
+  (void)NS_WaitFor(kStartPatience, mCancelled, [&] {
+    rv = mBus.Call(Manager(), "GetDeviceByIpIface", &answer, "s", aName.c_str());
+    return rv != NS_ERROR_FILE_NOT_FOUND;
+  });
   if (rv == NS_ERROR_FILE_NOT_FOUND) rv = NS_ERROR_FAILURE;
   if (NS_FAILED(rv)) return Fail(rv);
   *aDevice = NS_BusText(answer.get(), 'o');
@@ -487,27 +492,24 @@ nsresult nsNetworkManagerNetwork::Restore(const std::string& aName, const std::s
     return NS_SUCCEEDED(deleted) ? rv : deleted;
   }
   if (NS_FAILED(rv)) return rv;
-  if (ActiveUuid(device) == record.mNew && !record.mCheckpoint.empty() && !record.mIsExternal &&
-      NS_SUCCEEDED(
-          mBus.Call(Manager(), "CheckpointRollback", nullptr, "o", record.mCheckpoint.c_str())))
-    (void)NS_WaitFor(1s, mCancelled, [&] { return ActiveUuid(device) == record.mFormer; });
-  DropCheckpoint(record);
   const bool isThere = NS_SUCCEEDED(FindConnection(record.mFormer, &path));
-  if (isThere && !record.mIsExternal) {
-    if (ActiveUuid(device) != record.mFormer) {
-      // It may wait for a lease: what matters is that it is on its way.
-      rv = Activate(device, path, kRestorePatience);
-      if (NS_FAILED(rv) && rv != NS_ERROR_NET_TIMEOUT) return rv;
-    } else {
-      const auto former = nsKernelNetwork::AddressesOf(record.mKernel);
-      (void)NS_WaitFor(kRestorePatience, mCancelled, [&] {
-        uint32_t state = 0;
-        constexpr uint32_t kDeviceActivated = 100;
-        return NS_SUCCEEDED(mBus.GetNumber(Device(device), "State", &state)) &&
-               state == kDeviceActivated && nsKernelNetwork::Has(aName, former);
-      });
-    }
+  if (!record.mFormer.empty() && !record.mIsExternal && ActiveUuid(device) != record.mFormer) {
+    // It may wait for a lease: what matters is that it is on its way.
+    rv = isThere ? Activate(device, path, kRestorePatience) : NS_ERROR_FILE_NOT_FOUND;
+    // A connection that others have deleted meanwhile, or changed, the checkpoint still has.
+    if (NS_FAILED(rv) && rv != NS_ERROR_NET_TIMEOUT && !record.mCheckpoint.empty())
+      rv = mBus.Call(Manager(), "CheckpointRollback", nullptr, "o", record.mCheckpoint.c_str());
+    if (NS_FAILED(rv) && rv != NS_ERROR_NET_TIMEOUT && isThere) return rv;
   }
+  DropCheckpoint(record);
+  const auto former = nsKernelNetwork::AddressesOf(record.mKernel);
+  if (isThere && !record.mIsExternal)
+    (void)NS_WaitFor(kRestorePatience, mCancelled, [&] {
+      uint32_t state = 0;
+      constexpr uint32_t kConfiguring = 50;
+      return NS_SUCCEEDED(mBus.GetNumber(Device(device), "State", &state)) &&
+             state >= kConfiguring && nsKernelNetwork::Has(aName, former);
+    });
   rv = Delete(record.mNew);
   if (NS_FAILED(rv)) return rv;
   if (isThere && !record.mIsExternal) return NS_OK;

@@ -173,16 +173,18 @@ std::string nsNetworkdNetwork::StateOf(unsigned aIndex, const char* aKey) const 
                                                                      : "";
 }
 
-nsresult nsNetworkdNetwork::Reload(unsigned aIndex) {
-  nsresult rv = mBus.Call(kManager, "Reload", nullptr);
-  if (NS_SUCCEEDED(rv))
-    rv = mBus.Call(kManager, "ReconfigureLink", nullptr, "i", static_cast<int>(aIndex));
+nsresult nsNetworkdNetwork::Reload() {
+  // It configures those links anew whose files have changed.
+  const nsresult rv = mBus.Call(kManager, "Reload", nullptr);
   return NS_SUCCEEDED(rv) ? NS_OK : Failed(rv, mBus.Reason());
 }
 
 nsresult nsNetworkdNetwork::Read(const std::string& aName, uint32_t aGuard, std::string* aRecord) {
   const unsigned index = if_nametoindex(aName.c_str());
   if (index == 0) return NS_ERROR_FILE_NOT_FOUND;
+  for (const std::string& path : {TrialFile(aName), KeptFile(aName)})
+    if (access(path.substr(0, path.rfind('/')).c_str(), W_OK) != 0 && errno != ENOENT)
+      return Failed(NS_LastResult(), path);
   std::string trial, kept, kernel;
   nsresult rv = ReadOptional(TrialFile(aName), &trial);
   if (NS_SUCCEEDED(rv)) rv = ReadOptional(KeptFile(aName), &kept);
@@ -205,7 +207,7 @@ nsresult nsNetworkdNetwork::Write(const std::string& aName, const std::string&,
   }
   nsresult rv = WriteReadable(TrialFile(aName), FileText(aName, aSettings, former));
   if (NS_FAILED(rv)) return Failed(rv, TrialFile(aName));
-  rv = Reload(index);
+  rv = Reload();
   if (NS_FAILED(rv)) return rv;
   const std::string trial = TrialFile(aName).substr(mRoot.size());
   const std::string lease = mRoot + "/run/systemd/netif/leases/" + std::to_string(index);
@@ -244,7 +246,7 @@ nsresult nsNetworkdNetwork::Restore(const std::string& aName, const std::string&
   if (NS_SUCCEEDED(rv)) rv = WriteOptional(KeptFile(aName), texts[1]);
   if (NS_FAILED(rv)) return Failed(rv, KeptFile(aName));
   if (index == 0) return NS_ERROR_FILE_NOT_FOUND;
-  rv = Reload(index);
+  rv = Reload();
   if (NS_FAILED(rv)) return rv;
   if (isOldRun) return NS_OK;
   const bool isUnmanaged = texts[2] == "u";

@@ -33,7 +33,7 @@ class nsNetworkdNetwork final : public nsNetworkWay {
   std::string TrialFile(const std::string& aName) const;
   std::string KeptFile(const std::string& aName) const;
   std::string StateOf(unsigned aIndex, const char* aKey) const;
-  nsresult Reload(unsigned aIndex);
+  nsresult Reload();
 
   nsSystemBus& mBus;
   nsKernelNetwork& mKernel;

@@ -56,8 +56,8 @@ nsresult nsSystemBus::Send(sd_bus_message* aCall, nsBusMessage* aAnswer) {
   if (error == -EACCES || error == -EPERM || ends(".AccessDenied") || ends(".PermissionDenied") ||
       ends(".NotAuthorized") || ends(".InteractiveAuthorizationRequired"))
     return NS_ERROR_FILE_ACCESS_DENIED;
-  if (ends(".UnknownObject") || ends(".UnknownDevice") || ends(".InvalidConnection") ||
-      ends(".UnknownConnection") || ends(".NoSuchLink"))
+  if (ends(".UnknownObject") || ends(".UnknownMethod") || ends(".UnknownDevice") ||
+      ends(".InvalidConnection") || ends(".UnknownConnection") || ends(".NoSuchLink"))
     return NS_ERROR_FILE_NOT_FOUND;
   return error == -ETIMEDOUT ? NS_ERROR_NET_TIMEOUT : NS_ERROR_FAILURE;
 }
