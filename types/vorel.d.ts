@@ -1999,7 +1999,8 @@ interface nsISystemManager extends nsISupports {
  * Apply, Confirm, Rollback and ApplyConfirmed only begin: how it ends is told by the state.
  * Observers of "network-configuration-changed" hear of each change of it, with this service as
  * subject and, as data, "applying", "waiting", "confirmed", "rolling-back", "rolled-back",
- * "failed" or "refused"; the reason can be asked for then. Main thread, which never waits here.
+ * "failed", "refused", or "idle" when what another process has left turned out to be in good
+ * hands; the reason can be asked for then. Main thread, which never waits here.
  *
  * Settings are told as lines: "dhcp", or "address 192.0.2.10/24" and "gateway 192.0.2.1" for each,
  * "metric 100", and "server 192.0.2.53" for each DNS server.

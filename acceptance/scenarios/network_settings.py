@@ -47,11 +47,16 @@ def start(guest, service):
         if not guest.succeeds("ls /etc/NetworkManager/system-connections/*"):
             guest.put("/etc/NetworkManager/system-connections/office.nmconnection", FORMER_NM, 0o600)
         guest.run("NetworkManager --no-daemon >/run/service.log 2>&1 & echo $! >/run/service.pid")
+        name = "org.freedesktop.NetworkManager"
     else:
         if not guest.succeeds("ls /etc/systemd/network/*"):
             guest.put("/etc/systemd/network/50-office.network", FORMER_NETWORKD)
         guest.run("mkdir -p /run/systemd/netif/links /run/systemd/netif/leases && chown -R systemd-network /run/systemd/netif")
         guest.run("/lib/systemd/systemd-networkd >/run/service.log 2>&1 & echo $! >/run/service.pid")
+        name = "org.freedesktop.network1"
+    # As a unit that comes after the service's.
+    ask = "busctl call org.freedesktop.DBus /org/freedesktop/DBus org.freedesktop.DBus NameHasOwner s"
+    guest.until(lambda: "true" in guest.run(f"{ask} {name}"), 60, f"the service {name}")
 
 
 def restart(guest, service):

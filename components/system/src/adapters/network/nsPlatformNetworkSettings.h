@@ -63,8 +63,9 @@ class nsPlatformNetworkSettings {
 
   /// Takes down what is in force, and prepares a change that follows soon. A system that guards
   /// changes itself takes this one back aGuard seconds later by itself, whatever happens to the
-  /// process. NS_ERROR_FILE_NOT_FOUND when there is no such interface; a right that the change
-  /// needs is missed here already. Windows: GetUnicastIpAddressTable and GetIpForwardTable2.
+  /// process. NS_ERROR_FILE_NOT_FOUND when there is no such interface. A right that the change
+  /// needs and that lacks is told here.
+  /// Windows: GetUnicastIpAddressTable and GetIpForwardTable2.
   virtual nsresult ReadInterface(const std::string& aName, uint32_t aGuard,
                                  std::string* aRecord) = 0;
   /// Sets the interface up, with these settings. Other routes of it stay as far as its new nets
