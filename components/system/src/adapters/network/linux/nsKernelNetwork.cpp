@@ -401,7 +401,10 @@ std::vector<nsIPNet> nsKernelNetwork::AddressesOf(const std::string& aRecord) {
   std::vector<std::string> texts;
   if (!nsRecordTexts::Parse(aRecord, 2, &texts)) return {};
   const auto interface = ParseInterface(texts[1]);
-  return interface ? Lasting(*interface) : std::vector<nsIPNet>();
+  std::vector<nsIPNet> nets = interface ? Lasting(*interface) : std::vector<nsIPNet>();
+  std::erase_if(
+      nets, [](const nsIPNet& aNet) { return aNet.mAddress.mFamily == nsSocketAddress::kIPv6; });
+  return nets;
 }
 
 bool nsKernelNetwork::IsOld(const std::string& aRecord) const {

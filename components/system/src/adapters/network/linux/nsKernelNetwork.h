@@ -25,7 +25,8 @@ class nsKernelNetwork final : public nsNetworkWay {
                   const std::vector<nsSocketAddress>& aGateways = {});
   /// Whether it has an IPv4 address that ends.
   static bool HasLease(const std::string& aName);
-  /// Those of a record that last.
+  /// Those of IPv4 in a record that last. What a service adds by IPv6 may last as well, but waits
+  /// for a router.
   static std::vector<nsIPNet> AddressesOf(const std::string& aRecord);
 
  private:
