@@ -201,7 +201,8 @@ static int read_snr(struct dvb_frontend *fe, u16 *snr)
 
 static int get_tune_settings(struct dvb_frontend *fe, struct dvb_frontend_tune_settings *settings)
 {
-	settings->min_delay_ms = 20;
+	/* The kernel tunes anew after so long without a lock, which would begin the delay anew too. */
+	settings->min_delay_ms = lock_ms + 200;
 	return 0;
 }
 
