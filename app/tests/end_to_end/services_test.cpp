@@ -1,6 +1,7 @@
 // Clock, settings and maintenance, as an application in script has them.
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/un.h>
