@@ -39,11 +39,6 @@ constexpr char kUnwatchedTopic[] = "filesystemwatcher-unwatched";
 constexpr uint32_t kRetry = 500;                          // ms
 constexpr int kFailure = 1, kGone = 3, kNothingCame = 4;  // exit statuses
 
-constexpr uint32_t ERROR_ROOT_MISSING = nsISystemFileSystemListener::ERROR_ROOT_MISSING;
-constexpr uint32_t ERROR_ROOT_GONE = nsISystemFileSystemListener::ERROR_ROOT_GONE;
-constexpr uint32_t ERROR_INCOMPLETE = nsISystemFileSystemListener::ERROR_INCOMPLETE;
-constexpr uint32_t ERROR_FULL_LISTING = nsISystemFileSystemListener::ERROR_FULL_LISTING;
-
 /// Controls of both kinds, and what changes the order of a line or ends it.
 bool IsSteering(char16_t aUnit) {
   return aUnit < 0x20 || (aUnit >= 0x7f && aUnit <= 0x9f) || aUnit == 0x61c || aUnit == 0x200e ||
