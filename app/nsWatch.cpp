@@ -211,6 +211,7 @@ class Root final : public nsImplements<Root, nsISystemFileSystemListener2> {
   void Leave() {
     mSession = nullptr;
     mRetry.Cancel();
+    mWatcher = nullptr;  // which holds this, its listener
   }
   std::u16string Path() const {
     nsString path;

@@ -346,6 +346,7 @@ nsresult nsSystemNetworkConfiguration::Notify(nsITimer*) {
 nsresult nsSystemNetworkConfiguration::Observe(nsISupports*, const char*, const char16_t*) {
   mIsEnding = true;
   Disarm();
+  mRequestPump = nullptr;  // its source holds this
   if (mIsBusy) {
     if (mState == STATE_APPLYING) mPlatform->mNetworkSettings->Cancel();
     mThread.Join();
