@@ -41,6 +41,8 @@ void ReplaceAddresses(nsAdapterAddresses& aRecord, const nsInterfaceSettings& aS
 /// Nothing comes of it: the other process calls the handler.
 class QuietSource final : public nsEventSource {
  public:
+  explicit QuietSource(std::function<void()> aEnd) : mEnd(std::move(aEnd)) {}
+  ~QuietSource() override { mEnd(); }
   void Wait() override {
     nsAutoLock lock(mLock);
     mWoken.Wait(lock, [this]() NS_REQUIRES(mLock) { return std::exchange(mIsWoken, false); });
@@ -53,6 +55,7 @@ class QuietSource final : public nsEventSource {
   }
 
  private:
+  const std::function<void()> mEnd;
   nsMutex mLock;
   nsCondition mWoken;
   bool mIsWoken NS_GUARDED_BY(mLock) = false;
@@ -272,7 +275,14 @@ class nsSimulatedNetworkSettings::Port final : public nsPlatformNetworkSettings 
   nsresult Listen(std::function<void(nsNetworkRequest)> aHandler,
                   std::shared_ptr<nsEventSource>* aSource) override {
     if (nsresult rv = mShared->Enter("Listen"); NS_FAILED(rv)) return rv;
-    *aSource = std::make_shared<QuietSource>();
+    // The handler holds who listens, who may hold the machine.
+    *aSource = std::make_shared<QuietSource>([shared = mShared, self = this] {
+      std::function<void(nsNetworkRequest)> handler;
+      const nsAutoLock lock(shared->mLock);
+      if (shared->mListener != self) return;
+      shared->mListener = nullptr;
+      handler.swap(shared->mHandler);
+    });
     const nsAutoLock lock(mShared->mLock);
     mShared->mHandler = std::move(aHandler);
     mShared->mListener = this;
