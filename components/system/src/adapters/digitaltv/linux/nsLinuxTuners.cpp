@@ -1,7 +1,6 @@
 #include "nsLinuxTuners.h"
 
 #include <fcntl.h>
-#include <grp.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,6 +10,7 @@
 #include "nsDvbDevices.h"
 #include "nsDvbTuner.h"
 #include "nsErrno.h"
+#include "nsFileGroup.h"
 #include "nsLogger.h"
 #include "nsNativeFile.h"
 
@@ -43,17 +43,6 @@ std::string UserOf(const std::string& aNode) {
   return "another program";
 }
 
-// " (members of the group "video" may)", as far as that is known.
-std::string WhoMay(const std::string& aNode) {
-  struct stat status;
-  if (stat(aNode.c_str(), &status) != 0 || !(status.st_mode & S_IWGRP)) return "";
-  char buffer[4096];
-  struct group entry, *found = nullptr;
-  const bool known = getgrgid_r(status.st_gid, &entry, buffer, sizeof buffer, &found) == 0 && found;
-  return " (members of the group \"" +
-         (known ? std::string(found->gr_name) : std::to_string(status.st_gid)) + "\" may)";
-}
-
 }  // namespace
 
 nsresult nsLinuxTuners::ListTuners(std::vector<nsTunerInfo>* aTuners) {
@@ -82,7 +71,7 @@ nsresult nsLinuxTuners::OpenTuner(const std::string& aPath, nsPlatformTunerRef* 
     if (rv == NS_ERROR_FILE_IS_LOCKED)
       Tell(name, node + " is used by " + UserOf(node));
     else if (rv == NS_ERROR_FILE_ACCESS_DENIED)
-      Tell(name, "there is no right to open " + node + WhoMay(node));
+      Tell(name, "there is no right to open " + node + NS_GroupThatMay(node, S_IWGRP));
     else
       Tell(name, node + " can't be opened: " + std::string(NS_ResultName(rv)));
     return rv;

@@ -1,13 +1,13 @@
 #include "nsLinuxComm.h"
 
 #include <fcntl.h>
-#include <grp.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 
 #include "nsErrno.h"
+#include "nsFileGroup.h"
 #include "nsLogger.h"
 #include "nsPortLock.h"
 #include "nsSerialDevices.h"
@@ -19,17 +19,6 @@ namespace {
 // The one line that tells why a port can't be opened.
 void Tell(const std::string& aName, const std::string& aText) {
   SYSTEM_LOG_WARNING(NS_GetLogger("system.adapter.serial"), aName + ": " + aText);
-}
-
-// " (members of the group "dialout" may)", as far as that is known.
-std::string WhoMay(const std::string& aDevice) {
-  struct stat status;
-  if (stat(aDevice.c_str(), &status) != 0 || !(status.st_mode & S_IRGRP)) return "";
-  char buffer[4096];
-  struct group entry, *found = nullptr;
-  const bool known = getgrgid_r(status.st_gid, &entry, buffer, sizeof buffer, &found) == 0 && found;
-  return " (members of the group \"" +
-         (known ? std::string(found->gr_name) : std::to_string(status.st_gid)) + "\" may)";
 }
 
 }  // namespace
@@ -108,7 +97,7 @@ nsresult nsLinuxComm::OpenPort(const std::string& aFileName, uint32_t aAccess, u
   if (!fd || ioctl(fd.get(), TIOCEXCL) != 0) {
     const nsresult rv = NS_LastResult();
     if (rv == NS_ERROR_FILE_ACCESS_DENIED)
-      Tell(name, "there is no right to open " + device + WhoMay(device));
+      Tell(name, "there is no right to open " + device + NS_GroupThatMay(device, S_IRGRP));
     else if (rv == NS_ERROR_FILE_IS_LOCKED)
       Tell(name, device + " is used by another program");
     else
