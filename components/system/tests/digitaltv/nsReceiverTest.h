@@ -15,6 +15,7 @@
 #include "IGraphBuilder.h"
 #include "IMoniker.h"
 #include "nsDigitalTvTest.h"
+#include "nsForwardingGraph.h"
 #include "nsIAsyncInputStream.h"
 #include "nsMediaEnum.h"
 #include "nsMediaGraph.h"
@@ -71,9 +72,9 @@ class nsFilterWith final : public nsImplements<nsFilterWith, IBaseFilter> {
 };
 
 /// A graph to which such filters can be added.
-class nsGraphWith final : public nsImplements<nsGraphWith, IGraphBuilder> {
+class nsGraphWith final : public nsForwardingGraph<nsGraphWith> {
  public:
-  explicit nsGraphWith(nsCOMPtr<IGraphBuilder> aGraph) : mGraph(std::move(aGraph)) {}
+  explicit nsGraphWith(nsCOMPtr<IGraphBuilder> aGraph) : nsForwardingGraph(std::move(aGraph)) {}
   nsresult QueryInterface(const nsIID& aIID, void** aResult) override {
     const nsresult rv = nsImplements<nsGraphWith, IGraphBuilder>::QueryInterface(aIID, aResult);
     return NS_SUCCEEDED(rv) ? rv : mGraph->QueryInterface(aIID, aResult);
@@ -84,25 +85,6 @@ class nsGraphWith final : public nsImplements<nsGraphWith, IGraphBuilder> {
   nsresult RemoveFilter(IBaseFilter* aFilter) override {
     return mGraph->RemoveFilter(ItselfOf(aFilter).get());
   }
-  nsresult EnumFilters(IEnumFilters** aEnum) override { return mGraph->EnumFilters(aEnum); }
-  nsresult FindFilterByName(const char16_t* aName, IBaseFilter** aFilter) override {
-    return mGraph->FindFilterByName(aName, aFilter);
-  }
-  nsresult ConnectDirect(IPin* aOut, IPin* aIn, const AM_MEDIA_TYPE* aType) override {
-    return mGraph->ConnectDirect(aOut, aIn, aType);
-  }
-  nsresult Reconnect(IPin* aPin) override { return mGraph->Reconnect(aPin); }
-  nsresult Disconnect(IPin* aPin) override { return mGraph->Disconnect(aPin); }
-  nsresult SetDefaultSyncSource() override { return E_NOTIMPL; }
-  nsresult Connect(IPin*, IPin*) override { return E_NOTIMPL; }
-  nsresult Render(IPin*) override { return E_NOTIMPL; }
-  nsresult RenderFile(const char16_t*, const char16_t*) override { return E_NOTIMPL; }
-  nsresult AddSourceFilter(const char16_t*, const char16_t*, IBaseFilter**) override {
-    return E_NOTIMPL;
-  }
-  nsresult SetLogFile(uintptr_t) override { return E_NOTIMPL; }
-  nsresult Abort() override { return E_NOTIMPL; }
-  nsresult ShouldOperationContinue() override { return E_NOTIMPL; }
 
  private:
   ~nsGraphWith() override = default;
@@ -112,7 +94,6 @@ class nsGraphWith final : public nsImplements<nsGraphWith, IGraphBuilder> {
       itself = aFilter;
     return itself;
   }
-  const nsCOMPtr<IGraphBuilder> mGraph;
 };
 
 /// The way to such a filter.

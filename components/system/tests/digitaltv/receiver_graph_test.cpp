@@ -13,6 +13,7 @@
 #include "IPin.h"
 #include "IRunningObjectTable.h"
 #include "nsFindCaptureDevice.h"
+#include "nsForwardingGraph.h"
 #include "nsMediaGraph.h"
 #include "nsMediaSample.h"
 #include "nsPlatformMedia.h"
@@ -259,10 +260,10 @@ class FaultyMedia final : public nsPlatformMedia {
 };
 
 /// The graph, of which additions and connections can fail.
-class FaultyGraph final : public nsImplements<FaultyGraph, IGraphBuilder> {
+class FaultyGraph final : public nsForwardingGraph<FaultyGraph> {
  public:
   FaultyGraph(FaultyMedia& aFaults, nsCOMPtr<IGraphBuilder> aGraph)
-      : mFaults(aFaults), mGraph(std::move(aGraph)) {}
+      : nsForwardingGraph(std::move(aGraph)), mFaults(aFaults) {}
   nsresult QueryInterface(const nsIID& aIID, void** aResult) override {
     if (aIID != IMediaControl::kIID) return nsImplementsWith::QueryInterface(aIID, aResult);
     return mFaults.Fails("control") ? E_NOINTERFACE : mGraph->QueryInterface(aIID, aResult);
@@ -287,28 +288,10 @@ class FaultyGraph final : public nsImplements<FaultyGraph, IGraphBuilder> {
     return mFaults.Fails("connect " + to) ? VFW_E_TYPE_NOT_ACCEPTED
                                           : mGraph->ConnectDirect(aOut, aIn, aType);
   }
-  nsresult RemoveFilter(IBaseFilter* a) override { return mGraph->RemoveFilter(a); }
-  nsresult EnumFilters(IEnumFilters** a) override { return mGraph->EnumFilters(a); }
-  nsresult FindFilterByName(const char16_t* a, IBaseFilter** b) override {
-    return mGraph->FindFilterByName(a, b);
-  }
-  nsresult Reconnect(IPin*) override { return E_NOTIMPL; }
-  nsresult Disconnect(IPin* a) override { return mGraph->Disconnect(a); }
-  nsresult SetDefaultSyncSource() override { return E_NOTIMPL; }
-  nsresult Connect(IPin*, IPin*) override { return E_NOTIMPL; }
-  nsresult Render(IPin*) override { return E_NOTIMPL; }
-  nsresult RenderFile(const char16_t*, const char16_t*) override { return E_NOTIMPL; }
-  nsresult AddSourceFilter(const char16_t*, const char16_t*, IBaseFilter**) override {
-    return E_NOTIMPL;
-  }
-  nsresult SetLogFile(uintptr_t) override { return E_NOTIMPL; }
-  nsresult Abort() override { return E_NOTIMPL; }
-  nsresult ShouldOperationContinue() override { return E_NOTIMPL; }
 
  private:
   ~FaultyGraph() override = default;
   FaultyMedia& mFaults;
-  const nsCOMPtr<IGraphBuilder> mGraph;
 };
 
 nsresult FaultyMedia::CoCreateInstance(const nsCID& aClass, uint32_t aContext, const nsIID& aIID,
