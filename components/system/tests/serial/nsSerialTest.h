@@ -3,6 +3,7 @@
 
 #include "nsIThread.h"
 #include "nsIThreadManager.h"
+#include "nsRunEvents.h"
 #include "nsSystemAdapterSerial.h"
 #include "nsSystemTest.h"
 #include "nsVorelMethodCaller.h"
@@ -102,22 +103,9 @@ class nsSerialTest : public nsSystemTest {
   /// Runs events of the main thread until it is so; fails the test after a long time.
   template <class Done>
   static void RunUntil(Done aDone) {
-    nsCOMPtr<nsIThread> main;
-    ASSERT_EQ(NS_GetMainThread(main.getter_AddRefs()), NS_OK);
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    while (!aDone()) {
-      bool processed = false;
-      ASSERT_EQ(main->ProcessNextEvent(false, &processed), NS_OK);
-      if (!processed) std::this_thread::yield();
-      ASSERT_LT(std::chrono::steady_clock::now(), end) << "it never came";
-    }
+    ASSERT_TRUE(NS_RunEventsUntil(aDone)) << "it never came";
   }
-  static void RunPending() {
-    nsCOMPtr<nsIThread> main;
-    ASSERT_EQ(NS_GetMainThread(main.getter_AddRefs()), NS_OK);
-    bool processed = true;
-    while (processed) ASSERT_EQ(main->ProcessNextEvent(false, &processed), NS_OK);
-  }
+  static void RunPending() { NS_RunEvents(); }
 
   /// Every write and every read of the binary streams, on a port of mode 1 whose device sends back
   /// what it is sent. aSent takes so many bytes that went over the wire.

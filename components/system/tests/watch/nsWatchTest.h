@@ -11,6 +11,7 @@
 #include "nsIThread.h"
 #include "nsIThreadManager.h"
 #include "nsITimer.h"
+#include "nsRunEvents.h"
 #include "nsSystemFileSystemWatcher.h"
 #include "nsSystemTest.h"
 
@@ -77,36 +78,6 @@ inline constexpr Module::ContractIDEntry kWatcherContractIDs[] = {
 inline constexpr Module kWatcherModule = {
     Module::kVersion, kWatcherCIDs, kWatcherContractIDs, nullptr, nullptr, nullptr, nullptr};
 }  // namespace vorel::test
-
-/// Runs the main thread's events until there are none.
-inline void NS_RunEvents() {
-  nsCOMPtr<nsIThread> thread;
-  ASSERT_EQ(do_GetService<nsIThreadManager>(NS_THREADMANAGER_CONTRACTID)
-                ->GetMainThread(thread.getter_AddRefs()),
-            NS_OK);
-  bool more = true;
-  while (more) ASSERT_EQ(thread->ProcessNextEvent(false, &more), NS_OK);
-}
-
-/// Runs the main thread's events until a condition holds; false after a time in which it should.
-inline bool NS_RunEventsUntil(const std::function<bool()>& aCondition, int aSeconds = 30) {
-  nsCOMPtr<nsIThread> thread;
-  (void)do_GetService<nsIThreadManager>(NS_THREADMANAGER_CONTRACTID)
-      ->GetMainThread(thread.getter_AddRefs());
-  // An event of the timer's makes sure that the time limit is looked at.
-  const auto timer = do_CreateInstance<nsITimer>(NS_TIMER_CONTRACTID);
-  (void)timer->InitWithFuncCallback([](nsITimer*, void*) {}, nullptr, 20,
-                                    nsITimer::TYPE_REPEATING_SLACK);
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(aSeconds);
-  bool done = false;
-  while (!(done = aCondition()) && std::chrono::steady_clock::now() < end) {
-    bool processed;
-    (void)thread->ProcessNextEvent(true, &processed);
-    while (processed) (void)thread->ProcessNextEvent(false, &processed);
-  }
-  (void)timer->Cancel();
-  return done;
-}
 
 /// Keeps what it hears as lines ("added a/b", "moved a > b"), on whichever thread, and a picture of
 /// what is there as far as reports tell.

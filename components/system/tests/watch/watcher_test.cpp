@@ -468,12 +468,7 @@ TEST_F(WatcherServiceTest, ThreadsThatStartWatchesFromNoticesWaitForEachOther) {
   Walk();
   last->mThen = [](const std::string&) {};
   EXPECT_EQ(third->Take(), Lines{"started"});
-  // On its own thread, hence without an event of this one's.
-  for (int i = 0; i < 10000 && !late->HasHeard("started"); ++i) {
-    NS_RunEvents();
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  EXPECT_TRUE(late->HasHeard("started"));
+  EXPECT_TRUE(NS_RunEventsUntil([&] { return late->HasHeard("started"); }));
   EXPECT_EQ(mService->StopWatching(otherURL, other.get()), NS_OK);
   for (const auto& client : {last, late})
     EXPECT_EQ(mService->StopWatching(lastURL, client.get()), NS_OK);
