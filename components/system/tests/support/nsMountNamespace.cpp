@@ -2,13 +2,19 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/loop.h>
 #include <sched.h>
+#include <spawn.h>
+#include <sys/ioctl.h>
 #include <sys/mount.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <thread>
 
 nsMountNamespace::nsMountNamespace()
@@ -34,4 +40,35 @@ bool nsMountNamespace::Return() const {
     std::this_thread::yield();
   }
   return true;
+}
+
+nsLoopDevice::nsLoopDevice(const std::string& aFile) {
+  const int file = open(aFile.c_str(), O_RDWR | O_CLOEXEC);
+  const int control = open("/dev/loop-control", O_RDWR | O_CLOEXEC);
+  for (int tries = 0; file >= 0 && control >= 0 && mFd < 0 && tries < 8; ++tries) {
+    mNode = "/dev/loop" + std::to_string(ioctl(control, LOOP_CTL_GET_FREE));
+    mFd = open(mNode.c_str(), O_RDWR | O_CLOEXEC);
+    loop_config config{};
+    config.fd = static_cast<uint32_t>(file);
+    config.info.lo_flags = LO_FLAGS_AUTOCLEAR;
+    if (mFd >= 0 && ioctl(mFd, LOOP_CONFIGURE, &config) != 0) {
+      close(mFd);
+      mFd = -1;  // somebody else was quicker
+    }
+  }
+  close(file);
+  close(control);
+}
+
+nsLoopDevice::~nsLoopDevice() { close(mFd); }
+
+bool nsLoopDevice::Format(const std::string& aFile) {
+  std::ofstream(aFile).close();
+  std::filesystem::resize_file(aFile, 4 << 20);
+  const char* arguments[] = {"mkfs.ext4", "-q", "-F", aFile.c_str(), nullptr};
+  pid_t child;
+  int status = -1;
+  return posix_spawnp(&child, arguments[0], nullptr, nullptr, const_cast<char**>(arguments),
+                      environ) == 0 &&
+         waitpid(child, &status, 0) == child && status == 0;
 }

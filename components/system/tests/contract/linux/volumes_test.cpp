@@ -1,11 +1,5 @@
 // Captured files and mounts of a namespace, for the contract suite.
-#include <fcntl.h>
-#include <linux/loop.h>
-#include <spawn.h>
-#include <sys/ioctl.h>
 #include <sys/mount.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <map>
 #include <set>
@@ -71,58 +65,18 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(NS_ContractBackend<nsVolumesMachine, CapturedMachine>("captured"),
                     NS_ContractBackend<nsVolumesMachine, NativeMachine>("mounts")));
 
-// A file as a disk. The kernel lets go of it when it is unmounted.
-class LoopDevice {
- public:
-  explicit LoopDevice(const std::string& aFile) {
-    const int file = open(aFile.c_str(), O_RDWR | O_CLOEXEC);
-    const int control = open("/dev/loop-control", O_RDWR | O_CLOEXEC);
-    for (int tries = 0; file >= 0 && control >= 0 && mFd < 0 && tries < 8; ++tries) {
-      mNode = "/dev/loop" + std::to_string(ioctl(control, LOOP_CTL_GET_FREE));
-      mFd = open(mNode.c_str(), O_RDWR | O_CLOEXEC);
-      loop_config config{};
-      config.fd = static_cast<uint32_t>(file);
-      config.info.lo_flags = LO_FLAGS_AUTOCLEAR;
-      if (mFd >= 0 && ioctl(mFd, LOOP_CONFIGURE, &config) != 0) {
-        close(mFd);
-        mFd = -1;  // somebody else was quicker
-      }
-    }
-    close(file);
-    close(control);
-  }
-  ~LoopDevice() { close(mFd); }
-  bool Works() const { return mFd >= 0; }
-  const std::string& Node() const { return mNode; }
-
- private:
-  std::string mNode;
-  int mFd = -1;
-};
-
-bool Format(const std::string& aFile) {
-  std::ofstream(aFile).close();
-  std::filesystem::resize_file(aFile, 4 << 20);
-  const char* arguments[] = {"mkfs.ext4", "-q", "-F", aFile.c_str(), nullptr};
-  pid_t child;
-  int status = -1;
-  return posix_spawnp(&child, arguments[0], nullptr, nullptr, const_cast<char**>(arguments),
-                      environ) == 0 &&
-         waitpid(child, &status, 0) == child && status == 0;
-}
-
 TEST(NativeVolumes, ImageIsAcceptedOrTakesALetterTwice) {
   NativeMachine machine;
   if (!machine.Lacks().empty()) GTEST_SKIP() << machine.Lacks();
   nsCapturedTree files;
-  if (!Format(files.Root() + "/image")) GTEST_SKIP() << "no mkfs.ext4 here";
+  if (!nsLoopDevice::Format(files.Root() + "/image")) GTEST_SKIP() << "no mkfs.ext4 here";
   uint32_t before = 0;
   ASSERT_TRUE(NS_SUCCEEDED(machine.Port().ReadDriveMask(&before)));
   std::set<char> letters;
   for (int round = 0; round < 3; ++round) {
     const std::string place = machine.Place("image");
     {
-      LoopDevice device(files.Root() + "/image");
+      nsLoopDevice device(files.Root() + "/image");
       if (!device.Works()) GTEST_SKIP() << "no loop device here";
       if (mount(device.Node().c_str(), place.c_str(), "ext4", 0, nullptr) != 0)
         GTEST_SKIP() << "this kernel does not mount ext4 from a file";

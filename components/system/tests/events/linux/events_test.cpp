@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <atomic>
+#include <filesystem>
 #include <set>
 #include <thread>
 
@@ -20,16 +21,17 @@ namespace {
 
 using Message = nsWindowMessage;
 
-/// The machine's volumes, those of memory being sticks: nothing else can be plugged in here.
+/// The machine's volumes, those of memory and of files being sticks: nothing else can be plugged in
+/// here.
 class Sticks final : public nsPlatformVolumes {
  public:
   nsresult ReadDriveMask(uint32_t* aMask) override { return mVolumes.ReadDriveMask(aMask); }
   nsresult ReadDriveKind(char aLetter, uint32_t* aKind) override {
     const nsresult rv = mVolumes.ReadDriveKind(aLetter, aKind);
     if (NS_SUCCEEDED(rv))
-      *aKind = *aKind == kDriveRamDisk           ? uint32_t{kDriveRemovable}
-               : *aKind == kDriveNoRootDirectory ? *aKind
-                                                 : uint32_t{kDriveUnknown};
+      *aKind = *aKind == kDriveRamDisk || *aKind == kDriveUnknown ? uint32_t{kDriveRemovable}
+               : *aKind == kDriveNoRootDirectory                  ? *aKind
+                                                                  : uint32_t{kDriveRamDisk};
     return rv;
   }
   nsresult ReadVolumeInformation(char aLetter, VolumeInformation* aInformation) override {
@@ -138,6 +140,31 @@ TEST_F(LinuxEventsTest, VolumeThatMovesLeavesItsOldAdapter) {
   ASSERT_EQ(mount(Place(0).c_str(), Place(1).c_str(), nullptr, MS_MOVE, nullptr), 0)
       << strerror(errno);
   RunUntil({Place(1)});
+}
+
+// Disks of files: one comes and goes, then ten at once.
+TEST_F(LinuxEventsTest, ImageIsMissedOrStaysWhenItIsGone) {
+  if (!nsLoopDevice::Format(mDirectory / "image")) GTEST_SKIP() << "no mkfs.ext4 here";
+  ASSERT_EQ(mManager->SubclassWindow(&mWindow), NS_OK);
+  const auto mountImage = [&](int aNumber) {
+    const std::string image = mDirectory / ("image" + std::to_string(aNumber));
+    std::filesystem::copy_file(mDirectory / "image", image);
+    const nsLoopDevice device(image);
+    return device.Works() &&
+           mount(device.Node().c_str(), Place(aNumber).c_str(), "ext4", 0, nullptr) == 0;
+  };
+  if (!mountImage(0)) GTEST_SKIP() << "this kernel does not mount ext4 from a file";
+  RunUntil({Place(0)});
+  Unmount(Place(0));
+  RunUntil({});
+  std::multiset<std::string> ten;
+  for (int i = 1; i <= 10; ++i) {
+    ASSERT_TRUE(mountImage(i)) << strerror(errno);
+    ten.insert(Place(i));
+  }
+  RunUntil(ten);
+  for (const std::string& place : ten) Unmount(place);
+  RunUntil({});
 }
 
 // Changes from another thread while the main thread looks; what came and went unseen is no matter.

@@ -350,8 +350,13 @@ nsresult nsLinuxDisplays::ChangeParameters(const Active& aActive,
     stored.mContrast = std::min(aParameters.mContrast, 100u);
   const nsDdcMonitor* const monitor = mMonitors->Find(output.mName);
   const bool hasWire = monitor && monitor->MayAnswer();
-  if ((stored.mBrightness && !output.mBacklight && !hasWire) || (stored.mContrast && !hasWire))
+  if ((stored.mBrightness && !output.mBacklight && !hasWire) || (stored.mContrast && !hasWire)) {
+    (void)Refuse(aActive,
+                 output.mBacklight
+                     ? "a backlight has no contrast"
+                     : "it has no backlight, and a display that is not asked over its wire");
     return NS_ERROR_NOT_AVAILABLE;
+  }
   if (aFlags & kTest) return NS_OK;
   if (!(aFlags & kNoReset)) {
     if (!SetParameters(output, {stored.mBrightness, stored.mContrast}, kDisplayPatience))
