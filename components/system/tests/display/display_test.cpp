@@ -320,6 +320,22 @@ TEST_F(DisplayTest, EqualModeIsRefusedOrAnotherTaken) {
   EXPECT_EQ(mode.get(), static_cast<nsISystemDisplayMode*>(equal.get())) << "the object itself";
 }
 
+TEST_F(DisplayTest, ScreenWithoutModesIsNotPublishedOrTakesOne) {
+  auto screen = Screen("A", true);
+  screen.mModes.clear();
+  Start({screen, Screen("B")});
+  EXPECT_EQ(Labels(), (Strings{"A", "B"}));
+  const auto adapter = Adapters()[0];
+  EXPECT_EQ(ModesOf(adapter.get()), Strings{});
+  EXPECT_EQ(ListOf(adapter.get(), &nsISystemAdapterDisplayOutput::GetBitsPerPixelList),
+            std::vector<uint32_t>{});
+  EXPECT_EQ(ModeOf(adapter.get()), "1920x1080 60Hz");
+  const auto other =
+      MakeRefCounted<nsSystemDisplayMode>(nsString(u"1280x720 60Hz"), 1280u, 720u, 60u, false);
+  EXPECT_EQ(adapter->SetDisplayMode(other.get()), NS_ERROR_FAILURE);
+  EXPECT_EQ(TakeLog("error"), Strings{"error system.adapter.displayoutput: New mode not allowed"});
+}
+
 TEST_F(DisplayTest, ScreenWithoutSettingsIsPublishedOrStaysBroken) {
   auto screen = Screen("A", true);
   screen.mHasSettings = false;
@@ -381,7 +397,9 @@ TEST_F(DisplayTest, FailingCallLosesScreensForGood) {
   NS_SweepFaults([&](nsSimulatedMachine& aMachine, bool aFaulty) {
     mManager = NewManager(aMachine);
     for (const char* name : {"A", "B"}) aMachine.mDisplays->Put(Screen(name));
+    (void)mManager->Observe(nullptr, "vorel-application-start", nullptr);
     const nsresult rv = mManager->InitDisplay();
+    (void)mManager->Observe(nullptr, "vorel-await-displays", nullptr);
     if (!aFaulty) {
       EXPECT_EQ(rv, NS_OK);
       const auto view = ViewOf(Adapters()[0].get());

@@ -78,9 +78,12 @@ class nsSystemAdapterDisplayOutput final
   const nsPlatformRef mPlatform;
   const nsCOMPtr<nsILog4Logger> mLogger;
 
-  nsCOMPtr<nsISystemAdapterDisplayOutput> mRegistered;
+  // Held by the operations of the view, the power mode, the position and the rotation, and by
+  // Update. Only the view is theirs alone: the others read and write what they share with these
+  // without it, all along, and are the main thread's.
+  nsMutex mLock;
+  nsCOMPtr<nsISystemAdapterDisplayOutput> mRegistered NS_GUARDED_BY(mLock);
   bool mIsRegistered = false;
-  nsMutex mLock;  // held by the operations that may be used from any thread
   bool mInitialized = false;
   uint8_t mPowerMode = 1;
   nsCOMPtr<nsISystemDisplayPosition> mPosition;

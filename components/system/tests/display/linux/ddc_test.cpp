@@ -123,6 +123,7 @@ TEST_F(Monitor, SilentDisplayIsAskedForEverOrNeverAgain) {
   EXPECT_EQ(monitor->Known(), Values());
   EXPECT_EQ(monitor->TakeReason(), "it does not answer");
   EXPECT_EQ(monitor->TakeReason(), "");
+  EXPECT_EQ(monitor->Reason(), "it does not answer");
   mDisplay->mRefused = 0;  // it has been turned on
   EXPECT_TRUE(monitor->Set({30, {}}, kLong));
   EXPECT_EQ(mDisplay->Feature(kDdcBrightness), 30);

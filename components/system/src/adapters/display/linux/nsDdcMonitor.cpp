@@ -29,7 +29,7 @@ nsDdcMonitor::nsDdcMonitor(Opener aOpener, std::function<void()> aChanged,
     : mOpener(std::move(aOpener)), mChanged(std::move(aChanged)), mPauses(aPauses) {
   if (NS_SUCCEEDED(mThread.Start("DisplayWire", [this] { Run(); }))) return;
   const Locked lock(mLock);
-  mReason = "there is no thread for it";
+  mReason = mReasonToTell = "there is no thread for it";
   mWantsReading = mMayAnswer = false;
   mHasRead = mLeaves = mIsOver = true;
 }
@@ -58,9 +58,14 @@ bool nsDdcMonitor::MayAnswer() const {
   return mMayAnswer;
 }
 
+std::string nsDdcMonitor::Reason() const {
+  const Locked lock(mLock);
+  return mReason;
+}
+
 std::string nsDdcMonitor::TakeReason() {
   const Locked lock(mLock);
-  return std::exchange(mReason, {});
+  return std::exchange(mReasonToTell, {});
 }
 
 void nsDdcMonitor::Refresh() {
@@ -165,7 +170,7 @@ void nsDdcMonitor::Read(Locked& aLock) {
   mReadAt = Clock::now();
   mHasRead = true;
   mMayAnswer = answers;
-  if (reason != mFormerReason) mReason = mFormerReason = std::move(reason);
+  if (reason != mReason) mReasonToTell = mReason = std::move(reason);
   mSomething.NotifyAll();
   if (KnownValues() == former || mLeaves) return;
   (void)Unlocked(aLock, [&] {

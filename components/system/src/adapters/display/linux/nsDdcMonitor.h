@@ -52,7 +52,9 @@ class nsDdcMonitor {
   /// false when it does not. What has not been begun by then is not done any more. With a limit of
   /// 0 nobody waits, and it is done in any case.
   bool Set(const Values& aValues, std::chrono::milliseconds aLimit);
-  /// Why it does not answer; each reason once, and empty otherwise.
+  /// Why it did not answer the last time; empty when it did, and until that is known.
+  std::string Reason() const;
+  /// The same, each reason once.
   std::string TakeReason();
 
   /// To be ended: nothing is begun any more. IsOver is true once nothing goes on either.
@@ -96,7 +98,7 @@ class nsDdcMonitor {
   bool mLeaves NS_GUARDED_BY(mLock) = false;
   Clock::time_point mReadAt NS_GUARDED_BY(mLock);
   std::optional<nsDdcValue> mBrightness NS_GUARDED_BY(mLock), mContrast NS_GUARDED_BY(mLock);
-  std::string mReason NS_GUARDED_BY(mLock), mFormerReason NS_GUARDED_BY(mLock);
+  std::string mReason NS_GUARDED_BY(mLock), mReasonToTell NS_GUARDED_BY(mLock);
 
   std::atomic<bool> mIsOver = false;
   nsNamedThread mThread;  // last: it uses all of these

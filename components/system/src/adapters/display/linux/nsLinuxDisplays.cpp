@@ -351,10 +351,12 @@ nsresult nsLinuxDisplays::ChangeParameters(const Active& aActive,
   const nsDdcMonitor* const monitor = mMonitors->Find(output.mName);
   const bool hasWire = monitor && monitor->MayAnswer();
   if ((stored.mBrightness && !output.mBacklight && !hasWire) || (stored.mContrast && !hasWire)) {
-    (void)Refuse(aActive,
-                 output.mBacklight
-                     ? "a backlight has no contrast"
-                     : "it has no backlight, and a display that is not asked over its wire");
+    std::string reason = "a backlight has no contrast";
+    if (!output.mBacklight)
+      reason = monitor ? "it has no backlight, and its display is not asked over its own wire: " +
+                             monitor->Reason()
+                       : "it has no backlight, and its display does not say which one it is";
+    (void)Refuse(aActive, reason);
     return NS_ERROR_NOT_AVAILABLE;
   }
   if (aFlags & kTest) return NS_OK;

@@ -270,6 +270,7 @@ bool nsRandr::ReadOnce(nsRandrPicture* aPicture) {
   for (nsRandrOutput& output : picture.mOutputs) {
     const nsRandrCrtc* const crtc = picture.FindCrtc(output.mCrtc);
     const nsRandrMode* const current = crtc ? picture.ModeOf(*crtc) : nullptr;
+    if (!current) output.mCrtc = 0;  // turned off between the two questions
     for (nsRandrMode& mode : output.mModes)
       if (current && IsOfAKind(mode, *current)) mode = *current;
   }
