@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Checks that every include keeps to the layers of ARCHITECTURE.md, that no two rooms use each other, and that none is crowded.
 
-usage: check_layers.py SOURCE_DIRECTORY      prints what does not, one a line; status 1 if there is anything
+usage: check_layers.py SOURCE_DIRECTORY            prints what does not, one a line; status 1 if there is anything
+       check_layers.py --rooms SOURCE_DIRECTORY    prints the rooms of the library and of the host, each above those that it uses
 """
 import pathlib
 import re
@@ -119,10 +120,11 @@ def layer(path):
 
 
 CROWDED = 25  # files in one folder
+TREES = ("components/system/src", "host")
 
 
-def check_rooms(root, tree):
-    """Prints the rooms of a tree, folders with their platforms, that use each other in a circle, and crowded folders."""
+def read_rooms(root, tree):
+    """The sources of a tree; and its rooms, folders with their platforms: what each uses, with an include that shows it."""
     files = [p for p in (root / tree).rglob("*") if p.suffix in (".h", ".cpp") and "tests" not in p.parts]
     room = lambda p: p.parent.parent if p.parent.name in PLATFORMS else p.parent
     where = {p.name: room(p) for p in files if p.suffix == ".h"}
@@ -133,6 +135,27 @@ def check_rooms(root, tree):
             theirs = m and where.get(m[2].rsplit("/", 1)[-1])
             if theirs and theirs != room(path):
                 uses[room(path)].setdefault(theirs, f"{path.name} includes {m[2]}")
+    return files, uses
+
+
+def draw_rooms(root, tree):
+    """Prints the rooms of a tree floor by floor, the top one first, with what each uses: all of that stands below it."""
+    _, uses = read_rooms(root, tree)
+    name = lambda room: room.relative_to(root / tree).as_posix()
+    floors = {}
+    while len(floors) < len(uses):
+        ready = {r for r in uses if r not in floors and uses[r].keys() <= floors.keys()}
+        if not ready:
+            sys.exit("in a circle: " + " ".join(sorted(name(r) for r in uses.keys() - floors.keys())))
+        floors.update(dict.fromkeys(ready, 1 + max(floors.values(), default=0)))
+    print(tree)
+    for room in sorted(uses, key=lambda r: (-floors[r], r)):
+        print(f"{floors[room]:3}  {name(room)}: " + " ".join(sorted(map(name, uses[room]))))
+
+
+def check_rooms(root, tree):
+    """Prints the rooms of a tree that use each other in a circle, and crowded folders."""
+    files, uses = read_rooms(root, tree)
     bad = 0
 
     def below(start):
@@ -186,11 +209,15 @@ def main(root):
                 bad += 1
     if not files:
         sys.exit("no sources found")
-    bad += sum(check_rooms(root, tree) for tree in ("components/system/src", "host"))
+    bad += sum(check_rooms(root, tree) for tree in TREES)
     sys.exit(1 if bad else 0)
 
 
 if __name__ == "__main__":
-    if len(sys.argv) != 2:
+    if len(sys.argv) == 3 and sys.argv[1] == "--rooms":
+        for each in TREES:
+            draw_rooms(pathlib.Path(sys.argv[2]).resolve(), each)
+    elif len(sys.argv) == 2:
+        main(pathlib.Path(sys.argv[1]).resolve())
+    else:
         sys.exit(__doc__)
-    main(pathlib.Path(sys.argv[1]).resolve())
