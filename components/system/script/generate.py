@@ -43,7 +43,8 @@ NUMBER = r"(?:u?int\d+_t|bool|float|double)"
 HINT = re.compile(r"(\w+)(?:\[(\w+)\])?(\?)?$")
 CLASS = re.compile(r"^(?:class|struct) (\w+)\b[^;{]*\{", re.M)
 MODULE_CLASS = re.compile(r"nsModuleClass kModuleClass\{(.*?)\};", re.S)
-CLASS_INFO = re.compile(r'kClassInfo\s*=\s*NS_ClassInfo<"(\w*)",([^>]*)>')
+IMPLEMENTS = re.compile(r"\bpublic nsImplements(?:OnOneThread)?<\s*\w+,([^<>]*)>")
+CLASS_INFO = re.compile(r'kClassInfo\s*=\s*NS_ClassInfo(OfAll)?<"(\w*)",([^>]*)>')
 
 
 class Stop(Exception):
@@ -202,13 +203,17 @@ def read_public(directory):
 
 
 class ModuleClass:
-    def __init__(self, name, header, fields, info):
+    def __init__(self, name, header, fields, body):
+        info = CLASS_INFO.search(body)
+        listed = info and (IMPLEMENTS.search(body) if info[1] else info)
+        if info and not listed:
+            raise Stop(f"the class info of {name} is of all that it implements, and it has no nsImplements")
         self.name, self.header = name, header
         self.row, self.contract = int(fields["mRow"]), fields["mContractID"].strip('"')
         self.dom_row = int(fields.get("mDOMRow", -1))
         self.property = fields.get("mGlobal", "").strip('"')
         self.startup = fields.get("mAtStartup") == "true"
-        self.script_name, self.interfaces = (info[1], re.findall(r"\w+", info[2])) if info else ("", [])
+        self.script_name, self.interfaces = (info[2], re.findall(r"\w+", listed[listed.lastindex])) if info else ("", [])
         self.type = " & ".join(self.interfaces)
         if self.dom_row >= 0 and not self.script_name:
             raise Stop(f"{name} is a class of script without a name in its kClassInfo")
@@ -224,7 +229,7 @@ def read_classes(directory):
             if m := MODULE_CLASS.search(body):
                 fields = dict(re.findall(r'\.(\w+)\s*=\s*("[^"]*"|[\w-]+)', m[1]))
                 try:
-                    classes.append(ModuleClass(name, path.name, fields, CLASS_INFO.search(body)))
+                    classes.append(ModuleClass(name, path.name, fields, body))
                 except (KeyError, ValueError, Stop) as why:
                     sys.exit(f"{path}: kModuleClass of {name}: {why}")
     rows = [c.row for c in classes]

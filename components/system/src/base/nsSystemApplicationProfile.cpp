@@ -2,7 +2,7 @@
 
 #include <new>
 
-#include "nsImplements.h"
+#include "nsClassInfoOfAll.h"
 #include "nsString.h"
 
 namespace {
@@ -11,7 +11,7 @@ class nsSystemApplicationProfile final
     : public nsImplements<nsSystemApplicationProfile, nsISystemApplicationProfile> {
  public:
   static constexpr nsClassInfoRecord kClassInfo =
-      NS_ClassInfo<"", nsISystemApplicationProfile>("aa7b2f11-8adc-421d-9139-c53c58f9629b"_iid);
+      NS_ClassInfoOfAll<"", nsImplementsWith>("aa7b2f11-8adc-421d-9139-c53c58f9629b"_iid);
 
   nsSystemApplicationProfile(const nsAString& aName, const nsAString& aLabel,
                              const nsAString& aDescription)

@@ -3,10 +3,10 @@
 #include <array>
 #include <new>
 
+#include "nsClassInfoOfAll.h"
 #include "nsDebug.h"
 #include "nsIArray.h"
 #include "nsIPrefBranch.h"
-#include "nsImplements.h"
 #include "nsLogger.h"
 #include "nsServices.h"
 #include "nsString.h"
@@ -17,7 +17,7 @@ namespace {
 class nsSystemConnector final : public nsImplements<nsSystemConnector, nsISystemConnector> {
  public:
   static constexpr nsClassInfoRecord kClassInfo =
-      NS_ClassInfo<"", nsISystemConnector>("d8cfd2f3-5eba-4559-9b97-f0e3e3a45b76"_iid);
+      NS_ClassInfoOfAll<"", nsImplementsWith>("d8cfd2f3-5eba-4559-9b97-f0e3e3a45b76"_iid);
   using Arrays = std::array<nsCOMPtr<nsIArray>, 3>;
 
   nsSystemConnector(const nsAString& aName, const nsAString& aMask, const nsAString& aLabel,

@@ -2,7 +2,7 @@
 
 #include <new>
 
-#include "nsImplements.h"
+#include "nsClassInfoOfAll.h"
 #include "nsString.h"
 
 namespace {
@@ -10,7 +10,7 @@ namespace {
 class nsSystemDevice final : public nsImplements<nsSystemDevice, nsISystemDevice> {
  public:
   static constexpr nsClassInfoRecord kClassInfo =
-      NS_ClassInfo<"", nsISystemDevice>("dddc59c1-9fc3-49af-8c91-9c2c8d8a219b"_iid);
+      NS_ClassInfoOfAll<"", nsImplementsWith>("dddc59c1-9fc3-49af-8c91-9c2c8d8a219b"_iid);
 
   nsSystemDevice(const nsAString& aName, const nsAString& aLabel) : mName(aName), mLabel(aLabel) {}
 

@@ -122,5 +122,16 @@ class GeneratorTest(unittest.TestCase):
         self.module_class("Again", 7)
         self.assert_stops("two classes have one row")
 
+    def test_a_class_info_of_all_misses_an_interface(self):
+        self.interface()
+        place = self.root / "src/Whole.h"
+        text = CLASS.format(name="Whole", row=1, more=', .mDOMRow = 0, .mGlobal = "whole"')
+        text = text.replace('NS_ClassInfo<"Whole", nsIThing, nsIObserver>', 'NS_ClassInfoOfAll<"Whole", nsImplementsWith>')
+        place.write_text(text.replace("public nsIThing", "public nsImplements<Whole, nsIThing,\n  nsIObserver>"))
+        self.module_class("kCIExtension", 9)
+        self.assertIn("declare const whole: nsIThing & nsIObserver;", self.made())
+        place.write_text(text)
+        self.assert_stops("has no nsImplements")
+
 
 unittest.main()

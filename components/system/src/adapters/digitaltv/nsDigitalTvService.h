@@ -1,10 +1,10 @@
 // Services and their audio channels as values.
 #pragma once
 
+#include "nsClassInfoOfAll.h"
 #include "nsIBDAScanResultDigitalTvService.h"
 #include "nsIDigitalTvAudioChannel.h"
 #include "nsIMutableArray.h"
-#include "nsImplements.h"
 #include "nsModuleClass.h"
 #include "nsString.h"
 
@@ -45,7 +45,7 @@ class nsDigitalTvAudioChannel final
                                               .mCID = "ce489190-1c2b-11e2-892e-0800200c9a66"_iid,
                                               .mContractID = "@vorel/digitaltvaudiochannel;1"};
   static constexpr nsClassInfoRecord kClassInfo =
-      NS_ClassInfo<"", nsIDigitalTvAudioChannel>(kModuleClass.mCID);
+      NS_ClassInfoOfAll<"", nsImplementsWith>(kModuleClass.mCID);
 
   VOREL_TEXT_ATTRIBUTE(Language)
   VOREL_NUMBER_ATTRIBUTE(uint32_t, Pid)

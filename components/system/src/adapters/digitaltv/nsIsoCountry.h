@@ -1,8 +1,8 @@
 // A country as a value.
 #pragma once
 
+#include "nsClassInfoOfAll.h"
 #include "nsIIsoCountry.h"
-#include "nsImplements.h"
 #include "nsModuleClass.h"
 #include "nsString.h"
 
@@ -12,7 +12,7 @@ class nsIsoCountry final : public nsImplements<nsIsoCountry, nsIIsoCountry> {
                                               .mCID = "cd63c84b-a253-4791-9d31-c938398a8954"_iid,
                                               .mContractID = "@vorel/isocountry;1"};
   static constexpr nsClassInfoRecord kClassInfo =
-      NS_ClassInfo<"", nsIIsoCountry>(kModuleClass.mCID);
+      NS_ClassInfoOfAll<"", nsImplementsWith>(kModuleClass.mCID);
 
   nsresult GetCode(nsACString& aCode) override;
   nsresult SetCode(const nsACString& aCode) override;

@@ -1,16 +1,16 @@
 // Modes and places of displays, as values.
 #pragma once
 
+#include "nsClassInfoOfAll.h"
 #include "nsISystemDisplayMode.h"
 #include "nsISystemDisplayPosition.h"
-#include "nsImplements.h"
 #include "nsModuleClass.h"
 #include "nsString.h"
 
 class nsSystemDisplayMode final : public nsImplements<nsSystemDisplayMode, nsISystemDisplayMode> {
  public:
   static constexpr nsClassInfoRecord kClassInfo =
-      NS_ClassInfo<"", nsISystemDisplayMode>("e709bd7d-4ae7-4e0b-8721-28ae952baa98"_iid);
+      NS_ClassInfoOfAll<"", nsImplementsWith>("e709bd7d-4ae7-4e0b-8721-28ae952baa98"_iid);
 
   nsSystemDisplayMode(const nsAString& aName, uint32_t aWidth, uint32_t aHeight,
                       uint32_t aFrequency, bool aInterlaced)
@@ -45,7 +45,7 @@ class nsSystemDisplayPosition final
                                               .mContractID = "@vorel/systemdisplayposition;1",
                                               .mIsService = true};
   static constexpr nsClassInfoRecord kClassInfo =
-      NS_ClassInfo<"", nsISystemDisplayPosition>(kModuleClass.mCID);
+      NS_ClassInfoOfAll<"", nsImplementsWith>(kModuleClass.mCID);
 
   nsSystemDisplayPosition() = default;
   nsSystemDisplayPosition(int32_t aX, int32_t aY) : mX(aX), mY(aY) {}

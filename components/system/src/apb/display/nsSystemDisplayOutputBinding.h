@@ -1,10 +1,10 @@
 // The binding of display outputs: what an application profile may do with a screen.
 #pragma once
 
+#include "nsClassInfoOfAll.h"
 #include "nsISystemAdapter.h"
 #include "nsISystemApplicationProfile.h"
 #include "nsISystemDisplayOutputBinding.h"
-#include "nsImplements.h"
 #include "nsLogger.h"
 #include "nsModuleClass.h"
 
@@ -18,7 +18,7 @@ class nsSystemDisplayOutputBinding final
                                               .mCID = "e20a6b80-7874-11e3-981f-0800200c9a66"_iid,
                                               .mContractID = "@vorel/system/apb/displayoutput;1"};
   static constexpr nsClassInfoRecord kClassInfo =
-      NS_ClassInfo<"SystemDisplayOutputBinding", nsISystemDisplayOutputBinding>(kModuleClass.mCID);
+      NS_ClassInfoOfAll<"SystemDisplayOutputBinding", nsImplementsWith>(kModuleClass.mCID);
 
   nsSystemDisplayOutputBinding();
 

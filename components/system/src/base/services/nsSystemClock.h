@@ -1,8 +1,8 @@
 // The service of the machine's clock and zone.
 #pragma once
 
+#include "nsClassInfoOfAll.h"
 #include "nsISystemClock.h"
-#include "nsImplements.h"
 #include "nsLogger.h"
 #include "nsModuleClass.h"
 #include "nsPlatform.h"
@@ -20,7 +20,7 @@ class nsSystemClock final : public nsImplements<nsSystemClock, nsISystemClock> {
                                               .mContractID = "@vorel/system/clock;1",
                                               .mIsService = true};
   static constexpr nsClassInfoRecord kClassInfo =
-      NS_ClassInfo<"SystemClock", nsISystemClock>(kModuleClass.mCID);
+      NS_ClassInfoOfAll<"SystemClock", nsImplementsWith>(kModuleClass.mCID);
 
   explicit nsSystemClock(nsPlatformRef aPlatform);
 

@@ -8,8 +8,8 @@
 #include <unordered_set>
 
 #include "nsCOMPtr.h"
+#include "nsClassInfoOfAll.h"
 #include "nsISystemFont.h"
-#include "nsImplements.h"
 #include "nsLogger.h"
 #include "nsModuleClass.h"
 #include "nsPlatform.h"
@@ -21,7 +21,7 @@ class nsSystemFont final : public nsImplements<nsSystemFont, nsISystemFont> {
                                               .mContractID = "@vorel/system/systemfont;1",
                                               .mIsService = true};
   static constexpr nsClassInfoRecord kClassInfo =
-      NS_ClassInfo<"SystemFont", nsISystemFont>(kModuleClass.mCID);
+      NS_ClassInfoOfAll<"SystemFont", nsImplementsWith>(kModuleClass.mCID);
 
   /// Looks through the folders of the system's fonts.
   explicit nsSystemFont(nsPlatformRef aPlatform);

@@ -1,11 +1,11 @@
 // The watchdog of the main loop, and what else keeps an unattended machine going.
 #pragma once
 
+#include "nsClassInfoOfAll.h"
 #include "nsIObserver.h"
 #include "nsISystemMaintenance.h"
 #include "nsITimer.h"
 #include "nsITimerCallback.h"
-#include "nsImplements.h"
 #include "nsLogger.h"
 #include "nsModuleClass.h"
 #include "nsPlatform.h"
@@ -24,8 +24,7 @@ class nsSystemMaintenance final : public nsImplements<nsSystemMaintenance, nsISy
                                               .mGlobal = "systemMaintenance",
                                               .mAtStartup = true};
   static constexpr nsClassInfoRecord kClassInfo =
-      NS_ClassInfo<"SystemMaintenance", nsISystemMaintenance, nsITimerCallback, nsIObserver>(
-          kModuleClass.mCID);
+      NS_ClassInfoOfAll<"SystemMaintenance", nsImplementsWith>(kModuleClass.mCID);
 
   /// Prepares crash handling and, unless the preference "vorel.appli.crashhandler.action" is "None"
   /// or "none" or not there, arms the watchdog. No failure of that shows here.
