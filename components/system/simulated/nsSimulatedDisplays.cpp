@@ -10,17 +10,6 @@ using Settings = nsDisplaySettings;
 
 std::string CardName(size_t aIndex) { return "\\\\.\\DISPLAY" + std::to_string(aIndex + 1); }
 
-Settings SettingsOf(const Display::Mode& aMode, uint32_t aOrientation, uint32_t aBitsPerPixel) {
-  Settings settings;
-  settings.mPelsWidth = aOrientation % 2 ? aMode.mHeight : aMode.mWidth;
-  settings.mPelsHeight = aOrientation % 2 ? aMode.mWidth : aMode.mHeight;
-  settings.mDisplayFrequency = aMode.mFrequency;
-  settings.mDisplayFlags = aMode.mInterlaced ? Settings::kInterlaced : 0;
-  settings.mDisplayOrientation = aOrientation;
-  settings.mBitsPerPel = aBitsPerPixel;
-  return settings;
-}
-
 // The size may be stated as of the picture that is turned, or as of the one that is not.
 const Display::Mode* FindMode(const Display& aDisplay, uint32_t aWidth, uint32_t aHeight,
                               std::optional<uint32_t> aFrequency) {
@@ -43,7 +32,7 @@ bool Apply(const Display& aDisplay, const Settings& aSettings, Display::State* a
   if (fields & Settings::kOrientation) state.mOrientation = aSettings.mDisplayOrientation;
   if (fields & Settings::kBitsPerPel) state.mBitsPerPixel = aSettings.mBitsPerPel;
   if (fields & (Settings::kPelsWidth | Settings::kPelsHeight | Settings::kFrequency)) {
-    const Settings former = SettingsOf(state.mMode, state.mOrientation, 0);
+    const Settings former = NS_DisplaySettingsOf(state.mMode, state.mOrientation, 0);
     const uint32_t width = fields & Settings::kPelsWidth ? aSettings.mPelsWidth : former.mPelsWidth;
     const uint32_t height =
         fields & Settings::kPelsHeight ? aSettings.mPelsHeight : former.mPelsHeight;
@@ -336,7 +325,7 @@ nsresult nsSimulatedDisplays::ReadSettings(const std::string& aCard, uint32_t aI
     if (!display->mHasSettings) return NS_ERROR_NOT_AVAILABLE;
     const Display::State& state =
         aIndex == kRegistrySettings && display->mStored ? *display->mStored : display->mCurrent;
-    *aSettings = SettingsOf(state.mMode, state.mOrientation, state.mBitsPerPixel);
+    *aSettings = NS_DisplaySettingsOf(state.mMode, state.mOrientation, state.mBitsPerPixel);
     aSettings->mPositionX = state.mX;
     aSettings->mPositionY = state.mY;
     return NS_OK;
@@ -344,8 +333,9 @@ nsresult nsSimulatedDisplays::ReadSettings(const std::string& aCard, uint32_t aI
   // Each mode in each depth; as the display stands, turned or not.
   const size_t depths = display->mDepths.size();
   if (aIndex >= display->mModes.size() * depths) return NS_ERROR_NOT_AVAILABLE;
-  *aSettings = SettingsOf(display->mModes[aIndex / depths], display->mCurrent.mOrientation,
-                          display->mDepths[aIndex % depths]);
+  *aSettings =
+      NS_DisplaySettingsOf(display->mModes[aIndex / depths], display->mCurrent.mOrientation,
+                           display->mDepths[aIndex % depths]);
   aSettings->mDisplayOrientation = 0;
   return NS_OK;
 }

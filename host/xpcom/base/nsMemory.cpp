@@ -42,5 +42,3 @@ nsresult NS_GetMemoryManager(nsIMemory** aResult) {
 void* nsMemory::Alloc(size_t aSize) { return NS_Alloc(aSize); }
 void* nsMemory::Realloc(void* aPtr, size_t aSize) { return NS_Realloc(aPtr, aSize); }
 void nsMemory::Free(void* aPtr) { NS_Free(aPtr); }
-nsresult nsMemory::HeapMinimize(bool) { return NS_ERROR_NOT_IMPLEMENTED; }
-nsresult nsMemory::IsLowMemory(bool*) { return NS_ERROR_NOT_IMPLEMENTED; }

@@ -11,8 +11,8 @@ class nsMemory final : public nsImplements<nsMemory, nsIMemory> {
   void* Alloc(size_t aSize) override;
   void* Realloc(void* aPtr, size_t aSize) override;
   void Free(void* aPtr) override;
-  nsresult HeapMinimize(bool aImmediate) override;
-  nsresult IsLowMemory(bool* aResult) override;
+  nsresult HeapMinimize(bool) override { return NS_ERROR_NOT_IMPLEMENTED; }
+  nsresult IsLowMemory(bool*) override { return NS_ERROR_NOT_IMPLEMENTED; }
 
  private:
   ~nsMemory() override = default;

@@ -360,12 +360,6 @@ nsresult nsComponentManager::CreateInstanceByContractID(const char* aContractID,
                                                         void** aResult) {
   return CreateInstance(Find(aContractID), aDelegate, aIID, aResult);
 }
-nsresult nsComponentManager::AddBootstrappedManifestLocation(nsILocalFile*) {
-  return NS_ERROR_NOT_IMPLEMENTED;
-}
-nsresult nsComponentManager::RemoveBootstrappedManifestLocation(nsILocalFile*) {
-  return NS_ERROR_NOT_IMPLEMENTED;
-}
 nsresult nsComponentManager::GetService(const nsCID& aClass, const nsIID& aIID, void** aResult) {
   return GetService(Find(aClass), aIID, aResult);
 }
@@ -391,8 +385,6 @@ nsresult nsComponentManager::AutoRegister(nsIFile* aSpec) {
   const nsresult rv = aSpec->GetNativePath(path);
   return NS_FAILED(rv) ? rv : NS_RegisterManifest(*this, std::string(path.view()));
 }
-
-nsresult nsComponentManager::AutoUnregister(nsIFile*) { return NS_ERROR_NOT_IMPLEMENTED; }
 
 nsresult nsComponentManager::RegisterFactory(const nsCID& aClass, const char*,
                                              const char* aContractID, nsIFactory* aFactory) {
@@ -425,14 +417,6 @@ nsresult nsComponentManager::UnregisterFactory(const nsCID& aClass, nsIFactory* 
   mClasses.erase(known);
   std::erase_if(mContracts, [&](const auto& aContract) { return aContract.second == dropped; });
   return NS_OK;
-}
-
-nsresult nsComponentManager::RegisterFactoryLocation(const nsCID&, const char*, const char*,
-                                                     nsIFile*, const char*, const char*) {
-  return NS_ERROR_NOT_IMPLEMENTED;
-}
-nsresult nsComponentManager::UnregisterFactoryLocation(const nsCID&, nsIFile*) {
-  return NS_ERROR_NOT_IMPLEMENTED;
 }
 
 nsresult nsComponentManager::IsCIDRegistered(const nsCID& aClass, bool* aResult) {

@@ -68,8 +68,12 @@ class nsComponentManager final : public nsImplements<nsComponentManager, nsIComp
                           void** aResult) override;
   nsresult CreateInstanceByContractID(const char* aContractID, nsISupports* aDelegate,
                                       const nsIID& aIID, void** aResult) override;
-  nsresult AddBootstrappedManifestLocation(nsILocalFile* aLocation) override;
-  nsresult RemoveBootstrappedManifestLocation(nsILocalFile* aLocation) override;
+  nsresult AddBootstrappedManifestLocation(nsILocalFile*) override {
+    return NS_ERROR_NOT_IMPLEMENTED;
+  }
+  nsresult RemoveBootstrappedManifestLocation(nsILocalFile*) override {
+    return NS_ERROR_NOT_IMPLEMENTED;
+  }
   // nsIServiceManager
   nsresult GetService(const nsCID& aClass, const nsIID& aIID, void** aResult) override;
   nsresult GetServiceByContractID(const char* aContractID, const nsIID& aIID,
@@ -81,17 +85,20 @@ class nsComponentManager final : public nsImplements<nsComponentManager, nsIComp
   // nsIComponentRegistrar
   /// Reads a manifest file. Main thread.
   nsresult AutoRegister(nsIFile* aSpec) override;
-  nsresult AutoUnregister(nsIFile* aSpec) override;
+  nsresult AutoUnregister(nsIFile*) override { return NS_ERROR_NOT_IMPLEMENTED; }
   /// NS_ERROR_FACTORY_EXISTS for a class ID that has one. Without a factory it only points the
   /// contract ID to the class ID, which must be known.
   nsresult RegisterFactory(const nsCID& aClass, const char* aClassName, const char* aContractID,
                            nsIFactory* aFactory) override;
   /// Only for what RegisterFactory brought: NS_ERROR_FACTORY_NOT_REGISTERED for others.
   nsresult UnregisterFactory(const nsCID& aClass, nsIFactory* aFactory) override;
-  nsresult RegisterFactoryLocation(const nsCID& aClass, const char* aClassName,
-                                   const char* aContractID, nsIFile* aFile, const char* aLoaderStr,
-                                   const char* aType) override;
-  nsresult UnregisterFactoryLocation(const nsCID& aClass, nsIFile* aFile) override;
+  nsresult RegisterFactoryLocation(const nsCID&, const char*, const char*, nsIFile*, const char*,
+                                   const char*) override {
+    return NS_ERROR_NOT_IMPLEMENTED;
+  }
+  nsresult UnregisterFactoryLocation(const nsCID&, nsIFile*) override {
+    return NS_ERROR_NOT_IMPLEMENTED;
+  }
   nsresult IsCIDRegistered(const nsCID& aClass, bool* aResult) override;
   nsresult IsContractIDRegistered(const char* aContractID, bool* aResult) override;
   nsresult EnumerateCIDs(nsISimpleEnumerator** aResult) override;

@@ -147,10 +147,3 @@ nsresult nsCrashReporter::GetSubmitReports(bool* aSubmitReports) {
 
 // What would be for reports that are sent, and in other formats.
 nsresult nsCrashReporter::SetSubmitReports(bool) { return NS_ERROR_NOT_IMPLEMENTED; }
-nsresult nsCrashReporter::GetServerURL(nsIURL**) { return NS_ERROR_NOT_IMPLEMENTED; }
-nsresult nsCrashReporter::SetServerURL(nsIURL*) { return NS_ERROR_NOT_IMPLEMENTED; }
-nsresult nsCrashReporter::RegisterAppMemory(uint64_t, uint64_t) { return NS_ERROR_NOT_IMPLEMENTED; }
-nsresult nsCrashReporter::WriteMinidumpForException(void*) { return NS_ERROR_NOT_IMPLEMENTED; }
-nsresult nsCrashReporter::AppendObjCExceptionInfoToAppNotes(void*) {
-  return NS_ERROR_NOT_IMPLEMENTED;
-}

@@ -19,8 +19,8 @@ class nsCrashReporter : public nsICrashReporter {
 
   nsresult GetEnabled(bool* aEnabled) override;
   nsresult SetEnabled(bool aEnabled) override;
-  nsresult GetServerURL(nsIURL** aServerURL) override;
-  nsresult SetServerURL(nsIURL* aServerURL) override;
+  nsresult GetServerURL(nsIURL**) override { return NS_ERROR_NOT_IMPLEMENTED; }
+  nsresult SetServerURL(nsIURL*) override { return NS_ERROR_NOT_IMPLEMENTED; }
   /// The folder of the reports.
   nsresult GetMinidumpPath(nsILocalFile** aMinidumpPath) override;
   nsresult SetMinidumpPath(nsILocalFile* aMinidumpPath) override;
@@ -29,9 +29,9 @@ class nsCrashReporter : public nsICrashReporter {
   /// ends of lines in the data are written as "\n".
   nsresult AnnotateCrashReport(const nsACString& aKey, const nsACString& aData) override;
   nsresult AppendAppNotesToCrashReport(const nsACString& aData) override;
-  nsresult RegisterAppMemory(uint64_t aPtr, uint64_t aSize) override;
-  nsresult WriteMinidumpForException(void* aExceptionInfo) override;
-  nsresult AppendObjCExceptionInfoToAppNotes(void* aException) override;
+  nsresult RegisterAppMemory(uint64_t, uint64_t) override { return NS_ERROR_NOT_IMPLEMENTED; }
+  nsresult WriteMinidumpForException(void*) override { return NS_ERROR_NOT_IMPLEMENTED; }
+  nsresult AppendObjCExceptionInfoToAppNotes(void*) override { return NS_ERROR_NOT_IMPLEMENTED; }
   nsresult GetSubmitReports(bool* aSubmitReports) override;
   nsresult SetSubmitReports(bool aSubmitReports) override;
 

@@ -33,13 +33,19 @@ class nsCharsetConverterManager final
   nsresult GetCharsetAlias(const char* aCharset, nsACString& aResult) override;
   // NS_ERROR_NOT_IMPLEMENTED, all: the system has no list of its converters, and nothing to say
   // about them.
-  nsresult GetDecoderList(nsIUTF8StringEnumerator** aResult) override;
-  nsresult GetEncoderList(nsIUTF8StringEnumerator** aResult) override;
-  nsresult GetCharsetDetectorList(nsIUTF8StringEnumerator** aResult) override;
-  nsresult GetCharsetTitle(const char* aCharset, nsAString& aResult) override;
-  nsresult GetCharsetData(const char* aCharset, const char16_t* aProp, nsAString& aResult) override;
-  nsresult GetCharsetLangGroup(const char* aCharset, nsIAtom** aResult) override;
-  nsresult GetCharsetLangGroupRaw(const char* aCharset, nsIAtom** aResult) override;
+  nsresult GetDecoderList(nsIUTF8StringEnumerator**) override { return NS_ERROR_NOT_IMPLEMENTED; }
+  nsresult GetEncoderList(nsIUTF8StringEnumerator**) override { return NS_ERROR_NOT_IMPLEMENTED; }
+  nsresult GetCharsetDetectorList(nsIUTF8StringEnumerator**) override {
+    return NS_ERROR_NOT_IMPLEMENTED;
+  }
+  nsresult GetCharsetTitle(const char*, nsAString&) override { return NS_ERROR_NOT_IMPLEMENTED; }
+  nsresult GetCharsetData(const char*, const char16_t*, nsAString&) override {
+    return NS_ERROR_NOT_IMPLEMENTED;
+  }
+  nsresult GetCharsetLangGroup(const char*, nsIAtom**) override { return NS_ERROR_NOT_IMPLEMENTED; }
+  nsresult GetCharsetLangGroupRaw(const char*, nsIAtom**) override {
+    return NS_ERROR_NOT_IMPLEMENTED;
+  }
 
  private:
   ~nsCharsetConverterManager() override = default;

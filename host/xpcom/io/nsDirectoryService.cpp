@@ -109,7 +109,3 @@ nsresult nsDirectoryService::Undefine(const char* aKey) {
   if (!aKey) return NS_ERROR_NULL_POINTER;
   return mFiles.erase(aKey) ? NS_OK : NS_ERROR_FAILURE;
 }
-
-nsresult nsDirectoryService::GetKeys(uint32_t* /*aCount*/, char*** /*aKeys*/) {
-  return NS_ERROR_NOT_IMPLEMENTED;
-}

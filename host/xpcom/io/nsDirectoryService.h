@@ -40,7 +40,7 @@ class nsDirectoryService final
   nsresult Has(const char* aKey, bool* aResult) override;
   /// NS_ERROR_FAILURE for a key that is not set.
   nsresult Undefine(const char* aKey) override;
-  nsresult GetKeys(uint32_t* aCount, char*** aKeys) override;
+  nsresult GetKeys(uint32_t*, char***) override { return NS_ERROR_NOT_IMPLEMENTED; }
 
  private:
   ~nsDirectoryService() override = default;

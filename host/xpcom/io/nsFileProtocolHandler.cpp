@@ -52,10 +52,6 @@ nsresult nsFileProtocolHandler::NewURI(const nsACString& aSpec, const char* /*aO
   return nsStandardURL::Make(aSpec, aBaseURI, aResult);
 }
 
-nsresult nsFileProtocolHandler::NewChannel(nsIURI* /*aURI*/, nsIChannel** /*aResult*/) {
-  return NS_ERROR_NOT_IMPLEMENTED;
-}
-
 nsresult nsFileProtocolHandler::AllowPort(int32_t /*aPort*/, const char* /*aScheme*/,
                                           bool* aResult) {
   if (!aResult) return NS_ERROR_NULL_POINTER;

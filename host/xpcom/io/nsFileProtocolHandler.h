@@ -24,7 +24,7 @@ class nsFileProtocolHandler final
   nsresult GetProtocolFlags(uint32_t* aProtocolFlags) override;
   nsresult NewURI(const nsACString& aSpec, const char* aOriginCharset, nsIURI* aBaseURI,
                   nsIURI** aResult) override;
-  nsresult NewChannel(nsIURI* aURI, nsIChannel** aResult) override;
+  nsresult NewChannel(nsIURI*, nsIChannel**) override { return NS_ERROR_NOT_IMPLEMENTED; }
   nsresult AllowPort(int32_t aPort, const char* aScheme, bool* aResult) override;
   nsresult NewFileURI(nsIFile* aFile, nsIURI** aResult) override;
   /// With "/" at the end for a directory.

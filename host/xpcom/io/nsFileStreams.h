@@ -64,8 +64,9 @@ class nsFileInputStream final
   nsresult Available(uint32_t* aResult) override;
   nsresult Read(char* aBuf, uint32_t aCount, uint32_t* aResult) override;
   /// NS_ERROR_NOT_IMPLEMENTED: there is no buffer to hand out.
-  nsresult ReadSegments(nsWriteSegmentFun aWriter, void* aClosure, uint32_t aCount,
-                        uint32_t* aResult) override;
+  nsresult ReadSegments(nsWriteSegmentFun, void*, uint32_t, uint32_t*) override {
+    return NS_ERROR_NOT_IMPLEMENTED;
+  }
   nsresult IsNonBlocking(bool* aResult) override;
   nsresult Seek(int32_t aWhence, int64_t aOffset) override;
   nsresult Tell(int64_t* aResult) override;
@@ -89,8 +90,9 @@ class nsFileOutputStream final
   nsresult Write(const char* aBuf, uint32_t aCount, uint32_t* aResult) override;
   nsresult WriteFrom(nsIInputStream* aFromStream, uint32_t aCount, uint32_t* aResult) override;
   /// NS_ERROR_NOT_IMPLEMENTED: there is no buffer to hand out.
-  nsresult WriteSegments(nsReadSegmentFun aReader, void* aClosure, uint32_t aCount,
-                         uint32_t* aResult) override;
+  nsresult WriteSegments(nsReadSegmentFun, void*, uint32_t, uint32_t*) override {
+    return NS_ERROR_NOT_IMPLEMENTED;
+  }
   nsresult IsNonBlocking(bool* aResult) override;
   nsresult Seek(int32_t aWhence, int64_t aOffset) override;
   nsresult Tell(int64_t* aResult) override;
@@ -114,8 +116,9 @@ class nsSafeFileOutputStream final
   nsresult Flush() override;
   nsresult Write(const char* aBuf, uint32_t aCount, uint32_t* aResult) override;
   nsresult WriteFrom(nsIInputStream* aFromStream, uint32_t aCount, uint32_t* aResult) override;
-  nsresult WriteSegments(nsReadSegmentFun aReader, void* aClosure, uint32_t aCount,
-                         uint32_t* aResult) override;
+  nsresult WriteSegments(nsReadSegmentFun, void*, uint32_t, uint32_t*) override {
+    return NS_ERROR_NOT_IMPLEMENTED;
+  }
   nsresult IsNonBlocking(bool* aResult) override;
   /// The first failure of a write, if there was one.
   nsresult Finish() override;

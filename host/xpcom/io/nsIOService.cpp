@@ -61,21 +61,6 @@ nsresult nsIOService::NewFileURI(nsIFile* aFile, nsIURI** aResult) {
   return NS_FAILED(rv) ? rv : handler->NewFileURI(aFile, aResult);
 }
 
-nsresult nsIOService::NewChannelFromURI(nsIURI* /*aURI*/, nsIChannel** /*aResult*/) {
-  return NS_ERROR_NOT_IMPLEMENTED;
-}
-
-nsresult nsIOService::NewChannel(const nsACString& /*aSpec*/, const char* /*aOriginCharset*/,
-                                 nsIURI* /*aBaseURI*/, nsIChannel** /*aResult*/) {
-  return NS_ERROR_NOT_IMPLEMENTED;
-}
-
-nsresult nsIOService::NewChannelFromURIWithProxyFlags(nsIURI* /*aURI*/, nsIURI* /*aProxyURI*/,
-                                                      uint32_t /*aProxyFlags*/,
-                                                      nsIChannel** /*aResult*/) {
-  return NS_ERROR_NOT_IMPLEMENTED;
-}
-
 nsresult nsIOService::GetOffline(bool* aOffline) {
   if (!aOffline) return NS_ERROR_NULL_POINTER;
   *aOffline = mOffline;

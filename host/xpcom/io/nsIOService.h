@@ -20,9 +20,10 @@ class nsIOService final : public nsImplements<nsIOService, nsIIOService2, nsIObs
   nsresult NewURI(const nsACString& aSpec, const char* aOriginCharset, nsIURI* aBaseURI,
                   nsIURI** aResult) override;
   nsresult NewFileURI(nsIFile* aFile, nsIURI** aResult) override;
-  nsresult NewChannelFromURI(nsIURI* aURI, nsIChannel** aResult) override;
-  nsresult NewChannel(const nsACString& aSpec, const char* aOriginCharset, nsIURI* aBaseURI,
-                      nsIChannel** aResult) override;
+  nsresult NewChannelFromURI(nsIURI*, nsIChannel**) override { return NS_ERROR_NOT_IMPLEMENTED; }
+  nsresult NewChannel(const nsACString&, const char*, nsIURI*, nsIChannel**) override {
+    return NS_ERROR_NOT_IMPLEMENTED;
+  }
   /// A change is announced: "network:offline-about-to-go-offline" (before) and
   /// "network:offline-status-changed".
   nsresult GetOffline(bool* aOffline) override;
@@ -33,8 +34,9 @@ class nsIOService final : public nsImplements<nsIOService, nsIIOService2, nsIObs
   /// While true, "network:link-status-changed" sets the offline state. False at first.
   nsresult GetManageOfflineStatus(bool* aManageOfflineStatus) override;
   nsresult SetManageOfflineStatus(bool aManageOfflineStatus) override;
-  nsresult NewChannelFromURIWithProxyFlags(nsIURI* aURI, nsIURI* aProxyURI, uint32_t aProxyFlags,
-                                           nsIChannel** aResult) override;
+  nsresult NewChannelFromURIWithProxyFlags(nsIURI*, nsIURI*, uint32_t, nsIChannel**) override {
+    return NS_ERROR_NOT_IMPLEMENTED;
+  }
 
   nsresult Observe(nsISupports* aSubject, const char* aTopic, const char16_t* aData) override;
 

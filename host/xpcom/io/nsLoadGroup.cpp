@@ -70,10 +70,6 @@ nsresult nsLoadGroup::GetLoadGroup(nsILoadGroup** aLoadGroup) {
   return NS_OK;
 }
 
-nsresult nsLoadGroup::SetLoadGroup(nsILoadGroup* /*aLoadGroup*/) {
-  return NS_ERROR_NOT_IMPLEMENTED;
-}
-
 nsresult nsLoadGroup::GetLoadFlags(uint32_t* aLoadFlags) {
   if (!aLoadFlags) return NS_ERROR_NULL_POINTER;
   *aLoadFlags = mLoadFlags;

@@ -32,7 +32,7 @@ class nsLoadGroup final : public nsImplements<nsLoadGroup, nsILoadGroup> {
   nsresult Suspend() override;
   nsresult Resume() override;
   nsresult GetLoadGroup(nsILoadGroup** aLoadGroup) override;
-  nsresult SetLoadGroup(nsILoadGroup* aLoadGroup) override;
+  nsresult SetLoadGroup(nsILoadGroup*) override { return NS_ERROR_NOT_IMPLEMENTED; }
   nsresult GetLoadFlags(uint32_t* aLoadFlags) override;
   nsresult SetLoadFlags(uint32_t aLoadFlags) override;
 

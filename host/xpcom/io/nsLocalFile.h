@@ -53,7 +53,7 @@ class nsLocalFile final : public nsImplements<nsLocalFile, nsILocalFile> {
   nsresult SetPermissions(uint32_t aPermissions) override;
   nsresult GetPermissionsOfLink(uint32_t* aPermissionsOfLink) override;
   /// NS_ERROR_NOT_IMPLEMENTED: links have none of their own here.
-  nsresult SetPermissionsOfLink(uint32_t aPermissionsOfLink) override;
+  nsresult SetPermissionsOfLink(uint32_t) override { return NS_ERROR_NOT_IMPLEMENTED; }
   /// Milliseconds since 1970.
   nsresult GetLastModifiedTime(int64_t* aLastModifiedTime) override;
   nsresult SetLastModifiedTime(int64_t aLastModifiedTime) override;
@@ -109,8 +109,8 @@ class nsLocalFile final : public nsImplements<nsLocalFile, nsILocalFile> {
   nsresult GetPersistentDescriptor(nsACString& aPersistentDescriptor) override;
   nsresult SetPersistentDescriptor(const nsACString& aPersistentDescriptor) override;
   /// NS_ERROR_NOT_IMPLEMENTED, both: they would start a program.
-  nsresult Reveal() override;
-  nsresult Launch() override;
+  nsresult Reveal() override { return NS_ERROR_NOT_IMPLEMENTED; }
+  nsresult Launch() override { return NS_ERROR_NOT_IMPLEMENTED; }
   /// The way from a directory to this, with "../" for each step up.
   nsresult GetRelativeDescriptor(nsIFile* aFromFile, nsACString& aResult) override;
   nsresult SetRelativeDescriptor(nsIFile* aFromFile, const nsACString& aRelativeDesc) override;

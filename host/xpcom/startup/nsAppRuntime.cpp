@@ -28,25 +28,18 @@ nsresult nsAppRuntime::GetAppBuildID(nsACString& aAppBuildID) {
 nsresult nsAppRuntime::GetPlatformVersion(nsACString& aPlatformVersion) {
   return NS_Give(kPlatformVersion, aPlatformVersion);
 }
-nsresult nsAppRuntime::GetPlatformBuildID(nsACString&) { return NS_ERROR_NOT_IMPLEMENTED; }
 nsresult nsAppRuntime::GetInSafeMode(bool* aInSafeMode) {
   if (!aInSafeMode) return NS_ERROR_NULL_POINTER;
   *aInSafeMode = false;
   return NS_OK;
 }
-nsresult nsAppRuntime::GetLogConsoleErrors(bool*) { return NS_ERROR_NOT_IMPLEMENTED; }
-nsresult nsAppRuntime::SetLogConsoleErrors(bool) { return NS_ERROR_NOT_IMPLEMENTED; }
 nsresult nsAppRuntime::GetOS(nsACString& aOS) { return NS_Give(kOS, aOS); }
 nsresult nsAppRuntime::GetXPCOMABI(nsACString& aXPCOMABI) { return NS_Give(kABI, aXPCOMABI); }
-nsresult nsAppRuntime::GetWidgetToolkit(nsACString&) { return NS_ERROR_NOT_IMPLEMENTED; }
 nsresult nsAppRuntime::GetProcessType(uint32_t* aProcessType) {
   if (!aProcessType) return NS_ERROR_NULL_POINTER;
   *aProcessType = static_cast<uint32_t>(XRE_GetProcessType());
   return NS_OK;
 }
-nsresult nsAppRuntime::InvalidateCachesOnRestart() { return NS_ERROR_NOT_IMPLEMENTED; }
-nsresult nsAppRuntime::EnsureContentProcess() { return NS_ERROR_NOT_IMPLEMENTED; }
-nsresult nsAppRuntime::GetReplacedLockTime(int64_t*) { return NS_ERROR_NOT_IMPLEMENTED; }
 
 nsresult nsAppStartup::Run() {
   nsHost* const host = nsHost::Current();
@@ -72,13 +65,3 @@ nsresult nsAppStartup::GetShuttingDown(bool* aShuttingDown) {
 
 // There are no windows of the host's own, and nothing that would start it again.
 nsresult nsAppStartup::CreateHiddenWindow() { return NS_ERROR_NOT_IMPLEMENTED; }
-nsresult nsAppStartup::DestroyHiddenWindow() { return NS_ERROR_NOT_IMPLEMENTED; }
-nsresult nsAppStartup::EnterLastWindowClosingSurvivalArea() { return NS_ERROR_NOT_IMPLEMENTED; }
-nsresult nsAppStartup::ExitLastWindowClosingSurvivalArea() { return NS_ERROR_NOT_IMPLEMENTED; }
-nsresult nsAppStartup::GetAutomaticSafeModeNecessary(bool*) { return NS_ERROR_NOT_IMPLEMENTED; }
-nsresult nsAppStartup::RestartInSafeMode(uint32_t) { return NS_ERROR_NOT_IMPLEMENTED; }
-nsresult nsAppStartup::TrackStartupCrashBegin(bool*) { return NS_ERROR_NOT_IMPLEMENTED; }
-nsresult nsAppStartup::TrackStartupCrashEnd() { return NS_ERROR_NOT_IMPLEMENTED; }
-nsresult nsAppStartup::GetStartupInfo(JSContext*, jsval*) { return NS_ERROR_NOT_IMPLEMENTED; }
-nsresult nsAppStartup::GetInterrupted(bool*) { return NS_ERROR_NOT_IMPLEMENTED; }
-nsresult nsAppStartup::SetInterrupted(bool) { return NS_ERROR_NOT_IMPLEMENTED; }

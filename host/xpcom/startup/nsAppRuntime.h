@@ -19,17 +19,17 @@ class nsAppRuntime final
   nsresult GetVersion(nsACString& aVersion) override;
   nsresult GetAppBuildID(nsACString& aAppBuildID) override;
   nsresult GetPlatformVersion(nsACString& aPlatformVersion) override;
-  nsresult GetPlatformBuildID(nsACString& aPlatformBuildID) override;
+  nsresult GetPlatformBuildID(nsACString&) override { return NS_ERROR_NOT_IMPLEMENTED; }
   nsresult GetInSafeMode(bool* aInSafeMode) override;
-  nsresult GetLogConsoleErrors(bool* aLogConsoleErrors) override;
-  nsresult SetLogConsoleErrors(bool aLogConsoleErrors) override;
+  nsresult GetLogConsoleErrors(bool*) override { return NS_ERROR_NOT_IMPLEMENTED; }
+  nsresult SetLogConsoleErrors(bool) override { return NS_ERROR_NOT_IMPLEMENTED; }
   nsresult GetOS(nsACString& aOS) override;
   nsresult GetXPCOMABI(nsACString& aXPCOMABI) override;
-  nsresult GetWidgetToolkit(nsACString& aWidgetToolkit) override;
+  nsresult GetWidgetToolkit(nsACString&) override { return NS_ERROR_NOT_IMPLEMENTED; }
   nsresult GetProcessType(uint32_t* aProcessType) override;
-  nsresult InvalidateCachesOnRestart() override;
-  nsresult EnsureContentProcess() override;
-  nsresult GetReplacedLockTime(int64_t* aReplacedLockTime) override;
+  nsresult InvalidateCachesOnRestart() override { return NS_ERROR_NOT_IMPLEMENTED; }
+  nsresult EnsureContentProcess() override { return NS_ERROR_NOT_IMPLEMENTED; }
+  nsresult GetReplacedLockTime(int64_t*) override { return NS_ERROR_NOT_IMPLEMENTED; }
 
  private:
   ~nsAppRuntime() override = default;
@@ -39,21 +39,21 @@ class nsAppRuntime final
 class nsAppStartup final : public nsImplements<nsAppStartup, nsIAppStartup> {
  public:
   nsresult CreateHiddenWindow() override;
-  nsresult DestroyHiddenWindow() override;
+  nsresult DestroyHiddenWindow() override { return NS_ERROR_NOT_IMPLEMENTED; }
   nsresult Run() override;
-  nsresult EnterLastWindowClosingSurvivalArea() override;
-  nsresult ExitLastWindowClosingSurvivalArea() override;
-  nsresult GetAutomaticSafeModeNecessary(bool* aAutomaticSafeModeNecessary) override;
-  nsresult RestartInSafeMode(uint32_t aQuitMode) override;
-  nsresult TrackStartupCrashBegin(bool* aResult) override;
-  nsresult TrackStartupCrashEnd() override;
+  nsresult EnterLastWindowClosingSurvivalArea() override { return NS_ERROR_NOT_IMPLEMENTED; }
+  nsresult ExitLastWindowClosingSurvivalArea() override { return NS_ERROR_NOT_IMPLEMENTED; }
+  nsresult GetAutomaticSafeModeNecessary(bool*) override { return NS_ERROR_NOT_IMPLEMENTED; }
+  nsresult RestartInSafeMode(uint32_t) override { return NS_ERROR_NOT_IMPLEMENTED; }
+  nsresult TrackStartupCrashBegin(bool*) override { return NS_ERROR_NOT_IMPLEMENTED; }
+  nsresult TrackStartupCrashEnd() override { return NS_ERROR_NOT_IMPLEMENTED; }
   /// Whatever the mode, the application ends; NS_ERROR_NOT_IMPLEMENTED for one that starts it
   /// again, and NS_ERROR_NOT_SAME_THREAD on another thread.
   nsresult Quit(uint32_t aMode) override;
   nsresult GetShuttingDown(bool* aShuttingDown) override;
-  nsresult GetStartupInfo(JSContext* aContext, jsval* aResult) override;
-  nsresult GetInterrupted(bool* aInterrupted) override;
-  nsresult SetInterrupted(bool aInterrupted) override;
+  nsresult GetStartupInfo(JSContext*, jsval*) override { return NS_ERROR_NOT_IMPLEMENTED; }
+  nsresult GetInterrupted(bool*) override { return NS_ERROR_NOT_IMPLEMENTED; }
+  nsresult SetInterrupted(bool) override { return NS_ERROR_NOT_IMPLEMENTED; }
 
  private:
   ~nsAppStartup() override = default;

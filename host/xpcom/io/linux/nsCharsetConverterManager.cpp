@@ -263,25 +263,3 @@ nsresult nsCharsetConverterManager::GetCharsetAlias(const char* aCharset, nsACSt
   if (!Converter(kUnicode, name).IsOpen()) return NS_ERROR_UCONV_NOCONV;
   return NS_Give(name, aResult);
 }
-
-nsresult nsCharsetConverterManager::GetDecoderList(nsIUTF8StringEnumerator**) {
-  return NS_ERROR_NOT_IMPLEMENTED;
-}
-nsresult nsCharsetConverterManager::GetEncoderList(nsIUTF8StringEnumerator**) {
-  return NS_ERROR_NOT_IMPLEMENTED;
-}
-nsresult nsCharsetConverterManager::GetCharsetDetectorList(nsIUTF8StringEnumerator**) {
-  return NS_ERROR_NOT_IMPLEMENTED;
-}
-nsresult nsCharsetConverterManager::GetCharsetTitle(const char*, nsAString&) {
-  return NS_ERROR_NOT_IMPLEMENTED;
-}
-nsresult nsCharsetConverterManager::GetCharsetData(const char*, const char16_t*, nsAString&) {
-  return NS_ERROR_NOT_IMPLEMENTED;
-}
-nsresult nsCharsetConverterManager::GetCharsetLangGroup(const char*, nsIAtom**) {
-  return NS_ERROR_NOT_IMPLEMENTED;
-}
-nsresult nsCharsetConverterManager::GetCharsetLangGroupRaw(const char*, nsIAtom**) {
-  return NS_ERROR_NOT_IMPLEMENTED;
-}

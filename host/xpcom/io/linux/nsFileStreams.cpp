@@ -212,11 +212,6 @@ nsresult nsFileInputStream::Read(char* aBuf, uint32_t aCount, uint32_t* aResult)
   return rv;
 }
 
-nsresult nsFileInputStream::ReadSegments(nsWriteSegmentFun /*aWriter*/, void* /*aClosure*/,
-                                         uint32_t /*aCount*/, uint32_t* /*aResult*/) {
-  return NS_ERROR_NOT_IMPLEMENTED;
-}
-
 nsresult nsFileInputStream::IsNonBlocking(bool* aResult) {
   if (!aResult) return NS_ERROR_NULL_POINTER;
   *aResult = false;
@@ -264,11 +259,6 @@ nsresult nsFileOutputStream::WriteFrom(nsIInputStream* aFromStream, uint32_t aCo
   return CopyFrom(aFromStream, aCount, aResult, [this](const char* aBuf, uint32_t aLength) {
     return mFile.Write(aBuf, aLength);
   });
-}
-
-nsresult nsFileOutputStream::WriteSegments(nsReadSegmentFun /*aReader*/, void* /*aClosure*/,
-                                           uint32_t /*aCount*/, uint32_t* /*aResult*/) {
-  return NS_ERROR_NOT_IMPLEMENTED;
 }
 
 nsresult nsFileOutputStream::IsNonBlocking(bool* aResult) {
@@ -335,11 +325,6 @@ nsresult nsSafeFileOutputStream::WriteFrom(nsIInputStream* aFromStream, uint32_t
     uint32_t written = 0;
     return Write(aBuf, aLength, &written);
   });
-}
-
-nsresult nsSafeFileOutputStream::WriteSegments(nsReadSegmentFun /*aReader*/, void* /*aClosure*/,
-                                               uint32_t /*aCount*/, uint32_t* /*aResult*/) {
-  return NS_ERROR_NOT_IMPLEMENTED;
 }
 
 nsresult nsSafeFileOutputStream::IsNonBlocking(bool* aResult) {

@@ -362,10 +362,6 @@ nsresult nsLocalFile::GetPermissionsOfLink(uint32_t* aPermissionsOfLink) {
   return rv;
 }
 
-nsresult nsLocalFile::SetPermissionsOfLink(uint32_t /*aPermissionsOfLink*/) {
-  return NS_ERROR_NOT_IMPLEMENTED;
-}
-
 nsresult nsLocalFile::GetTime(int64_t* aTime, bool aOfLink) {
   if (!aTime) return NS_ERROR_NULL_POINTER;
   struct stat facts;
@@ -599,6 +595,3 @@ nsresult nsLocalFile::Load(PRLibrary** aResult) {
   *aResult = library;
   return NS_OK;
 }
-
-nsresult nsLocalFile::Reveal() { return NS_ERROR_NOT_IMPLEMENTED; }
-nsresult nsLocalFile::Launch() { return NS_ERROR_NOT_IMPLEMENTED; }

@@ -45,6 +45,20 @@ struct nsDisplaySettings {
   uint32_t mDisplayFrequency = 0;  ///< Hz.
 };
 
+/// The record of a backend's mode, for a picture turned by aOrientation quarters.
+template <class Mode>
+nsDisplaySettings NS_DisplaySettingsOf(const Mode& aMode, uint32_t aOrientation,
+                                       uint32_t aBitsPerPixel) {
+  nsDisplaySettings settings;
+  settings.mPelsWidth = aOrientation % 2 ? aMode.mHeight : aMode.mWidth;
+  settings.mPelsHeight = aOrientation % 2 ? aMode.mWidth : aMode.mHeight;
+  settings.mDisplayFrequency = aMode.mFrequency;
+  settings.mDisplayFlags = aMode.mInterlaced ? nsDisplaySettings::kInterlaced : 0;
+  settings.mDisplayOrientation = aOrientation;
+  settings.mBitsPerPel = aBitsPerPixel;
+  return settings;
+}
+
 /// What a monitor does of itself.
 struct nsVideoParameters {
   static constexpr uint32_t kGet = 1, kSet = 2;                 ///< Values of mCommand.

@@ -12,8 +12,6 @@ struct Free {
   void operator()(void* aMemory) const { NS_Free(aMemory); }
 };
 using OwnedBytes = std::unique_ptr<uint8_t, Free>;
-
-nsresult RefuseArguments(uint32_t aArgc) { return aArgc == 0 ? NS_OK : NS_ERROR_FAILURE; }
 }  // namespace
 
 nsresult nsAddressBytes::GetBytes(uint32_t* aCount, uint8_t** aBytes) const {
@@ -60,21 +58,12 @@ nsresult nsSystemIPv4Structure::Parse(std::string_view aText) {
   return vorel::address::ParseIPv4(aText, mBytes.First<kLength>());
 }
 
-nsresult nsSystemIPv4Structure::Initialize(nsISupports*, JSContext*, JSObject*, uint32_t, jsval*) {
-  return NS_OK;
-}
-
 std::string nsSystemIPv6Structure::Format() {
   return vorel::address::FormatIPv6(mBytes.First<kLength>());
 }
 
 nsresult nsSystemIPv6Structure::Parse(std::string_view aText) {
   return vorel::address::ParseIPv6(aText, mBytes.First<kLength>());
-}
-
-nsresult nsSystemIPv6Structure::Initialize(nsISupports*, JSContext*, JSObject*, uint32_t aArgc,
-                                           jsval*) {
-  return RefuseArguments(aArgc);
 }
 
 std::string nsSystemMACStructure::Format() { return vorel::address::FormatMAC(mBytes.Address()); }
@@ -84,11 +73,6 @@ nsresult nsSystemMACStructure::Parse(std::string_view aText) {
   if (const nsresult rv = vorel::address::ParseMAC(aText, &bytes); NS_FAILED(rv)) return rv;
   mBytes.Assign(bytes);
   return NS_OK;
-}
-
-nsresult nsSystemMACStructure::Initialize(nsISupports*, JSContext*, JSObject*, uint32_t aArgc,
-                                          jsval*) {
-  return RefuseArguments(aArgc);
 }
 
 nsresult nsSystemIPAddress::GetAddress(nsISystemIPStructure** aAddress) {
@@ -138,9 +122,4 @@ nsresult nsSystemIPAddress::SetMask(nsISystemIPStructure* aMask) {
 nsresult nsSystemIPAddress::GetPrefixOrigin(uint16_t* aPrefixOrigin) {
   *aPrefixOrigin = mPrefixOrigin;
   return NS_OK;
-}
-
-nsresult nsSystemIPAddress::Initialize(nsISupports*, JSContext*, JSObject*, uint32_t aArgc,
-                                       jsval*) {
-  return RefuseArguments(aArgc);
 }

@@ -38,7 +38,8 @@ class nsAddressBytes {
   std::vector<uint8_t> mBytes;
 };
 
-/// What the three plain values share. Class gives kLength, and the text form by Format and Parse.
+/// What the three plain values share. Class gives kLength and kIgnoresArguments, and the text
+/// form by Format and Parse.
 template <class Class, class Interface>
 class nsSystemIPStructure : public nsImplements<Class, Interface, nsIJSNativeInitializer> {
  public:
@@ -62,6 +63,11 @@ class nsSystemIPStructure : public nsImplements<Class, Interface, nsIJSNativeIni
   }
   nsresult Equals(nsISystemIPStructure* aOther, bool* aEqual) override {
     return mBytes.Equals(aOther, aEqual);
+  }
+  /// NS_ERROR_FAILURE with arguments of the script constructor, but for the class that ignores
+  /// them.
+  nsresult Initialize(nsISupports*, JSContext*, JSObject*, uint32_t aArgc, jsval*) override {
+    return aArgc == 0 || Class::kIgnoresArguments ? NS_OK : NS_ERROR_FAILURE;
   }
 
  protected:
@@ -90,6 +96,7 @@ class nsSystemIPv4Structure final
     : public nsSystemIPStructure<nsSystemIPv4Structure, nsISystemIPv4Structure> {
  public:
   static constexpr uint32_t kLength = 4;
+  static constexpr bool kIgnoresArguments = true;
   static constexpr nsModuleClass kModuleClass{.mRow = 0,
                                               .mCID = "44be1a59-69ba-401e-aa66-ee1e5142d685"_iid,
                                               .mContractID = "@vorel/system/ipv4structure;1"};
@@ -100,9 +107,6 @@ class nsSystemIPv4Structure final
   VOREL_ADDRESS_BYTES_0_TO_3
   std::string Format();
   nsresult Parse(std::string_view aText);
-  /// Takes and ignores any arguments of the script constructor.
-  nsresult Initialize(nsISupports* aOwner, JSContext* aCx, JSObject* aObject, uint32_t aArgc,
-                      jsval* aArgv) override;
 
  private:
   ~nsSystemIPv4Structure() override = default;
@@ -112,6 +116,7 @@ class nsSystemIPv6Structure final
     : public nsSystemIPStructure<nsSystemIPv6Structure, nsISystemIPv6Structure> {
  public:
   static constexpr uint32_t kLength = 16;
+  static constexpr bool kIgnoresArguments = false;
   static constexpr nsModuleClass kModuleClass{.mRow = 1,
                                               .mCID = "fb3dbf4f-d33f-49a0-9b48-45d3d3f5d3dd"_iid,
                                               .mContractID = "@vorel/system/ipv6structure;1"};
@@ -132,9 +137,6 @@ class nsSystemIPv6Structure final
   VOREL_ADDRESS_BYTE(15)
   std::string Format();
   nsresult Parse(std::string_view aText);
-  /// NS_ERROR_FAILURE with arguments.
-  nsresult Initialize(nsISupports* aOwner, JSContext* aCx, JSObject* aObject, uint32_t aArgc,
-                      jsval* aArgv) override;
 
  private:
   ~nsSystemIPv6Structure() override = default;
@@ -144,6 +146,7 @@ class nsSystemMACStructure final
     : public nsSystemIPStructure<nsSystemMACStructure, nsISystemMACStructure> {
  public:
   static constexpr uint32_t kLength = 6;
+  static constexpr bool kIgnoresArguments = false;
   static constexpr nsModuleClass kModuleClass{.mRow = 2,
                                               .mCID = "2348063c-bd53-4d5d-974e-90e20dc9c54d"_iid,
                                               .mContractID = "@vorel/system/macstructure;1"};
@@ -154,9 +157,6 @@ class nsSystemMACStructure final
   VOREL_ADDRESS_BYTES_0_TO_5
   std::string Format();
   nsresult Parse(std::string_view aText);
-  /// NS_ERROR_FAILURE with arguments.
-  nsresult Initialize(nsISupports* aOwner, JSContext* aCx, JSObject* aObject, uint32_t aArgc,
-                      jsval* aArgv) override;
 
  private:
   ~nsSystemMACStructure() override = default;
@@ -192,8 +192,9 @@ class nsSystemIPAddress final
   nsresult GetDadState(uint32_t*) override { return NS_ERROR_NOT_IMPLEMENTED; }
   nsresult SetDadState(uint32_t) override { return NS_ERROR_NOT_IMPLEMENTED; }
   /// NS_ERROR_FAILURE with arguments.
-  nsresult Initialize(nsISupports* aOwner, JSContext* aCx, JSObject* aObject, uint32_t aArgc,
-                      jsval* aArgv) override;
+  nsresult Initialize(nsISupports*, JSContext*, JSObject*, uint32_t aArgc, jsval*) override {
+    return aArgc == 0 ? NS_OK : NS_ERROR_FAILURE;
+  }
 
  private:
   ~nsSystemIPAddress() override = default;

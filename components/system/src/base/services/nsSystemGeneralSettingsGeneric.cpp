@@ -59,10 +59,6 @@ nsresult nsSystemGeneralSettingsGeneric::InitGeneric() {
   return NS_OK;
 }
 
-nsresult nsSystemGeneralSettingsGeneric::SetHostName(const nsACString&) {
-  return NS_ERROR_NOT_IMPLEMENTED;
-}
-
 // The first LAN adapter is what the machine is known by.
 nsresult nsSystemGeneralSettingsGeneric::GetAdapter(nsISystemAdapter** aAdapter) {
   nsresult rv;
@@ -139,35 +135,4 @@ nsresult nsSystemGeneralSettingsGeneric::SetField(char aDigit, const nsAString& 
   // A preference would end at a zero.
   if (NS_View(aField).find(u'\0') != std::u16string_view::npos) return NS_ERROR_INVALID_ARG;
   return mPrefs->SetCharPref((std::string(kFieldPref) + aDigit).c_str(), NS_ToUtf8(aField).c_str());
-}
-
-nsresult nsSystemGeneralSettingsGeneric::GetField1(nsAString& aField) {
-  return GetField('1', aField);
-}
-nsresult nsSystemGeneralSettingsGeneric::SetField1(const nsAString& aField) {
-  return SetField('1', aField);
-}
-nsresult nsSystemGeneralSettingsGeneric::GetField2(nsAString& aField) {
-  return GetField('2', aField);
-}
-nsresult nsSystemGeneralSettingsGeneric::SetField2(const nsAString& aField) {
-  return SetField('2', aField);
-}
-nsresult nsSystemGeneralSettingsGeneric::GetField3(nsAString& aField) {
-  return GetField('3', aField);
-}
-nsresult nsSystemGeneralSettingsGeneric::SetField3(const nsAString& aField) {
-  return SetField('3', aField);
-}
-nsresult nsSystemGeneralSettingsGeneric::GetField4(nsAString& aField) {
-  return GetField('4', aField);
-}
-nsresult nsSystemGeneralSettingsGeneric::SetField4(const nsAString& aField) {
-  return SetField('4', aField);
-}
-nsresult nsSystemGeneralSettingsGeneric::GetField5(nsAString& aField) {
-  return GetField('5', aField);
-}
-nsresult nsSystemGeneralSettingsGeneric::SetField5(const nsAString& aField) {
-  return SetField('5', aField);
 }

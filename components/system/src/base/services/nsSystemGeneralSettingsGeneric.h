@@ -14,20 +14,20 @@ class nsISystemAdapter;
 
 class nsSystemGeneralSettingsGeneric : public nsISystemGeneralSettings {
  public:
-  nsresult SetHostName(const nsACString& aHostName) override;
+  nsresult SetHostName(const nsACString&) override { return NS_ERROR_NOT_IMPLEMENTED; }
   nsresult GetMac(nsISystemMACStructure** aMac) override;
   nsresult GetUuid(nsACString& aUuid) override;
   nsresult GetVersion(nsACString& aVersion) override;
-  nsresult GetField1(nsAString& aField) override;
-  nsresult SetField1(const nsAString& aField) override;
-  nsresult GetField2(nsAString& aField) override;
-  nsresult SetField2(const nsAString& aField) override;
-  nsresult GetField3(nsAString& aField) override;
-  nsresult SetField3(const nsAString& aField) override;
-  nsresult GetField4(nsAString& aField) override;
-  nsresult SetField4(const nsAString& aField) override;
-  nsresult GetField5(nsAString& aField) override;
-  nsresult SetField5(const nsAString& aField) override;
+  nsresult GetField1(nsAString& aField) override { return GetField('1', aField); }
+  nsresult SetField1(const nsAString& aField) override { return SetField('1', aField); }
+  nsresult GetField2(nsAString& aField) override { return GetField('2', aField); }
+  nsresult SetField2(const nsAString& aField) override { return SetField('2', aField); }
+  nsresult GetField3(nsAString& aField) override { return GetField('3', aField); }
+  nsresult SetField3(const nsAString& aField) override { return SetField('3', aField); }
+  nsresult GetField4(nsAString& aField) override { return GetField('4', aField); }
+  nsresult SetField4(const nsAString& aField) override { return SetField('4', aField); }
+  nsresult GetField5(nsAString& aField) override { return GetField('5', aField); }
+  nsresult SetField5(const nsAString& aField) override { return SetField('5', aField); }
 
   /// Gets the preferences; the object is of no use without them. To be called once, first.
   nsresult InitGeneric();

@@ -28,17 +28,6 @@ uint32_t OrientationOf(uint16_t aRotation) {
 // Those of the extension may mirror, too, and that stays.
 constexpr uint16_t kRotationBits = 0xF;
 
-Settings SettingsOf(const nsRandrMode& aMode, uint32_t aOrientation, uint32_t aBitsPerPixel) {
-  Settings settings;
-  settings.mPelsWidth = aOrientation % 2 ? aMode.mHeight : aMode.mWidth;
-  settings.mPelsHeight = aOrientation % 2 ? aMode.mWidth : aMode.mHeight;
-  settings.mDisplayFrequency = aMode.mFrequency;
-  settings.mDisplayFlags = aMode.mInterlaced ? Settings::kInterlaced : 0;
-  settings.mDisplayOrientation = aOrientation;
-  settings.mBitsPerPel = aBitsPerPixel;
-  return settings;
-}
-
 // Of a size, and of a frequency where one is asked for; else the one nearest to the former. Not
 // interlaced rather than interlaced, which the records can't ask for.
 const nsRandrMode* FindMode(const nsRandrOutput& aOutput, uint32_t aWidth, uint32_t aHeight,
@@ -175,8 +164,8 @@ nsresult nsLinuxDisplays::ReadDevice(const std::string& aCard, uint32_t aIndex, 
 }
 
 nsDisplaySettings nsLinuxDisplays::CurrentSettings(const Active& aActive) const {
-  nsDisplaySettings settings =
-      SettingsOf(*aActive.mMode, OrientationOf(aActive.mCrtc->mRotation), mPicture.mBitsPerPixel);
+  nsDisplaySettings settings = NS_DisplaySettingsOf(
+      *aActive.mMode, OrientationOf(aActive.mCrtc->mRotation), mPicture.mBitsPerPixel);
   settings.mPositionX = aActive.mCrtc->mX;
   settings.mPositionY = aActive.mCrtc->mY;
   return settings;
@@ -193,7 +182,7 @@ nsresult nsLinuxDisplays::ReadSettings(const std::string& aCard, uint32_t aIndex
   if (!output) return NS_ERROR_NOT_AVAILABLE;
   if (aIndex != kCurrentSettings && aIndex != kRegistrySettings) {
     if (aIndex >= output->mModes.size()) return NS_ERROR_NOT_AVAILABLE;
-    *aSettings = SettingsOf(output->mModes[aIndex], 0, mPicture.mBitsPerPixel);
+    *aSettings = NS_DisplaySettingsOf(output->mModes[aIndex], 0, mPicture.mBitsPerPixel);
     return NS_OK;
   }
   const auto active = FindActive(aCard);
@@ -208,7 +197,8 @@ nsresult nsLinuxDisplays::ReadSettings(const std::string& aCard, uint32_t aIndex
     mode.mFrequency = stored.mFrequency.value_or(mode.mFrequency);
     const auto x = stored.mX.value_or(static_cast<uint32_t>(settings.mPositionX));
     const auto y = stored.mY.value_or(static_cast<uint32_t>(settings.mPositionY));
-    settings = SettingsOf(mode, orientation, stored.mBitsPerPixel.value_or(mPicture.mBitsPerPixel));
+    settings = NS_DisplaySettingsOf(mode, orientation,
+                                    stored.mBitsPerPixel.value_or(mPicture.mBitsPerPixel));
     settings.mPositionX = static_cast<int32_t>(x);
     settings.mPositionY = static_cast<int32_t>(y);
   }
