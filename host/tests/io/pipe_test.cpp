@@ -139,6 +139,48 @@ TEST_F(Pipe, ABlockedEndIsNotWokenByTheOther) {
   EXPECT_TRUE(result == "NS_ERROR_ABORT 8" || result == "9") << result;
 }
 
+TEST_F(Pipe, BytesChangeTheirOrderWhenBothEndsAreBusy) {
+  constexpr uint32_t kBytes = 100'000;
+  for (const uint32_t segments : {1u, 3u, 64u, 0xFFFFFFFFu}) {
+    Make(false, 7, segments);
+    std::thread writer([&] {
+      std::string part;
+      for (uint32_t sent = 0; sent < kBytes; sent += static_cast<uint32_t>(part.size())) {
+        part.resize(1 + sent % 31 * 7);
+        for (size_t i = 0; i < part.size(); ++i) part[i] = static_cast<char>((sent + i) % 251);
+        ASSERT_EQ(std::to_string(part.size()), Write(part));
+      }
+      EXPECT_EQ(NS_OK, mOut->Close());
+    });
+    uint32_t seen = 0;
+    for (std::string part; !(part = Read(1 + seen % 97)).empty();)
+      for (const char byte : part) ASSERT_EQ(static_cast<char>(seen++ % 251), byte);
+    writer.join();
+    EXPECT_GE(seen, kBytes);
+  }
+  // What is far behind the reader is used again, or given back.
+  Make(true, 4, 0xFFFFFFFF);
+  for (int round = 0; round < 3; ++round) {
+    const std::string sent(2000, static_cast<char>('a' + round));
+    EXPECT_EQ("2000", Write(sent));
+    EXPECT_EQ(sent, Read(9999));
+  }
+}
+
+TEST_F(Pipe, TheEndIsSeenBeforeTheBytesInFrontOfIt) {
+  for (int round = 0; round < 2000; ++round) {
+    Make(false, 4, 2);
+    std::thread writer([&] {
+      EXPECT_EQ("5", Write("hello"));
+      EXPECT_EQ(NS_OK, mOut->Close());
+    });
+    std::string seen;
+    for (std::string part; !(part = Read(3)).empty();) seen += part;
+    writer.join();
+    ASSERT_EQ("hello", seen);
+  }
+}
+
 TEST_F(Pipe, AWaitIsAnsweredTwiceOrNever) {
   Make(true, 4, 1);
   int input = 0, output = 0, replaced = 0;

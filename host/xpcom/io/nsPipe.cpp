@@ -1,10 +1,14 @@
 #include "nsPipe.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
-#include <deque>
 #include <functional>
+#include <new>
+#include <thread>
+#include <utility>
 
+#include "nsBriefWait.h"
 #include "nsIEventTarget.h"
 #include "nsIInputStreamCallback.h"
 #include "nsIOutputStreamCallback.h"
@@ -14,175 +18,245 @@
 namespace {
 
 constexpr uint32_t kDefaultSegmentSize = 4096, kDefaultSegmentCount = 16, kWaitClosureOnly = 1;
+constexpr size_t kCacheLine = 64;
 static_assert(kWaitClosureOnly == nsIAsyncInputStream::WAIT_CLOSURE_ONLY &&
               kWaitClosureOnly == nsIAsyncOutputStream::WAIT_CLOSURE_ONLY);
 
-/// A call that an end waits for.
-class Waiter {
+/// What an end waits for: inside a call, or by a call that is made. Costs whoever has to tell it
+/// one look as long as nobody waits.
+class Wait {
  public:
-  void Set(std::function<void()> aCall, nsIEventTarget* aTarget, bool aClosureOnly) {
-    mCall = std::move(aCall);
-    mTarget = aTarget;
-    mClosureOnly = aClosureOnly;
+  /// Whether anybody is to be told. Asked behind what is told of: either this says so then, or who
+  /// begins to wait sees it.
+  bool IsAwaited() const { return mIsAwaited; }
+
+  /// Until aReady says so. One thread at a time.
+  template <class Ready>
+  void Sleep(Ready aReady) {
+    if (mBriefly.Until(aReady)) return;
+    nsAutoLock lock(mLock);
+    for (;;) {
+      mIsAwaited = true;
+      if (aReady()) break;
+      mChanged.Wait(lock);
+      // The other end is at work, perhaps on this core: who goes on at once finds one piece, and
+      // sleeps again for the next.
+      lock.Unlock();
+      std::this_thread::yield();
+      lock.Lock();
+    }
+    mIsAwaited = mCall && !mClosureOnly;
   }
-  /// The call to be made now, outside the lock; null if it has to wait on, or if there is none.
-  std::function<void()> TakeIf(bool aReady, bool aClosed) {
-    if (!mCall || !(aClosed || (aReady && !mClosureOnly))) return nullptr;
-    auto call = std::exchange(mCall, nullptr);
-    const nsCOMPtr<nsIEventTarget> target = std::exchange(mTarget, nullptr);
-    if (!target) return call;
-    return [target, event = NS_NewRunnable(std::move(call))] {
-      // A target that is gone can't be told.
-      (void)target->Dispatch(event.get(), nsIEventTarget::DISPATCH_NORMAL);
-    };
+  void Set(std::function<void()> aCall, nsIEventTarget* aTarget, bool aClosureOnly) {
+    // May hold the last references to things.
+    nsCOMPtr<nsIEventTarget> target(aTarget);
+    const nsAutoLock lock(mLock);
+    mCall.swap(aCall);
+    mTarget.swap(target);
+    mClosureOnly = aClosureOnly;
+    mIsAwaited = true;
+  }
+  /// Wakes whoever waits inside a call, and makes the call that is due, once.
+  void Tell(bool aReady, bool aClosed) {
+    std::function<void()> call;
+    nsCOMPtr<nsIEventTarget> target;
+    {
+      const nsAutoLock lock(mLock);
+      if (mCall && (aClosed || (aReady && !mClosureOnly))) {
+        call.swap(mCall);
+        target.swap(mTarget);
+      }
+      mIsAwaited = mCall && !mClosureOnly;
+    }
+    mChanged.NotifyAll();
+    if (!call) return;
+    // A target that is gone can't be told.
+    if (target)
+      (void)target->Dispatch(NS_NewRunnable(std::move(call)).get(),
+                             nsIEventTarget::DISPATCH_NORMAL);
+    else
+      call();
   }
 
  private:
-  std::function<void()> mCall;
-  nsCOMPtr<nsIEventTarget> mTarget;
-  bool mClosureOnly = false;
+  nsBriefWait mBriefly;  // of the thread that sleeps
+  std::atomic<bool> mIsAwaited = false;
+  nsMutex mLock;
+  nsCondition mChanged;
+  std::function<void()> mCall NS_GUARDED_BY(mLock);
+  nsCOMPtr<nsIEventTarget> mTarget NS_GUARDED_BY(mLock);
+  bool mClosureOnly NS_GUARDED_BY(mLock) = false;
 };
 
-/// What the two ends share. The reader alone takes segments away at the front and the writer alone
-/// adds bytes at the back, so that each may touch its bytes without the lock; the lock guards where
-/// these are.
+/// What the two ends share: a chain of segments, which the writer adds to and the reader goes
+/// along. How far each has come is all that they tell each other, so that neither takes a lock
+/// unless it waits, or the other one does.
 class Core {
  public:
-  using Move =
-      std::function<nsresult(char* aBytes, uint32_t aOffset, uint32_t aCount, uint32_t* aMoved)>;
-
   Core(uint32_t aSegmentSize, uint32_t aSegmentCount)
       : mSize(aSegmentSize), mCount(aSegmentCount) {}
+  /// NS_ERROR_OUT_OF_MEMORY.
+  nsresult Init() {
+    mReadFrom = mWriteTo = mOldest = NewSegment();
+    return mOldest ? NS_OK : NS_ERROR_OUT_OF_MEMORY;
+  }
+  ~Core() {
+    while (mOldest) DropOldest();
+  }
+  Core(const Core&) = delete;
+  Core& operator=(const Core&) = delete;
 
-  nsresult Available(uint32_t* aCount) {
-    const nsAutoLock lock(mMutex);
-    if (Readable() == 0 && NS_FAILED(mStatus)) return mStatus;
-    *aCount = static_cast<uint32_t>(std::min<uint64_t>(Readable(), UINT32_MAX));
+  nsresult Available(uint32_t* aCount) const {
+    const nsresult status = mStatus;  // first: what was written before the end is seen then
+    const uint64_t readable = Readable();
+    if (readable == 0 && NS_FAILED(status)) return status;
+    *aCount = static_cast<uint32_t>(std::min<uint64_t>(readable, UINT32_MAX));
     return NS_OK;
   }
-  nsresult Read(bool aBlock, uint32_t aCount, const Move& aMove, uint32_t* aRead);
-  nsresult Write(bool aBlock, uint32_t aCount, const Move& aMove, uint32_t* aWritten);
-  void Close(nsresult aStatus, bool aDrop);
+  /// Both: aMove(char* aBytes, uint32_t aOffset, uint32_t aCount, uint32_t* aMoved).
+  template <class Move>
+  nsresult Read(bool aBlock, uint32_t aCount, Move aMove, uint32_t* aRead);
+  template <class Move>
+  nsresult Write(bool aBlock, uint32_t aCount, Move aMove, uint32_t* aWritten);
+  void Close(nsresult aStatus, bool aDrop) {
+    if (aDrop) mDropped = true;
+    nsresult open = NS_OK;
+    (void)mStatus.compare_exchange_strong(open,
+                                          NS_SUCCEEDED(aStatus) ? NS_BASE_STREAM_CLOSED : aStatus);
+    TellReader();
+    TellWriter();
+  }
   void WaitToRead(std::function<void()> aCall, nsIEventTarget* aTarget, uint32_t aFlags) {
-    Wait(&Core::mReader, std::move(aCall), aTarget, aFlags);
+    mReader.Set(std::move(aCall), aTarget, aFlags & kWaitClosureOnly);
+    TellReader();
   }
   void WaitToWrite(std::function<void()> aCall, nsIEventTarget* aTarget, uint32_t aFlags) {
-    Wait(&Core::mWriter, std::move(aCall), aTarget, aFlags);
+    mWriter.Set(std::move(aCall), aTarget, aFlags & kWaitClosureOnly);
+    TellWriter();
   }
 
  private:
-  uint64_t Readable() const NS_REQUIRES(mMutex) {
-    if (mDropped || mSegments.empty()) return 0;
-    return (mSegments.size() - 1) * uint64_t{mSize} + mWriteOffset - mReadOffset;
+  struct Segment {
+    Segment* mNext = nullptr;
+    char* Bytes() { return reinterpret_cast<char*>(this + 1); }
+  };
+  /// Those that the reader has done with are used again; of more than this, the rest is given back.
+  static constexpr uint64_t kMostIdle = 64;
+
+  bool IsClosed() const { return NS_FAILED(mStatus.load()); }
+  uint64_t Readable() const {
+    const uint64_t read = mBytesRead;  // first: it is never more than what has been written
+    return mDropped ? 0 : mBytesWritten - read;
   }
-  bool HasRoom() const NS_REQUIRES(mMutex) {
-    return mSegments.size() < mCount || (!mSegments.empty() && mWriteOffset < mSize);
+  bool HasRoom() const { return mBytesWritten < WriteLimit(); }
+  /// How far may be written: a segment is free when all of it has been read.
+  uint64_t WriteLimit() const { return (mBytesRead / mSize + mCount) * mSize; }
+  void TellReader() { mReader.Tell(Readable() > 0, IsClosed()); }
+  void TellWriter() { mWriter.Tell(HasRoom(), IsClosed()); }
+
+  /// Null when there is no memory.
+  Segment* NewSegment() const {
+    void* const memory = ::operator new(sizeof(Segment) + mSize, std::nothrow);
+    return memory ? new (memory) Segment : nullptr;
   }
-  void Wait(Waiter Core::*aWaiter, std::function<void()> aCall, nsIEventTarget* aTarget,
-            uint32_t aFlags);
-  /// Wakes whoever waits inside a call, and makes the calls that are due. Takes the lock off.
-  void Tell(nsAutoLock<nsMutex>& aLock) NS_RELEASES(mMutex);
+  void DropOldest() { ::operator delete(std::exchange(mOldest, mOldest->mNext)); }
+  nsresult AddSegment();
 
   const uint32_t mSize, mCount;
-  nsMutex mMutex;
-  nsCondition mChanged;
-  std::deque<std::unique_ptr<char[]>> mSegments NS_GUARDED_BY(mMutex);
-  uint32_t mReadOffset NS_GUARDED_BY(mMutex) = 0;   // in the first segment
-  uint32_t mWriteOffset NS_GUARDED_BY(mMutex) = 0;  // in the last segment
-  nsresult mStatus NS_GUARDED_BY(mMutex) = NS_OK;   // a failure: closed, and why
+  std::atomic<nsresult> mStatus = NS_OK;  // a failure: closed, and why
   // By closing the input; the memory stays, since the writer may be at it.
-  bool mDropped NS_GUARDED_BY(mMutex) = false;
-  Waiter mReader NS_GUARDED_BY(mMutex), mWriter NS_GUARDED_BY(mMutex);
+  std::atomic<bool> mDropped = false;
+  Wait mReader, mWriter;
+
+  // The writer's, in lines of memory that the reader does not write to.
+  alignas(kCacheLine) std::atomic<uint64_t> mBytesWritten = 0;
+  Segment* mWriteTo = nullptr;
+  uint32_t mWriteOffset = 0;
+  uint64_t mWriteLimit = 0;  // as it was when it was last looked at
+  Segment* mOldest = nullptr;
+  uint64_t mOldestNumber = 0;  // counted from the beginning of the stream
+  // The reader's.
+  alignas(kCacheLine) std::atomic<uint64_t> mBytesRead = 0;
+  Segment* mReadFrom = nullptr;
+  uint32_t mReadOffset = 0;
 };
 
-// Not checked: it can't be told that aLock is of mMutex.
-void Core::Tell(nsAutoLock<nsMutex>& aLock) NS_NOT_CHECKED {
-  const bool closed = NS_FAILED(mStatus);
-  const auto reader = mReader.TakeIf(Readable() > 0, closed),
-             writer = mWriter.TakeIf(HasRoom(), closed);
-  aLock.Unlock();
-  mChanged.NotifyAll();
-  if (reader) reader();
-  if (writer) writer();
+nsresult Core::AddSegment() {
+  // The reader has left a segment when it has read from the next one.
+  const uint64_t read = mBytesRead, left = read == 0 ? 0 : (read - 1) / mSize;
+  for (; left > mOldestNumber + kMostIdle; ++mOldestNumber) DropOldest();
+  Segment* segment;
+  if (left > mOldestNumber) {
+    segment = std::exchange(mOldest, mOldest->mNext);
+    segment->mNext = nullptr;
+    ++mOldestNumber;
+  } else {
+    segment = NewSegment();
+    if (!segment) return NS_ERROR_OUT_OF_MEMORY;
+  }
+  mWriteTo->mNext = segment;
+  mWriteTo = segment;
+  mWriteOffset = 0;
+  return NS_OK;
 }
 
-void Core::Wait(Waiter Core::*aWaiter, std::function<void()> aCall, nsIEventTarget* aTarget,
-                uint32_t aFlags) {
-  Waiter replaced;  // may hold the last references to things
-  nsAutoLock lock(mMutex);
-  std::swap(replaced, this->*aWaiter);
-  (this->*aWaiter).Set(std::move(aCall), aTarget, aFlags & kWaitClosureOnly);
-  Tell(lock);
-}
-
-nsresult Core::Read(bool aBlock, uint32_t aCount, const Move& aMove, uint32_t* aRead) {
+template <class Move>
+nsresult Core::Read(bool aBlock, uint32_t aCount, Move aMove, uint32_t* aRead) {
   *aRead = 0;
-  nsAutoLock lock(mMutex);
-  nsresult rv = NS_OK;
   while (*aRead < aCount) {
-    if (Readable() == 0) {
+    const nsresult status = mStatus;  // first: what was written before the end is seen then
+    const uint64_t readable = Readable();
+    if (readable == 0) {
       if (*aRead > 0) break;
-      if (NS_FAILED(mStatus)) return mStatus == NS_BASE_STREAM_CLOSED ? NS_OK : mStatus;
+      if (NS_FAILED(status)) return status == NS_BASE_STREAM_CLOSED ? NS_OK : status;
       if (!aBlock) return NS_BASE_STREAM_WOULD_BLOCK;
-      mChanged.Wait(lock);
+      mReader.Sleep([this] { return Readable() > 0 || IsClosed(); });
       continue;
     }
-    const uint32_t end = mSegments.size() == 1 ? mWriteOffset : mSize;
-    const uint32_t count = std::min(end - mReadOffset, aCount - *aRead);
-    char* const bytes = mSegments.front().get() + mReadOffset;
-    lock.Unlock();
+    if (mReadOffset == mSize) {
+      mReadFrom = mReadFrom->mNext;
+      mReadOffset = 0;
+    }
+    const auto count =
+        static_cast<uint32_t>(std::min<uint64_t>({readable, mSize - mReadOffset, aCount - *aRead}));
     uint32_t moved = 0;
-    rv = aMove(bytes, *aRead, count, &moved);
-    lock.Lock();
+    const nsresult rv = aMove(mReadFrom->Bytes() + mReadOffset, *aRead, count, &moved);
     // What the callback says is its own affair; it ends the reading.
     if (NS_FAILED(rv) || moved == 0) break;
     moved = std::min(moved, count);
     *aRead += moved;
     mReadOffset += moved;
-    if (mReadOffset == mSize) {
-      mSegments.pop_front();
-      mReadOffset = 0;
-    }
+    mBytesRead = mBytesRead.load(std::memory_order_relaxed) + moved;
   }
-  if (*aRead > 0) Tell(lock);
+  if (*aRead > 0 && mWriter.IsAwaited()) TellWriter();
   return NS_OK;
 }
 
-nsresult Core::Write(bool aBlock, uint32_t aCount, const Move& aMove, uint32_t* aWritten) {
+template <class Move>
+nsresult Core::Write(bool aBlock, uint32_t aCount, Move aMove, uint32_t* aWritten) {
   *aWritten = 0;
-  nsAutoLock lock(mMutex);
   while (*aWritten < aCount) {
-    if (NS_FAILED(mStatus)) return mStatus;
-    if (!HasRoom()) {
+    if (const nsresult status = mStatus; NS_FAILED(status)) return status;
+    const uint64_t written = mBytesWritten.load(std::memory_order_relaxed);
+    if (written == mWriteLimit) mWriteLimit = WriteLimit();
+    if (written == mWriteLimit) {
       if (!aBlock) break;
-      mChanged.Wait(lock);
+      mWriter.Sleep([this] { return HasRoom() || IsClosed(); });
       continue;
     }
-    if (mSegments.empty() || mWriteOffset == mSize) {
-      mSegments.push_back(std::make_unique_for_overwrite<char[]>(mSize));
-      mWriteOffset = 0;
-    }
+    if (mWriteOffset == mSize)
+      if (const nsresult rv = AddSegment(); NS_FAILED(rv)) return rv;
     const uint32_t count = std::min(mSize - mWriteOffset, aCount - *aWritten);
-    char* const bytes = mSegments.back().get() + mWriteOffset;
-    lock.Unlock();
     uint32_t moved = 0;
-    const nsresult rv = aMove(bytes, *aWritten, count, &moved);
-    lock.Lock();
+    const nsresult rv = aMove(mWriteTo->Bytes() + mWriteOffset, *aWritten, count, &moved);
     if (NS_FAILED(rv) || moved == 0) break;
     moved = std::min(moved, count);
     *aWritten += moved;
     mWriteOffset += moved;
-    Tell(lock);
-    lock.Lock();
+    mBytesWritten = written + moved;
+    if (mReader.IsAwaited()) TellReader();
   }
   return aCount > 0 && *aWritten == 0 && !HasRoom() ? NS_BASE_STREAM_WOULD_BLOCK : NS_OK;
-}
-
-void Core::Close(nsresult aStatus, bool aDrop) {
-  nsAutoLock lock(mMutex);
-  if (NS_SUCCEEDED(mStatus)) mStatus = NS_SUCCEEDED(aStatus) ? NS_BASE_STREAM_CLOSED : aStatus;
-  if (aDrop) mDropped = true;
-  Tell(lock);
 }
 
 class PipeInput final : public nsImplements<PipeInput, nsIAsyncInputStream> {
@@ -324,6 +398,7 @@ nsresult nsPipe::Init(bool aNonBlockingInput, bool aNonBlockingOutput, uint32_t 
   if (mInput) return NS_ERROR_ALREADY_INITIALIZED;
   const auto core = std::make_shared<Core>(aSegmentSize ? aSegmentSize : kDefaultSegmentSize,
                                            aSegmentCount ? aSegmentCount : kDefaultSegmentCount);
+  if (const nsresult rv = core->Init(); NS_FAILED(rv)) return rv;
   mInput = MakeRefCounted<PipeInput>(core, !aNonBlockingInput);
   mOutput = MakeRefCounted<PipeOutput>(core, !aNonBlockingOutput);
   return NS_OK;

@@ -10,7 +10,8 @@
 
 /// Bytes in at one end, out at the other, through a number of segments. Each end is used by one
 /// thread at a time; the two may be different ones. Bytes move without a copy between: ReadSegments
-/// and WriteSegments hand out the segments themselves, with no lock held.
+/// and WriteSegments hand out the segments themselves, with no lock held. Small pieces cost little:
+/// neither end takes a lock unless one of them waits.
 ///
 /// An end that blocks waits inside Read or Write: for some bytes, and for room for all bytes. One
 /// that doesn't answers NS_BASE_STREAM_WOULD_BLOCK when nothing can be read or written, and
@@ -28,7 +29,8 @@ class nsPipe final : public nsImplements<nsPipe, nsIPipe> {
  public:
   static const nsClassInfoRecord kClassInfo;
   /// A size or count of 0 is 4096 and 16; a count of 0xFFFFFFFF has no limit. The allocator is not
-  /// used. NS_ERROR_ALREADY_INITIALIZED the second time.
+  /// used. NS_ERROR_ALREADY_INITIALIZED the second time, NS_ERROR_OUT_OF_MEMORY here and where a
+  /// segment is written to for the first time.
   nsresult Init(bool aNonBlockingInput, bool aNonBlockingOutput, uint32_t aSegmentSize,
                 uint32_t aSegmentCount, nsIMemory* aSegmentAllocator) override;
   /// NS_ERROR_NOT_INITIALIZED before Init. The same object each time.

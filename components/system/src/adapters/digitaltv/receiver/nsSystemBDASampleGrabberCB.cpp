@@ -41,8 +41,11 @@ class RoomListener final : public nsImplements<RoomListener, nsIOutputStreamCall
 /// The pipe during one sample. The receiver may be given another one meanwhile: this one is held.
 class nsSystemBDASampleGrabberCB::PipeEnd {
  public:
-  PipeEnd(nsSystemBDAGraph& aGraph, nsSystemBDAReceiver& aAdapter)
-      : mOutput(aAdapter.PipeOutput()), mInput(aAdapter.PipeInput()), mGraph(aGraph) {}
+  PipeEnd(nsSystemBDAGraph& aGraph, nsSystemBDAReceiver& aAdapter, nsBriefWait& aBriefly)
+      : mOutput(aAdapter.PipeOutput()),
+        mInput(aAdapter.PipeInput()),
+        mGraph(aGraph),
+        mBriefly(aBriefly) {}
 
   /// Waits until a packet can be written without waiting in there, where nothing could end the
   /// wait. False when the graph was stopped. A pipe that has been closed has room: the write tells.
@@ -57,6 +60,13 @@ class nsSystemBDASampleGrabberCB::PipeEnd {
         mRoom = kPipePackets - packets - 1;
         return mGraph.mGraphRunning;
       }
+      // A reader at work is done with some of it before it could wake this thread.
+      if (mBriefly.Until([&] {
+            uint32_t left = 0;
+            return !mGraph.mGraphRunning || NS_FAILED(mInput->Available(&left)) ||
+                   left + kPacket <= kPipePackets * kPacket;
+          }))
+        continue;
       const auto output = do_QueryInterface<nsIAsyncOutputStream>(mOutput);
       if (!output) return mGraph.mGraphRunning;
       const auto listener = MakeRefCounted<RoomListener>(mGraph.mWriter);
@@ -82,6 +92,7 @@ class nsSystemBDASampleGrabberCB::PipeEnd {
  private:
   const nsCOMPtr<nsIInputStream> mInput;
   nsSystemBDAGraph& mGraph;
+  nsBriefWait& mBriefly;
   uint32_t mRoom = 0;  ///< packets that certainly fit
 };
 
@@ -107,7 +118,7 @@ nsresult nsSystemBDASampleGrabberCB::BufferCB(double, uint8_t*, int32_t) { retur
 nsresult nsSystemBDASampleGrabberCB::SampleCB(double, IMediaSample* aSample) {
   const int32_t length = aSample->GetActualDataLength();
   if (!mGraph.mGraphRunning) return S_OK;
-  PipeEnd pipe(mGraph, mAdapter);
+  PipeEnd pipe(mGraph, mAdapter, mBriefly);
   if (!pipe.mOutput) return S_OK;
   uint8_t* bytes = nullptr;
   if (NS_FAILED(aSample->GetPointer(&bytes)) || !bytes || length <= 0) return S_OK;

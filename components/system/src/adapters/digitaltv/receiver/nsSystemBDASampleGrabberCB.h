@@ -5,6 +5,7 @@
 #include <span>
 
 #include "ISampleGrabberCB.h"
+#include "nsBriefWait.h"
 #include "nsCOMPtr.h"
 #include "nsILog4.h"
 
@@ -46,6 +47,7 @@ class nsSystemBDASampleGrabberCB final : public ISampleGrabberCB {
   const nsCOMPtr<nsILog4Logger> mLog;
   nsSystemBDAGraph& mGraph;
   nsSystemBDAReceiver& mAdapter;
+  nsBriefWait mBriefly;  ///< for room in the pipe
   uint8_t mRemainderLength = 0;
   uint8_t* mRemainder = nullptr;  ///< the beginning of a packet whose rest is in the next sample
 };
