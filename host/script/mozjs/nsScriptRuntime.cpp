@@ -23,6 +23,7 @@
 #include "nsScriptStack.h"
 #include "nsScriptWeakReference.h"
 #include "nsScriptedObject.h"
+#include "nsSelfHosted.h"
 #include "nsServices.h"
 #include "nsUtf.h"
 #include "nsVorelMethodCaller.h"
@@ -123,7 +124,7 @@ bool nsScriptRuntime::Init(std::string* aError) {
   }
   NS_SetHeapLimit(mCx, limit);
   JS_SetNativeStackQuota(mCx, NS_ScriptStackSize());
-  if (!js::UseInternalJobQueues(mCx) || !JS::InitSelfHostedCode(mCx)) {
+  if (!js::UseInternalJobQueues(mCx) || !NS_InitSelfHosted(mCx)) {
     *aError = "the script engine can't be set up";
     return false;
   }
