@@ -8,6 +8,7 @@
 
 #include "nsConvert.h"
 #include "nsScriptErrors.h"
+#include "nsScriptHeap.h"
 #include "nsScriptRuntime.h"
 #include "nsUtf.h"
 
@@ -55,6 +56,8 @@ void nsScriptOutput::Tell(JS::HandleValue aException, const char* aPrefix) {
   }
   if (text.empty()) text = NS_ToText(cx, aException);
   JS_ClearPendingException(cx);
+  if (!error && text == "out of memory")
+    if (const std::string last = NS_TakePlaceOfMemoryOut(); !last.empty()) place = last + ": ";
   // One frame is what the place says already; of a deep recursion the first ones are enough.
   size_t end = 0;
   int lines = 0;

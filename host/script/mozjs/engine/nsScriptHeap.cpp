@@ -1,9 +1,12 @@
 #include "nsScriptHeap.h"
 
 #include <js/GCAPI.h>
+#include <js/HeapAPI.h>
 #include <js/MemoryCallbacks.h>
 
 #include <algorithm>
+#include <string>
+#include <utility>
 
 namespace {
 
@@ -11,63 +14,94 @@ namespace {
 // an allocation that fails is told at once.
 constexpr uint32_t kAtOnce = 0, kNotAgain = 3600;
 
-void SetPause(JSContext* cx, uint32_t aSeconds) {
-  JS_SetGCParameter(cx, JSGC_MIN_LAST_DITCH_GC_PERIOD, aSeconds);
-}
-
 // There is one engine in a process, on one thread.
 uint32_t sLimit = 0;
-bool sIsFull = false;  // a collection has left more than the limit, as far as it is through
+// The limit, or, once a script has been told, what it had then and room to handle that.
+uint32_t sLevel = 0;
+bool sIsAsked = false;  // where script can be interrupted next, there is a collection
 bool sIsCollecting = false;
-// Who catches the exception allocates a little before it has let go of anything.
-constexpr int kSparedAfterwards = 4;
-int sSpared = 0;
+bool sIsTelling = false;
+std::string sPlace;  // where the script was that has been told
+
+uint32_t Sum(uint32_t aOne, uint32_t aOther) { return aOne + std::min(aOther, UINT32_MAX - aOne); }
+
+uint32_t Used(JSContext* cx) { return JS_GetGCParameter(cx, JSGC_BYTES); }
 
 // From ten elevenths of its own limit on the engine collects for every few objects, and script
-// would hear of it after minutes. So its limit lies above ours, and ours is looked at after each
-// collection. But what that has found may still be on its way out, on another thread.
+// would hear of it after minutes. So its limit lies above ours.
+void SetLevel(JSContext* cx, uint32_t aLevel) {
+  sLevel = aLevel;
+  JS_SetGCParameter(cx, JSGC_MAX_BYTES, Sum(aLevel, sLimit / 6));
+}
+
+void AskForCollection(JSContext* cx) {
+  sIsAsked = true;
+  JS_RequestInterruptCallback(cx);
+}
+
 void OnCollection(JSContext* cx, JSGCStatus aStatus, JS::GCReason, void*) {
   if (aStatus != JSGC_END) return;
-  sIsFull = JS_GetGCParameter(cx, JSGC_BYTES) > sLimit;
-  if (!sIsFull) sSpared = 0;
-  if (!sIsFull || sIsCollecting || sSpared-- > 0) return;
-  sSpared = 0;
-  SetPause(cx, kNotAgain);
-  JS_RequestInterruptCallback(cx);
+  const uint32_t used = Used(cx);
+  if (used <= sLimit && sLevel != sLimit) SetLevel(cx, sLimit);
+  JS_SetGCParameter(cx, JSGC_MIN_LAST_DITCH_GC_PERIOD, used > sLevel ? kNotAgain : kAtOnce);
+  sIsAsked = false;
+  if (used > sLevel && !sIsCollecting) AskForCollection(cx);
+}
+
+// The engine counts for each zone on its own when it collects, so that objects and the names of
+// their properties can reach its limit together without a collection; and a name for which there is
+// no room is an error at once. What young objects leave behind is where all memory grows.
+void OnYoungCollection(JSContext* cx, JS::GCNurseryProgress aProgress, JS::GCReason) {
+  if (aProgress != JS::GCNurseryProgress::GC_NURSERY_COLLECTION_END || sIsCollecting) return;
+  if (!sIsAsked && Used(cx) > Sum(sLevel, sLimit / 16)) AskForCollection(cx);
 }
 
 /// Called where script can be interrupted. What is thrown here can be caught there.
 bool OnInterrupt(JSContext* cx) {
+  if (!std::exchange(sIsAsked, false)) return true;
+  // Since the collection that asked for this one, script may have let go of what it held.
   sIsCollecting = true;
-  // Each waits for the end of the one before; the first may have found what script has let go
-  // since.
-  for (int i = 0; i < 4 && sIsFull; ++i) JS_GC(cx);
+  JS_GC(cx);
   sIsCollecting = false;
-  SetPause(cx, kAtOnce);
-  if (!sIsFull) return true;
+  if (Used(cx) <= sLevel) return true;
+  sIsTelling = true;
   JS_ReportOutOfMemory(cx);
-  sSpared = kSparedAfterwards;
+  sIsTelling = false;
+  JS::AutoFilename file;
+  unsigned line = 0;
+  if (JS::DescribeScriptedCaller(cx, &file, &line) && file.get())
+    sPlace = std::string(file.get()) + ":" + std::to_string(line);
   return false;
 }
 
-// A script that has heard of it may have let go of what it held.
+// Whoever catches it allocates a little before anything is let go, if only to tell of it.
 void OnOutOfMemory(JSContext* cx, void*) {
-  sIsFull = false;
-  SetPause(cx, kAtOnce);
+  SetLevel(cx, std::min(Sum(std::max(Used(cx), sLimit), sLimit / 8), Sum(sLimit, sLimit / 2)));
+  JS_SetGCParameter(cx, JSGC_MIN_LAST_DITCH_GC_PERIOD, kAtOnce);
+  sPlace.clear();
+  // The engine itself has told it, perhaps without a collection.
+  if (!sIsTelling) AskForCollection(cx);
 }
 
 }  // namespace
 
 bool NS_InitScriptHeap(JSContext* cx) {
-  sIsFull = false;
-  sSpared = 0;
-  SetPause(cx, kAtOnce);
+  sIsAsked = false;
+  sPlace.clear();
+  JS_SetGCParameter(cx, JSGC_MIN_LAST_DITCH_GC_PERIOD, kAtOnce);
   JS_SetGCCallback(cx, OnCollection, nullptr);
+  JS::SetGCNurseryCollectionCallback(cx, OnYoungCollection);
   JS::SetOutOfMemoryCallback(cx, OnOutOfMemory, nullptr);
   return JS_AddInterruptCallback(cx, OnInterrupt);
 }
 
 void NS_SetHeapLimit(JSContext* cx, uint32_t aBytes) {
   sLimit = aBytes;
-  JS_SetGCParameter(cx, JSGC_MAX_BYTES, aBytes + std::min(aBytes / 6, UINT32_MAX - aBytes));
+  SetLevel(cx, aBytes);
+  // Not more than the distance between the two limits may become old at once.
+  JS_SetGCParameter(cx, JSGC_MAX_NURSERY_BYTES,
+                    std::clamp(aBytes / 16, JS_GetGCParameter(cx, JSGC_MIN_NURSERY_BYTES),
+                               JS::DefaultNurseryMaxBytes));
 }
+
+std::string NS_TakePlaceOfMemoryOut() { return std::exchange(sPlace, {}); }
