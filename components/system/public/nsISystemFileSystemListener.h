@@ -43,7 +43,8 @@ class nsISystemFileSystemListener : public nsISupports {
   /// ERROR_INCOMPLETE, after OnWatcherStarted, with a text for people that begins with the path of
   /// a directory: it can't be watched, and nothing is heard of what is below it. It is tried again
   /// from time to time, and what it holds by then is reported as added. Of many at once some are
-  /// told, and when the system can watch no more, the first; to those who watch at that time.
+  /// told, and when the system can watch no more, one. Who comes later to a watch that stands hears
+  /// of those that are not watched yet.
   ///
   /// ERROR_FULL_LISTING with the name: of a watch with the option "since", the snapshot of that
   /// name was never there, is damaged, or of another directory. All there is is told as added, and

@@ -295,6 +295,7 @@ class nsSimulatedDirectoryChanges::Reader final : public nsPlatformDirectoryRead
   // The handle is of the whole tree.
   nsresult Watch(const nsAString&) override { return IsOpen() ? NS_OK : NS_ERROR_NOT_INITIALIZED; }
   std::vector<nsPlatformUnwatched> TakeUnwatched() override { return {}; }
+  std::vector<nsPlatformUnwatched> StillUnwatched() override { return {}; }
   void Close() override {
     nsAutoLock lock(mOwner.mLock);
     mIsOpen = false;

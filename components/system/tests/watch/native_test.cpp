@@ -477,6 +477,43 @@ void WithReader(const fs::path& aRoot, const std::function<void(nsReaderThread&)
   aFunction(thread);
 }
 
+/// Of one watch: who comes later hears what those before have heard, as far as it still holds.
+void LateClients(const nsTemporaryDirectory& aRoot) {
+  for (const char* name : {"closed", "passing"}) {
+    fs::create_directory(aRoot / name);
+    fs::permissions(aRoot / name, fs::perms::none);
+  }
+  vorel::test::gWatchPlatform = NS_NewNativePlatform();
+  const auto service = MakeRefCounted<nsSystemFileSystemWatcherService>();
+  const nsCString url("file://" + aRoot.Path().native());
+  const auto line = [&](const char* aName) {
+    return "error 4 " + (aRoot / aName).native() + " can't be watched: permission denied";
+  };
+  std::vector<nsCOMPtr<nsWatchListener>> clients;
+  const auto join = [&] {
+    clients.push_back(MakeRefCounted<nsWatchListener>());
+    EXPECT_EQ(service->StartWatching(url, clients.back().get()), NS_OK);
+    return clients.back();
+  };
+  const auto first = join();
+  EXPECT_TRUE(NS_RunEventsUntil(
+      [&] { return first->HasHeard(line("closed")) && first->HasHeard(line("passing")); }));
+  Lines heard = join()->Take();
+  std::ranges::sort(heard);
+  EXPECT_EQ(heard, (Lines{line("closed"), line("passing"), "started"}));
+  EXPECT_EQ(first->Take().size(), 3u) << "told again";
+  fs::remove(aRoot / "passing");
+  EXPECT_TRUE(NS_RunEventsUntil([&] { return first->HasHeard("removed passing/"); }));
+  EXPECT_EQ(join()->Take(), (Lines{"started", line("closed")}));
+  fs::permissions(aRoot / "closed", fs::perms::owner_all);
+  nsTemporaryDirectory::Write(aRoot / "closed/another");
+  EXPECT_TRUE(NS_RunEventsUntil([&] { return first->HasHeard("added closed/another"); }));
+  EXPECT_EQ(join()->Take(), Lines{"started"});
+  for (const auto& client : clients) EXPECT_EQ(service->StopWatching(url, client.get()), NS_OK);
+  NS_RunEvents();
+  vorel::test::gWatchPlatform = nullptr;
+}
+
 TEST_F(NativeWatchDeathTest, UnreadableDirectoryEndsTheWatch) {
   if (geteuid() != 0) GTEST_SKIP() << "changing to another user takes the rights of root";
   EXPECT_EXIT(
@@ -505,6 +542,7 @@ TEST_F(NativeWatchDeathTest, UnreadableDirectoryEndsTheWatch) {
               Write(root / "closed/file");
               EXPECT_TRUE(watch.AwaitLine("added closed/file")) << "it is readable now";
             }
+            LateClients(root);
             mHost.Stop();
             _exit(HasFailure() ? 1 : 0);
           }

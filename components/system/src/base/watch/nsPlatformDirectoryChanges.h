@@ -111,6 +111,10 @@ class nsPlatformDirectoryReader : public nsEventSource {
   /// again before all is watched. Any thread.
   /// Windows: none.
   virtual std::vector<nsPlatformUnwatched> TakeUnwatched() = 0;
+  /// Of those that have been taken, the ones that are not watched yet, as of the last time that a
+  /// read completed. Any thread.
+  /// Windows: none.
+  virtual std::vector<nsPlatformUnwatched> StillUnwatched() = 0;
   /// Ends the watch; a read that was issued does not complete. Any thread while none waits or
   /// consumes, or the one that does. Nothing happens without an open root.
   /// Windows: CloseHandle.

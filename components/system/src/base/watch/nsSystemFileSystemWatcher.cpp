@@ -319,9 +319,26 @@ nsresult nsSystemFileSystemWatcher::TellRootGone() {
 
 nsresult nsSystemFileSystemWatcher::TellIncomplete(const nsAString& aText) {
   const nsCOMPtr<nsISystemFileSystemListener> listener = mListener;
-  if (mIsWatching && listener)
-    (void)listener->OnWatcherError(nsISystemFileSystemListener::ERROR_INCOMPLETE, aText);
+  if (!mIsWatching || !listener) return NS_OK;
+  {
+    nsAutoLock lock(mEventLock);
+    mToldIncomplete.insert(aText);
+  }
+  (void)listener->OnWatcherError(nsISystemFileSystemListener::ERROR_INCOMPLETE, aText);
   return NS_OK;
+}
+
+std::vector<nsString> nsSystemFileSystemWatcher::StillIncomplete() {
+  const auto reader = Reader();
+  if (!reader) return {};
+  std::vector<nsString> still;
+  for (const nsPlatformUnwatched& unwatched : reader->StillUnwatched())
+    still.push_back(TextOf(unwatched));
+  // What is on its way to all is not told twice.
+  nsAutoLock lock(mEventLock);
+  std::erase_if(still, [this](const nsString& aText)
+                           NS_REQUIRES(mEventLock) { return !mToldIncomplete.contains(aText); });
+  return still;
 }
 
 void nsSystemFileSystemWatcher::InsertChangedNames(uint32_t aBytes) {

@@ -52,6 +52,9 @@ class nsSystemFileSystemWatcher final : public nsSystemFileSystemWatcherGeneric,
   /// What has been reported counts as told, and is left for the next one. Not waited for; nothing
   /// happens while something is being reported.
   void Keep();
+  /// The texts of what has been told with ERROR_INCOMPLETE, and still holds: for who comes later.
+  /// Any thread.
+  std::vector<nsString> StillIncomplete();
   nsresult OnTreeReady(const nsAString& aRootPath,
                        const std::vector<nsString>& aDiscoveredDirs) override;
   nsresult Observe(nsISupports* aSubject, const char* aTopic, const char16_t* aData) override;
@@ -100,6 +103,7 @@ class nsSystemFileSystemWatcher final : public nsSystemFileSystemWatcherGeneric,
   std::vector<uint8_t> mChangeBuffer NS_GUARDED_BY(mEventLock);
   // Relative to the root, with the platform's separators.
   std::set<nsString> mEventPaths NS_GUARDED_BY(mEventLock);
+  std::set<nsString> mToldIncomplete NS_GUARDED_BY(mEventLock);
   uint32_t mLooksAgain NS_GUARDED_BY(mEventLock) = 0;
   // Set with the lock held, cleared by Update without it.
   std::atomic<bool> mUpdateRunning = false;  // the timer has fired and the update has not ended

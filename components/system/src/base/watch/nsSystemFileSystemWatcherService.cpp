@@ -84,7 +84,7 @@ bool nsSystemFileSystemWatcherServiceListener::Lock() NS_NOT_CHECKED {
 }
 
 nsresult nsSystemFileSystemWatcherServiceListener::AddListener(
-    nsISystemFileSystemListener* aListener) {
+    nsISystemFileSystemListener* aListener, const std::function<std::vector<nsString>()>& aLater) {
   if (!Lock()) return NS_ERROR_IN_PROGRESS;
   nsAutoLock lock(mLock, std::adopt_lock);
   if (mStarted) {
@@ -93,6 +93,9 @@ nsresult nsSystemFileSystemWatcherServiceListener::AddListener(
     lock.Lock();
   }
   mClients.push_back({aListener, CurrentThread()});
+  if (!mStarted) return NS_OK;
+  lock.Unlock();
+  for (const nsString& text : aLater()) (void)aListener->OnWatcherError(ERROR_INCOMPLETE, text);
   return NS_OK;
 }
 
@@ -234,6 +237,7 @@ nsresult nsSystemFileSystemWatcherService::StartWatching(const nsACString& aRoot
   if (NS_FAILED(rv)) return rv;
 
   nsCOMPtr<nsSystemFileSystemWatcherServiceListener> listener;
+  nsCOMPtr<nsISystemFileSystemWatcher> watcher;
   {
     nsAutoLock lock(mLock);
     auto found = mTable.find(path);
@@ -255,8 +259,12 @@ nsresult nsSystemFileSystemWatcherService::StartWatching(const nsACString& aRoot
     }
     ++found->second.mClientCount;
     listener = found->second.mListener;
+    watcher = found->second.mWatcher;
   }
-  rv = listener->AddListener(aListener);
+  // The watcher has no interface of its own for it: it and this class are of one library.
+  rv = listener->AddListener(aListener, [&watcher] {
+    return static_cast<nsSystemFileSystemWatcher*>(watcher.get())->StillIncomplete();
+  });
   if (NS_FAILED(rv))
     if (const Entry entry = Leave(path, listener.get()); entry.mWatcher)
       (void)entry.mWatcher->StopWatching();

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <map>
 #include <thread>
 #include <utility>
@@ -30,7 +31,10 @@ class nsSystemFileSystemWatcherServiceListener final
   /// OnWatcherStarted before this returns. NS_ERROR_IN_PROGRESS, as the next one, from within
   /// OnWatcherStarted or OnWatcherStopped of the root; and from within those of another one, while
   /// this one's are being told on another thread, which may wait for this thread in the same way.
-  nsresult AddListener(nsISystemFileSystemListener* aListener);
+  /// aLater gives the texts of what else has been told of a standing watch and still holds: the
+  /// client hears these with ERROR_INCOMPLETE next.
+  nsresult AddListener(nsISystemFileSystemListener* aListener,
+                       const std::function<std::vector<nsString>()>& aLater);
   /// On a standing watch the client hears OnWatcherStopped before this returns. One that is not
   /// known is ignored.
   nsresult RemoveListener(nsISystemFileSystemListener* aListener);

@@ -308,10 +308,14 @@ void nsInotifyDirectories::NoteUnwatched(Directory* aDirectory, const std::strin
   if (aError == EAGAIN || aError == EXDEV) return;  // something moved meanwhile
   if (aError == ENOSPC) mIsLimited = true;
   std::string path;
-  if (mToldUnwatched.size() == kMostTold || !PathOf(*aDirectory, &path)) return;
+  if (!PathOf(*aDirectory, &path)) return;
   if (!aName.empty()) path += (path.empty() ? "" : "/") + aName;
   // Of the limit one is told, whichever that was.
-  if (!mToldUnwatched.insert(IsAtLimit(aError) ? "" : path).second) return;
+  const std::string key = IsAtLimit(aError) ? "" : path;
+  const bool isKnown = mToldUnwatched.contains(key);
+  if (!isKnown && mToldUnwatched.size() == kMostTold) return;
+  mToldUnwatched[key] = {path, aError};
+  if (isKnown) return;
   if (aError != ENOSPC)
     SYSTEM_LOG_WARNING(mLog, mRoot + "/" + path + " can't be watched: " + strerror(aError));
   mUnwatched.push_back({std::move(path), aError});
@@ -320,6 +324,20 @@ void nsInotifyDirectories::NoteUnwatched(Directory* aDirectory, const std::strin
 std::vector<nsInotifyDirectories::Unwatched> nsInotifyDirectories::TakeUnwatched() {
   nsAutoLock lock(mLock);
   return std::exchange(mUnwatched, {});
+}
+
+std::vector<nsInotifyDirectories::Unwatched> nsInotifyDirectories::StillUnwatched() {
+  nsAutoLock lock(mLock);
+  std::vector<Unwatched> still;
+  for (const auto& [key, unwatched] : mToldUnwatched) {
+    const Directory* place = Find(unwatched.mPath);
+    const size_t end = unwatched.mPath.rfind('/');
+    if (!place)
+      place =
+          Find(end == std::string::npos ? "" : std::string_view(unwatched.mPath).substr(0, end));
+    if (place && place->mIsUnread) still.push_back(unwatched);
+  }
+  return still;
 }
 
 // What is known already is not asked for again: of a directory that was not watched for the limit
@@ -450,6 +468,10 @@ bool nsInotifyDirectories::HandleEvent(const inotify_event& aEvent, std::string_
       TouchTree(child->second);
     } else {
       if (isKnown && (aEvent.mask & (IN_MOVED_FROM | IN_DELETE))) Detach(child->second);
+      // Under its name there may come another one, which is told anew.
+      std::string path;
+      if (!isKnown && (aEvent.mask & (IN_MOVED_FROM | IN_DELETE)) && PathOf(*directory, &path))
+        mToldUnwatched.erase((path.empty() ? path : path + "/") + name);
       // Also where something has left: two directories that change places have both come before the
       // second one's leave is told. And with new rights it may have become readable.
       LookForChild(directory, name);

@@ -65,6 +65,8 @@ class nsInotifyDirectories {
   };
   /// Those that are new since the last time: of many some, and for the limit one.
   std::vector<Unwatched> TakeUnwatched();
+  /// Of all that TakeUnwatched has given, those that are not watched yet.
+  std::vector<Unwatched> StillUnwatched();
   /// Whether there are any.
   bool IsIncomplete() const { return mIsIncomplete; }
   /// Tries them again; those that are watched now count as touched.
@@ -146,6 +148,7 @@ class nsInotifyDirectories {
   // The system has refused a watch since the last Retry.
   bool mIsLimited NS_GUARDED_BY(mLock) = false;
   std::vector<Unwatched> mUnwatched NS_GUARDED_BY(mLock);
-  std::set<std::string> mToldUnwatched NS_GUARDED_BY(mLock);
+  // By path; under none the one for the limit, of which the last that has met it.
+  std::map<std::string, Unwatched> mToldUnwatched NS_GUARDED_BY(mLock);
   std::atomic<bool> mIsIncomplete = false;  // also read without the lock
 };

@@ -45,6 +45,7 @@ class InotifyReader final : public nsPlatformDirectoryReader {
   bool IsOpen() const override;
   nsresult Watch(const nsAString& aDirectory) override;
   std::vector<nsPlatformUnwatched> TakeUnwatched() override;
+  std::vector<nsPlatformUnwatched> StillUnwatched() override;
   void Close() override;
   nsresult Read(uint8_t* aBuffer, uint32_t aSize, bool aWatchSubtree, uint32_t aNotifyFilter,
                 Completion* aCompletion) override;
@@ -81,6 +82,7 @@ class InotifyReader final : public nsPlatformDirectoryReader {
   std::shared_ptr<nsInotifyDirectories> mDirectories NS_GUARDED_BY(mLock);
   std::string mRoot NS_GUARDED_BY(mLock);
   std::vector<nsPlatformUnwatched> mUnwatched NS_GUARDED_BY(mLock);
+  std::vector<nsPlatformUnwatched> mStillUnwatched NS_GUARDED_BY(mLock);
   bool mHasToldLength NS_GUARDED_BY(mLock) = false;
   nsCondition mChanged;
   bool mIsOpen NS_GUARDED_BY(mLock) = false;
@@ -138,13 +140,25 @@ std::vector<nsPlatformUnwatched> InotifyReader::TakeUnwatched() {
   return std::exchange(mUnwatched, {});
 }
 
+// Who asks must not wait for the directories, where a scan may hold everybody up.
+std::vector<nsPlatformUnwatched> InotifyReader::StillUnwatched() {
+  nsAutoLock lock(mLock);
+  return mStillUnwatched;
+}
+
 void InotifyReader::GatherUnwatched(nsInotifyDirectories& aDirectories) {
   const auto unwatched = aDirectories.TakeUnwatched();
+  const auto still = aDirectories.StillUnwatched();
   nsAutoLock lock(mLock);
-  for (const auto& [path, error] : unwatched)
-    mUnwatched.push_back(
-        {vorel::NameToUtf16((mRoot == "/" ? mRoot : mRoot + "/") + path),
-         error == EACCES || error == EPERM ? NS_ERROR_FILE_ACCESS_DENIED : NS_ERROR_FAILURE});
+  const auto told = [this](const auto& aUnwatched) NS_REQUIRES(mLock) {
+    const int error = aUnwatched.mError;
+    return nsPlatformUnwatched{
+        vorel::NameToUtf16((mRoot == "/" ? mRoot : mRoot + "/") + aUnwatched.mPath),
+        error == EACCES || error == EPERM ? NS_ERROR_FILE_ACCESS_DENIED : NS_ERROR_FAILURE};
+  };
+  for (const auto& one : unwatched) mUnwatched.push_back(told(one));
+  mStillUnwatched.clear();
+  for (const auto& one : still) mStillUnwatched.push_back(told(one));
 }
 
 bool InotifyReader::IsOpen() const {
@@ -167,6 +181,7 @@ void InotifyReader::Close() {
   mCompletion = nullptr;
   mNames.clear();
   mUnwatched.clear();
+  mStillUnwatched.clear();
   mEnd.reset();
 }
 
@@ -285,6 +300,7 @@ void InotifyReader::Retry(nsInotifyDirectories& aDirectories) {
       mRetryDelay = std::min<Clock::duration>(2 * mRetryDelay, kLongestRetry);
       mNextRetry = Clock::now() + mRetryDelay;
     }
+    GatherUnwatched(aDirectories);
     NameDirectories(aDirectories);
   }
   if (!aDirectories.IsIncomplete()) {
