@@ -1,33 +1,16 @@
 // What every backend of the port of serial lines keeps to.
-#include <gtest/gtest.h>
-
-#include <functional>
 #include <future>
 #include <memory>
 #include <thread>
 
-#include "nsLinuxComm.h"
-#include "nsPtyPair.h"
+#include "nsSerialContract.h"
 #include "nsSimulatedMachine.h"
-#include "nsTemporaryDirectory.h"
 
 namespace {
 
 using P = nsPlatformCommPort;
 
-// A machine with the port COM40, and the device behind it.
-class Machine {
- public:
-  virtual ~Machine() = default;
-  virtual nsPlatformComm& Comm() = 0;
-  virtual void Say(const std::string& aBytes) = 0;
-  virtual std::string Hear(size_t aCount) = 0;
-  virtual void Unplug() = 0;
-  /// The device takes no more bytes than its queue has room for, till Hear.
-  virtual void Hold(nsPlatformCommPort& aPort) = 0;
-};
-
-class SimulatedLine final : public Machine {
+class SimulatedLine final : public nsSerialMachine {
  public:
   SimulatedLine() { mMachine.mComm->Insert("COM40"); }
   nsPlatformComm& Comm() override { return *mMachine.mComm; }
@@ -53,76 +36,13 @@ class SimulatedLine final : public Machine {
   std::string mHeard;
 };
 
-class PtyLine final : public Machine {
- public:
-  nsPlatformComm& Comm() override { return mComm; }
-  void Say(const std::string& aBytes) override { mPty.Say(aBytes); }
-  std::string Hear(size_t aCount) override { return mPty.Hear(aCount); }
-  void Unplug() override { mPty.Unplug(); }
-  void Hold(nsPlatformCommPort&) override {}
-
- private:
-  nsTemporaryDirectory mLocks;
-  nsPtyPair mPty;
-  nsLinuxComm mComm{nullptr,
-                    {.mMore = {{"COM40", mPty.Device()}},
-                     .mLockDirectory = mLocks.Path().string(),
-                     .mListed = false}};
-};
-
-struct Backend {
-  const char* mName;
-  std::function<std::unique_ptr<Machine>()> mMake;
-};
-
-class Serial : public testing::TestWithParam<Backend> {
- protected:
-  void SetUp() override { mMachine = GetParam().mMake(); }
-
-  nsresult TryOpen(bool aOverlapped, nsPlatformCommPortRef* aPort,
-                   const char* aName = "\\\\.\\COM40") {
-    return mMachine->Comm().OpenPort(aName,
-                                     nsPlatformComm::kGenericRead | nsPlatformComm::kGenericWrite,
-                                     nsPlatformComm::kShareBoth, nsPlatformComm::kOpenExisting,
-                                     aOverlapped ? nsPlatformComm::kFlagOverlapped : 0, aPort);
-  }
-  nsPlatformCommPortRef Open(bool aOverlapped, nsCommTimeouts aTimeouts = {}) {
-    nsPlatformCommPortRef port;
-    EXPECT_EQ(TryOpen(aOverlapped, &port), NS_OK);
-    // A terminal is set to XON and XOFF by default.
-    EXPECT_EQ(port->SetCommConfig({}, nsCommConfig::kSize), NS_OK);
-    EXPECT_EQ(port->SetCommTimeouts(aTimeouts), NS_OK);
-    return port;
-  }
-  static std::string Read(nsPlatformCommPort& aPort, uint32_t aCount) {
-    std::string bytes(aCount, '?');
-    uint32_t read = 0;
-    EXPECT_EQ(aPort.ReadFile(bytes.data(), aCount, &read, nullptr), NS_OK);
-    bytes.resize(read);
-    return bytes;
-  }
-  static nsOverlappedRef Wait(nsPlatformCommPort& aPort) {
-    auto record = std::make_shared<nsOverlapped>();
-    EXPECT_EQ(aPort.WaitCommEvent(record), NS_ERROR_IN_PROGRESS);
-    return record;
-  }
-  static uint32_t Events(const nsOverlappedRef& aRecord) {
-    uint32_t events = 0;
-    EXPECT_EQ(aRecord->GetResult(true, &events), NS_OK);
-    return events;
-  }
-
-  static constexpr nsCommTimeouts kAtOnce{nsCommTimeouts::kMaxDword, 0, 0, 0, 0};
-  std::unique_ptr<Machine> mMachine;
-};
-
 std::string AllBytes() {
   std::string bytes;
   for (int i = 0; i < 256; ++i) bytes += static_cast<char>(i);
   return bytes;
 }
 
-TEST_P(Serial, APortIsOpenedTwiceOrNeverAgain) {
+TEST_P(SerialContract, APortIsOpenedTwiceOrNeverAgain) {
   nsPlatformCommPortRef first, second;
   ASSERT_EQ(TryOpen(false, &first), NS_OK);
   EXPECT_EQ(TryOpen(false, &second), NS_ERROR_FILE_IS_LOCKED);
@@ -143,7 +63,7 @@ TEST_P(Serial, APortIsOpenedTwiceOrNeverAgain) {
   EXPECT_EQ(ports[0].mName, "COM40");
 }
 
-TEST_P(Serial, AByteIsLostOrChangedOnItsWay) {
+TEST_P(SerialContract, AByteIsLostOrChangedOnItsWay) {
   const auto port = Open(false);
   const std::string bytes = AllBytes();
   uint32_t written = 0;
@@ -154,7 +74,7 @@ TEST_P(Serial, AByteIsLostOrChangedOnItsWay) {
   EXPECT_EQ(Read(*port, 256), bytes);
 }
 
-TEST_P(Serial, AReadOutlastsItsTimeOutOrLosesWhatCame) {
+TEST_P(SerialContract, AReadOutlastsItsTimeOutOrLosesWhatCame) {
   const auto port = Open(false, {.mReadTotalTimeoutConstant = 30});
   EXPECT_EQ(Read(*port, 5), "");
   mMachine->Say("abc");
@@ -170,7 +90,7 @@ TEST_P(Serial, AReadOutlastsItsTimeOutOrLosesWhatCame) {
   EXPECT_EQ(Read(*port, 5), "f") << "waits for the first byte only";
 }
 
-TEST_P(Serial, TheLineIsDrivenOtherwiseThanItWasSet) {
+TEST_P(SerialContract, TheLineIsDrivenOtherwiseThanItWasSet) {
   const auto port = Open(false);
   for (const uint32_t flags :
        {0u, nsCommDCB::kOutX | nsCommDCB::kInX, nsCommDCB::kOutxCtsFlow | 0x2000u}) {
@@ -188,7 +108,7 @@ TEST_P(Serial, TheLineIsDrivenOtherwiseThanItWasSet) {
   EXPECT_EQ(port->SetCommConfig(config, 51), NS_ERROR_INVALID_ARG);
 }
 
-TEST_P(Serial, BytesThatLieThereAreToldAgainOrNotAtAll) {
+TEST_P(SerialContract, BytesThatLieThereAreToldAgainOrNotAtAll) {
   const auto port = Open(true, kAtOnce);
   ASSERT_EQ(port->SetCommMask(P::kEvRxChar), NS_OK);
   mMachine->Say("a");
@@ -218,7 +138,7 @@ TEST_P(Serial, BytesThatLieThereAreToldAgainOrNotAtAll) {
   EXPECT_EQ(stat.mInQueue, 0u);
 }
 
-TEST_P(Serial, CloseLeavesAUserWaiting) {
+TEST_P(SerialContract, CloseLeavesAUserWaiting) {
   for (int what = 0; what < 3; ++what) {
     const bool overlapped = what > 0;
     const auto port = Open(overlapped);
@@ -250,7 +170,7 @@ TEST_P(Serial, CloseLeavesAUserWaiting) {
   }
 }
 
-TEST_P(Serial, ADeviceThatIsPulledOutLeavesAUserWaiting) {
+TEST_P(SerialContract, ADeviceThatIsPulledOutLeavesAUserWaiting) {
   const auto port = Open(true, kAtOnce);
   ASSERT_EQ(port->SetCommMask(P::kEvRxChar | P::kEvDsr), NS_OK);
   const auto wait = Wait(*port);
@@ -267,7 +187,7 @@ TEST_P(Serial, ADeviceThatIsPulledOutLeavesAUserWaiting) {
   EXPECT_EQ(TryOpen(true, &again), NS_ERROR_FILE_NOT_FOUND);
 }
 
-TEST_P(Serial, AReadThatIsPulledOutFromUnderWaitsForEver) {
+TEST_P(SerialContract, AReadThatIsPulledOutFromUnderWaitsForEver) {
   const auto port = Open(false);
   std::thread hand([&] { mMachine->Unplug(); });
   char byte;
@@ -276,7 +196,7 @@ TEST_P(Serial, AReadThatIsPulledOutFromUnderWaitsForEver) {
   hand.join();
 }
 
-TEST_P(Serial, AWriteThatGoesOnLosesBytesOrItsRecord) {
+TEST_P(SerialContract, AWriteThatGoesOnLosesBytesOrItsRecord) {
   const auto port = Open(true, kAtOnce);
   mMachine->Hold(*port);
   std::string bytes;
@@ -302,7 +222,7 @@ TEST_P(Serial, AWriteThatGoesOnLosesBytesOrItsRecord) {
   EXPECT_EQ(second->GetResult(true, &written), NS_OK);
 }
 
-TEST_P(Serial, APurgeLeavesAWriteGoingOn) {
+TEST_P(SerialContract, APurgeLeavesAWriteGoingOn) {
   const auto port = Open(true, kAtOnce);
   mMachine->Hold(*port);
   const std::string bytes(300000, 'x');
@@ -315,7 +235,7 @@ TEST_P(Serial, APurgeLeavesAWriteGoingOn) {
   EXPECT_EQ(second->GetResult(true, &written), NS_ERROR_ABORT);
 }
 
-TEST_P(Serial, AReadThatGoesOnWritesIntoABufferThatIsGone) {
+TEST_P(SerialContract, AReadThatGoesOnWritesIntoABufferThatIsGone) {
   const auto port = Open(true);
   char buffer[3] = {'1', '2', '3'};
   uint32_t read = 0;
@@ -329,7 +249,7 @@ TEST_P(Serial, AReadThatGoesOnWritesIntoABufferThatIsGone) {
   EXPECT_EQ(port->ReadFile(buffer, 1, &read, nullptr), NS_ERROR_INVALID_ARG);
 }
 
-TEST_P(Serial, ARightThatWasNotAskedForIsGiven) {
+TEST_P(SerialContract, ARightThatWasNotAskedForIsGiven) {
   nsPlatformCommPortRef port;
   char byte = 'x';
   uint32_t count = 0;
@@ -346,11 +266,9 @@ TEST_P(Serial, ARightThatWasNotAskedForIsGiven) {
   EXPECT_EQ(mMachine->Hear(1), "x");
 }
 
-const Backend kBackends[] = {
-    {"simulated", [] { return std::make_unique<SimulatedLine>(); }},
-    {"pty", [] { return std::make_unique<PtyLine>(); }},
-};
-INSTANTIATE_TEST_SUITE_P(Backends, Serial, testing::ValuesIn(kBackends),
-                         [](const auto& aInfo) { return std::string(aInfo.param.mName); });
+INSTANTIATE_TEST_SUITE_P(
+    Simulated, SerialContract,
+    testing::Values(NS_ContractBackend<nsSerialMachine, SimulatedLine>("machine")),
+    testing::PrintToStringParamName());
 
 }  // namespace
