@@ -74,17 +74,23 @@ nsSystemBDAScanner::~nsSystemBDAScanner() {
 
 // ---- The life of a scan
 
+std::shared_ptr<nsSystemBDAScanner::Run> nsSystemBDAScanner::Current() const {
+  const nsAutoLock lock(mLock);
+  return mRun;
+}
+
 void nsSystemBDAScanner::ResetScanner() {
   using std::chrono::milliseconds;
-  for (uint32_t waited = 0; mRun->mThreadBusy && waited < mTimes.mBusyWait;
+  const auto former = Current();
+  for (uint32_t waited = 0; former->mThreadBusy && waited < mTimes.mBusyWait;
        waited += mTimes.mBusyStep)
     std::this_thread::sleep_for(milliseconds(mTimes.mBusyStep));
   const auto run = std::make_shared<Run>(mLog, mLongTimeouts);
-  if (mRun->mThreadBusy)
-    mRun->mIsAbandoned = true;
+  if (former->mThreadBusy)
+    former->mIsAbandoned = true;
   else
     mThreads.clear();
-  (void)run->SetData(mRun->SetData(nullptr));
+  (void)run->SetData(former->SetData(nullptr));
   {
     nsAutoLock lock(mLock);
     mRun = run;
@@ -97,31 +103,21 @@ void nsSystemBDAScanner::SetMpeg2Data(IBaseFilter* aSections) {
 }
 
 void nsSystemBDAScanner::SetData(nsCOMPtr<IMpeg2Data> aData) {
-  std::shared_ptr<Run> run;
-  {
-    nsAutoLock lock(mLock);
-    run = mRun;
-  }
-  (void)run->SetData(std::move(aData));
+  (void)Current()->SetData(std::move(aData));
 }
 
 void nsSystemBDAScanner::ReleaseMpeg2Data() {
-  std::shared_ptr<Run> run;
-  {
-    nsAutoLock lock(mLock);
-    run = mRun;
-  }
   // The call in flight ends with it, where the object can do that.
-  const nsCOMPtr<IMpeg2Data> data = run->SetData(nullptr);
+  const nsCOMPtr<IMpeg2Data> data = Current()->SetData(nullptr);
   if (const auto waiting = do_QueryInterface<nsIMediaCancel>(data)) (void)waiting->Cancel();
 }
 
 void nsSystemBDAScanner::StartScanning() {
-  if (mRun->mThreadStarted.exchange(true)) return;
+  const auto run = Current();
+  if (run->mThreadStarted.exchange(true)) return;
   // Set before the thread is there, so that nobody takes the time until then for its end.
-  mRun->mThreadBusy = true;
+  run->mThreadBusy = true;
   nsNamedThread thread;
-  const auto run = mRun;
   if (NS_FAILED(thread.Start("TvScan", [run, this] { ScanThread(run, mDoneEvent); }))) {
     SYSTEM_LOG_ERROR(mLog, "Failed to start the scanning thread.");
     run->mThreadBusy = false;
@@ -146,7 +142,7 @@ void nsSystemBDAScanner::ScanThread(const std::shared_ptr<Run>& aRun, nsNamedEve
 uint32_t nsSystemBDAScanner::WaitScanningDone() {
   uint32_t result;
   do result = mDoneEvent.Wait(mTimes.mDoneWait);
-  while (result == WAIT_TIMEOUT && mRun->mThreadBusy);
+  while (result == WAIT_TIMEOUT && Current()->mThreadBusy);
   return result;
 }
 
@@ -191,8 +187,9 @@ void nsSystemBDAScanner::Run::ReadSection(BDASectionFilter& aFilter) {
 
 std::vector<BDAService*> nsSystemBDAScanner::getCurrentServices(nsresult* aRv) {
   std::vector<BDAService*> services;
+  const auto run = Current();
   const BDATransponder* const current =
-      mRun->mThreadBusy ? nullptr : mRun->mTables.mCurrentTransponder;
+      run->mThreadBusy ? nullptr : run->mTables.mCurrentTransponder;
   if (!current) {
     SYSTEM_LOG_DEBUG(mLog, "Transponder not ready");
     *aRv = NS_ERROR_FAILURE;
@@ -206,8 +203,9 @@ std::vector<BDAService*> nsSystemBDAScanner::getCurrentServices(nsresult* aRv) {
 
 nsresult nsSystemBDAScanner::GetTransponderData(TransponderData* aData) {
   // The thread writes the records while it is busy.
+  const auto run = Current();
   const BDATransponder* const current =
-      mRun->mThreadBusy ? nullptr : mRun->mTables.mCurrentTransponder;
+      run->mThreadBusy ? nullptr : run->mTables.mCurrentTransponder;
   if (!current) return NS_ERROR_FAILURE;
   *aData = {current->frequency,     current->bandwidth,
             current->code_rate_hp,  current->code_rate_lp,
@@ -218,8 +216,9 @@ nsresult nsSystemBDAScanner::GetTransponderData(TransponderData* aData) {
 }
 
 std::unique_ptr<BDATransponder> nsSystemBDAScanner::TakeCurrentTransponder() {
-  if (mRun->mThreadBusy) return nullptr;
-  nsBDATables& tables = mRun->mTables;
+  const auto run = Current();
+  if (run->mThreadBusy) return nullptr;
+  nsBDATables& tables = run->mTables;
   for (auto& transponder : tables.mTransponders)
     if (transponder.get() == tables.mCurrentTransponder) {
       tables.mCurrentTransponder = nullptr;

@@ -74,13 +74,14 @@ class nsSystemBDAScanner {
 
  private:
   struct Run;
+  std::shared_ptr<Run> Current() const;
   static void ScanThread(const std::shared_ptr<Run>& aRun, nsNamedEvent& aDone);
 
   const Times mTimes;
   const nsCOMPtr<nsILog4Logger> mLog;
   nsNamedEvent mDoneEvent{"ScanningDone"};
   const bool mLongTimeouts = false;  ///< times five; nothing sets it
-  nsMutex mLock;                     ///< of the pointer mRun
-  std::shared_ptr<Run> mRun;         ///< what one frequency has
+  mutable nsMutex mLock;
+  std::shared_ptr<Run> mRun NS_GUARDED_BY(mLock);  ///< what one frequency has
   std::vector<nsNamedThread> mThreads;
 };

@@ -170,13 +170,15 @@ class nsSystemFileSystemTree final : public nsThreadSafeSupportsWeakReference {
   const nsCOMPtr<nsILog4Logger> mLog;
   nsCOMPtr<nsSystemFileSystemNode> mRootNode;
   nsCOMPtr<nsIThread> mOwnerThread;
-  nsCOMPtr<nsIWeakReference> mListener;
+  nsCOMPtr<nsIWeakReference> mListener NS_GUARDED_BY(mListenerLock);
   nsString mRootPath;
   std::vector<uint64_t> mVolumes;  // the place is the tree's own number
   std::atomic<bool> mIsCancelled = false;
   bool mIsRecursive = false;
   bool mIsInitialized = false;
-  nsMutex mRootNodeLock;  // guards the nodes of the live tree
+  // Guards mRootNode and the nodes below it. Only the thread of the cycle changes them, and reads
+  // them without it, which the compiler can't check.
+  nsMutex mRootNodeLock;
   // Guards mListener and every call into it. Reentrant: a listener may let go of the watch in a
   // call.
   nsRecursiveMutex mListenerLock;

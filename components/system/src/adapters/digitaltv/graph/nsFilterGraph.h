@@ -56,12 +56,12 @@ class nsFilterGraph final
   using Filters = std::vector<nsCOMPtr<IBaseFilter>>;
 
   ~nsFilterGraph() override;
-  size_t IndexOf(IBaseFilter* aFilter) const;
-  bool HasName(std::u16string_view aName) const;
+  size_t IndexOf(IBaseFilter* aFilter) const NS_REQUIRES(NS_MediaStructureLock());
+  bool HasName(std::u16string_view aName) const NS_REQUIRES(NS_MediaStructureLock());
   Filters FromSource() const;
-  void Visit(IBaseFilter* aFilter, Filters* aOrder) const;
+  void Visit(IBaseFilter* aFilter, Filters* aOrder) const NS_REQUIRES(NS_MediaStructureLock());
 
-  std::vector<Entry> mFilters;  ///< under the structure lock
-  nsMutex mStateLock;           ///< of Run and Stop; taken before the structure lock
+  std::vector<Entry> mFilters NS_GUARDED_BY(NS_MediaStructureLock());
+  nsMutex mStateLock;  ///< of Run and Stop; taken before the structure lock
   bool mIsRunning NS_GUARDED_BY(mStateLock) = false;
 };

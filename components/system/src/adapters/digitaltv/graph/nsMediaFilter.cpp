@@ -131,6 +131,7 @@ nsresult nsMediaPin::QueryId(char16_t** aId) {
 
 nsresult nsMediaPin::QueryAccept(const AM_MEDIA_TYPE* aType) {
   if (!aType) return E_POINTER;
+  const nsAutoLock lock(NS_MediaStructureLock());
   return Takes(nsMediaType::Of(*aType)) ? S_OK : S_FALSE;
 }
 

@@ -102,26 +102,30 @@ class nsMediaPin : public IPin {
   nsCOMPtr<IPin> Peer() const;
   bool IsOutput() const { return mDirection == PINDIR_OUTPUT; }
   const std::u16string& Name() const { return mName; }
-  void SetTypes(std::vector<nsMediaType> aTypes) { mTypes = std::move(aTypes); }
+  void SetTypes(std::vector<nsMediaType> aTypes) NS_REQUIRES(NS_MediaStructureLock()) {
+    mTypes = std::move(aTypes);
+  }
 
  protected:
   nsMediaFilter& Filter() const { return mFilter; }
   /// What an output offers now.
-  virtual std::vector<nsMediaType> Offers() const { return mTypes; }
-  virtual bool Takes(const nsMediaType& aType) const;
+  virtual std::vector<nsMediaType> Offers() const NS_REQUIRES(NS_MediaStructureLock()) {
+    return mTypes;
+  }
+  virtual bool Takes(const nsMediaType& aType) const NS_REQUIRES(NS_MediaStructureLock());
   /// Whether an input takes a connection from this pin, whose type it takes.
   virtual bool TakesFrom(IPin*) const { return true; }
   nsMediaType ConnectedType() const;
 
  private:
-  nsresult CheckFree() const;
+  nsresult CheckFree() const NS_REQUIRES(NS_MediaStructureLock());
 
   nsMediaFilter& mFilter;
   const PIN_DIRECTION mDirection;
   const std::u16string mName;
-  std::vector<nsMediaType> mTypes;
-  nsCOMPtr<IPin> mPeer;
-  nsMediaType mConnectedType{};
+  std::vector<nsMediaType> mTypes NS_GUARDED_BY(NS_MediaStructureLock());
+  nsCOMPtr<IPin> mPeer NS_GUARDED_BY(NS_MediaStructureLock());
+  nsMediaType mConnectedType NS_GUARDED_BY(NS_MediaStructureLock()){};
 };
 
 /// A pin that answers more interfaces.
@@ -188,11 +192,13 @@ class nsMediaFilter : public IBaseFilter {
 
  private:
   nsCID mClass;
-  nsMutex mStateLock;
+  nsMutex mStateLock;  ///< guards no field: Run and Stop come one after the other
   std::atomic<FILTER_STATE> mState = State_Stopped;
-  std::vector<std::unique_ptr<nsMediaPin>> mPins, mRemovedPins;
-  IFilterGraph* mGraph = nullptr;  ///< takes itself back before it goes
-  std::u16string mName;
+  std::vector<std::unique_ptr<nsMediaPin>> mPins NS_GUARDED_BY(NS_MediaStructureLock());
+  std::vector<std::unique_ptr<nsMediaPin>> mRemovedPins NS_GUARDED_BY(NS_MediaStructureLock());
+  /// Takes itself back before it goes.
+  IFilterGraph* mGraph NS_GUARDED_BY(NS_MediaStructureLock()) = nullptr;
+  std::u16string mName NS_GUARDED_BY(NS_MediaStructureLock());
 };
 
 template <nsInterface... More>

@@ -38,14 +38,16 @@ class nsMpeg2Demultiplexer final
   ~nsMpeg2Demultiplexer() override;
   nsresult OnRun() override;
   void OnStop() override;
-  nsresult FindMadePin(const char16_t* aName, StreamPin** aPin);
+  nsresult FindMadePin(const char16_t* aName, StreamPin** aPin)
+      NS_REQUIRES(NS_MediaStructureLock());
   std::shared_ptr<nsMediaTuner> SourceTuner() const;
   nsresult ChangePids(StreamPin& aPin, const Pids& aPids) NS_REQUIRES(mLock);
   nsresult UpdateReader() NS_REQUIRES(mLock);
   void Stream(nsPlatformPacketReader& aReader, std::vector<Outlet>& aOutlets);
 
   nsMediaPin& mInput;
-  std::vector<StreamPin*> mStreamPins;             ///< in order of making; under the structure lock
+  /// In order of making.
+  std::vector<StreamPin*> mStreamPins NS_GUARDED_BY(NS_MediaStructureLock());
   nsMutex mLock;                                   ///< of all that follows, and of the pins' PIDs
   bool mIsStreaming NS_GUARDED_BY(mLock) = false;  ///< from OnRun to OnStop
   std::shared_ptr<nsPlatformPacketReader> mReader NS_GUARDED_BY(mLock);

@@ -41,10 +41,13 @@ class SampleGrabber::InputPin final : public nsMediaPinWith<nsIMediaInput> {
   void ReceiveSample(IMediaSample* aSample) override { mGrabber.Receive(aSample); }
   using nsMediaPin::ConnectedType;
 
-  AM_MEDIA_TYPE mWanted{};  ///< zeros stand for any; under the structure lock
+  /// Zeros stand for any.
+  AM_MEDIA_TYPE mWanted NS_GUARDED_BY(NS_MediaStructureLock()){};
 
  private:
-  bool Takes(const nsMediaType& aType) const override { return aType.Fits(mWanted); }
+  bool Takes(const nsMediaType& aType) const override NS_REQUIRES(NS_MediaStructureLock()) {
+    return aType.Fits(mWanted);
+  }
   SampleGrabber& mGrabber;
 };
 

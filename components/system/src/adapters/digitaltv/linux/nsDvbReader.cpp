@@ -184,7 +184,7 @@ nsresult nsDvbPacketReader::Apply() {
   if (!std::exchange(mIsChanged, false)) return NS_OK;
   const bool wantsAll = mWanted[kWholeStream];
   if (mSortsItself && mWanted.any() && !wantsAll) return NS_OK;
-  const auto start = [this](uint16_t aPid) -> nsresult {
+  const auto start = [this](uint16_t aPid) NS_REQUIRES(mSession->mLock) -> nsresult {
     mFiltered.reset();
     mHeld = 0;
     if (nsresult rv = OpenDemux(kPacketBuffer); NS_FAILED(rv)) return rv;
@@ -248,7 +248,7 @@ nsresult nsDvbPacketReader::ReadPackets(uint32_t aTimeout,
   bool isFirst = true;
   const nsresult rv = Read(
       aTimeout,
-      [&] {
+      [&]() NS_REQUIRES(mSession->mLock) {
         if (std::exchange(isFirst, false)) mCopies.clear();
         const nsresult applied = Apply();
         if (std::exchange(mIsRestarted, false)) {

@@ -9,15 +9,17 @@
 #include "nsEventFd.h"
 #include "nsTransportDemultiplexer.h"
 
-/// A descriptor that is waited for together with the end of its tuner.
+/// A descriptor that is waited for together with the end of its tuner. The session calls its
+/// readers with its lock, which the compiler does not know to be the one of the reader's session:
+/// what it calls is not checked.
 class nsDvbReader {
  public:
   /// Ends the read that waits, for it to look again. With the session's lock.
   void Wake() { mWake.Set(); }
-  /// The session knows it from now on. With the session's lock.
-  void Enlist();
+  /// The session knows it from now on.
+  void Enlist() NS_REQUIRES(mSession->mLock);
   /// What has been received so far is thrown away. With the session's lock.
-  void Restart();
+  void Restart() NS_NOT_CHECKED;
   /// Gives the device back; nobody reads. With the session's lock.
   void Drop() { mFd.Close(); }
 
@@ -29,7 +31,7 @@ class nsDvbReader {
 
   nsresult OpenWake() { return mWake.Open(); }
   /// A descriptor of the demultiplexer with a buffer of that size.
-  nsresult OpenDemux(size_t aBuffer);
+  nsresult OpenDemux(size_t aBuffer) NS_REQUIRES(mSession->mLock);
   void End();
   /// Reads once something can be read, or the time is up. aPrepare is called with the session's
   /// lock before each wait; aTake, without it, gets the descriptor, and tells what came of it:
@@ -39,8 +41,9 @@ class nsDvbReader {
 
   const std::shared_ptr<nsDvbSession> mSession;
   nsUniqueFd mFd;
-  bool mIsReading = false, mIsCancelled = false;
-  bool mIsRestarted = false;
+  bool mIsReading NS_GUARDED_BY(mSession->mLock) = false;
+  bool mIsCancelled NS_GUARDED_BY(mSession->mLock) = false;
+  bool mIsRestarted NS_GUARDED_BY(mSession->mLock) = false;
 
  private:
   nsEventFd mWake;
@@ -51,7 +54,7 @@ class nsDvbSectionReader final : public nsPlatformSectionReader, private nsDvbRe
  public:
   /// With the session's lock.
   static nsresult Make(std::shared_ptr<nsDvbSession> aSession, const nsSectionFilter& aFilter,
-                       std::shared_ptr<nsPlatformSectionReader>* aReader);
+                       std::shared_ptr<nsPlatformSectionReader>* aReader) NS_NOT_CHECKED;
   nsDvbSectionReader(std::shared_ptr<nsDvbSession> aSession, const nsSectionFilter& aFilter)
       : nsDvbReader(std::move(aSession)), mFilter(aFilter) {}
 
@@ -68,7 +71,7 @@ class nsDvbPacketReader final : public nsPlatformPacketReader,
  public:
   /// With the session's lock.
   static nsresult Make(std::shared_ptr<nsDvbSession> aSession,
-                       std::shared_ptr<nsPlatformPacketReader>* aReader);
+                       std::shared_ptr<nsPlatformPacketReader>* aReader) NS_NOT_CHECKED;
   explicit nsDvbPacketReader(std::shared_ptr<nsDvbSession> aSession)
       : nsDvbReader(std::move(aSession)), mBuffer(kBuffer) {}
 
@@ -81,12 +84,13 @@ class nsDvbPacketReader final : public nsPlatformPacketReader,
   static constexpr size_t kBuffer = 512 * kPacketSize;
   using Pids = std::bitset<kWholeStream + 1>;
 
-  nsresult Apply();
+  nsresult Apply() NS_REQUIRES(mSession->mLock);
   nsresult Take(int aFd, std::vector<std::span<const uint8_t>>* aRuns);
   void OnPackets(std::span<const uint8_t> aPackets) override;
 
-  Pids mWanted, mFiltered;  // what is asked for, and what the kernel filters
-  bool mIsChanged = false;
+  Pids mWanted NS_GUARDED_BY(mSession->mLock);
+  Pids mFiltered NS_GUARDED_BY(mSession->mLock);  // by the kernel
+  bool mIsChanged NS_GUARDED_BY(mSession->mLock) = false;
   bool mSortsItself = false;  // the kernel gives the whole stream
   std::vector<uint8_t> mBuffer;
   size_t mHeld = 0;  // bytes of a packet in part, behind what was handed out

@@ -79,7 +79,7 @@ nsresult nsDvbTuner::With(Do&& aDo) {
 }
 
 nsresult nsDvbTuner::Tune(uint32_t aFrequency, uint32_t aBandwidth) {
-  return With([&](int aFd) {
+  return With([&](int aFd) NS_REQUIRES(mSession->mLock) {
     const auto system = TunedSystem(mSession->mDevice.mSystems);
     if (!system || aFrequency > UINT32_MAX / 1000 || aBandwidth > kMostBandwidth)
       return NS_ERROR_INVALID_ARG;
@@ -112,7 +112,7 @@ nsresult nsDvbTuner::Tune(uint32_t aFrequency, uint32_t aBandwidth) {
 }
 
 nsresult nsDvbTuner::ReadLocked(bool* aLocked) {
-  return With([&](int aFd) {
+  return With([&](int aFd) NS_REQUIRES(mSession->mLock) {
     fe_status status{};
     if (Call(aFd, FE_READ_STATUS, &status) != 0) return mSession->Failed(errno);
     *aLocked = mIsTuned && (status & FE_HAS_LOCK) != 0;
@@ -123,7 +123,7 @@ nsresult nsDvbTuner::ReadLocked(bool* aLocked) {
 // What the device tells; a reading of the older call has the scale of its own that those have.
 nsresult nsDvbTuner::ReadStatistic(uint32_t aProperty, unsigned long aOlderCall,
                                    dtv_stats* aStatistic) {
-  return With([&](int aFd) {
+  return With([&](int aFd) NS_REQUIRES(mSession->mLock) {
     // Many drivers measure when they are asked for the status only.
     fe_status status{};
     if (Call(aFd, FE_READ_STATUS, &status) != 0) return mSession->Failed(errno);
@@ -170,14 +170,15 @@ nsresult nsDvbTuner::ReadQuality(uint32_t* aQuality) {
 
 nsresult nsDvbTuner::OpenSections(const nsSectionFilter& aFilter,
                                   std::shared_ptr<nsPlatformSectionReader>* aReader) {
-  return With([&](int) {
+  return With([&](int) NS_REQUIRES(mSession->mLock) {
     if (aFilter.mPid >= nsTransportDemultiplexer::kPidCount) return NS_ERROR_INVALID_ARG;
     return nsDvbSectionReader::Make(mSession, aFilter, aReader);
   });
 }
 
 nsresult nsDvbTuner::OpenPackets(std::shared_ptr<nsPlatformPacketReader>* aReader) {
-  return With([&](int) { return nsDvbPacketReader::Make(mSession, aReader); });
+  return With(
+      [&](int) NS_REQUIRES(mSession->mLock) { return nsDvbPacketReader::Make(mSession, aReader); });
 }
 
 nsresult nsDvbTuner::Close() {
@@ -185,7 +186,8 @@ nsresult nsDvbTuner::Close() {
   if (mSession->mIsClosed) return NS_ERROR_ABORT;
   mSession->mIsClosed = true;
   for (nsDvbReader* const reader : mSession->mReaders) reader->Wake();
-  mSession->mIsIdle.Wait(lock, [this] { return mSession->mReads == 0; });
+  mSession->mIsIdle.Wait(lock,
+                         [this]() NS_REQUIRES(mSession->mLock) { return mSession->mReads == 0; });
   for (nsDvbReader* const reader : mSession->mReaders) reader->Drop();
   mSession->mFrontend.Close();
   mSession->mRemovals.Close();

@@ -16,25 +16,26 @@ class nsDvbSession {
   nsDvbSession(const nsDvbSession&) = delete;
   nsDvbSession& operator=(const nsDvbSession&) = delete;
 
-  /// Why nothing can be done any more, or NS_OK. With mLock.
-  nsresult State() const {
+  /// Why nothing can be done any more, or NS_OK.
+  nsresult State() const NS_REQUIRES(mLock) {
     return mIsClosed ? NS_ERROR_ABORT : mIsGone ? NS_ERROR_NOT_AVAILABLE : NS_OK;
   }
-  /// The result of a call that has failed with that; the device may have gone. With mLock.
-  nsresult Failed(int aErrno);
-  /// Looks whether the device has gone, when the system has told of something. With mLock.
-  void Look();
+  /// The result of a call that has failed with that; the device may have gone.
+  nsresult Failed(int aErrno) NS_REQUIRES(mLock);
+  /// Looks whether the device has gone, when the system has told of something.
+  void Look() NS_REQUIRES(mLock);
 
   nsMutex mLock;
   nsCondition mIsIdle;
-  nsUniqueFd mFrontend;
+  nsUniqueFd mFrontend NS_GUARDED_BY(mLock);
   const nsDvbDevice mDevice;
   /// Can be read when something happened in the folder of the device: an open device is not told
   /// that it has gone.
-  nsUniqueFd mRemovals;
-  std::list<nsDvbReader*> mReaders;
-  unsigned mReads = 0;  ///< That go on.
-  bool mIsClosed = false, mIsGone = false;
+  nsUniqueFd mRemovals NS_GUARDED_BY(mLock);
+  std::list<nsDvbReader*> mReaders NS_GUARDED_BY(mLock);
+  unsigned mReads NS_GUARDED_BY(mLock) = 0;  ///< That go on.
+  bool mIsClosed NS_GUARDED_BY(mLock) = false;
+  bool mIsGone NS_GUARDED_BY(mLock) = false;
 };
 
 class nsDvbTuner final : public nsPlatformTuner {
@@ -59,5 +60,5 @@ class nsDvbTuner final : public nsPlatformTuner {
   nsresult ReadStatistic(uint32_t aProperty, unsigned long aOlderCall, dtv_stats* aStatistic);
 
   const std::shared_ptr<nsDvbSession> mSession;
-  bool mIsTuned = false;  // with the session's lock
+  bool mIsTuned NS_GUARDED_BY(mSession->mLock) = false;
 };

@@ -145,10 +145,11 @@ class nsSystemAdapterDigitalTvReceiver final
   nsCOMPtr<IBDA_SignalStatistics> mSignalStatistics;  ///< as it is after Init
 
   nsSystemBDAScanner mScanner;
-  /// Guards the next two. An array of the host's is for one thread at a time.
+  /// Guards the next two, of the latter the array and not the pointer, which is set once. An array
+  /// of the host's is for one thread at a time.
   nsMutex mListLock;
   std::vector<uint32_t> mFrequencies NS_GUARDED_BY(mListLock);  ///< kHz, in the platform's order
-  nsCOMPtr<nsIMutableArray> mTvServicesFoundByScan;
+  nsCOMPtr<nsIMutableArray> mTvServicesFoundByScan NS_POINTEE_GUARDED_BY(mListLock);
   std::atomic<bool> mScanStarted = false;  ///< from the moment that it is queued
   /// 1 idle, 0 running, -1 failed to start, -2 stopped.
   std::atomic<int32_t> mScanState = 1;

@@ -103,7 +103,7 @@ class nsSystemBDAGraph {
       { const nsAutoLock lock(mLock); }
       mChanged.NotifyAll();
     }
-    nsMutex mLock;
+    nsMutex mLock;  ///< guards no field: no wake is missed between a look and the wait
     nsCondition mChanged;
   };
   const std::shared_ptr<Writer> mWriter = std::make_shared<Writer>();

@@ -104,6 +104,6 @@ class nsTerminalLine final : public nsPlatformCommPort,
   Clock::time_point mLastChange;
   uint32_t mPendingOut NS_GUARDED_BY(mLock) = 0;
 
-  nsMutex mWriteOrder;
+  nsMutex mWriteOrder;  // guards no field: writes come one after the other
   nsOverlappedQueue mReads, mWrites;
 };
