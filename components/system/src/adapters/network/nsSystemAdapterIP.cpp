@@ -72,6 +72,7 @@ nsSystemAdapterIP::~nsSystemAdapterIP() = default;
 // ---- What discovery brings
 
 nsresult nsSystemAdapterIP::Init(const nsAdapterInfo& aInfo) {
+  const nsAutoLock monitor(mMonitor);
   if (mPlatform->mNetwork->GetSystemVersion().mMajor < kCompleteVersion) {
     for (const nsAdapterInfo::Address& entry : aInfo.mIpAddressList) {
       const nsCOMPtr<nsISystemIPAddress> adr(new (std::nothrow) nsSystemIPAddress);
@@ -100,6 +101,7 @@ nsresult nsSystemAdapterIP::Init(const nsAdapterInfo& aInfo) {
 }
 
 nsresult nsSystemAdapterIP::Init(const nsAdapterAddresses& aAddresses) {
+  const nsAutoLock monitor(mMonitor);
   mGeneric->mSysPath = nsString(vorel::NameToUtf16(aAddresses.mAdapterName));
   mGeneric->mLabel = nsString(aAddresses.mFriendlyName);
   mDescription = nsString(aAddresses.mDescription);
@@ -144,6 +146,7 @@ nsresult nsSystemAdapterIP::Init(const nsAdapterAddresses& aAddresses) {
 
 nsresult nsSystemAdapterIP::Update(const nsAdapterInfo& aInfo, const nsAdapterAddresses& aAddresses,
                                    bool* aModified) {
+  const nsAutoLock monitor(mMonitor);
   const auto firstAddress = [this] {
     nsCOMPtr<nsISystemIPAddress> address;
     nsCOMPtr<nsISystemIPStructure> value;
@@ -258,6 +261,7 @@ nsresult nsSystemAdapterIP::GetRegistered(nsISystemAdapter** aRegistered) {
       make(std::type_identity<nsSystemAdapterWWAN>());
     NS_ENSURE_TRUE(obj, NS_ERROR_UNEXPECTED);
 
+    const nsAutoLock viewMonitor(view->mMonitor);
     view->mIsRegistered = true;
     view->mDescription = mDescription;
     view->mGeneric->mSysPath = mGeneric->mSysPath;
@@ -271,7 +275,6 @@ nsresult nsSystemAdapterIP::GetRegistered(nsISystemAdapter** aRegistered) {
     view->mReservedCounterB = mReservedCounterB;
     view->mIgmpVersion = mIgmpVersion;
     view->mRegKey = NS_TcpipInterfaceKey(vorel::Utf16ToName(mGeneric->mSysPath.view()));
-    const nsAutoLock viewMonitor(view->mMonitor);
     view->mRegistered = obj;
     mRegistered = obj;
   }
@@ -309,18 +312,22 @@ nsresult nsSystemAdapterIP::WriteValue(std::string_view aKeyPath, const std::str
 // ---- Settings that are the fields' in both
 
 nsresult nsSystemAdapterIP::GetMacAddress(nsISystemMACStructure** aMacAddress) const {
+  const nsAutoLock monitor(mMonitor);
   return CloneInto(mMacAddress, aMacAddress);
 }
 
 nsresult nsSystemAdapterIP::GetDhcpv6Server(nsISystemIPv6Structure** aDhcpv6Server) const {
+  const nsAutoLock monitor(mMonitor);
   return CloneInto(mDhcpv6Server, aDhcpv6Server);
 }
 
 nsresult nsSystemAdapterIP::GetAnycastAddresses(nsIArray** aAnycastAddresses) const {
+  const nsAutoLock monitor(mMonitor);
   return NS_NewScriptArray(aAnycastAddresses, mAnycastAddresses);
 }
 
 nsresult nsSystemAdapterIP::GetMulticastAddresses(nsIArray** aMulticastAddresses) const {
+  const nsAutoLock monitor(mMonitor);
   return NS_NewScriptArray(aMulticastAddresses, mMulticastAddresses);
 }
 

@@ -68,7 +68,8 @@ class nsSystemAdapterIP {
     return NS_OK;
   }
 
-  // Fields of both, live adapter and view.
+  // Fields of both, live adapter and view. Discovery changes them on the main thread, without the
+  // monitor: only the main thread reads them.
   nsString mDescription;
   uint32_t mIfIndex = 0;
   uint32_t mInterfaceType = 0;
@@ -90,15 +91,16 @@ class nsSystemAdapterIP {
   nsresult CreateIPStructures(const std::vector<nsSocketAddress>& aAddresses,
                               nsCOMArray<nsISystemIPStructure>& aList);
   /// Renew the lists of a view.
-  nsresult ReadUnicastAddresses();
-  nsresult ReadGatewayAddresses();
-  nsresult ReadDnsServers();
+  nsresult ReadUnicastAddresses() NS_REQUIRES(mMonitor);
+  nsresult ReadGatewayAddresses() NS_REQUIRES(mMonitor);
+  nsresult ReadDnsServers() NS_REQUIRES(mMonitor);
 
   // The store. Every failure is NS_ERROR_FAILURE.
   nsresult OpenKey(std::string_view aPath, uint32_t aAccess, RegKey* aKey) const;
-  nsresult ReadValue(const std::string& aName, std::vector<uint8_t>* aData) const;
+  nsresult ReadValue(const std::string& aName, std::vector<uint8_t>* aData) const
+      NS_REQUIRES(mMonitor);
   /// The first string of a value.
-  nsresult ReadText(const std::string& aName, std::string* aText) const;
+  nsresult ReadText(const std::string& aName, std::string* aText) const NS_REQUIRES(mMonitor);
   nsresult WriteValue(std::string_view aKeyPath, const std::string& aName, uint32_t aType,
                       std::span<const uint8_t> aData) const;
 
@@ -110,21 +112,21 @@ class nsSystemAdapterIP {
   // In a view this points to the view, so that a view, once made, lives as long as the process:
   // whoever holds the configuration pages open keeps working when the interface goes and comes.
   nsCOMPtr<nsISystemAdapterIP> mRegistered NS_GUARDED_BY(mMonitor);
-  std::string mRegKey;
-  // "system.ip.mMonitor": guards the store and the making of the view. Entered again by operations
-  // that call others.
+  std::string mRegKey NS_GUARDED_BY(mMonitor);
+  // "system.ip.mMonitor": guards the store, the making of the view, and the fields that say so.
+  // Entered again by operations that call others.
   mutable nsRecursiveMutex mMonitor;
-  bool mIsRegistered = false;
-  nsCOMPtr<nsISystemMACStructure> mMacAddress;
-  uint16_t mIgmpVersion = 3;
-  nsCOMPtr<nsISystemIPv4Structure> mDhcpv4Server;
-  nsCOMPtr<nsISystemIPv6Structure> mDhcpv6Server;
-  bool mDhcpv4Enabled = false;
-  nsCOMArray<nsISystemIPAddress> mUnicastAddresses;
-  nsCOMArray<nsISystemIPStructure> mMulticastAddresses;
-  nsCOMArray<nsISystemIPStructure> mAnycastAddresses;
-  nsCOMArray<nsISystemIPStructure> mDnsServers;
-  nsCOMArray<nsISystemIPStructure> mGatewayAddresses;
+  bool mIsRegistered = false;  // set before anybody else has the object
+  nsCOMPtr<nsISystemMACStructure> mMacAddress NS_GUARDED_BY(mMonitor);
+  uint16_t mIgmpVersion NS_GUARDED_BY(mMonitor) = 3;
+  nsCOMPtr<nsISystemIPv4Structure> mDhcpv4Server NS_GUARDED_BY(mMonitor);
+  nsCOMPtr<nsISystemIPv6Structure> mDhcpv6Server NS_GUARDED_BY(mMonitor);
+  bool mDhcpv4Enabled NS_GUARDED_BY(mMonitor) = false;
+  nsCOMArray<nsISystemIPAddress> mUnicastAddresses NS_GUARDED_BY(mMonitor);
+  nsCOMArray<nsISystemIPStructure> mMulticastAddresses NS_GUARDED_BY(mMonitor);
+  nsCOMArray<nsISystemIPStructure> mAnycastAddresses NS_GUARDED_BY(mMonitor);
+  nsCOMArray<nsISystemIPStructure> mDnsServers NS_GUARDED_BY(mMonitor);
+  nsCOMArray<nsISystemIPStructure> mGatewayAddresses NS_GUARDED_BY(mMonitor);
 };
 
 /// An IP adapter class: hands out the fields, and forwards the other operations of
