@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "nsAscii.h"
 #include "nsDebug.h"
 #include "nsIFile.h"
 #include "nsIFileProtocolHandler.h"
@@ -13,9 +14,7 @@
 bool NS_HasOtherHost(std::string_view aURL) {
   constexpr std::string_view kScheme = "file:", kLocal = "localhost";
   const auto startsWith = [](std::string_view aText, std::string_view aStart) {
-    return std::ranges::equal(aText.substr(0, aStart.size()), aStart, [](char aOne, char aOther) {
-      return (aOne >= 'A' && aOne <= 'Z' ? static_cast<char>(aOne + 32) : aOne) == aOther;
-    });
+    return NS_ToLowerAscii(aText.substr(0, aStart.size())) == aStart;
   };
   if (startsWith(aURL, kScheme)) aURL.remove_prefix(kScheme.size());
   if (!aURL.starts_with("//")) return false;

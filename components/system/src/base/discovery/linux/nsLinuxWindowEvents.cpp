@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <string_view>
 
+#include "nsAscii.h"
 #include "nsLogger.h"
 #include "nsPollSource.h"
 
@@ -32,10 +33,7 @@ std::string_view View(const char* aText) { return aText ? aText : ""; }
 std::string InterfaceName(udev_device* aDevice, bool aIsDisplay) {
   std::string name(View(udev_device_get_subsystem(aDevice)));
   (name += '#') += View(udev_device_get_sysname(aDevice));
-  std::ranges::transform(name, name.begin(), [](char aChar) {
-    return aChar >= 'A' && aChar <= 'Z' ? static_cast<char>(aChar + 32) : aChar;
-  });
-  return "\\\\?\\" + std::string(aIsDisplay ? "DISPLAY#" : "") + name;
+  return "\\\\?\\" + std::string(aIsDisplay ? "DISPLAY#" : "") + NS_ToLowerAscii(name);
 }
 
 }  // namespace
