@@ -20,7 +20,11 @@ constexpr size_t kPacketBuffer = 4 * 1024 * 1024;  // a second of the fastest st
 constexpr size_t kMostSection = 4096;
 constexpr uint8_t kSync = 0x47;
 constexpr uint8_t kTimeOffsetTable = 0x73;  // a short section that has a checksum all the same
-constexpr int kPatience = 1000;             // ms, where the system does not tell of removals
+// A driver that has no room for a further one must not be asked: the kernel keeps the refused PID
+// in its list, and falls over it when the descriptor is closed. Each has room for these; a service
+// has half a dozen.
+constexpr size_t kMostPids = 16;
+constexpr int kPatience = 1000;  // ms, where the system does not tell of removals
 
 }  // namespace
 
@@ -214,7 +218,7 @@ nsresult nsDvbPacketReader::Apply() {
     mSortsItself = false;
   }
   // What is added comes before what is no longer wanted goes.
-  bool isBounded = false;
+  bool isBounded = !wantsAll && mWanted.count() > kMostPids;
   for (uint16_t pid = 0; pid <= kWholeStream && !isBounded; ++pid) {
     if (!mWanted[pid] || mFiltered[pid]) continue;
     if (!mFd) {
