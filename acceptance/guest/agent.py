@@ -43,7 +43,7 @@ class Agent:
         self.port = os.open(find_port(), os.O_RDWR | os.O_CLOEXEC)
         self.selector = selectors.DefaultSelector()
         self.selector.register(self.port, selectors.EVENT_READ, self.hear)
-        self.commands, self.pending = {}, b""
+        self.commands, self.pending = {}, []
 
     def send(self, **message):
         data = json.dumps(message).encode() + b"\n"
@@ -54,10 +54,11 @@ class Agent:
         data = os.read(self.port, 65536)
         if not data:  # the host has let go: wait for it without turning
             time.sleep(0.05)
-        self.pending += data
-        *lines, self.pending = self.pending.split(b"\n")
+        *lines, rest = data.split(b"\n")
         for line in lines:
-            self.obey(json.loads(line))
+            self.obey(json.loads(b"".join([*self.pending, line])))
+            self.pending = []
+        self.pending.append(rest)
 
     def obey(self, message):
         ident = message.get("id")

@@ -19,8 +19,8 @@ BUILD = ROOT / "build" / "acceptance"
 PRUNED = ["usr/share/doc", "usr/share/man", "usr/share/locale", "usr/share/info", "usr/share/icons", "usr/share/lintian",
           "usr/share/bash-completion", "usr/share/zsh", "usr/share/perl", "usr/share/gtk-doc"]
 # Modules without which there is no root file system.
-EARLY = ["virtio_pci", "virtio_blk", "squashfs", "overlay", "virtio_console", "lz4_decompress"]
-USERS = ["messagebus", "systemd-network", "systemd-resolve", "systemd-timesync", "polkitd", "avahi", "player"]
+EARLY = ["virtio_pci", "virtio_blk", "squashfs", "overlay", "virtio_console", "lz4_decompress", "crc32c_generic", "ext4"]
+USERS = ["messagebus", "systemd-network", "systemd-resolve", "systemd-timesync", "polkitd", "avahi", "dnsmasq", "player"]
 
 
 class MachineError(Exception):
@@ -128,6 +128,10 @@ def configure(root):
     (etc / "machine-id").write_text("a" * 32 + "\n")
     (etc / "fstab").write_text("")
     (etc / "resolv.conf").write_text("")
+    for name in ("run", "lock"):
+        if not (root / "var" / name).is_symlink():
+            shutil.rmtree(root / "var" / name, ignore_errors=True)
+            (root / "var" / name).symlink_to("/run" if name == "run" else "/run/lock")
     (etc / "localtime").unlink(missing_ok=True)
     (etc / "localtime").symlink_to("/usr/share/zoneinfo/UTC")
     for service in ("systemd-timesyncd", "systemd-resolved", "NetworkManager", "NetworkManager-wait-online", "systemd-networkd",

@@ -149,28 +149,39 @@ def attempt(one, bench):
     return one
 
 
-def try_all(chosen, jobs):
-    def say(text):
-        print(f"vorel: {text}", file=sys.stderr, flush=True)
+def say(text):
+    print(f"vorel: {text}", file=sys.stderr, flush=True)
 
+
+def without_leftovers(work, *arguments):
+    """What the work gives. An interrupt ends its guests, and with them the process."""
     def interrupted(*_):
         raise KeyboardInterrupt
 
-    signal.signal(signal.SIGTERM, interrupted)
+    numbers = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
+    for number in numbers:
+        signal.signal(number, interrupted)
+    try:
+        return work(*arguments)
+    except KeyboardInterrupt:
+        for number in numbers:
+            signal.signal(number, signal.SIG_IGN)
+        say("interrupted")
+        vm.end_all()
+        os._exit(130)  # threads may still wait for guests that are no more
+
+
+def try_all(chosen, jobs):
+    return without_leftovers(try_side_by_side, chosen, jobs)
+
+
+def try_side_by_side(chosen, jobs):
     began = time.monotonic()
     bench = Bench(say)
-    running = []
-    with concurrent.futures.ThreadPoolExecutor(jobs or os.cpu_count() or 2) as pool:
-        try:
-            running = [pool.submit(attempt, one, bench) for one in sorted(chosen, key=lambda one: not one.is_long)]
-            for done in concurrent.futures.as_completed(running):
-                tell(done.result())
-        except KeyboardInterrupt:
-            say("interrupted")
-            for one in running:
-                one.cancel()
-            vm.end_all()
-            os._exit(130)  # threads may still wait for guests that are no more
+    pool = concurrent.futures.ThreadPoolExecutor(jobs or os.cpu_count() or 2)
+    running = [pool.submit(attempt, one, bench) for one in sorted(chosen, key=lambda one: not one.is_long)]
+    for done in concurrent.futures.as_completed(running):
+        tell(done.result())
     count = {o: sum(one.outcome == o for one in chosen) for o in ("passed", "failed", "skipped")}
     write_page(chosen, bench, time.monotonic() - began)
     print(f"{count['passed']} passed, {count['failed']} failed, {count['skipped']} skipped", flush=True)
@@ -179,7 +190,11 @@ def try_all(chosen, jobs):
 
 def run_in_guest(command):
     """The status of a command in a guest of its own, which prints here as it goes."""
-    bench = Bench(lambda text: print(f"vorel: {text}", file=sys.stderr))
+    return without_leftovers(print_of_guest, command)
+
+
+def print_of_guest(command):
+    bench = Bench(say)
     with vm.Guest(bench.machine, bench.product, bench.results / "guest.log", state=bench.state()) as guest:
         process = guest.start(command)
         while (item := process.line(3600)) is not None:
@@ -206,10 +221,12 @@ def write_page(chosen, bench, seconds):
         log = f'<a href="{html.escape(one.name)}/{one.log.name}">log</a>' if one.log else ""
         rows.append(f"<tr class={one.outcome}><td>{html.escape(one.name)}<td>{html.escape(one.title)}<td>{one.outcome}<td>{one.seconds:.1f} s"
                     f"<td>{times}<td><pre>{html.escape(one.why)}</pre>{log}</tr>")
+    used = os.times()
+    spent = used.children_user + used.children_system + used.user + used.system
     page = f"""<!doctype html><meta charset=utf-8><title>Acceptance</title>
 <style>body{{font:15px sans-serif;margin:2em}}table{{border-collapse:collapse}}td,th{{border:1px solid #bbb;padding:.3em .6em;vertical-align:top;text-align:left}}
 .failed{{background:#fdd}}.skipped{{background:#eee}}pre{{margin:0;white-space:pre-wrap}}</style>
-<h1>Acceptance</h1><p>{time.strftime('%Y-%m-%d %H:%M')}, {seconds:.0f} s, {vm.accelerator().split(',')[0]}. Times are from the cause, on the host,
+<h1>Acceptance</h1><p>{time.strftime('%Y-%m-%d %H:%M')}, {seconds:.0f} s, {spent:.0f} s of processors, {vm.accelerator().split(',')[0]}. Times are from the cause, on the host,
 to the line that tells of it.</p>
 <table><tr><th>scenario<th>what happens<th>result<th>took<th>times<th>why</tr>
 {chr(10).join(rows)}

@@ -17,7 +17,10 @@ USUAL = ["-device", "qemu-xhci,id=xhci,p2=8,p3=8",
          "-netdev", "user,id=n0,restrict=on", "-device", "virtio-net-pci,netdev=n0,id=nic0,mac=52:54:00:00:00:01,romfile="]
 
 
+# The guests of this process, and whether there may be more: what begins a guest and what ends all take the lock.
 ALIVE = set()
+ALIVE_LOCK = threading.Lock()
+HAS_ENDED = threading.Event()
 
 
 class GuestError(Exception):
@@ -25,8 +28,11 @@ class GuestError(Exception):
 
 
 def end_all():
-    """Ends every guest of this process."""
-    for guest in list(ALIVE):
+    """Ends every guest of this process, which has none from then on."""
+    with ALIVE_LOCK:
+        HAS_ENDED.set()
+        guests = list(ALIVE)
+    for guest in guests:
         guest.close()
 
 
@@ -132,7 +138,7 @@ class Guest:
     """Use as a context: leaving it ends the guest."""
 
     def __init__(self, machine, product, log, extra=(), state=None, memory=1024, init=None, append="", usual=True):
-        self.folder = pathlib.Path(tempfile.mkdtemp(prefix="vorel-guest."))
+        self.folder = pathlib.Path(tempfile.gettempdir()) / f"vorel-guest.{os.urandom(6).hex()}"
         self.log, self.calls, self.numbers = log, {}, itertools.count(1)
         self.pending_ready = threading.Event()
         self.plugged = itertools.count(1)
@@ -153,9 +159,13 @@ class Guest:
         if state:
             command += ["-incoming", f"exec:cat {state}"]
         self.began = time.monotonic()
-        self.messages = open(self.folder / "qemu.log", "w+")
-        self.process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=self.messages, stderr=self.messages, start_new_session=True)
-        ALIVE.add(self)
+        with ALIVE_LOCK:
+            if HAS_ENDED.is_set():
+                raise GuestError("the run has been interrupted")
+            self.folder.mkdir(mode=0o700)
+            self.messages = open(self.folder / "qemu.log", "w+")
+            self.process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=self.messages, stderr=self.messages, start_new_session=True)
+            ALIVE.add(self)
         try:
             self.agent = self.connect("agent")
             self.monitor = self.connect("qmp").makefile("rw")
@@ -230,7 +240,7 @@ class Guest:
         try:
             return answer.get(timeout=within)
         except queue.Empty:
-            raise GuestError(f"no answer within {within:.0f} s to {message.get('run', message)!r}") from None
+            raise GuestError(f"no answer within {within:.0f} s to {str(message.get('run', message))[:200]!r}") from None
         finally:
             self.calls.pop(ident, None)
 
@@ -259,6 +269,16 @@ class Guest:
     def put(self, path, text, mode=0o644):
         data = base64.b64encode(text.encode() if isinstance(text, str) else text).decode()
         self.call(30, put=path, data=data, mode=mode)
+
+    def bring(self, source, path, mode=0o755):
+        """A file of any size, by a disk that holds it; with some more zeros at its end."""
+        serial = f"file{next(self.plugged)}"
+        self.qmp("blockdev-add", **{"driver": "raw", "node-name": serial, "read-only": True,
+                                    "file": {"driver": "file", "filename": str(source), "locking": "off"}})
+        self.qmp("device_add", driver="virtio-blk-pci", id=serial, drive=serial, serial=serial)
+        self.until(lambda: self.succeeds(f"grep -qx {serial} /sys/block/vd*/serial"), 30, "the disk of a file")
+        self.run(f"disk=$(dirname $(grep -lx {serial} /sys/block/vd*/serial)) && until [ -b /dev/${{disk##*/}} ]; do sleep 0.1; done && "
+                 f"cat /dev/${{disk##*/}} > {path} && chmod {mode:o} {path}", 120)
 
     def until(self, holds, within=20.0, what="it"):
         """Waits for a condition; the seconds that it took."""
