@@ -1,10 +1,14 @@
 """Stored network settings come into force: by each way, confirmed, taken back, and through a power cut."""
 import json
 import random
+import re
+import subprocess
 import time
 
+from machine import image
 from machine.scenario import scenario
 from machine.vm import GuestError
+from scenarios.network import MAC, interface_of
 
 NAME = "lan0"
 FOLDERS = ("/etc/NetworkManager/system-connections", "/var/lib/NetworkManager", "/etc/systemd/network", "/var/lib/vorel")
@@ -30,7 +34,8 @@ def bed(guest, disk, service):
     guest.run("blkid /dev/vdc >/dev/null || mkfs.ext4 -q /dev/vdc; mkdir -p /mnt/disk && mount /dev/vdc /mnt/disk", 120)
     for folder in FOLDERS:
         guest.run(f"mkdir -p {folder} /mnt/disk{folder} && mount --bind /mnt/disk{folder} {folder}")
-    guest.run(f"ip netns add router && ip link add {NAME} type veth peer name wan0 netns router && ip link set {NAME} up")
+    # A service turns the interface on itself: what is on already, it takes for another's.
+    guest.run(f"ip netns add router && ip link add {NAME} type veth peer name wan0 netns router" + ("" if service else f" && ip link set {NAME} up"))
     guest.run("ip netns exec router sh -c 'ip link set lo up; ip addr add 192.0.2.1/24 dev wan0; ip -6 addr add 2001:db8:1::1/64 dev wan0 nodad;"
               " ip link set wan0 up; sysctl -qw net.ipv6.conf.all.forwarding=1'")
     guest.run("ip netns exec router dnsmasq --conf-file=/dev/null --port=0 --interface=wan0 --bind-interfaces --enable-ra --user=root --leasefile-ro"
@@ -56,7 +61,10 @@ def start(guest, service):
         name = "org.freedesktop.network1"
     # As a unit that comes after the service's.
     ask = "busctl call org.freedesktop.DBus /org/freedesktop/DBus org.freedesktop.DBus NameHasOwner s"
-    guest.until(lambda: "true" in guest.run(f"{ask} {name}"), 60, f"the service {name}")
+    try:
+        guest.until(lambda: "true" in guest.run(f"{ask} {name}"), 60, f"the service {name}")
+    except GuestError as error:
+        raise GuestError(f"{error}: {guest.run('tail -20 /run/service.log', status=-1)}") from None
 
 
 def restart(guest, service):
@@ -198,17 +206,31 @@ def kills(trial, service, times=12):
     bed(guest, trial.file("disk.img", 64 << 20), service)
     has(guest, "192.0.2.5")
     former, chance, changed = "192.0.2.5", random.Random(), 0
-    for kill in range(times):
+
+    def begin(kill):
         wanted = "192.0.2.11" if former == "192.0.2.10" else "192.0.2.10"
         vorel(guest, f"set {NAME} --address {wanted}/24 --gateway 192.0.2.1")
-        process = guest.start("exec vorel --profile /var/lib/vorel/profile network apply 600")
+        return wanted, guest.start("exec vorel --profile /var/lib/vorel/profile network apply 600")
+
+    def wait(process):
+        process.expect(lambda text: text == "waiting", 90)
+        return guest.start("vorel --profile /var/lib/vorel/profile network confirm")
+
+    # How long each half takes here, when nobody is killed.
+    began = time.monotonic()
+    former, process = begin(-1)
+    confirmer = wait(process)
+    halves = [time.monotonic() - began]
+    process.wait(60)
+    halves.append(time.monotonic() - began - halves[0])
+    confirmer.wait(60)
+
+    for kill in range(times):
+        wanted, process = begin(kill)
         if kill % 2:
-            try:
-                process.expect(lambda text: text == "waiting", 60)
-            except GuestError:
-                raise AssertionError(guest.run("cat /run/service.log | tail -20"))
-            guest.start("vorel --profile /var/lib/vorel/profile network confirm")
-        time.sleep(chance.uniform(0.2, 4.0))
+            wait(process)
+        # Spread over the half, and a little beyond its end.
+        time.sleep(halves[kill % 2] * 1.4 * (kill // 2 + chance.uniform(0.1, 1)) / ((times + 1) // 2))
         process.signal(9)
         process.wait(20)
         vorel(guest, "--json")
@@ -230,3 +252,69 @@ def network_settings_kills_manager(trial):
 @scenario("Killed while settings come into force by systemd-networkd: former or new")
 def network_settings_kills_networkd(trial):
     kills(trial, "systemd-networkd")
+
+
+def boot_with_unit(trial, disk):
+    """A machine whose writable layer is on that disk, under its service manager; what its one card is called."""
+    guest = trial.guest(extra=["-drive", f"file={disk},format=raw,if=none,id=layer,file.locking=off", "-device", "virtio-blk-pci,drive=layer"],
+                        append="acceptance.upper=/dev/vdc")
+    return guest, interface_of(guest, MAC)
+
+
+def in_force(guest, name):
+    """The addresses and gateways by IPv4."""
+    told = json.loads(guest.run(f"ip -4 -j addr show dev {name}"))
+    routes = json.loads(guest.run(f"ip -4 -j route show default dev {name}"))
+    return [a["local"] for one in told for a in one.get("addr_info", [])], [r["gateway"] for r in routes]
+
+
+def unit_has_done(guest):
+    """The unit has run, and whoever waits for the network comes after it."""
+    def done():
+        return guest.run("systemctl is-active vorel-network network-online.target", 60, status=-1).split() == ["active", "active"]
+    guest.until(done, 60, "the unit")
+    shown = guest.run("systemctl show -p ActiveEnterTimestampMonotonic --value vorel-network network-online.target", 60).split()
+    assert int(shown[0]) <= int(shown[1]), f"the network was online before its settings: {shown}"
+
+
+@scenario("The unit of the handbook puts what was confirmed in force at each start, and takes back what a power cut has left",
+          init="/lib/systemd/systemd", long=True)
+def network_settings_unit(trial):
+    unit = re.search(r"^```ini\n# (\S+vorel-network.service)\n(\[Unit\]\n.*?)^```", (image.ROOT / "docs" / "operating.md").read_text(), re.M | re.S)
+    assert unit, "docs/operating.md gives no unit for network settings any more"
+    disk = trial.file("layer.img", 256 << 20)
+    subprocess.run(["mkfs.ext4", "-q", disk], check=True, capture_output=True)
+    guest, name = boot_with_unit(trial, disk)
+    guest.run(f"ip link set {name} up")
+    guest.put("/etc/fstab", "/dev/vdb /opt/vorel squashfs ro 0 0\n")
+    guest.put(unit[1], unit[2])
+    guest.run("systemctl daemon-reload && systemctl enable vorel-network", 120)
+    process = attempt(trial, guest, f"set {name} --address 10.0.2.50/24 --gateway 10.0.2.2 --dns 10.0.2.3 --try 600", "static")
+    vorel(guest, "confirm")
+    assert process.wait(30) == 0
+    process = attempt(trial, guest, f"set {name} --address 10.0.2.60/24 --gateway 10.0.2.2 --try 600", "static, to be cut")
+    assert in_force(guest, name) == (["10.0.2.60"], ["10.0.2.2"])
+    guest.cut_power()
+    guest.close()
+
+    guest, name = boot_with_unit(trial, disk)
+    unit_has_done(guest)
+    assert in_force(guest, name) == (["10.0.2.50"], ["10.0.2.2"]), in_force(guest, name)
+    assert "nameserver 10.0.2.3" in guest.run("cat /etc/resolv.conf")
+
+    # From now on a service manages the card.
+    guest.put("/etc/systemd/network/50-office.network", f"[Match]\nName={name}\n[Network]\nDHCP=yes\n")
+    guest.run("systemctl enable --now systemd-networkd", 120)
+    guest.until(lambda: in_force(guest, name)[0] not in ([], ["10.0.2.50"]), 60, "the lease of the service")
+    process = attempt(trial, guest, f"set {name} --address 10.0.2.70/24 --gateway 10.0.2.2 --try 600", "by the service")
+    vorel(guest, "confirm")
+    assert process.wait(30) == 0
+    process = attempt(trial, guest, f"set {name} --address 10.0.2.80/24 --gateway 10.0.2.2 --try 600", "by the service, to be cut")
+    guest.until(lambda: in_force(guest, name) == (["10.0.2.80"], ["10.0.2.2"]), 20, "the settings on trial")
+    guest.cut_power()
+    guest.close()
+
+    guest, name = boot_with_unit(trial, disk)
+    unit_has_done(guest)
+    guest.until(lambda: in_force(guest, name) == (["10.0.2.70"], ["10.0.2.2"]), 30, "what was confirmed")
+    assert json.loads(vorel(guest, "--json"))["problems"] == []

@@ -71,7 +71,7 @@ def tv_contract(trial):
         raise Skip("build/release/bin/system_contract is not built")
     guest = trial.guest()
     plug_in(guest, rate=20000000)
-    guest.put("/run/system_contract", tests.read_bytes(), 0o755)
+    guest.bring(tests, "/run/system_contract")
     guest.run("LD_LIBRARY_PATH=$(dirname $(readlink -f $(command -v vorel))) "
               "/run/system_contract --gtest_brief=1 --gtest_filter='Linux/TunersContract*' > /run/log 2>&1 || "
               "{ cat /run/log; false; }", 300)
