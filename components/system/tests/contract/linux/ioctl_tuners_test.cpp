@@ -159,9 +159,10 @@ class Kernel {
     }
     if (aRequest == DMX_SET_PES_FILTER)
       aFilter.mPids.insert(static_cast<const dmx_pes_filter_params*>(aArgument)->pid);
-    else if (aRequest == DMX_ADD_PID && aFilter.mPids.size() >= kMostPids)
+    else if (aRequest == DMX_ADD_PID && aFilter.mPids.size() >= kMostPids) {
+      ADD_FAILURE() << "the kernel does not survive the end of a descriptor with a refused PID";
       return Fail(EBUSY);
-    else if (aRequest == DMX_ADD_PID)
+    } else if (aRequest == DMX_ADD_PID)
       aFilter.mPids.insert(*static_cast<const uint16_t*>(aArgument));
     else if (aRequest == DMX_REMOVE_PID)
       aFilter.mPids.erase(*static_cast<const uint16_t*>(aArgument));
