@@ -3,25 +3,46 @@
 #include <prthread.h>
 
 #include <algorithm>
+#include <chrono>
 
+#include "nsProcessor.h"
 #include "nsThreadManager.h"
+
+namespace {
+
+// Threads that call each other back and forth would sleep and be woken for each of the calls, which
+// takes tens of microseconds where the processor that one wakes up on has been idle.
+constexpr auto kLookTime = std::chrono::microseconds(25);
+
+}  // namespace
 
 bool nsEventQueue::Put(nsIRunnable* aEvent) {
   {
     const nsAutoLock lock(mMutex);
     if (mClosed) return false;
     mEvents.emplace_back(aEvent);
+    mChanges.fetch_add(1, std::memory_order_release);
   }
   mChanged.NotifyOne();
   return true;
 }
 
-nsCOMPtr<nsIRunnable> nsEventQueue::Take(bool aMayWait, const bool* aUntil) {
+nsCOMPtr<nsIRunnable> nsEventQueue::Take(bool aMayWait, const bool* aUntil, bool aIsSoon) {
   nsAutoLock lock(mMutex);
   if (aMayWait) {
-    mChanged.Wait(lock, [&]() NS_REQUIRES(mMutex) {
+    const auto isReady = [&]() NS_REQUIRES(mMutex) {
       return !mEvents.empty() || (aUntil ? *aUntil : mClosed);
-    });
+    };
+    if (aIsSoon && !isReady()) {
+      const uint32_t seen = mChanges.load(std::memory_order_relaxed);
+      lock.Unlock();
+      const auto end = std::chrono::steady_clock::now() + kLookTime;
+      while (mChanges.load(std::memory_order_acquire) == seen &&
+             std::chrono::steady_clock::now() < end) {
+      }
+      lock.Lock();
+    }
+    mChanged.Wait(lock, isReady);
   }
   if (mEvents.empty() || (aUntil && *aUntil)) return nullptr;
   auto event = std::move(mEvents.front());
@@ -30,9 +51,13 @@ nsCOMPtr<nsIRunnable> nsEventQueue::Take(bool aMayWait, const bool* aUntil) {
 }
 
 void nsEventQueue::Wake(bool* aFlag) {
-  // Notified under the lock: the flag may be gone as soon as its owner has seen it.
-  const nsAutoLock lock(mMutex);
-  *aFlag = true;
+  {
+    // Within the lock: the flag may be gone as soon as its owner has seen it. The queue is held by
+    // who calls, so that the owner is woken when it can go on.
+    const nsAutoLock lock(mMutex);
+    *aFlag = true;
+    mChanges.fetch_add(1, std::memory_order_release);
+  }
   mChanged.NotifyOne();
 }
 
@@ -73,6 +98,7 @@ class SyncEvent final : public nsImplements<SyncEvent, nsIRunnable> {
       : mEvent(aEvent), mCaller(aCaller), mDone(aDone) {}
   nsresult Run() override {
     (void)mEvent->Run();
+    if (nsThread* const thread = nsThread::Current()) thread->OnRunFor(mProcessor);
     Finish();
     return NS_OK;
   }
@@ -88,6 +114,7 @@ class SyncEvent final : public nsImplements<SyncEvent, nsIRunnable> {
   nsCOMPtr<nsIRunnable> mEvent;
   nsCOMPtr<nsThread> mCaller;
   bool* mDone;
+  const int mProcessor = NS_CurrentProcessor();
 };
 
 class FunctionEvent final : public nsImplements<FunctionEvent, nsIRunnable> {
@@ -105,13 +132,14 @@ class FunctionEvent final : public nsImplements<FunctionEvent, nsIRunnable> {
 
 }  // namespace
 
-nsresult NS_DispatchSync(const std::function<nsresult(nsIRunnable*)>& aPut, nsIRunnable* aEvent) {
+nsresult NS_DispatchSync(const std::function<nsresult(nsIRunnable*)>& aPut, nsIRunnable* aEvent,
+                         bool aIsSoon) {
   const auto caller = nsThread::CurrentOrNew();
   if (!caller) return NS_ERROR_UNEXPECTED;
   bool done = false;
   const nsresult rv = aPut(MakeRefCounted<SyncEvent>(aEvent, caller.get(), &done).get());
   if (NS_FAILED(rv)) return rv;
-  caller->RunUntil(&done);
+  caller->RunUntil(&done, aIsSoon);
   return NS_OK;
 }
 
@@ -188,12 +216,15 @@ void nsThread::Finish() {
   (void)SetObserver(nullptr);
 }
 
-void nsThread::RunUntil(const bool* aFlag) {
-  while (!mQueue.IsSet(aFlag)) (void)ProcessOne(true, aFlag);
+void nsThread::RunUntil(const bool* aFlag, bool aIsSoon) {
+  while (!mQueue.IsSet(aFlag)) (void)ProcessOne(true, aFlag, aIsSoon);
 }
 
-bool nsThread::ProcessOne(bool aMayWait, const bool* aUntil) {
+void nsThread::OnRunFor(int aProcessor) { mIsMoreDueSoon = NS_CurrentProcessor() != aProcessor; }
+
+bool nsThread::ProcessOne(bool aMayWait, const bool* aUntil, bool aIsSoon) {
   const bool mayWait = aMayWait && !(mStopping && !aUntil);
+  const bool isSoon = std::exchange(mIsMoreDueSoon, false) || aIsSoon;
   // Copies: an observer may take itself, or others, off the list.
   const auto observer = Observer();
   const auto before = mObservers;
@@ -201,7 +232,8 @@ bool nsThread::ProcessOne(bool aMayWait, const bool* aUntil) {
   for (const auto& each : before) (void)each->OnProcessNextEvent(this, mayWait, mDepth);
 
   ++mDepth;
-  auto event = mQueue.Take(mayWait, aUntil);
+  auto event = mQueue.Take(mayWait, aUntil, isSoon);
+  mProcessor.store(NS_CurrentProcessor(), std::memory_order_relaxed);
   const bool ran = static_cast<bool>(event);
   if (ran) (void)event->Run();
   event = nullptr;  // what it holds is let go on this thread, before the observers hear of the end
@@ -223,8 +255,11 @@ nsresult nsThread::Dispatch(nsIRunnable* aEvent, uint32_t aFlags) {
   if (!aEvent) return NS_ERROR_NULL_POINTER;
   if (aFlags == DISPATCH_NORMAL) return Put(aEvent);
   if (aFlags != DISPATCH_SYNC) return NS_ERROR_INVALID_ARG;
-  if (!IsCurrent())
-    return NS_DispatchSync([this](nsIRunnable* aSync) { return Put(aSync); }, aEvent);
+  if (!IsCurrent()) {
+    // On the same processor it goes on when the caller sleeps only.
+    const bool isElsewhere = mProcessor.load(std::memory_order_relaxed) != NS_CurrentProcessor();
+    return NS_DispatchSync([this](nsIRunnable* aSync) { return Put(aSync); }, aEvent, isElsewhere);
+  }
   (void)aEvent->Run();
   return NS_OK;
 }

@@ -1,6 +1,7 @@
 // A thread with an event queue, and the queue of one.
 #pragma once
 
+#include <atomic>
 #include <deque>
 #include <functional>
 #include <vector>
@@ -18,8 +19,9 @@ class nsEventQueue {
   /// False, and nothing is queued, once the queue is closed.
   bool Put(nsIRunnable* aEvent);
   /// The oldest event; null when there is none. With aMayWait it first waits until there is one,
-  /// until *aUntil is true (set by Wake, may be null) or until the queue is closed.
-  nsCOMPtr<nsIRunnable> Take(bool aMayWait, const bool* aUntil);
+  /// until *aUntil is true (set by Wake, may be null) or until the queue is closed. With aIsSoon
+  /// it looks for a moment before it sleeps: to be woken takes longer than what is waited for.
+  nsCOMPtr<nsIRunnable> Take(bool aMayWait, const bool* aUntil, bool aIsSoon);
   /// Sets *aFlag, which Take or IsSet of the owner may be looking at.
   void Wake(bool* aFlag);
   bool IsSet(const bool* aFlag);
@@ -34,6 +36,8 @@ class nsEventQueue {
   nsCondition mChanged;
   std::deque<nsCOMPtr<nsIRunnable>> mEvents NS_GUARDED_BY(mMutex);
   bool mClosed NS_GUARDED_BY(mMutex) = false;
+  /// Rises with each change, within the lock; who looks for one does so without it.
+  std::atomic<uint32_t> mChanges{0};
 };
 
 /// One for the main thread, one for each thread that the thread manager made, and one for each
@@ -58,8 +62,11 @@ class nsThread final : public nsImplements<nsThread, nsIThreadInternal> {
   void ProcessPending();
   /// The same; then refuses everything.
   void Finish();
-  /// Runs events of this, the current thread, until another thread has set the flag by Wake.
-  void RunUntil(const bool* aFlag);
+  /// Runs events of this, the current thread, until another thread has set the flag by Wake; soon,
+  /// if aIsSoon.
+  void RunUntil(const bool* aFlag, bool aIsSoon = false);
+  /// On this thread: it has run an event for one that waited on aProcessor, and that goes on now.
+  void OnRunFor(int aProcessor);
   void Wake(bool* aFlag) { mQueue.Wake(aFlag); }
 
   // nsIEventTarget
@@ -93,7 +100,7 @@ class nsThread final : public nsImplements<nsThread, nsIThreadInternal> {
   static void Main(void* aSelf);
   bool IsCurrent() const { return Current() == this; }
   nsresult Put(nsIRunnable* aEvent);
-  bool ProcessOne(bool aMayWait, const bool* aUntil);
+  bool ProcessOne(bool aMayWait, const bool* aUntil, bool aIsSoon = false);
   nsCOMPtr<nsIThreadObserver> Observer();
 
   const Kind mKind;
@@ -105,16 +112,20 @@ class nsThread final : public nsImplements<nsThread, nsIThreadInternal> {
   nsCOMPtr<nsThread>
       mShutdownCaller;  // these two are handed over by the event that stops the thread
   bool* mShutdownDone = nullptr;
-  bool mStopping = false;  // this and the next: only on this thread
+  bool mStopping = false;  // this and the next two: only on this thread
+  bool mIsMoreDueSoon = false;
   uint32_t mDepth = 0;
+  std::atomic<int> mProcessor{-1};  // that it ran its last event on
   std::vector<nsCOMPtr<nsIThreadObserver>> mObservers;
   nsMutex mObserverMutex;
   nsCOMPtr<nsIThreadObserver> mObserver NS_GUARDED_BY(mObserverMutex);
 };
 
 /// Gives aPut an event that runs aEvent elsewhere, and runs events of the calling thread until that
-/// is done. A failure of aPut is returned; what Run answers is dropped.
-nsresult NS_DispatchSync(const std::function<nsresult(nsIRunnable*)>& aPut, nsIRunnable* aEvent);
+/// is done; with aIsSoon it looks for a moment before it sleeps. A failure of aPut is returned;
+/// what Run answers is dropped.
+nsresult NS_DispatchSync(const std::function<nsresult(nsIRunnable*)>& aPut, nsIRunnable* aEvent,
+                         bool aIsSoon = false);
 
 /// A runnable of a function.
 nsCOMPtr<nsIRunnable> NS_NewRunnable(std::function<void()> aFunction);
