@@ -14,6 +14,7 @@
 #include <atomic>
 #include <chrono>
 #include <fstream>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -150,17 +151,33 @@ struct Streams {
   }
 };
 
+// In microseconds. Nothing after a failure.
 template <class Way>
-void OneByte(benchmark::State& aState, const Way& aWay) {
-  std::vector<double> times;
+std::optional<double> OneByte(const Way& aWay) {
+  const auto start = Clock::now();
+  char byte = 'x';
+  if (!aWay.Write(&byte, 1) || !aWay.Read(&byte, 1)) return std::nullopt;
+  return std::chrono::duration<double, std::micro>(Clock::now() - start).count();
+}
+
+// In turns on one terminal: what else the machine does, and where its scheduler puts this thread
+// and the peer, is the same for both.
+void OneByteBothInTurns(benchmark::State& aState, const Bare& aBare, const Streams& aPort) {
+  constexpr int kTurn = 50;
+  std::vector<double> bare, port;
   for (auto _ : aState) {
-    const auto start = Clock::now();
-    char byte = 'x';
-    if (!aWay.Write(&byte, 1) || !aWay.Read(&byte, 1)) return aState.SkipWithError("no echo");
-    times.push_back(std::chrono::duration<double, std::micro>(Clock::now() - start).count());
+    for (int i = 0; i < 2 * kTurn; ++i) {
+      const auto time = i < kTurn ? OneByte(aBare) : OneByte(aPort);
+      if (!time) return aState.SkipWithError("no echo");
+      (i < kTurn ? bare : port).push_back(*time);
+    }
   }
-  aState.counters["p50_us"] = NS_Percentile(times, 0.5);
-  aState.counters["p99_us"] = NS_Percentile(times, 0.99);
+  const double bareHalf = NS_Percentile(bare, 0.5), portHalf = NS_Percentile(port, 0.5);
+  aState.counters["bare_p50_us"] = bareHalf;
+  aState.counters["port_p50_us"] = portHalf;
+  aState.counters["bare_p99_us"] = NS_Percentile(bare, 0.99);
+  aState.counters["port_p99_us"] = NS_Percentile(port, 0.99);
+  aState.counters["ratio_of_p50"] = portHalf / bareHalf;
 }
 
 template <class Way>
@@ -182,30 +199,32 @@ void BothWays(benchmark::State& aState, const Way& aWay) {
 }
 
 template <class Measure>
-void OnTheDescriptor(benchmark::State& aState, Measure aMeasure) {
-  const Echo echo;
-  aMeasure(aState, Bare{echo.Fd()});
-}
-template <class Measure>
-void OnThePort(benchmark::State& aState, Measure aMeasure) {
+void OnThePort(benchmark::State& aState, const Echo& aEcho, Measure aMeasure) {
   nsHost host;
   if (NS_FAILED(host.Start({}))) return aState.SkipWithError("no host");
-  const Echo echo;
-  const Machine machine({{"COM40", echo.Device()}});
+  const Machine machine({{"COM40", aEcho.Device()}});
   if (const auto port = machine.Open("COM40", 1)) {
-    aMeasure(aState, Streams(port));
+    aMeasure(Streams(port));
     (void)port->Close();
   } else {
     aState.SkipWithError("the port can't be opened");
   }
 }
 
-void OneByteBare(benchmark::State& aState) { OnTheDescriptor(aState, OneByte<Bare>); }
-void OneByteModeOne(benchmark::State& aState) { OnThePort(aState, OneByte<Streams>); }
-void BothWaysBare(benchmark::State& aState) { OnTheDescriptor(aState, BothWays<Bare>); }
-void BothWaysModeOne(benchmark::State& aState) { OnThePort(aState, BothWays<Streams>); }
-BENCHMARK(OneByteBare)->UseRealTime();
-BENCHMARK(OneByteModeOne)->UseRealTime();
+void OneByteInTurns(benchmark::State& aState) {
+  const Echo echo;
+  OnThePort(aState, echo,
+            [&](const Streams& aPort) { OneByteBothInTurns(aState, Bare{echo.Fd()}, aPort); });
+}
+void BothWaysBare(benchmark::State& aState) {
+  const Echo echo;
+  BothWays(aState, Bare{echo.Fd()});
+}
+void BothWaysModeOne(benchmark::State& aState) {
+  const Echo echo;
+  OnThePort(aState, echo, [&](const Streams& aPort) { BothWays(aState, aPort); });
+}
+BENCHMARK(OneByteInTurns)->UseRealTime();
 BENCHMARK(BothWaysBare)->UseRealTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BothWaysModeOne)->UseRealTime()->Unit(benchmark::kMillisecond);
 
