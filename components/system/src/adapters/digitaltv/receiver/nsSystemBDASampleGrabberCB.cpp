@@ -51,32 +51,29 @@ class nsSystemBDASampleGrabberCB::PipeEnd {
   /// wait. False when the graph was stopped. A pipe that has been closed has room: the write tells.
   bool WaitForRoom() {
     if (mRoom > 0) return --mRoom, true;
-    for (;;) {
+    while (mGraph.mGraphRunning) {
       uint32_t queued = 0;
       // Only the reader changes what is queued, and it makes it less.
-      if (!mInput || NS_FAILED(mInput->Available(&queued))) return mGraph.mGraphRunning;
+      if (!mInput || NS_FAILED(mInput->Available(&queued))) return true;
       const uint32_t packets = (queued + kPacket - 1) / kPacket;
       if (packets < kPipePackets) {
         mRoom = kPipePackets - packets - 1;
-        return mGraph.mGraphRunning;
+        return true;
       }
       // A reader at work is done with some of it before it could wake this thread.
       if (mBriefly.Until([&] {
             uint32_t left = 0;
-            return !mGraph.mGraphRunning || NS_FAILED(mInput->Available(&left)) ||
-                   left + kPacket <= kPipePackets * kPacket;
+            return NS_FAILED(mInput->Available(&left)) || left + kPacket <= kPipePackets * kPacket;
           }))
         continue;
       const auto output = do_QueryInterface<nsIAsyncOutputStream>(mOutput);
-      if (!output) return mGraph.mGraphRunning;
+      if (!output) return true;
       const auto listener = MakeRefCounted<RoomListener>(mGraph.mWriter);
-      if (NS_FAILED(output->AsyncWait(listener.get(), 0, kPacket, nullptr)))
-        return mGraph.mGraphRunning;
-      if (!mGraph.WaitToWrite([&] { return listener->mHasRoom.load(); })) {
+      if (NS_FAILED(output->AsyncWait(listener.get(), 0, kPacket, nullptr))) return true;
+      if (!mGraph.WaitToWrite([&] { return listener->mHasRoom.load(); }))
         (void)output->AsyncWait(nullptr, 0, 0, nullptr);
-        return false;
-      }
     }
+    return false;
   }
 
   /// Whether all bytes were taken. What the pipe says besides is not looked at.
