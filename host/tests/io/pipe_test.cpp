@@ -1,9 +1,11 @@
 // Pipes.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <functional>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "nsHost.h"
 #include "nsIAsyncInputStream.h"
@@ -140,7 +142,7 @@ TEST_F(Pipe, ABlockedEndIsNotWokenByTheOther) {
 }
 
 TEST_F(Pipe, BytesChangeTheirOrderWhenBothEndsAreBusy) {
-  constexpr uint32_t kBytes = 100'000;
+  constexpr uint32_t kBytes = 20'000;
   for (const uint32_t segments : {1u, 3u, 64u, 0xFFFFFFFFu}) {
     Make(false, 7, segments);
     std::thread writer([&] {
@@ -179,6 +181,50 @@ TEST_F(Pipe, TheEndIsSeenBeforeTheBytesInFrontOfIt) {
     writer.join();
     ASSERT_EQ("hello", seen);
   }
+}
+
+TEST_F(Pipe, SeveralThreadsAtOneEndTearPieces) {
+  constexpr int kPieces = 2000;
+  Make(false, 4, 3);
+  std::vector<std::thread> writers, readers;
+  for (const char sign : {'a', 'b'})
+    writers.emplace_back([this, sign] {
+      for (int i = 0; i < kPieces; ++i) ASSERT_EQ("4", Write(std::string(4, sign)));
+    });
+  std::atomic<int> seen = 0;
+  for (int i = 0; i < 2; ++i)
+    readers.emplace_back([&] {
+      for (std::string part; !(part = Read(4)).empty(); ++seen)
+        ASSERT_TRUE(part == "aaaa" || part == "bbbb") << part;
+    });
+  for (auto& writer : writers) writer.join();
+  EXPECT_EQ(NS_OK, mOut->Close());
+  for (auto& reader : readers) reader.join();
+  EXPECT_EQ(2 * kPieces, seen);
+}
+
+TEST_F(Pipe, AnEndIsUsedFromWithinItsCallback) {
+  Make(true, 4, 3);
+  EXPECT_EQ("8", Write("12345678"));
+  std::string within, seen;
+  std::function<void()> use = [&] { within += Read(4) + "," + Write("x") + ";"; };
+  uint32_t count = 0;
+  const nsWriteSegmentFun take = [](nsIInputStream*, void* aUse, const char*, uint32_t,
+                                    uint32_t aCount, uint32_t* aWritten) -> nsresult {
+    (*static_cast<std::function<void()>*>(aUse))();
+    *aWritten = aCount;
+    return NS_OK;
+  };
+  EXPECT_EQ(NS_OK, mIn->ReadSegments(take, &use, 6, &count));
+  EXPECT_EQ(6u, count);
+  EXPECT_EQ("NS_BASE_STREAM_WOULD_BLOCK,1;NS_BASE_STREAM_WOULD_BLOCK,1;", within);
+  // Who is told that it is ready is no longer within.
+  const auto callback = MakeRefCounted<Callback>([&] { seen += Write("y"); });
+  EXPECT_EQ("78xx", Read(4));
+  EXPECT_EQ(NS_OK, mIn->AsyncWait(callback.get(), 0, 0, nullptr));
+  EXPECT_EQ("1", Write("z"));
+  EXPECT_EQ("1", seen);
+  EXPECT_EQ("zy", Read(4));
 }
 
 TEST_F(Pipe, AWaitIsAnsweredTwiceOrNever) {

@@ -39,11 +39,6 @@ class Wait {
       mIsAwaited = true;
       if (aReady()) break;
       mChanged.Wait(lock);
-      // The other end is at work, perhaps on this core: who goes on at once finds one piece, and
-      // sleeps again for the next.
-      lock.Unlock();
-      std::this_thread::yield();
-      lock.Lock();
     }
     mIsAwaited = mCall && !mClosureOnly;
   }
@@ -88,9 +83,31 @@ class Wait {
   bool mClosureOnly NS_GUARDED_BY(mLock) = false;
 };
 
+/// The use of an end, which one thread at a time has.
+class Use {
+ public:
+  /// False for whoever has it already, who calls from within that end's own callback.
+  // Not checked: what it guards is the end, and how far that has come is read by the other one too.
+  bool Begin() NS_NOT_CHECKED {
+    const auto self = std::this_thread::get_id();
+    if (mUser.load(std::memory_order_relaxed) == self) return false;
+    mLock.Lock();
+    mUser.store(self, std::memory_order_relaxed);
+    return true;
+  }
+  void End() NS_NOT_CHECKED {
+    mUser.store({}, std::memory_order_relaxed);
+    mLock.Unlock();
+  }
+
+ private:
+  nsMutex mLock;
+  std::atomic<std::thread::id> mUser{};
+};
+
 /// What the two ends share: a chain of segments, which the writer adds to and the reader goes
-/// along. How far each has come is all that they tell each other, so that neither takes a lock
-/// unless it waits, or the other one does.
+/// along. How far each has come is all that they tell each other, so that neither waits for the
+/// other unless there is nothing to do.
 class Core {
  public:
   Core(uint32_t aSegmentSize, uint32_t aSegmentCount)
@@ -161,6 +178,11 @@ class Core {
   }
   void DropOldest() { ::operator delete(std::exchange(mOldest, mOldest->mNext)); }
   nsresult AddSegment();
+  template <class Move>
+  nsresult ReadPieces(bool aBlock, uint32_t aCount, Move& aMove, uint32_t* aRead);
+  /// Waits for room, and writes what fits into one segment.
+  template <class Move>
+  nsresult WritePiece(bool aBlock, uint32_t aCount, Move& aMove, uint32_t* aWritten, bool* aGoesOn);
 
   const uint32_t mSize, mCount;
   std::atomic<nsresult> mStatus = NS_OK;  // a failure: closed, and why
@@ -169,14 +191,16 @@ class Core {
   Wait mReader, mWriter;
 
   // The writer's, in lines of memory that the reader does not write to.
-  alignas(kCacheLine) std::atomic<uint64_t> mBytesWritten = 0;
+  alignas(kCacheLine) Use mWriting;
+  std::atomic<uint64_t> mBytesWritten = 0;
   Segment* mWriteTo = nullptr;
   uint32_t mWriteOffset = 0;
   uint64_t mWriteLimit = 0;  // as it was when it was last looked at
   Segment* mOldest = nullptr;
   uint64_t mOldestNumber = 0;  // counted from the beginning of the stream
   // The reader's.
-  alignas(kCacheLine) std::atomic<uint64_t> mBytesRead = 0;
+  alignas(kCacheLine) Use mReading;
+  std::atomic<uint64_t> mBytesRead = 0;
   Segment* mReadFrom = nullptr;
   uint32_t mReadOffset = 0;
 };
@@ -203,6 +227,15 @@ nsresult Core::AddSegment() {
 template <class Move>
 nsresult Core::Read(bool aBlock, uint32_t aCount, Move aMove, uint32_t* aRead) {
   *aRead = 0;
+  if (!mReading.Begin()) return NS_BASE_STREAM_WOULD_BLOCK;
+  const nsresult rv = ReadPieces(aBlock, aCount, aMove, aRead);
+  mReading.End();
+  if (*aRead > 0 && mWriter.IsAwaited()) TellWriter();
+  return rv;
+}
+
+template <class Move>
+nsresult Core::ReadPieces(bool aBlock, uint32_t aCount, Move& aMove, uint32_t* aRead) {
   while (*aRead < aCount) {
     const nsresult status = mStatus;  // first: what was written before the end is seen then
     const uint64_t readable = Readable();
@@ -228,35 +261,44 @@ nsresult Core::Read(bool aBlock, uint32_t aCount, Move aMove, uint32_t* aRead) {
     mReadOffset += moved;
     mBytesRead = mBytesRead.load(std::memory_order_relaxed) + moved;
   }
-  if (*aRead > 0 && mWriter.IsAwaited()) TellWriter();
   return NS_OK;
 }
 
 template <class Move>
 nsresult Core::Write(bool aBlock, uint32_t aCount, Move aMove, uint32_t* aWritten) {
   *aWritten = 0;
-  while (*aWritten < aCount) {
-    if (const nsresult status = mStatus; NS_FAILED(status)) return status;
-    const uint64_t written = mBytesWritten.load(std::memory_order_relaxed);
-    if (written == mWriteLimit) mWriteLimit = WriteLimit();
-    if (written == mWriteLimit) {
-      if (!aBlock) break;
-      mWriter.Sleep([this] { return HasRoom() || IsClosed(); });
-      continue;
-    }
-    if (mWriteOffset == mSize)
-      if (const nsresult rv = AddSegment(); NS_FAILED(rv)) return rv;
-    const uint32_t count = std::min(mSize - mWriteOffset, aCount - *aWritten);
-    uint32_t moved = 0;
-    const nsresult rv = aMove(mWriteTo->Bytes() + mWriteOffset, *aWritten, count, &moved);
-    if (NS_FAILED(rv) || moved == 0) break;
-    moved = std::min(moved, count);
-    *aWritten += moved;
-    mWriteOffset += moved;
-    mBytesWritten = written + moved;
+  for (bool goesOn = true; goesOn && *aWritten < aCount;) {
+    if (!mWriting.Begin()) return NS_BASE_STREAM_WOULD_BLOCK;
+    const nsresult rv = WritePiece(aBlock, aCount, aMove, aWritten, &goesOn);
+    mWriting.End();
+    if (NS_FAILED(rv)) return rv;
     if (mReader.IsAwaited()) TellReader();
   }
   return aCount > 0 && *aWritten == 0 && !HasRoom() ? NS_BASE_STREAM_WOULD_BLOCK : NS_OK;
+}
+
+template <class Move>
+nsresult Core::WritePiece(bool aBlock, uint32_t aCount, Move& aMove, uint32_t* aWritten,
+                          bool* aGoesOn) {
+  const uint64_t written = mBytesWritten.load(std::memory_order_relaxed);
+  for (;;) {
+    if (const nsresult status = mStatus; NS_FAILED(status)) return status;
+    if (written == mWriteLimit) mWriteLimit = WriteLimit();
+    if (written != mWriteLimit) break;
+    if (!aBlock) return *aGoesOn = false, NS_OK;
+    mWriter.Sleep([this] { return HasRoom() || IsClosed(); });
+  }
+  if (mWriteOffset == mSize)
+    if (const nsresult rv = AddSegment(); NS_FAILED(rv)) return rv;
+  const uint32_t count = std::min(mSize - mWriteOffset, aCount - *aWritten);
+  uint32_t moved = 0;
+  const nsresult rv = aMove(mWriteTo->Bytes() + mWriteOffset, *aWritten, count, &moved);
+  if (NS_FAILED(rv) || moved == 0) return *aGoesOn = false, NS_OK;
+  moved = std::min(moved, count);
+  *aWritten += moved;
+  mWriteOffset += moved;
+  mBytesWritten = written + moved;
+  return NS_OK;
 }
 
 class PipeInput final : public nsImplements<PipeInput, nsIAsyncInputStream> {

@@ -8,10 +8,10 @@
 #include "nsIPipe.h"
 #include "nsImplements.h"
 
-/// Bytes in at one end, out at the other, through a number of segments. Each end is used by one
-/// thread at a time; the two may be different ones. Bytes move without a copy between: ReadSegments
-/// and WriteSegments hand out the segments themselves, with no lock held. Small pieces cost little:
-/// neither end takes a lock unless one of them waits.
+/// Bytes in at one end, out at the other, through a number of segments. Any thread may use either
+/// end; where a second one calls the same end meanwhile, it waits for the first. Bytes move without
+/// a copy between: ReadSegments and WriteSegments hand out the segments themselves. A read from
+/// within the callback of a read, and a write likewise, does nothing: NS_BASE_STREAM_WOULD_BLOCK.
 ///
 /// An end that blocks waits inside Read or Write: for some bytes, and for room for all bytes. One
 /// that doesn't answers NS_BASE_STREAM_WOULD_BLOCK when nothing can be read or written, and
