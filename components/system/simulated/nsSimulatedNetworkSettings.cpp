@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
+#include <thread>
 #include <utility>
 
 #include "nsLock.h"
@@ -77,6 +79,16 @@ void nsSimulatedNetworkSettings::SetWay(nsInterfaceWay aWay) {
   mWay = std::move(aWay);
 }
 
+void nsSimulatedNetworkSettings::SetAway(bool aIsAway) {
+  const nsAutoLock lock(mLock);
+  mIsAway = aIsAway;
+}
+
+uint32_t nsSimulatedNetworkSettings::IgmpVersion() const {
+  const nsAutoLock lock(mLock);
+  return mIgmpVersion;
+}
+
 std::optional<std::string> nsSimulatedNetworkSettings::State() const {
   const nsAutoLock lock(mLock);
   return mState;
@@ -104,6 +116,8 @@ std::function<void()> nsSimulatedNetworkSettings::ReadChange(const nsMachineValu
         const nsAutoLock lock(mLock);
         mWay.mDhcpClient = name;
       });
+    if (const nsMachineValue* const away = aObject.Optional("away"))
+      changes.emplace_back([this, isAway = away->AsBoolean()] { SetAway(isAway); });
     const nsMachineValue* const faults = aObject.Optional("faults");
     if (!faults) return;
     for (const nsMachineValue& element : faults->AsArray())
@@ -157,8 +171,18 @@ class nsSimulatedNetworkSettings::Port final : public nsPlatformNetworkSettings 
     *aWay = mShared->mWay;
     return NS_OK;
   }
+  nsresult AwaitService(const std::string& aService, uint32_t aMilliseconds) override {
+    if (nsresult rv = mShared->Enter("AwaitService"); NS_FAILED(rv)) return rv;
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(aMilliseconds);
+    while (IsAway(aService)) {
+      if (std::chrono::steady_clock::now() >= end) return NS_ERROR_OFFLINE;
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return NS_OK;
+  }
   nsresult ReadInterface(const std::string& aName, uint32_t, std::string* aRecord) override {
     if (nsresult rv = mShared->Enter("ReadInterface"); NS_FAILED(rv)) return rv;
+    if (IsAway()) return NS_ERROR_OFFLINE;
     for (const nsSimulatedInterface& interface : mShared->mNetwork->Interfaces()) {
       if (interface.mAddresses.mAdapterName != aName) continue;
       *aRecord = mShared->Keep({interface});
@@ -169,6 +193,7 @@ class nsSimulatedNetworkSettings::Port final : public nsPlatformNetworkSettings 
   nsresult WriteInterface(const std::string& aName, const std::string&,
                           const nsInterfaceSettings& aSettings) override {
     if (nsresult rv = mShared->Enter("WriteInterface"); NS_FAILED(rv)) return rv;
+    if (IsAway()) return NS_ERROR_OFFLINE;
     const auto [fault, takesServers] = FaultOf(aName);
     if (fault == eRefused) return NS_ERROR_FAILURE;
     const bool found =
@@ -189,14 +214,17 @@ class nsSimulatedNetworkSettings::Port final : public nsPlatformNetworkSettings 
   }
   nsresult KeepInterface(const std::string& aName, const std::string&) override {
     if (nsresult rv = mShared->Enter("KeepInterface"); NS_FAILED(rv)) return rv;
+    if (IsAway()) return NS_ERROR_OFFLINE;
     return Has(aName) ? NS_OK : NS_ERROR_FILE_NOT_FOUND;
   }
   nsresult ForgetInterface(const std::string& aName, const std::string&) override {
     if (nsresult rv = mShared->Enter("ForgetInterface"); NS_FAILED(rv)) return rv;
+    if (IsAway()) return NS_ERROR_OFFLINE;
     return Has(aName) ? NS_OK : NS_ERROR_FILE_NOT_FOUND;
   }
   nsresult RestoreInterface(const std::string& aName, const std::string& aRecord) override {
     if (nsresult rv = mShared->Enter("RestoreInterface"); NS_FAILED(rv)) return rv;
+    if (IsAway()) return NS_ERROR_OFFLINE;
     const auto* const kept = mShared->Kept(aRecord);
     if (!kept || kept->size() != 1) return NS_ERROR_FILE_CORRUPTED;
     const bool found = mShared->mNetwork->Alter(
@@ -242,6 +270,22 @@ class nsSimulatedNetworkSettings::Port final : public nsPlatformNetworkSettings 
             aInterface.mAddresses.mDnsServers = interface.mAddresses.mDnsServers;
           });
     mShared->Record("RestoreResolver");
+    return NS_OK;
+  }
+
+  nsresult ReadIgmpVersion(uint32_t* aVersion) override {
+    if (nsresult rv = mShared->Enter("ReadIgmpVersion"); NS_FAILED(rv)) return rv;
+    *aVersion = mShared->IgmpVersion();
+    return NS_OK;
+  }
+  nsresult WriteIgmpVersion(uint32_t aVersion) override {
+    if (nsresult rv = mShared->Enter("WriteIgmpVersion"); NS_FAILED(rv)) return rv;
+    if (aVersion > 3) return NS_ERROR_INVALID_ARG;
+    {
+      const nsAutoLock lock(mShared->mLock);
+      mShared->mIgmpVersion = aVersion;
+    }
+    mShared->Record("WriteIgmpVersion " + std::to_string(aVersion));
     return NS_OK;
   }
 
@@ -322,6 +366,14 @@ class nsSimulatedNetworkSettings::Port final : public nsPlatformNetworkSettings 
     const nsAutoLock lock(mShared->mLock);
     if (mShared->mHolder == this) mShared->mHolder = nullptr;
     return NS_OK;
+  }
+  bool IsAway() const {
+    const nsAutoLock lock(mShared->mLock);
+    return mShared->mIsAway;
+  }
+  bool IsAway(const std::string& aService) const {
+    const nsAutoLock lock(mShared->mLock);
+    return mShared->mIsAway && mShared->mWay.mService == aService;
   }
   bool Has(const std::string& aName) const {
     return std::ranges::any_of(mShared->mNetwork->Interfaces(),

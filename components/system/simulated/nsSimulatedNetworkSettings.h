@@ -27,6 +27,10 @@ class nsSimulatedNetworkSettings final : public nsSimulatedPort {
   /// Who manages the interfaces; to begin with a service that gets leases, and keeps what it is
   /// told.
   void SetWay(nsInterfaceWay aWay);
+  /// Whether that service is there: while it is not, nothing of its can be changed.
+  void SetAway(bool aIsAway);
+  /// What interfaces are held to; 0 to begin with.
+  uint32_t IgmpVersion() const;
   /// What a process that ended has left; nothing when there is no state.
   std::optional<std::string> State() const;
   void SetState(std::optional<std::string> aText);
@@ -47,6 +51,8 @@ class nsSimulatedNetworkSettings final : public nsSimulatedPort {
 
   const std::shared_ptr<nsSimulatedNetwork> mNetwork;
   nsInterfaceWay mWay{"simulated", "simulated", false, true};
+  bool mIsAway = false;
+  uint32_t mIgmpVersion = 0;
   std::map<std::string, Fault> mFaults;
   std::optional<std::string> mState;
   const Port* mHolder = nullptr;  // of the state

@@ -6,6 +6,23 @@ namespace {
 
 // What the service that guards a change has more than the process that tries it.
 constexpr uint32_t kGuardMargin = 15;  // s
+constexpr std::chrono::seconds kServicePatience{30};
+constexpr std::chrono::milliseconds kSlice{200};  // after which an end of the process is seen
+
+bool IsInterface(const std::string& aRecord) {
+  return aRecord != nsNetworkState::kResolver && aRecord != nsNetworkState::kIgmp;
+}
+
+std::string TextOf(const std::string& aRecord) {
+  return aRecord == nsNetworkState::kResolver ? "name servers"
+         : aRecord == nsNetworkState::kIgmp   ? "IGMP version"
+                                              : aRecord;
+}
+
+// What is held to nothing speaks the newest one.
+bool IsLiveIgmp(uint32_t aWanted, uint32_t aLive) {
+  return aWanted == (aLive == 0 ? 3 : aLive);
+}
 
 std::string Lines(const std::vector<std::string>& aLines) {
   std::string text;
@@ -73,6 +90,7 @@ std::string nsNetworkChange::Because(nsresult aResult) const {
     return "this process has no right to change the network's settings";
   if (aResult == NS_ERROR_FILE_IS_LOCKED) return "another process has settings on trial";
   const std::string more = Port().Reason();
+  if (aResult == NS_ERROR_OFFLINE) return more.empty() ? "its service is not there" : more;
   return std::string(NS_ResultName(aResult)) + (more.empty() ? "" : ": " + more);
 }
 
@@ -97,7 +115,8 @@ nsresult nsNetworkChange::ReadPictures(std::vector<Picture>* aPictures) {
   return NS_OK;
 }
 
-nsresult nsNetworkChange::ReadStored(std::vector<nsStoredSettings>* aStored, Strings* aProblems) {
+nsresult nsNetworkChange::ReadStored(std::vector<nsStoredSettings>* aStored, Strings* aProblems,
+                                     std::optional<uint32_t>* aIgmpVersion) {
   std::vector<Picture> pictures;
   nsresult rv = ReadPictures(&pictures);
   if (NS_FAILED(rv)) return rv;
@@ -115,6 +134,10 @@ nsresult nsNetworkChange::ReadStored(std::vector<nsStoredSettings>* aStored, Str
     all.push_back(NS_ParseSettings(name, texts, &problems));
   }
   NS_CheckSettings(all, &problems);
+  std::optional<uint32_t> igmp;
+  rv = NS_ReadStoredIgmp(*mPlatform->mRegistry, &igmp, &problems);
+  if (NS_FAILED(rv)) return rv;
+  if (aIgmpVersion) *aIgmpVersion = igmp;
   *aStored = std::move(all);
   *aProblems = std::move(problems);
   return NS_OK;
@@ -143,20 +166,32 @@ nsresult nsNetworkChange::LoadState() {
   return NS_OK;
 }
 
-bool nsNetworkChange::Peek(bool* aIsDamaged) {
+std::optional<nsNetworkState> nsNetworkChange::PeekState() {
   std::string text;
-  if (NS_FAILED(Port().LoadState(&text))) return false;
-  const auto state = nsNetworkState::Parse(text);
+  if (NS_FAILED(Port().LoadState(&text))) return nsNetworkState();
+  return nsNetworkState::Parse(text);
+}
+
+bool nsNetworkChange::Peek(bool* aIsDamaged) {
+  const auto state = PeekState();
   *aIsDamaged = !state;
   return state && state->mPhase != nsNetworkState::eNone;
 }
 
 std::optional<nsInterfaceSettings> nsNetworkChange::Confirmed(const std::string& aName) {
-  std::string text;
-  if (NS_FAILED(Port().LoadState(&text))) return std::nullopt;
-  const auto state = nsNetworkState::Parse(text);
+  const auto state = PeekState();
   if (!state || !state->mConfirmed.contains(aName)) return std::nullopt;
   return state->mConfirmed.at(aName);
+}
+
+std::optional<uint32_t> nsNetworkChange::ConfirmedIgmp() {
+  return PeekState().value_or(nsNetworkState()).mIgmpVersion;
+}
+
+nsresult nsNetworkChange::ReadLiveIgmp(uint32_t* aVersion) {
+  const nsresult rv = Port().ReadIgmpVersion(aVersion);
+  if (NS_SUCCEEDED(rv) && *aVersion == 0) *aVersion = 3;
+  return rv;
 }
 
 // ---- What is to be done
@@ -169,11 +204,48 @@ nsresult nsNetworkChange::CheckServers(std::vector<nsSocketAddress>* aServers) {
   return NS_OK;
 }
 
+// It is kept by this system, and by no other.
+nsresult nsNetworkChange::CheckIgmp(std::optional<uint32_t>* aVersion, bool aIsConfirmed) {
+  if (!*aVersion) return NS_OK;
+  uint32_t live = 0;
+  if (const nsresult rv = Port().ReadIgmpVersion(&live); NS_FAILED(rv)) return rv;
+  if (aIsConfirmed && IsLiveIgmp(**aVersion, live)) *aVersion = std::nullopt;
+  return NS_OK;
+}
+
+bool nsNetworkChange::AwaitService(const std::string& aName) {
+  const auto service = mState.mServices.find(aName);
+  if (service == mState.mServices.end()) return true;
+  for (;;) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+        mStart + kServicePatience - std::chrono::steady_clock::now());
+    const bool isLast = left <= kSlice || mIsEnding;
+    const auto slice = isLast ? std::max(left, left.zero()) : kSlice;
+    const nsresult rv =
+        Port().AwaitService(service->second,
+                            mIsEnding ? 0 : static_cast<uint32_t>(slice.count()));
+    if (rv != NS_ERROR_OFFLINE || isLast) return NS_SUCCEEDED(rv);
+  }
+}
+
+bool nsNetworkChange::AwaitServices() {
+  bool haveCome = false;
+  for (const auto& [name, record] : mState.mRecords) {
+    const auto service = mState.mServices.find(name);
+    if (service == mState.mServices.end() ||
+        Port().AwaitService(service->second, 0) != NS_ERROR_OFFLINE)
+      continue;
+    if (!AwaitService(name)) return false;
+    haveCome = true;
+  }
+  return haveCome;
+}
+
 nsresult nsNetworkChange::MakePlan(Plan* aPlan) {
   Plan plan;
   std::vector<nsStoredSettings> all;
   std::vector<Picture> pictures;
-  nsresult rv = ReadStored(&all, &plan.mProblems);
+  nsresult rv = ReadStored(&all, &plan.mProblems, &plan.mIgmpVersion);
   if (NS_SUCCEEDED(rv)) rv = ReadPictures(&pictures);
   if (NS_FAILED(rv)) return rv;
   for (const nsStoredSettings& stored : all) {
@@ -182,9 +254,11 @@ nsresult nsNetworkChange::MakePlan(Plan* aPlan) {
         pictures, name, [](const Picture& aOne) { return aOne.mInfo.mAdapterName; });
     // Nothing is stored of it, or it has gone in between.
     if (picture == pictures.end() || (!wanted.mIsDhcp && wanted.mAddresses.empty())) continue;
+    (void)AwaitService(name);  // another one may have its place meanwhile
     nsInterfaceWay way;
     rv = Port().FindWay(name, &way);
     if (NS_FAILED(rv)) return rv;
+    plan.mServices[name] = way.mService;
     const nsInterfaceSettings live = LiveOf(picture->mInfo, picture->mRecord);
     const auto confirmed = mState.mConfirmed.find(name);
     const bool isConfirmed = confirmed != mState.mConfirmed.end() && confirmed->second == wanted;
@@ -207,6 +281,11 @@ nsresult nsNetworkChange::MakePlan(Plan* aPlan) {
   }
   rv = CheckServers(&plan.mServers);
   if (NS_FAILED(rv)) return rv;
+  rv = CheckIgmp(&plan.mIgmpVersion, mState.mIgmpVersion == plan.mIgmpVersion);
+  if (rv == NS_ERROR_FILE_NOT_FOUND)
+    plan.mProblems.push_back("IGMPVersion is stored, and this system can't be held to one");
+  else if (NS_FAILED(rv))
+    return rv;
   *aPlan = std::move(plan);
   return NS_OK;
 }
@@ -221,7 +300,15 @@ nsresult nsNetworkChange::TakeRecords(const Plan& aPlan, uint32_t aGuard,
   if (!aPlan.mServers.empty()) {
     std::string record;
     if (const nsresult rv = Port().ReadResolver(&record); NS_FAILED(rv)) return rv;
-    aRecords->emplace_back("", std::move(record));
+    aRecords->emplace_back(nsNetworkState::kResolver, std::move(record));
+  }
+  if (aPlan.mIgmpVersion) {
+    uint32_t version = 0;
+    nsresult rv = Port().ReadIgmpVersion(&version);
+    // A change that changes nothing: a right that lacks is told here.
+    if (NS_SUCCEEDED(rv)) rv = Port().WriteIgmpVersion(version);
+    if (NS_FAILED(rv)) return rv;
+    aRecords->emplace_back(nsNetworkState::kIgmp, std::to_string(version));
   }
   return NS_OK;
 }
@@ -233,8 +320,11 @@ nsresult nsNetworkChange::WriteAll(const Plan& aPlan, std::string* aStep) {
     const nsresult rv = Port().WriteInterface(name, mState.mRecords[i].second, settings);
     if (NS_FAILED(rv)) return rv;
   }
-  *aStep = "name servers";
-  return aPlan.mServers.empty() ? NS_OK : Port().WriteResolver(aPlan.mServers);
+  *aStep = TextOf(std::string(nsNetworkState::kResolver));
+  if (!aPlan.mServers.empty())
+    if (const nsresult rv = Port().WriteResolver(aPlan.mServers); NS_FAILED(rv)) return rv;
+  *aStep = TextOf(std::string(nsNetworkState::kIgmp));
+  return aPlan.mIgmpVersion ? Port().WriteIgmpVersion(*aPlan.mIgmpVersion) : NS_OK;
 }
 
 // ---- The steps
@@ -261,12 +351,17 @@ nsNetworkChange::Outcome nsNetworkChange::Try(uint32_t aSeconds) {
   rv = MakePlan(&plan);
   if (NS_FAILED(rv)) return refused(rv, "can't read the settings: " + Because(rv));
   if (!plan.mProblems.empty()) return refused(NS_ERROR_INVALID_ARG, Lines(plan.mProblems));
-  if (plan.mInterfaces.empty() && plan.mServers.empty()) {
+  if (plan.IsEmpty()) {
     Release();
     return {End::eInForce, NS_OK, "everything stored is in force already"};
   }
   nsNetworkState state = mState;
   state.mPhase = nsNetworkState::eTrial;
+  for (const auto& [name, service] : plan.mServices)
+    if (service.empty())
+      state.mServices.erase(name);
+    else
+      state.mServices[name] = service;
   rv = TakeRecords(plan, aSeconds + kGuardMargin, &state.mRecords);
   if (NS_SUCCEEDED(rv)) rv = Port().SaveState(state.Format());
   if (NS_FAILED(rv)) {
@@ -274,11 +369,12 @@ nsNetworkChange::Outcome nsNetworkChange::Try(uint32_t aSeconds) {
     // It may be there all the same: nothing was changed, and nothing is to be taken back.
     (void)Port().SaveState(mState.Format());
     for (const auto& [name, record] : state.mRecords)
-      if (!name.empty()) (void)Port().ForgetInterface(name, record);
+      if (IsInterface(name)) (void)Port().ForgetInterface(name, record);
     return refused(rv, why);
   }
   mNext = mState.mConfirmed;
   for (const auto& [name, settings] : plan.mInterfaces) mNext[name] = settings;
+  mNextIgmp = plan.mIgmpVersion ? plan.mIgmpVersion : mState.mIgmpVersion;
   mState = std::move(state);
 
   std::string step;
@@ -294,13 +390,14 @@ nsNetworkChange::Outcome nsNetworkChange::Keep() {
     return Outcome{End::eOnTrial, aResult, "can't keep " + aStep + ": " + Because(aResult)};
   };
   for (const auto& [name, record] : mState.mRecords) {
-    if (name.empty()) continue;
+    if (!IsInterface(name)) continue;
     const nsresult rv = Port().KeepInterface(name, record);
     // What has gone has nothing to be kept.
     if (NS_FAILED(rv) && rv != NS_ERROR_FILE_NOT_FOUND) return failed(rv, name);
   }
   nsNetworkState state = mState;
   state.mConfirmed = mNext;
+  state.mIgmpVersion = mNextIgmp;
   state.mPhase = nsNetworkState::eConfirmed;
   if (const nsresult rv = Port().SaveState(state.Format()); NS_FAILED(rv))
     return failed(rv, "the settings");
@@ -311,20 +408,27 @@ nsNetworkChange::Outcome nsNetworkChange::Keep() {
   return outcome;
 }
 
+nsresult nsNetworkChange::Restore(const std::string& aName, const std::string& aRecord) {
+  if (aName == nsNetworkState::kResolver) return Port().RestoreResolver(aRecord);
+  if (aName != nsNetworkState::kIgmp) return Port().RestoreInterface(aName, aRecord);
+  const bool isVersion = aRecord.size() == 1 && aRecord[0] >= '0' && aRecord[0] <= '3';
+  return isVersion ? Port().WriteIgmpVersion(static_cast<uint32_t>(aRecord[0] - '0'))
+                   : NS_ERROR_FILE_CORRUPTED;
+}
+
 std::vector<std::string> nsNetworkChange::RestoreAll(Strings* aAnew, nsresult* aResult) {
   Strings failures;
   // One that can't be put back keeps none of the others from it.
   for (auto at = mState.mRecords.rbegin(); at != mState.mRecords.rend(); ++at) {
     const auto& [name, record] = *at;
-    const nsresult rv =
-        name.empty() ? Port().RestoreResolver(record) : Port().RestoreInterface(name, record);
-    if (rv == NS_ERROR_NOT_AVAILABLE && !name.empty()) {
+    const nsresult rv = Restore(name, record);
+    if (rv == NS_ERROR_NOT_AVAILABLE && IsInterface(name)) {
       aAnew->push_back(name);
       continue;
     }
     // What has gone needs nothing put back.
-    if (NS_SUCCEEDED(rv) || (!name.empty() && rv == NS_ERROR_FILE_NOT_FOUND)) continue;
-    failures.push_back((name.empty() ? "name servers" : name) + ": " + Because(rv));
+    if (NS_SUCCEEDED(rv) || (IsInterface(name) && rv == NS_ERROR_FILE_NOT_FOUND)) continue;
+    failures.push_back(TextOf(name) + ": " + Because(rv));
     if (NS_SUCCEEDED(*aResult)) *aResult = rv;
   }
   return failures;
@@ -363,14 +467,21 @@ nsNetworkChange::Outcome nsNetworkChange::Recover() {
     Release();
     return {End::eRefused, rv, "can't read the state of network changes: " + Because(rv)};
   }
+  Outcome outcome = Finish();
+  if (NS_FAILED(outcome.mResult) && AwaitServices()) outcome = Finish();
+  if (outcome.mEnd != End::eFailed) Release();
+  return outcome;
+}
+
+nsNetworkChange::Outcome nsNetworkChange::Finish() {
   if (mState.mPhase == nsNetworkState::eTrial)
     return TakeBack("the process that tried the settings ended without confirming them");
   Outcome outcome;
   if (mState.mPhase == nsNetworkState::eConfirmed) {
     outcome = {End::eConfirmed, NS_OK, ""};
     for (const auto& [name, record] : mState.mRecords) {
-      if (name.empty()) continue;
-      rv = Port().ForgetInterface(name, record);
+      if (!IsInterface(name)) continue;
+      const nsresult rv = Port().ForgetInterface(name, record);
       if (NS_FAILED(rv) && rv != NS_ERROR_FILE_NOT_FOUND) {
         // The settings stay all the same, and the next start tries this again.
         outcome.mResult = rv;
@@ -383,7 +494,6 @@ nsNetworkChange::Outcome nsNetworkChange::Recover() {
     if (NS_SUCCEEDED(outcome.mResult)) outcome.mResult = Port().SaveState(state.Format());
     if (NS_SUCCEEDED(outcome.mResult)) mState = std::move(state);
   }
-  Release();
   return outcome;
 }
 
@@ -400,14 +510,25 @@ std::vector<std::string> nsNetworkChange::PutConfirmed(const Strings& aNames) {
     nsresult rv = Port().FindWay(name, &way);
     if (NS_SUCCEEDED(rv) && !way.mTakesServers) AddServers(settings.mServers, &servers);
     if (std::ranges::find(aNames, name) == aNames.end()) continue;
-    if (NS_SUCCEEDED(rv) && way.mOutlivesStart) continue;
+    // One that the service of then has kept, it puts into force itself.
+    const auto then = mState.mServices.find(name);
+    const bool isTheirs = then == mState.mServices.end() || then->second == way.mService;
+    if (NS_SUCCEEDED(rv) && way.mOutlivesStart && isTheirs) continue;
+    if (NS_SUCCEEDED(rv) && settings.mIsDhcp && way.mDhcpClient.empty() && !isTheirs) {
+      failures.push_back(name + ": DHCP was confirmed, and " + then->second + " is not there");
+      continue;
+    }
     std::string record;
     if (NS_SUCCEEDED(rv)) rv = Port().ReadInterface(name, 0, &record);
     if (NS_SUCCEEDED(rv)) rv = Port().WriteInterface(name, record, settings);
     if (NS_FAILED(rv)) failed(name, rv);
   }
+  std::optional<uint32_t> igmp = mState.mIgmpVersion;
+  nsresult rv = CheckIgmp(&igmp, true);
+  if (NS_SUCCEEDED(rv) && igmp) rv = Port().WriteIgmpVersion(*igmp);
+  if (NS_FAILED(rv)) failures.push_back("IGMP version: " + Because(rv));
   if (aNames.empty() || servers.empty()) return failures;
-  nsresult rv = CheckServers(&servers);
+  rv = CheckServers(&servers);
   if (NS_SUCCEEDED(rv) && !servers.empty()) rv = Port().WriteResolver(servers);
   if (NS_FAILED(rv)) failed("name servers", rv);
   return failures;
@@ -422,12 +543,19 @@ nsNetworkChange::Outcome nsNetworkChange::Boot() {
     Release();
     return {End::eRefused, rv, Because(rv)};
   }
-  Strings names;
-  for (const auto& [name, settings] : mState.mConfirmed) names.push_back(name);
+  Strings names, notes;
+  if (!outcome.mReason.empty()) notes.push_back(outcome.mReason);
+  for (const auto& [name, settings] : mState.mConfirmed) {
+    names.push_back(name);
+    if (!AwaitService(name))
+      notes.push_back(name + ": " + mState.mServices[name] +
+                      ", which managed it, is not there: its settings are put into force without");
+  }
   const Strings failures = PutConfirmed(names);
+  const bool isAnything = !names.empty() || mState.mIgmpVersion;
   Release();
   if (!failures.empty()) return {End::eFailed, NS_ERROR_FAILURE, Lines(failures)};
-  return {End::eConfirmed, NS_OK, names.empty() ? "nothing was confirmed yet" : outcome.mReason};
+  return {End::eConfirmed, NS_OK, isAnything ? Lines(notes) : "nothing was confirmed yet"};
 }
 
 nsNetworkChange::Outcome nsNetworkChange::Ask(const std::string& aWord) {

@@ -184,6 +184,30 @@ nsresult NS_ReadSettingTexts(nsPlatformRegistry& aRegistry, const std::string& a
   return NS_OK;
 }
 
+nsresult NS_ReadStoredIgmp(nsPlatformRegistry& aRegistry, std::optional<uint32_t>* aVersion,
+                           Strings* aProblems) {
+  bool isWritten = false;
+  nsresult rv = aRegistry.IsWritten(std::string(kTcpipParametersKey), &isWritten);
+  if (NS_FAILED(rv)) return rv;
+  std::vector<uint8_t> bytes;
+  if (isWritten) {
+    std::unique_ptr<nsPlatformRegistryKey> key;
+    rv = aRegistry.OpenKey(std::string(kTcpipParametersKey), Registry::kRead, &key);
+    if (NS_SUCCEEDED(rv)) rv = ReadBytes(*key, "IGMPVersion", &bytes);
+    if (NS_FAILED(rv)) return rv;
+  }
+  *aVersion = std::nullopt;
+  if (bytes.empty()) return NS_OK;
+  // The store's number is one above that of the version.
+  const bool isByte = std::ranges::all_of(bytes.begin() + 1, bytes.end(),
+                                          [](uint8_t aByte) { return aByte == 0; });
+  if (isByte && bytes[0] >= 2 && bytes[0] <= 4)
+    *aVersion = bytes[0] - 1u;
+  else
+    aProblems->push_back("IGMPVersion is none of 2, 3 and 4, which stand for the versions 1 to 3");
+  return NS_OK;
+}
+
 nsStoredSettings NS_ParseSettings(const std::string& aName, const nsSettingTexts& aTexts,
                                   Strings* aProblems) {
   nsStoredSettings stored{aName, {}};
@@ -263,6 +287,8 @@ std::string nsNetworkState::Format() const {
   std::string text = kStateHead;
   for (const auto& [name, settings] : mConfirmed)
     text += FormatEntry("confirmed ", name, NS_SettingsText(settings));
+  if (mIgmpVersion) text += "igmp " + std::to_string(*mIgmpVersion) + "\n";
+  for (const auto& [name, service] : mServices) text += FormatEntry("service ", name, service);
   if (mPhase == eTrial) text += "trial\n";
   if (mPhase == eConfirmed) text += "done\n";
   for (const auto& [name, record] : mRecords) text += FormatEntry("record ", name, record);
@@ -298,6 +324,13 @@ std::optional<nsNetworkState> nsNetworkState::Parse(std::string_view aText) {
     const auto settings = entry() ? ParseStateSettings(text) : std::nullopt;
     if (!settings || !state.mConfirmed.try_emplace(name, *settings).second) return std::nullopt;
   }
+  if (take("igmp ")) {
+    size_t version = 0;
+    if (!number('\n', &version) || version < 1 || version > 3) return std::nullopt;
+    state.mIgmpVersion = static_cast<uint32_t>(version);
+  }
+  while (take("service "))
+    if (!entry() || !state.mServices.try_emplace(name, text).second) return std::nullopt;
   state.mPhase = take("trial\n") ? eTrial : take("done\n") ? eConfirmed : eNone;
   while (take("record ")) {
     if (!entry()) return std::nullopt;

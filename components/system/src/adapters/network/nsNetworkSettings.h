@@ -34,6 +34,11 @@ nsresult NS_ReadSettingTexts(nsPlatformRegistry& aRegistry, const std::string& a
 nsStoredSettings NS_ParseSettings(const std::string& aName, const nsSettingTexts& aTexts,
                                   std::vector<std::string>* aProblems);
 
+/// The version of IGMP that the store has for the whole machine, 1 to 3; nothing when nobody has
+/// stored one. Another one is named in *aProblems. Fails as the store does.
+nsresult NS_ReadStoredIgmp(nsPlatformRegistry& aRegistry, std::optional<uint32_t>* aVersion,
+                           std::vector<std::string>* aProblems);
+
 /// Adds to *aProblems what can't be in force at the same time: an address twice, a gateway outside
 /// every net of its interface, an address that no interface can have.
 void NS_CheckSettings(std::span<const nsStoredSettings> aSettings,
@@ -51,10 +56,14 @@ struct nsNetworkState {
     eTrial,      ///< the records tell how to take it back
     eConfirmed,  ///< it stays; what the records left over is to be removed
   };
-  /// What has been recorded, in the order in which it is changed. The resolver has the empty name.
+  /// What has been recorded, in the order in which it is changed: interfaces, and what the whole
+  /// machine has, under names that no interface can have.
   using Records = std::vector<std::pair<std::string, std::string>>;
+  static constexpr std::string_view kResolver = "", kIgmp = "/igmp";
 
   std::map<std::string, nsInterfaceSettings> mConfirmed;  ///< By interface.
+  std::optional<uint32_t> mIgmpVersion;                   ///< The one that was confirmed.
+  std::map<std::string, std::string> mServices;  ///< That managed an interface when it was tried.
   Phase mPhase = eNone;
   Records mRecords;
 

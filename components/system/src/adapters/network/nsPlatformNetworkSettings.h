@@ -51,8 +51,9 @@ struct nsNetworkRequest {
 ///
 /// All methods but Cancel may wait, for the system and its services: not for a main thread. They
 /// may be called from any thread; changes are for one thread at a time. Errors beside those named
-/// are NS_ERROR_FILE_ACCESS_DENIED, the process lacks the right, NS_ERROR_ABORT after Cancel, and
-/// NS_ERROR_FAILURE. What changes something may have done part of it when it fails.
+/// are NS_ERROR_FILE_ACCESS_DENIED, the process lacks the right, NS_ERROR_OFFLINE, the service that
+/// manages the interface, or did when the record was taken, is not there, NS_ERROR_ABORT after
+/// Cancel, and NS_ERROR_FAILURE. What changes something may have done part of it when it fails.
 class nsPlatformNetworkSettings {
  public:
   virtual ~nsPlatformNetworkSettings() = default;
@@ -60,6 +61,10 @@ class nsPlatformNetworkSettings {
   /// NS_ERROR_FILE_NOT_FOUND when there is no such interface.
   /// Windows: none: the system itself manages them.
   virtual nsresult FindWay(const std::string& aName, nsInterfaceWay* aWay) = 0;
+  /// Waits until a service that FindWay has named is there, and at most that long: NS_ERROR_OFFLINE
+  /// then. One that it never names counts as there.
+  /// Windows: none: the system itself is there.
+  virtual nsresult AwaitService(const std::string& aService, uint32_t aMilliseconds) = 0;
 
   /// Takes down what is in force, and prepares a change that follows soon. A system that guards
   /// changes itself takes this one back aGuard seconds later by itself, whatever happens to the
@@ -84,7 +89,9 @@ class nsPlatformNetworkSettings {
   virtual nsresult ForgetInterface(const std::string& aName, const std::string& aRecord) = 0;
   /// Puts back what the record describes, whatever is in force now. NS_ERROR_FILE_NOT_FOUND as
   /// above, NS_ERROR_FILE_CORRUPTED for bytes that are no record, which change nothing;
-  /// NS_ERROR_NOT_AVAILABLE, nothing is left to put back: the machine has started anew since.
+  /// NS_ERROR_NOT_AVAILABLE, nothing is left to put back: the machine has started anew since. With
+  /// NS_ERROR_OFFLINE what can be put back without the service is, and it is to be called again once
+  /// the service is there.
   /// Windows: CreateUnicastIpAddressEntry and CreateIpForwardEntry2.
   virtual nsresult RestoreInterface(const std::string& aName, const std::string& aRecord) = 0;
 
@@ -101,6 +108,15 @@ class nsPlatformNetworkSettings {
   /// Durably. NS_ERROR_FILE_CORRUPTED as in RestoreInterface.
   /// Windows: SetInterfaceDnsSettings.
   virtual nsresult RestoreResolver(const std::string& aRecord) = 0;
+
+  /// The version of IGMP that all interfaces are held to, 1 to 3; 0 when they speak the newest one
+  /// that their routers do. NS_ERROR_FILE_NOT_FOUND where it can't be set.
+  /// Windows: RegQueryValueExA.
+  virtual nsresult ReadIgmpVersion(uint32_t* aVersion) = 0;
+  /// What comes from now on speaks it, until a restart of the machine. NS_ERROR_INVALID_ARG for
+  /// others than those above.
+  /// Windows: RegSetValueExA.
+  virtual nsresult WriteIgmpVersion(uint32_t aVersion) = 0;
 
   /// Reserves the machine's one state, which outlives processes, until UnlockState, the end of the
   /// port or that of the process. NS_ERROR_FILE_IS_LOCKED while another one has it.

@@ -24,6 +24,10 @@ std::string Lines(const std::vector<std::string>& aLines) {
   return text;
 }
 
+std::string MachineText(std::optional<uint32_t> aIgmpVersion) {
+  return aIgmpVersion ? "igmp " + std::to_string(*aIgmpVersion) + "\n" : "";
+}
+
 // 24 is 255.255.255.0; nothing for what is no length.
 std::optional<std::string> MaskOf(std::string_view aLength, bool aIsIPv6) {
   nsSocketAddress mask;
@@ -102,7 +106,7 @@ void nsSystemNetworkConfiguration::Settle(const Outcome& aOutcome) {
       return;
     case End::eFailed: {
       // An end of the process leaves it to the next start.
-      const bool isArmed = NS_SUCCEEDED(Arm(kNextTry));
+      const bool isArmed = mIsStart || NS_SUCCEEDED(Arm(kNextTry));
       SetState(STATE_FAILED, aOutcome.mReason + (isArmed ? "" : "\nno timer for the next try"));
       return;
     }
@@ -273,7 +277,13 @@ nsresult nsSystemNetworkConfiguration::GetStoredSettings(const nsAString& aInter
                                                          nsACString& aSettings) {
   std::vector<nsStoredSettings> all;
   std::vector<std::string> problems;
-  if (const nsresult rv = mReading.ReadStored(&all, &problems); NS_FAILED(rv)) return rv;
+  std::optional<uint32_t> igmp;
+  const nsresult rv = mReading.ReadStored(&all, &problems, &igmp);
+  if (NS_FAILED(rv)) return rv;
+  if (NS_View(aInterface).empty()) {
+    NS_Assign(aSettings, MachineText(igmp));
+    return NS_OK;
+  }
   const auto found = std::ranges::find(all, NS_ToUtf8(aInterface), &nsStoredSettings::mName);
   NS_Assign(aSettings, found == all.end() ? "" : NS_SettingsText(found->mSettings));
   return NS_OK;
@@ -281,6 +291,12 @@ nsresult nsSystemNetworkConfiguration::GetStoredSettings(const nsAString& aInter
 
 nsresult nsSystemNetworkConfiguration::GetLiveSettings(const nsAString& aInterface,
                                                        nsACString& aSettings) {
+  if (NS_View(aInterface).empty()) {
+    uint32_t igmp = 0;
+    const nsresult rv = mReading.ReadLiveIgmp(&igmp);
+    if (NS_SUCCEEDED(rv)) NS_Assign(aSettings, MachineText(igmp));
+    return rv;
+  }
   nsInterfaceSettings live;
   const nsresult rv = mReading.ReadLive(NS_ToUtf8(aInterface), &live);
   if (NS_FAILED(rv)) return rv;
@@ -290,6 +306,10 @@ nsresult nsSystemNetworkConfiguration::GetLiveSettings(const nsAString& aInterfa
 
 nsresult nsSystemNetworkConfiguration::GetConfirmedSettings(const nsAString& aInterface,
                                                             nsACString& aSettings) {
+  if (NS_View(aInterface).empty()) {
+    NS_Assign(aSettings, MachineText(mReading.ConfirmedIgmp()));
+    return NS_OK;
+  }
   const auto confirmed = mReading.Confirmed(NS_ToUtf8(aInterface));
   NS_Assign(aSettings, confirmed ? NS_SettingsText(*confirmed) : "");
   return NS_OK;
@@ -297,8 +317,7 @@ nsresult nsSystemNetworkConfiguration::GetConfirmedSettings(const nsAString& aIn
 
 nsresult nsSystemNetworkConfiguration::Apply(uint32_t aSeconds) {
   // What waits or could not be taken back has its own reason, which stays.
-  if (mIsBusy || mIsEnding || mState == STATE_WAITING || mState == STATE_FAILED)
-    return NS_ERROR_IN_PROGRESS;
+  if (mIsBusy || mIsEnding || IsOpen()) return NS_ERROR_IN_PROGRESS;
   if (aSeconds == 0 || aSeconds > kLongestTrial)
     return Refuse(NS_ERROR_INVALID_ARG, "a trial lasts 1 to 86400 seconds");
   std::vector<nsStoredSettings> stored;
@@ -308,6 +327,7 @@ nsresult nsSystemNetworkConfiguration::Apply(uint32_t aSeconds) {
     return Refuse(rv, "can't read the settings: " + std::string(NS_ResultName(rv)));
   if (!problems.empty()) return Refuse(NS_ERROR_INVALID_ARG, Lines(problems));
   mSeconds = aSeconds;
+  mIsStart = false;
   rv = Start([aSeconds](nsNetworkChange& aChange) { return aChange.Try(aSeconds); });
   if (NS_SUCCEEDED(rv)) SetState(STATE_APPLYING, "");
   return rv;
@@ -316,20 +336,20 @@ nsresult nsSystemNetworkConfiguration::Apply(uint32_t aSeconds) {
 nsresult nsSystemNetworkConfiguration::Confirm() {
   if (mState == STATE_WAITING)
     return Start([](nsNetworkChange& aChange) { return aChange.Keep(); });
-  if (mState == STATE_FAILED) return NS_ERROR_IN_PROGRESS;
+  if (IsOpen()) return NS_ERROR_IN_PROGRESS;
   return Start([](nsNetworkChange& aChange) { return aChange.Ask(kConfirm); });
 }
 
 nsresult nsSystemNetworkConfiguration::Rollback() {
-  if (mState == STATE_WAITING || mState == STATE_FAILED) return TakeBack("asked for");
+  if (IsOpen()) return TakeBack("asked for");
   return Start([](nsNetworkChange& aChange) { return aChange.Ask(kRollback); });
 }
 
 nsresult nsSystemNetworkConfiguration::ApplyConfirmed() {
-  if (mIsBusy || mIsEnding || mState == STATE_WAITING || mState == STATE_FAILED)
-    return NS_ERROR_IN_PROGRESS;
+  if (mIsBusy || mIsEnding || IsOpen()) return NS_ERROR_IN_PROGRESS;
   const nsresult rv = Start([](nsNetworkChange& aChange) { return aChange.Boot(); });
-  if (NS_SUCCEEDED(rv)) SetState(STATE_APPLYING, "");
+  mIsStart = NS_SUCCEEDED(rv);
+  if (mIsStart) SetState(STATE_APPLYING, "");
   return rv;
 }
 
@@ -347,6 +367,7 @@ nsresult nsSystemNetworkConfiguration::Observe(nsISupports*, const char*, const 
   mIsEnding = true;
   Disarm();
   mRequestPump = nullptr;  // its source holds this
+  mChange.StopWaiting();
   if (mIsBusy) {
     if (mState == STATE_APPLYING) mPlatform->mNetworkSettings->Cancel();
     mThread.Join();

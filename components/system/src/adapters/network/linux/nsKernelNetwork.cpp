@@ -263,9 +263,30 @@ nsresult LiveInterface::Write(const nsInterfaceSettings& aSettings) {
   return error == 0 ? NS_OK : NS_ResultOfErrno(error);
 }
 
+// What changes by itself: how long addresses still last, and whether a route's link is there.
+std::vector<Payload> Steady(std::vector<Payload> aPayloads, bool aAreRoutes) {
+  for (Payload& payload : aPayloads) {
+    const auto cache = aAreRoutes ? FindAttribute<rtmsg>(payload, RTA_CACHEINFO)
+                                  : FindAttribute<ifaddrmsg>(payload, IFA_CACHEINFO);
+    std::ranges::fill(cache, uint8_t{0});
+    if (!aAreRoutes) continue;
+    auto header = HeaderOf<rtmsg>(payload);
+    header.rtm_flags &= ~static_cast<unsigned>(RTNH_F_DEAD | RTNH_F_LINKDOWN);
+    SetHeader(payload, header);
+  }
+  return aPayloads;
+}
+
+bool IsSame(const Interface& aA, const Interface& aB) {
+  return aA.mIsUp == aB.mIsUp && Steady(aA.mAddresses, false) == Steady(aB.mAddresses, false) &&
+         Steady(aA.mRoutes, true) == Steady(aB.mRoutes, true);
+}
+
 nsresult LiveInterface::Restore(Interface aInterface) {
   Interface now;
   if (const nsresult rv = Read(&now); NS_FAILED(rv)) return rv;
+  // It may have been put back before: connections outlive that.
+  if (IsSame(now, aInterface)) return NS_OK;
   int error = Remove(RTM_DELROUTE, now.mRoutes);
   if (error == 0) error = Remove(RTM_DELADDR, now.mAddresses);
   if (error == 0) error = SetUp(aInterface.mIsUp);

@@ -28,6 +28,13 @@ constexpr size_t kWordLimit = 4096;
 constexpr int kAskerPatience = 200;   // ms
 constexpr int kAnswerPatience = 120;  // s
 
+struct Service {
+  const char* mName;
+  const char* mBusName;
+};
+constexpr Service kServices[] = {{"NetworkManager", nsNetworkManagerNetwork::kService},
+                                 {"systemd-networkd", nsNetworkdNetwork::kService}};
+
 bool ReadServerLine(const std::string& aLine, nsSocketAddress* aServer) {
   std::istringstream words(aLine);
   std::string keyword, address;
@@ -109,19 +116,21 @@ nsresult nsLinuxNetworkSettings::With(Kind aKind,
                                       const std::function<nsresult(nsNetworkWay&)>& aCall) {
   nsSystemBus bus;
   nsKernelNetwork kernel(BootId());
-  nsresult rv = aKind == Kind::eKernel ? NS_OK : bus.Open(mOptions.mBus);
-  std::string reason = "there is no message bus";
-  if (NS_SUCCEEDED(rv)) {
-    nsNetworkManagerNetwork manager(bus, kernel, mCancelled);
-    nsNetworkdNetwork networkd(bus, kernel, mOptions.mRoot == "/" ? "" : mOptions.mRoot,
-                               mCancelled);
-    nsNetworkWay& way = aKind == Kind::eNetworkManager ? static_cast<nsNetworkWay&>(manager)
-                        : aKind == Kind::eNetworkd     ? static_cast<nsNetworkWay&>(networkd)
-                                                       : kernel;
-    rv = aCall(way);
-    reason = way.Reason();
-  } else {
-    rv = NS_ERROR_FAILURE;
+  // Without a bus all that is asked of it fails, and what needs none goes on.
+  if (aKind != Kind::eKernel) (void)bus.Open(mOptions.mBus);
+  nsNetworkManagerNetwork manager(bus, kernel, mCancelled);
+  nsNetworkdNetwork networkd(bus, kernel, mOptions.mRoot == "/" ? "" : mOptions.mRoot, mCancelled);
+  nsNetworkWay& way = aKind == Kind::eNetworkManager ? static_cast<nsNetworkWay&>(manager)
+                      : aKind == Kind::eNetworkd     ? static_cast<nsNetworkWay&>(networkd)
+                                                     : kernel;
+  nsresult rv = aCall(way);
+  std::string reason = way.Reason();
+  if (NS_FAILED(rv) && aKind != Kind::eKernel) {
+    const Service& service = kServices[aKind == Kind::eNetworkd ? 1 : 0];
+    // It may have gone during the call.
+    if (rv != NS_ERROR_ABORT && rv != NS_ERROR_FILE_NOT_FOUND && !bus.HasService(service.mBusName))
+      rv = NS_ERROR_OFFLINE;
+    if (rv == NS_ERROR_OFFLINE) reason = std::string(service.mName) + " is not on the message bus";
   }
   if (rv == NS_ERROR_ABORT) mCancelled = false;
   const nsAutoLock lock(mReasonLock);
@@ -163,8 +172,20 @@ nsresult nsLinuxNetworkSettings::FindWay(const std::string& aName, nsInterfaceWa
     *aWay = {"", FindDhcpClient(aName), false, false};
     return NS_OK;
   }
-  const char* const service = kind == Kind::eNetworkManager ? "NetworkManager" : "systemd-networkd";
+  const char* const service = kServices[kind == Kind::eNetworkd ? 1 : 0].mName;
   *aWay = {service, service, true, true};
+  return NS_OK;
+}
+
+nsresult nsLinuxNetworkSettings::AwaitService(const std::string& aService, uint32_t aMilliseconds) {
+  for (const Service& service : kServices)
+    if (aService == service.mName) {
+      const bool isThere = NS_WaitFor(std::chrono::milliseconds(aMilliseconds), mCancelled, [&] {
+        nsSystemBus bus;
+        return NS_SUCCEEDED(bus.Open(mOptions.mBus)) && bus.HasService(service.mBusName);
+      });
+      return isThere ? NS_OK : NS_ERROR_OFFLINE;
+    }
   return NS_OK;
 }
 
@@ -280,6 +301,24 @@ nsresult nsLinuxNetworkSettings::RestoreResolver(const std::string& aRecord) {
     default:
       return NS_ERROR_FILE_CORRUPTED;
   }
+}
+
+// ---- The machine
+
+nsresult nsLinuxNetworkSettings::ReadIgmpVersion(uint32_t* aVersion) {
+  std::string text;
+  if (const nsresult rv = NS_ReadFile(IgmpPath(), &text); NS_FAILED(rv)) return rv;
+  const bool isVersion = text.size() <= 2 && text[0] >= '0' && text[0] <= '3';
+  *aVersion = isVersion ? static_cast<uint32_t>(text[0] - '0') : 0;
+  return NS_OK;
+}
+
+nsresult nsLinuxNetworkSettings::WriteIgmpVersion(uint32_t aVersion) {
+  if (aVersion > 3) return NS_ERROR_INVALID_ARG;
+  const nsUniqueFd file(open(IgmpPath().c_str(), O_WRONLY | O_CLOEXEC));
+  if (!file) return NS_LastResult();
+  const char digit = static_cast<char>('0' + aVersion);
+  return write(file.get(), &digit, 1) == 1 ? NS_OK : NS_LastResult();
 }
 
 // ---- The state

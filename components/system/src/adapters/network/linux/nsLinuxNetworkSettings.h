@@ -20,8 +20,8 @@ class nsLinuxNetworkSettings final : public nsPlatformNetworkSettings {
     std::string mState = "/var/lib/vorel/network";
     /// The message bus; empty for the system's.
     std::string mBus = {};
-    /// Where DHCP clients are looked for, and what systemd-networkd's files lie below: "/", or
-    /// another tree.
+    /// Where DHCP clients are looked for, the kernel is set, and what systemd-networkd's files lie
+    /// below: "/", or another tree.
     std::string mRoot = "/";
   };
   nsLinuxNetworkSettings() : nsLinuxNetworkSettings(Options()) {}
@@ -29,6 +29,7 @@ class nsLinuxNetworkSettings final : public nsPlatformNetworkSettings {
       : mOptions(std::move(aOptions)), mFiles(mOptions.mRoot) {}
 
   nsresult FindWay(const std::string& aName, nsInterfaceWay* aWay) override;
+  nsresult AwaitService(const std::string& aService, uint32_t aMilliseconds) override;
   nsresult ReadInterface(const std::string& aName, uint32_t aGuard, std::string* aRecord) override;
   nsresult WriteInterface(const std::string& aName, const std::string& aRecord,
                           const nsInterfaceSettings& aSettings) override;
@@ -39,6 +40,8 @@ class nsLinuxNetworkSettings final : public nsPlatformNetworkSettings {
   nsresult ReadResolver(std::string* aRecord) override;
   nsresult WriteResolver(const std::vector<nsSocketAddress>& aServers) override;
   nsresult RestoreResolver(const std::string& aRecord) override;
+  nsresult ReadIgmpVersion(uint32_t* aVersion) override;
+  nsresult WriteIgmpVersion(uint32_t aVersion) override;
   nsresult LockState() override;
   nsresult UnlockState() override;
   nsresult LoadState(std::string* aText) override;
@@ -58,6 +61,10 @@ class nsLinuxNetworkSettings final : public nsPlatformNetworkSettings {
   nsresult WithRecord(const std::string& aRecord,
                       const std::function<nsresult(nsNetworkWay&, const std::string&)>& aCall);
   std::string FindDhcpClient(const std::string& aName) const;
+  /// Of all interfaces; those that have one of their own keep it.
+  std::string IgmpPath() const {
+    return mOptions.mRoot + "/proc/sys/net/ipv4/conf/all/force_igmp_version";
+  }
   std::string SocketPath() const { return mOptions.mState + ".socket"; }
 
   const Options mOptions;

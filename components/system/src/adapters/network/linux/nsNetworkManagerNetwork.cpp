@@ -484,37 +484,47 @@ nsresult nsNetworkManagerNetwork::Forget(const std::string& aName, const std::st
 nsresult nsNetworkManagerNetwork::Restore(const std::string& aName, const std::string& aRecord) {
   Record record;
   if (!Parse(aRecord, &record)) return NS_ERROR_FILE_CORRUPTED;
+  const nsresult rv = RestoreByService(aName, record);
+  if (NS_SUCCEEDED(rv) || mBus.HasService(kService)) return rv;
+  // The player is to be reached meanwhile. What the service still has it may activate when it is
+  // back: it is not done.
+  const nsresult alone = mKernel.Restore(aName, record.mKernel);
+  return NS_SUCCEEDED(alone) || alone == NS_ERROR_NOT_AVAILABLE ? NS_ERROR_OFFLINE : alone;
+}
+
+nsresult nsNetworkManagerNetwork::RestoreByService(const std::string& aName,
+                                                   const Record& aRecord) {
   std::string device, path;
   nsresult rv = FindDevice(aName, &device);
   if (rv == NS_ERROR_FILE_NOT_FOUND) {
     // It may come back, and is not to find the connection then.
-    const nsresult deleted = Delete(record.mNew);
+    const nsresult deleted = Delete(aRecord.mNew);
     return NS_SUCCEEDED(deleted) ? rv : deleted;
   }
   if (NS_FAILED(rv)) return rv;
-  const bool isThere = NS_SUCCEEDED(FindConnection(record.mFormer, &path));
-  if (!record.mFormer.empty() && !record.mIsExternal && ActiveUuid(device) != record.mFormer) {
+  const bool isThere = NS_SUCCEEDED(FindConnection(aRecord.mFormer, &path));
+  if (!aRecord.mFormer.empty() && !aRecord.mIsExternal && ActiveUuid(device) != aRecord.mFormer) {
     // It may wait for a lease: what matters is that it is on its way.
     rv = isThere ? Activate(device, path, kRestorePatience) : NS_ERROR_FILE_NOT_FOUND;
     // A connection that others have deleted meanwhile, or changed, the checkpoint still has.
-    if (NS_FAILED(rv) && rv != NS_ERROR_NET_TIMEOUT && !record.mCheckpoint.empty())
-      rv = mBus.Call(Manager(), "CheckpointRollback", nullptr, "o", record.mCheckpoint.c_str());
+    if (NS_FAILED(rv) && rv != NS_ERROR_NET_TIMEOUT && !aRecord.mCheckpoint.empty())
+      rv = mBus.Call(Manager(), "CheckpointRollback", nullptr, "o", aRecord.mCheckpoint.c_str());
     if (NS_FAILED(rv) && rv != NS_ERROR_NET_TIMEOUT && isThere) return rv;
   }
-  DropCheckpoint(record);
-  const auto former = nsKernelNetwork::AddressesOf(record.mKernel);
-  if (isThere && !record.mIsExternal)
+  DropCheckpoint(aRecord);
+  const auto former = nsKernelNetwork::AddressesOf(aRecord.mKernel);
+  if (isThere && !aRecord.mIsExternal)
     (void)NS_WaitFor(kRestorePatience, mCancelled, [&] {
       uint32_t state = 0;
       constexpr uint32_t kConfiguring = 50;
       return NS_SUCCEEDED(mBus.GetNumber(Device(device), "State", &state)) &&
              state >= kConfiguring && nsKernelNetwork::Has(aName, former);
     });
-  rv = Delete(record.mNew);
+  rv = Delete(aRecord.mNew);
   if (NS_FAILED(rv)) return rv;
-  if (isThere && !record.mIsExternal) return NS_OK;
+  if (isThere && !aRecord.mIsExternal) return NS_OK;
   // Nobody of NetworkManager's had it: it lets it go, and the kernel gets back what it had.
-  (void)NS_WaitFor(kRestorePatience, mCancelled, [&] { return ActiveUuid(device) != record.mNew; });
-  rv = mKernel.Restore(aName, record.mKernel);
+  (void)NS_WaitFor(kRestorePatience, mCancelled, [&] { return ActiveUuid(device) != aRecord.mNew; });
+  rv = mKernel.Restore(aName, aRecord.mKernel);
   return rv == NS_ERROR_NOT_AVAILABLE ? NS_OK : rv;
 }

@@ -49,6 +49,7 @@ class nsNetworkManagerNetwork final : public nsNetworkWay {
   nsresult Activate(const std::string& aDevice, const std::string& aConnection,
                     std::chrono::milliseconds aPatience);
   nsresult Delete(const std::string& aUuid);
+  nsresult RestoreByService(const std::string& aName, const Record& aRecord);
   void DropCheckpoint(const Record& aRecord);
 
   nsSystemBus& mBus;

@@ -23,7 +23,6 @@ class nsNetworkWay {
   virtual nsresult Keep(const std::string& aName, const std::string& aRecord) = 0;
   virtual nsresult Forget(const std::string& aName, const std::string& aRecord) = 0;
   virtual nsresult Restore(const std::string& aName, const std::string& aRecord) = 0;
-
   const std::string& Reason() const { return mReason; }
 
  protected:

@@ -51,10 +51,12 @@ nsresult ReadOptional(const std::string& aPath, std::string* aText) {
   return NS_OK;
 }
 
-nsresult WriteOptional(const std::string& aPath, const std::string& aText) {
+// *aIsChanged stays when it had that text already.
+nsresult WriteOptional(const std::string& aPath, const std::string& aText, bool* aIsChanged) {
   std::string now;
   const nsresult rv = ReadOptional(aPath, &now);
   if (NS_FAILED(rv) || now == aText) return rv;
+  *aIsChanged = true;
   if (aText.starts_with('+')) return WriteReadable(aPath, aText.substr(1));
   if (unlink(aPath.c_str()) != 0 && errno != ENOENT) return NS_LastResult();
   const nsUniqueFd folder(
@@ -242,12 +244,20 @@ nsresult nsNetworkdNetwork::Restore(const std::string& aName, const std::string&
   const unsigned index = if_nametoindex(aName.c_str());
   const bool isOldRun = mKernel.IsOld(texts[3]);
   // What was below /run is gone with the run of the machine that had it.
-  nsresult rv = WriteOptional(TrialFile(aName), isOldRun ? "-" : texts[0]);
-  if (NS_SUCCEEDED(rv)) rv = WriteOptional(KeptFile(aName), texts[1]);
+  bool isChanged = false;
+  nsresult rv = WriteOptional(TrialFile(aName), isOldRun ? "-" : texts[0], &isChanged);
+  if (NS_SUCCEEDED(rv)) rv = WriteOptional(KeptFile(aName), texts[1], &isChanged);
   if (NS_FAILED(rv)) return Failed(rv, KeptFile(aName));
   if (index == 0) return NS_ERROR_FILE_NOT_FOUND;
   rv = Reload();
-  if (NS_FAILED(rv)) return rv;
+  if (NS_FAILED(rv)) {
+    if (mBus.HasService(kService)) return rv;
+    // The player is to be reached meanwhile. A service that starts reads the files; one that just
+    // does may have read the former ones, and is asked again.
+    const nsresult alone = mKernel.Restore(aName, texts[3]);
+    if (NS_FAILED(alone) && alone != NS_ERROR_NOT_AVAILABLE) return alone;
+    return isChanged ? NS_ERROR_OFFLINE : NS_OK;
+  }
   if (isOldRun) return NS_OK;
   const bool isUnmanaged = texts[2] == "u";
   const auto former = nsKernelNetwork::AddressesOf(texts[3]);

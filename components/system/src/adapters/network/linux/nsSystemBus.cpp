@@ -39,7 +39,8 @@ nsBusMessage nsSystemBus::NewCall(const nsBusObject& aObject, const char* aMetho
   if (!mBus || sd_bus_message_new_method_call(mBus, &call, aObject.mService, aObject.mPath.c_str(),
                                               aObject.mInterface, aMethod) < 0)
     return nullptr;
-  return nsBusMessage(call);
+  nsBusMessage owned(call);
+  return sd_bus_message_set_auto_start(call, false) >= 0 ? std::move(owned) : nullptr;
 }
 
 nsresult nsSystemBus::Send(sd_bus_message* aCall, nsBusMessage* aAnswer) {
@@ -59,6 +60,9 @@ nsresult nsSystemBus::Send(sd_bus_message* aCall, nsBusMessage* aAnswer) {
   if (ends(".UnknownObject") || ends(".UnknownMethod") || ends(".UnknownDevice") ||
       ends(".InvalidConnection") || ends(".UnknownConnection") || ends(".NoSuchLink"))
     return NS_ERROR_FILE_NOT_FOUND;
+  if (error == -ENOTCONN || error == -ECONNRESET || ends(".ServiceUnknown") ||
+      ends(".NameHasNoOwner") || ends(".Disconnected"))
+    return NS_ERROR_OFFLINE;
   return error == -ETIMEDOUT ? NS_ERROR_NET_TIMEOUT : NS_ERROR_FAILURE;
 }
 

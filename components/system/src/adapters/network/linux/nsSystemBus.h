@@ -40,15 +40,16 @@ class nsSystemBus {
   /// A call that the caller fills with arguments; null when memory lacks.
   nsBusMessage NewCall(const nsBusObject& aObject, const char* aMethod);
   /// Sends it, and waits for the answer. NS_ERROR_FILE_ACCESS_DENIED when the service refuses for
-  /// lack of a right, NS_ERROR_FILE_NOT_FOUND for an object that is not there,
-  /// NS_ERROR_NET_TIMEOUT, else NS_ERROR_FAILURE.
+  /// lack of a right, NS_ERROR_FILE_NOT_FOUND for an object that is not there, NS_ERROR_OFFLINE when
+  /// the service or the bus is not, NS_ERROR_NET_TIMEOUT, else NS_ERROR_FAILURE. No service is
+  /// started for it.
   nsresult Send(sd_bus_message* aCall, nsBusMessage* aAnswer = nullptr);
   /// Both, with arguments of basic types, as sd_bus_message_append takes them.
   template <class... Arguments>
   nsresult Call(const nsBusObject& aObject, const char* aMethod, nsBusMessage* aAnswer,
                 const char* aTypes = "", Arguments... aArguments) {
     const nsBusMessage call = NewCall(aObject, aMethod);
-    if (!call) return NS_ERROR_OUT_OF_MEMORY;
+    if (!call) return mBus ? NS_ERROR_OUT_OF_MEMORY : NS_ERROR_OFFLINE;
     if constexpr (sizeof...(Arguments) > 0)
       if (sd_bus_message_append(call.get(), aTypes, aArguments...) < 0)
         return NS_ERROR_OUT_OF_MEMORY;
