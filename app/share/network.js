@@ -4,7 +4,7 @@
 
 const { classes, interfaces } = Components;
 const asJson = arguments.includes("--json");
-const usage = "network set NAME [--dhcp on|off] [--address 192.0.2.10/24] [--gateway 192.0.2.1] [--metric N] [--dns A,B] [--try SECONDS], " +
+const usage = "network set NAME [--dhcp on|off] [--address 192.0.2.10/24] [--gateway 192.0.2.1] [--metric N] [--dns A,B] [--igmp 1|2|3] [--try SECONDS], " +
   "network apply [SECONDS|--boot], network confirm, network rollback";
 const stateNames = ["idle", "applying", "waiting", "confirmed", "rolled-back", "failed", "rolling-back", "refused"];
 const [APPLYING, WAITING, CONFIRMED, ROLLED_BACK, ROLLING_BACK] = [1, 2, 3, 4, 6];
@@ -56,6 +56,20 @@ function describe(adapter) {
   return { name, live, stored, confirmed: parse(configuration.getConfirmedSettings(name)), differences: differences(stored, live) };
 }
 
+/** What the whole machine has of each kind: the version of IGMP. */
+function describeMachine() {
+  const version = (text) => text ? Number(text.trim().split(" ")[1]) : null;
+  const stored = version(configuration.getStoredSettings(""));
+  let live = null;
+  try {
+    live = version(configuration.getLiveSettings(""));
+  } catch (error) {
+    if (error.name !== "NS_ERROR_FILE_NOT_FOUND") throw error;  // one that can't be held to a version
+  }
+  return { live: { igmp: live }, stored: { igmp: stored }, confirmed: { igmp: version(configuration.getConfirmedSettings("")) },
+    differences: stored !== null && stored !== live ? ["igmp"] : [] };
+}
+
 function line(settings) {
   if (!settings) return "nothing";
   const { dhcp, addresses, gateways, metric, servers } = settings;
@@ -66,13 +80,19 @@ function line(settings) {
 
 function show() {
   const all = adapters().map(describe);
+  const machine = describeMachine();
   const problems = configuration.check().split("\n").filter(Boolean);
-  if (asJson) return console.log(JSON.stringify({ interfaces: all, problems }));
+  if (asJson) return console.log(JSON.stringify({ interfaces: all, machine, problems }));
   if (!all.length) console.log("no network interfaces");
   for (const one of all) {
     console.log(one.name.padEnd(12) + "in force  " + line(one.live));
     if (one.stored) console.log("".padEnd(12) + "stored    " + line(one.stored));
     if (one.differences.length) console.log("".padEnd(12) + "differs   " + one.differences.join(", "));
+  }
+  if (machine.stored.igmp !== null) {
+    console.log("machine".padEnd(12) + "in force  igmp " + (machine.live.igmp ?? "of its own"));
+    console.log("".padEnd(12) + "stored    igmp " + machine.stored.igmp);
+    if (machine.differences.length) console.log("".padEnd(12) + "differs   igmp");
   }
   for (const problem of problems) console.log("wrong: " + problem);
 }
@@ -145,7 +165,7 @@ function read(options) {
   const given = {};
   for (let i = 0; i < options.length; i++) {
     const [option, ...rest] = options[i].split("=");
-    if (!["--dhcp", "--address", "--gateway", "--metric", "--dns", "--try"].includes(option))
+    if (!["--dhcp", "--address", "--gateway", "--metric", "--dns", "--igmp", "--try"].includes(option))
       throw new WrongArguments(`unknown option '${options[i]}': ${usage}`);
     const value = rest.length ? rest.join("=") : options[++i];
     if (value === undefined) throw new WrongArguments(`${option} needs a value`);
@@ -157,6 +177,7 @@ function read(options) {
   if (given.gateway && !given.address) throw new WrongArguments("--gateway goes with --address");
   if (given.dns && given.dns.split(",").length > 2) throw new WrongArguments("--dns: there is room for two");
   if (given.metric) given.metric = number("--metric", given.metric, 0, 0x7fffffff);
+  if (given.igmp) given.igmp = number("--igmp", given.igmp, 1, 3);
   if (given.try) given.try = number("--try", given.try, 1, 86400);
   return given;
 }
@@ -166,6 +187,14 @@ function set([name, ...options]) {
   const given = read(options);
   const adapter = adapters().find((one) => one.sysPath === name);
   if (!adapter) throw new WrongArguments(`there is no interface '${name}': there are ${adapters().map((one) => one.sysPath).join(", ")}`);
+  const view = adapter.registered.QueryInterface(interfaces.nsISystemAdapterIP);
+  if (Object.keys(given).some((option) => option !== "igmp" && option !== "try")) setInterface(name, view, given);
+  if (given.igmp) view.igmpVersion = given.igmp;
+  if (given.try) follow(() => configuration.apply(given.try), given.try);
+  else quit(0);
+}
+
+function setInterface(name, view, given) {
   const now = parse(configuration.getStoredSettings(name)) ?? parse(configuration.getLiveSettings(name)) ??
     { dhcp: false, addresses: [], gateways: [], servers: [] };
   const dhcp = given.dhcp ? given.dhcp === "on" : given.address ? false : now.dhcp;
@@ -174,7 +203,6 @@ function set([name, ...options]) {
   const servers = given.dns ?? (dhcp ? "" : now.servers.join(","));
   const problems = configuration.checkSettings(name, dhcp, address, gateway, servers);
   if (problems) throw new Error(problems.replaceAll("\n", "\nvorel: "));
-  const view = adapter.registered.QueryInterface(interfaces.nsISystemAdapterIP);
   if (!dhcp) {
     const [host, length] = address.split("/"), isIPv6 = host.includes(":");
     view.setIpv4Address(structure(host), mask(length, isIPv6), structure(gateway || (isIPv6 ? "::" : "0.0.0.0")), given.metric ?? -1);
@@ -182,8 +210,6 @@ function set([name, ...options]) {
   view.isDhcpv4Enabled = dhcp;
   if (servers && given.dns) view.setDns(...[...servers.split(",").map(structure), null, null].slice(0, 2));
   else if (dhcp && !given.dns) view.isDnsDhcpEnabled = true;
-  if (given.try) follow(() => configuration.apply(given.try), given.try);
-  else quit(0);
 }
 
 function apply(options) {

@@ -169,6 +169,7 @@ class nsSimulatedNetworkSettings::Port final : public nsPlatformNetworkSettings 
     if (!Has(aName)) return NS_ERROR_FILE_NOT_FOUND;
     const nsAutoLock lock(mShared->mLock);
     *aWay = mShared->mWay;
+    if (mShared->mIsAway) *aWay = {"", "", aWay->mTakesServers, false};
     return NS_OK;
   }
   nsresult AwaitService(const std::string& aService, uint32_t aMilliseconds) override {

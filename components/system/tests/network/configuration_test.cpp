@@ -36,7 +36,8 @@ std::string Live(nsSimulatedMachine& aMachine) {
     for (const auto& server : interface.mAddresses.mDnsServers) text += " dns " + dotted(server);
     text += "\n";
   }
-  return text;
+  const uint32_t igmp = aMachine.mNetworkSettings->IgmpVersion();
+  return igmp == 0 ? text : text + "igmp " + std::to_string(igmp) + "\n";
 }
 
 constexpr char kFormer[] =
@@ -46,9 +47,15 @@ constexpr char kFormer[] =
 constexpr char kStored[] =
     "eth0 192.0.2.10/25 192.0.2.200/25 via 192.0.2.126 dns 9.9.9.9 dns 8.8.8.8\n"
     "eth1 198.51.100.6/24\n"
-    "eth2 203.0.113.5/24\n";
+    "eth2 203.0.113.5/24\n"
+    "igmp 2\n";
 
-// Three wires; the store has something new of two, and nothing of the third.
+void StoreIgmp(nsSimulatedMachine& aMachine, uint32_t aNumber) {
+  aMachine.mRegistry->Put(std::string(kTcpipParametersKey),
+                          {"IGMPVersion", R::kDword, NS_RegistryDword(aNumber)});
+}
+
+// Three wires; the store has something new of two, and of the machine, and nothing of the third.
 void Furnish(nsSimulatedMachine& aMachine) {
   auto first = nsSimulatedNetwork::Wire("eth0", "02-00-00-00-00-01", {"192.0.2.5/24"});
   first.mGateways = {"192.0.2.1"};
@@ -60,6 +67,7 @@ void Furnish(nsSimulatedMachine& aMachine) {
   Store(aMachine, "eth0", {"192.0.2.10", "192.0.2.200"}, {"255.255.255.128", "255.255.255.128"},
         {"192.0.2.126"}, "9.9.9.9,8.8.8.8");
   Store(aMachine, "eth1", {"198.51.100.6"}, {"255.255.255.0"}, {});
+  StoreIgmp(aMachine, 3);
 }
 
 class Observer final : public nsImplements<Observer, nsIObserver> {
@@ -299,6 +307,13 @@ TEST_F(ConfigurationTest, WrongSettingsComeIntoForceOrAreNotNamed) {
     EXPECT_EQ(Live(mMachine), kFormer);
   }
   Furnish(mMachine);
+  for (const uint32_t number : {1u, 5u, 0x203u}) {
+    StoreIgmp(mMachine, number);
+    EXPECT_EQ(service->Apply(60), NS_ERROR_INVALID_ARG);
+    EXPECT_EQ(ReasonOf(service),
+              "IGMPVersion is none of 2, 3 and 4, which stand for the versions 1 to 3");
+  }
+  StoreIgmp(mMachine, 3);
   EXPECT_EQ(service->Apply(0), NS_ERROR_INVALID_ARG);
   EXPECT_EQ(service->Apply(86'401), NS_ERROR_INVALID_ARG);
   // Texts that are not stored yet, beside those that are.
@@ -363,10 +378,69 @@ TEST_F(ConfigurationTest, ConfirmedSettingsAreNotPutBackAtTheMachinesStart) {
     interface.mGateways.clear();
     mMachine.mNetwork->Put(interface);
   }
+  ASSERT_EQ(mMachine.Platform()->mNetworkSettings->WriteIgmpVersion(0), NS_OK);
   ASSERT_EQ(service->ApplyConfirmed(), NS_OK);
   ASSERT_EQ(Settled(service), I::STATE_CONFIRMED) << ReasonOf(service);
   EXPECT_EQ(Live(mMachine),
-            std::string(kStored).substr(0, std::string(kStored).find("eth2")) + "eth2\n");
+            std::string(kStored).substr(0, std::string(kStored).find("eth2")) + "eth2\nigmp 2\n");
+  // One interface that has gone keeps nobody from another trial.
+  mMachine.mNetwork->Remove("eth1");
+  ASSERT_EQ(service->ApplyConfirmed(), NS_OK);
+  EXPECT_EQ(Settled(service), I::STATE_FAILED);
+  EXPECT_EQ(ReasonOf(service), "eth1: there is no such interface");
+  Advance(service, 60'000);
+  StoreIgmp(mMachine, 2);
+  EXPECT_EQ(Apply(service), I::STATE_WAITING) << ReasonOf(service);
+}
+
+TEST_F(ConfigurationTest, ATrialStaysWhenItsServiceWasNotThere) {
+  const auto service = New(mMachine);
+  ASSERT_EQ(Apply(service), I::STATE_WAITING) << ReasonOf(service);
+  const auto left = mMachine.mNetworkSettings->State();
+  mMachine.mNetworkSettings->SetAway(true);
+  Advance(service, 60'000);
+  EXPECT_EQ(Settled(service), I::STATE_FAILED);
+  EXPECT_EQ(PhaseOf(mMachine), nsNetworkState::eTrial);
+  mMachine.mNetworkSettings->SetAway(false);
+  Advance(service, 5'000);
+  EXPECT_EQ(Settled(service), I::STATE_ROLLED_BACK);
+  EXPECT_EQ(Live(mMachine), kFormer);
+
+  // What the service has kept is its own: it is waited for, and nothing is changed without it.
+  const auto other = New(mMachine);
+  ASSERT_EQ(Apply(other), I::STATE_WAITING);
+  ASSERT_EQ(other->Confirm(), NS_OK);
+  ASSERT_EQ(Until(other, I::STATE_CONFIRMED), I::STATE_CONFIRMED);
+  mMachine.mNetworkSettings->SetAway(true);
+  (void)mMachine.mCalls->TakeJournal();
+  ASSERT_EQ(other->ApplyConfirmed(), NS_OK);
+  mMachine.mNetworkSettings->SetAway(false);
+  EXPECT_EQ(Settled(other), I::STATE_CONFIRMED) << ReasonOf(other);
+  EXPECT_EQ(mMachine.mCalls->TakeJournal(), Strings());
+
+  // At the start of a process, beside which the service comes up; and one that ends meanwhile.
+  for (const bool comes : {true, false}) {
+    mMachine.mNetworkSettings->SetState(left);
+    mMachine.mNetworkSettings->SetAway(true);
+    nsCOMPtr<nsSystemNetworkConfiguration> started =
+        MakeRefCounted<nsSystemNetworkConfiguration>(mMachine.Platform());
+    mMade.push_back(started);
+    ASSERT_EQ(started->InitSingleton(), NS_OK);
+    NS_AdvanceTime(0);
+    uint32_t state = 0;
+    EXPECT_EQ(started->GetState(&state), NS_OK);
+    EXPECT_EQ(state, I::STATE_ROLLING_BACK);
+    const auto began = std::chrono::steady_clock::now();
+    if (comes) {
+      mMachine.mNetworkSettings->SetAway(false);
+      EXPECT_EQ(Settled(started), I::STATE_ROLLED_BACK) << ReasonOf(started);
+      EXPECT_EQ(Live(mMachine), kFormer);
+    } else {
+      EXPECT_EQ(started->Observe(nullptr, "xpcom-shutdown", nullptr), NS_OK);
+      EXPECT_EQ(PhaseOf(mMachine), nsNetworkState::eTrial);
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(10));
+  }
 }
 
 TEST_F(ConfigurationTest, ACallThatFailsLeavesAMixture) {

@@ -101,15 +101,28 @@ class RequestSource final : public nsPollSource {
 
 // ---- The ways
 
-nsLinuxNetworkSettings::Kind nsLinuxNetworkSettings::KindOf(const std::string& aName) {
+nsresult nsLinuxNetworkSettings::FindKind(const std::string& aName, Kind* aKind) {
   nsSystemBus bus;
-  if (NS_FAILED(bus.Open(mOptions.mBus))) return Kind::eKernel;
-  nsKernelNetwork kernel(BootId());
-  if (bus.HasService(nsNetworkManagerNetwork::kService) &&
-      nsNetworkManagerNetwork(bus, kernel, mCancelled).Manages(aName))
-    return Kind::eNetworkManager;
-  // It manages an interface as soon as there is a file for it.
-  return bus.HasService(nsNetworkdNetwork::kService) ? Kind::eNetworkd : Kind::eKernel;
+  Kind kind = Kind::eKernel;
+  if (NS_SUCCEEDED(bus.Open(mOptions.mBus))) {
+    nsKernelNetwork kernel(BootId());
+    nsNetworkManagerNetwork manager(bus, kernel, mCancelled);
+    bool manages = false;
+    const nsresult rv = bus.HasService(nsNetworkManagerNetwork::kService)
+                            ? manager.Manages(aName, &manages)
+                            : NS_OK;
+    if (NS_FAILED(rv)) {
+      const nsAutoLock lock(mReasonLock);
+      mReason = manager.Reason();
+      return rv;
+    }
+    if (manages)
+      kind = Kind::eNetworkManager;
+    else if (bus.HasService(nsNetworkdNetwork::kService))
+      kind = Kind::eNetworkd;  // it manages an interface as soon as there is a file for it
+  }
+  *aKind = kind;
+  return NS_OK;
 }
 
 nsresult nsLinuxNetworkSettings::With(Kind aKind,
@@ -167,7 +180,8 @@ std::string nsLinuxNetworkSettings::FindDhcpClient(const std::string& aName) con
 
 nsresult nsLinuxNetworkSettings::FindWay(const std::string& aName, nsInterfaceWay* aWay) {
   if (if_nametoindex(aName.c_str()) == 0) return NS_ERROR_FILE_NOT_FOUND;
-  const Kind kind = KindOf(aName);
+  Kind kind;
+  if (const nsresult rv = FindKind(aName, &kind); NS_FAILED(rv)) return rv;
   if (kind == Kind::eKernel) {
     *aWay = {"", FindDhcpClient(aName), false, false};
     return NS_OK;
@@ -191,10 +205,11 @@ nsresult nsLinuxNetworkSettings::AwaitService(const std::string& aService, uint3
 
 nsresult nsLinuxNetworkSettings::ReadInterface(const std::string& aName, uint32_t aGuard,
                                                std::string* aRecord) {
-  const Kind kind = KindOf(aName);
+  Kind kind;
+  nsresult rv = FindKind(aName, &kind);
+  if (NS_FAILED(rv)) return rv;
   std::string record;
-  const nsresult rv =
-      With(kind, [&](nsNetworkWay& aWay) { return aWay.Read(aName, aGuard, &record); });
+  rv = With(kind, [&](nsNetworkWay& aWay) { return aWay.Read(aName, aGuard, &record); });
   if (NS_SUCCEEDED(rv)) *aRecord = static_cast<char>(kind) + record;
   return rv;
 }

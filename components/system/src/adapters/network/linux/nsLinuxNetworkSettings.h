@@ -54,7 +54,7 @@ class nsLinuxNetworkSettings final : public nsPlatformNetworkSettings {
 
  private:
   enum class Kind : char { eKernel = 'K', eNetworkManager = 'N', eNetworkd = 'D' };
-  Kind KindOf(const std::string& aName);
+  nsresult FindKind(const std::string& aName, Kind* aKind);
   /// Calls aCall with a way of that kind, and keeps why it failed.
   nsresult With(Kind aKind, const std::function<nsresult(nsNetworkWay&)>& aCall);
   /// The same by the kind that a record begins with; aCall has the rest of it.

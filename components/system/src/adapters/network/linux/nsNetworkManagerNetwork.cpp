@@ -301,7 +301,8 @@ bool nsNetworkManagerNetwork::Parse(const std::string& aText, Record* aRecord) {
   return true;
 }
 
-nsresult nsNetworkManagerNetwork::FindDevice(const std::string& aName, std::string* aDevice) {
+nsresult nsNetworkManagerNetwork::FindDevice(const std::string& aName, std::string* aDevice,
+                                             bool* aIsUnknown) {
   if (if_nametoindex(aName.c_str()) == 0) return NS_ERROR_FILE_NOT_FOUND;
   nsBusMessage answer;
   nsresult rv = NS_ERROR_FILE_NOT_FOUND;
@@ -310,6 +311,7 @@ nsresult nsNetworkManagerNetwork::FindDevice(const std::string& aName, std::stri
     rv = mBus.Call(Manager(), "GetDeviceByIpIface", &answer, "s", aName.c_str());
     return rv != NS_ERROR_FILE_NOT_FOUND;
   });
+  if (aIsUnknown) *aIsUnknown = rv == NS_ERROR_FILE_NOT_FOUND;
   if (rv == NS_ERROR_FILE_NOT_FOUND) rv = NS_ERROR_FAILURE;
   if (NS_FAILED(rv)) return Fail(rv);
   *aDevice = NS_BusText(answer.get(), 'o');
@@ -317,28 +319,49 @@ nsresult nsNetworkManagerNetwork::FindDevice(const std::string& aName, std::stri
 }
 
 nsresult nsNetworkManagerNetwork::FindConnection(const std::string& aUuid, std::string* aPath) {
-  if (aUuid.empty()) return NS_ERROR_FILE_NOT_FOUND;
+  aPath->clear();
+  if (aUuid.empty()) return NS_OK;
   nsBusMessage answer;
   const nsresult rv = mBus.Call(Settings(), "GetConnectionByUuid", &answer, "s", aUuid.c_str());
+  if (rv == NS_ERROR_FILE_NOT_FOUND) return NS_OK;
   if (NS_FAILED(rv)) return Fail(rv);
   *aPath = NS_BusText(answer.get(), 'o');
   return NS_OK;
 }
 
-bool nsNetworkManagerNetwork::Manages(const std::string& aName) {
+nsresult nsNetworkManagerNetwork::Manages(const std::string& aName, bool* aManages) {
   std::string device;
   uint32_t state = 0;
-  return NS_SUCCEEDED(FindDevice(aName, &device)) &&
-         NS_SUCCEEDED(mBus.GetNumber(Device(device), "State", &state)) && state > kUnmanaged;
+  bool isUnknown = false;
+  nsresult rv = FindDevice(aName, &device, &isUnknown);
+  if (NS_SUCCEEDED(rv)) rv = mBus.GetNumber(Device(device), "State", &state);
+  // One that goes meanwhile manages nothing.
+  if (NS_FAILED(rv) && !isUnknown && rv != NS_ERROR_OFFLINE) return Fail(rv);
+  *aManages = NS_SUCCEEDED(rv) && state > kUnmanaged;
+  return NS_OK;
 }
 
-std::string nsNetworkManagerNetwork::ActiveUuid(const std::string& aDevice, uint32_t* aFlags) {
+nsresult nsNetworkManagerNetwork::FindActive(const std::string& aDevice, std::string* aUuid,
+                                             uint32_t* aFlags) {
   std::string active, uuid;
-  if (NS_FAILED(mBus.GetText(Device(aDevice), "ActiveConnection", &active)) || !IsPath(active) ||
-      NS_FAILED(mBus.GetText(Active(active), "Uuid", &uuid)))
-    return "";
-  if (aFlags && NS_FAILED(mBus.GetNumber(Active(active), "StateFlags", aFlags))) *aFlags = 0;
-  return uuid;
+  uint32_t flags = 0;
+  nsresult rv = mBus.GetText(Device(aDevice), "ActiveConnection", &active);
+  if (NS_SUCCEEDED(rv) && IsPath(active)) {
+    rv = mBus.GetText(Active(active), "Uuid", &uuid);
+    if (NS_SUCCEEDED(rv)) rv = mBus.GetNumber(Active(active), "StateFlags", &flags);
+    // It ends just now.
+    if (rv == NS_ERROR_FILE_NOT_FOUND) rv = NS_OK;
+  }
+  if (NS_FAILED(rv)) return Fail(rv);
+  *aUuid = uuid;
+  *aFlags = flags;
+  return NS_OK;
+}
+
+bool nsNetworkManagerNetwork::IsActive(const std::string& aDevice, const std::string& aUuid) {
+  std::string uuid;
+  uint32_t flags = 0;
+  return NS_SUCCEEDED(FindActive(aDevice, &uuid, &flags)) && uuid == aUuid;
 }
 
 nsresult nsNetworkManagerNetwork::Activate(const std::string& aDevice,
@@ -364,8 +387,9 @@ nsresult nsNetworkManagerNetwork::Activate(const std::string& aDevice,
 nsresult nsNetworkManagerNetwork::Delete(const std::string& aUuid) {
   std::string path;
   nsresult rv = FindConnection(aUuid, &path);
-  if (NS_SUCCEEDED(rv)) rv = mBus.Call(Connection(path), "Delete", nullptr);
-  return rv == NS_ERROR_FILE_NOT_FOUND ? NS_OK : NS_SUCCEEDED(rv) ? NS_OK : Fail(rv);
+  if (NS_FAILED(rv) || path.empty()) return rv;
+  rv = mBus.Call(Connection(path), "Delete", nullptr);
+  return NS_SUCCEEDED(rv) || rv == NS_ERROR_FILE_NOT_FOUND ? NS_OK : Fail(rv);
 }
 
 void nsNetworkManagerNetwork::DropCheckpoint(const Record& aRecord) {
@@ -386,7 +410,8 @@ nsresult nsNetworkManagerNetwork::Read(const std::string& aName, uint32_t aGuard
   if (NS_FAILED(rv)) return rv;
   if (record.mNew.ends_with('\n')) record.mNew.pop_back();
   uint32_t flags = 0;
-  record.mFormer = ActiveUuid(device, &flags);
+  rv = FindActive(device, &record.mFormer, &flags);
+  if (NS_FAILED(rv)) return rv;
   record.mIsExternal = flags & kExternal;
   if (aGuard > 0) {
     nsBusMessage answer;
@@ -411,7 +436,9 @@ nsresult nsNetworkManagerNetwork::Write(const std::string& aName, const std::str
   std::map<std::string, nsBusMessage> secrets;
   Keys ids;
   int32_t priority = 0;
-  if (NS_SUCCEEDED(FindConnection(record.mFormer, &path))) {
+  rv = FindConnection(record.mFormer, &path);
+  if (NS_FAILED(rv)) return rv;
+  if (!path.empty()) {
     rv = mBus.Call(Connection(path), "GetSettings", &former);
     if (NS_FAILED(rv)) return Fail(rv);
     secrets = SecretsOf(mBus, path, former.get(), &ids, &priority);
@@ -439,7 +466,9 @@ nsresult nsNetworkManagerNetwork::Keep(const std::string& aName, const std::stri
   if (!Parse(aRecord, &record)) return NS_ERROR_FILE_CORRUPTED;
   std::string path;
   nsresult rv = FindConnection(record.mNew, &path);
-  if (NS_FAILED(rv)) return rv == NS_ERROR_FILE_NOT_FOUND ? NS_ERROR_UNEXPECTED : rv;
+  if (NS_FAILED(rv)) return rv;
+  if (path.empty())
+    return Failed(NS_ERROR_UNEXPECTED, "NetworkManager has the connection on trial no more");
   nsBusMessage settings;
   rv = mBus.Call(Connection(path), "GetSettings", &settings);
   if (NS_FAILED(rv)) return Fail(rv);
@@ -468,10 +497,12 @@ nsresult nsNetworkManagerNetwork::Forget(const std::string& aName, const std::st
   std::string device, path, former;
   nsresult rv = FindDevice(aName, &device);
   if (NS_FAILED(rv)) return rv;
-  if (NS_FAILED(FindConnection(record.mNew, &path))) return NS_OK;  // the change was never made
+  rv = FindConnection(record.mNew, &path);
+  if (NS_FAILED(rv) || path.empty()) return rv;  // the change was never made
   // Its checkpoint may have been first.
-  if (ActiveUuid(device) != record.mNew) rv = Activate(device, path, kPatience);
-  if (NS_FAILED(rv) || NS_FAILED(FindConnection(record.mFormer, &former))) return rv;
+  if (!IsActive(device, record.mNew)) rv = Activate(device, path, kPatience);
+  if (NS_SUCCEEDED(rv)) rv = FindConnection(record.mFormer, &former);
+  if (NS_FAILED(rv) || former.empty()) return rv;
   nsBusMessage settings;
   rv = mBus.Call(Connection(former), "GetSettings", &settings);
   if (NS_FAILED(rv)) return Fail(rv);
@@ -502,8 +533,10 @@ nsresult nsNetworkManagerNetwork::RestoreByService(const std::string& aName,
     return NS_SUCCEEDED(deleted) ? rv : deleted;
   }
   if (NS_FAILED(rv)) return rv;
-  const bool isThere = NS_SUCCEEDED(FindConnection(aRecord.mFormer, &path));
-  if (!aRecord.mFormer.empty() && !aRecord.mIsExternal && ActiveUuid(device) != aRecord.mFormer) {
+  rv = FindConnection(aRecord.mFormer, &path);
+  if (NS_FAILED(rv)) return rv;
+  const bool isThere = !path.empty();
+  if (!aRecord.mFormer.empty() && !aRecord.mIsExternal && !IsActive(device, aRecord.mFormer)) {
     // It may wait for a lease: what matters is that it is on its way.
     rv = isThere ? Activate(device, path, kRestorePatience) : NS_ERROR_FILE_NOT_FOUND;
     // A connection that others have deleted meanwhile, or changed, the checkpoint still has.
@@ -524,7 +557,7 @@ nsresult nsNetworkManagerNetwork::RestoreByService(const std::string& aName,
   if (NS_FAILED(rv)) return rv;
   if (isThere && !aRecord.mIsExternal) return NS_OK;
   // Nobody of NetworkManager's had it: it lets it go, and the kernel gets back what it had.
-  (void)NS_WaitFor(kRestorePatience, mCancelled, [&] { return ActiveUuid(device) != aRecord.mNew; });
+  (void)NS_WaitFor(kRestorePatience, mCancelled, [&] { return !IsActive(device, aRecord.mNew); });
   rv = mKernel.Restore(aName, aRecord.mKernel);
   return rv == NS_ERROR_NOT_AVAILABLE ? NS_OK : rv;
 }

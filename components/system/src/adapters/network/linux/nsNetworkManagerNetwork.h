@@ -22,7 +22,7 @@ class nsNetworkManagerNetwork final : public nsNetworkWay {
       : mBus(aBus), mKernel(aKernel), mCancelled(aCancelled) {}
 
   /// Whether it manages the interface, rather than to leave it to others.
-  bool Manages(const std::string& aName);
+  nsresult Manages(const std::string& aName, bool* aManages);
 
   nsresult Read(const std::string& aName, uint32_t aGuard, std::string* aRecord) override;
   nsresult Write(const std::string& aName, const std::string& aRecord,
@@ -42,10 +42,14 @@ class nsNetworkManagerNetwork final : public nsNetworkWay {
   static bool Parse(const std::string& aText, Record* aRecord);
 
   nsresult Fail(nsresult aResult) { return Failed(aResult, mBus.Reason()); }
-  nsresult FindDevice(const std::string& aName, std::string* aDevice);
+  /// *aIsUnknown when it fails because the service does not know it.
+  nsresult FindDevice(const std::string& aName, std::string* aDevice, bool* aIsUnknown = nullptr);
+  /// Its path; empty when there is none.
   nsresult FindConnection(const std::string& aUuid, std::string* aPath);
   /// The UUID of the active connection; empty when none is.
-  std::string ActiveUuid(const std::string& aDevice, uint32_t* aFlags = nullptr);
+  nsresult FindActive(const std::string& aDevice, std::string* aUuid, uint32_t* aFlags);
+  /// Whether it is that one, as far as the service tells.
+  bool IsActive(const std::string& aDevice, const std::string& aUuid);
   nsresult Activate(const std::string& aDevice, const std::string& aConnection,
                     std::chrono::milliseconds aPatience);
   nsresult Delete(const std::string& aUuid);
