@@ -2004,7 +2004,9 @@ interface nsISystemManager extends nsISupports {
  * hands; the reason can be asked for then. Main thread, which never waits here.
  *
  * Settings are told as lines: "dhcp", or "address 192.0.2.10/24" and "gateway 192.0.2.1" for each,
- * "metric 100", and "server 192.0.2.53" for each DNS server.
+ * "metric 100", and "server 192.0.2.53" for each DNS server. The empty name stands for the whole
+ * machine, which has "igmp 2": the version of IGMP that it speaks (1 to 3), stored by
+ * nsISystemAdapterIP.igmpVersion of any view.
  */
 interface nsISystemNetworkConfiguration extends nsISupports {
   readonly STATE_IDLE: 0;
@@ -2044,6 +2046,9 @@ interface nsISystemNetworkConfiguration extends nsISupports {
    * (STATE_WAITING). When all of it is in force already, the state is STATE_CONFIRMED at once.
    * When a step fails, all before it is put back, and the state is STATE_ROLLED_BACK.
    *
+   * While the network service that has the interfaces is not there, what can be is put back without
+   * it, the state is STATE_FAILED, and the rest follows once it is there.
+   *
    * NS_ERROR_INVALID_ARG for aSeconds out of range or for settings that Check finds fault with,
    * NS_ERROR_IN_PROGRESS while something is under way, waits, or could not be taken back. What
    * only the system can tell is refused with STATE_REFUSED, before anything is touched: DHCP where
@@ -2064,7 +2069,9 @@ interface nsISystemNetworkConfiguration extends nsISupports {
   /**
    * Takes back what a process that died has left, and puts what was confirmed last into force,
    * where that does not outlive a restart of the machine. It is for the machine's start: there is
-   * no trial. NS_ERROR_IN_PROGRESS as for Apply.
+   * no trial, and up to half a minute after the service was made it waits for the network services
+   * that had the interfaces. After STATE_FAILED it may be called again, and Apply may be. Else
+   * NS_ERROR_IN_PROGRESS as for Apply.
    */
   applyConfirmed(): void;
 }

@@ -81,6 +81,10 @@ def gateways(guest):
     return sorted(r["gateway"] for r in json.loads(guest.run("ip -4 -j route show default")) if r["dev"] == NAME)
 
 
+def igmp(guest):
+    return guest.run("cat /proc/sys/net/ipv4/conf/all/force_igmp_version").strip()
+
+
 def has(guest, *wanted, within=60):
     def holds():
         now = addresses(guest)
@@ -118,8 +122,9 @@ def steps(trial, service):
     vorel(guest, f"set {NAME} --address 192.0.2.10/24 --gateway 192.0.3.1 --try 60", status=1)
     has(guest, "192.0.2.5")
 
-    process = attempt(trial, guest, f"set {NAME} --address 192.0.2.10/24 --gateway 192.0.2.1 --try 300", "static")
+    process = attempt(trial, guest, f"set {NAME} --address 192.0.2.10/24 --gateway 192.0.2.1 --igmp 2 --try 300", "static")
     has(guest, "192.0.2.10")
+    assert igmp(guest) == "2", igmp(guest)
     guest.run("busybox ping -c 1 -W 5 192.0.2.1", 30)
     vorel(guest, "confirm")
     assert process.wait(30) == 0
@@ -133,6 +138,17 @@ def steps(trial, service):
     has(guest, "192.0.2.10")
 
     if service:
+        # The service goes meanwhile: the kernel takes it back, and the service once it is there again.
+        process = attempt(trial, guest, f"set {NAME} --address 192.0.2.13/24 --gateway 192.0.2.1 --try 5", "static, and the service goes")
+        at = time.monotonic()
+        guest.run("kill -9 $(cat /run/service.pid)")
+        guest.until(lambda: addresses(guest) == ["192.0.2.10"], 30, "the former address without the service")
+        trial.time("in force to taken back without the service, 5 s wanted", at, time.monotonic())
+        start(guest, service)
+        process.expect(lambda text: "rolled-back" in text, 60, "the service's own end of the trial")
+        process.wait(30)
+        has(guest, "192.0.2.10")
+
         restart(guest, service)
         has(guest, "192.0.2.10")
         process = attempt(trial, guest, f"set {NAME} --dhcp on --try 300", "DHCP")
@@ -163,6 +179,7 @@ def steps(trial, service):
     guest = trial.guest()
     bed(guest, disk, service)
     assert "confirmed" in vorel(guest, "apply --boot").splitlines()
+    assert igmp(guest) == "2", igmp(guest)
     if service:
         guest.until(lambda: addresses(guest) and addresses(guest)[0] >= "192.0.2.50", 60, "the lease after a power cut")
         time.sleep(3)

@@ -7,7 +7,7 @@ const asJson = arguments.includes("--json");
 const usage = "network set NAME [--dhcp on|off] [--address 192.0.2.10/24] [--gateway 192.0.2.1] [--metric N] [--dns A,B] [--igmp 1|2|3] [--try SECONDS], " +
   "network apply [SECONDS|--boot], network confirm, network rollback";
 const stateNames = ["idle", "applying", "waiting", "confirmed", "rolled-back", "failed", "rolling-back", "refused"];
-const [APPLYING, WAITING, CONFIRMED, ROLLED_BACK, ROLLING_BACK] = [1, 2, 3, 4, 6];
+const [APPLYING, WAITING, CONFIRMED, ROLLED_BACK, FAILED, ROLLING_BACK] = [1, 2, 3, 4, 5, 6];
 
 class WrongArguments extends Error {}
 
@@ -109,7 +109,7 @@ function tell() {
 
 /** Begins a call and tells each state, until one that lasts. */
 function follow(call, seconds) {
-  let hasBegun = false;
+  let hasBegun = false, lastFailure = null;
   function begin() {
     try {
       call();
@@ -125,11 +125,15 @@ function follow(call, seconds) {
     observe() {
       const { state } = configuration;
       if (!hasBegun || state === ROLLING_BACK || state === APPLYING) return;
+      // What could not be taken back is tried again, as long as this process is there; why comes behind the first line.
+      const failure = state === FAILED ? configuration.reason.split("\n").slice(1).join() : null;
+      if (failure !== null && failure === lastFailure) return;
+      lastFailure = failure;
       if (state === CONFIRMED || state === WAITING || asJson) tell();
       else console.error("vorel: " + stateNames[state] + ": " + configuration.reason.replaceAll("\n", "\nvorel: "));
       if (state === WAITING) {
         if (!asJson) console.log(`taken back in ${seconds} seconds, or with this process, unless "vorel network confirm" comes`);
-      } else {
+      } else if (state !== FAILED || seconds === 0) {
         quit(state === CONFIRMED || (state === ROLLED_BACK && call === rollback) ? 0 : 1);
       }
     },
@@ -171,7 +175,7 @@ function read(options) {
     if (value === undefined) throw new WrongArguments(`${option} needs a value`);
     given[option.slice(2)] = value;
   }
-  if (!Object.keys(given).length) throw new WrongArguments(`what is to change? ${usage}`);
+  if (!Object.keys(given).some((option) => option !== "try")) throw new WrongArguments(`what is to change? ${usage}`);
   if (given.dhcp !== undefined && !["on", "off"].includes(given.dhcp)) throw new WrongArguments(`--dhcp: '${given.dhcp}' is neither on nor off`);
   if (given.dhcp === "on" && (given.address || given.gateway)) throw new WrongArguments("--dhcp on goes with neither --address nor --gateway");
   if (given.gateway && !given.address) throw new WrongArguments("--gateway goes with --address");

@@ -68,9 +68,9 @@ class FakeBus {
       const int connection = accept4(mListener.get(), nullptr, nullptr, SOCK_CLOEXEC);
       sd_bus* bus = nullptr;
       sd_id128_t id{};
-      if (connection < 0 || sd_bus_new(&bus) < 0 || sd_bus_set_fd(bus, connection, connection) < 0 ||
-          sd_bus_set_server(bus, true, id) < 0 || sd_bus_start(bus) < 0 ||
-          sd_bus_add_filter(bus, nullptr, OnMessage, this) < 0)
+      if (connection < 0 || sd_bus_new(&bus) < 0 ||
+          sd_bus_set_fd(bus, connection, connection) < 0 || sd_bus_set_server(bus, true, id) < 0 ||
+          sd_bus_start(bus) < 0 || sd_bus_add_filter(bus, nullptr, OnMessage, this) < 0)
         std::abort();
       while (!mIsEnding) {
         const int done = sd_bus_process(bus, nullptr);
@@ -103,7 +103,8 @@ class FakeBus {
       mActive = kFormerPath;
     }
     if (++mCalls == mFailing)
-      return sd_bus_reply_method_errorf(aCall, "org.freedesktop.NetworkManager.Failed", "asked for");
+      return sd_bus_reply_method_errorf(aCall, "org.freedesktop.NetworkManager.Failed",
+                                        "asked for");
 
     if (method == "GetDeviceByIpIface") return sd_bus_reply_method_return(aCall, "o", "/device");
     if (method == "CheckpointCreate") return sd_bus_reply_method_return(aCall, "o", "/guard");
@@ -240,7 +241,11 @@ class NetworkBusTest : public testing::Test {
   void Bring(bool aFormer) const {
     const std::string net = aFormer ? "192.0.2." : "203.0.113.";
     (void)mNetwork.AskIp("addr flush dev eth0 scope global");
-    mNetwork.Ip("addr add " + net + (aFormer ? "5" : "10") + "/24 dev eth0");
+    // As the service does, which makes the route to the net itself.
+    const std::string address = net + (aFormer ? "5" : "10");
+    mNetwork.Ip("addr add " + address + "/24 dev eth0 noprefixroute");
+    mNetwork.Ip("route add " + net + "0/24 dev eth0 proto kernel scope link metric 100 src " +
+                address);
     mNetwork.Ip("route add default via " + net + "1 dev eth0");
   }
   std::string Seen() const {

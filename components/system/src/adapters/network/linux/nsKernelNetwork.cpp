@@ -83,6 +83,8 @@ struct Interface {
   bool mIsUp = false;
   std::vector<Payload> mAddresses;
   std::vector<Payload> mRoutes;  // of the main table, but for those that are made by themselves
+  // Those come with addresses; where a service has made them in the kernel's name, they do not.
+  std::vector<Payload> mMade;
 };
 
 /// One thread's talk with the kernel about one interface.
@@ -102,6 +104,13 @@ class LiveInterface {
   nsresult Restore(Interface aInterface);
 
  private:
+  // What is made anew when an IPv6 link comes up or a router tells.
+  static bool IsOfRouterOrLink(Payload& aRoute) {
+    if (HeaderOf<rtmsg>(aRoute).rtm_family == AF_INET) return false;
+    const auto net = FindAttribute<rtmsg>(aRoute, RTA_DST);
+    const auto cache = ValueOr<rta_cacheinfo>(FindAttribute<rtmsg>(aRoute, RTA_CACHEINFO), {});
+    return net.size() < 2 || (net[0] == 0xfe && (net[1] & 0xc0) == 0x80) || cache.rta_expires != 0;
+  }
   static bool IsDefault(const Payload& aRoute) { return HeaderOf<rtmsg>(aRoute).rtm_dst_len == 0; }
 
   int SetUp(bool aUp) {
@@ -162,10 +171,13 @@ nsresult LiveInterface::Read(Interface* aInterface) {
   for (Payload& route : routes) {
     const auto header = HeaderOf<rtmsg>(route);
     const auto out = FindAttribute<rtmsg>(route, RTA_OIF);
-    const bool isMade = header.rtm_protocol == RTPROT_KERNEL || header.rtm_protocol == RTPROT_RA ||
-                        (header.rtm_flags & RTM_F_CLONED);
-    if (header.rtm_table == RT_TABLE_MAIN && !isMade && ValueOr<uint32_t>(out, 0) == mIndex)
+    if (header.rtm_table != RT_TABLE_MAIN || header.rtm_protocol == RTPROT_RA ||
+        (header.rtm_flags & RTM_F_CLONED) || ValueOr<uint32_t>(out, 0) != mIndex)
+      continue;
+    if (header.rtm_protocol != RTPROT_KERNEL)
       interface.mRoutes.push_back(std::move(route));
+    else if (!IsOfRouterOrLink(route))
+      interface.mMade.push_back(std::move(route));
   }
   *aInterface = std::move(interface);
   return NS_OK;
@@ -279,7 +291,8 @@ std::vector<Payload> Steady(std::vector<Payload> aPayloads, bool aAreRoutes) {
 
 bool IsSame(const Interface& aA, const Interface& aB) {
   return aA.mIsUp == aB.mIsUp && Steady(aA.mAddresses, false) == Steady(aB.mAddresses, false) &&
-         Steady(aA.mRoutes, true) == Steady(aB.mRoutes, true);
+         Steady(aA.mRoutes, true) == Steady(aB.mRoutes, true) &&
+         Steady(aA.mMade, true) == Steady(aB.mMade, true);
 }
 
 nsresult LiveInterface::Restore(Interface aInterface) {
@@ -288,6 +301,7 @@ nsresult LiveInterface::Restore(Interface aInterface) {
   // It may have been put back before: connections outlive that.
   if (IsSame(now, aInterface)) return NS_OK;
   int error = Remove(RTM_DELROUTE, now.mRoutes);
+  if (error == 0) error = Remove(RTM_DELROUTE, now.mMade);
   if (error == 0) error = Remove(RTM_DELADDR, now.mAddresses);
   if (error == 0) error = SetUp(aInterface.mIsUp);
   // Indices are given anew when an interface comes back.
@@ -298,7 +312,13 @@ nsresult LiveInterface::Restore(Interface aInterface) {
     SetHeader(address, header);
     error = mSocket.Change(RTM_NEWADDR, NLM_F_CREATE | NLM_F_REPLACE, address);
   }
-  for (Payload& route : aInterface.mRoutes) {
+  // What leads to the gateways comes first.
+  std::vector<Payload> routes = std::move(aInterface.mMade);
+  std::ranges::stable_partition(aInterface.mRoutes, [](Payload& aRoute) {
+    return FindAttribute<rtmsg>(aRoute, RTA_GATEWAY).empty();
+  });
+  std::ranges::move(aInterface.mRoutes, std::back_inserter(routes));
+  for (Payload& route : routes) {
     if (error != 0) break;
     const auto out = FindAttribute<rtmsg>(route, RTA_OIF);
     if (out.size() == sizeof mIndex) std::memcpy(out.data(), &mIndex, sizeof mIndex);
@@ -321,6 +341,7 @@ std::string FormatInterface(const Interface& aInterface) {
   };
   put('A', aInterface.mAddresses);
   put('R', aInterface.mRoutes);
+  put('M', aInterface.mMade);
   return text;
 }
 
@@ -336,8 +357,11 @@ std::optional<Interface> ParseInterface(std::string_view aText) {
     std::memcpy(&size, aText.data() + 1, sizeof size);
     aText.remove_prefix(1 + sizeof size);
     const size_t least = kind == 'A' ? sizeof(ifaddrmsg) : sizeof(rtmsg);
-    if ((kind != 'A' && kind != 'R') || size > aText.size() || size < least) return std::nullopt;
-    auto& list = kind == 'A' ? interface.mAddresses : interface.mRoutes;
+    if ((kind != 'A' && kind != 'R' && kind != 'M') || size > aText.size() || size < least)
+      return std::nullopt;
+    auto& list = kind == 'A'   ? interface.mAddresses
+                 : kind == 'R' ? interface.mRoutes
+                               : interface.mMade;
     list.emplace_back(aText.begin(), aText.begin() + size);
     aText.remove_prefix(size);
   }
