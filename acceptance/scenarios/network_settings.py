@@ -168,6 +168,7 @@ def steps(trial, service):
     process = attempt(trial, guest, f"set {NAME} --address 192.0.2.12/24 --gateway 192.0.2.1 --try 600", "static, to be killed")
     has(guest, "192.0.2.12")
     process.signal(9)
+    process.wait(30)
     vorel(guest, "--json")
     guest.until(lambda: addresses(guest) == before, 60, "the former address after a kill")
 

@@ -20,9 +20,7 @@ std::string TextOf(const std::string& aRecord) {
 }
 
 // What is held to nothing speaks the newest one.
-bool IsLiveIgmp(uint32_t aWanted, uint32_t aLive) {
-  return aWanted == (aLive == 0 ? 3 : aLive);
-}
+bool IsLiveIgmp(uint32_t aWanted, uint32_t aLive) { return aWanted == (aLive == 0 ? 3 : aLive); }
 
 std::string Lines(const std::vector<std::string>& aLines) {
   std::string text;
@@ -222,8 +220,7 @@ bool nsNetworkChange::AwaitService(const std::string& aName) {
     const bool isLast = left <= kSlice || mIsEnding;
     const auto slice = isLast ? std::max(left, left.zero()) : kSlice;
     const nsresult rv =
-        Port().AwaitService(service->second,
-                            mIsEnding ? 0 : static_cast<uint32_t>(slice.count()));
+        Port().AwaitService(service->second, mIsEnding ? 0 : static_cast<uint32_t>(slice.count()));
     if (rv != NS_ERROR_OFFLINE || isLast) return NS_SUCCEEDED(rv);
   }
 }

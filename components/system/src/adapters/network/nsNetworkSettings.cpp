@@ -199,8 +199,8 @@ nsresult NS_ReadStoredIgmp(nsPlatformRegistry& aRegistry, std::optional<uint32_t
   *aVersion = std::nullopt;
   if (bytes.empty()) return NS_OK;
   // The store's number is one above that of the version.
-  const bool isByte = std::ranges::all_of(bytes.begin() + 1, bytes.end(),
-                                          [](uint8_t aByte) { return aByte == 0; });
+  const bool isByte =
+      std::ranges::all_of(bytes.begin() + 1, bytes.end(), [](uint8_t aByte) { return aByte == 0; });
   if (isByte && bytes[0] >= 2 && bytes[0] <= 4)
     *aVersion = bytes[0] - 1u;
   else

@@ -70,9 +70,7 @@ class nsSystemNetworkConfiguration final
   void Settle(const Outcome& aOutcome);
   nsresult TakeBack(const std::string& aWhy);
   /// Something waits for its end, or could not be taken back.
-  bool IsOpen() const {
-    return mState == STATE_WAITING || (mState == STATE_FAILED && !mIsStart);
-  }
+  bool IsOpen() const { return mState == STATE_WAITING || (mState == STATE_FAILED && !mIsStart); }
   nsresult Refuse(nsresult aResult, const std::string& aReason);
   nsresult Arm(uint32_t aMilliseconds);
   void Disarm();
@@ -87,9 +85,9 @@ class nsSystemNetworkConfiguration final
   nsNamedThread mThread;
   bool mIsBusy = false;
   bool mIsEnding = false;
-  bool mIsOver = false;  // the time was over during a step
+  bool mIsOver = false;   // the time was over during a step
   bool mIsStart = false;  // the step is ApplyConfirmed, which leaves nothing to be taken back
-  Outcome mOutcome;      // of the step, once its thread is joined
+  Outcome mOutcome;       // of the step, once its thread is joined
   nsCOMPtr<nsITimer> mTimer;
   uint32_t mSeconds = 0;
   uint32_t mState = STATE_IDLE;

@@ -40,8 +40,8 @@ class nsSystemBus {
   /// A call that the caller fills with arguments; null when memory lacks.
   nsBusMessage NewCall(const nsBusObject& aObject, const char* aMethod);
   /// Sends it, and waits for the answer. NS_ERROR_FILE_ACCESS_DENIED when the service refuses for
-  /// lack of a right, NS_ERROR_FILE_NOT_FOUND for an object that is not there, NS_ERROR_OFFLINE when
-  /// the service or the bus is not, NS_ERROR_NET_TIMEOUT, else NS_ERROR_FAILURE. No service is
+  /// lack of a right, NS_ERROR_FILE_NOT_FOUND for an object that is not there, NS_ERROR_OFFLINE
+  /// when the service or the bus is not, NS_ERROR_NET_TIMEOUT, else NS_ERROR_FAILURE. No service is
   /// started for it.
   nsresult Send(sd_bus_message* aCall, nsBusMessage* aAnswer = nullptr);
   /// Both, with arguments of basic types, as sd_bus_message_append takes them.
