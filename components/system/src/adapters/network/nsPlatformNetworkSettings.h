@@ -90,8 +90,8 @@ class nsPlatformNetworkSettings {
   /// Puts back what the record describes, whatever is in force now. NS_ERROR_FILE_NOT_FOUND as
   /// above, NS_ERROR_FILE_CORRUPTED for bytes that are no record, which change nothing;
   /// NS_ERROR_NOT_AVAILABLE, nothing is left to put back: the machine has started anew since. With
-  /// NS_ERROR_OFFLINE what can be put back without the service is, and it is to be called again
-  /// once the service is there. Windows: CreateUnicastIpAddressEntry and CreateIpForwardEntry2.
+  /// NS_ERROR_OFFLINE what can be put back without the service is, and the rest once it is there.
+  /// Windows: CreateUnicastIpAddressEntry and CreateIpForwardEntry2.
   virtual nsresult RestoreInterface(const std::string& aName, const std::string& aRecord) = 0;
 
   /// The machine's DNS servers, in the order in which they are asked.
