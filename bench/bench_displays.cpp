@@ -46,29 +46,13 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 /// Volumes of memory pass for sticks: a machine that measures has no hand to plug one in.
-class Sticks final : public nsPlatformVolumes {
+class Sticks final : public nsLinuxVolumes {
  public:
-  nsresult ReadDriveMask(uint32_t* aMask) override { return mVolumes.ReadDriveMask(aMask); }
   nsresult ReadDriveKind(char aLetter, uint32_t* aKind) override {
-    const nsresult rv = mVolumes.ReadDriveKind(aLetter, aKind);
+    const nsresult rv = nsLinuxVolumes::ReadDriveKind(aLetter, aKind);
     if (*aKind == kDriveRamDisk) *aKind = kDriveRemovable;
     return rv;
   }
-  nsresult ReadVolumeInformation(char aLetter, VolumeInformation* aInformation) override {
-    return mVolumes.ReadVolumeInformation(aLetter, aInformation);
-  }
-  nsresult OpenVolume(char aLetter, VolumeHandle* aVolume) override {
-    return mVolumes.OpenVolume(aLetter, aVolume);
-  }
-  nsresult ReadBusType(VolumeHandle aVolume, uint8_t* aBusType) override {
-    return mVolumes.ReadBusType(aVolume, aBusType);
-  }
-  nsresult ReadRootDirectory(char aLetter, std::string* aPath) override {
-    return mVolumes.ReadRootDirectory(aLetter, aPath);
-  }
-
- private:
-  nsLinuxVolumes mVolumes;
 };
 
 class Listener final : public nsImplements<Listener, nsISystemAdapterListener> {

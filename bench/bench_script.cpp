@@ -34,6 +34,7 @@ nsScriptHost* Scripts() {
       (void)scripts->Evaluate(R"(
         const { classes, interfaces } = Components;
         const list = classes['@vorel/array;1'].createInstance(interfaces.nsIMutableArray);
+        const number = classes['@mozilla.org/supports-PRUint32;1'].createInstance(interfaces.nsISupportsPRUint32);
         const text = classes['@mozilla.org/supports-string;1'].createInstance(interfaces.nsISupportsString);
         text.data = 'a name of usual length';
         const observers = classes['@mozilla.org/observer-service;1'].getService(interfaces.nsIObserverService);
@@ -41,11 +42,13 @@ nsScriptHost* Scripts() {
         observers.addObserver(() => { ++heard; }, 'bench', false);
         let subject;
         observers.addObserver({ observe(object) { subject = object; ++heard; } }, 'bench-object', false);
-        function readAttribute(n) { let sum = 0; for (let i = 0; i < n; ++i) sum += list.length; return sum; }
+        function readAttribute(n) { let sum = 0; for (let i = 0; i < n; ++i) sum += number.data; return sum; }
+        function readLength(n) { let sum = 0; for (let i = 0; i < n; ++i) sum += list.length; return sum; }
         function readString(n) { let sum = 0; for (let i = 0; i < n; ++i) sum += text.data.length; return sum; }
         function writeString(n) { for (let i = 0; i < n; ++i) text.data = 'a name of usual length'; }
         function callListener(n) { for (let i = 0; i < n; ++i) observers.notifyObservers(null, 'bench', null); }
-        function makeObject(n) { for (let i = 0; i < n; ++i) classes['@vorel/array;1'].createInstance(); }
+        function makeObject(n) { for (let i = 0; i < n; ++i) classes['@mozilla.org/supports-PRUint32;1'].createInstance(); }
+        function makeList(n) { for (let i = 0; i < n; ++i) classes['@vorel/array;1'].createInstance(); }
         function getObject(n) { for (let i = 0; i < n; ++i) list.enumerate(); }
         function giveObject(n) {
           for (let i = 0; i < n; ++i) {
@@ -142,6 +145,8 @@ void Growth(benchmark::State& aState, bool (*aCross)(const char*, int), const ch
 }
 
 BENCHMARK_CAPTURE(Loop, ReadAttribute, "readAttribute");
+// A list is seen through its elements, which costs.
+BENCHMARK_CAPTURE(Loop, ReadLength, "readLength");
 BENCHMARK_CAPTURE(Loop, ReadString, "readString");
 BENCHMARK_CAPTURE(Loop, WriteString, "writeString");
 BENCHMARK_CAPTURE(Notify, Listener, "bench");
@@ -149,6 +154,7 @@ BENCHMARK_CAPTURE(Notify, ListenerThatKeeps, "bench-object");
 // From script into compiled code, and back into script from there.
 BENCHMARK_CAPTURE(Loop, NotifyListener, "callListener");
 BENCHMARK_CAPTURE(Loop, MakeObject, "makeObject");
+BENCHMARK_CAPTURE(Loop, MakeList, "makeList");
 
 BENCHMARK_CAPTURE(Growth, ReadAttribute, Cross, "readAttribute")->Iterations(1);
 BENCHMARK_CAPTURE(Growth, ReadString, Cross, "readString")->Iterations(1);
@@ -156,6 +162,7 @@ BENCHMARK_CAPTURE(Growth, WriteString, Cross, "writeString")->Iterations(1);
 BENCHMARK_CAPTURE(Growth, Listener, Notify, "bench")->Iterations(1);
 BENCHMARK_CAPTURE(Growth, NotifyListener, Cross, "callListener")->Iterations(1);
 BENCHMARK_CAPTURE(Growth, MakeObject, Cross, "makeObject")->Iterations(1);
+BENCHMARK_CAPTURE(Growth, MakeList, Cross, "makeList")->Iterations(1);
 BENCHMARK_CAPTURE(Growth, GetObject, Cross, "getObject")->Iterations(1);
 BENCHMARK_CAPTURE(Growth, GiveObject, Cross, "giveObject")->Iterations(1);
 BENCHMARK_CAPTURE(Growth, Fail, Cross, "fail")->Iterations(1);

@@ -265,11 +265,12 @@ void nsWrappers::Sweep(JSTracer* aTracer) {
 nsWrapper* nsWrappers::Of(const JS::Value& aValue) {
   JSObject* object = aValue.isObject() ? &aValue.toObject() : nullptr;
   // A list is behind its elements; no other proxy stands for what it is about.
-  const nsScriptRuntime* const runtime = nsScriptRuntime::Current();
-  JSObject* const handler = runtime ? runtime->Of(nsScriptRuntime::Tool::eArrayHandler) : nullptr;
-  if (object && js::IsScriptedProxy(object) && handler &&
-      js::GetProxyReservedSlot(object, 0) == JS::ObjectValue(*handler))
-    object = js::GetProxyTargetObject(object);
+  if (object && js::IsScriptedProxy(object)) {
+    const nsScriptRuntime* const runtime = nsScriptRuntime::Current();
+    JSObject* const handler = runtime ? runtime->Of(nsScriptRuntime::Tool::eArrayHandler) : nullptr;
+    if (handler && js::GetProxyReservedSlot(object, 0) == JS::ObjectValue(*handler))
+      object = js::GetProxyTargetObject(object);
+  }
   if (!object || JS::GetClass(object) != &kWrapperClass) return nullptr;
   return JS::GetMaybePtrFromReservedSlot<nsWrapper>(object, kWrapperSlot);
 }

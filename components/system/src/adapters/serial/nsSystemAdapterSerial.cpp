@@ -536,7 +536,6 @@ nsCOMArray<nsISystemSerialListener> nsSystemAdapterSerial::Listeners() const {
   return mListeners;
 }
 
-// Within the monitor, so that the worker's first look finds mThread.
 nsresult nsSystemAdapterSerial::startThread() {
   nsresult rv;
   const auto threads = do_GetService<nsIThreadManager>(NS_THREADMANAGER_CONTRACTID, &rv);

@@ -83,22 +83,23 @@ class nsSystemAdapterSerial final
 
   ~nsSystemAdapterSerial() override;
 
-  // Within the monitor.
-  void setBaudrate(nsCommDCB& aDCB);
-  void setStopBits(nsCommDCB& aDCB);
-  void setCharSize(nsCommDCB& aDCB);
-  void setParity(nsCommDCB& aDCB) const;
-  void setFlowControl(nsCommDCB& aDCB) const;
+  // With the monitor.
+  void setBaudrate(nsCommDCB& aDCB) NS_REQUIRES(mMonitor);
+  void setStopBits(nsCommDCB& aDCB) NS_REQUIRES(mMonitor);
+  void setCharSize(nsCommDCB& aDCB) NS_REQUIRES(mMonitor);
+  void setParity(nsCommDCB& aDCB) const NS_REQUIRES(mMonitor);
+  void setFlowControl(nsCommDCB& aDCB) const NS_REQUIRES(mMonitor);
   /// The handle for a use that goes on outside the monitor; null without one.
-  nsPlatformCommPortRef TakeHandle_Locked();
+  nsPlatformCommPortRef TakeHandle_Locked() NS_REQUIRES(mMonitor);
   /// The end of such a use.
-  void ReleaseHandle_Locked(const nsPlatformCommPortRef& aHandle);
+  void ReleaseHandle_Locked(const nsPlatformCommPortRef& aHandle) NS_REQUIRES(mMonitor);
 
-  nsresult EscapeLine(uint32_t aFunction);
+  nsresult EscapeLine(uint32_t aFunction) NS_REQUIRES(mMonitor);
   nsresult GetLine(uint32_t aBit, bool* aLine);
   /// Bit 0 CTS, bit 1 DSR, bit 2 DCD, bit 3 RING; 0 without an answer.
   uint32_t ModemStatus();
-  nsresult startThread();
+  /// With the monitor, so that the worker's first look finds mThread.
+  nsresult startThread() NS_REQUIRES(mMonitor);
   /// Whether the worker on this thread is to end: also one that a later worker has replaced.
   bool IsStopped(const nsCOMPtr<nsIThread>& aWorker) const;
   nsresult monitorCommEvent(const nsCOMPtr<nsIThread>& aWorker);
@@ -114,12 +115,13 @@ class nsSystemAdapterSerial final
   const nsCOMPtr<nsILog4Logger> mLogger;
 
   // Set by Close, cleared by Open in mode 2; and set when the device has gone.
-  bool mStopThread = true;
+  bool mStopThread NS_GUARDED_BY(mMonitor) = true;
   nsSerialInputStream mInputStream;
   nsSerialOutputStream mOutputStream;
-  nsCOMPtr<nsIThread> mThread;
-  // "system.serial.mMonitor": guards all fields, and those of the streams. Entered again by
-  // operations that call others. Not held while anything waits but a break.
+  nsCOMPtr<nsIThread> mThread NS_GUARDED_BY(mMonitor);
+  // "system.serial.mMonitor": guards all fields, and those of the streams, which the compiler can
+  // not check there. Entered again by operations that call others. Not held while anything waits
+  // but a break.
   mutable nsRecursiveMutex mMonitor;
   bool mIsOpen NS_GUARDED_BY(mMonitor) = false;
   const uint32_t mCapabilities;
@@ -135,15 +137,16 @@ class nsSystemAdapterSerial final
   bool mDTR NS_GUARDED_BY(mMonitor) = false;
   bool mRTS NS_GUARDED_BY(mMonitor) = false;
   std::atomic<bool> mBlocking{true};  // read without the monitor
-  uint32_t mReservedValue = 0;
-  uint32_t mTimeout = 0;
-  uint32_t mMode = 1;
-  nsPlatformCommPortRef mHandle;
+  uint32_t mReservedValue NS_GUARDED_BY(mMonitor) = 0;
+  uint32_t mTimeout NS_GUARDED_BY(mMonitor) = 0;
+  uint32_t mMode NS_GUARDED_BY(mMonitor) = 1;
+  nsPlatformCommPortRef mHandle NS_GUARDED_BY(mMonitor);
   // Users of mHandle outside the monitor, plus one while it is open.
-  uint32_t mHandleRefCount = 0;
-  nsOverlappedRef mOverlapped;
-  nsCommConfig mCommConfig;
-  nsCommTimeouts mCommTimeouts;
+  uint32_t mHandleRefCount NS_GUARDED_BY(mMonitor) = 0;
+  nsOverlappedRef mOverlapped NS_GUARDED_BY(mMonitor);
+  nsCommConfig mCommConfig NS_GUARDED_BY(mMonitor);
+  nsCommTimeouts mCommTimeouts NS_GUARDED_BY(mMonitor);
 
-  nsCOMPtr<nsIObserver> mEndObserver;  // closes a port of mode 2 at the end of the program
+  // Closes a port of mode 2 at the end of the program.
+  nsCOMPtr<nsIObserver> mEndObserver NS_GUARDED_BY(mMonitor);
 };

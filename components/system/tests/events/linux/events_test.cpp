@@ -23,32 +23,16 @@ using Message = nsWindowMessage;
 
 /// The machine's volumes, those of memory and of files being sticks: nothing else can be plugged in
 /// here.
-class Sticks final : public nsPlatformVolumes {
+class Sticks final : public nsLinuxVolumes {
  public:
-  nsresult ReadDriveMask(uint32_t* aMask) override { return mVolumes.ReadDriveMask(aMask); }
   nsresult ReadDriveKind(char aLetter, uint32_t* aKind) override {
-    const nsresult rv = mVolumes.ReadDriveKind(aLetter, aKind);
+    const nsresult rv = nsLinuxVolumes::ReadDriveKind(aLetter, aKind);
     if (NS_SUCCEEDED(rv))
       *aKind = *aKind == kDriveRamDisk || *aKind == kDriveUnknown ? uint32_t{kDriveRemovable}
                : *aKind == kDriveNoRootDirectory                  ? *aKind
                                                                   : uint32_t{kDriveRamDisk};
     return rv;
   }
-  nsresult ReadVolumeInformation(char aLetter, VolumeInformation* aInformation) override {
-    return mVolumes.ReadVolumeInformation(aLetter, aInformation);
-  }
-  nsresult OpenVolume(char aLetter, VolumeHandle* aVolume) override {
-    return mVolumes.OpenVolume(aLetter, aVolume);
-  }
-  nsresult ReadBusType(VolumeHandle aVolume, uint8_t* aBusType) override {
-    return mVolumes.ReadBusType(aVolume, aBusType);
-  }
-  nsresult ReadRootDirectory(char aLetter, std::string* aPath) override {
-    return mVolumes.ReadRootDirectory(aLetter, aPath);
-  }
-
- private:
-  nsLinuxVolumes mVolumes;
 };
 
 class LinuxEventsTest : public nsSystemTest {

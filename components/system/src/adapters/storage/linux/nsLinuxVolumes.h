@@ -16,7 +16,7 @@
 /// windows upon itself (proc, sysfs, cgroups, …) are none. Mounted several times it is one volume,
 /// whose root directory is where it was first mounted as a whole; without that mount it is another
 /// volume. See docs/volumes-on-linux.md.
-class nsLinuxVolumes final : public nsPlatformVolumes {
+class nsLinuxVolumes : public nsPlatformVolumes {
  public:
   /// aRoot is "/", or a directory with the files of another machine.
   explicit nsLinuxVolumes(const std::string& aRoot = "/");
