@@ -251,7 +251,8 @@ void nsScriptRuntime::TrackRejection(JSContext*, bool, JS::HandleObject aPromise
 void nsScriptRuntime::Sweep(JSTracer* aTracer, void* aRuntime) {
   auto& self = *static_cast<nsScriptRuntime*>(aRuntime);
   self.mWrappers.Sweep(aTracer);
-  for (const auto& weak : self.mWeak) JS_UpdateWeakPointerAfterGC(aTracer, &weak->mObject);
+  for (const auto& weak : self.mWeak)  // the engine takes no pointer that is empty already
+    if (weak->mObject.unbarrieredGet()) JS_UpdateWeakPointerAfterGC(aTracer, &weak->mObject);
 }
 
 void nsScriptRuntime::Register(nsScriptedObject* aObject, bool aKeepsAlive) {

@@ -259,7 +259,7 @@ void nsWrappers::Finalize(nsWrapper* aWrapper) {
 
 void nsWrappers::Sweep(JSTracer* aTracer) {
   for (auto& [identity, wrapper] : mWrappers)
-    JS_UpdateWeakPointerAfterGC(aTracer, &wrapper->mObject);
+    if (wrapper->mObject.unbarrieredGet()) JS_UpdateWeakPointerAfterGC(aTracer, &wrapper->mObject);
 }
 
 nsWrapper* nsWrappers::Of(const JS::Value& aValue) {

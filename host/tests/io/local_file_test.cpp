@@ -59,6 +59,9 @@ TEST_F(LocalFile, ARelativeOrEmptyPathIsTaken) {
   nsCOMPtr<nsILocalFile> file;
   EXPECT_EQ(NS_ERROR_FILE_UNRECOGNIZED_PATH,
             NS_NewLocalFile(nsString(u"a/b"), false, file.getter_AddRefs()));
+  EXPECT_EQ(
+      NS_ERROR_FILE_UNRECOGNIZED_PATH,
+      NS_NewLocalFile(nsString(std::u16string_view(u"/a\0b", 4)), false, file.getter_AddRefs()));
   EXPECT_EQ(nullptr, file.get());
   ASSERT_EQ(NS_OK, NS_NewLocalFile(nsString(), false, file.getter_AddRefs()));
   bool answer = true;

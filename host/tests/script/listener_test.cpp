@@ -131,11 +131,14 @@ TEST_F(ScriptListener, WeakObserverIsRefusedLostOrKept) {
       globalThis.heard = [];
       globalThis.kept = { observe(subject, topic) { heard.push('kept') } };
       observers.addObserver(kept, 'weak', true);
-      (() => observers.addObserver({ observe() { heard.push('dropped') } }, 'weak', true))();
+      globalThis.dropped = { observe() { heard.push('dropped') } };
+      observers.addObserver(dropped, 'weak', true);
       undefined)"));
   EXPECT_EQ("dropped,kept", Run("observers.notifyObservers(null, 'weak', null); `${heard}`"));
-  EXPECT_EQ("kept", Run("Components.utils.forceGC(); heard = [];"
+  EXPECT_EQ("kept", Run("dropped = null; Components.utils.forceGC(); heard = [];"
                         "observers.notifyObservers(null, 'weak', null); `${heard}`"));
+  // An empty reference meets the next collections.
+  EXPECT_EQ("2", Run("Components.utils.forceGC(); Components.utils.forceGC(); 1 + 1"));
   EXPECT_EQ("1", Run("[...observers.enumerateObservers('weak')].length"));
   EXPECT_EQ(0, Finish().first) << "a weak observer keeps no application running";
   EXPECT_EQ("", Run("observers.removeObserver(kept, 'weak'); heard = [];"
