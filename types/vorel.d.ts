@@ -2046,8 +2046,8 @@ interface nsISystemNetworkConfiguration extends nsISupports {
    * (STATE_WAITING). When all of it is in force already, the state is STATE_CONFIRMED at once.
    * When a step fails, all before it is put back, and the state is STATE_ROLLED_BACK.
    *
-   * While the network service that has the interfaces is not there, what can be is put back without
-   * it, the state is STATE_FAILED, and the rest follows once it is there.
+   * While the network service that has the interfaces is not there, what can be is put back
+   * without it, the state is STATE_FAILED, and the rest follows once it is there.
    *
    * NS_ERROR_INVALID_ARG for aSeconds out of range or for settings that Check finds fault with,
    * NS_ERROR_IN_PROGRESS while something is under way, waits, or could not be taken back. What
