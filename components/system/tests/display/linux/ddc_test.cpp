@@ -4,7 +4,9 @@
 #include <poll.h>
 
 #include <algorithm>
+#include <chrono>
 #include <latch>
+#include <thread>
 
 #include "nsCapturedTree.h"
 #include "nsDdcMessages.h"
@@ -251,6 +253,20 @@ TEST_F(Monitors, OneIsAskedAfterTheOther) {
   EXPECT_EQ(monitors.Find("E"), nullptr);
   pollfd waiting{told->get(), POLLIN, 0};
   EXPECT_EQ(poll(&waiting, 1, 20000), 1) << "what they have answered is a change";
+}
+
+TEST_F(Monitors, AnswerIsLostBeforeAnybodyListens) {
+  nsDdcMonitors monitors(mTree.Root(), Opener(), kNoPauses);
+  monitors.Follow({Place("A", "1")});
+  monitors.Await(kLong);
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  const auto told = monitors.Listen();
+  pollfd waiting{told->get(), POLLIN, 0};
+  EXPECT_EQ(poll(&waiting, 1, 20000), 1);
+  EXPECT_TRUE(told->Take());
+  const auto second = monitors.Listen();
+  waiting.fd = second->get();
+  EXPECT_EQ(poll(&waiting, 1, 0), 0) << "it was told";
 }
 
 TEST_F(Monitors, TwinsAnswerForEachOther) {

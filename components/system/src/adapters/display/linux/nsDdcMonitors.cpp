@@ -1,6 +1,7 @@
 #include "nsDdcMonitors.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "nsLogger.h"
 
@@ -36,11 +37,13 @@ class nsDdcMonitors::Listeners {
     (void)event->Open();  // without one nothing is heard of until the next look
     const nsAutoLock lock(mLock);
     mEvents.push_back(event);
+    if (std::exchange(mIsUntold, false)) event->Set();
     return event;
   }
   void Tell() {
     const nsAutoLock lock(mLock);
     (void)std::erase_if(mEvents, [](const auto& aEvent) { return aEvent.expired(); });
+    mIsUntold = mEvents.empty();
     for (const auto& event : mEvents)
       if (const auto alive = event.lock()) alive->Set();
   }
@@ -48,6 +51,7 @@ class nsDdcMonitors::Listeners {
  private:
   nsMutex mLock;
   std::vector<std::weak_ptr<nsEventFd>> mEvents NS_GUARDED_BY(mLock);
+  bool mIsUntold NS_GUARDED_BY(mLock) = false;  // a change that came before anybody listened
 };
 
 nsDdcMonitors::nsDdcMonitors(std::string aRoot, Opener aOpener, const nsDdcPauses& aPauses)

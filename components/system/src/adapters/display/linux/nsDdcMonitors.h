@@ -30,7 +30,7 @@ class nsDdcMonitors {
   /// Until all have answered, or have failed to, for aLimit at most.
   void Await(std::chrono::milliseconds aLimit) const;
   /// An event that is set when what is known of one of them has become another, for as long as it
-  /// exists. Any thread.
+  /// exists; at once, when that was so before there was an event for it. Any thread.
   std::shared_ptr<nsEventFd> Listen();
 
  private:
