@@ -1,5 +1,6 @@
 """One running guest: boots it or continues its saved state, runs commands in it, plugs things in and pulls them out."""
 import base64
+import functools
 import itertools
 import json
 import os
@@ -36,12 +37,18 @@ def end_all():
         guest.close()
 
 
+@functools.cache
 def accelerator():
     """Hardware virtualisation where it works, else emulation; KVM's device is there in places where it does not."""
     flags = pathlib.Path("/proc/cpuinfo").read_text()
     if (" vmx" in flags or " svm" in flags) and os.access("/dev/kvm", os.R_OK | os.W_OK):
         return "kvm"
     return "tcg,thread=multi"
+
+
+def patience(seconds):
+    """How long to wait for what takes so long at most on an idle machine with hardware virtualisation. It costs nothing where it comes."""
+    return seconds if accelerator() == "kvm" else 3 * seconds
 
 
 class Process:
@@ -65,6 +72,7 @@ class Process:
 
     def expect(self, fits, within=20.0, what=None):
         """The first of the lines to come that fits, as (time, line)."""
+        within = patience(within)
         end = time.monotonic() + within
         passed = len(self.seen)
         while True:
@@ -100,7 +108,7 @@ class Process:
         self.guest.send(id=self.ident, signal=number)
 
     def wait(self, within=20.0):
-        end = time.monotonic() + within
+        end = time.monotonic() + patience(within)
         while self.line(end - time.monotonic()) is not None:
             pass
         return self.status
@@ -177,7 +185,7 @@ class Guest:
             if state:
                 self.until(lambda: self.qmp("query-status")["status"] in ("running", "paused"), 60, "the saved state to be there")
                 self.qmp("cont")
-            elif not self.pending_ready.wait(240):
+            elif not self.pending_ready.wait(patience(80)):
                 raise GuestError("the guest did not come up: " + self.console()[-1500:])
             self.boot_seconds = time.monotonic() - self.began
         except BaseException:
@@ -234,7 +242,7 @@ class Guest:
                 target.put({"rc": -1, "out": "the guest has gone"})
 
     def call(self, within, **message):
-        ident = next(self.numbers)
+        ident, within = next(self.numbers), patience(within)
         answer = self.calls[ident] = queue.Queue()
         self.send(id=ident, **message)
         try:
@@ -282,6 +290,7 @@ class Guest:
 
     def until(self, holds, within=20.0, what="it"):
         """Waits for a condition; the seconds that it took."""
+        within = patience(within)
         began = time.monotonic()
         while not holds():
             if time.monotonic() - began > within:

@@ -46,7 +46,8 @@ def service_killed(trial):
     trial.time("start until ready is told", at, time.monotonic())
     assert guest.run("systemctl is-active player", 120).strip() == "active"
     started(guest, 1, 60)
-    time.sleep(1.5)  # settings are written half a second after a change
+    # Settings are written half a second after a change.
+    guest.until(lambda: guest.succeeds("grep -q acceptance.starts /var/lib/vorel/profile/prefs.js"), 20, "the settings")
     at = time.monotonic()
     guest.run("systemctl kill -s KILL player", 120)
     started(guest, 2, 120)
