@@ -1,15 +1,19 @@
 #include "nsNetworkManagerNetwork.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <net/if.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
 #include <set>
 
 #include "nsKernelNetwork.h"
+#include "nsLogger.h"
 #include "nsNativeFile.h"
 #include "nsPlatformNetworkText.h"
+#include "nsUniqueFd.h"
 
 namespace {
 
@@ -290,6 +294,18 @@ std::map<std::string, nsBusMessage> SecretsOf(nsSystemBus& aBus, const std::stri
   return secrets;
 }
 
+// A file and its name, as far as one may: without the right to open it, all of its file system.
+void SyncFile(const std::string& aPath) {
+  const nsUniqueFd file(open(aPath.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+  const std::string path = file ? aPath.substr(0, aPath.rfind('/')) : "/etc";
+  const nsUniqueFd folder(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const bool isSafe = file ? fsync(file.get()) == 0 && folder && fsync(folder.get()) == 0
+                           : folder && syncfs(folder.get()) == 0;
+  if (!isSafe)
+    SYSTEM_LOG_WARNING(NS_GetLogger("system.adapter.network"),
+                       aPath + " may not outlive a loss of power yet");
+}
+
 }  // namespace
 
 // ---- Asking
@@ -487,7 +503,13 @@ nsresult nsNetworkManagerNetwork::Keep(const std::string& aName, const std::stri
   if (sd_bus_message_append(call.get(), "ua{sv}", kToDisk | kNoReapply, 0) < 0)
     return NS_ERROR_OUT_OF_MEMORY;
   rv = mBus.Send(call.get());
-  return NS_SUCCEEDED(rv) ? NS_OK : Fail(rv);
+  if (NS_FAILED(rv)) return Fail(rv);
+  // What is confirmed has to outlive the power, and NetworkManager does not wait for the disk with
+  // a new file. One in memory, or without a file, tells none.
+  std::string file;
+  if (NS_SUCCEEDED(mBus.GetText(Connection(path), "Filename", &file)) && !file.empty())
+    SyncFile(file);
+  return NS_OK;
 }
 
 nsresult nsNetworkManagerNetwork::Forget(const std::string& aName, const std::string& aRecord) {
