@@ -31,7 +31,9 @@ def has_usb(connectors):
 
 def watch_with_mounts(guest):
     """The picture, in a guest that mounts what is plugged in."""
-    guest.run("mkdir -p /media && cp /guest/mount-stick.rules /etc/udev/rules.d/90-player.rules && udevadm control --reload")
+    guest.run("mkdir -p /media && cp /guest/mount-stick.rules /etc/udev/rules.d/90-player.rules")
+    # The device manager of a guest that has just been continued may let go of who asks.
+    guest.until(lambda: guest.succeeds("udevadm control --reload"), 20, "the device manager")
     return guest.picture()
 
 
