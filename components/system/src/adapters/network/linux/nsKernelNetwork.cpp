@@ -314,10 +314,11 @@ nsresult LiveInterface::Restore(Interface aInterface) {
   }
   // What leads to the gateways comes first.
   std::vector<Payload> routes = std::move(aInterface.mMade);
-  std::ranges::stable_partition(aInterface.mRoutes, [](Payload& aRoute) {
+  auto& others = aInterface.mRoutes;
+  std::stable_partition(others.begin(), others.end(), [](Payload& aRoute) {
     return FindAttribute<rtmsg>(aRoute, RTA_GATEWAY).empty();
   });
-  std::ranges::move(aInterface.mRoutes, std::back_inserter(routes));
+  std::ranges::move(others, std::back_inserter(routes));
   for (Payload& route : routes) {
     if (error != 0) break;
     const auto out = FindAttribute<rtmsg>(route, RTA_OIF);
