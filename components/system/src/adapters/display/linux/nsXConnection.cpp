@@ -7,6 +7,7 @@
 #include <system_error>
 #include <thread>
 
+#include "nsDisplayConnects.h"
 #include "nsLock.h"
 #include "nsPipeSignal.h"
 
@@ -27,11 +28,16 @@ struct Connecting {
 };
 
 // The greeting of a server that has been stopped never comes, and nothing ends the wait for it: a
-// thread is left behind with that.
+// thread is left behind with that, and others that nobody waits for any more behind it.
 xcb_connection_t* Connect(int* aScreen) {
   const auto state = std::make_shared<Connecting>();
   const auto connect = [state] {
     const nsPipeSignalHeld held;
+    const nsAutoLock oneAtATime(gDisplayConnects);
+    {
+      const nsAutoLock lock(state->mLock);
+      if (state->mIsAbandoned) return;
+    }
     int screen = 0;
     xcb_connection_t* const connection = xcb_connect(nullptr, &screen);
     const nsAutoLock lock(state->mLock);

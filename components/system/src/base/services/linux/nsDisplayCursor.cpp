@@ -5,6 +5,7 @@
 
 #include <utility>
 
+#include "nsDisplayConnects.h"
 #include "nsPipeSignal.h"
 
 namespace {
@@ -28,7 +29,11 @@ void nsDisplayCursor::SetShown(bool aShown) {
 
 void nsDisplayCursor::Connect() {
   int screen = 0;
-  Connection connection(xcb_connect(nullptr, &screen));
+  Connection connection;
+  {
+    const nsAutoLock oneAtATime(gDisplayConnects);
+    connection.reset(xcb_connect(nullptr, &screen));
+  }
   if (xcb_connection_has_error(connection.get())) return;
   const auto* extension = xcb_get_extension_data(connection.get(), &xcb_xfixes_id);
   if (!extension || !extension->present) return;
