@@ -23,13 +23,23 @@ function listedInterfaces(object) {
   return object instanceof interfaces.nsIClassInfo ? object.getInterfaces() : [];
 }
 
-/** Every attribute of an interface, those of its parents first. What answers with a failure is left out. */
+const getters = new Map();
+
+/** The attributes of an interface, those of its parents first. There may be hundreds of objects that have it. */
+function attributesOf(prototype) {
+  if (prototype === Object.prototype) return [];
+  if (!getters.has(prototype)) {
+    const own = Object.entries(Object.getOwnPropertyDescriptors(prototype))
+      .filter(([name, { get }]) => get && !leftOut.includes(name)).map(([name, { get }]) => [name, get]);
+    getters.set(prototype, [...attributesOf(Object.getPrototypeOf(prototype)), ...own]);
+  }
+  return getters.get(prototype);
+}
+
+/** What answers with a failure is left out. */
 function addAttributes(out, object, prototype, depth) {
-  if (prototype === Object.prototype) return;
-  addAttributes(out, object, Object.getPrototypeOf(prototype), depth);
-  for (const [name, { get }] of Object.entries(Object.getOwnPropertyDescriptors(prototype))) {
-    if (!get || leftOut.includes(name)) continue;
-    if (object instanceof interfaces.nsISystemAdapterSerial && ofOpenPorts.includes(name)) continue;
+  for (const [name, get] of attributesOf(prototype)) {
+    if (ofOpenPorts.includes(name) && object instanceof interfaces.nsISystemAdapterSerial) continue;
     let value;
     try { value = get.call(object); } catch (error) { continue; }
     out[name] = plain(value, depth + 1);
