@@ -56,7 +56,7 @@ def start(guest, service):
     else:
         if not guest.succeeds("ls /etc/systemd/network/*"):
             guest.put("/etc/systemd/network/50-office.network", FORMER_NETWORKD)
-        guest.run("mkdir -p /run/systemd/netif/links /run/systemd/netif/leases && chown -R systemd-network /run/systemd/netif")
+        guest.run("mkdir -p /run/systemd/netif/links /run/systemd/netif/leases && chown -R systemd-network:systemd-network /run/systemd/netif")
         guest.run("/lib/systemd/systemd-networkd >/run/service.log 2>&1 & echo $! >/run/service.pid")
         name = "org.freedesktop.network1"
     # As a unit that comes after the service's.
