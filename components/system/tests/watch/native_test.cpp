@@ -362,16 +362,21 @@ TEST(InotifyTest, NewRightsAreNoReasonToLook) {
   EXPECT_TRUE(thread.AwaitName(u"known/below/."));
 }
 
-TEST(InotifyTest, NameLongerThanTheBufferEndsTheReads) {
-  nsTemporaryDirectory root;
+TEST_F(NativeWatchTest, NameLongerThanTheBufferEndsTheReadsOrIsNotToldOf) {
   const auto reader = nsInotifyDirectoryChanges().NewReader();
-  ASSERT_EQ(reader->Open(nsString(root.Path16())), NS_OK);
+  ASSERT_EQ(reader->Open(nsString(mRoot.Path16())), NS_OK);
   nsReaderThread thread(*reader, 100);
-  nsTemporaryDirectory::Write(root / std::string(60, 'x'));
-  nsTemporaryDirectory::Write(root / std::string(44, 'y'));
+  nsTemporaryDirectory::Write(mRoot / std::string(60, 'x'));
+  nsTemporaryDirectory::Write(mRoot / std::string(44, 'y'));
   EXPECT_TRUE(thread.AwaitName(std::u16string(44, u'y')));
-  nsTemporaryDirectory::Write(root / "file");
+  nsTemporaryDirectory::Write(mRoot / "file");
   EXPECT_TRUE(thread.AwaitName(u"file"));
+  EXPECT_TRUE(NS_RunEventsUntil([] {
+    return std::ranges::any_of(nsTestLog::Instance().Take("warning system.fileWatcher"),
+                               [](const std::string& aLine) {
+                                 return aLine.find("too long to be told (60 units)") != aLine.npos;
+                               });
+  }));
 }
 
 TEST(InotifyTest, LinkThatIsPointedElsewhereIsStillWatched) {
