@@ -19,9 +19,6 @@ std::string TextOf(const std::string& aRecord) {
                                               : aRecord;
 }
 
-// What is held to nothing speaks the newest one.
-bool IsLiveIgmp(uint32_t aWanted, uint32_t aLive) { return aWanted == (aLive == 0 ? 3 : aLive); }
-
 std::string Lines(const std::vector<std::string>& aLines) {
   std::string text;
   for (const std::string& line : aLines) text += (text.empty() ? "" : "\n") + line;
@@ -188,6 +185,7 @@ std::optional<uint32_t> nsNetworkChange::ConfirmedIgmp() {
 
 nsresult nsNetworkChange::ReadLiveIgmp(uint32_t* aVersion) {
   const nsresult rv = Port().ReadIgmpVersion(aVersion);
+  // What is held to nothing speaks the newest one.
   if (NS_SUCCEEDED(rv) && *aVersion == 0) *aVersion = 3;
   return rv;
 }
@@ -206,8 +204,8 @@ nsresult nsNetworkChange::CheckServers(std::vector<nsSocketAddress>* aServers) {
 nsresult nsNetworkChange::CheckIgmp(std::optional<uint32_t>* aVersion, bool aIsConfirmed) {
   if (!*aVersion) return NS_OK;
   uint32_t live = 0;
-  if (const nsresult rv = Port().ReadIgmpVersion(&live); NS_FAILED(rv)) return rv;
-  if (aIsConfirmed && IsLiveIgmp(**aVersion, live)) *aVersion = std::nullopt;
+  if (const nsresult rv = ReadLiveIgmp(&live); NS_FAILED(rv)) return rv;
+  if (aIsConfirmed && **aVersion == live) *aVersion = std::nullopt;
   return NS_OK;
 }
 

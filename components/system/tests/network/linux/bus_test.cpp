@@ -15,10 +15,9 @@
 #include <map>
 #include <thread>
 
-#include "nsLinuxNetwork.h"
-#include "nsLinuxNetworkSettings.h"
 #include "nsNetworkChange.h"
 #include "nsNetworkNamespace.h"
+#include "nsSettingsPlatform.h"
 #include "nsSimulatedMachine.h"
 #include "nsUniqueFd.h"
 
@@ -251,14 +250,7 @@ class NetworkBusTest : public testing::Test {
   std::string Seen() const {
     return mNetwork.AskIp("-4 -o addr show dev eth0") + mNetwork.AskIp("-4 route show");
   }
-  nsPlatformRef Platform() const {
-    auto platform = std::make_shared<nsPlatform>(*mMachine.Platform());
-    platform->mNetwork = std::make_shared<nsLinuxNetwork>();
-    platform->mNetworkSettings = std::make_shared<nsLinuxNetworkSettings>(
-        nsLinuxNetworkSettings::Options{mDirectory + "/resolv.conf", mDirectory + "/network",
-                                        "unix:path=" + mDirectory + "/bus", mDirectory});
-    return platform;
-  }
+  nsPlatformRef Platform() const { return NS_SettingsPlatform(mMachine, mDirectory, "bus"); }
 
   std::string mDirectory;
   nsNetworkNamespace mNetwork;

@@ -10,11 +10,10 @@
 #include <filesystem>
 #include <fstream>
 
-#include "nsLinuxNetwork.h"
-#include "nsLinuxNetworkSettings.h"
 #include "nsNativeFile.h"
 #include "nsNetworkChange.h"
 #include "nsNetworkNamespace.h"
+#include "nsSettingsPlatform.h"
 #include "nsSimulatedMachine.h"
 
 namespace {
@@ -41,14 +40,7 @@ class NetworkKillTest : public testing::Test {
     registry.Put(key, {"NameServer", R::kString, NS_RegistryString("9.9.9.9")});
   }
   /// One process's view of this machine: the network of the namespace, the store of the test.
-  nsPlatformRef Platform() const {
-    auto platform = std::make_shared<nsPlatform>(*mMachine.Platform());
-    platform->mNetwork = std::make_shared<nsLinuxNetwork>();
-    platform->mNetworkSettings = std::make_shared<nsLinuxNetworkSettings>(
-        nsLinuxNetworkSettings::Options{mDirectory + "/resolv.conf", mDirectory + "/network",
-                                        "unix:path=" + mDirectory + "/none", mDirectory});
-    return platform;
-  }
+  nsPlatformRef Platform() const { return NS_SettingsPlatform(mMachine, mDirectory, "none"); }
   /// What there is now.
   std::string Seen(const nsNetworkNamespace& aNetwork) const {
     std::string servers;
