@@ -401,7 +401,10 @@ nsresult nsSystemAdapterSerial::Open() {
     const std::string fileName = "\\\\.\\" + NS_ToUtf8(mSysPath);
     const uint32_t access = (mAccess & 1 ? nsPlatformComm::kGenericRead : 0) |
                             (mAccess & 2 ? nsPlatformComm::kGenericWrite : 0);
-    mHandle = nullptr;  // one that could not be closed is let go
+    // One that could not be closed: its worker may still have it for a moment, and the port opens
+    // only once.
+    if (mHandle) (void)mHandle->CloseHandle();
+    mHandle = nullptr;
     nsPlatformCommPortRef handle;
     if (NS_FAILED(mPlatform->mComm->OpenPort(
             fileName, access, nsPlatformComm::kShareBoth, nsPlatformComm::kOpenExisting,
