@@ -23,38 +23,56 @@ function listedInterfaces(object) {
   return object instanceof interfaces.nsIClassInfo ? object.getInterfaces() : [];
 }
 
-const getters = new Map();
+// Loops over indices, here and below: a picture is made once, before anything could be compiled, and an interpreter
+// takes ten times as long for `of` and for taking apart.
+const attributes = new Map();
 
-/** The attributes of an interface, those of its parents first. There may be hundreds of objects that have it. */
+/** Names and getters of the attributes of an interface, those of its parents first. Many objects may have it. */
 function attributesOf(prototype) {
-  if (prototype === Object.prototype) return [];
-  if (!getters.has(prototype)) {
-    const own = Object.entries(Object.getOwnPropertyDescriptors(prototype))
-      .filter(([name, { get }]) => get && !leftOut.includes(name)).map(([name, { get }]) => [name, get]);
-    getters.set(prototype, [...attributesOf(Object.getPrototypeOf(prototype)), ...own]);
+  if (prototype === Object.prototype) return { names: [], getters: [] };
+  let found = attributes.get(prototype);
+  if (found) return found;
+  const { names, getters } = attributesOf(Object.getPrototypeOf(prototype));
+  found = { names: [...names], getters: [...getters] };
+  const own = Object.getOwnPropertyDescriptors(prototype);
+  for (const name in own) {
+    if (!own[name].get || leftOut.includes(name)) continue;
+    found.names.push(name);
+    found.getters.push(own[name].get);
   }
-  return getters.get(prototype);
+  attributes.set(prototype, found);
+  return found;
 }
 
 /** What answers with a failure is left out. */
 function addAttributes(out, object, prototype, depth) {
-  for (const [name, get] of attributesOf(prototype)) {
-    if (ofOpenPorts.includes(name) && object instanceof interfaces.nsISystemAdapterSerial) continue;
+  const { names, getters } = attributesOf(prototype);
+  const isPort = object instanceof interfaces.nsISystemAdapterSerial;
+  for (let i = 0; i < names.length; ++i) {
+    if (isPort && ofOpenPorts.includes(names[i])) continue;
     let value;
-    try { value = get.call(object); } catch (error) { continue; }
-    out[name] = plain(value, depth + 1);
+    try { value = getters[i].call(object); } catch (error) { continue; }
+    out[names[i]] = plain(value, depth + 1);
   }
 }
 
 function plain(value, depth) {
+  if (value === undefined || typeof value === "function") return null;  // neither is JSON
   if (value === null || typeof value !== "object") return value;
-  if (value instanceof interfaces.nsIArray) return Array.from(value, (element) => plain(element, depth));
+  if (value instanceof interfaces.nsIArray) return elementsOf(value, depth);
   if (value instanceof interfaces.nsIFile) return value.path;
   if (depth > maxDepth) return null;
   const out = {};
-  for (const { prototype } of listedInterfaces(value)) if (prototype) addAttributes(out, value, prototype, depth);
+  const listed = listedInterfaces(value);
+  for (let i = 0; i < listed.length; ++i) if (listed[i].prototype) addAttributes(out, value, listed[i].prototype, depth);
   // A value that has a text form, an address, is shown by it and not byte by byte.
   return out.string ?? out;
+}
+
+function elementsOf(list, depth) {
+  const out = [];
+  for (let i = 0; i < list.length; ++i) out.push(plain(list.queryElementAt(i, interfaces.nsISupports), depth));
+  return out;
 }
 
 function describeAdapter(adapter) {
@@ -73,11 +91,15 @@ function describeBinding(binding, adapter) {
   return { profile: binding.applicationProfile?.name ?? null, adapter, ...others };
 }
 
-/** Numbers of 64 bits keep all their digits. */
+/** Numbers of 64 bits keep all their digits: what holds one is put together here, the rest by the engine. */
 function toJson(value) {
   if (typeof value === "bigint") return String(value);
+  try {
+    return JSON.stringify(value);
+  } catch (error) {  // what it says of a number of 64 bits
+    if (!(error instanceof TypeError)) throw error;
+  }
   if (Array.isArray(value)) return `[${value.map(toJson).join(",")}]`;
-  if (value === null || typeof value !== "object") return JSON.stringify(value) ?? "null";
   return `{${Object.entries(value).map(([name, part]) => `${JSON.stringify(name)}:${toJson(part)}`).join(",")}}`;
 }
 
