@@ -110,10 +110,7 @@ void nsSimulatedRegistry::ReadFacts(const nsMachineValue& aValue) { ReadChange(a
 std::function<void()> nsSimulatedRegistry::ReadChange(const nsMachineValue& aValue) {
   return [this, data = ReadKeys(aValue)] {
     const nsAutoLock lock(mLock);
-    for (const nsRegistryData::Key& key : data.mKeys) {
-      nsRegistryData::Key& known = mData.Make(key.mPath);
-      for (const nsRegistryValue& value : key.mValues) known.Set(value);
-    }
+    mData.Merge(data);
   };
 }
 

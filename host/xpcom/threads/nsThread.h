@@ -105,7 +105,7 @@ class nsThread final : public nsImplements<nsThread, nsIThreadInternal> {
 
   const Kind mKind;
   nsEventQueue mQueue;
-  nsMutex mStartMutex;
+  nsMutex mStartMutex;  // for the next but one until Start or Adopt has returned: then it stays
   nsCondition mStarted;
   PRThread* mPRThread = nullptr;
   std::atomic<bool> mShutdownAsked{false};

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <ctime>
 
 #include <filesystem>
 #include <set>
@@ -221,7 +222,7 @@ TEST(MachineFile, DeepNestingOverrunsTheStack) {
 }
 
 TEST(MachineFile, ManyKeysTakeTheSquareOfTheirNumber) {
-  constexpr int kMany = 40'000;
+  constexpr int kMany = 80'000;
   std::string members = "{\"comment\": {", keys = "{\"registry\": [",
               interfaces = "{\"interfaces\": [";
   for (int i = 0; i < kMany; ++i) {
@@ -230,14 +231,17 @@ TEST(MachineFile, ManyKeysTakeTheSquareOfTheirNumber) {
     keys += comma + "{\"key\": \"A\\\\" + number + "\", \"values\": []}";
     interfaces += comma + "{\"name\": \"e" + number + "\"}";
   }
-  const auto start = std::chrono::steady_clock::now();
+  const std::clock_t start = std::clock();
   EXPECT_EQ(MessageFor(members + "}}"), "m.json:1: must be a text");
   EXPECT_EQ(MessageFor(keys + ", {\"key\": \"a\\\\7\", \"values\": []}]}"),
             "m.json:1: the key \"a\\7\" stands here a second time");
   EXPECT_EQ(MessageFor(interfaces + ", {\"name\": \"e7\"}]}"),
             "m.json:1: the interface \"e7\" stands here a second time");
-  // A second or two under the sanitizers; before, a minute.
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+  std::unique_ptr<nsSimulatedMachine> machine;
+  std::string message;
+  EXPECT_EQ(NS_ReadMachineText(keys + "]}", "m.json", "/", &machine, &message), NS_OK) << message;
+  // A few seconds of the processor under the sanitizers; before, minutes.
+  EXPECT_LT(std::clock() - start, 10 * CLOCKS_PER_SEC);
 }
 
 TEST(MachineFile, UnreadableFileIsAnEmptyMachine) {

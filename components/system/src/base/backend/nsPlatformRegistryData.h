@@ -6,6 +6,7 @@
 #include <functional>
 #include <optional>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 
 #include "nsPlatformRegistry.h"
@@ -55,6 +56,19 @@ struct nsRegistryData {
   Key& Make(std::string_view aPath) {
     if (Key* key = Find(aPath)) return *key;
     return mKeys.emplace_back(Key{std::string(aPath), {}});
+  }
+  /// What aData holds, over what is there; neither a key of it nor a value of a key stands twice.
+  /// Takes time by the number of keys, not by its square.
+  void Merge(nsRegistryData aData) {
+    std::unordered_map<std::string, size_t> places;
+    for (const Key& key : mKeys) places.emplace(Spelling(key.mPath), places.size());
+    for (Key& key : aData.mKeys) {
+      const auto [place, isNew] = places.emplace(Spelling(key.mPath), mKeys.size());
+      if (isNew)
+        mKeys.push_back(std::move(key));
+      else
+        for (nsRegistryValue& value : key.mValues) mKeys[place->second].Set(std::move(value));
+    }
   }
 
   friend bool operator==(const nsRegistryData&, const nsRegistryData&) = default;
