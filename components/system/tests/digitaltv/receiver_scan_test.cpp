@@ -171,7 +171,7 @@ TEST_F(ReceiverScanTest, AStoppedScanGoesOnOrWaitsForATable) {
   EXPECT_EQ(mReceiver->StopScan(), NS_OK);
   EXPECT_EQ(EndOfScan(*mReceiver), (Progress{-2, 2, 1, 1, 0}));
   // The first table alone may take five seconds.
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(4900));
   EXPECT_EQ(mReceiver->StopScan(), NS_OK) << "nothing runs";
   EXPECT_EQ(ProgressOf(*mReceiver).mState, -2);
 }
@@ -305,7 +305,8 @@ TEST_F(ReceiverScanTest, AReaderOfTheListFindsItHalfChanged) {
   EXPECT_EQ(ProgressOf(*mReceiver), (Progress{1, 40, 40, 40, 2}));
 }
 
-// The times as they are; a machine that is busy has some more for each of its waits.
+// The times as they are: a second each. A machine that is busy has some more for each wait, but not
+// a second.
 TEST_F(ReceiverScanTest, EmptyFrequenciesTakeLongerThanTheirRule) {
   const char* const count = std::getenv("VOREL_TV_EMPTY");
   std::vector<uint32_t> frequencies(count ? static_cast<size_t>(std::atoi(count)) : 1);
@@ -320,7 +321,7 @@ TEST_F(ReceiverScanTest, EmptyFrequenciesTakeLongerThanTheirRule) {
                               static_cast<uint32_t>(frequencies.size()), 0, 0}));
   const auto time = std::chrono::steady_clock::now() - start;
   RecordProperty("ms", static_cast<int>(time / std::chrono::milliseconds(1)));
-  EXPECT_LT(time, std::chrono::milliseconds(1250) * static_cast<int>(frequencies.size()));
+  EXPECT_LT(time, std::chrono::milliseconds(1900) * static_cast<int>(frequencies.size()));
 }
 
 // At length in the slow set.

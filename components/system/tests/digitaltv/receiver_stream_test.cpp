@@ -203,7 +203,7 @@ TEST_F(ReceiverStreamTest, TheFirstPacketIsLate) {
   const auto time = std::chrono::steady_clock::now() - start;
   RecordProperty("ms", static_cast<int>(time / std::chrono::milliseconds(1)));
   // The second look after 100 ms sees the lock. A busy machine may take its time.
-  EXPECT_LT(time, std::chrono::milliseconds(1000));
+  EXPECT_LT(time, std::chrono::seconds(5));
 }
 
 // At length in the slow set.
