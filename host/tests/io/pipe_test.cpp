@@ -253,6 +253,32 @@ TEST_F(Pipe, AWaitIsAnsweredTwiceOrNever) {
   EXPECT_EQ(0, replaced);
 }
 
+TEST_F(Pipe, AWriterIsToldBeforeThereIsTheRoomItAsksFor) {
+  Make(true, 4, 3);
+  int told = 0;
+  const auto wait = [&](uint32_t aRequested) {
+    EXPECT_EQ(NS_OK, mOut->AsyncWait(Counting(&told).get(), 0, aRequested, nullptr));
+  };
+  EXPECT_EQ("12", Write("0123456789ab"));
+  wait(5);
+  EXPECT_EQ("0123456", Read(7));
+  EXPECT_EQ(0, told) << "one segment";
+  EXPECT_EQ("7", Read(1));
+  EXPECT_EQ(1, told);
+  EXPECT_EQ("8", Write("cdefghij"));
+  wait(4);
+  EXPECT_EQ("89a", Read(3));
+  wait(100);  // in place of that, and as far as it goes
+  EXPECT_EQ("bcdefghi", Read(8));
+  EXPECT_EQ(1, told);
+  EXPECT_EQ("j", Read(1));
+  EXPECT_EQ(2, told);
+  EXPECT_EQ("1", Write("x"));
+  wait(12);
+  EXPECT_EQ(NS_OK, mIn->Close());
+  EXPECT_EQ(3, told);
+}
+
 TEST_F(Pipe, AWaitIsAnsweredOnTheWrongThread) {
   Make(true, 4, 1);
   const auto manager = do_GetService<nsIThreadManager>(NS_THREADMANAGER_CONTRACTID);

@@ -12,8 +12,8 @@
 class nsMediaSample final : public nsImplements<nsMediaSample, IMediaSample> {
  public:
   void SetBytes(std::span<const uint8_t> aBytes) {
-    mBytes = aBytes.data();
-    mSize = static_cast<int32_t>(aBytes.size());
+    mBytes.store(aBytes.data(), std::memory_order_release);
+    mSize.store(static_cast<int32_t>(aBytes.size()), std::memory_order_release);
   }
   bool IsOnlyReference() {
     AddRef();

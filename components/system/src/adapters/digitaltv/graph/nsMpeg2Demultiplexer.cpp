@@ -10,6 +10,7 @@
 namespace {
 
 constexpr size_t kPacket = 188;
+constexpr size_t kCacheLine = 64, kFetchedAhead = 2;
 constexpr nsMediaType kSI = {MEDIATYPE_MPEG2_SECTIONS, MEDIASUBTYPE_DVB_SI};
 constexpr nsMediaType kSections = {MEDIATYPE_MPEG2_SECTIONS, MEDIASUBTYPE_MPEG2DATA};
 
@@ -225,8 +226,13 @@ void nsMpeg2Demultiplexer::Stream(nsPlatformPacketReader& aReader, std::vector<O
       version = mPidsVersion;
       for (Outlet& outlet : aOutlets) outlet.mPids = outlet.mPin->mPids;
     }
-    for (const auto run : runs)
-      for (Outlet& outlet : aOutlets) outlet.Deliver(run);
+    for (size_t i = 0; i < runs.size(); ++i) {
+      // The next ones lie elsewhere in memory, where no processor expects them.
+      if (i + kFetchedAhead < runs.size())
+        for (size_t at = 0; at < kPacket; at += kCacheLine)
+          __builtin_prefetch(runs[i + kFetchedAhead].data() + at);
+      for (Outlet& outlet : aOutlets) outlet.Deliver(runs[i]);
+    }
   }
 }
 

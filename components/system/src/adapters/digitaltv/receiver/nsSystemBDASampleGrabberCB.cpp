@@ -1,7 +1,9 @@
 #include "nsSystemBDASampleGrabberCB.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <utility>
 
 #include "IMediaSample.h"
 #include "nsIAsyncOutputStream.h"
@@ -41,39 +43,18 @@ class RoomListener final : public nsImplements<RoomListener, nsIOutputStreamCall
 /// The pipe during one sample. The receiver may be given another one meanwhile: this one is held.
 class nsSystemBDASampleGrabberCB::PipeEnd {
  public:
-  PipeEnd(nsSystemBDAGraph& aGraph, nsSystemBDAReceiver& aAdapter, nsBriefWait& aBriefly)
-      : mOutput(aAdapter.PipeOutput()),
-        mInput(aAdapter.PipeInput()),
-        mGraph(aGraph),
-        mBriefly(aBriefly) {}
+  PipeEnd(nsSystemBDASampleGrabberCB& aOwner)
+      : mOutput(aOwner.mAdapter.PipeOutput()), mOwner(aOwner), mGraph(aOwner.mGraph) {
+    // A pipe in the place of one that has gone has more room than that had.
+    if (std::exchange(mOwner.mRoomOf, mOutput.get()) != mOutput) mOwner.mRoom = 0;
+  }
 
   /// Waits until a packet can be written without waiting in there, where nothing could end the
   /// wait. False when the graph was stopped. A pipe that has been closed has room: the write tells.
   bool WaitForRoom() {
-    if (mRoom > 0) return --mRoom, true;
-    while (mGraph.mGraphRunning) {
-      uint32_t queued = 0;
-      // Only the reader changes what is queued, and it makes it less.
-      if (!mInput || NS_FAILED(mInput->Available(&queued))) return true;
-      const uint32_t packets = (queued + kPacket - 1) / kPacket;
-      if (packets < kPipePackets) {
-        mRoom = kPipePackets - packets - 1;
-        return true;
-      }
-      // A reader at work is done with some of it before it could wake this thread.
-      if (mBriefly.Until([&] {
-            uint32_t left = 0;
-            return NS_FAILED(mInput->Available(&left)) || left + kPacket <= kPipePackets * kPacket;
-          }))
-        continue;
-      const auto output = do_QueryInterface<nsIAsyncOutputStream>(mOutput);
-      if (!output) return true;
-      const auto listener = MakeRefCounted<RoomListener>(mGraph.mWriter);
-      if (NS_FAILED(output->AsyncWait(listener.get(), 0, kPacket, nullptr))) return true;
-      if (!mGraph.WaitToWrite([&] { return listener->mHasRoom.load(); }))
-        (void)output->AsyncWait(nullptr, 0, 0, nullptr);
-    }
-    return false;
+    if (mOwner.mRoom == 0 && !LookForRoom()) return false;
+    --mOwner.mRoom;
+    return true;
   }
 
   /// Whether all bytes were taken. What the pipe says besides is not looked at.
@@ -87,10 +68,36 @@ class nsSystemBDASampleGrabberCB::PipeEnd {
   const nsCOMPtr<nsIOutputStream> mOutput;
 
  private:
-  const nsCOMPtr<nsIInputStream> mInput;
+  bool LookForRoom() {
+    const nsCOMPtr<nsIInputStream> input = mOwner.mAdapter.PipeInput();
+    // Only the reader changes what is queued, and it makes it less.
+    const auto room = [&] {
+      uint32_t queued = 0;
+      if (!input || NS_FAILED(input->Available(&queued))) return kPipePackets;
+      return kPipePackets - std::min((queued + kPacket - 1) / kPacket, kPipePackets);
+    };
+    mOwner.mRoom = room();
+    if (mOwner.mRoom > 0) return mGraph.mGraphRunning;
+    // Half of it: a reader at work makes that before it could wake this thread, and wakes it once
+    // for many packets.
+    mOwner.mBriefly.Until(
+        [&] { return (mOwner.mRoom = room()) >= kPipePackets / 2 || !mGraph.mGraphRunning; },
+        [&] {
+          const auto output = do_QueryInterface<nsIAsyncOutputStream>(mOutput);
+          const auto listener = MakeRefCounted<RoomListener>(mGraph.mWriter);
+          if (output &&
+              NS_SUCCEEDED(
+                  output->AsyncWait(listener.get(), 0, kPipePackets / 2 * kPacket, nullptr)) &&
+              !mGraph.WaitToWrite([&] { return listener->mHasRoom.load(); }))
+            (void)output->AsyncWait(nullptr, 0, 0, nullptr);
+          // At least one: the write waits in a pipe that can't tell.
+          mOwner.mRoom = std::max(room(), 1u);
+        });
+    return mGraph.mGraphRunning;
+  }
+
+  nsSystemBDASampleGrabberCB& mOwner;
   nsSystemBDAGraph& mGraph;
-  nsBriefWait& mBriefly;
-  uint32_t mRoom = 0;  ///< packets that certainly fit
 };
 
 [[gnu::noinline]] nsSystemBDASampleGrabberCB* nsSystemBDASampleGrabberCB::Create(
@@ -115,7 +122,7 @@ nsresult nsSystemBDASampleGrabberCB::BufferCB(double, uint8_t*, int32_t) { retur
 nsresult nsSystemBDASampleGrabberCB::SampleCB(double, IMediaSample* aSample) {
   const int32_t length = aSample->GetActualDataLength();
   if (!mGraph.mGraphRunning) return S_OK;
-  PipeEnd pipe(mGraph, mAdapter, mBriefly);
+  PipeEnd pipe(*this);
   if (!pipe.mOutput) return S_OK;
   uint8_t* bytes = nullptr;
   if (NS_FAILED(aSample->GetPointer(&bytes)) || !bytes || length <= 0) return S_OK;

@@ -9,6 +9,7 @@
 #include "nsCOMPtr.h"
 #include "nsILog4.h"
 
+class nsIOutputStream;
 class nsSystemBDAGraph;
 class nsSystemBDAReceiver;
 
@@ -47,7 +48,9 @@ class nsSystemBDASampleGrabberCB final : public ISampleGrabberCB {
   const nsCOMPtr<nsILog4Logger> mLog;
   nsSystemBDAGraph& mGraph;
   nsSystemBDAReceiver& mAdapter;
-  nsBriefWait mBriefly;  ///< for room in the pipe
+  nsBriefWait mBriefly;                      ///< for room in the pipe
+  const nsIOutputStream* mRoomOf = nullptr;  ///< only compared: it may have gone
+  uint32_t mRoom = 0;                        ///< packets that certainly fit there
   uint8_t mRemainderLength = 0;
   uint8_t* mRemainder = nullptr;  ///< the beginning of a packet whose rest is in the next sample
 };
