@@ -1,5 +1,6 @@
 #include "nsXConnection.h"
 
+#include <dlfcn.h>
 #include <poll.h>
 #include <xcb/xcbext.h>
 
@@ -27,6 +28,13 @@ struct Connecting {
   int mScreen NS_GUARDED_BY(mLock) = 0;
 };
 
+// A thread that is left behind may return into this library after the host has unloaded it.
+void StayLoaded() {
+  Dl_info self;
+  if (dladdr(reinterpret_cast<void*>(&StayLoaded), &self) && self.dli_fname)
+    (void)dlopen(self.dli_fname, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE);
+}
+
 // The greeting of a server that has been stopped never comes, and nothing ends the wait for it: a
 // thread is left behind with that, and others that nobody waits for any more behind it.
 xcb_connection_t* Connect(int* aScreen) {
@@ -50,17 +58,24 @@ xcb_connection_t* Connect(int* aScreen) {
     state->mIsDone = true;
     state->mDone.NotifyAll();
   };
+  std::thread thread;
   try {
-    std::thread(connect).detach();
+    thread = std::thread(connect);
   } catch (const std::system_error&) {
     connect();
   }
-  nsAutoLock lock(state->mLock);
-  if (!state->mDone.WaitFor(lock, kPatience,
-                            [&]() NS_REQUIRES(state->mLock) { return state->mIsDone; })) {
-    state->mIsAbandoned = true;
-    return nullptr;
+  {
+    nsAutoLock lock(state->mLock);
+    state->mIsAbandoned = !state->mDone.WaitFor(
+        lock, kPatience, [&]() NS_REQUIRES(state->mLock) { return state->mIsDone; });
+    if (state->mIsAbandoned) {
+      StayLoaded();
+      if (thread.joinable()) thread.detach();
+      return nullptr;
+    }
   }
+  if (thread.joinable()) thread.join();
+  const nsAutoLock lock(state->mLock);
   *aScreen = state->mScreen;
   return state->mConnection;
 }
