@@ -239,6 +239,9 @@ int Run(const nsCommandLine& aLine) {
     if (aLine.mTask == Task::eSerial && vorel::process::IsInteractive())
       scriptOptions.mArguments.push_back("--interactive");
     scriptOptions.mEndsWithOutput = true;
+    scriptOptions.mIsBrief =
+        !aLine.mFollow && (aLine.mTask == Task::ePicture || aLine.mTask == Task::eDisplays ||
+                           aLine.mTask == Task::eNetwork);
   }
   if (aLine.mHeapLimit != 0) scriptOptions.mHeapLimit = aLine.mHeapLimit << 20;
   if (aLine.mTask == Task::eApplication) scriptOptions.mFile = aLine.mScript;

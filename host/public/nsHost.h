@@ -69,7 +69,8 @@ class __attribute__((visibility("default"))) nsHost {
   /// "load-extension-defaults", "vorel-application-start" (not when the profile is only read),
   /// "profile-after-change", its category, "profile-initial-state", "final-ui-startup", and
   /// "xul-window-registered" with a window of its own that shows nothing: the system's messages to
-  /// windows come to it, with or without a screen. NS_ERROR_NOT_INITIALIZED before Start;
+  /// windows come to it, with or without a screen. That one is left out when an observer of the
+  /// others has called Quit or LeaveRun. NS_ERROR_NOT_INITIALIZED before Start;
   /// NS_ERROR_ALREADY_INITIALIZED the second time.
   nsresult StartProfile();
   /// Runs the main thread's events until somebody quits; at once back when that has happened

@@ -26,6 +26,10 @@ struct nsScriptOptions {
   /// Ends as by quit(0) once standard output can't be written: the application is there for what it
   /// prints. Others go on.
   bool mEndsWithOutput = false;
+  /// Over within milliseconds: scripts are interpreted and never compiled to machine code, which
+  /// would cost more than it gains. The engine is made so once for the process: this counts for the
+  /// first one that is made, unless a component in script has been before it.
+  bool mIsBrief = false;
 };
 
 /// The script engine with one environment: one global object, which the application and the

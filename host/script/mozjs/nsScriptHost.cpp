@@ -16,7 +16,7 @@
 
 std::unique_ptr<nsScriptHost> nsScriptHost::Create(const nsScriptOptions& aOptions,
                                                    std::string* aError) {
-  nsScriptRuntime* const runtime = nsScriptRuntime::GetOrCreate(aError);
+  nsScriptRuntime* const runtime = nsScriptRuntime::GetOrCreate(aError, aOptions.mIsBrief);
   if (!runtime) return nullptr;
   JSContext* const cx = runtime->Context();
   nsScriptRuntime::Entry entry(runtime, false, nsScriptRuntime::Caller::eLoop);

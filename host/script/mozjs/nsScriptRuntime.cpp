@@ -52,11 +52,14 @@ constexpr JSClass kGlobalClass = {"Window", JSCLASS_GLOBAL_FLAGS, &kGlobalOps, n
 
 /// Once a process; undone when the process ends, if no context is left.
 struct Engine {
-  Engine() : mUp(JS_Init()) {}
+  explicit Engine(bool aIsBrief) {
+    if (aIsBrief) JS::DisableJitBackend();
+    mUp = JS_Init();
+  }
   ~Engine() {
     if (mUp && !nsScriptRuntime::Current()) JS_ShutDown();
   }
-  const bool mUp;
+  bool mUp;
 };
 
 constexpr std::string_view kQuitTopic = "quit-application", kEndTopic = "xpcom-shutdown-threads",
@@ -95,9 +98,9 @@ bool StopInterrupted(JSContext* cx) {
 
 }  // namespace
 
-nsScriptRuntime* nsScriptRuntime::GetOrCreate(std::string* aError) {
+nsScriptRuntime* nsScriptRuntime::GetOrCreate(std::string* aError, bool aIsBrief) {
   if (sCurrent) return sCurrent;
-  static Engine sEngine;
+  static Engine sEngine(aIsBrief);
   if (!sEngine.mUp) {
     *aError = "the script engine can't be started";
     return nullptr;

@@ -38,7 +38,8 @@ class nsScriptRuntime {
   /// Null before the first use, and after the end.
   static nsScriptRuntime* Current() { return sCurrent; }
   /// Starts the engine when it does not run. Null, and *aError says why, when it can't be started.
-  static nsScriptRuntime* GetOrCreate(std::string* aError);
+  /// aIsBrief: as nsScriptOptions has it.
+  static nsScriptRuntime* GetOrCreate(std::string* aError, bool aIsBrief = false);
   /// Takes leave of the engine; nothing when it does not run.
   static void Shutdown();
 

@@ -83,6 +83,16 @@ TEST_F(HostSteps, TopicsComeInAnotherOrder) {
       mEvents);
 }
 
+TEST_F(HostSteps, WhoHasEndedAtTheStartIsGivenAWindow) {
+  StartWithModule();
+  const auto quits = MakeRefCounted<nsTestObserver>([this](auto...) { mHost.LeaveRun(); });
+  const auto service = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID);
+  ASSERT_EQ(NS_OK, service->AddObserver(quits.get(), "profile-after-change", false));
+  Observe({"final-ui-startup", "xul-window-registered"});
+  EXPECT_EQ(NS_OK, mHost.StartProfile());
+  EXPECT_EQ(Strings{"final-ui-startup -"}, mEvents) << "the others hear of the start as ever";
+}
+
 TEST_F(HostSteps, HostThatNeverHadAProfileEndsOne) {
   StartWithModule();
   Observe({"profile-before-change", "quit-application"});

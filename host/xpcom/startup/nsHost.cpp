@@ -215,6 +215,8 @@ nsresult nsHost::Impl::StartProfile() {
   Notify("profile-initial-state");
   Notify("final-ui-startup");
   if (!mOptions.mProfileReadOnly) TellCrashReports();
+  // Who has ended already would start to listen for nothing.
+  if (mLeavesRun || mQuitting) return NS_OK;
   mWindow = MakeRefCounted<nsHostWindow>();
   Notify("xul-window-registered", nullptr, static_cast<nsIXULWindow*>(mWindow.get()));
   return NS_OK;
