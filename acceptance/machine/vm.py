@@ -1,5 +1,6 @@
 """One running guest: boots it or continues its saved state, runs commands in it, plugs things in and pulls them out."""
 import base64
+import contextlib
 import functools
 import itertools
 import json
@@ -7,16 +8,15 @@ import os
 import pathlib
 import queue
 import shutil
+import signal
 import socket
 import subprocess
 import tempfile
 import threading
 import time
+import uuid
 
-# The same for a boot and for a saved state, which can only be continued on the machine that it was saved on.
-USUAL = ["-device", "qemu-xhci,id=xhci,p2=8,p3=8",
-         "-netdev", "user,id=n0,restrict=on", "-device", "virtio-net-pci,netdev=n0,id=nic0,mac=52:54:00:00:00:01,romfile="]
-
+HEADS = 2  # of the graphics card
 
 # The guests of this process, and whether there may be more: what begins a guest and what ends all take the lock.
 ALIVE = set()
@@ -49,6 +49,39 @@ def accelerator():
 def patience(seconds):
     """How long to wait for what takes so long at most on an idle machine with hardware virtualisation. It costs nothing where it comes."""
     return seconds if accelerator() == "kvm" else 3 * seconds
+
+
+def processor():
+    """The guest's processors, and what its kernel is told of them. Emulated, one costs a fifth less than two, and a program whose code lies
+    at the same place each time is translated once, not at each start."""
+    if accelerator() == "kvm":
+        return ["-cpu", "host", "-smp", "2"], ""
+    return ["-cpu", "max", "-smp", "1"], "norandmaps mitigations=off"
+
+
+def emulator(machine, product, log="", folder="", extra=(), init=None, append=""):
+    """The command of a guest whose sockets are in that folder. All guests have the same hardware but for `extra`: a saved state can only be
+    continued on what it was saved on. Lines and screens are there whether or not anybody is at their other end."""
+    arguments, words = processor()
+    words = f"console=ttyS0 quiet panic=-1 {words} {'acceptance.init=' + init if init else ''} {append}"
+    command = ["qemu-system-x86_64", "-accel", accelerator(), "-machine", "pc", *arguments, "-m", "1024",
+               "-nodefaults", "-no-user-config", "-display", "none", "-no-reboot", "-vga", "none", "-rtc", "base=utc,clock=vm",
+               "-kernel", f"{machine}/vmlinuz", "-initrd", f"{machine}/initrd", "-append", words,
+               "-chardev", f"file,id=console,path={log},append=on", "-serial", "chardev:console",
+               "-chardev", f"socket,id=line,path={folder}/line,server=on,wait=off", "-serial", "chardev:line",
+               "-drive", f"file={machine}/root.squashfs,format=raw,if=none,id=root,readonly=on,file.locking=off", "-device", "virtio-blk-pci,drive=root",
+               "-drive", f"file={product},format=raw,if=none,id=product,readonly=on,file.locking=off", "-device", "virtio-blk-pci,drive=product",
+               "-device", "virtio-serial-pci", "-chardev", f"socket,id=agent,path={folder}/agent,server=on,wait=off",
+               "-device", "virtserialport,chardev=agent,name=agent",
+               "-qmp", f"unix:{folder}/qmp,server=on,wait=off",
+               "-device", "qemu-xhci,id=xhci,p2=8,p3=8",
+               "-netdev", "user,id=n0,restrict=on", "-device", "virtio-net-pci,netdev=n0,id=nic0,mac=52:54:00:00:00:01,romfile=",
+               "-device", f"virtio-gpu-pci,id=gpu0,max_outputs={HEADS},edid=on,xres=1920,yres=1080",
+               # Tells the kernel that its state has been continued, so that it does not draw the same random numbers again.
+               "-device", "vmgenid,guid=auto"]
+    for head in range(HEADS):
+        command += ["-vnc", f"unix:{folder}/screen{head},display=gpu0,head={head},id=screen{head}"]
+    return [*command, *extra]
 
 
 class Process:
@@ -145,25 +178,14 @@ class Picture(Process):
 class Guest:
     """Use as a context: leaving it ends the guest."""
 
-    def __init__(self, machine, product, log, extra=(), state=None, memory=1024, init=None, append="", usual=True):
+    def __init__(self, machine, product, log, state=None, **options):
         self.folder = pathlib.Path(tempfile.gettempdir()) / f"vorel-guest.{os.urandom(6).hex()}"
         self.log, self.calls, self.numbers = log, {}, itertools.count(1)
         self.pending_ready = threading.Event()
         self.plugged = itertools.count(1)
         self.events = []
-        command = ["qemu-system-x86_64", "-accel", accelerator(), "-machine", "pc", "-cpu", "host" if accelerator() == "kvm" else "max",
-                   "-smp", "2", "-m", str(memory), "-nodefaults", "-no-user-config", "-display", "none", "-no-reboot",
-                   "-kernel", str(machine / "vmlinuz"), "-initrd", str(machine / "initrd"),
-                   "-append", f"console=ttyS0 quiet panic=-1 {'acceptance.init=' + init if init else ''} {append}",
-                   "-vga", "none", "-rtc", "base=utc,clock=vm",
-                   "-chardev", f"file,id=console,path={log},append=on", "-serial", "chardev:console",
-                   "-drive", f"file={machine / 'root.squashfs'},format=raw,if=none,id=root,readonly=on,file.locking=off",
-                   "-device", "virtio-blk-pci,drive=root",
-                   "-drive", f"file={product},format=raw,if=none,id=product,readonly=on,file.locking=off",
-                   "-device", "virtio-blk-pci,drive=product",
-                   "-device", "virtio-serial-pci", "-chardev", f"socket,id=agent,server=on,wait=off,path={self.folder}/agent",
-                   "-device", "virtserialport,chardev=agent,name=agent",
-                   "-qmp", f"unix:{self.folder}/qmp,server=on,wait=off", *(USUAL if usual else []), *extra]
+        self.processor_seconds, self.closing = 0.0, threading.Lock()
+        command = emulator(machine, product, log, self.folder, **options)
         if state:
             command += ["-incoming", f"exec:cat {state}"]
         self.began = time.monotonic()
@@ -185,12 +207,18 @@ class Guest:
             if state:
                 self.until(lambda: self.qmp("query-status")["status"] in ("running", "paused"), 60, "the saved state to be there")
                 self.qmp("cont")
+                self.start_anew()
             elif not self.pending_ready.wait(patience(80)):
                 raise GuestError("the guest did not come up: " + self.console()[-1500:])
             self.boot_seconds = time.monotonic() - self.began
         except BaseException:
             self.close()
             raise
+
+    def start_anew(self):
+        """What a state that is continued lacks of a machine that has just been started: the time, and a start with a name of its own."""
+        self.run(f"date -u -s @{time.time():.3f} > /dev/null && echo {uuid.uuid4()} > /run/boot_id && "
+                 "mount --bind /run/boot_id /proc/sys/kernel/random/boot_id")
 
     # ---- Connections
 
@@ -280,22 +308,22 @@ class Guest:
 
     def bring(self, source, path, mode=0o755):
         """A file of any size, by a disk that holds it; with some more zeros at its end."""
-        serial = f"file{next(self.plugged)}"
-        self.qmp("blockdev-add", **{"driver": "raw", "node-name": serial, "read-only": True,
-                                    "file": {"driver": "file", "filename": str(source), "locking": "off"}})
-        self.qmp("device_add", driver="virtio-blk-pci", id=serial, drive=serial, serial=serial)
-        self.until(lambda: self.succeeds(f"grep -qx {serial} /sys/block/vd*/serial"), 30, "the disk of a file")
-        self.run(f"disk=$(dirname $(grep -lx {serial} /sys/block/vd*/serial)) && until [ -b /dev/${{disk##*/}} ]; do sleep 0.1; done && "
-                 f"cat /dev/${{disk##*/}} > {path} && chmod {mode:o} {path}", 120)
+        name, device = self.plug_disk(source, read_only=True)
+        self.run(f"cat {device} > {path} && chmod {mode:o} {path}", 120)
+        self.unplug(name)
 
     def until(self, holds, within=20.0, what="it"):
         """Waits for a condition; the seconds that it took."""
         within = patience(within)
         began = time.monotonic()
+        asked = began
         while not holds():
-            if time.monotonic() - began > within:
+            now = time.monotonic()
+            if now - began > within:
                 raise GuestError(f"waited {within:.0f} s for {what}")
-            time.sleep(0.03)
+            # Whoever asks takes half of an emulated processor at most from what is waited for.
+            time.sleep(max(0.03, now - asked))
+            asked = time.monotonic()
         return time.monotonic() - began
 
     def succeeds(self, command):
@@ -318,6 +346,24 @@ class Guest:
                     raise GuestError(f"{command} {arguments}: {answer['error']['desc']}")
                 else:
                     return answer["return"]
+
+    def screen(self, head):
+        """The socket of what a head of the graphics card is connected with."""
+        return str(self.folder / f"screen{head}")
+
+    def line(self):
+        """The socket of the far end of the second serial line."""
+        return str(self.folder / "line")
+
+    def plug_disk(self, image, read_only=False):
+        """Plugs an image in as a disk; what `unplug` takes, and its device, which is there."""
+        name = f"disk{next(self.plugged)}"
+        self.qmp("blockdev-add", **{"driver": "raw", "node-name": name, "read-only": read_only,
+                                    "file": {"driver": "file", "filename": str(image), "locking": "off"}})
+        self.qmp("device_add", driver="virtio-blk-pci", id=name, drive=name, serial=name)
+        find = f"file=$(grep -lx {name} /sys/block/vd*/serial) && file=${{file%/serial}} && [ -b /dev/${{file##*/}} ] && echo /dev/${{file##*/}}"
+        self.until(lambda: self.succeeds(find), 30, "the disk")
+        return name, self.run(find).strip()
 
     def plug_stick(self, image, driver="usb-storage", bus="xhci.0", **properties):
         """Plugs an image in as a stick; what `unplug` takes, and the time."""
@@ -348,14 +394,26 @@ class Guest:
         if self.qmp("query-migrate")["status"] != "completed":
             raise GuestError("the state could not be saved")
 
+    @contextlib.contextmanager
+    def frozen(self):
+        """The emulator stands still: its files are what a power cut at this moment leaves of them."""
+        self.process.send_signal(signal.SIGSTOP)
+        os.waitid(os.P_PID, self.process.pid, os.WSTOPPED | os.WEXITED | os.WNOWAIT)  # all its threads
+        try:
+            yield
+        finally:
+            self.process.send_signal(signal.SIGCONT)
+
     def cut_power(self):
-        self.process.kill()
-        self.process.wait()
+        self.close()
 
     def close(self):
-        if self.process.poll() is None:
-            self.process.kill()
-        self.process.wait()
+        with self.closing:  # an interrupt and the scenario may both end it
+            if self.process.poll() is None:
+                spent = pathlib.Path(f"/proc/{self.process.pid}/stat").read_text().rsplit(")", 1)[1].split()[11:13]
+                self.processor_seconds = sum(map(int, spent)) / os.sysconf("SC_CLK_TCK")
+                self.process.kill()
+            self.process.wait()
         ALIVE.discard(self)
         self.messages.close()
         shutil.rmtree(self.folder, ignore_errors=True)

@@ -10,7 +10,7 @@ def script(guest, text, within=60):
     return guest.run("vorel --profile /tmp/clock /run/script.js", within).strip()
 
 
-@scenario("An application sets the clock: the system's and the hardware's", fresh=True)
+@scenario("An application sets the clock: the system's and the hardware's")
 def clock_set(trial):
     guest = trial.guest()
     script(guest, CLOCK + 'clock.utcTime = "050607082031.09"; quit();')

@@ -34,7 +34,7 @@ def displays(guest, options=""):
     return {d["name"]: d for d in json.loads(guest.run(f"{HERE} vorel displays --json {options}"))}
 
 
-@scenario("Heads of a graphics card are connected, resized and disconnected", heads=2)
+@scenario("Heads of a graphics card are connected, resized and disconnected")
 def display_heads(trial):
     guest = trial.guest()
     watch = guest.picture(environment=HERE)
@@ -45,7 +45,7 @@ def display_heads(trial):
     trial.time("start of the X server to listener", at, seen)
     assert event["adapter"]["label"] == "QEMU Monitor (Virtual-1)", event
     follow_heads(guest)
-    screen = Screen(str(trial.folder / "screen1"))
+    screen = Screen(guest.screen(1))
     for _ in range(2):
         at = screen.resize(1024, 768)
         seen, event = watch.event("adapter-added", within=45, sysPath=SECOND)
@@ -60,11 +60,11 @@ def display_heads(trial):
     assert list(displays(guest)) == ["DISPLAY1"]
 
 
-@scenario("A screen is turned, moved and set to another mode, and what it can't is refused", heads=2)
+@scenario("A screen is turned, moved and set to another mode, and what it can't is refused")
 def display_turned(trial):
     guest = trial.guest()
     start_server(guest)
-    Screen(str(trial.folder / "screen1")).resize(1024, 768)
+    Screen(guest.screen(1)).resize(1024, 768)
     guest.until(lambda: " connected" in outputs(guest)["Virtual-2"], 30, "the second head")
     guest.run(f"{HERE} xrandr --output Virtual-2 --auto --right-of Virtual-1")
     watch = guest.picture(environment=HERE)
@@ -87,7 +87,7 @@ def display_turned(trial):
     assert outputs(guest) == before, "what is only stored was set"
 
 
-@scenario("The X server is killed and started anew, and the stored settings are set by the first application", heads=1)
+@scenario("The X server is killed and started anew, and the stored settings are set by the first application")
 def display_server_killed(trial):
     guest = trial.guest()
     server = start_server(guest)
@@ -112,7 +112,7 @@ def display_server_killed(trial):
     assert displays(guest)["DISPLAY1"]["rotation"] == 180, "set a second time in one session"
 
 
-def put_on_the_wire(guest, trial):
+def put_on_the_wire(guest):
     """The first head bears the description of the display on the wire, which is then that display's."""
     guest.run("mount -t debugfs debugfs /sys/kernel/debug && modprobe i2c-dev && modprobe ddcmonitor")
     bus = guest.run("basename $(dirname $(grep -l 'display bus for tests' /sys/bus/i2c/devices/*/name))").strip().removeprefix("i2c-")
@@ -120,15 +120,15 @@ def put_on_the_wire(guest, trial):
     guest.put("/tmp/edid", bytes(int(byte, 16) for byte in described.split()))
     guest.run("cat /tmp/edid > /sys/kernel/debug/dri/0/Virtual-1/edid_override")
     # The card looks anew when its screen has another size, and refuses a first mode that is more than a little smaller than that.
-    Screen(str(trial.folder / "screen0")).resize(1928, 1088)
+    Screen(guest.screen(0)).resize(1928, 1088)
     same = 'test "$(head -c 128 /sys/class/drm/card0-Virtual-1/edid | md5sum)" = "$(md5sum < /tmp/edid)"'
     guest.until(lambda: guest.succeeds(same), 30, "the description")
 
 
-@scenario("Brightness and contrast of a display that is asked over its own wire, also when it is slow or deaf", heads=1)
+@scenario("Brightness and contrast of a display that is asked over its own wire, also when it is slow or deaf")
 def display_brightness(trial):
     guest = trial.guest()
-    put_on_the_wire(guest, trial)
+    put_on_the_wire(guest)
     start_server(guest)
     shown = displays(guest)["DISPLAY1"]
     assert (shown["label"], shown["brightness"], shown["contrast"]) == ("Lobby Screen (Virtual-1)", 40, 60), shown

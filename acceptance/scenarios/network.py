@@ -31,7 +31,8 @@ def network_cable(trial):
 
 @scenario("A network card is plugged in and pulled out; an interface is renamed")
 def network_card(trial):
-    guest = trial.guest(extra=["-netdev", "user,id=n1,restrict=on"])
+    guest = trial.guest()
+    guest.qmp("netdev_add", type="user", id="n1", restrict=True)
     watch = guest.picture()
     at = time.monotonic()
     guest.qmp("device_add", driver="virtio-net-pci", netdev="n1", id="nic1", mac="52:54:00:00:00:02", romfile="")

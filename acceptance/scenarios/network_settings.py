@@ -6,7 +6,7 @@ import subprocess
 import time
 
 from machine import image
-from machine.scenario import scenario
+from machine.scenario import SERVICE_MANAGER, scenario
 from machine.vm import GuestError
 from scenarios.network import MAC, interface_of
 
@@ -28,10 +28,8 @@ FORMER_NETWORKD = f"[Match]\nName={NAME}\n[Network]\nAddress=192.0.2.5/24\nGatew
 
 def bed(guest, disk, service):
     """A cable to a router that gives leases and prefixes; what shall outlive a power cut is on a disk."""
-    guest.qmp("blockdev-add", **{"driver": "raw", "node-name": "disk", "file": {"driver": "file", "filename": str(disk), "locking": "off"}})
-    guest.qmp("device_add", driver="virtio-blk-pci", id="disk", drive="disk")
-    guest.until(lambda: guest.succeeds("test -b /dev/vdc"), 20, "the disk")
-    guest.run("blkid /dev/vdc >/dev/null || mkfs.ext4 -q /dev/vdc; mkdir -p /mnt/disk && mount /dev/vdc /mnt/disk", 120)
+    _, device = guest.plug_disk(disk)
+    guest.run(f"blkid {device} >/dev/null || mkfs.ext4 -q {device}; mkdir -p /mnt/disk && mount {device} /mnt/disk", 120)
     for folder in FOLDERS:
         guest.run(f"mkdir -p {folder} /mnt/disk{folder} && mount --bind /mnt/disk{folder} {folder}")
     # A service turns the interface on itself: what is on already, it takes for another's.
@@ -175,8 +173,6 @@ def steps(trial, service):
     # The power goes during a trial.
     process = attempt(trial, guest, "apply 600", "static, to be cut")
     guest.cut_power()
-    guest.close()
-    trial.guests.clear()
     guest = trial.guest()
     bed(guest, disk, service)
     assert "confirmed" in vorel(guest, "apply --boot").splitlines()
@@ -192,8 +188,6 @@ def steps(trial, service):
     process = attempt(trial, guest, "apply 600", "static, to be confirmed")
     vorel(guest, "confirm")
     guest.cut_power()
-    guest.close()
-    trial.guests.clear()
     guest = trial.guest()
     bed(guest, disk, service)
     assert "confirmed" in vorel(guest, "apply --boot").splitlines()[-1]
@@ -203,17 +197,17 @@ def steps(trial, service):
     assert mine["differences"] == [], mine
 
 
-@scenario("Network settings in force by the kernel alone, and a power cut in the middle", fresh=True)
+@scenario("Network settings in force by the kernel alone, and a power cut in the middle", long=True)
 def network_settings_kernel(trial):
     steps(trial, "")
 
 
-@scenario("Network settings in force by NetworkManager, and a power cut in the middle", fresh=True)
+@scenario("Network settings in force by NetworkManager, and a power cut in the middle", long=True)
 def network_settings_manager(trial):
     steps(trial, "NetworkManager")
 
 
-@scenario("Network settings in force by systemd-networkd, and a power cut in the middle", fresh=True)
+@scenario("Network settings in force by systemd-networkd, and a power cut in the middle", long=True)
 def network_settings_networkd(trial):
     steps(trial, "systemd-networkd")
 
@@ -262,12 +256,12 @@ def kills(trial, service, times=12):
     assert changed, "no change was ever kept"
 
 
-@scenario("Killed while settings come into force by NetworkManager: former or new")
+@scenario("Killed while settings come into force by NetworkManager: former or new", long=True)
 def network_settings_kills_manager(trial):
     kills(trial, "NetworkManager")
 
 
-@scenario("Killed while settings come into force by systemd-networkd: former or new")
+@scenario("Killed while settings come into force by systemd-networkd: former or new", long=True)
 def network_settings_kills_networkd(trial):
     kills(trial, "systemd-networkd")
 
@@ -296,7 +290,7 @@ def unit_has_done(guest):
 
 
 @scenario("The unit of the handbook puts what was confirmed in force at each start, and takes back what a power cut has left",
-          init="/lib/systemd/systemd", long=True)
+          init=SERVICE_MANAGER, boots=True, long=True)
 def network_settings_unit(trial):
     unit = re.search(r"^```ini\n# (\S+vorel-network.service)\n(\[Unit\]\n.*?)^```", (image.ROOT / "docs" / "operating.md").read_text(), re.M | re.S)
     assert unit, "docs/operating.md gives no unit for network settings any more"
@@ -313,7 +307,6 @@ def network_settings_unit(trial):
     process = attempt(trial, guest, f"set {name} --address 10.0.2.60/24 --gateway 10.0.2.2 --try 600", "static, to be cut")
     assert in_force(guest, name) == (["10.0.2.60"], ["10.0.2.2"])
     guest.cut_power()
-    guest.close()
 
     guest, name = boot_with_unit(trial, disk)
     unit_has_done(guest)
@@ -330,7 +323,6 @@ def network_settings_unit(trial):
     process = attempt(trial, guest, f"set {name} --address 10.0.2.80/24 --gateway 10.0.2.2 --try 600", "by the service, to be cut")
     guest.until(lambda: in_force(guest, name) == (["10.0.2.80"], ["10.0.2.2"]), 20, "the settings on trial")
     guest.cut_power()
-    guest.close()
 
     guest, name = boot_with_unit(trial, disk)
     unit_has_done(guest)

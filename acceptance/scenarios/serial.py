@@ -62,18 +62,10 @@ def ports(guest):
 class Line:
     """The far end of an emulated port."""
 
-    def __init__(self, trial, name):
-        self.path = trial.folder / f"{name}.line"
-        self.path.unlink(missing_ok=True)
-
-    def chardev(self, name):
-        return f"socket,id={name},path={self.path},server=on,wait=off"
-
-    def open(self):
+    def __init__(self, path):
         self.socket = socket.socket(socket.AF_UNIX)
-        self.socket.connect(str(self.path))
+        self.socket.connect(path)
         self.socket.settimeout(20)
-        return self
 
     def hear(self, count):
         heard = b""
@@ -86,9 +78,8 @@ class Line:
 
 @scenario("A 16550: listed, and bytes go both ways through a pipe")
 def serial_16550(trial):
-    line = Line(trial, "second")
-    guest = trial.guest(extra=["-chardev", line.chardev("line"), "-serial", "chardev:line"])
-    line.open()
+    guest = trial.guest()
+    line = Line(guest.line())
     listed = {p["name"]: p for p in ports(guest)}
     assert list(listed) == ["COM1", "COM2"], f"a line without hardware behind it is no port: {list(listed)}"
     assert listed["COM2"]["device"] == "/dev/ttyS1" and listed["COM2"]["driver"] == "serial", listed
@@ -116,9 +107,9 @@ def serial_16550(trial):
 def serial_usb(trial):
     guest = trial.guest()
     guest.run("modprobe -a usbserial ftdi_sio || true")
-    lines = {name: Line(trial, name) for name in "ab"}
-    for name, line in lines.items():
-        guest.qmp("chardev-add", id=name, backend={"type": "socket", "data": {"addr": {"type": "unix", "data": {"path": str(line.path)}},
+    paths = {name: str(guest.folder / f"line-{name}") for name in "ab"}
+    for name, path in paths.items():
+        guest.qmp("chardev-add", id=name, backend={"type": "socket", "data": {"addr": {"type": "unix", "data": {"path": path}},
                                                                                "server": True, "wait": False}})
 
     def plug(name):
@@ -150,7 +141,7 @@ def serial_usb(trial):
     guest.run("cat /sys/class/tty/ttyUSB0/device/../../serial | grep -q SERIALb")  # the nodes have changed places
 
     # Bytes, and then it is pulled out under its user.
-    far = lines["a"].open()
+    far = Line(paths["a"])
     guest.put("/run/listen.js", LISTENER)
     listener = guest.start("exec vorel /run/listen.js COM33 8 256")
     listener.expect(lambda text: '"open"' in text, 30)

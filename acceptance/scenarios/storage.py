@@ -4,7 +4,7 @@ import subprocess
 import time
 
 from machine import image
-from machine.scenario import scenario
+from machine.scenario import SERVICE_MANAGER, scenario
 
 MIB = 1 << 20
 
@@ -66,7 +66,7 @@ def stick_one_partition(trial):
     goes(trial, guest, watch, name, directory, "again")
 
 
-@scenario("Under systemd a stick is mounted by the rule of the handbook, and gone when it is pulled", init="/lib/systemd/systemd")
+@scenario("Under systemd a stick is mounted by the rule of the handbook, and gone when it is pulled", init=SERVICE_MANAGER)
 def stick_by_the_handbook(trial):
     rule = re.search(r"^# (/etc/udev/rules.d/\S+)\n((?:ACTION.*\n)+)", (image.ROOT / "docs" / "operating.md").read_text(), re.M)
     assert rule, "docs/operating.md gives no rule for sticks any more"
@@ -163,7 +163,7 @@ def card_reader(trial):
     trial.time("card pulled to listener", at, seen)
 
 
-@scenario("An optical drive is no storage of the player's", fresh=True)
+@scenario("An optical drive is no storage of the player's")
 def optical_drive(trial):
     guest = trial.guest()
     watch = watch_with_mounts(guest)

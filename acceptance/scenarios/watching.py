@@ -2,7 +2,6 @@
 import json
 import time
 
-from machine import vm
 from machine.scenario import scenario
 from scenarios.storage import stick
 
