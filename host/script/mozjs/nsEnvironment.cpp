@@ -125,26 +125,45 @@ bool Quit(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
   return false;  // without an exception: no script catches this
 }
 
-bool InterfaceNames(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
-  JS::CallArgs args = JS::CallArgsFromVp(aArgc, aVp);
-  JS::RootedValueVector names(cx);
-  for (const nsScriptInterface* table : nsScriptTables::All()) {
-    JSString* const name = NS_NewScriptString(cx, table->mName);
-    if (!name || !names.append(JS::StringValue(name))) return false;
-  }
-  JSObject* const array = JS::NewArrayObject(cx, names);
-  if (!array) return false;
-  args.rval().setObject(*array);
+// ---- Components.interfaces: each is made when it is asked for first, or when all are listed
+
+bool DefineInterface(JSContext* cx, JS::HandleObject aInterfaces, JS::HandleId aId,
+                     const nsScriptInterface* aInterface) {
+  JS::RootedObject object(cx, Runtime()->Names().InterfaceObject(aInterface));
+  return object &&
+         JS_DefinePropertyById(cx, aInterfaces, aId, object, JSPROP_ENUMERATE | JSPROP_READONLY);
+}
+
+bool ResolveInterface(JSContext* cx, JS::HandleObject aInterfaces, JS::HandleId aId,
+                      bool* aResolved) {
+  *aResolved = false;
+  if (!aId.isString()) return true;
+  const nsScriptInterface* const table = nsScriptTables::Find(NS_Text(cx, aId.toString()));
+  *aResolved = table && DefineInterface(cx, aInterfaces, aId, table);
+  return !table || *aResolved;
+}
+
+bool ListInterfaces(JSContext* cx, JS::HandleObject aInterfaces) {
+  JS::RootedId id(cx);
+  bool has = false;
+  for (const nsScriptInterface* table : nsScriptTables::All())
+    if (!Runtime()->Names().NameOf(table->mName, &id) ||
+        !JS_AlreadyHasOwnPropertyById(cx, aInterfaces, id, &has) ||
+        (!has && !DefineInterface(cx, aInterfaces, id, table)))
+      return false;
   return true;
 }
 
-template <auto Part, auto Get>
-bool OfInterface(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
+constexpr JSClassOps kInterfacesOps = {nullptr, nullptr, ListInterfaces, nullptr, ResolveInterface,
+                                       nullptr, nullptr, nullptr,        nullptr, nullptr};
+constexpr JSClass kInterfacesClass = {"Object", 0, &kInterfacesOps, nullptr, nullptr, nullptr};
+
+bool PrototypeOf(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
   JS::CallArgs args = JS::CallArgsFromVp(aArgc, aVp);
   args.rval().setUndefined();
   const nsScriptInterface* const table = nsScriptTables::Find(NS_ToText(cx, args.get(0)));
   if (!table) return true;
-  JSObject* const object = ((Runtime()->*Part)().*Get)(table);
+  JSObject* const object = Runtime()->Wrappers().Prototype(table);
   if (!object) return false;
   args.rval().setObject(*object);
   return true;
@@ -241,16 +260,9 @@ bool Stops(JSContext* cx, unsigned aArgc, JS::Value* aVp) {
   return Function(cx, aArgc, aVp) && !Runtime()->IsStopping();
 }
 
-constexpr JSNative kInterfaceObject =
-    Stops<OfInterface<&nsScriptRuntime::Names, &nsScriptNames::InterfaceObject>>;
-constexpr JSNative kPrototypeOf =
-    Stops<OfInterface<&nsScriptRuntime::Wrappers, &nsWrappers::Prototype>>;
-
 const JSFunctionSpec kNatives[] = {
     JS_FN("print", Stops<Print>, 2, 0),
-    JS_FN("interfaceNames", InterfaceNames, 0, 0),
-    JS_FN("interfaceObject", kInterfaceObject, 1, 0),
-    JS_FN("prototypeOf", kPrototypeOf, 1, 0),
+    JS_FN("prototypeOf", Stops<PrototypeOf>, 1, 0),
     JS_FN("isRegistered", Stops<ClassIsRegistered>, 1, 0),
     JS_FN("getService", Stops<GetObject<true>>, 2, 0),
     JS_FN("createInstance", Stops<GetObject<false>>, 2, 0),
@@ -459,7 +471,8 @@ bool NS_DefineEnvironment(nsScriptRuntime* aRuntime) {
   JSContext* const cx = aRuntime->Context();
   JS::RootedObject global(cx, aRuntime->Global());
   JS::RootedObject host(cx, JS_NewPlainObject(cx)), results(cx, JS_NewPlainObject(cx));
-  if (!host || !results || !JS_DefineFunctions(cx, host, kNatives) ||
+  JS::RootedObject interfaces(cx, JS_NewObjectWithGivenProto(cx, &kInterfacesClass, nullptr));
+  if (!host || !results || !interfaces || !JS_DefineFunctions(cx, host, kNatives) ||
       !JS_DefineFunctions(cx, global, kGlobals))
     return false;
 #define DEFINE_RESULT(aName, aValue)                                         \
@@ -469,6 +482,7 @@ bool NS_DefineEnvironment(nsScriptRuntime* aRuntime) {
   NS_RESULT_CODES(DEFINE_RESULT)
 #undef DEFINE_RESULT
   if (!JS_DefineProperty(cx, host, "results", results, 0) ||
+      !JS_DefineProperty(cx, host, "interfaces", interfaces, 0) ||
       !JS_DefineProperty(cx, global, "window", global, JSPROP_ENUMERATE))
     return false;
 

@@ -88,6 +88,16 @@ TEST_F(ScriptWrapper, NameWithoutServiceIsUndefinedSomewhereElse) {
             Run("`${'@no;1' in Components.classes} ${'@test/thing;1' in Components.classes}`"));
 }
 
+TEST_F(ScriptWrapper, InterfaceNobodyAskedForIsMissingFromALook) {
+  EXPECT_EQ("true false undefined",
+            Run("const all = Components.interfaces; "
+                "`${'nsITestExtra' in all} ${'nsIMistyped' in all} ${all.nsIMistyped}`"));
+  EXPECT_EQ("0 true true",
+            Run("const names = Object.keys(all); `${names.length - Object.entries(all).length} "
+                "${names.includes('nsIURL')} ${all.nsIURL === Object.entries(all).find("
+                "([name]) => name === 'nsIURL')[1]}`"));
+}
+
 TEST_F(ScriptWrapper, ListsAreNotLists) {
   EXPECT_EQ("2 b a,b undefined", Run(R"(
       const list = Components.classes['@vorel/array;1'].createInstance(Components.interfaces.nsIMutableArray);

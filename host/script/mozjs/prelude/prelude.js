@@ -111,16 +111,7 @@
 
   // ---- Components
 
-  const interfaces = Object.create(null);
-  for (const name of host.interfaceNames())
-    Object.defineProperty(interfaces, name, {
-      enumerable: true, configurable: true,
-      get() {
-        const value = host.interfaceObject(name);
-        Object.defineProperty(interfaces, name, { value, enumerable: true });
-        return value;
-      },
-    });
+  const { interfaces } = host;
 
   const classes = new Proxy(Object.create(null), {
     get(target, contract) {
