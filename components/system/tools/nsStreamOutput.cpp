@@ -65,14 +65,23 @@ nsresult nsStreamOutput::Start(nsIInputStream* aStream, nsIStreamOutputListener*
 nsresult nsStreamOutput::Run(Copy& aCopy) {
   std::vector<char> buffer(size_t{64} * 1024);
   for (;;) {
-    uint32_t count = 0;
-    const nsresult rv =
-        aCopy.mStream->Read(buffer.data(), static_cast<uint32_t>(buffer.size()), &count);
+    // What is there at once goes into one write; what is not is not waited for.
+    uint32_t size = 0, available = 0;
+    nsresult rv = NS_OK;
+    do {
+      uint32_t count = 0;
+      rv = aCopy.mStream->Read(buffer.data() + size, static_cast<uint32_t>(buffer.size()) - size,
+                               &count);
+      if (NS_FAILED(rv) || count == 0) break;
+      size += count;
+    } while (size < buffer.size() && NS_SUCCEEDED(aCopy.mStream->Available(&available)) &&
+             available > 0);
+    if (size > 0)
+      if (const nsresult written = aCopy.mWriter.Write({buffer.data(), size}); NS_FAILED(written))
+        return written;
+    aCopy.mWritten += size;
     if (NS_FAILED(rv)) return rv == NS_BASE_STREAM_CLOSED ? NS_OK : rv;
-    if (count == 0) return NS_OK;
-    if (const nsresult written = aCopy.mWriter.Write({buffer.data(), count}); NS_FAILED(written))
-      return written;
-    aCopy.mWritten += count;
+    if (size == 0) return NS_OK;
   }
 }
 

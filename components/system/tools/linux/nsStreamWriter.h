@@ -1,6 +1,7 @@
 // The standard output, written with a way to end the wait for whoever reads it.
 #pragma once
 
+#include <atomic>
 #include <span>
 
 #include "nsEventFd.h"
@@ -12,8 +13,13 @@ class nsStreamWriter {
   /// NS_ERROR_ABORT after Stop. One thread.
   nsresult Write(std::span<const char> aBytes);
   /// Ends the write that waits, and all to come. Any thread.
-  void Stop() { mStop.Set(); }
+  void Stop() {
+    mIsStopped = true;
+    mStop.Set();
+  }
 
  private:
   nsEventFd mStop;
+  std::atomic<bool> mIsStopped = false;
+  bool mCanTry = true;  // to write without a wait: the output knows of that
 };
