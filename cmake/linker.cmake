@@ -1,7 +1,9 @@
-# The fastest linker at hand; none of them changes the result.
-find_program(VOREL_MOLD mold)
-if(VOREL_MOLD)
-  add_link_options(-fuse-ld=mold)
+# A quick linker where there is one. Not mold: that of the distribution (1.10) begins the part that is made
+# read-only after relocation with the thread-local data, at times on the page before its segment, and the loader
+# refuses such a program.
+find_program(VOREL_LLD ld.lld)
+if(VOREL_LLD)
+  add_link_options(-fuse-ld=lld)
 endif()
 find_program(VOREL_CCACHE ccache)
 if(VOREL_CCACHE)
