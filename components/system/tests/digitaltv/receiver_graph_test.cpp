@@ -178,6 +178,12 @@ TEST_F(StreamEndTest, StopWaitsForAReaderThatDoesNotRead) {
   }
   EXPECT_TRUE(mGraph->StopGraph());
   streaming.join();
+  // It runs again on the same pipe, with other packets.
+  mGraph->mGraphRunning = true;
+  streaming = std::thread([this] { Give(Packets(5, 1000)); });
+  std::this_thread::sleep_for(1ms);
+  EXPECT_TRUE(mGraph->StopGraph());
+  streaming.join();
   mGraph = nullptr;
   // The pipe is as it was, and its reader may go on when the graph has gone.
   EXPECT_EQ(mReceiver.Read(kPipePackets * 188), Packets(kPipePackets));

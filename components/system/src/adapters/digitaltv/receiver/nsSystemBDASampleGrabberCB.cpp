@@ -76,24 +76,25 @@ class nsSystemBDASampleGrabberCB::PipeEnd {
       if (!input || NS_FAILED(input->Available(&queued))) return kPipePackets;
       return kPipePackets - std::min((queued + kPacket - 1) / kPacket, kPipePackets);
     };
-    mOwner.mRoom = room();
-    if (mOwner.mRoom > 0) return mGraph.mGraphRunning;
-    // Half of it: a reader at work makes that before it could wake this thread, and wakes it once
-    // for many packets.
-    mOwner.mBriefly.Until(
-        [&] { return (mOwner.mRoom = room()) >= kPipePackets / 2 || !mGraph.mGraphRunning; },
-        [&] {
-          const auto output = do_QueryInterface<nsIAsyncOutputStream>(mOutput);
-          const auto listener = MakeRefCounted<RoomListener>(mGraph.mWriter);
-          if (output &&
-              NS_SUCCEEDED(
-                  output->AsyncWait(listener.get(), 0, kPipePackets / 2 * kPacket, nullptr)) &&
-              !mGraph.WaitToWrite([&] { return listener->mHasRoom.load(); }))
-            (void)output->AsyncWait(nullptr, 0, 0, nullptr);
-          // At least one: the write waits in a pipe that can't tell.
-          mOwner.mRoom = std::max(room(), 1u);
-        });
-    return mGraph.mGraphRunning;
+    bool canTell = true;
+    while (mGraph.mGraphRunning) {
+      // In a pipe that can't tell it is the write that waits.
+      mOwner.mRoom = canTell ? room() : 1;
+      if (mOwner.mRoom > 0) return true;
+      // Half of it: a reader at work makes that before it could wake this thread, and wakes it once
+      // for many packets.
+      mOwner.mBriefly.Until(
+          [&] { return room() >= kPipePackets / 2 || !mGraph.mGraphRunning; },
+          [&] {
+            const auto output = do_QueryInterface<nsIAsyncOutputStream>(mOutput);
+            const auto listener = MakeRefCounted<RoomListener>(mGraph.mWriter);
+            canTell = output && NS_SUCCEEDED(output->AsyncWait(
+                                    listener.get(), 0, kPipePackets / 2 * kPacket, nullptr));
+            if (canTell && !mGraph.WaitToWrite([&] { return listener->mHasRoom.load(); }))
+              (void)output->AsyncWait(nullptr, 0, 0, nullptr);
+          });
+    }
+    return false;
   }
 
   nsSystemBDASampleGrabberCB& mOwner;
