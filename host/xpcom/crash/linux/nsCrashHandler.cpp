@@ -21,6 +21,7 @@
 #include <cstring>
 #include <filesystem>
 #include <string_view>
+#include <type_traits>
 
 #include <cxxabi.h>
 
@@ -58,7 +59,7 @@ constexpr unsigned kReportLimit = 60;  // seconds
 // The stack of one thread: first the frames that could be followed, then what looks like a return
 // address on the rest of it.
 struct Stack {
-  void* mFrames[kMaximumFrames];
+  void* mFrames[kMaximumFrames] = {};
   int mFollowed = 0;
   int mCount = 0;
   const void* mInstruction = nullptr;  // that the signal has interrupted
@@ -93,11 +94,11 @@ struct State {
   char mScriptText[kMaximumScript] = {};
   void* mAlternateStack = nullptr;
 };
-State& GetState() {
-  // Too large for a stack, and never destroyed: a crash may come last of all.
-  static State& sState = *new State;
-  return sState;
-}
+// All zero, so that memory is taken for what is used only. Never destroyed: a crash may come last
+// of all.
+static_assert(std::is_trivially_destructible_v<State>);
+constinit State gTheState;
+State& GetState() { return gTheState; }
 State* gState = nullptr;
 
 int StackSignal() { return SIGRTMIN + 4; }

@@ -10,10 +10,10 @@
 class nsCrashMaps {
  public:
   struct Mapping {
-    uintptr_t mStart, mEnd;
-    uint64_t mOffset;  ///< In the file.
-    bool mExecutable;
-    bool mWritable;
+    uintptr_t mStart = 0, mEnd = 0;
+    uint64_t mOffset = 0;  ///< In the file.
+    bool mExecutable = false;
+    bool mWritable = false;
     std::string_view mPath;  ///< Empty for memory that is no file's; closed by a zero.
   };
 
@@ -30,9 +30,9 @@ class nsCrashMaps {
 
   bool ParseLine(char* aBegin, char* aEnd);
 
-  Mapping mMappings[kMaximumMappings];
+  Mapping mMappings[kMaximumMappings] = {};
   size_t mCount = 0;
-  char mText[kMaximumText];
+  char mText[kMaximumText] = {};
 };
 
 /// The function of an ELF file, any bytes of which may be damaged, that has the code of a file
