@@ -60,17 +60,15 @@ def libraries_of(binaries):
     for binary in binaries:
         files.update(re.findall(r"=> (/\S+)", run("ldd", binary)))
     files = {f for f in files if not f.startswith(str(ROOT))}
-    names = set()
-    for file in files:
-        # Directories that were merged are known to the package manager by their former place.
-        for name in (os.path.realpath(file), file, file.replace("/usr/lib", "/lib", 1), os.path.realpath(file).removeprefix("/usr")):
-            found = subprocess.run(["dpkg-query", "-S", name], capture_output=True, text=True)
-            if found.returncode == 0:
-                names.add(found.stdout.split(":")[0])
-                break
-        else:
-            raise MachineError(f"no package holds {file}")
-    return sorted(names)
+    # Directories that were merged are known to the package manager by their former place.
+    places = {file: [os.path.realpath(file), file, file.replace("/usr/lib", "/lib", 1), os.path.realpath(file).removeprefix("/usr")] for file in files}
+    # Its status is an error as soon as one place is not known.
+    told = subprocess.run(["dpkg-query", "-S", *sorted(set(sum(places.values(), [])))], capture_output=True, text=True).stdout
+    holders = {path: names.split(":")[0] for names, path in (line.rsplit(": ", 1) for line in told.splitlines() if ": /" in line)}
+    homeless = [file for file, known in places.items() if not any(place in holders for place in known)]
+    if homeless:
+        raise MachineError(f"no package holds {', '.join(homeless)}")
+    return sorted({next(holders[place] for place in known if place in holders) for known in places.values()})
 
 
 def fetch(packages, into):
