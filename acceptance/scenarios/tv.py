@@ -18,7 +18,7 @@ def plug_in(guest, rate=700000):
     guest.until(lambda: guest.succeeds(f"ls {NODE}"), 20, "the tuner")
 
 
-@scenario("A tuner is found, scanned, its services stored, selected and played, and it is pulled out")
+@scenario("A tuner is found, scanned, its services stored, selected and played, and it is pulled out", long=True)
 def tv_tuner(trial):
     guest = trial.guest()
     plug_in(guest)
