@@ -15,9 +15,11 @@ using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
 constexpr size_t kPacketSize = nsSimulatedStream::kPacketSize;
-constexpr uint32_t kCatchRange = 200;   // kHz
-constexpr int32_t kNoise = -95000;      // thousandths of a decibel
-constexpr auto kBatch = 10ms;           // between two looks at a stream that comes at its own rate
+constexpr uint32_t kCatchRange = 200;  // kHz
+constexpr int32_t kNoise = -95000;     // thousandths of a decibel
+// Between two looks at a stream that comes at its own rate: half a picture. Each look wakes two
+// threads, which costs more than its packets do.
+constexpr auto kBatch = 20ms;
 constexpr uint64_t kMostOfARead = 512;  // packets
 constexpr size_t kFetchedAhead = 16 * kPacketSize;
 constexpr uint64_t kBehind = 11000;      // packets that are kept for a slow reader, 2 MB

@@ -114,6 +114,11 @@ TEST_F(Pipe, AWriterWritesToAClosedInput) {
   EXPECT_EQ("NS_BASE_STREAM_CLOSED 0", Write("x"));
   EXPECT_EQ("", Read(10));
   Make(false, 4, 3);
+  EXPECT_EQ("5", Write("hello"));
+  EXPECT_EQ("h", Read(1));
+  EXPECT_EQ(NS_OK, mIn->CloseWithStatus(NS_ERROR_ABORT));
+  EXPECT_EQ("NS_ERROR_ABORT", Read(1)) << "of which it knew that it is there";
+  Make(false, 4, 3);
   mIn = nullptr;
   EXPECT_EQ("NS_BASE_STREAM_CLOSED 0", Write("x"));
 }

@@ -302,8 +302,9 @@ nsresult Core::Read(bool aBlock, Pieces aPieces, uint32_t aCount, Move aMove, ui
 template <class Move>
 nsresult Core::ReadPieces(bool aBlock, Pieces aPieces, uint32_t aCount, Move& aMove,
                           uint32_t* aRead) {
+  if (aCount == 0) return NS_OK;
   uint64_t read = mBytesRead.load(std::memory_order_relaxed);
-  while (mReadLimit - read < aCount) {
+  while (mDropped || mReadLimit - read < aCount) {
     const nsresult status = mStatus;  // first: what was written before the end is seen then
     mReadLimit = mBytesWritten;
     if (mReadLimit > read && !mDropped) break;

@@ -21,7 +21,7 @@ class nsBriefWait {
     const auto begin = Clock::now();
     const bool looks = mSleeps == 0;
     if (looks && Look(aReady, begin)) {
-      mVain = 0;
+      mVain /= 2;
       return;
     }
     if (!looks) --mSleeps;
