@@ -284,7 +284,11 @@ def unit_has_done(guest):
     """The unit has run, and whoever waits for the network comes after it."""
     def done():
         return guest.run("systemctl is-active vorel-network network-online.target", 60, status=-1).split() == ["active", "active"]
-    guest.until(done, 60, "the unit")
+    try:
+        guest.until(done, 60, "the unit")
+    except GuestError as error:
+        shown = guest.run("systemctl list-jobs; systemctl status -n 20 vorel-network network-online.target systemd-networkd*", 60, status=-1)
+        raise GuestError(f"{error}: {shown}") from None
     shown = guest.run("systemctl show -p ActiveEnterTimestampMonotonic --value vorel-network network-online.target", 60).split()
     assert int(shown[0]) <= int(shown[1]), f"the network was online before its settings: {shown}"
 
