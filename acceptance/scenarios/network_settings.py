@@ -41,6 +41,7 @@ def bed(guest, disk, service):
     if service:
         guest.run("mkdir -p /run/dbus && (pidof dbus-daemon >/dev/null || dbus-daemon --system --fork --nopidfile)")
         start(guest, service)
+        guest.run("sync")  # what the service starts from was there long before
 
 
 def start(guest, service):
@@ -304,7 +305,8 @@ def network_settings_unit(trial):
     guest.run(f"ip link set {name} up")
     guest.put("/etc/fstab", "/dev/vdb /opt/vorel squashfs ro 0 0\n")
     guest.put(unit[1], unit[2])
-    guest.run("systemctl daemon-reload && systemctl enable vorel-network", 120)
+    # Whoever sets a player up does not cut its power before that is on the disk.
+    guest.run("systemctl daemon-reload && systemctl enable vorel-network && sync", 120)
     process = attempt(trial, guest, f"set {name} --address 10.0.2.50/24 --gateway 10.0.2.2 --dns 10.0.2.3 --try 600", "static")
     vorel(guest, "confirm")
     assert process.wait(30) == 0
@@ -319,7 +321,7 @@ def network_settings_unit(trial):
 
     # From now on a service manages the card.
     guest.put("/etc/systemd/network/50-office.network", f"[Match]\nName={name}\n[Network]\nDHCP=yes\n")
-    guest.run("systemctl enable --now systemd-networkd", 120)
+    guest.run("systemctl enable --now systemd-networkd && sync", 120)
     guest.until(lambda: in_force(guest, name)[0] not in ([], ["10.0.2.50"]), 60, "the lease of the service")
     process = attempt(trial, guest, f"set {name} --address 10.0.2.70/24 --gateway 10.0.2.2 --try 600", "by the service")
     vorel(guest, "confirm")
