@@ -67,10 +67,6 @@ bool OnInterrupt(JSContext* cx) {
   sIsTelling = true;
   JS_ReportOutOfMemory(cx);
   sIsTelling = false;
-  JS::AutoFilename file;
-  unsigned line = 0;
-  if (JS::DescribeScriptedCaller(cx, &file, &line) && file.get())
-    sPlace = std::string(file.get()) + ":" + std::to_string(line);
   return false;
 }
 
@@ -78,7 +74,11 @@ bool OnInterrupt(JSContext* cx) {
 void OnOutOfMemory(JSContext* cx, void*) {
   SetLevel(cx, std::min(Sum(std::max(Used(cx), sLimit), sLimit / 8), Sum(sLimit, sLimit / 2)));
   JS_SetGCParameter(cx, JSGC_MIN_LAST_DITCH_GC_PERIOD, kAtOnce);
-  sPlace.clear();
+  // Not known where a name was to be made: the engine has left the script's realm for that.
+  JS::AutoFilename file;
+  unsigned line = 0;
+  const bool isInScript = JS::DescribeScriptedCaller(cx, &file, &line) && file.get();
+  sPlace = isInScript ? std::string(file.get()) + ":" + std::to_string(line) : std::string();
   // The engine itself has told it, perhaps without a collection.
   if (!sIsTelling) AskForCollection(cx);
 }

@@ -14,5 +14,6 @@ bool NS_InitScriptHeap(JSContext* cx);
 /// In bytes; may be changed at any time.
 void NS_SetHeapLimit(JSContext* cx, uint32_t aBytes);
 /// File and line of the script that was last told that memory is out: its exception has no place of
-/// its own. Empty the second time, and when the engine alone knew.
+/// its own. Empty the second time, when no script ran, and when it was making the name of a
+/// property.
 std::string NS_TakePlaceOfMemoryOut();
