@@ -198,6 +198,9 @@ int Run(const nsCommandLine& aLine) {
   const bool isLook = aLine.mTask == Task::ePicture || aLine.mTask == Task::eWatch ||
                       aLine.mTask == Task::eTv || aLine.mTask == Task::eSerial ||
                       aLine.mTask == Task::eDisplays || aLine.mTask == Task::eNetwork;
+  // What has changed by the time that it is over is for the next one.
+  const bool isOneLook =
+      !aLine.mFollow && (aLine.mTask == Task::ePicture || aLine.mTask == Task::eDisplays);
   options.mProfileReadOnly = isLook;
   if (options.mProfileDirectory.empty() && !isLook)
     std::cerr << "vorel: there is neither --profile nor a home directory: settings are not kept\n";
@@ -208,6 +211,7 @@ int Run(const nsCommandLine& aLine) {
     options.mModules = {&nsScriptHost::Module()};
   options.mManifests = {(share / "vorel.manifest").string()};
   if (aLine.mTask == Task::eTv) options.mManifests.push_back((share / "tools.manifest").string());
+  options.mFollowsMachine = !isOneLook;
   options.mHasNetwork = aLine.mMachineFile.empty();  // a simulated machine has one of its own
   if (!options.mHasNetwork) options.mFiles = {{"VorelMachine", aLine.mMachineFile}};
   for (const auto& [name, level] : aLine.mLogLevels)
@@ -239,9 +243,7 @@ int Run(const nsCommandLine& aLine) {
     if (aLine.mTask == Task::eSerial && vorel::process::IsInteractive())
       scriptOptions.mArguments.push_back("--interactive");
     scriptOptions.mEndsWithOutput = true;
-    scriptOptions.mIsBrief =
-        !aLine.mFollow && (aLine.mTask == Task::ePicture || aLine.mTask == Task::eDisplays ||
-                           aLine.mTask == Task::eNetwork);
+    scriptOptions.mIsBrief = isOneLook || (aLine.mTask == Task::eNetwork && !aLine.mFollow);
   }
   if (aLine.mHeapLimit != 0) scriptOptions.mHeapLimit = aLine.mHeapLimit << 20;
   if (aLine.mTask == Task::eApplication) scriptOptions.mFile = aLine.mScript;

@@ -40,6 +40,10 @@ struct nsHostOptions {
   /// Whether the network of this machine is the one that the network link service tells of. False:
   /// it knows of none, since the application is shown another machine.
   bool mHasNetwork = true;
+  /// Whether changes of the machine's network and of its time zone are told while the host runs;
+  /// what they are is known in any case. False for a run that is over within milliseconds: to end
+  /// the watches alone takes the kernel half as long as such a run.
+  bool mFollowsMachine = true;
   /// Logger name (empty: all) and severity of nsILog4Logger, or 3 for nothing; applied in order.
   std::vector<std::pair<std::string, uint32_t>> mLogLevels;
   GeckoProcessType mProcessType = GeckoProcessType_Default;

@@ -138,6 +138,22 @@ TEST_F(NetworkLinkService, AnotherMachineShowsTheRealNetwork) {
   EXPECT_FALSE(known);
 }
 
+TEST_F(NetworkLinkService, HostThatFollowsNothingWatchesOrDoesNotKnow) {
+  mNamespace.Ip("link set lo up");
+  mOptions.mFollowsMachine = false;
+  Start();
+  ASSERT_EQ(NS_OK, mHost.StartProfile());
+  const auto service = do_GetService<nsINetworkLinkService>(kContract);
+  bool known = false;
+  EXPECT_EQ(NS_OK, service->GetLinkStatusKnown(&known));
+  EXPECT_TRUE(known);
+  // Of the time zone neither.
+  for (const auto& file : fs::directory_iterator("/proc/self/fd")) {
+    std::error_code gone;
+    EXPECT_NE("anon_inode:inotify", fs::read_symlink(file, gone).string());
+  }
+}
+
 class LinuxLinkMonitor : public nsHostTest {
  protected:
   void Open() { ASSERT_EQ(NS_OK, nsLinuxLinkMonitor::Open(mMonitorOptions, &mMonitor)); }

@@ -23,6 +23,11 @@ bool HasNetwork() {
   return !host || host->Options().mHasNetwork;
 }
 
+bool IsFollowed() {
+  const nsHost* host = nsHost::Current();
+  return HasNetwork() && (!host || host->Options().mFollowsMachine);
+}
+
 Status ReadStatus(uint32_t* aType) {
   if (HasNetwork()) return nsLinkMonitor::ReadStatus(aType);
   *aType = nsINetworkLinkService::LINK_TYPE_UNKNOWN;
@@ -80,7 +85,7 @@ nsresult nsNetworkLinkService::Observe(nsISupports*, const char* aTopic, const c
 }
 
 nsresult nsNetworkLinkService::Listen() {
-  if (mMonitor || !HasNetwork()) return NS_OK;
+  if (mMonitor || !IsFollowed()) return NS_OK;
   nsresult rv;
   const auto os = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID, &rv);
   NS_ENSURE_SUCCESS(rv, rv);

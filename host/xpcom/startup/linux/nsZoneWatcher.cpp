@@ -82,9 +82,10 @@ nsresult nsZoneWatcher::Follow() {
   const auto observers = do_GetService<nsIObserverService>(NS_OBSERVERSERVICE_CONTRACTID, &rv);
   if (!observers) return rv;
   // A described machine has a zone of its own, which nobody else sets.
+  const nsHostOptions& options = nsHost::Current()->Options();
   const auto link = std::make_shared<nsZoneLink>();
   nsCOMPtr<nsIThread> thread;
-  if (mPump || getenv("TZ") || !nsHost::Current()->Options().mHasNetwork || !link->Open() ||
+  if (mPump || getenv("TZ") || !options.mHasNetwork || !options.mFollowsMachine || !link->Open() ||
       NS_FAILED(NS_GetMainThread(thread.getter_AddRefs())))
     return NS_OK;
   const auto tell = [observers] { (void)observers->NotifyObservers(nullptr, kChangedTopic, u""); };
